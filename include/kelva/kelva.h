@@ -1,0 +1,492 @@
+/*
+ * Kelva: exact inference in probabilistic graphical models.
+ *
+ * The C API.  Every engine operation is a function k_<object>_<verb>.
+ * Objects are reached through opaque handles (the object's address).
+ *
+ * Error discipline: every function sets the calling thread's error code on
+ * entry ("usage" for a null handle or an argument out of range, "none"
+ * otherwise) and a later failure overwrites it.  Read the code with
+ * k_error_code() after a call.  A failing function returns a neutral value:
+ * 0 or non-zero status (0 = success), null handles, -1 or -1.0 for counts and
+ * numbers, K_SIZE_ERROR (all ones) for sizes.  A failed operation leaves the
+ * object as it was.
+ *
+ * Lists: a list is a contiguous array of handles ended by a null slot.  Lists
+ * returned by an object (parents, children, table nodes) belong to it and stay
+ * valid until that object changes or is deleted.
+ *
+ * Threads: the error code is per thread.  A domain is used by one thread at a
+ * time; nothing locks it.
+ */
+#ifndef KELVA_KELVA_H
+#define KELVA_KELVA_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+#if defined(__GNUC__)
+#define KELVA_API __attribute__((visibility("default")))
+#else
+#define KELVA_API
+#endif
+
+/** Version of the library as text, e.g. "0.1.0". */
+#define KELVA_VERSION "0.1.0"
+
+/* ------------------------------------------------------------------------ */
+/* Handles                                                                   */
+/* ------------------------------------------------------------------------ */
+
+/** A domain: the container of one network. */
+typedef struct k_domain_s *k_domain_t;
+/** A node of a domain. */
+typedef struct k_node_s *k_node_t;
+/** A table: a function over the configurations of a list of nodes. */
+typedef struct k_table_s *k_table_t;
+/** One entry (key, value) of an attribute list. */
+typedef struct k_attribute_s *k_attribute_t;
+
+/** Sizes and counts; K_SIZE_ERROR (all ones) means "too large" or an error. */
+typedef uint64_t k_size_t;
+/** The all-ones size. */
+#define K_SIZE_ERROR ((k_size_t)~(k_size_t)0)
+/** Truth values: 1 true, 0 false, -1 error. */
+typedef int k_bool_t;
+/** Status: 0 success, non-zero failure. */
+typedef int k_status_t;
+
+/* ------------------------------------------------------------------------ */
+/* Codes                                                                     */
+/* ------------------------------------------------------------------------ */
+
+/** Error codes.  The numbers cross every boundary and never change. */
+typedef enum k_error_e {
+  K_ERROR_NONE = 0,
+  K_ERROR_USAGE = 1,
+  K_ERROR_IO = 2,
+  K_ERROR_NO_MEMORY = 3,
+  K_ERROR_CG_LIMIDS_NOT_SUPPORTED = 4,
+  K_ERROR_TWICE = 5,
+  K_ERROR_INVALID_NAME = 6,
+  K_ERROR_CYCLIC_NETWORK = 7,
+  K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY = 8,
+  K_ERROR_FUNCTIONAL_DEPENDENCY = 9,
+  K_ERROR_SIZE_TOO_LARGE = 10,
+  K_ERROR_FAST_RETRACTION = 11,
+  K_ERROR_ROUNDING = 12,
+  K_ERROR_BAD_KB_PASSWORD = 13,
+  K_ERROR_BAD_KB_VERSION = 14,
+  K_ERROR_BAD_KB_TYPE = 15,
+  K_ERROR_BAD_KB_FORMAT = 16,
+  K_ERROR_NOT_COMPILED = 17,
+  K_ERROR_INVALID_PROBABILITY_POTENTIAL = 18,
+  K_ERROR_CHAIN_GRAPH = 19,
+  K_ERROR_ENUMERATION = 20,
+  K_ERROR_NO_EQUILIBRIUM = 21,
+  K_ERROR_LOW_DENSITY = 22,
+  K_ERROR_ZERO_VARIANCE = 23,
+  K_ERROR_INCONSISTENCY_OR_UNDERFLOW = 24,
+  K_ERROR_OVERFLOW = 25,
+  K_ERROR_CG_EVIDENCE_INCORPORATED = 26,
+  K_ERROR_NORMALIZATION = 27,
+  K_ERROR_COMPRESSED = 28,
+  K_ERROR_TABLE_TOO_LARGE = 29,
+  K_ERROR_INVALID_EVIDENCE = 30,
+  K_ERROR_CASE_STATE_TOO_LARGE = 31,
+  K_ERROR_NO_VALUE = 32,
+  K_ERROR_PARSE = 33,
+  K_ERROR_INVALID_EXPRESSION = 34,
+  K_ERROR_SYNTAX = 35,
+  K_ERROR_DIVISION_BY_ZERO = 36,
+  K_ERROR_INAPPROPRIATE_ARGUMENTS = 37,
+  K_ERROR_COMPUTATION_FAILED = 38,
+  K_ERROR_INSUFFICIENT_STATE_RANGE = 39,
+  K_ERROR_INVALID_STATE_VALUES = 40,
+  K_ERROR_CYCLIC_INSTANCE_HIERARCHY = 41,
+  K_ERROR_ILLEGAL_BINDING = 42,
+  K_ERROR_LOCALE = 43,
+  K_ERROR_JNI = 47,
+  K_ERROR_ERROR = 48
+} k_error_t;
+
+/** Node categories. */
+typedef enum k_category_e {
+  K_CATEGORY_ERROR = -1,
+  K_CATEGORY_FUNCTION = 5,
+  K_CATEGORY_INSTANCE = 6,
+  K_CATEGORY_CHANCE = 7,
+  K_CATEGORY_DECISION = 8,
+  K_CATEGORY_UTILITY = 9
+} k_category_t;
+
+/** Node kinds. */
+typedef enum k_kind_e {
+  K_KIND_ERROR = -2,
+  K_KIND_OTHER = -1,
+  K_KIND_DISCRETE = 0,
+  K_KIND_CONTINUOUS = 1
+} k_kind_t;
+
+/** Subtypes of discrete nodes. */
+typedef enum k_subtype_e {
+  K_SUBTYPE_LABEL = 30,
+  K_SUBTYPE_BOOLEAN = 31,
+  K_SUBTYPE_NUMBER = 32,
+  K_SUBTYPE_INTERVAL = 33,
+  K_SUBTYPE_ERROR = 34
+} k_subtype_t;
+
+/** Equilibria; also the marginalisation codes of k_table_get_marginal. */
+typedef enum k_equilibrium_e {
+  K_EQUILIBRIUM_NONE = 10,
+  K_EQUILIBRIUM_SUM = 11,
+  K_EQUILIBRIUM_MAX = 12
+} k_equilibrium_t;
+
+/** Evidence modes. */
+typedef enum k_evidence_mode_e {
+  K_MODE_NORMAL = 20,
+  K_MODE_FAST_RETRACTION = 21
+} k_evidence_mode_t;
+
+/** Triangulation methods. */
+typedef enum k_triangulation_method_e {
+  K_TM_CLIQUE_SIZE = 15,
+  K_TM_CLIQUE_WEIGHT = 16,
+  K_TM_FILL_IN_SIZE = 17,
+  K_TM_FILL_IN_WEIGHT = 18,
+  K_TM_TOTAL_WEIGHT = 19,
+  K_TM_BEST_GREEDY = 20
+} k_triangulation_method_t;
+
+/* ------------------------------------------------------------------------ */
+/* Errors                                                                    */
+/* ------------------------------------------------------------------------ */
+
+/** Makes `code` the calling thread's current error code and returns it.
+ *  Checks nothing: pass only codes of k_error_t. */
+KELVA_API k_error_t k_error_set(k_error_t code);
+
+/** The calling thread's current error code (0 on a thread that has not
+ *  called anything yet). */
+KELVA_API k_error_t k_error_code(void);
+
+/** The short name of `code` ("usage", "no_memory", ...), or "no_such_error"
+ *  for a code outside 0..48 or one of the reserved codes 44..46. */
+KELVA_API const char *k_error_name(k_error_t code);
+
+/** The description of `code`, or "No such error." for a code outside 0..48
+ *  or one of the reserved codes 44..46. */
+KELVA_API const char *k_error_description(k_error_t code);
+
+/* ------------------------------------------------------------------------ */
+/* Domains                                                                   */
+/* ------------------------------------------------------------------------ */
+
+/** Creates an empty domain (node size 0x0, grain size 10000, concurrency
+ *  level 1).  Null and "no_memory" when memory runs out. */
+KELVA_API k_domain_t k_new_domain(void);
+
+/** Deletes a domain with its nodes, tables and everything else it owns.
+ *  Free-standing tables made from the domain's nodes are deleted too. */
+KELVA_API k_status_t k_domain_delete(k_domain_t domain);
+
+/** Creates a node of the given category (5..9), kind (discrete 0,
+ *  continuous 1, other -1) and, for discrete nodes, subtype (30..33).
+ *  A new discrete node has 1 state, a boolean node 2.  Fails with "usage"
+ *  for an invalid combination, "cg_limids_not_supported" when chance,
+ *  continuous and decision or utility nodes would meet, and
+ *  "cyclic_functional_dependency" when a new decision or utility node would
+ *  close a cycle of function-node dependencies. */
+KELVA_API k_node_t k_domain_new_node(k_domain_t domain, k_category_t category,
+                                     k_kind_t kind, k_subtype_t subtype);
+
+/** The first node of the domain's node chain.  New nodes are put at the head,
+ *  so the chain runs from the newest node to the oldest.  Null when empty. */
+KELVA_API k_node_t k_domain_get_first_node(k_domain_t domain);
+
+/** The node named `name`, or null (no error) when there is none. */
+KELVA_API k_node_t k_domain_get_node_by_name(k_domain_t domain,
+                                             const char *name);
+
+/** Number of chance nodes, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_number_of_chance_nodes(k_domain_t domain);
+/** Number of decision nodes, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_number_of_decision_nodes(k_domain_t domain);
+/** Number of utility nodes, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_number_of_utility_nodes(k_domain_t domain);
+/** Number of instance nodes, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_number_of_instance_nodes(k_domain_t domain);
+
+/** Sets the size in which nodes are drawn. */
+KELVA_API k_status_t k_domain_set_node_size(k_domain_t domain, k_size_t width,
+                                            k_size_t height);
+/** The width of drawn nodes, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_node_width(k_domain_t domain);
+/** The height of drawn nodes, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_node_height(k_domain_t domain);
+
+/** Sets the smallest piece of work given to a worker thread (not 0). */
+KELVA_API k_status_t k_domain_set_grain_size(k_domain_t domain, k_size_t size);
+/** The grain size, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_grain_size(k_domain_t domain);
+/** Sets the number of threads of large table operations (not 0). */
+KELVA_API k_status_t k_domain_set_concurrency_level(k_domain_t domain,
+                                                    k_size_t level);
+/** The concurrency level, or K_SIZE_ERROR on a null domain. */
+KELVA_API k_size_t k_domain_get_concurrency_level(k_domain_t domain);
+
+/** Sets attribute `key` (a C identifier) to a copy of `value`; a null value
+ *  removes the attribute.  New keys go to the head of the list. */
+KELVA_API k_status_t k_domain_set_attribute(k_domain_t domain, const char *key,
+                                            const char *value);
+/** The value of attribute `key`, or null. */
+KELVA_API const char *k_domain_get_attribute(k_domain_t domain,
+                                             const char *key);
+/** The first (most recently added) attribute entry, or null. */
+KELVA_API k_attribute_t k_domain_get_first_attribute(k_domain_t domain);
+
+/** Opens `file_name` (UTF-8) as the domain's log, appending when `append` is
+ *  non-zero, line-buffered with a 512-byte buffer; the previous log is
+ *  closed.  A null name only closes the current log.  "io" on failure. */
+KELVA_API k_status_t k_domain_set_log_file(k_domain_t domain,
+                                           const char *file_name, int append);
+
+/** Stores an opaque pointer with the domain for the caller. */
+KELVA_API k_status_t k_domain_set_backpointer(k_domain_t domain, void *data);
+/** The pointer stored by k_domain_set_backpointer (null if none). */
+KELVA_API void *k_domain_get_backpointer(k_domain_t domain);
+
+/** 1 when the domain is compiled, 0 when not, -1 on a null domain. */
+KELVA_API k_bool_t k_domain_is_compiled(k_domain_t domain);
+/** Discards the domain's junction forest, if any. */
+KELVA_API k_status_t k_domain_uncompile(k_domain_t domain);
+
+/* ------------------------------------------------------------------------ */
+/* Nodes                                                                     */
+/* ------------------------------------------------------------------------ */
+
+/** Deletes a node with everything it owns.  Its links are removed first, as
+ *  by k_node_remove_parent, so its children's tables lose it. */
+KELVA_API k_status_t k_node_delete(k_node_t node);
+
+/** The domain that owns the node, or null. */
+KELVA_API k_domain_t k_node_get_home_domain(k_node_t node);
+/** The next node in the domain's chain, or null at the end. */
+KELVA_API k_node_t k_node_get_next(k_node_t node);
+
+/** The node's category, or K_CATEGORY_ERROR (-1). */
+KELVA_API k_category_t k_node_get_category(k_node_t node);
+/** The node's kind, or K_KIND_ERROR (-2). */
+KELVA_API k_kind_t k_node_get_kind(k_node_t node);
+/** The subtype of a discrete node, or K_SUBTYPE_ERROR (34). */
+KELVA_API k_subtype_t k_node_get_subtype(k_node_t node);
+/** Changes the subtype of a discrete node.  Turning a node into a boolean
+ *  node requires exactly 2 states. */
+KELVA_API k_status_t k_node_set_discrete_type(k_node_t node,
+                                              k_subtype_t subtype);
+
+/** The node's name; a node without one is given a generated name now
+ *  ("C12" for chance node number 12, the next free number when taken). */
+KELVA_API const char *k_node_get_name(k_node_t node);
+/** Renames the node: "twice" when another node has the name,
+ *  "invalid_name" when it is not a valid node name. */
+KELVA_API k_status_t k_node_set_name(k_node_t node, const char *name);
+/** The node's label (the empty text when it has none), or null. */
+KELVA_API const char *k_node_get_label(k_node_t node);
+/** Sets the node's label to a copy of `label`. */
+KELVA_API k_status_t k_node_set_label(k_node_t node, const char *label);
+/** Sets the node's position for drawing. */
+KELVA_API k_status_t k_node_set_position(k_node_t node, int x, int y);
+/** The node's x coordinate (0 on error, with the code set). */
+KELVA_API int k_node_get_x_coordinate(k_node_t node);
+/** The node's y coordinate (0 on error, with the code set). */
+KELVA_API int k_node_get_y_coordinate(k_node_t node);
+
+/** Number of states of a discrete node, or K_SIZE_ERROR. */
+KELVA_API k_size_t k_node_get_number_of_states(k_node_t node);
+/** Sets the number of states (at least 1) of a non-boolean discrete node.
+ *  The node's table, and its children's tables, change shape: kept states
+ *  keep their entries, new entries are 0. */
+KELVA_API k_status_t k_node_set_number_of_states(k_node_t node, k_size_t count);
+/** The label of state `state` ("false"/"true" for unlabelled boolean
+ *  states, the empty text for other unlabelled states), or null. */
+KELVA_API const char *k_node_get_state_label(k_node_t node, k_size_t state);
+/** Sets the label of state `state` to a copy of `label`. */
+KELVA_API k_status_t k_node_set_state_label(k_node_t node, k_size_t state,
+                                            const char *label);
+/** The index of the only state with label `label`; -1 when none or several
+ *  match (no error code for "not found"). */
+KELVA_API int64_t k_node_get_state_index_from_label(k_node_t node,
+                                                    const char *label);
+/** The value of state `state` of a numeric (number or interval) node, or -1. */
+KELVA_API double k_node_get_state_value(k_node_t node, k_size_t state);
+/** Sets the value of state `state` of a numeric node. */
+KELVA_API k_status_t k_node_set_state_value(k_node_t node, k_size_t state,
+                                            double value);
+/** The state of a numeric node whose value is `value`; for an interval node,
+ *  the state whose interval [v(i), v(i+1)) holds it.  -1 when none. */
+KELVA_API int64_t k_node_get_state_index_from_value(k_node_t node,
+                                                    double value);
+/** Reorders the states of a discrete node: `order` holds every current label
+ *  once, in the new order, ended by null.  Tables follow the states. */
+KELVA_API k_status_t k_node_reorder_states(k_node_t node,
+                                           const char *const *order);
+
+/** Sets attribute `key` of the node (see k_domain_set_attribute). */
+KELVA_API k_status_t k_node_set_attribute(k_node_t node, const char *key,
+                                          const char *value);
+/** The value of attribute `key` of the node, or null. */
+KELVA_API const char *k_node_get_attribute(k_node_t node, const char *key);
+/** The node's first (most recently added) attribute entry, or null. */
+KELVA_API k_attribute_t k_node_get_first_attribute(k_node_t node);
+
+/** The key of an attribute entry, or null. */
+KELVA_API const char *k_attribute_get_key(k_attribute_t attribute);
+/** The value of an attribute entry, or null. */
+KELVA_API const char *k_attribute_get_value(k_attribute_t attribute);
+/** The next attribute entry, or null. */
+KELVA_API k_attribute_t k_attribute_get_next(k_attribute_t attribute);
+
+/** Stores an opaque pointer with the node for the caller. */
+KELVA_API k_status_t k_node_set_backpointer(k_node_t node, void *data);
+/** The pointer stored by k_node_set_backpointer (null if none). */
+KELVA_API void *k_node_get_backpointer(k_node_t node);
+
+/* Structure ---------------------------------------------------------------- */
+
+/** Adds `parent` to `child`'s parents and extends `child`'s tables: a discrete
+ *  parent goes to the front of the table (values repeated per parent state),
+ *  a continuous one after the continuous members (zero coefficients).
+ *  "usage", "cyclic_network" or "cyclic_functional_dependency" on refusal. */
+KELVA_API k_status_t k_node_add_parent(k_node_t child, k_node_t parent);
+/** Removes the link parent -> child.  A discrete parent leaves the child's
+ *  tables by averaging over its states (each conditional distribution stays a
+ *  distribution); a continuous parent's coefficients are dropped. */
+KELVA_API k_status_t k_node_remove_parent(k_node_t child, k_node_t parent);
+/** Replaces `old_parent` by `new_parent` (same kind and number of states) in
+ *  `child`'s parents, keeping the table's data and position. */
+KELVA_API k_status_t k_node_switch_parent(k_node_t child, k_node_t old_parent,
+                                          k_node_t new_parent);
+/** Reverses the link node1 -> node2 (both discrete chance nodes) so that the
+ *  joint distribution is unchanged (arc reversal by Bayes' rule). */
+KELVA_API k_status_t k_node_reverse_edge(k_node_t node1, k_node_t node2);
+/** The node's parents in order of addition (list owned by the node). */
+KELVA_API k_node_t *k_node_get_parents(k_node_t node);
+/** The node's children in order of addition (list owned by the node). */
+KELVA_API k_node_t *k_node_get_children(k_node_t node);
+
+/* Tables of nodes ------------------------------------------------------- */
+
+/** The node's table: conditional probabilities of a chance node, utilities
+ *  of a utility node, the function table of a discrete function node.
+ *  Null with "usage" for nodes that have none (see k_node_has_table). */
+KELVA_API k_table_t k_node_get_table(k_node_t node);
+/** 1 when the node has a table, 0 when not, -1 on error. */
+KELVA_API k_bool_t k_node_has_table(k_node_t node);
+/** The node's experience table, created (all zeros) on first request for a
+ *  discrete or continuous chance node. */
+KELVA_API k_table_t k_node_get_experience_table(k_node_t node);
+/** 1 when the node has an experience table, 0 when not, -1 on error. */
+KELVA_API k_bool_t k_node_has_experience_table(k_node_t node);
+/** The node's fading table, created (all ones) on first request for a
+ *  discrete chance node. */
+KELVA_API k_table_t k_node_get_fading_table(k_node_t node);
+/** 1 when the node has a fading table, 0 when not, -1 on error. */
+KELVA_API k_bool_t k_node_has_fading_table(k_node_t node);
+
+/* ------------------------------------------------------------------------ */
+/* Tables                                                                    */
+/* ------------------------------------------------------------------------ */
+
+/** Creates a free-standing table over `nodes` (null-ended list of distinct
+ *  nodes of `domain`), all entries 0.  The caller deletes it. */
+KELVA_API k_table_t k_domain_new_table(k_domain_t domain,
+                                       const k_node_t *nodes);
+
+/** The table's node list (owned by the table). */
+KELVA_API k_node_t *k_table_get_nodes(k_table_t table);
+/** The number of discrete configurations; K_SIZE_ERROR with
+ *  "size_too_large" when it cannot be represented. */
+KELVA_API k_size_t k_table_get_size(k_table_t table);
+/** Size times the number of continuous nodes; K_SIZE_ERROR with
+ *  "size_too_large" when that overflows. */
+KELVA_API k_size_t k_table_get_cg_size(k_table_t table);
+/** The index of a configuration (one state index per table node, in list
+ *  order, last node fastest); -1 when a state is out of range or the size
+ *  is too large. */
+KELVA_API int64_t k_table_get_index_from_configuration(k_table_t table,
+                                                       const k_size_t *config);
+/** Fills `config` (one slot per discrete table node) with the configuration
+ *  of `index`. */
+KELVA_API k_status_t k_table_get_configuration_from_index(k_table_t table,
+                                                          k_size_t *config,
+                                                          k_size_t index);
+/** Copies entries start .. start+count-1 into array[0 .. count-1].
+ *  "usage" when array is null, start is not below the size, count exceeds
+ *  size - start, or count exceeds array_length. */
+KELVA_API k_status_t k_table_get_data(k_table_t table, double *array,
+                                      k_size_t array_length, k_size_t start,
+                                      k_size_t count);
+/** Copies array[0 .. count-1] into entries start .. start+count-1 (same
+ *  rules as k_table_get_data) and marks the table changed. */
+KELVA_API k_status_t k_table_set_data(k_table_t table, const double *array,
+                                      k_size_t array_length, k_size_t start,
+                                      k_size_t count);
+/** The entry at `index` (-1.0 with "usage" when out of range). */
+KELVA_API double k_table_get_data_item(k_table_t table, k_size_t index);
+/** Stores `value` at `index` and marks the table changed. */
+KELVA_API k_status_t k_table_set_data_item(k_table_t table, k_size_t index,
+                                           double value);
+/** Stores `value` in every entry and marks the table changed. */
+KELVA_API k_status_t k_table_set_all_data_items(k_table_t table, double value);
+
+/** The mean of continuous `node` in discrete configuration `index`. */
+KELVA_API double k_table_get_mean(k_table_t table, k_size_t index,
+                                  k_node_t node);
+/** The variance of continuous `node` in discrete configuration `index`. */
+KELVA_API double k_table_get_variance(k_table_t table, k_size_t index,
+                                      k_node_t node);
+/** The covariance of continuous nodes `node1`, `node2` in configuration
+ *  `index`. */
+KELVA_API double k_table_get_covariance(k_table_t table, k_size_t index,
+                                        k_node_t node1, k_node_t node2);
+
+/** Multiplies `table` by `other` in place; other's nodes must all be among
+ *  table's nodes. */
+KELVA_API k_status_t k_table_multiply(k_table_t table, k_table_t other);
+/** Divides `table` by `other` in place (other's nodes among table's); an
+ *  entry whose divisor is not positive is left unchanged. */
+KELVA_API k_status_t k_table_divide(k_table_t table, k_table_t other);
+/** A new free-standing table over `nodes` (a null-ended subset of the
+ *  table's nodes) summing (K_EQUILIBRIUM_SUM) or maximising
+ *  (K_EQUILIBRIUM_MAX) over the others.  The caller deletes it. */
+KELVA_API k_table_t k_table_get_marginal(k_table_t table,
+                                         const k_node_t *nodes,
+                                         k_equilibrium_t code);
+/** Reorders the table's nodes to `nodes` (the same nodes, null-ended),
+ *  permuting the data to the new configuration order. */
+KELVA_API k_status_t k_table_reorder_nodes(k_table_t table,
+                                           const k_node_t *nodes);
+/** Copies `other`'s contents (same size and CG dimension) into `table` and
+ *  marks it changed. */
+KELVA_API k_status_t k_table_update(k_table_t table, k_table_t other);
+/** Deletes a free-standing table, or a node's experience or fading table.
+ *  Other tables belong to their owners: the call succeeds and does nothing. */
+KELVA_API k_status_t k_table_delete(k_table_t table);
+
+/** Stores an opaque pointer with the table for the caller. */
+KELVA_API k_status_t k_table_set_backpointer(k_table_t table, void *data);
+/** The pointer stored by k_table_set_backpointer (null if none). */
+KELVA_API void *k_table_get_backpointer(k_table_t table);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* KELVA_KELVA_H */

@@ -1,0 +1,84 @@
+#pragma once
+
+#include <new>
+#include <vector>
+
+#include "kelva/kelva.h"
+#include "model/domain.h"
+#include "model/error.h"
+#include "model/node.h"
+#include "table/table.h"
+
+// The one shape of every k_... function: set "none", run the body, and turn
+// whatever it throws into the thread's error code and the neutral result.
+// Nothing thrown inside the engine crosses the C boundary.
+
+// Handles are the engine objects' addresses; the C handle structs are never
+// defined.
+
+namespace kelva::capi {
+
+/// Runs `body` under the error discipline; returns `neutral` on failure.
+template <class R, class F>
+R guard(R neutral, F&& body) noexcept {
+  k_error_set(K_ERROR_NONE);
+  try {
+    return body();
+  } catch (const Error& e) {
+    k_error_set(e.code());
+  } catch (const std::bad_alloc&) {
+    k_error_set(K_ERROR_NO_MEMORY);
+  } catch (...) {
+    k_error_set(K_ERROR_ERROR);
+  }
+  return neutral;
+}
+
+/// Runs `body` (returning nothing) under the error discipline: 0 on success,
+/// non-zero on failure.
+template <class F>
+k_status_t guard_status(F&& body) noexcept {
+  return guard<k_status_t>(1, [&] {
+    body();
+    return k_status_t{0};
+  });
+}
+
+/// The live object behind a handle, or Error(usage) for null, dead or
+/// wrongly sorted handles.
+inline Domain& get(k_domain_t h) {
+  auto* p = reinterpret_cast<Domain*>(h);
+  require(p != nullptr && p->is(ObjectTag::domain));
+  return *p;
+}
+inline Node& get(k_node_t h) {
+  auto* p = reinterpret_cast<Node*>(h);
+  require(p != nullptr && p->is(ObjectTag::node));
+  return *p;
+}
+inline Table& get(k_table_t h) {
+  auto* p = reinterpret_cast<Table*>(h);
+  require(p != nullptr && p->is(ObjectTag::table));
+  return *p;
+}
+inline Attribute& get(k_attribute_t h) {
+  auto* p = reinterpret_cast<Attribute*>(h);
+  require(p != nullptr && p->is(ObjectTag::attribute));
+  return *p;
+}
+
+/// Engine object to handle.
+inline k_domain_t handle(Domain* p) noexcept { return reinterpret_cast<k_domain_t>(p); }
+inline k_node_t handle(Node* p) noexcept { return reinterpret_cast<k_node_t>(p); }
+inline k_table_t handle(Table* p) noexcept { return reinterpret_cast<k_table_t>(p); }
+inline k_attribute_t handle(Attribute* p) noexcept { return reinterpret_cast<k_attribute_t>(p); }
+/// A null-ended engine node list as a C list.
+inline k_node_t* handle(Node* const* list) noexcept {
+  return reinterpret_cast<k_node_t*>(const_cast<Node**>(list));
+}
+
+/// A C list (null-ended) of live nodes as engine pointers; Error(usage) for a
+/// null list or a bad handle in it.
+std::vector<Node*> node_list(const k_node_t* list);
+
+}  // namespace kelva::capi

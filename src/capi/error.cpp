@@ -1,0 +1,28 @@
+// The error functions of the C API: the per-thread code and the table lookups.
+#include "model/error.h"
+#include "platform/thread_slot.h"
+
+extern "C" {
+
+k_error_t k_error_set(k_error_t code) {
+  kelva::platform::error_slot() = kelva::find_error(code);
+  return code;
+}
+
+k_error_t k_error_code(void) {
+  const void*& slot = kelva::platform::error_slot();
+  if (slot == nullptr) slot = kelva::find_error(K_ERROR_NONE);
+  return static_cast<k_error_t>(static_cast<const kelva::ErrorEntry*>(slot)->code);
+}
+
+const char* k_error_name(k_error_t code) {
+  const kelva::ErrorEntry* e = kelva::find_error(code);
+  return e != nullptr ? e->name : "no_such_error";
+}
+
+const char* k_error_description(k_error_t code) {
+  const kelva::ErrorEntry* e = kelva::find_error(code);
+  return e != nullptr ? e->description : "No such error.";
+}
+
+}  // extern "C"

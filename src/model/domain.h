@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "kelva/kelva.h"
+#include "model/attributes.h"
+#include "model/object.h"
+#include "model/peer.h"
+
+namespace kelva {
+
+class Node;
+class Table;
+
+/// The container of one network: its nodes (a chain, newest first), name
+/// table, attributes, layout defaults and the settings of parallel table
+/// operations.  Owns its nodes and the free-standing tables made over them.
+class Domain : public Object {
+ public:
+  Domain();
+  ~Domain();
+
+  /// The checks and bookkeeping of node creation, in their documented order;
+  /// throws Error on refusal and leaves the domain unchanged.
+  Node* new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype);
+  /// Unlinks `node` from the chain and name table, drops its Java peer and
+  /// frees it.  Links and tables must already have been taken apart.
+  void destroy_node(Node* node) noexcept;
+
+  Node* first_node() const noexcept { return first_; }
+  /// Number of nodes of `category` (5..9).
+  std::uint64_t count(k_category_t category) const noexcept;
+  std::uint64_t discrete_count() const noexcept { return discrete_; }
+  std::uint64_t continuous_count() const noexcept { return continuous_; }
+
+  /// The next value of the creation counter (also used by generated names).
+  std::uint64_t bump_counter() noexcept { return ++counter_; }
+  std::uint64_t counter() const noexcept { return counter_; }
+
+  /// Name table.
+  Node* find(const std::string& name) const noexcept;
+  /// Gives `node` the name `name`: "twice" when another node has it,
+  /// "invalid_name" when it breaks the name rule.
+  void rename(Node& node, const char* name);
+  /// True when node names here are single identifiers (a class).
+  bool is_class() const noexcept { return false; }
+
+  AttributeList& attributes() noexcept { return attributes_; }
+
+  std::uint64_t node_width = 0;
+  std::uint64_t node_height = 0;
+  std::uint64_t grain_size = 10000;
+  std::uint64_t concurrency_level = 1;
+  void* backpointer = nullptr;
+
+  /// Java bookkeeping of the native layer.
+  JniContext& jni() noexcept { return jni_; }
+
+  /// The log stream (null when none); owned.
+  std::FILE* log() const noexcept { return log_; }
+  /// Replaces the log: opens `file_name` with mode "a" or "w", 512-byte line
+  /// buffer; null closes the current one.  Throws Error(io).
+  void set_log_file(const char* file_name, bool append);
+
+  /// Compilation state.  There is no junction forest until compilation
+  /// exists, so a domain is never compiled yet.
+  bool is_compiled() const noexcept { return false; }
+  /// Discards the junction forest and every result computed on it.
+  void uncompile() noexcept {}
+  /// Discards cached results of graph queries (d-separation, requisite sets).
+  void forget_graph_queries() noexcept {}
+
+  /// Counts writes of table data; results computed before a change are stale.
+  std::uint64_t table_changes() const noexcept { return table_changes_; }
+  void note_table_change() noexcept { ++table_changes_; }
+
+  /// Free-standing tables over this domain's nodes; the domain frees those the
+  /// caller leaves behind.
+  void adopt_free_table(Table* table);
+  void release_free_table(Table* table) noexcept;
+  const std::unordered_set<Table*>& free_tables() const noexcept { return free_tables_; }
+
+ private:
+  void link_at_head(Node* node) noexcept;
+
+  Node* first_ = nullptr;
+  std::uint64_t counter_ = 0;
+  std::uint64_t by_category_[5] = {};  // function, instance, chance, decision, utility
+  std::uint64_t discrete_ = 0;
+  std::uint64_t continuous_ = 0;
+  std::unordered_map<std::string, Node*> names_;
+  AttributeList attributes_;
+  JniContext jni_;
+  std::FILE* log_ = nullptr;
+  std::uint64_t table_changes_ = 0;
+  std::unordered_set<Table*> free_tables_;
+};
+
+}  // namespace kelva

@@ -1,0 +1,45 @@
+#include "model/error.h"
+
+#include <array>
+
+namespace kelva {
+
+namespace {
+
+constexpr int kLastCode = 48;
+
+constexpr ErrorEntry kRows[] = {
+#define KELVA_ERROR(code, name, upper, description) {code, #name, description},
+#include "model/error_codes.def"
+#undef KELVA_ERROR
+};
+
+// Indexed by code; the reserved codes hold a null name.
+constexpr std::array<ErrorEntry, kLastCode + 1> make_table() {
+  std::array<ErrorEntry, kLastCode + 1> table{};
+  for (const ErrorEntry& row : kRows) table[row.code] = row;
+  return table;
+}
+
+constexpr std::array<ErrorEntry, kLastCode + 1> kTable = make_table();
+
+#define KELVA_ERROR(code, name, upper, description) \
+  static_assert(K_ERROR_##upper == (code), "C header and error table disagree");
+#include "model/error_codes.def"
+#undef KELVA_ERROR
+
+}  // namespace
+
+const ErrorEntry* find_error(int code) noexcept {
+  // Compared as unsigned so that negative codes are out of range too.
+  if (static_cast<unsigned>(code) > static_cast<unsigned>(kLastCode)) return nullptr;
+  const ErrorEntry& e = kTable[code];
+  return e.name != nullptr ? &e : nullptr;
+}
+
+const char* Error::what() const noexcept {
+  const ErrorEntry* e = find_error(code_);
+  return e != nullptr ? e->name : "no_such_error";
+}
+
+}  // namespace kelva

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <exception>
+
+#include "kelva/kelva.h"
+
+namespace kelva {
+
+/// One row of the error table.
+struct ErrorEntry {
+  int code;
+  const char* name;
+  const char* description;
+};
+
+/// The entry of `code`, or null for a code outside the table (negative,
+/// above 48, or one of the reserved 44..46).
+const ErrorEntry* find_error(int code) noexcept;
+
+/// A failure inside the engine.  Thrown by engine code and turned into the
+/// thread's error code at the C boundary; never crosses it.
+class Error : public std::exception {
+ public:
+  explicit Error(k_error_t code) noexcept : code_(code) {}
+  k_error_t code() const noexcept { return code_; }
+  const char* what() const noexcept override;
+
+ private:
+  k_error_t code_;
+};
+
+/// Throws Error(code) unless `condition` holds.
+inline void require(bool condition, k_error_t code = K_ERROR_USAGE) {
+  if (!condition) throw Error(code);
+}
+
+}  // namespace kelva

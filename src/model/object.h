@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+
+namespace kelva {
+
+/// What an engine object is.  Every object handed out through the C API
+/// carries its tag, checked on entry, so a handle of the wrong sort gives
+/// "usage" rather than a crash.  Destruction poisons the tag.
+enum class ObjectTag : std::uint32_t {
+  dead = 0xDEADBEEF,
+  domain = 0x4B444D4E,
+  node = 0x4B4E4F44,
+  table = 0x4B544142,
+  attribute = 0x4B415454,
+};
+
+/// Base of every engine object that crosses the C boundary.
+class Object {
+ public:
+  ObjectTag tag() const noexcept { return tag_; }
+  /// True when this object is alive and of sort `tag`.
+  bool is(ObjectTag tag) const noexcept { return tag_ == tag; }
+
+ protected:
+  explicit Object(ObjectTag tag) noexcept : tag_(tag) {}
+  ~Object() { tag_ = ObjectTag::dead; }
+  Object(const Object&) = delete;
+  Object& operator=(const Object&) = delete;
+
+ private:
+  volatile ObjectTag tag_;
+};
+
+}  // namespace kelva

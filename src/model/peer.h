@@ -1,0 +1,37 @@
+#pragma once
+
+namespace kelva {
+
+/// The Java field that holds an engine object's handle in its peer.
+enum class PeerField { node = 0, table = 1, clique = 2, jt = 3, model = 4 };
+inline constexpr int kPeerFieldCount = 5;
+
+/// The Java bookkeeping a domain keeps for the native layer.  The engine
+/// never looks inside: `env` is the JNIEnv of the native call in progress
+/// (null between calls), the others are cached JNI identifiers.
+struct JniContext {
+  void* env = nullptr;
+  void* field_ids[kPeerFieldCount] = {};
+  void* node_class = nullptr;  // global reference to the Java node class
+};
+
+/// A JNI global reference to an object's Java peer, or null.
+using PeerRef = void*;
+
+/// How the native layer drops a peer: zero its handle field (when `field`
+/// names one) and delete the global reference.  `field` may be null for
+/// references that have no handle field (the cached node class).
+using PeerDropFn = void (*)(JniContext& context, const PeerField* field, PeerRef ref);
+
+/// Installed by the native layer when the library is loaded into a JVM.
+void install_peer_drop(PeerDropFn fn) noexcept;
+
+/// Drops `ref` (if any) through the installed function and sets it to null.
+/// Without a JNIEnv in `context` or without a native layer it only forgets
+/// the reference.
+void drop_peer(JniContext& context, PeerField field, PeerRef& ref) noexcept;
+
+/// Drops the context's cached references (used when a domain dies).
+void drop_context(JniContext& context) noexcept;
+
+}  // namespace kelva

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "kelva/kelva.h"
+#include "model/node_list.h"
+#include "model/object.h"
+#include "model/peer.h"
+
+namespace kelva {
+
+class Domain;
+class Node;
+
+/// What a table is for.  Experience (2) and fading (3) are fixed numbers.
+enum class TableRole : int {
+  conditional = 1,  // a node's conditional table (or utility / function table)
+  experience = 2,
+  fading = 3,
+  potential = 4,    // clique or separator potential
+  free = 5,         // free-standing, owned by the caller
+};
+
+/// A function over the joint configurations of a list of nodes: a dense
+/// array of doubles in configuration order (first node slowest, last node
+/// fastest) over the discrete nodes, and for tables with continuous nodes a
+/// conditional-Gaussian part per discrete configuration.
+///
+/// Node order: the discrete nodes come first, then the continuous ones; the
+/// configuration order is over the discrete nodes only.
+class Table : public Object {
+ public:
+  /// A table over `nodes` (distinct; discrete nodes before continuous ones),
+  /// all entries 0.  Data are not allocated until first needed.
+  Table(Domain& domain, const std::vector<Node*>& nodes, TableRole role, Node* owner);
+  ~Table();
+
+  Domain& domain() const noexcept { return *domain_; }
+  TableRole role() const noexcept { return role_; }
+  Node* owner() const noexcept { return owner_; }
+  /// Registered with its domain (owned by a node or a junction tree), as
+  /// opposed to free-standing.
+  bool is_registered() const noexcept { return role_ != TableRole::free; }
+
+  const NodeList& nodes() const noexcept { return nodes_; }
+  std::size_t discrete_count() const noexcept { return discrete_count_; }
+  /// Number of continuous nodes.
+  std::size_t cg_dimension() const noexcept { return nodes_.size() - discrete_count_; }
+  /// Number of discrete configurations, saturating at kSizeTooLarge.
+  std::uint64_t size() const noexcept { return size_; }
+
+  /// The discrete data, allocated (all 0) on first access; throws
+  /// Error(no_memory) when the size cannot be allocated.
+  double* data();
+  const double* data() const;
+
+  // Conditional-Gaussian part, per discrete configuration `config`, for the
+  // continuous member with position `i` among the continuous nodes.
+  double mean(std::uint64_t config, std::size_t i) const;
+  double covariance(std::uint64_t config, std::size_t i, std::size_t j) const;
+  void set_mean(std::uint64_t config, std::size_t i, double v);
+  void set_covariance(std::uint64_t config, std::size_t i, std::size_t j, double v);
+  /// For a continuous node's own table: the regression coefficient of the
+  /// node on continuous member `i` (0 for the node itself).
+  double coefficient(std::uint64_t config, std::size_t i) const;
+  void set_coefficient(std::uint64_t config, std::size_t i, double v);
+
+  // Shape changes used by structure edits.  Each either succeeds or throws
+  // (no_memory) and leaves the table unchanged.
+
+  /// Inserts discrete `node` at the front (slowest), repeating the existing
+  /// values once for each of its states.  A node already held: no change.
+  void insert_discrete_front(Node* node);
+  /// Appends continuous `node` after the continuous members, with zero
+  /// coefficients, means and covariances.  A node already held: no change.
+  void append_continuous(Node* node);
+  /// Removes `node`: a discrete node by averaging over its states, a
+  /// continuous one by dropping its entries.  A node not held: no change.
+  void remove_node(Node* node);
+  /// Changes the state count of discrete member `node` from its current
+  /// count in the table to `count`: kept states keep their entries, new ones 0.
+  void change_state_count(Node* node, std::size_t old_count, std::size_t count);
+  /// Permutes the states of discrete member `node`: new state i takes the
+  /// entries of old state new_to_old[i].
+  void permute_states(Node* node, const std::vector<std::size_t>& new_to_old);
+  /// Puts `replacement` (same kind and state count) in place of `node`.
+  void replace_node(Node* node, Node* replacement) noexcept;
+
+  /// Tells the owner that the contents changed through the API.
+  void notify_changed() noexcept;
+
+  PeerRef peer = nullptr;  // "tablePeer"
+  void* backpointer = nullptr;
+
+ private:
+  Domain* domain_;
+  TableRole role_;
+  Node* owner_;
+  NodeList nodes_;
+  std::size_t discrete_count_ = 0;
+  std::uint64_t size_ = 1;
+  // Remaining representation is the table layer's own.
+  std::vector<double> data_;
+  bool allocated_ = false;
+  std::vector<double> means_;
+  std::vector<double> covariances_;
+  std::vector<double> coefficients_;
+};
+
+}  // namespace kelva

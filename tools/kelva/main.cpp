@@ -1,0 +1,2 @@
+#include "kelva/kelva.h"
+int main() { return 0; }
