@@ -1,6 +1,7 @@
 #pragma once
 
 #include <new>
+#include <string>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -80,5 +81,9 @@ inline k_node_t* handle(Node* const* list) noexcept {
 /// A C list (null-ended) of live nodes as engine pointers; Error(usage) for a
 /// null list or a bad handle in it.
 std::vector<Node*> node_list(const k_node_t* list);
+
+/// A checked attribute key (a single C identifier): Error(usage) for null,
+/// Error(invalid_name) otherwise.
+std::string attribute_key(const char* key);
 
 }  // namespace kelva::capi

@@ -40,6 +40,8 @@ class Domain : public Object {
   /// The next value of the creation counter (also used by generated names).
   std::uint64_t bump_counter() noexcept { return ++counter_; }
   std::uint64_t counter() const noexcept { return counter_; }
+  /// Puts the counter back after a creation that failed half-way.
+  void rewind_counter(std::uint64_t value) noexcept { counter_ = value; }
 
   /// Name table.
   Node* find(const std::string& name) const noexcept;

@@ -55,11 +55,13 @@ class Node : public Object {
   PeerRef peer = nullptr;
 
   // States of a discrete node.
-  std::size_t state_count() const noexcept { return state_values_.size(); }
+  std::size_t state_count() const noexcept { return state_labels_.size(); }
   /// The label of state i as read by users: its own label, else "false" /
   /// "true" for a boolean node, else the empty text.
   const char* state_label(std::size_t i) const noexcept;
   void set_state_label(std::size_t i, std::string label) { state_labels_[i] = std::move(label); }
+  /// State values: one per state, plus the upper bound of the last interval
+  /// (index state_count()) used by interval nodes.
   double state_value(std::size_t i) const noexcept { return state_values_[i]; }
   void set_state_value(std::size_t i, double v) noexcept { state_values_[i] = v; }
   /// Resizes the label and value arrays (new entries empty and 0).

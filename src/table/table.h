@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -86,6 +87,14 @@ class Table : public Object {
   void permute_states(Node* node, const std::vector<std::size_t>& new_to_old);
   /// Puts `replacement` (same kind and state count) in place of `node`.
   void replace_node(Node* node, Node* replacement) noexcept;
+
+  /// A free-standing, unregistered copy of this table (same nodes, contents
+  /// and CG part; no owner, no peer).  Structure edits reshape copies and
+  /// swap them in only when every table of the edit has been reshaped.
+  std::unique_ptr<Table> clone() const;
+  /// Exchanges everything but identity (domain, role, owner, peer,
+  /// backpointer) with `other`: nodes, size, data, CG part, cached plans.
+  void swap_contents(Table& other) noexcept;
 
   /// Tells the owner that the contents changed through the API.
   void notify_changed() noexcept;

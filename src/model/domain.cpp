@@ -1,0 +1,147 @@
+#include "model/domain.h"
+
+#include <cstdio>
+
+#include "model/error.h"
+#include "model/names.h"
+#include "model/node.h"
+#include "platform/file.h"
+
+namespace kelva {
+
+namespace {
+
+// Index of a category in the per-category counters.
+int category_slot(k_category_t category) noexcept {
+  switch (category) {
+    case K_CATEGORY_FUNCTION: return 0;
+    case K_CATEGORY_INSTANCE: return 1;
+    case K_CATEGORY_CHANCE: return 2;
+    case K_CATEGORY_DECISION: return 3;
+    case K_CATEGORY_UTILITY: return 4;
+    default: return -1;
+  }
+}
+
+}  // namespace
+
+Domain::Domain() : Object(ObjectTag::domain) {}
+
+Domain::~Domain() {
+  // Free-standing tables first: they refer to nodes.
+  for (Table* t : free_tables_) TableDeleter{}(t);
+  free_tables_.clear();
+  while (first_ != nullptr) destroy_node(first_);
+  drop_context(jni_);
+  if (log_ != nullptr) std::fclose(log_);
+}
+
+std::uint64_t Domain::count(k_category_t category) const noexcept {
+  const int slot = category_slot(category);
+  return slot < 0 ? 0 : by_category_[slot];
+}
+
+Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype) {
+  // Which combinations are nodes at all.
+  require(category_slot(category) >= 0);
+  switch (category) {
+    case K_CATEGORY_CHANCE:
+      require(kind == K_KIND_DISCRETE || kind == K_KIND_CONTINUOUS);
+      break;
+    case K_CATEGORY_DECISION:
+      require(kind == K_KIND_DISCRETE);
+      break;
+    case K_CATEGORY_UTILITY:
+    case K_CATEGORY_INSTANCE:
+      require(kind == K_KIND_OTHER);
+      break;
+    case K_CATEGORY_FUNCTION:
+      require(kind == K_KIND_DISCRETE || kind == K_KIND_OTHER);
+      break;
+    default:
+      break;
+  }
+  if (kind == K_KIND_DISCRETE)
+    require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
+  // Instance nodes come with classes, which this domain cannot hold.
+  require(category != K_CATEGORY_INSTANCE);
+
+  const bool has_limid = count(K_CATEGORY_DECISION) + count(K_CATEGORY_UTILITY) > 0;
+  const bool continuous = kind == K_KIND_CONTINUOUS || continuous_ > 0;
+  if (category == K_CATEGORY_CHANCE) {
+    if (has_limid && continuous) throw Error(K_ERROR_CG_LIMIDS_NOT_SUPPORTED);
+  } else if (category != K_CATEGORY_FUNCTION && category != K_CATEGORY_INSTANCE) {
+    if (continuous) throw Error(K_ERROR_CG_LIMIDS_NOT_SUPPORTED);
+  }
+  // A new decision or utility node has no links yet, so it cannot close a
+  // cycle of function-node dependencies: the test always passes here.
+
+  auto node = std::make_unique<Node>(*this, category, kind, subtype, counter_ + 1);
+  ++counter_;
+  ++by_category_[category_slot(category)];
+  if (kind == K_KIND_DISCRETE) ++discrete_;
+  if (kind == K_KIND_CONTINUOUS) ++continuous_;
+  Node* raw = node.release();
+  link_at_head(raw);
+  return raw;
+}
+
+void Domain::link_at_head(Node* node) noexcept {
+  node->next = first_;
+  node->prev = nullptr;
+  if (first_ != nullptr) first_->prev = node;
+  first_ = node;
+}
+
+void Domain::destroy_node(Node* node) noexcept {
+  if (node->prev != nullptr) node->prev->next = node->next;
+  else first_ = node->next;
+  if (node->next != nullptr) node->next->prev = node->prev;
+  if (node->has_name()) names_.erase(node->name());
+  --by_category_[category_slot(node->category())];
+  if (node->is_discrete()) --discrete_;
+  if (node->is_continuous()) --continuous_;
+  drop_peer(jni_, PeerField::node, node->peer);
+  delete node;
+}
+
+Node* Domain::find(const std::string& name) const noexcept {
+  auto it = names_.find(name);
+  return it == names_.end() ? nullptr : it->second;
+}
+
+void Domain::rename(Node& node, const char* name) {
+  require(name != nullptr);
+  if (node.has_name() && node.name() == name) return;
+  if (find(name) != nullptr) throw Error(K_ERROR_TWICE);
+  if (!is_valid_name(name, !is_class())) throw Error(K_ERROR_INVALID_NAME);
+  std::string copy(name);
+  names_.emplace(copy, &node);  // may throw: nothing changed yet
+  if (node.has_name()) names_.erase(node.name());
+  node.name_ = std::move(copy);
+}
+
+void Domain::set_log_file(const char* file_name, bool append) {
+  if (file_name == nullptr) {
+    std::FILE* old = log_;
+    log_ = nullptr;
+    if (old != nullptr && std::fclose(old) != 0) throw Error(K_ERROR_IO);
+    return;
+  }
+  std::FILE* f = platform::open_file(file_name, append ? "a" : "w");
+  if (f == nullptr) throw Error(K_ERROR_IO);
+  // A null buffer lets stdio allocate the 512 bytes and free them at fclose.
+  if (std::setvbuf(f, nullptr, _IOLBF, 512) != 0) {
+    std::fclose(f);
+    throw Error(K_ERROR_IO);
+  }
+  std::FILE* old = log_;
+  log_ = f;
+  if (old != nullptr && std::fclose(old) != 0) throw Error(K_ERROR_IO);
+}
+
+void Domain::adopt_free_table(Table* table) { free_tables_.insert(table); }
+
+void Domain::release_free_table(Table* table) noexcept { free_tables_.erase(table); }
+
+}  // namespace kelva

@@ -1,0 +1,84 @@
+#include "model/node.h"
+
+#include <cstdio>
+
+#include "model/domain.h"
+
+namespace kelva {
+
+char category_letter(k_category_t category) noexcept {
+  switch (category) {
+    case K_CATEGORY_FUNCTION: return 'F';
+    case K_CATEGORY_INSTANCE: return 'I';
+    case K_CATEGORY_CHANCE: return 'C';
+    case K_CATEGORY_DECISION: return 'D';
+    case K_CATEGORY_UTILITY: return 'U';
+    default: return 'X';
+  }
+}
+
+Node::Node(Domain& domain, k_category_t category, k_kind_t kind, k_subtype_t subtype,
+           std::uint64_t serial)
+    : Object(ObjectTag::node),
+      domain_(&domain),
+      category_(category),
+      kind_(kind),
+      subtype_(kind == K_KIND_DISCRETE ? subtype : K_SUBTYPE_LABEL),
+      serial_(serial) {
+  if (kind == K_KIND_DISCRETE) resize_states(subtype == K_SUBTYPE_BOOLEAN ? 2 : 1);
+}
+
+Node::~Node() = default;
+
+const std::string& Node::name() const noexcept {
+  static const std::string empty;
+  return name_ ? *name_ : empty;
+}
+
+const std::string& Node::name_or_generate() {
+  if (name_) return *name_;
+  // The letter of the category and the serial number; while that is taken,
+  // the domain's creation counter moves on and supplies the next number.
+  const char letter = category_letter(category_);
+  std::uint64_t number = serial_;
+  for (;;) {
+    char candidate[32];
+    std::snprintf(candidate, sizeof candidate, "%c%llu", letter,
+                  static_cast<unsigned long long>(number));
+    if (domain_->find(candidate) == nullptr) {
+      domain_->rename(*this, candidate);
+      return *name_;
+    }
+    number = domain_->bump_counter();
+  }
+}
+
+const char* Node::state_label(std::size_t i) const noexcept {
+  if (state_labels_[i]) return state_labels_[i]->c_str();
+  if (subtype_ == K_SUBTYPE_BOOLEAN) return i == 0 ? "false" : "true";
+  return "";
+}
+
+void Node::resize_states(std::size_t count) {
+  std::vector<std::optional<std::string>> labels = state_labels_;
+  labels.resize(count);
+  std::vector<double> values = state_values_;
+  values.resize(count + 1, 0.0);
+  state_labels_.swap(labels);
+  state_values_.swap(values);
+}
+
+void Node::permute_states(const std::vector<std::size_t>& new_to_old) {
+  std::vector<std::optional<std::string>> labels(new_to_old.size());
+  std::vector<double> values(state_values_);
+  for (std::size_t i = 0; i < new_to_old.size(); ++i) {
+    labels[i] = state_labels_[new_to_old[i]];
+    values[i] = state_values_[new_to_old[i]];
+  }
+  state_labels_.swap(labels);
+  state_values_.swap(values);
+}
+
+void Node::table_changed() noexcept { domain_->note_table_change(); }
+
+}  // namespace kelva

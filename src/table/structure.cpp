@@ -1,0 +1,424 @@
+#include "table/structure.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include "model/domain.h"
+#include "model/error.h"
+#include "model/node.h"
+#include "table/size.h"
+#include "table/table.h"
+
+namespace kelva {
+
+namespace {
+
+// Reshaped copies of the tables an edit touches.  Copies are made and
+// reshaped first (any of that may throw); commit() swaps them all in and
+// cannot fail, so an edit changes every table or none.
+class EditBatch {
+ public:
+  /// A copy of `table` to reshape; swapped into `table` at commit.
+  Table& copy_of(Table& table) {
+    items_.reserve(items_.size() + 1);
+    items_.emplace_back(&table, table.clone());
+    return *items_.back().second;
+  }
+  void commit() noexcept {
+    for (auto& [table, copy] : items_) table->swap_contents(*copy);
+  }
+  bool empty() const noexcept { return items_.empty(); }
+
+ private:
+  std::vector<std::pair<Table*, std::unique_ptr<Table>>> items_;
+};
+
+bool holds(const Table* table, const Node* node) noexcept {
+  return table != nullptr && table->nodes().contains(node);
+}
+
+// The tables of `owner` that hold `member`.
+std::vector<Table*> tables_holding(Node& owner, const Node& member) {
+  std::vector<Table*> result;
+  for (Table* t : {owner.table(), owner.experience_table(), owner.fading_table()})
+    if (holds(t, &member)) result.push_back(t);
+  return result;
+}
+
+std::vector<Node*> discrete_parents_newest_first(const Node& node) {
+  std::vector<Node*> result;
+  for (auto it = node.parents().end(); it != node.parents().begin();) {
+    --it;
+    if ((*it)->is_discrete()) result.push_back(*it);
+  }
+  return result;
+}
+
+bool is_chance_decision_or_utility(const Node& node) noexcept {
+  const k_category_t c = node.category();
+  return c == K_CATEGORY_CHANCE || c == K_CATEGORY_DECISION || c == K_CATEGORY_UTILITY;
+}
+
+// Walks from `start` along links in one direction, through function nodes
+// only, and tells whether a node satisfying `goal` is met (start included).
+template <class Goal>
+bool reaches_through_functions(const Node& start, bool downwards, Goal goal) {
+  std::vector<const Node*> stack{&start};
+  std::unordered_set<const Node*> seen{&start};
+  while (!stack.empty()) {
+    const Node* n = stack.back();
+    stack.pop_back();
+    if (goal(*n)) return true;
+    if (n != &start && n->category() != K_CATEGORY_FUNCTION) continue;
+    for (Node* next : downwards ? n->children() : n->parents())
+      if (seen.insert(next).second) stack.push_back(next);
+  }
+  return false;
+}
+
+void refuse_parent_sort(const Node& child, const Node& parent) {
+  require(child.category() != K_CATEGORY_INSTANCE && parent.category() != K_CATEGORY_INSTANCE);
+  if (is_chance_decision_or_utility(child)) {
+    require(parent.category() != K_CATEGORY_UTILITY);
+    require(!(child.is_discrete() && parent.is_continuous()));
+  }
+}
+
+}  // namespace
+
+bool can_have_table(const Node& node) noexcept {
+  switch (node.category()) {
+    case K_CATEGORY_CHANCE:
+    case K_CATEGORY_UTILITY:
+      return true;
+    case K_CATEGORY_FUNCTION:
+      return node.is_discrete();
+    default:
+      return false;
+  }
+}
+
+Table& node_table(Node& node) {
+  require(can_have_table(node));
+  if (node.table() != nullptr) return *node.table();
+  std::vector<Node*> members;
+  if (node.category() != K_CATEGORY_FUNCTION) members = discrete_parents_newest_first(node);
+  if (node.kind() != K_KIND_OTHER) members.push_back(&node);
+  if (node.category() != K_CATEGORY_FUNCTION)
+    for (Node* p : node.parents())
+      if (p->is_continuous()) members.push_back(p);
+  node.table_slot().reset(new Table(node.domain(), members, TableRole::conditional, &node));
+  return *node.table();
+}
+
+Table& experience_table(Node& node) {
+  require(node.category() == K_CATEGORY_CHANCE);
+  if (node.experience_table() == nullptr)
+    node.experience_slot().reset(new Table(node.domain(), discrete_parents_newest_first(node),
+                                           TableRole::experience, &node));
+  return *node.experience_table();
+}
+
+Table& fading_table(Node& node) {
+  require(node.category() == K_CATEGORY_CHANCE && node.is_discrete());
+  if (node.fading_table() == nullptr) {
+    TablePtr table(new Table(node.domain(), discrete_parents_newest_first(node),
+                             TableRole::fading, &node));
+    double* data = table->data();
+    std::fill(data, data + table->size(), 1.0);
+    node.fading_slot() = std::move(table);
+  }
+  return *node.fading_table();
+}
+
+bool reaches(const Node& ancestor, const Node& node) {
+  std::vector<const Node*> stack{&ancestor};
+  std::unordered_set<const Node*> seen{&ancestor};
+  while (!stack.empty()) {
+    const Node* n = stack.back();
+    stack.pop_back();
+    if (n == &node) return true;
+    for (Node* c : n->children())
+      if (seen.insert(c).second) stack.push_back(c);
+  }
+  return false;
+}
+
+bool functional_dependency_ok(const Node& child, const Node& parent) {
+  // A utility node's value is known only once the policies are, and those
+  // depend on every chance and decision node.  So no chance or decision node
+  // may depend on a utility node through a chain of function nodes.
+  const bool from_utility = reaches_through_functions(
+      parent, false, [](const Node& n) { return n.category() == K_CATEGORY_UTILITY; });
+  if (!from_utility) return true;
+  const bool to_model = reaches_through_functions(child, true, [](const Node& n) {
+    return n.category() == K_CATEGORY_CHANCE || n.category() == K_CATEGORY_DECISION;
+  });
+  return !to_model;
+}
+
+void add_parent(Node& child, Node& parent) {
+  Domain& domain = child.domain();
+  require(&parent.domain() == &domain);
+  require(!child.parents().contains(&parent));
+  refuse_parent_sort(child, parent);
+  if (reaches(child, parent)) throw Error(K_ERROR_CYCLIC_NETWORK);
+  if (!functional_dependency_ok(child, parent)) throw Error(K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
+
+  child.parents_mut().reserve_more(1);
+  parent.children_mut().reserve_more(1);
+
+  if (child.category() != K_CATEGORY_FUNCTION && parent.kind() != K_KIND_OTHER) {
+    EditBatch batch;
+    auto extend = [&](Table* table) {
+      if (table == nullptr) return;
+      Table& copy = batch.copy_of(*table);
+      if (parent.is_discrete()) copy.insert_discrete_front(&parent);
+      else copy.append_continuous(&parent);
+    };
+    extend(child.table());
+    if (parent.is_discrete()) extend(child.experience_table());
+    extend(child.fading_table());
+    batch.commit();
+    domain.uncompile();
+  }
+  domain.forget_graph_queries();
+  child.parents_mut().push_back(&parent);
+  parent.children_mut().push_back(&child);
+}
+
+void remove_parent(Node& child, Node& parent) {
+  require(&parent.domain() == &child.domain());
+  require(child.parents().contains(&parent));
+  EditBatch batch;
+  for (Table* t : tables_holding(child, parent)) batch.copy_of(*t).remove_node(&parent);
+  batch.commit();
+  child.parents_mut().remove(&parent);
+  parent.children_mut().remove(&child);
+  child.domain().uncompile();
+  child.domain().forget_graph_queries();
+}
+
+void switch_parent(Node& child, Node& old_parent, Node& new_parent) {
+  Domain& domain = child.domain();
+  require(&old_parent.domain() == &domain && &new_parent.domain() == &domain);
+  const std::size_t pos = child.parents().index_of(&old_parent);
+  require(pos != NodeList::npos);
+  require(!child.parents().contains(&new_parent));
+  require(new_parent.kind() == old_parent.kind());
+  require(!new_parent.is_discrete() || new_parent.state_count() == old_parent.state_count());
+  refuse_parent_sort(child, new_parent);
+  if (reaches(child, new_parent)) throw Error(K_ERROR_CYCLIC_NETWORK);
+  if (!functional_dependency_ok(child, new_parent))
+    throw Error(K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
+
+  new_parent.children_mut().reserve_more(1);
+  for (Table* t : tables_holding(child, old_parent)) t->replace_node(&old_parent, &new_parent);
+  child.parents_mut().replace(pos, &new_parent);
+  old_parent.children_mut().remove(&child);
+  new_parent.children_mut().push_back(&child);
+  domain.uncompile();
+  domain.forget_graph_queries();
+}
+
+namespace {
+
+// Positional strides of a table's discrete nodes within a configuration of a
+// larger node set: table index = sum of state * stride.
+std::vector<std::uint64_t> strides_in(const Table& table, const std::vector<Node*>& all) {
+  std::vector<std::uint64_t> strides(all.size(), 0);
+  std::uint64_t stride = 1;
+  for (std::size_t k = table.discrete_count(); k-- > 0;) {
+    const Node* n = table.nodes()[k];
+    for (std::size_t i = 0; i < all.size(); ++i)
+      if (all[i] == n) strides[i] = stride;
+    stride *= n->state_count();
+  }
+  return strides;
+}
+
+// Calls f(indexes...) for every configuration of `all` (last node fastest),
+// with each table's index for that configuration.
+template <std::size_t N, class F>
+void for_each_configuration(const std::vector<Node*>& all,
+                            const std::array<std::vector<std::uint64_t>, N>& strides, F f) {
+  std::vector<std::size_t> state(all.size(), 0);
+  std::array<std::uint64_t, N> index{};
+  for (;;) {
+    f(index);
+    std::size_t k = all.size();
+    for (;;) {
+      if (k == 0) return;
+      --k;
+      if (++state[k] < all[k]->state_count()) {
+        for (std::size_t t = 0; t < N; ++t) index[t] += strides[t][k];
+        break;
+      }
+      for (std::size_t t = 0; t < N; ++t) index[t] -= strides[t][k] * (state[k] - 1);
+      state[k] = 0;
+    }
+  }
+}
+
+}  // namespace
+
+void reverse_edge(Node& from, Node& to) {
+  Domain& domain = from.domain();
+  require(&to.domain() == &domain);
+  require(to.parents().contains(&from));
+  require(from.category() == K_CATEGORY_CHANCE && from.is_discrete());
+  require(to.category() == K_CATEGORY_CHANCE && to.is_discrete());
+  // Another path from -> ... -> to would become a cycle.
+  for (Node* c : from.children())
+    if (c != &to && reaches(*c, to)) throw Error(K_ERROR_CYCLIC_NETWORK);
+
+  // New parents: each node gets the other's parents as well; `to` becomes a
+  // parent of `from`.
+  std::vector<Node*> add_to_from;
+  for (Node* p : to.parents())
+    if (p != &from && !from.parents().contains(p)) add_to_from.push_back(p);
+  std::vector<Node*> add_to_to;
+  for (Node* p : from.parents())
+    if (!to.parents().contains(p)) add_to_to.push_back(p);
+
+  std::vector<Node*> new_from_parents(from.parents().begin(), from.parents().end());
+  new_from_parents.insert(new_from_parents.end(), add_to_from.begin(), add_to_from.end());
+  new_from_parents.push_back(&to);
+  std::vector<Node*> new_to_parents;
+  for (Node* p : to.parents())
+    if (p != &from) new_to_parents.push_back(p);
+  new_to_parents.insert(new_to_parents.end(), add_to_to.begin(), add_to_to.end());
+
+  // Table node orders: discrete parents newest first, then the node.
+  std::vector<Node*> to_members(new_to_parents.rbegin(), new_to_parents.rend());
+  to_members.push_back(&to);
+  std::vector<Node*> from_members(new_from_parents.rbegin(), new_from_parents.rend());
+  from_members.push_back(&from);
+
+  Table& old_from = node_table(from);
+  Table& old_to = node_table(to);
+  auto new_to_table = std::make_unique<Table>(domain, to_members, TableRole::free, nullptr);
+  auto new_from_table = std::make_unique<Table>(domain, from_members, TableRole::free, nullptr);
+  require(new_from_table->size() != kSizeTooLarge, K_ERROR_SIZE_TOO_LARGE);
+
+  // Joint over (from's new members) = P(from | pa) P(to | pa', from).
+  const std::vector<Node*>& all = from_members;
+  std::array<std::vector<std::uint64_t>, 4> strides{
+      strides_in(old_from, all), strides_in(old_to, all), strides_in(*new_to_table, all),
+      strides_in(*new_from_table, all)};
+  const double* pf = old_from.data();
+  const double* pt = old_to.data();
+  double* nt = new_to_table->data();
+  double* nf = new_from_table->data();
+  for_each_configuration<4>(all, strides, [&](const std::array<std::uint64_t, 4>& i) {
+    const double joint = pf[i[0]] * pt[i[1]];
+    nf[i[3]] = joint;
+    nt[i[2]] += joint;
+  });
+  const double uniform = 1.0 / static_cast<double>(from.state_count());
+  for_each_configuration<4>(all, strides, [&](const std::array<std::uint64_t, 4>& i) {
+    nf[i[3]] = nt[i[2]] > 0.0 ? nf[i[3]] / nt[i[2]] : uniform;
+  });
+
+  // Experience and fading tables do not survive a change of parents this
+  // large; they are dropped with the old tables.
+  from.parents_mut().reserve_more(add_to_from.size() + 1);
+  to.parents_mut().reserve_more(add_to_to.size());
+  to.children_mut().reserve_more(1);
+  for (Node* p : add_to_from) p->children_mut().reserve_more(1);
+  for (Node* p : add_to_to) p->children_mut().reserve_more(1);
+
+  old_from.swap_contents(*new_from_table);
+  old_to.swap_contents(*new_to_table);
+  from.experience_slot().reset();
+  from.fading_slot().reset();
+  to.experience_slot().reset();
+  to.fading_slot().reset();
+  to.parents_mut().remove(&from);
+  from.children_mut().remove(&to);
+  for (Node* p : add_to_to) {
+    to.parents_mut().push_back(p);
+    p->children_mut().push_back(&to);
+  }
+  for (Node* p : add_to_from) {
+    from.parents_mut().push_back(p);
+    p->children_mut().push_back(&from);
+  }
+  from.parents_mut().push_back(&to);
+  to.children_mut().push_back(&from);
+  domain.uncompile();
+  domain.forget_graph_queries();
+}
+
+void set_number_of_states(Node& node, std::size_t count) {
+  require(node.is_discrete() && count >= 1 && node.subtype() != K_SUBTYPE_BOOLEAN);
+  const std::size_t old = node.state_count();
+  if (count == old) return;
+  EditBatch batch;
+  for (Table* t : tables_holding(node, node)) batch.copy_of(*t).change_state_count(&node, old, count);
+  for (Node* c : node.children())
+    for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).change_state_count(&node, old, count);
+  for (Table* t : node.domain().free_tables())
+    if (holds(t, &node)) batch.copy_of(*t).change_state_count(&node, old, count);
+  node.resize_states(count);
+  batch.commit();
+  node.domain().uncompile();
+}
+
+void reorder_states(Node& node, const std::vector<const char*>& order) {
+  require(node.is_discrete());
+  const std::size_t n = node.state_count();
+  require(order.size() == n);
+  std::vector<std::size_t> new_to_old(n);
+  std::vector<bool> used(n, false);
+  for (std::size_t i = 0; i < n; ++i) {
+    require(order[i] != nullptr);
+    std::size_t found = n;
+    for (std::size_t s = 0; s < n; ++s) {
+      if (std::string_view(node.state_label(s)) != order[i]) continue;
+      require(found == n);  // the label must name one state only
+      found = s;
+    }
+    require(found < n && !used[found]);
+    used[found] = true;
+    new_to_old[i] = found;
+  }
+  EditBatch batch;
+  for (Table* t : tables_holding(node, node)) batch.copy_of(*t).permute_states(&node, new_to_old);
+  for (Node* c : node.children())
+    for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).permute_states(&node, new_to_old);
+  for (Table* t : node.domain().free_tables())
+    if (holds(t, &node)) batch.copy_of(*t).permute_states(&node, new_to_old);
+  node.permute_states(new_to_old);
+  batch.commit();
+  node.domain().uncompile();
+}
+
+void set_discrete_type(Node& node, k_subtype_t subtype) {
+  require(node.is_discrete());
+  require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
+  require(subtype != K_SUBTYPE_BOOLEAN || node.state_count() == 2);
+  node.set_subtype(subtype);
+}
+
+void delete_node(Node& node) {
+  Domain& domain = node.domain();
+  EditBatch batch;
+  for (Node* c : node.children())
+    for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).remove_node(&node);
+  for (Table* t : domain.free_tables())
+    if (holds(t, &node)) batch.copy_of(*t).remove_node(&node);
+  batch.commit();
+  for (Node* c : node.children()) c->parents_mut().remove(&node);
+  for (Node* p : node.parents()) p->children_mut().remove(&node);
+  domain.uncompile();
+  domain.forget_graph_queries();
+  domain.destroy_node(&node);
+}
+
+}  // namespace kelva
