@@ -1,2 +1,45 @@
-#include "kelva/kelva.h"
-int main() { return 0; }
+// kelva: the command-line tool over the C API.
+
+#include <cstdio>
+#include <exception>
+#include <span>
+
+#include "cli_error.h"
+#include "commands.h"
+#include "options.h"
+
+namespace {
+
+/// Runs the command of `options`, printing to standard output.
+void run(const kelva::cli::Options& options) {
+  using kelva::cli::Command;
+  switch (options.command) {
+    case Command::help: kelva::cli::run_help(stdout); break;
+    case Command::version: kelva::cli::run_version(stdout); break;
+    case Command::nodes: kelva::cli::run_nodes(stdout, options); break;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  using namespace kelva::cli;
+  try {
+    std::span<const char* const> args(argv + 1, argc > 0 ? argc - 1 : 0);
+    run(parse_options(args));
+    if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+      std::fprintf(stderr, "kelva: cannot write the output\n");
+      return exit_failure;
+    }
+    return 0;
+  } catch (const UsageError& e) {
+    std::fprintf(stderr, "kelva: %s\nTry 'kelva --help' for more information.\n", e.what());
+    return exit_usage;
+  } catch (const ApiError& e) {
+    std::fprintf(stderr, "kelva: %s\n", e.what());
+    return exit_failure;
+  } catch (const std::exception& e) {
+    std::fprintf(stderr, "kelva: internal error: %s\n", e.what());
+    return exit_failure;
+  }
+}

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdio>
+
+#include "options.h"
+
+namespace kelva::cli {
+
+/// Prints the help text.
+void run_help(std::FILE* out);
+
+/// Prints "kelva VERSION".
+void run_version(std::FILE* out);
+
+/// Prints the nodes, states, tables and links of the chosen network.
+void run_nodes(std::FILE* out, const Options& options);
+
+}  // namespace kelva::cli

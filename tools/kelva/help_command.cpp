@@ -1,0 +1,71 @@
+// `kelva --help` and `kelva --version`.
+
+#include "commands.h"
+#include "example_network.h"
+#include "kelva/kelva.h"
+
+namespace kelva::cli {
+
+namespace {
+
+constexpr const char* usage_text = R"HELP(usage: kelva --help
+       kelva --version
+       kelva nodes --example NAME [--format text|tsv]
+
+Commands:
+  nodes      print a network's nodes with their states and tables, then its
+             links
+
+Options:
+  --example NAME      use a network bundled with kelva (see below)
+  --format text|tsv   output format (default text)
+  -h, --help          print this help
+  --version           print "kelva" and the library version
+
+Text output of nodes: the line "network NAME: N nodes, M links", then for
+each node, in the domain's order, an empty line and the block
+  node NAME
+    label: LABEL
+    category: function|instance|chance|decision|utility
+    kind: discrete|continuous|other
+    subtype: label|boolean|number|interval     (discrete nodes)
+    states: COUNT                              (discrete nodes)
+      INDEX: LABEL [(value VALUE)]             (one line per state)
+    parents: PARENT...
+    table: MEMBER...                           (nodes with a table)
+      rows aligned in columns: the states of the members but the last,
+      "| ", one column per state of the last member ("mean" and
+      "variance" for a continuous node); the first row names the columns
+then an empty line, "links:" and one line "  PARENT -> CHILD" per link.
+Numbers are printed with "%g"; an unlabelled state is "(no label)", and
+"#INDEX" in tables.
+
+TSV output of nodes: one record per line, fields separated by tabs, numbers
+printed with "%.17g", and \ tab newline return in texts written as \\ \t \n \r:
+  network  NAME  NODES  LINKS
+  node     NAME  LABEL  CATEGORY  KIND  SUBTYPE|-  STATES
+  state    NODE  INDEX  LABEL  VALUE|-
+  table    NODE  MEMBER...
+  entry    NODE  INDEX  STATE-INDEX...  VALUE           (one per configuration)
+  cg       NODE  INDEX  STATE-INDEX...  MEAN  VARIANCE  (continuous nodes)
+  link     PARENT  CHILD
+Nodes come in the domain's order, each followed by its states, table and
+entries; the links come last.
+
+Exit status: 0 on success, 1 when the library reports an error (printed as
+"kelva: ERROR-NAME: DESCRIPTION"), 2 for a command line kelva cannot use.
+
+Bundled example networks:
+)HELP";
+
+}  // namespace
+
+void run_help(std::FILE* out) {
+  std::fputs(usage_text, out);
+  for (const ExampleNetwork& example : example_networks())
+    std::fprintf(out, "  %-10s %s\n", example.name, example.description);
+}
+
+void run_version(std::FILE* out) { std::fprintf(out, "kelva %s\n", KELVA_VERSION); }
+
+}  // namespace kelva::cli

@@ -1,0 +1,68 @@
+#include "options.h"
+
+#include <optional>
+#include <string_view>
+
+#include "cli_error.h"
+
+namespace kelva::cli {
+
+namespace {
+
+/// Matches `--name VALUE` and `--name=VALUE` at args[i]; advances i past the
+/// value.  Empty when args[i] is another argument.
+std::optional<std::string> option_value(std::span<const char* const> args, std::size_t& i,
+                                        std::string_view name) {
+  std::string_view arg = args[i];
+  if (arg == name) {
+    if (i + 1 == args.size()) throw UsageError("option " + std::string(name) + " needs a value");
+    return std::string(args[++i]);
+  }
+  if (arg.starts_with(name) && arg.size() > name.size() && arg[name.size()] == '=')
+    return std::string(arg.substr(name.size() + 1));
+  return std::nullopt;
+}
+
+/// Reads the value of --format.
+Format parse_format(std::string_view value) {
+  if (value == "text") return Format::text;
+  if (value == "tsv") return Format::tsv;
+  throw UsageError("unknown format '" + std::string(value) + "' (use text or tsv)");
+}
+
+}  // namespace
+
+Options parse_options(std::span<const char* const> args) {
+  Options options;
+  if (args.empty()) throw UsageError("no command given");
+  std::string_view command = args[0];
+  if (command == "--help" || command == "-h" || command == "help") return options;
+  if (command == "--version") {
+    if (args.size() > 1) throw UsageError("--version takes no arguments");
+    options.command = Command::version;
+    return options;
+  }
+  if (command != "nodes") throw UsageError("unknown command '" + std::string(command) + "'");
+  options.command = Command::nodes;
+
+  for (std::size_t i = 1; i < args.size(); ++i) {
+    std::string_view arg = args[i];
+    if (arg == "--help" || arg == "-h") {
+      options.command = Command::help;
+      return options;
+    }
+    if (auto value = option_value(args, i, "--example")) {
+      options.source.example = *value;
+    } else if (auto value = option_value(args, i, "--format")) {
+      options.format = parse_format(*value);
+    } else if (arg.starts_with("-")) {
+      throw UsageError("unknown option '" + std::string(arg) + "'");
+    } else {
+      throw UsageError("unexpected argument '" + std::string(arg) + "'");
+    }
+  }
+  if (options.source.example.empty()) throw UsageError("no network given (use --example NAME)");
+  return options;
+}
+
+}  // namespace kelva::cli

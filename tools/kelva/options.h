@@ -1,0 +1,30 @@
+#pragma once
+
+#include <span>
+#include <string>
+
+namespace kelva::cli {
+
+/// What the tool was asked to do.
+enum class Command { help, version, nodes };
+
+/// How reports are printed.
+enum class Format { text, tsv };
+
+/// Where the network comes from.
+struct NetworkSource {
+  /// Name of a bundled example network.
+  std::string example;
+};
+
+/// The parsed command line.
+struct Options {
+  Command command = Command::help;
+  NetworkSource source;
+  Format format = Format::text;
+};
+
+/// Parses the arguments after the program name; throws UsageError.
+Options parse_options(std::span<const char* const> args);
+
+}  // namespace kelva::cli
