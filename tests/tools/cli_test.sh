@@ -1,0 +1,95 @@
+#!/usr/bin/env bash
+# Runs the kelva tool and compares its output with the expected texts.
+# usage: cli_test.sh KELVA_BINARY EXPECTED_DIR VERSION
+set -euo pipefail
+
+kelva=$1
+expected=$2
+version=$3
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+checks=0
+
+# Records a failed check with its message.
+fail() {
+  echo "FAIL: $*" >&2
+  failures=$((failures + 1))
+}
+
+# run NAME ARGS...: runs kelva, leaving stdout, stderr and status in $work/NAME.*
+run() {
+  local name=$1
+  shift
+  local status=0
+  "$kelva" "$@" >"$work/$name.out" 2>"$work/$name.err" || status=$?
+  echo "$status" >"$work/$name.status"
+}
+
+# expect_status NAME CODE
+expect_status() {
+  checks=$((checks + 1))
+  local got
+  got=$(cat "$work/$1.status")
+  [[ $got == "$2" ]] || fail "$1: exit status $got, expected $2 (stderr: $(cat "$work/$1.err"))"
+}
+
+# expect_file NAME STREAM FILE: the stream's bytes equal FILE's.
+expect_file() {
+  checks=$((checks + 1))
+  cmp -s "$work/$1.$2" "$3" || { fail "$1: $2 differs from $3"; diff -u "$3" "$work/$1.$2" >&2 || true; }
+}
+
+# expect_text NAME STREAM TEXT: the stream is exactly TEXT plus a newline.
+expect_text() {
+  printf '%s\n' "$3" >"$work/$1.$2.want"
+  expect_file "$1" "$2" "$work/$1.$2.want"
+}
+
+run version --version
+expect_status version 0
+expect_text version out "kelva $version"
+expect_text version err ""
+
+run help --help
+expect_status help 0
+checks=$((checks + 1))
+head -n 1 "$work/help.out" | grep -qx 'usage: kelva --help' || fail "help: first line"
+checks=$((checks + 1))
+grep -q '^  asia  ' "$work/help.out" || fail "help: asia is not listed"
+run help_after_command nodes --example asia --help
+expect_status help_after_command 0
+expect_file help_after_command out "$work/help.out"
+
+run asia_text nodes --example asia
+expect_status asia_text 0
+expect_file asia_text out "$expected/nodes-asia.txt"
+expect_text asia_text err ""
+
+run asia_tsv nodes --format=tsv --example=asia
+expect_status asia_tsv 0
+expect_file asia_tsv out "$expected/nodes-asia.tsv"
+
+# Command-line mistakes: status 2, one message and the hint, nothing on stdout.
+hint="Try 'kelva --help' for more information."
+usage_case() {
+  local name=$1 message=$2
+  shift 2
+  run "$name" "$@"
+  expect_status "$name" 2
+  expect_text "$name" out ""
+  printf 'kelva: %s\n%s\n' "$message" "$hint" >"$work/$name.err.want"
+  expect_file "$name" err "$work/$name.err.want"
+}
+usage_case no_command "no command given"
+usage_case bad_command "unknown command 'node'" node --example asia
+usage_case no_network "no network given (use --example NAME)" nodes
+usage_case bad_example "unknown example 'nowhere' (known: asia)" nodes --example nowhere
+usage_case bad_format "unknown format 'xml' (use text or tsv)" nodes --example asia --format xml
+usage_case missing_value "option --format needs a value" nodes --example asia --format
+usage_case bad_option "unknown option '--verbose'" nodes --verbose --example asia
+usage_case stray_argument "unexpected argument 'asia.net'" nodes asia.net
+usage_case version_argument "--version takes no arguments" --version nodes
+
+echo "kelva_cli: $((checks - failures)) passed, $failures failed"
+[[ $failures == 0 ]]
