@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Installs what is missing, then builds and runs every test suite through
+# CTest: the release and debug builds (GoogleTest, JUnit, tool tests), then
+# the AddressSanitizer + UndefinedBehaviorSanitizer build.  Runs every preset
+# even after a failure and exits non-zero when anything failed.
+#
+# Environment: KELVA_PRESETS (default "release debug sanitize"), KELVA_JOBS
+# (default 2), KELVA_SHARED_DIR (default ../shared beside the checkout).
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+repo=$(pwd)
+
+bash scripts/setup.sh
+
+export KELVA_SHARED_DIR=${KELVA_SHARED_DIR:-$(dirname "$repo")/shared}
+read -r -a presets <<<"${KELVA_PRESETS:-release debug sanitize}"
+jobs=${KELVA_JOBS:-2}
+logs=$(mktemp -d)
+trap 'rm -rf "$logs"' EXIT
+
+summaries=()
+passed=0
+failed=0
+broken=()
+
+# Configures, builds and tests one preset; records its ctest summary.
+run_preset() {
+  local preset=$1
+  echo "=== $preset: configure and build"
+  if ! cmake --preset "$preset" || ! cmake --build --preset "$preset" -j"$jobs"; then
+    broken+=("$preset (build)")
+    return
+  fi
+  echo "=== $preset: test"
+  local status=0
+  ctest --preset "$preset" -j"$jobs" --no-tests=error --timeout 900 2>&1 | tee "$logs/$preset.log" ||
+    status=$?
+  local line
+  line=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$logs/$preset.log" | tail -n 1 || true)
+  if [[ $line =~ ([0-9]+)\ tests?\ failed\ out\ of\ ([0-9]+) ]]; then
+    failed=$((failed + BASH_REMATCH[1]))
+    passed=$((passed + BASH_REMATCH[2] - BASH_REMATCH[1]))
+    summaries+=("$preset: $line")
+  else
+    summaries+=("$preset: no test summary")
+  fi
+  ((status == 0)) || broken+=("$preset (tests)")
+}
+
+start=$SECONDS
+for preset in "${presets[@]}"; do
+  run_preset "$preset"
+done
+
+echo "=== summary ($((SECONDS - start)) s)"
+printf '%s\n' "${summaries[@]}"
+if ((${#broken[@]})); then
+  echo "failed: ${broken[*]}"
+fi
+echo "tests: $passed passed, $failed failed"
+((${#broken[@]} == 0))
