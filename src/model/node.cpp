@@ -3,6 +3,8 @@
 #include <cstdio>
 
 #include "model/domain.h"
+#include "model/error.h"
+#include "platform/memory.h"
 
 namespace kelva {
 
@@ -60,6 +62,11 @@ const char* Node::state_label(std::size_t i) const noexcept {
 }
 
 void Node::resize_states(std::size_t count) {
+  // Labels and values of every state; a count that could never be stored is
+  // refused before anything is allocated.
+  constexpr std::uint64_t per_state = sizeof(std::optional<std::string>) + sizeof(double);
+  if (count >= (std::uint64_t{1} << 48) || !platform::allocation_possible(count * per_state))
+    throw Error(K_ERROR_NO_MEMORY);
   std::vector<std::optional<std::string>> labels = state_labels_;
   labels.resize(count);
   std::vector<double> values = state_values_;
