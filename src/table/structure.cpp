@@ -265,6 +265,13 @@ void for_each_configuration(const std::vector<Node*>& all,
   }
 }
 
+// Gives `node` the contents of `table`: swapped into the table it has (which
+// keeps its handle and Java peer), or the table itself when it has none.
+void install_table(Node& node, std::unique_ptr<Table> table) noexcept {
+  if (node.table() != nullptr) node.table()->swap_contents(*table);
+  else node.table_slot().reset(table.release());
+}
+
 }  // namespace
 
 void reverse_edge(Node& from, Node& to) {
@@ -300,23 +307,27 @@ void reverse_edge(Node& from, Node& to) {
   std::vector<Node*> from_members(new_from_parents.rbegin(), new_from_parents.rend());
   from_members.push_back(&from);
 
-  Table& old_from = node_table(from);
-  Table& old_to = node_table(to);
-  auto new_to_table = std::make_unique<Table>(domain, to_members, TableRole::free, nullptr);
-  auto new_from_table = std::make_unique<Table>(domain, from_members, TableRole::free, nullptr);
+  // Missing tables count as all 0; the new ones are installed at the end.
+  const Table* old_from = from.table();
+  const Table* old_to = to.table();
+  auto new_to_table = std::make_unique<Table>(domain, to_members, TableRole::conditional, &to);
+  auto new_from_table =
+      std::make_unique<Table>(domain, from_members, TableRole::conditional, &from);
   require(new_from_table->size() != kSizeTooLarge, K_ERROR_SIZE_TOO_LARGE);
 
   // Joint over (from's new members) = P(from | pa) P(to | pa', from).
   const std::vector<Node*>& all = from_members;
+  const std::vector<std::uint64_t> no_strides(all.size(), 0);
   std::array<std::vector<std::uint64_t>, 4> strides{
-      strides_in(old_from, all), strides_in(old_to, all), strides_in(*new_to_table, all),
-      strides_in(*new_from_table, all)};
-  const double* pf = old_from.data();
-  const double* pt = old_to.data();
+      old_from != nullptr ? strides_in(*old_from, all) : no_strides,
+      old_to != nullptr ? strides_in(*old_to, all) : no_strides,
+      strides_in(*new_to_table, all), strides_in(*new_from_table, all)};
+  const double* pf = old_from != nullptr ? old_from->data() : nullptr;
+  const double* pt = old_to != nullptr ? old_to->data() : nullptr;
   double* nt = new_to_table->data();
   double* nf = new_from_table->data();
   for_each_configuration<4>(all, strides, [&](const std::array<std::uint64_t, 4>& i) {
-    const double joint = pf[i[0]] * pt[i[1]];
+    const double joint = pf != nullptr && pt != nullptr ? pf[i[0]] * pt[i[1]] : 0.0;
     nf[i[3]] = joint;
     nt[i[2]] += joint;
   });
@@ -333,8 +344,8 @@ void reverse_edge(Node& from, Node& to) {
   for (Node* p : add_to_from) p->children_mut().reserve_more(1);
   for (Node* p : add_to_to) p->children_mut().reserve_more(1);
 
-  old_from.swap_contents(*new_from_table);
-  old_to.swap_contents(*new_to_table);
+  install_table(from, std::move(new_from_table));
+  install_table(to, std::move(new_to_table));
   from.experience_slot().reset();
   from.fading_slot().reset();
   to.experience_slot().reset();
