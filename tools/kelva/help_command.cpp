@@ -30,21 +30,22 @@ each node, in the domain's order, an empty line and the block
     kind: discrete|continuous|other
     subtype: label|boolean|number|interval     (discrete nodes)
     states: COUNT                              (discrete nodes)
-      INDEX: LABEL [(value VALUE)]             (one line per state)
+      INDEX: LABEL                             (one line per state)
     parents: PARENT...
     table: MEMBER...                           (nodes with a table)
       rows aligned in columns: the states of the members but the last,
       "| ", one column per state of the last member ("mean" and
       "variance" for a continuous node); the first row names the columns
 then an empty line, "links:" and one line "  PARENT -> CHILD" per link.
-Numbers are printed with "%g"; an unlabelled state is "(no label)", and
-"#INDEX" in tables.
+A state line of a number node ends in ", value V", of an interval node in
+", interval [LOW, HIGH)". Numbers are printed with "%g"; an unlabelled state
+is "(no label)", and "#INDEX" in tables.
 
 TSV output of nodes: one record per line, fields separated by tabs, numbers
 printed with "%.17g", and \ tab newline return in texts written as \\ \t \n \r:
   network  NAME  NODES  LINKS
   node     NAME  LABEL  CATEGORY  KIND  SUBTYPE|-  STATES
-  state    NODE  INDEX  LABEL  VALUE|-
+  state    NODE  INDEX  LABEL  VALUE|LOW|-  HIGH|-
   table    NODE  MEMBER...
   entry    NODE  INDEX  STATE-INDEX...  VALUE           (one per configuration)
   cg       NODE  INDEX  STATE-INDEX...  MEAN  VARIANCE  (continuous nodes)

@@ -23,8 +23,10 @@ NodeInfo read_node(k_node_t node) {
   bool numeric = subtype == K_SUBTYPE_NUMBER || subtype == K_SUBTYPE_INTERVAL;
   k_size_t count = checked(k_node_get_number_of_states(node));
   for (k_size_t i = 0; i < count; ++i) {
-    StateInfo state{checked(k_node_get_state_label(node, i)), std::nullopt};
+    StateInfo state{checked(k_node_get_state_label(node, i)), std::nullopt, std::nullopt};
     if (numeric) state.value = checked(k_node_get_state_value(node, i));
+    // An interval node has one value more than states: state i is [v(i), v(i+1)).
+    if (subtype == K_SUBTYPE_INTERVAL) state.upper = checked(k_node_get_state_value(node, i + 1));
     info.states.push_back(std::move(state));
   }
   return info;

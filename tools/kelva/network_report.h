@@ -12,8 +12,10 @@ namespace kelva::cli {
 /// One state of a discrete node.
 struct StateInfo {
   std::string label;
-  /// The state's value, for number and interval nodes.
+  /// The state's value, for number nodes; the lower bound, for interval nodes.
   std::optional<double> value;
+  /// The upper bound of the state's interval, for interval nodes.
+  std::optional<double> upper;
 };
 
 /// A node's table: discrete configurations in the table's order, last member

@@ -105,7 +105,10 @@ void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node
     for (std::size_t s = 0; s < node.states.size(); ++s) {
       const StateInfo& state = node.states[s];
       std::string text = state.label.empty() ? "(no label)" : state.label;
-      if (state.value) text += " (value " + number_text(*state.value) + ")";
+      if (state.upper)
+        text += ", interval [" + number_text(*state.value) + ", " + number_text(*state.upper) + ")";
+      else if (state.value)
+        text += ", value " + number_text(*state.value);
       std::fprintf(out, "    %zu: %s\n", s, text.c_str());
     }
   }

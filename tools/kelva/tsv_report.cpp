@@ -35,7 +35,11 @@ void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node
     const StateInfo& state = node.states[s];
     std::fprintf(out, "state\t%s\t%zu\t%s\t", name.c_str(), s, field(state.label).c_str());
     if (state.value)
-      std::fprintf(out, "%.17g\n", *state.value);
+      std::fprintf(out, "%.17g\t", *state.value);
+    else
+      std::fprintf(out, "-\t");
+    if (state.upper)
+      std::fprintf(out, "%.17g\n", *state.upper);
     else
       std::fprintf(out, "-\n");
   }
