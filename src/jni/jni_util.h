@@ -1,0 +1,209 @@
+#pragma once
+
+#include <jni.h>
+
+#include <cstddef>
+#include <new>
+
+#include "kelva/kelva.h"
+#include "model/error.h"
+#include "model/peer.h"
+
+// Small RAII helpers for the native methods.  Every JNI resource a native
+// takes is released on every path, and no C++ exception leaves a native.
+
+namespace kelva::jni {
+
+/// A handle from Java as an engine pointer (via size_t, never a direct cast).
+template <class T>
+T from_jlong(jlong j) noexcept {
+  return reinterpret_cast<T>(static_cast<std::size_t>(j));
+}
+
+/// An engine pointer as a Java handle.
+template <class T>
+jlong to_jlong(T* p) noexcept {
+  return static_cast<jlong>(reinterpret_cast<std::size_t>(p));
+}
+
+/// Sets the thread's error code and returns `value`: the failure exit of a
+/// native that fails before or after its engine call.
+template <class R>
+R fail_with(k_error_t code, R value) noexcept {
+  k_error_set(code);
+  return value;
+}
+
+/// Runs `body` and turns any C++ exception into the thread's error code
+/// ("no_memory" for allocation, the engine's code for kelva::Error, "error"
+/// otherwise) and `failure`.
+template <class R, class F>
+R guard(R failure, F&& body) noexcept {
+  try {
+    return body();
+  } catch (const Error& e) {
+    k_error_set(e.code());
+  } catch (const std::bad_alloc&) {
+    k_error_set(K_ERROR_NO_MEMORY);
+  } catch (...) {
+    k_error_set(K_ERROR_ERROR);
+  }
+  return failure;
+}
+
+/// The modified UTF-8 text of a Java string for the duration of a call.  A
+/// null string gives a null text; ok() is false when the JVM could not
+/// provide the text (an exception is then pending).
+class Utf {
+ public:
+  Utf(JNIEnv* env, jstring jtext) noexcept
+      : env_(env),
+        jtext_(jtext),
+        text_(jtext != nullptr ? env->GetStringUTFChars(jtext, nullptr) : nullptr) {}
+  ~Utf() {
+    if (text_ != nullptr) env_->ReleaseStringUTFChars(jtext_, text_);
+  }
+  Utf(const Utf&) = delete;
+  Utf& operator=(const Utf&) = delete;
+
+  bool ok() const noexcept { return jtext_ == nullptr || text_ != nullptr; }
+  const char* get() const noexcept { return text_; }
+
+ private:
+  JNIEnv* env_;
+  jstring jtext_;
+  const char* text_;
+};
+
+/// The UTF-16 characters of a non-null Java string for the duration of a call.
+class Utf16 {
+ public:
+  Utf16(JNIEnv* env, jstring jtext) noexcept
+      : env_(env),
+        jtext_(jtext),
+        length_(env->GetStringLength(jtext)),
+        chars_(env->GetStringChars(jtext, nullptr)) {}
+  ~Utf16() {
+    if (chars_ != nullptr) env_->ReleaseStringChars(jtext_, chars_);
+  }
+  Utf16(const Utf16&) = delete;
+  Utf16& operator=(const Utf16&) = delete;
+
+  bool ok() const noexcept { return chars_ != nullptr; }
+  const char16_t* get() const noexcept { return reinterpret_cast<const char16_t*>(chars_); }
+  std::size_t length() const noexcept { return static_cast<std::size_t>(length_); }
+
+ private:
+  JNIEnv* env_;
+  jstring jtext_;
+  jsize length_;
+  const jchar* chars_;
+};
+
+/// The elements of a non-null Java double array for the duration of a call.
+/// Changes are copied back only after commit(); otherwise (and always for a
+/// read-only use) the array is released with JNI_ABORT.
+class DoubleElements {
+ public:
+  DoubleElements(JNIEnv* env, jdoubleArray jarray) noexcept
+      : env_(env),
+        jarray_(jarray),
+        length_(env->GetArrayLength(jarray)),
+        data_(env->GetDoubleArrayElements(jarray, nullptr)) {}
+  ~DoubleElements() {
+    if (data_ != nullptr) env_->ReleaseDoubleArrayElements(jarray_, data_, committed_ ? 0 : JNI_ABORT);
+  }
+  DoubleElements(const DoubleElements&) = delete;
+  DoubleElements& operator=(const DoubleElements&) = delete;
+
+  bool ok() const noexcept { return data_ != nullptr; }
+  double* get() const noexcept { return data_; }
+  std::size_t length() const noexcept { return static_cast<std::size_t>(length_); }
+  /// Copy the elements back to the Java array on release.
+  void commit() noexcept { committed_ = true; }
+
+ private:
+  JNIEnv* env_;
+  jdoubleArray jarray_;
+  jsize length_;
+  jdouble* data_;
+  bool committed_ = false;
+};
+
+/// A local reference deleted at the end of the scope.
+template <class T>
+class LocalRef {
+ public:
+  LocalRef(JNIEnv* env, T ref) noexcept : env_(env), ref_(ref) {}
+  ~LocalRef() {
+    if (ref_ != nullptr) env_->DeleteLocalRef(ref_);
+  }
+  LocalRef(const LocalRef&) = delete;
+  LocalRef& operator=(const LocalRef&) = delete;
+
+  T get() const noexcept { return ref_; }
+
+ private:
+  JNIEnv* env_;
+  T ref_;
+};
+
+/// A global reference, deleted at the end of the scope unless released.
+class GlobalRef {
+ public:
+  GlobalRef(JNIEnv* env, jobject obj) noexcept : env_(env), ref_(env->NewGlobalRef(obj)) {}
+  ~GlobalRef() {
+    if (ref_ != nullptr) env_->DeleteGlobalRef(ref_);
+  }
+  GlobalRef(const GlobalRef&) = delete;
+  GlobalRef& operator=(const GlobalRef&) = delete;
+
+  explicit operator bool() const noexcept { return ref_ != nullptr; }
+  /// Hands the reference over to the caller.
+  jobject release() noexcept {
+    jobject r = ref_;
+    ref_ = nullptr;
+    return r;
+  }
+
+ private:
+  JNIEnv* env_;
+  jobject ref_;
+};
+
+/// Stores the caller's JNIEnv in a domain's context for the scope, so that
+/// objects with Java peers that die in the engine call can drop them.  A null
+/// context (an invalid handle, which the engine then refuses) does nothing.
+class EnvScope {
+ public:
+  EnvScope(JNIEnv* env, JniContext* context) noexcept : context_(context) {
+    if (context_ != nullptr) {
+      previous_ = context_->env;
+      context_->env = env;
+    }
+  }
+  ~EnvScope() {
+    if (context_ != nullptr) context_->env = previous_;
+  }
+  EnvScope(const EnvScope&) = delete;
+  EnvScope& operator=(const EnvScope&) = delete;
+
+ private:
+  JniContext* context_;
+  void* previous_ = nullptr;
+};
+
+/// The Java bookkeeping of the domain behind a handle, or null when the
+/// handle is not a live object of that sort.
+JniContext* context_of(k_domain_t domain) noexcept;
+JniContext* context_of(k_node_t node) noexcept;
+JniContext* context_of(k_table_t table) noexcept;
+
+/// Makes `jtable` the Java peer of `table`: a no-op when it already is;
+/// otherwise an earlier peer is dropped (its "tablePeer" set to 0), a global
+/// reference to `jtable` is kept and its "tablePeer" set to the table's
+/// handle.  A null `jtable` attaches nothing.  False with the code set
+/// ("jni", "no_memory") on failure.
+bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept;
+
+}  // namespace kelva::jni

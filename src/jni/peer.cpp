@@ -1,0 +1,84 @@
+// Java peers: the engine's drop function, table peer attachment, the domain
+// behind a handle, and the library's load hook.
+#include "model/peer.h"
+
+#include <jni.h>
+
+#include "jni/jni_util.h"
+#include "model/domain.h"
+#include "model/node.h"
+#include "table/table.h"
+
+namespace kelva::jni {
+
+namespace {
+
+// Zeroes the handle field of a dying object's Java peer and deletes the
+// global reference.  Runs inside the engine call, with the JNIEnv stored in
+// the domain by the native that made the call.
+void drop_java_peer(JniContext& context, const PeerField* field, PeerRef ref) {
+  auto* env = static_cast<JNIEnv*>(context.env);
+  auto obj = static_cast<jobject>(ref);
+  if (field != nullptr) {
+    auto id = static_cast<jfieldID>(context.field_ids[static_cast<int>(*field)]);
+    if (id != nullptr) {
+      // SetLongField may not run with an exception pending: set it aside.
+      jthrowable pending = env->ExceptionOccurred();
+      if (pending != nullptr) env->ExceptionClear();
+      env->SetLongField(obj, id, 0);
+      if (pending != nullptr) {
+        env->Throw(pending);
+        env->DeleteLocalRef(pending);
+      }
+    }
+  }
+  env->DeleteGlobalRef(obj);
+}
+
+}  // namespace
+
+JniContext* context_of(k_domain_t domain) noexcept {
+  auto* d = reinterpret_cast<Domain*>(domain);
+  return d != nullptr && d->is(ObjectTag::domain) ? &d->jni() : nullptr;
+}
+
+JniContext* context_of(k_node_t node) noexcept {
+  auto* n = reinterpret_cast<Node*>(node);
+  return n != nullptr && n->is(ObjectTag::node) ? &n->domain().jni() : nullptr;
+}
+
+JniContext* context_of(k_table_t table) noexcept {
+  auto* t = reinterpret_cast<Table*>(table);
+  return t != nullptr && t->is(ObjectTag::table) ? &t->domain().jni() : nullptr;
+}
+
+bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
+  auto* t = reinterpret_cast<Table*>(table);
+  if (jtable == nullptr) return true;
+  if (t->peer != nullptr && env->IsSameObject(static_cast<jobject>(t->peer), jtable)) return true;
+  JniContext& context = t->domain().jni();
+  void*& id = context.field_ids[static_cast<int>(PeerField::table)];
+  if (id == nullptr) {
+    LocalRef<jclass> cls(env, env->GetObjectClass(jtable));
+    id = env->GetFieldID(cls.get(), "tablePeer", "J");
+    if (id == nullptr) return fail_with(K_ERROR_JNI, false);
+  }
+  GlobalRef ref(env, jtable);
+  if (!ref) return fail_with(K_ERROR_NO_MEMORY, false);
+  if (t->peer != nullptr) {
+    EnvScope scope(env, &context);
+    drop_peer(context, PeerField::table, t->peer);
+  }
+  t->peer = ref.release();
+  env->SetLongField(jtable, static_cast<jfieldID>(id), to_jlong(t));
+  return true;
+}
+
+}  // namespace kelva::jni
+
+extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM*, void*) {
+  kelva::install_peer_drop(&kelva::jni::drop_java_peer);
+  return JNI_VERSION_1_8;
+}
+
+extern "C" JNIEXPORT void JNICALL JNI_OnUnload(JavaVM*, void*) { kelva::install_peer_drop(nullptr); }
