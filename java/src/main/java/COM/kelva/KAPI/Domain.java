@@ -1,0 +1,324 @@
+package COM.kelva.KAPI;
+
+import static COM.kelva.KAPI.Calls.check;
+import static COM.kelva.KAPI.Native.AbstractNativeKAPI.*;
+
+import java.util.ArrayList;
+import java.util.HashMap;
+import java.util.List;
+import java.util.Map;
+
+/**
+ * A network: its nodes, attributes, layout defaults and the settings of
+ * parallel table operations.  A domain owns its nodes and their tables;
+ * {@link #close()} frees them all, after which every {@link Node} and
+ * {@link Table} of the domain is dead.  A domain is used by one thread at a
+ * time.
+ */
+public final class Domain implements AutoCloseable {
+  /** The engine domain, 0 once closed. */
+  private long handle;
+
+  /** The Java node of every live engine node of this domain, by handle. */
+  private final Map<Long, Node> nodes = new HashMap<>();
+
+  /**
+   * Creates an empty domain.
+   *
+   * @throws KelvaException when the engine runs out of memory
+   */
+  public Domain() {
+    handle = check(kNewDomain());
+  }
+
+  /** The engine handle (0 once closed). */
+  long handle() {
+    return handle;
+  }
+
+  /** The Java node of a node handle of this domain (null for 0). */
+  Node nodeOf(long node) {
+    if (node == 0) {
+      return null;
+    }
+    Node n = nodes.get(node);
+    if (n == null) {
+      throw new IllegalStateException("engine node without a Java node");
+    }
+    return n;
+  }
+
+  /** Forgets a deleted node. */
+  void forget(long node) {
+    nodes.remove(node);
+  }
+
+  /**
+   * Deletes the domain with its nodes and tables.  Does nothing when the
+   * domain is already closed.
+   *
+   * @throws KelvaException when the engine refuses
+   */
+  @Override
+  public void close() {
+    if (handle == 0) {
+      return;
+    }
+    kDomainDelete(handle);
+    check();
+    handle = 0;
+    nodes.clear();
+  }
+
+  /**
+   * Whether the domain is still open.
+   *
+   * @return false once {@link #close()} has run
+   */
+  public boolean isAlive() {
+    return handle != 0;
+  }
+
+  /**
+   * Creates a node.  A new discrete node has one state, a boolean node two.
+   *
+   * @param category the node's category
+   * @param kind the node's kind
+   * @param subtype the subtype of a discrete node (ignored for other kinds)
+   * @return the new node
+   * @throws KelvaException "usage" for a combination that is no node,
+   *     "cg_limids_not_supported" when continuous nodes and decision or
+   *     utility nodes would meet
+   */
+  public Node newNode(Category category, Kind kind, Subtype subtype) {
+    Node node = new Node(this);
+    long h = kDomainNewNode(handle, category.code(), kind.code(), subtype.code(), node);
+    check();
+    node.nodePeer = h;
+    nodes.put(h, node);
+    return node;
+  }
+
+  /**
+   * Creates a node; a discrete node gets the subtype {@link Subtype#LABEL}.
+   *
+   * @param category the node's category
+   * @param kind the node's kind
+   * @return the new node
+   * @throws KelvaException as {@link #newNode(Category, Kind, Subtype)}
+   */
+  public Node newNode(Category category, Kind kind) {
+    return newNode(category, kind, Subtype.LABEL);
+  }
+
+  /**
+   * The nodes of the domain, newest first.
+   *
+   * @return the nodes
+   * @throws KelvaException when the domain is closed
+   */
+  public List<Node> getNodes() {
+    List<Node> result = new ArrayList<>();
+    for (long n = check(kDomainGetFirstNode(handle)); n != 0; n = check(kNodeGetNext(n))) {
+      result.add(nodeOf(n));
+    }
+    return result;
+  }
+
+  /**
+   * The node named {@code name}.
+   *
+   * @param name a node name
+   * @return the node, or null when there is none
+   * @throws KelvaException "usage" for a null name
+   */
+  public Node getNodeByName(String name) {
+    return nodeOf(check(kDomainGetNodeByName(handle, name)));
+  }
+
+  /**
+   * The number of chance nodes.
+   *
+   * @return the count
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNumberOfChanceNodes() {
+    return check(kDomainGetNumberOfChanceNodes(handle));
+  }
+
+  /**
+   * The number of decision nodes.
+   *
+   * @return the count
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNumberOfDecisionNodes() {
+    return check(kDomainGetNumberOfDecisionNodes(handle));
+  }
+
+  /**
+   * The number of utility nodes.
+   *
+   * @return the count
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNumberOfUtilityNodes() {
+    return check(kDomainGetNumberOfUtilityNodes(handle));
+  }
+
+  /**
+   * The number of instance nodes.
+   *
+   * @return the count
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNumberOfInstanceNodes() {
+    return check(kDomainGetNumberOfInstanceNodes(handle));
+  }
+
+  /**
+   * Sets the size in which nodes are drawn.
+   *
+   * @param width the width
+   * @param height the height
+   * @throws KelvaException when the domain is closed
+   */
+  public void setNodeSize(long width, long height) {
+    check(kDomainSetNodeSize(handle, width, height));
+  }
+
+  /**
+   * The width of drawn nodes.
+   *
+   * @return the width
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNodeWidth() {
+    return check(kDomainGetNodeWidth(handle));
+  }
+
+  /**
+   * The height of drawn nodes.
+   *
+   * @return the height
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNodeHeight() {
+    return check(kDomainGetNodeHeight(handle));
+  }
+
+  /**
+   * Sets the smallest piece of work given to a worker thread by large table
+   * operations.
+   *
+   * @param size the grain size, at least 1
+   * @throws KelvaException "usage" for 0
+   */
+  public void setGrainSize(long size) {
+    check(kDomainSetGrainSize(handle, size));
+  }
+
+  /**
+   * The grain size (10000 for a new domain).
+   *
+   * @return the grain size
+   * @throws KelvaException when the domain is closed
+   */
+  public long getGrainSize() {
+    return check(kDomainGetGrainSize(handle));
+  }
+
+  /**
+   * Sets the number of threads of large table operations.
+   *
+   * @param level the concurrency level, at least 1
+   * @throws KelvaException "usage" for 0
+   */
+  public void setConcurrencyLevel(long level) {
+    check(kDomainSetConcurrencyLevel(handle, level));
+  }
+
+  /**
+   * The concurrency level (1 for a new domain).
+   *
+   * @return the level
+   * @throws KelvaException when the domain is closed
+   */
+  public long getConcurrencyLevel() {
+    return check(kDomainGetConcurrencyLevel(handle));
+  }
+
+  /**
+   * Sets an attribute; a new key goes to the head of the list.
+   *
+   * @param key a C identifier
+   * @param value the value; null removes the attribute
+   * @throws KelvaException "invalid_name" for a key that is no C identifier
+   */
+  public void setAttribute(String key, String value) {
+    check(kDomainSetAttribute(handle, key, value));
+  }
+
+  /**
+   * Removes an attribute; a key that is not set is no error.
+   *
+   * @param key the key
+   * @throws KelvaException "invalid_name" for a key that is no C identifier
+   */
+  public void removeAttribute(String key) {
+    setAttribute(key, null);
+  }
+
+  /**
+   * The value of an attribute.
+   *
+   * @param key the key
+   * @return the value, or null when the attribute is not set
+   * @throws KelvaException "usage" for a null key
+   */
+  public String getAttribute(String key) {
+    return check(kDomainGetAttribute(handle, key));
+  }
+
+  /**
+   * The attributes, the most recently added first.
+   *
+   * @return the attributes
+   * @throws KelvaException when the domain is closed
+   */
+  public List<Attribute> getAttributes() {
+    return Calls.attributes(check(kDomainGetFirstAttribute(handle)));
+  }
+
+  /**
+   * Sets the log file to which compilation, table generation and learning
+   * write, closing the previous one.  The file is line-buffered.
+   *
+   * @param fileName the file, or null to close the current log only
+   * @param append true to append to the file, false to overwrite it
+   * @throws KelvaException "io" when the file cannot be opened or the old one
+   *     cannot be closed
+   */
+  public void setLogFile(String fileName, boolean append) {
+    check(kDomainSetLogFile(handle, fileName, append ? 1 : 0));
+  }
+
+  /**
+   * Whether the domain is compiled.
+   *
+   * @return true when it has a junction forest
+   * @throws KelvaException when the domain is closed
+   */
+  public boolean isCompiled() {
+    return check(kDomainIsCompiled(handle)) == 1;
+  }
+
+  /**
+   * Discards the domain's junction forest, if any.
+   *
+   * @throws KelvaException when the domain is closed
+   */
+  public void uncompile() {
+    check(kDomainUncompile(handle));
+  }
+}

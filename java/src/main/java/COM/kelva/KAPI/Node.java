@@ -1,0 +1,488 @@
+package COM.kelva.KAPI;
+
+import static COM.kelva.KAPI.Calls.check;
+import static COM.kelva.KAPI.Native.AbstractNativeKAPI.*;
+
+import java.util.List;
+
+/**
+ * A node of a domain: one variable (chance, decision, utility, function) or
+ * one instance of a class.  Made by {@link Domain#newNode}.  A node dies when
+ * it is deleted or its domain is closed; every method of a dead node throws
+ * a {@link KelvaException} with the code {@link ErrorCode#USAGE}.
+ */
+public final class Node {
+  /**
+   * The engine node; the library sets it to 0 when the engine node dies.
+   * (The field's name and type are part of the native interface.)
+   */
+  long nodePeer;
+
+  /** The node's domain. */
+  private final Domain domain;
+
+  /** The Java objects of the node's tables, made on first request. */
+  private Table table;
+  private Table experienceTable;
+  private Table fadingTable;
+
+  Node(Domain domain) {
+    this.domain = domain;
+  }
+
+  /** The engine handle (0 once the node is dead). */
+  long handle() {
+    return nodePeer;
+  }
+
+  /**
+   * Whether the engine node still exists.
+   *
+   * @return false once the node is deleted or its domain closed
+   */
+  public boolean isAlive() {
+    return nodePeer != 0;
+  }
+
+  /**
+   * The domain of the node.
+   *
+   * @return the domain
+   */
+  public Domain getDomain() {
+    return domain;
+  }
+
+  /**
+   * Deletes the node with its tables; its links are removed first, so its
+   * children's tables lose it.
+   *
+   * @throws KelvaException when the node is dead
+   */
+  public void delete() {
+    long h = nodePeer;
+    kNodeDelete(h);
+    check();
+    domain.forget(h);
+  }
+
+  /**
+   * The node's category.
+   *
+   * @return the category
+   * @throws KelvaException when the node is dead
+   */
+  public Category getCategory() {
+    return Category.fromCode(check(kNodeGetCategory(nodePeer)));
+  }
+
+  /**
+   * The node's kind.
+   *
+   * @return the kind
+   * @throws KelvaException when the node is dead
+   */
+  public Kind getKind() {
+    return Kind.fromCode(check(kNodeGetKind(nodePeer)));
+  }
+
+  /**
+   * The subtype of a discrete node.
+   *
+   * @return the subtype
+   * @throws KelvaException "usage" for a node that is not discrete
+   */
+  public Subtype getSubtype() {
+    return Subtype.fromCode(check(kNodeGetSubtype(nodePeer)));
+  }
+
+  /**
+   * Changes the subtype of a discrete node; a boolean node needs exactly two
+   * states.
+   *
+   * @param subtype the new subtype
+   * @throws KelvaException "usage" when the node is not discrete or the
+   *     change is not allowed
+   */
+  public void setSubtype(Subtype subtype) {
+    check(kNodeSetDiscreteType(nodePeer, subtype.code()));
+  }
+
+  /**
+   * The node's name; a node without one is given a generated name now.
+   *
+   * @return the name
+   * @throws KelvaException when the node is dead
+   */
+  public String getName() {
+    return check(kNodeGetName(nodePeer));
+  }
+
+  /**
+   * Renames the node.
+   *
+   * @param name the new name
+   * @throws KelvaException "twice" when another node has the name,
+   *     "invalid_name" when it is no valid node name, "usage" for null
+   */
+  public void setName(String name) {
+    check(kNodeSetName(nodePeer, name));
+  }
+
+  /**
+   * The node's label.
+   *
+   * @return the label, the empty string when it has none
+   * @throws KelvaException when the node is dead
+   */
+  public String getLabel() {
+    return check(kNodeGetLabel(nodePeer));
+  }
+
+  /**
+   * Sets the node's label.
+   *
+   * @param label the label
+   * @throws KelvaException "usage" for null
+   */
+  public void setLabel(String label) {
+    check(kNodeSetLabel(nodePeer, label));
+  }
+
+  /**
+   * Sets the node's position for drawing.
+   *
+   * @param x the x coordinate
+   * @param y the y coordinate
+   * @throws KelvaException when the node is dead
+   */
+  public void setPosition(int x, int y) {
+    check(kNodeSetPosition(nodePeer, x, y));
+  }
+
+  /**
+   * The node's x coordinate.
+   *
+   * @return the coordinate
+   * @throws KelvaException when the node is dead
+   */
+  public int getXCoordinate() {
+    return check(kNodeGetXCoordinate(nodePeer));
+  }
+
+  /**
+   * The node's y coordinate.
+   *
+   * @return the coordinate
+   * @throws KelvaException when the node is dead
+   */
+  public int getYCoordinate() {
+    return check(kNodeGetYCoordinate(nodePeer));
+  }
+
+  /**
+   * The number of states of a discrete node.
+   *
+   * @return the count
+   * @throws KelvaException "usage" for a node that is not discrete
+   */
+  public long getNumberOfStates() {
+    return check(kNodeGetNumberOfStates(nodePeer));
+  }
+
+  /**
+   * Sets the number of states of a discrete node that is not boolean; the
+   * tables of the node and its children change shape with it.
+   *
+   * @param count the new count, at least 1
+   * @throws KelvaException "usage" for a boolean or non-discrete node or 0
+   */
+  public void setNumberOfStates(long count) {
+    check(kNodeSetNumberOfStates(nodePeer, count));
+  }
+
+  /**
+   * The label of a state: its own label, else "false" or "true" for a
+   * boolean node, else the empty string.
+   *
+   * @param state the state index
+   * @return the label
+   * @throws KelvaException "usage" for an index out of range
+   */
+  public String getStateLabel(long state) {
+    return check(kNodeGetStateLabel(nodePeer, state));
+  }
+
+  /**
+   * Sets the label of a state.
+   *
+   * @param state the state index
+   * @param label the label
+   * @throws KelvaException "usage" for an index out of range or null
+   */
+  public void setStateLabel(long state, String label) {
+    check(kNodeSetStateLabel(nodePeer, state, label));
+  }
+
+  /**
+   * The index of the only state with a given label.
+   *
+   * @param label the label
+   * @return the index, or -1 when no state or several states have it
+   * @throws KelvaException "usage" for a node that is not discrete or null
+   */
+  public long getStateIndex(String label) {
+    return check(kNodeGetStateIndexFromLabel(nodePeer, label));
+  }
+
+  /**
+   * The value of a state of a numeric (number or interval) node.
+   *
+   * @param state the state index
+   * @return the value
+   * @throws KelvaException "usage" for a node that is not numeric or an index
+   *     out of range
+   */
+  public double getStateValue(long state) {
+    return check(kNodeGetStateValue(nodePeer, state));
+  }
+
+  /**
+   * Sets the value of a state of a numeric node.
+   *
+   * @param state the state index
+   * @param value the value
+   * @throws KelvaException "usage" for a node that is not numeric or an index
+   *     out of range
+   */
+  public void setStateValue(long state, double value) {
+    check(kNodeSetStateValue(nodePeer, state, value));
+  }
+
+  /**
+   * The state of a numeric node with a given value; for an interval node,
+   * the state whose interval holds it.
+   *
+   * @param value the value
+   * @return the index, or -1 when there is none
+   * @throws KelvaException "usage" for a node that is not numeric
+   */
+  public long getStateIndex(double value) {
+    return check(kNodeGetStateIndexFromValue(nodePeer, value));
+  }
+
+  /**
+   * Reorders the states; the tables follow them.
+   *
+   * @param labels every current state label once, in the new order
+   * @throws KelvaException "usage" when the labels are not a permutation of
+   *     the states' labels
+   */
+  public void reorderStates(List<String> labels) {
+    check(kNodeReorderStates(nodePeer, labels.toArray(new String[0])));
+  }
+
+  /**
+   * Sets an attribute; a new key goes to the head of the list.
+   *
+   * @param key a C identifier
+   * @param value the value; null removes the attribute
+   * @throws KelvaException "invalid_name" for a key that is no C identifier
+   */
+  public void setAttribute(String key, String value) {
+    check(kNodeSetAttribute(nodePeer, key, value));
+  }
+
+  /**
+   * Removes an attribute; a key that is not set is no error.
+   *
+   * @param key the key
+   * @throws KelvaException "invalid_name" for a key that is no C identifier
+   */
+  public void removeAttribute(String key) {
+    setAttribute(key, null);
+  }
+
+  /**
+   * The value of an attribute.
+   *
+   * @param key the key
+   * @return the value, or null when the attribute is not set
+   * @throws KelvaException "usage" for a null key
+   */
+  public String getAttribute(String key) {
+    return check(kNodeGetAttribute(nodePeer, key));
+  }
+
+  /**
+   * The attributes, the most recently added first.
+   *
+   * @return the attributes
+   * @throws KelvaException when the node is dead
+   */
+  public List<Attribute> getAttributes() {
+    return Calls.attributes(check(kNodeGetFirstAttribute(nodePeer)));
+  }
+
+  /**
+   * Adds a parent.  A discrete parent becomes the first (slowest) node of
+   * this node's table.
+   *
+   * @param parent the new parent
+   * @throws KelvaException "cyclic_network" when the link would close a
+   *     cycle, "usage" for a link that is not allowed
+   */
+  public void addParent(Node parent) {
+    check(kNodeAddParent(nodePeer, parent.nodePeer));
+  }
+
+  /**
+   * Removes a parent; the table keeps a distribution for each configuration
+   * of the remaining parents.
+   *
+   * @param parent a parent of this node
+   * @throws KelvaException "usage" when it is no parent
+   */
+  public void removeParent(Node parent) {
+    check(kNodeRemoveParent(nodePeer, parent.nodePeer));
+  }
+
+  /**
+   * Replaces a parent by another node of the same kind and number of states,
+   * keeping the table's data.
+   *
+   * @param oldParent a parent of this node
+   * @param newParent its replacement
+   * @throws KelvaException "usage" when the replacement is not allowed,
+   *     "cyclic_network" when it would close a cycle
+   */
+  public void switchParent(Node oldParent, Node newParent) {
+    check(kNodeSwitchParent(nodePeer, oldParent.nodePeer, newParent.nodePeer));
+  }
+
+  /**
+   * Reverses the link from this node to {@code child}, keeping the joint
+   * distribution.
+   *
+   * @param child a child of this node
+   * @throws KelvaException "usage" when there is no such link or it cannot
+   *     be reversed, "cyclic_network" when reversing would close a cycle
+   */
+  public void reverseEdge(Node child) {
+    check(kNodeReverseEdge(nodePeer, child.nodePeer));
+  }
+
+  /**
+   * The parents, in the order they were added.
+   *
+   * @return the parents
+   * @throws KelvaException when the node is dead
+   */
+  public List<Node> getParents() {
+    return Calls.nodes(domain, check(kNodeGetParents(nodePeer)));
+  }
+
+  /**
+   * The children, in the order they were added.
+   *
+   * @return the children
+   * @throws KelvaException when the node is dead
+   */
+  public List<Node> getChildren() {
+    return Calls.nodes(domain, check(kNodeGetChildren(nodePeer)));
+  }
+
+  /**
+   * Whether the node has a table.
+   *
+   * @return true for chance, utility and discrete function nodes
+   * @throws KelvaException when the node is dead
+   */
+  public boolean hasTable() {
+    return check(kNodeHasTable(nodePeer)) == 1;
+  }
+
+  /**
+   * The node's table: conditional probabilities, utilities or function
+   * values.  The same Java object is returned as long as the engine table
+   * lives.
+   *
+   * @return the table
+   * @throws KelvaException "usage" for a node without a table
+   */
+  public Table getTable() {
+    return table = peeredTable(table, TableGetter.CONDITIONAL);
+  }
+
+  /**
+   * Whether the node has an experience table.
+   *
+   * @return true when it has one
+   * @throws KelvaException when the node is dead
+   */
+  public boolean hasExperienceTable() {
+    return check(kNodeHasExperienceTable(nodePeer)) == 1;
+  }
+
+  /**
+   * The node's experience table, created (all zeros) on first request.
+   *
+   * @return the table
+   * @throws KelvaException "usage" for a node that cannot have one
+   */
+  public Table getExperienceTable() {
+    return experienceTable = peeredTable(experienceTable, TableGetter.EXPERIENCE);
+  }
+
+  /**
+   * Whether the node has a fading table.
+   *
+   * @return true when it has one
+   * @throws KelvaException when the node is dead
+   */
+  public boolean hasFadingTable() {
+    return check(kNodeHasFadingTable(nodePeer)) == 1;
+  }
+
+  /**
+   * The node's fading table, created (all ones) on first request.
+   *
+   * @return the table
+   * @throws KelvaException "usage" for a node that cannot have one
+   */
+  public Table getFadingTable() {
+    return fadingTable = peeredTable(fadingTable, TableGetter.FADING);
+  }
+
+  /** The three table natives, which take the Java table to attach last. */
+  private enum TableGetter {
+    CONDITIONAL,
+    EXPERIENCE,
+    FADING;
+
+    long get(long node, Table table) {
+      switch (this) {
+        case CONDITIONAL:
+          return kNodeGetTable(node, table);
+        case EXPERIENCE:
+          return kNodeGetExperienceTable(node, table);
+        default:
+          return kNodeGetFadingTable(node, table);
+      }
+    }
+  }
+
+  /**
+   * The Java table of one of the node's tables: {@code cached} when it is
+   * still the engine table's peer, else a new one attached as its peer.
+   */
+  private Table peeredTable(Table cached, TableGetter getter) {
+    long h = check(getter.get(nodePeer, null));
+    if (cached != null && cached.tablePeer == h) {
+      return cached;
+    }
+    Table fresh = new Table(domain);
+    check(getter.get(nodePeer, fresh));
+    return fresh;
+  }
+}
