@@ -8,6 +8,7 @@
 #include "model/node_list.h"
 #include "model/object.h"
 #include "model/peer.h"
+#include "table/buffer.h"
 
 namespace kelva {
 
@@ -30,6 +31,12 @@ enum class TableRole : int {
 ///
 /// Node order: the discrete nodes come first, then the continuous ones; the
 /// configuration order is over the discrete nodes only.
+///
+/// Layout of the conditional-Gaussian part, with d = cg_dimension() and c a
+/// discrete configuration: means[c*d + i], coefficients[c*d + i] and the
+/// full symmetric covariance matrix covariances[(c*d + i)*d + j].  The three
+/// arrays are allocated together on the first CG write; until then every CG
+/// value reads as 0.
 class Table : public Object {
  public:
   /// A table over `nodes` (distinct; discrete nodes before continuous ones),
@@ -50,6 +57,11 @@ class Table : public Object {
   std::size_t cg_dimension() const noexcept { return nodes_.size() - discrete_count_; }
   /// Number of discrete configurations, saturating at kSizeTooLarge.
   std::uint64_t size() const noexcept { return size_; }
+  /// State counts of the discrete nodes as this table holds them (they
+  /// follow the nodes through the shape changes below).
+  const std::vector<std::size_t>& state_counts() const noexcept { return counts_; }
+  /// True once the discrete data have been allocated.
+  bool has_data() const noexcept { return !data_.empty(); }
 
   /// The discrete data, allocated (all 0) on first access; throws
   /// Error(no_memory) when the size cannot be allocated.
@@ -88,6 +100,15 @@ class Table : public Object {
   /// Puts `replacement` (same kind and state count) in place of `node`.
   void replace_node(Node* node, Node* replacement) noexcept;
 
+  /// Reorders the nodes to `order` (the same nodes, discrete ones first),
+  /// permuting the data and the CG part to match.  Error(usage) when
+  /// `order` is not such a list; throws (no_memory) leaving the table as it
+  /// was.
+  void reorder(const std::vector<Node*>& order);
+  /// Copies the data and CG part of `other`, which must have the same size
+  /// and CG dimension (Error(usage)).  Nodes are kept.
+  void assign_contents(const Table& other);
+
   /// A free-standing, unregistered copy of this table (same nodes, contents
   /// and CG part; no owner, no peer).  Structure edits reshape copies and
   /// swap them in only when every table of the edit has been reshaped.
@@ -110,11 +131,15 @@ class Table : public Object {
   std::size_t discrete_count_ = 0;
   std::uint64_t size_ = 1;
   // Remaining representation is the table layer's own.
-  std::vector<double> data_;
-  bool allocated_ = false;
-  std::vector<double> means_;
-  std::vector<double> covariances_;
-  std::vector<double> coefficients_;
+  struct Shape;
+  void commit(Shape& shape) noexcept;
+  void ensure_cg();
+
+  std::vector<std::size_t> counts_;  // per discrete node
+  mutable DoubleBuffer data_;        // empty until first access
+  DoubleBuffer means_;               // CG part, see the class comment
+  DoubleBuffer covariances_;
+  DoubleBuffer coefficients_;
 };
 
 }  // namespace kelva

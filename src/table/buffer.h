@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <utility>
+
+namespace kelva {
+
+/// Largest array a table allocates, in bytes (1 TiB, 2^37 entries).  Larger
+/// requests are refused as no_memory without asking the allocator, which
+/// may overcommit or, under sanitizers, abort instead of failing.
+inline constexpr std::uint64_t kMaxBufferBytes = std::uint64_t{1} << 40;
+
+/// An owned array of doubles, zero-filled when made.  Empty when it holds
+/// nothing.
+class DoubleBuffer {
+ public:
+  DoubleBuffer() noexcept = default;
+  /// `count` zeros (empty for 0); throws Error(no_memory) when the byte
+  /// count saturates, exceeds kMaxBufferBytes or the allocation fails.
+  static DoubleBuffer zeros(std::uint64_t count);
+  DoubleBuffer(DoubleBuffer&& other) noexcept { swap(other); }
+  DoubleBuffer& operator=(DoubleBuffer&& other) noexcept {
+    DoubleBuffer(std::move(other)).swap(*this);
+    return *this;
+  }
+  ~DoubleBuffer();
+
+  /// An independent copy; Error(no_memory) as for zeros().
+  DoubleBuffer copy() const;
+
+  /// True when nothing is allocated.
+  bool empty() const noexcept { return size_ == 0; }
+  /// Number of entries.
+  std::uint64_t size() const noexcept { return size_; }
+  /// The entries (null when empty).
+  double* data() noexcept { return data_; }
+  const double* data() const noexcept { return data_; }
+  double& operator[](std::uint64_t i) noexcept { return data_[i]; }
+  double operator[](std::uint64_t i) const noexcept { return data_[i]; }
+
+  /// Exchanges the arrays of two buffers.
+  void swap(DoubleBuffer& other) noexcept {
+    std::swap(data_, other.data_);
+    std::swap(size_, other.size_);
+  }
+
+ private:
+  double* data_ = nullptr;
+  std::uint64_t size_ = 0;
+};
+
+}  // namespace kelva
