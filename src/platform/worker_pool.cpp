@@ -1,0 +1,91 @@
+#include "platform/worker_pool.h"
+
+#include <algorithm>
+
+namespace kelva::platform {
+
+WorkerPool::~WorkerPool() {
+  {
+    std::lock_guard lock(mutex_);
+    stopping_ = true;
+  }
+  work_ready_.notify_all();
+  workers_.clear();  // joins
+}
+
+WorkerPool& WorkerPool::shared() {
+  static WorkerPool pool;
+  return pool;
+}
+
+std::size_t WorkerPool::worker_count() const {
+  std::lock_guard lock(mutex_);
+  return workers_.size();
+}
+
+void WorkerPool::ensure_workers(std::size_t count) noexcept {
+  count = std::min(count, kMaxWorkers);
+  try {
+    workers_.reserve(count);
+    while (workers_.size() < count) workers_.emplace_back([this] { work(); });
+  } catch (...) {
+    // Out of threads or memory: the workers already running will do.
+  }
+}
+
+void WorkerPool::drain(Batch& batch) noexcept {
+  for (;;) {
+    const std::size_t piece = batch.next.fetch_add(1, std::memory_order_relaxed);
+    if (piece >= batch.pieces) return;
+    batch.call(batch.context, piece);
+  }
+}
+
+WorkerPool::Batch* WorkerPool::joinable() const noexcept {
+  for (Batch* b = queue_; b != nullptr; b = b->next_batch)
+    if (b->helpers < b->helpers_wanted && b->next.load(std::memory_order_relaxed) < b->pieces)
+      return b;
+  return nullptr;
+}
+
+void WorkerPool::run_batch(Batch& batch, std::size_t threads) noexcept {
+  if (batch.pieces <= 1 || threads <= 1) {
+    drain(batch);
+    return;
+  }
+  {
+    std::lock_guard lock(mutex_);
+    ensure_workers(threads - 1);
+    batch.helpers_wanted = std::min(threads - 1, batch.pieces - 1);
+    batch.next_batch = queue_;
+    queue_ = &batch;
+  }
+  work_ready_.notify_all();
+  drain(batch);
+  std::unique_lock lock(mutex_);
+  for (Batch** link = &queue_; *link != nullptr; link = &(*link)->next_batch) {
+    if (*link == &batch) {
+      *link = batch.next_batch;
+      break;
+    }
+  }
+  // Every piece has been claimed; wait for the workers still running some.
+  batch_left_.wait(lock, [&] { return batch.active == 0; });
+}
+
+void WorkerPool::work() noexcept {
+  std::unique_lock lock(mutex_);
+  for (;;) {
+    work_ready_.wait(lock, [&] { return stopping_ || joinable() != nullptr; });
+    if (stopping_) return;
+    Batch* batch = joinable();
+    ++batch->helpers;
+    ++batch->active;
+    lock.unlock();
+    drain(*batch);
+    lock.lock();
+    if (--batch->active == 0) batch_left_.notify_all();
+  }
+}
+
+}  // namespace kelva::platform

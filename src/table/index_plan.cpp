@@ -1,0 +1,66 @@
+#include "table/index_plan.h"
+
+#include "model/error.h"
+#include "model/node.h"
+#include "table/size.h"
+#include "table/table.h"
+
+namespace kelva {
+
+IndexPlan::IndexPlan() : axes_{PlanAxis{1, 1, 0, 0, 0}} {}
+
+IndexPlan::IndexPlan(std::span<const std::size_t> large_counts,
+                     std::span<const std::size_t> small_axes) {
+  const std::size_t n = large_counts.size();
+  for (std::size_t c : large_counts) large_size_ = sat_mul(large_size_, c);
+  require(large_size_ != kSizeTooLarge, K_ERROR_NO_MEMORY);
+
+  // Stride of each large node in the small table (0 when absent).
+  std::vector<std::uint64_t> small_stride(n, 0);
+  for (std::size_t j = small_axes.size(); j-- > 0;) {
+    const std::size_t pos = small_axes[j];
+    require(pos < n && small_stride[pos] == 0);
+    small_stride[pos] = small_size_;
+    small_size_ *= large_counts[pos];
+  }
+
+  // From the innermost node outwards: drop single-valued nodes and merge a
+  // node into the axis inside it when it steps the small table by exactly one
+  // turn of that axis (both absent, or adjacent and in the same order there).
+  std::vector<PlanAxis> inner_first;
+  std::uint64_t large_stride = 1;
+  for (std::size_t i = n; i-- > 0;) {
+    const std::uint64_t count = large_counts[i];
+    if (count == 1) continue;
+    if (!inner_first.empty()) {
+      PlanAxis& a = inner_first.back();
+      if (small_stride[i] == a.small_stride * a.count) {
+        a.count *= count;
+        large_stride *= count;
+        continue;
+      }
+    }
+    inner_first.push_back(PlanAxis{count, large_stride, small_stride[i], 0, 0});
+    large_stride *= count;
+  }
+  if (inner_first.empty()) inner_first.push_back(PlanAxis{1, 1, 0, 0, 0});
+  axes_.assign(inner_first.rbegin(), inner_first.rend());
+  for (PlanAxis& a : axes_) {
+    a.large_back = a.large_stride * (a.count - 1);
+    a.small_back = a.small_stride * (a.count - 1);
+  }
+}
+
+IndexPlan IndexPlan::between(const Table& large, const Table& small) {
+  const std::vector<std::size_t>& counts = large.state_counts();
+  std::vector<std::size_t> positions;
+  positions.reserve(small.discrete_count());
+  for (std::size_t j = 0; j < small.discrete_count(); ++j) {
+    const std::size_t pos = large.nodes().index_of(small.nodes()[j]);
+    require(pos < large.discrete_count() && counts[pos] == small.state_counts()[j]);
+    positions.push_back(pos);
+  }
+  return IndexPlan(counts, positions);
+}
+
+}  // namespace kelva

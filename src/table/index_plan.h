@@ -1,0 +1,134 @@
+#pragma once
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+namespace kelva {
+
+class Table;
+
+/// One dimension of an index plan: one large-table node, or a run of
+/// adjacent ones merged because they step the small table uniformly.
+struct PlanAxis {
+  std::uint64_t count;         ///< values along the axis (at least 1)
+  std::uint64_t large_stride;  ///< step of the large table's index per value
+  std::uint64_t small_stride;  ///< step in the small table (0: absent there)
+  std::uint64_t large_back;    ///< large_stride * (count - 1): undoes a full turn
+  std::uint64_t small_back;    ///< small_stride * (count - 1)
+};
+
+/// Most axes a plan can have.  Merged axes have at least 2 values each, and
+/// the large size is below 2^64, so 63 suffice.
+inline constexpr std::size_t kMaxPlanAxes = 64;
+
+/// How the entries of a large table meet those of a small table whose
+/// discrete nodes are a subset of the large one's (in any order): the large
+/// table's axes, outermost first, each with its stride in the small table.
+/// Walking a plan visits the large table in index order, tracking the
+/// matching small index with an odometer over the outer axes; the innermost
+/// axis is a run that is contiguous in the large table and either constant
+/// (stride 0), contiguous (stride 1) or evenly strided in the small one.
+/// A plan is plain data: walking it divides nothing per entry and allocates
+/// nothing.
+class IndexPlan {
+ public:
+  /// The plan between two tables without discrete nodes (one entry each).
+  IndexPlan();
+  /// The plan for a large table with discrete state counts `large_counts`
+  /// (first node slowest) and a small table whose j-th discrete node is the
+  /// large table's node number `small_axes[j]`.  Error(usage) for a repeated
+  /// or out-of-range position; Error(no_memory) when the large size does not
+  /// fit in 64 bits (such a table cannot hold data).
+  IndexPlan(std::span<const std::size_t> large_counts, std::span<const std::size_t> small_axes);
+  /// The plan between two tables: every discrete node of `small` must be a
+  /// discrete node of `large` with the same state count (Error(usage)).
+  static IndexPlan between(const Table& large, const Table& small);
+
+  /// Entries of the large table.
+  std::uint64_t large_size() const noexcept { return large_size_; }
+  /// Entries of the small table.
+  std::uint64_t small_size() const noexcept { return small_size_; }
+  /// The merged axes, outermost first; never empty.  The last one is the
+  /// inner run, whose large stride is 1.
+  std::span<const PlanAxis> axes() const noexcept { return axes_; }
+  /// The small-table stride of the inner run (constant over the walk).
+  std::uint64_t inner_small_stride() const noexcept { return axes_.back().small_stride; }
+
+  /// Calls run(large_index, small_index, length) for each stretch of the
+  /// inner run within large entries [begin, end), in index order.  The
+  /// stretch covers large entries large_index .. large_index+length-1, and
+  /// small entries small_index + k * inner_small_stride().
+  template <class Run>
+  void walk(std::uint64_t begin, std::uint64_t end, Run&& run) const {
+    walk_axes(axes_.data(), axes_.size(), 0, 0, begin, end, run);
+  }
+
+  /// As walk(), over the large entries whose value on axis `axis` lies in
+  /// [first, last), in index order.  When the axis is present in the small
+  /// table, slices with disjoint ranges touch disjoint small entries, and
+  /// each small entry meets its large entries in the same order as in a
+  /// whole walk.
+  template <class Run>
+  void walk_slice(std::size_t axis, std::uint64_t first, std::uint64_t last, Run&& run) const {
+    if (first >= last) return;
+    std::array<PlanAxis, kMaxPlanAxes> sliced;
+    std::copy(axes_.begin(), axes_.end(), sliced.begin());
+    PlanAxis& a = sliced[axis];
+    const std::uint64_t count = last - first;
+    const std::uint64_t entries = large_size_ / a.count * count;
+    const std::uint64_t large_base = first * a.large_stride;
+    const std::uint64_t small_base = first * a.small_stride;
+    a.count = count;
+    a.large_back = a.large_stride * (count - 1);
+    a.small_back = a.small_stride * (count - 1);
+    walk_axes(sliced.data(), axes_.size(), large_base, small_base, 0, entries, run);
+  }
+
+ private:
+  // The odometer: positions [begin, end) of the space spanned by `axes`,
+  // starting from indexes (large, small) at position 0.
+  template <class Run>
+  static void walk_axes(const PlanAxis* axes, std::size_t n, std::uint64_t large,
+                        std::uint64_t small, std::uint64_t begin, std::uint64_t end, Run& run) {
+    if (begin >= end) return;
+    const PlanAxis& inner = axes[n - 1];
+    std::uint64_t counter[kMaxPlanAxes];
+    // Only the start of a walk is decoded by division.
+    std::uint64_t rest = begin / inner.count;
+    std::uint64_t offset = begin - rest * inner.count;
+    for (std::size_t i = n - 1; i-- > 0;) {
+      counter[i] = rest % axes[i].count;
+      rest /= axes[i].count;
+      large += counter[i] * axes[i].large_stride;
+      small += counter[i] * axes[i].small_stride;
+    }
+    std::uint64_t remaining = end - begin;
+    for (;;) {
+      const std::uint64_t length = std::min(inner.count - offset, remaining);
+      run(large + offset * inner.large_stride, small + offset * inner.small_stride, length);
+      remaining -= length;
+      if (remaining == 0) return;
+      offset = 0;
+      for (std::size_t i = n - 1; i-- > 0;) {
+        if (++counter[i] < axes[i].count) {
+          large += axes[i].large_stride;
+          small += axes[i].small_stride;
+          break;
+        }
+        counter[i] = 0;
+        large -= axes[i].large_back;
+        small -= axes[i].small_back;
+      }
+    }
+  }
+
+  std::vector<PlanAxis> axes_;
+  std::uint64_t large_size_ = 1;
+  std::uint64_t small_size_ = 1;
+};
+
+}  // namespace kelva

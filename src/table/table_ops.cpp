@@ -1,0 +1,246 @@
+#include "table/table_ops.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "model/domain.h"
+#include "platform/worker_pool.h"
+#include "table/table.h"
+
+namespace kelva {
+
+Parallelism Parallelism::of(const Domain& domain) noexcept {
+  return Parallelism{domain.concurrency_level, domain.grain_size};
+}
+
+namespace {
+
+// Most pieces (and threads) one operation is split into.
+constexpr std::uint64_t kMaxPieces = 64;
+
+// Number of pieces for `work` entries when the pieces may run on threads:
+// 1 unless there are threads and at least two grains of work.
+std::uint64_t piece_count(std::uint64_t work, const Parallelism& p) noexcept {
+  const std::uint64_t grain = std::max<std::uint64_t>(p.grain, 1);
+  if (p.threads < 2 || work / 2 < grain) return 1;
+  return std::min({p.threads, work / grain, kMaxPieces});
+}
+
+// Start of piece j of `pieces` equal parts of [0, total).
+std::uint64_t piece_start(std::uint64_t total, std::uint64_t pieces, std::uint64_t j) noexcept {
+  return total / pieces * j + total % pieces * j / pieces;
+}
+
+// Runs body(j) for j < pieces, on up to `threads` threads.
+template <class Body>
+void run_pieces(std::uint64_t pieces, std::uint64_t threads, Body& body) {
+  if (pieces <= 1 || threads <= 1) {
+    for (std::uint64_t j = 0; j < pieces; ++j) body(j);
+    return;
+  }
+  auto task = [&body](std::size_t j) { body(j); };
+  platform::WorkerPool::shared().run(pieces, std::min(threads, pieces), task);
+}
+
+// Fold operations of marginalization.
+struct SumFold {
+  static constexpr double identity() noexcept { return 0.0; }
+  static double fold(double a, double b) noexcept { return a + b; }
+};
+struct MaxFold {
+  static constexpr double identity() noexcept { return -HUGE_VAL; }
+  static double fold(double a, double b) noexcept { return b > a ? b : a; }
+};
+
+// Entry updates of the large table by the matching small entry.
+struct MultiplyUpdate {
+  static void apply(double& l, double s) noexcept { l *= s; }
+};
+struct DivideUpdate {
+  static void apply(double& l, double s) noexcept {
+    if (s > 0.0) l /= s;
+  }
+};
+struct CopyUpdate {
+  static void apply(double& l, double s) noexcept { l = s; }
+};
+
+// Folds each inner run into the small table.  The stride mode is fixed per
+// plan, so each mode gets its own loop: constant (0), contiguous (1) or
+// strided small entries.
+template <class Fold>
+void fold_walk(const IndexPlan& plan, const double* large, double* small, std::size_t slice_axis,
+               std::uint64_t first, std::uint64_t last) {
+  const std::uint64_t ss = plan.inner_small_stride();
+  auto walk = [&](auto&& run) {
+    if (slice_axis == static_cast<std::size_t>(-1)) plan.walk(0, plan.large_size(), run);
+    else plan.walk_slice(slice_axis, first, last, run);
+  };
+  if (ss == 0) {
+    walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      const double* p = large + l;
+      double acc = Fold::identity();
+      for (std::uint64_t k = 0; k < n; ++k) acc = Fold::fold(acc, p[k]);
+      small[s] = Fold::fold(small[s], acc);
+    });
+  } else if (ss == 1) {
+    walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      const double* p = large + l;
+      double* q = small + s;
+      for (std::uint64_t k = 0; k < n; ++k) q[k] = Fold::fold(q[k], p[k]);
+    });
+  } else {
+    walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      const double* p = large + l;
+      double* q = small + s;
+      for (std::uint64_t k = 0; k < n; ++k) q[k * ss] = Fold::fold(q[k * ss], p[k]);
+    });
+  }
+}
+
+template <class Fold>
+void fold_plan(const IndexPlan& plan, const double* large, double* small, const Parallelism& par) {
+  const std::uint64_t n = plan.large_size();
+  std::fill(small, small + plan.small_size(), Fold::identity());
+
+  if (plan.small_size() == 1) {
+    // One result: the large table is a single run.  Its blocks depend only
+    // on the size and the grain, so any number of threads gives the same sum.
+    const std::uint64_t grain = std::max<std::uint64_t>(par.grain, 1);
+    const std::uint64_t blocks = n / 2 < grain ? 1 : std::min(kMaxPieces, n / grain);
+    double partial[kMaxPieces];
+    auto body = [&](std::uint64_t j) {
+      const double* p = large + piece_start(n, blocks, j);
+      const double* end = large + piece_start(n, blocks, j + 1);
+      double acc = Fold::identity();
+      for (; p != end; ++p) acc = Fold::fold(acc, *p);
+      partial[j] = acc;
+    };
+    run_pieces(blocks, par.threads, body);
+    double total = Fold::identity();
+    for (std::uint64_t j = 0; j < blocks; ++j) total = Fold::fold(total, partial[j]);
+    small[0] = total;
+    return;
+  }
+
+  const std::uint64_t wanted = piece_count(n, par);
+  if (wanted > 1) {
+    // Slice along an axis present in the small table: slices then write
+    // disjoint small entries, each in the same order as one thread would.
+    // The outermost axis with enough values, else the one with the most.
+    const auto axes = plan.axes();
+    std::size_t axis = static_cast<std::size_t>(-1);
+    for (std::size_t i = 0; i < axes.size(); ++i) {
+      if (axes[i].small_stride == 0) continue;
+      if (axis == static_cast<std::size_t>(-1) || axes[i].count > axes[axis].count) axis = i;
+      if (axes[i].count >= wanted) {
+        axis = i;
+        break;
+      }
+    }
+    const std::uint64_t values = axes[axis].count;
+    const std::uint64_t pieces = std::min(wanted, values);
+    if (pieces > 1) {
+      auto body = [&](std::uint64_t j) {
+        fold_walk<Fold>(plan, large, small, axis, piece_start(values, pieces, j),
+                        piece_start(values, pieces, j + 1));
+      };
+      run_pieces(pieces, par.threads, body);
+      return;
+    }
+  }
+  fold_walk<Fold>(plan, large, small, static_cast<std::size_t>(-1), 0, 0);
+}
+
+// Applies Update to every large entry over [begin, end) with its small entry.
+template <class Update>
+void update_walk(const IndexPlan& plan, double* large, const double* small, std::uint64_t begin,
+                 std::uint64_t end) {
+  const std::uint64_t ss = plan.inner_small_stride();
+  if (ss == 0) {
+    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      double* p = large + l;
+      const double v = small[s];
+      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], v);
+    });
+  } else if (ss == 1) {
+    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      double* p = large + l;
+      const double* q = small + s;
+      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k]);
+    });
+  } else {
+    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      double* p = large + l;
+      const double* q = small + s;
+      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k * ss]);
+    });
+  }
+}
+
+// Large entries are written by exactly one piece each, so pieces are simply
+// ranges of the large table.
+template <class Update>
+void update_plan(const IndexPlan& plan, double* large, const double* small,
+                 const Parallelism& par) {
+  const std::uint64_t n = plan.large_size();
+  const std::uint64_t pieces = piece_count(n, par);
+  auto body = [&](std::uint64_t j) {
+    update_walk<Update>(plan, large, small, piece_start(n, pieces, j), piece_start(n, pieces, j + 1));
+  };
+  run_pieces(pieces, par.threads, body);
+}
+
+}  // namespace
+
+void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
+                 const Parallelism& parallelism) {
+  if (how == Reduce::sum) fold_plan<SumFold>(plan, large, small, parallelism);
+  else fold_plan<MaxFold>(plan, large, small, parallelism);
+}
+
+void multiply(const IndexPlan& plan, double* large, const double* small,
+              const Parallelism& parallelism) {
+  update_plan<MultiplyUpdate>(plan, large, small, parallelism);
+}
+
+void divide(const IndexPlan& plan, double* large, const double* small,
+            const Parallelism& parallelism) {
+  update_plan<DivideUpdate>(plan, large, small, parallelism);
+}
+
+void gather(const IndexPlan& plan, double* out, const double* small,
+            const Parallelism& parallelism) {
+  update_plan<CopyUpdate>(plan, out, small, parallelism);
+}
+
+void quotient(double* out, const double* num, const double* den, std::uint64_t count,
+              const Parallelism& parallelism) {
+  const std::uint64_t pieces = piece_count(count, parallelism);
+  auto body = [&](std::uint64_t j) {
+    const std::uint64_t end = piece_start(count, pieces, j + 1);
+    for (std::uint64_t i = piece_start(count, pieces, j); i < end; ++i)
+      out[i] = den[i] > 0.0 ? num[i] / den[i] : num[i];
+  };
+  run_pieces(pieces, parallelism.threads, body);
+}
+
+void marginalize(const Table& from, Table& to, Reduce how) {
+  const IndexPlan plan = IndexPlan::between(from, to);
+  const double* large = from.data();
+  marginalize(plan, large, to.data(), how, Parallelism::of(from.domain()));
+}
+
+void multiply(Table& table, const Table& by) {
+  const IndexPlan plan = IndexPlan::between(table, by);
+  const double* small = by.data();
+  multiply(plan, table.data(), small, Parallelism::of(table.domain()));
+}
+
+void divide(Table& table, const Table& by) {
+  const IndexPlan plan = IndexPlan::between(table, by);
+  const double* small = by.data();
+  divide(plan, table.data(), small, Parallelism::of(table.domain()));
+}
+
+}  // namespace kelva

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+
+#include "table/index_plan.h"
+
+namespace kelva {
+
+class Domain;
+class Table;
+
+/// How a table operation may use worker threads.  Work of at least twice
+/// the grain (in large-table entries) is split into pieces of at least the
+/// grain over up to `threads` threads, the caller's included.  Results do
+/// not depend on `threads`: they are the same, bit for bit, as with one.
+struct Parallelism {
+  std::uint64_t threads = 1;
+  std::uint64_t grain = 10000;
+  /// The domain's concurrency level and grain size.
+  static Parallelism of(const Domain& domain) noexcept;
+};
+
+/// How marginalization combines the entries it folds together.
+enum class Reduce { sum, max };
+
+// Kernels over plain arrays laid out as the plan's large and small tables.
+
+/// small := the sum (or maximum) of `large` over the axes absent from the
+/// small table.  Each small entry is built from its large entries in index
+/// order; a marginal to a single entry is summed in blocks fixed by the
+/// size and the grain, then the block sums in order.
+void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
+                 const Parallelism& parallelism = {});
+/// large := large * small, entry by entry through the plan.
+void multiply(const IndexPlan& plan, double* large, const double* small,
+              const Parallelism& parallelism = {});
+/// large := large / small where the small entry is greater than 0; other
+/// large entries are left as they are.
+void divide(const IndexPlan& plan, double* large, const double* small,
+            const Parallelism& parallelism = {});
+/// out := large-shaped copy of `small` read through the plan (out[l] =
+/// small[s]); with a plan between two orders of the same nodes, this
+/// permutes a table's data into the large order.
+void gather(const IndexPlan& plan, double* out, const double* small,
+            const Parallelism& parallelism = {});
+/// out[i] := num[i] / den[i] where den[i] > 0, else num[i], for i < count
+/// (the division of two tables of the same shape; out may be num).
+void quotient(double* out, const double* num, const double* den, std::uint64_t count,
+              const Parallelism& parallelism = {});
+
+// The same on tables' discrete data, with the domain's parallelism.  The
+// small table's discrete nodes must be among the large one's with the same
+// state counts (Error(usage) otherwise); CG parts are not touched.
+
+/// `to` := marginal of `from` onto to's discrete nodes.
+void marginalize(const Table& from, Table& to, Reduce how);
+/// table := table * by.
+void multiply(Table& table, const Table& by);
+/// table := table / by, by the division rule above.
+void divide(Table& table, const Table& by);
+
+}  // namespace kelva
