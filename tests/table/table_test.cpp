@@ -1,0 +1,182 @@
+// The Table class: shape changes with their data and CG part, copies, and
+// failure without change when arrays are too large.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <vector>
+
+#include "fixture.h"
+#include "model/error.h"
+#include "table/index_plan.h"
+#include "table/size.h"
+
+namespace kelva {
+namespace {
+
+using test::Net;
+using test::node;
+using test::values;
+
+// The nodes of a table as handles.
+std::vector<k_node_t> members(k_table_t t) {
+  std::vector<k_node_t> r;
+  for (k_node_t* p = k_table_get_nodes(t); *p != nullptr; ++p) r.push_back(*p);
+  return r;
+}
+
+TEST(Table, ShapeChangesMoveEntriesWithTheirStates) {
+  Net net;
+  k_node_t a = net.discrete(2), b = net.discrete(3), c = net.discrete(2);
+  k_table_t h = net.table({a, b}, {0, 1, 2, 3, 4, 5});
+  Table& t = test::table(h);
+
+  t.insert_discrete_front(node(c));  // repeated once per state of c
+  EXPECT_EQ(members(h), (std::vector<k_node_t>{c, a, b}));
+  EXPECT_EQ(values(h), (std::vector<double>{0, 1, 2, 3, 4, 5, 0, 1, 2, 3, 4, 5}));
+  t.insert_discrete_front(node(a));  // already held
+  EXPECT_EQ(t.size(), 12u);
+
+  k_table_set_data(h, std::vector<double>{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11}.data(), 12, 0, 12);
+  t.change_state_count(node(b), 3, 4);  // a kept state keeps its entries, a new one is 0
+  EXPECT_EQ(values(h), (std::vector<double>{0, 1, 2, 0, 3, 4, 5, 0, 6, 7, 8, 0, 9, 10, 11, 0}));
+  t.change_state_count(node(b), 4, 2);
+  EXPECT_EQ(values(h), (std::vector<double>{0, 1, 3, 4, 6, 7, 9, 10}));
+  EXPECT_EQ(t.state_counts(), (std::vector<std::size_t>{2, 2, 2}));
+
+  t.permute_states(node(a), {1, 0});
+  EXPECT_EQ(values(h), (std::vector<double>{3, 4, 0, 1, 9, 10, 6, 7}));
+  t.remove_node(node(a));  // averaged over a's states
+  EXPECT_EQ(values(h), (std::vector<double>{1.5, 2.5, 7.5, 8.5}));
+  t.remove_node(node(c));
+  EXPECT_EQ(values(h), (std::vector<double>{4.5, 5.5}));
+  t.remove_node(node(c));  // not held: nothing
+  EXPECT_EQ(members(h), (std::vector<k_node_t>{b}));
+
+  // Shape changes of a table never touched keep it unallocated.
+  Table fresh(net.domain(), {node(a), node(b)}, TableRole::free, nullptr);
+  fresh.insert_discrete_front(node(c));
+  fresh.remove_node(node(a));
+  EXPECT_FALSE(fresh.has_data());
+  EXPECT_EQ(fresh.size(), 6u);
+
+  // Reordering transposes; clones and contents are independent copies.
+  k_table_t ab = net.table({a, b}, {0, 1, 2, 3, 4, 5});
+  test::table(ab).reorder({node(b), node(a)});
+  EXPECT_EQ(values(ab), (std::vector<double>{0, 3, 1, 4, 2, 5}));
+  std::unique_ptr<Table> copy = test::table(ab).clone();
+  copy->data()[0] = 42;
+  EXPECT_EQ(test::table(ab).data()[0], 0);
+  test::table(ab).swap_contents(*copy);
+  EXPECT_EQ(test::table(ab).data()[0], 42);
+  EXPECT_EQ(copy->nodes()[0], node(b));
+}
+
+TEST(Table, ConditionalGaussianPartFollowsItsNodes) {
+  Net net;
+  k_node_t a = net.discrete(2), x = net.continuous(), y = net.continuous(), z = net.continuous();
+  k_table_t h = net.table({a, x, y});
+  Table& t = test::table(h);
+  EXPECT_EQ(t.cg_dimension(), 2u);
+  EXPECT_EQ(k_table_get_cg_size(h), 4u);
+  EXPECT_EQ(t.mean(1, 0), 0.0);  // nothing written yet
+  for (std::uint64_t c = 0; c < 2; ++c) {
+    t.set_mean(c, 0, 10.0 + c);
+    t.set_mean(c, 1, 20.0 + c);
+    t.set_covariance(c, 0, 0, 1.0 + c);
+    t.set_covariance(c, 0, 1, 0.5);
+    t.set_covariance(c, 1, 1, 3.0 + c);
+    t.set_coefficient(c, 1, 7.0);
+  }
+  EXPECT_EQ(k_table_get_mean(h, 1, y), 21.0);
+  EXPECT_EQ(k_table_get_variance(h, 1, x), 2.0);
+  EXPECT_EQ(k_table_get_covariance(h, 0, y, x), 0.5);
+  for (k_node_t bad : {a, z, static_cast<k_node_t>(nullptr)}) {
+    EXPECT_EQ(k_table_get_mean(h, 0, bad), -1.0);
+    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  }
+  EXPECT_EQ(k_table_get_variance(h, 2, x), -1.0);  // configuration out of range
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+
+  t.append_continuous(node(z));
+  EXPECT_EQ(t.mean(1, 1), 21.0);
+  EXPECT_EQ(t.covariance(1, 1, 0), 0.5);
+  EXPECT_EQ(t.covariance(1, 2, 2), 0.0);
+  t.reorder({node(a), node(y), node(z), node(x)});
+  EXPECT_EQ(k_table_get_mean(h, 0, x), 10.0);
+  EXPECT_EQ(t.mean(0, 0), 20.0);
+  EXPECT_EQ(t.covariance(1, 0, 0), 4.0);
+  EXPECT_EQ(t.covariance(1, 2, 0), 0.5);
+  EXPECT_EQ(t.coefficient(0, 0), 7.0);
+  t.remove_node(node(z));
+  t.remove_node(node(a));  // parameters averaged over a's states
+  EXPECT_EQ(t.cg_dimension(), 2u);
+  EXPECT_EQ(k_table_get_mean(h, 0, x), 10.5);
+  EXPECT_EQ(k_table_get_variance(h, 0, y), 3.5);
+  EXPECT_EQ(k_table_get_covariance(h, 0, x, y), 0.5);
+}
+
+// Everything readable of a table: nodes, counts, size, data and CG part.
+std::vector<double> snapshot(const Table& t) {
+  std::vector<double> v;
+  for (Node* n : t.nodes()) v.push_back(static_cast<double>(reinterpret_cast<std::uintptr_t>(n)));
+  for (std::size_t c : t.state_counts()) v.push_back(static_cast<double>(c));
+  v.push_back(static_cast<double>(t.size()));
+  if (t.has_data())
+    for (std::uint64_t i = 0; i < t.size(); ++i) v.push_back(t.data()[i]);
+  for (std::uint64_t c = 0; c < t.size(); ++c)
+    for (std::size_t i = 0; i < t.cg_dimension(); ++i) {
+      v.push_back(t.mean(c, i));
+      v.push_back(t.coefficient(c, i));
+      for (std::size_t j = 0; j < t.cg_dimension(); ++j) v.push_back(t.covariance(c, i, j));
+    }
+  return v;
+}
+
+// The code of the Error thrown by `change`, or none.
+template <class F>
+k_error_t code_of(F change) {
+  try {
+    change();
+  } catch (const Error& e) {
+    return e.code();
+  }
+  return K_ERROR_NONE;
+}
+
+TEST(Table, ArraysTooLargeToAllocateFailWithoutChange) {
+  Net net;
+  k_node_t a = net.discrete(2), b = net.discrete(3), x = net.continuous();
+  k_table_t h = net.table({a, b, x}, {1, 2, 3, 4, 5, 6});
+  Table& t = test::table(h);
+  t.set_mean(1, 0, 3.0);
+  t.set_covariance(2, 0, 0, 9.0);
+  const std::vector<double> before = snapshot(t);
+  // Arrays over 1 TiB are never asked of the allocator.
+  EXPECT_EQ(code_of([&] { t.change_state_count(test::node(b), 3, std::size_t{1} << 44); }),
+            K_ERROR_NO_MEMORY);
+  EXPECT_EQ(snapshot(t), before);
+  // Nor when only the CG part is allocated.
+  Table cg(net.domain(), {test::node(a), test::node(x)}, TableRole::free, nullptr);
+  cg.set_mean(1, 0, 5.0);
+  EXPECT_EQ(code_of([&] { cg.change_state_count(test::node(a), 2, std::size_t{1} << 45); }),
+            K_ERROR_NO_MEMORY);
+  EXPECT_EQ(cg.mean(1, 0), 5.0);
+  EXPECT_FALSE(cg.has_data());
+
+  // A table whose size does not fit in memory can be made and reshaped, but
+  // its data cannot be allocated.
+  k_node_t big[8];
+  for (k_node_t& n : big) n = net.discrete(256);
+  std::vector<Node*> seven;
+  for (int i = 0; i < 7; ++i) seven.push_back(test::node(big[i]));
+  Table huge(net.domain(), seven, TableRole::free, nullptr);
+  EXPECT_EQ(huge.size(), std::uint64_t{1} << 56);
+  EXPECT_EQ(code_of([&] { huge.data(); }), K_ERROR_NO_MEMORY);
+  huge.insert_discrete_front(test::node(big[7]));
+  EXPECT_EQ(huge.size(), kSizeTooLarge);
+  const Table scalar(net.domain(), {}, TableRole::free, nullptr);
+  EXPECT_EQ(code_of([&] { IndexPlan::between(huge, scalar); }), K_ERROR_NO_MEMORY);
+}
+
+}  // namespace
+}  // namespace kelva
