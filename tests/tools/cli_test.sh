@@ -40,6 +40,12 @@ expect_file() {
   cmp -s "$work/$1.$2" "$3" || { fail "$1: $2 differs from $3"; diff -u "$3" "$work/$1.$2" >&2 || true; }
 }
 
+# expect_empty NAME STREAM: nothing was written to the stream.
+expect_empty() {
+  checks=$((checks + 1))
+  [[ ! -s $work/$1.$2 ]] || fail "$1: unexpected $2: $(cat "$work/$1.$2")"
+}
+
 # expect_text NAME STREAM TEXT: the stream is exactly TEXT plus a newline.
 expect_text() {
   printf '%s\n' "$3" >"$work/$1.$2.want"
@@ -49,7 +55,7 @@ expect_text() {
 run version --version
 expect_status version 0
 expect_text version out "kelva $version"
-expect_text version err ""
+expect_empty version err
 
 run help --help
 expect_status help 0
@@ -64,7 +70,7 @@ expect_file help_after_command out "$work/help.out"
 run asia_text nodes --example asia
 expect_status asia_text 0
 expect_file asia_text out "$expected/nodes-asia.txt"
-expect_text asia_text err ""
+expect_empty asia_text err
 
 run asia_tsv nodes --format=tsv --example=asia
 expect_status asia_tsv 0
@@ -77,7 +83,7 @@ usage_case() {
   shift 2
   run "$name" "$@"
   expect_status "$name" 2
-  expect_text "$name" out ""
+  expect_empty "$name" out
   printf 'kelva: %s\n%s\n' "$message" "$hint" >"$work/$name.err.want"
   expect_file "$name" err "$work/$name.err.want"
 }
