@@ -26,9 +26,9 @@ enum class Reduce { sum, max };
 // Kernels over plain arrays laid out as the plan's large and small tables.
 
 /// small := the sum (or maximum) of `large` over the axes absent from the
-/// small table.  Each small entry is built from its large entries in index
-/// order; a marginal to a single entry is summed in blocks fixed by the
-/// size and the grain, then the block sums in order.
+/// small table.  The order of the additions depends on the plan and the
+/// grain only (a marginal to a single entry is summed in blocks fixed by the
+/// size and the grain, then the block sums in order), never on the threads.
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
                  const Parallelism& parallelism = {});
 /// large := large * small, entry by entry through the plan.
