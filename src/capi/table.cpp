@@ -119,9 +119,11 @@ k_size_t k_table_get_cg_size(k_table_t table) {
 int64_t k_table_get_index_from_configuration(k_table_t table, const k_size_t* config) {
   return guard<int64_t>(-1, [&] {
     const Table& t = get(table);
-    require(config != nullptr && t.size() <= static_cast<std::uint64_t>(INT64_MAX));
-    // Only the discrete nodes (listed first) have configurations.
+    // Only the discrete nodes (listed first) have configurations; without
+    // any, nothing is read and the index is 0.
     const std::vector<std::size_t>& counts = t.state_counts();
+    require((config != nullptr || counts.empty()) &&
+            t.size() <= static_cast<std::uint64_t>(INT64_MAX));
     std::uint64_t index = 0;
     for (std::size_t k = 0; k < counts.size(); ++k) {
       require(config[k] < counts[k]);
@@ -135,8 +137,9 @@ k_status_t k_table_get_configuration_from_index(k_table_t table, k_size_t* confi
                                                 k_size_t index) {
   return guard_status([&] {
     const Table& t = get(table);
-    require(config != nullptr && t.size() != kelva::kSizeTooLarge && index < t.size());
     const std::vector<std::size_t>& counts = t.state_counts();
+    require((config != nullptr || counts.empty()) && t.size() != kelva::kSizeTooLarge &&
+            index < t.size());
     for (std::size_t k = counts.size(); k-- > 0;) {
       config[k] = index % counts[k];
       index /= counts[k];

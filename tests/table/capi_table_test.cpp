@@ -42,6 +42,7 @@ TEST(TableApi, ConfigurationOrderHasTheLastNodeFastest) {
   k_table_t empty = net.table({});
   EXPECT_EQ(k_table_get_size(empty), 1u);
   EXPECT_EQ(k_table_get_index_from_configuration(empty, c12), 0);
+  EXPECT_EQ(k_table_get_index_from_configuration(empty, nullptr), 0);
   EXPECT_EQ(k_table_get_nodes(empty)[0], nullptr);
 
   // Nodes of a table: distinct nodes of the domain, discrete ones first.

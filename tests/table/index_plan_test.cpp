@@ -198,9 +198,13 @@ TEST(IndexPlan, ThreadedResultsEqualSingleThreadedBitForBit) {
         EXPECT_EQ(std::memcmp(one[k].data(), many[k].data(), one[k].size() * sizeof(double)), 0)
             << "operation " << k << " with " << threads << " threads";
     }
-    // And the shared result is right.
+    // And the shared results are right.
     std::vector<double> sum(plan.small_size(), 0.0);
-    for (std::size_t l = 0; l < large.size(); ++l) sum[oracle[l]] += large[l];
+    for (std::size_t l = 0; l < large.size(); ++l) {
+      sum[oracle[l]] += large[l];
+      const double den = one[2][l];
+      ASSERT_EQ(one[5][l], den > 0 ? large[l] / den : large[l]);
+    }
     for (std::size_t j = 0; j < sum.size(); ++j) EXPECT_NEAR(one[0][j], sum[j], 1e-9);
   }
   EXPECT_GT(platform::WorkerPool::shared().worker_count(), 0u);
