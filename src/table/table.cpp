@@ -373,8 +373,9 @@ void Table::swap_contents(Table& other) noexcept {
 }
 
 void Table::notify_changed() noexcept {
+  // A node owner notes the change with its domain itself.
   if (owner_ != nullptr) owner_->table_changed();
-  domain_->note_table_change();
+  else domain_->note_table_change();
 }
 
 }  // namespace kelva

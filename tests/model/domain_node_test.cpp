@@ -17,7 +17,9 @@ struct DomainFixture : ::testing::Test {
   k_node_t chance(const char* name, k_size_t states = 2) {
     k_node_t n = k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
     EXPECT_NE(n, nullptr);
-    if (name != nullptr) EXPECT_EQ(k_node_set_name(n, name), 0);
+    if (name != nullptr) {
+      EXPECT_EQ(k_node_set_name(n, name), 0);
+    }
     EXPECT_EQ(k_node_set_number_of_states(n, states), 0);
     return n;
   }

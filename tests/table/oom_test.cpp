@@ -112,7 +112,7 @@ TEST(OutOfMemory, StructureEditsAreAllOrNothing) {
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_set_attribute(c, "key", "value"); }), 0);
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_set_name(c, "a_much_longer_name_than_sso"); }), 0);
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_reverse_edge(b, c); }), 0);
-  EXPECT_GT(fail_each_allocation(d, [&] { return k_node_delete(b); }), 0);
+  EXPECT_GT(fail_each_allocation(d, [&] { return k_node_delete(c); }), 0);
   k_domain_delete(d);
 }
 
