@@ -4,6 +4,7 @@
 #include <new>
 
 #include "model/error.h"
+#include "platform/memory.h"
 #include "table/size.h"
 
 namespace kelva {
@@ -12,7 +13,7 @@ DoubleBuffer DoubleBuffer::zeros(std::uint64_t count) {
   DoubleBuffer b;
   if (count == 0) return b;
   const std::uint64_t bytes = sat_mul(count, sizeof(double));
-  if (bytes > kMaxBufferBytes) throw Error(K_ERROR_NO_MEMORY);
+  if (!platform::allocation_possible(bytes)) throw Error(K_ERROR_NO_MEMORY);
   b.data_ = new (std::nothrow) double[static_cast<std::size_t>(count)]();
   if (b.data_ == nullptr) throw Error(K_ERROR_NO_MEMORY);
   b.size_ = count;

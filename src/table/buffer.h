@@ -5,18 +5,15 @@
 
 namespace kelva {
 
-/// Largest array a table allocates, in bytes (1 TiB, 2^37 entries).  Larger
-/// requests are refused as no_memory without asking the allocator, which
-/// may overcommit or, under sanitizers, abort instead of failing.
-inline constexpr std::uint64_t kMaxBufferBytes = std::uint64_t{1} << 40;
-
 /// An owned array of doubles, zero-filled when made.  Empty when it holds
 /// nothing.
 class DoubleBuffer {
  public:
   DoubleBuffer() noexcept = default;
   /// `count` zeros (empty for 0); throws Error(no_memory) when the byte
-  /// count saturates, exceeds kMaxBufferBytes or the allocation fails.
+  /// count saturates, exceeds physical memory (refused without asking the
+  /// allocator, which may overcommit or, under sanitizers, abort) or the
+  /// allocation fails.
   static DoubleBuffer zeros(std::uint64_t count);
   DoubleBuffer(DoubleBuffer&& other) noexcept { swap(other); }
   DoubleBuffer& operator=(DoubleBuffer&& other) noexcept {
