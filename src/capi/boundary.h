@@ -1,6 +1,7 @@
 #pragma once
 
 #include <new>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -23,16 +24,7 @@ namespace kelva::capi {
 template <class R, class F>
 R guard(R neutral, F&& body) noexcept {
   k_error_set(K_ERROR_NONE);
-  try {
-    return body();
-  } catch (const Error& e) {
-    k_error_set(e.code());
-  } catch (const std::bad_alloc&) {
-    k_error_set(K_ERROR_NO_MEMORY);
-  } catch (...) {
-    k_error_set(K_ERROR_ERROR);
-  }
-  return neutral;
+  return catch_to_code(neutral, std::forward<F>(body));
 }
 
 /// Runs `body` (returning nothing) under the error discipline: 0 on success,

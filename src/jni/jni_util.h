@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <new>
+#include <utility>
 
 #include "kelva/kelva.h"
 #include "model/error.h"
@@ -34,21 +35,11 @@ R fail_with(k_error_t code, R value) noexcept {
   return value;
 }
 
-/// Runs `body` and turns any C++ exception into the thread's error code
-/// ("no_memory" for allocation, the engine's code for kelva::Error, "error"
-/// otherwise) and `failure`.
+/// Runs `body` and turns any C++ exception into the thread's error code and
+/// `failure` (see kelva::catch_to_code).
 template <class R, class F>
 R guard(R failure, F&& body) noexcept {
-  try {
-    return body();
-  } catch (const Error& e) {
-    k_error_set(e.code());
-  } catch (const std::bad_alloc&) {
-    k_error_set(K_ERROR_NO_MEMORY);
-  } catch (...) {
-    k_error_set(K_ERROR_ERROR);
-  }
-  return failure;
+  return catch_to_code(failure, std::forward<F>(body));
 }
 
 /// The modified UTF-8 text of a Java string for the duration of a call.  A

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <exception>
+#include <new>
 
 #include "kelva/kelva.h"
 
@@ -28,6 +29,23 @@ class Error : public std::exception {
  private:
   k_error_t code_;
 };
+
+/// Runs `body` and turns whatever it throws into the thread's error code
+/// (the engine's code for Error, "no_memory" for std::bad_alloc, "error"
+/// otherwise) and the result `neutral`.  Nothing thrown gets past it.
+template <class R, class F>
+R catch_to_code(R neutral, F&& body) noexcept {
+  try {
+    return body();
+  } catch (const Error& e) {
+    k_error_set(e.code());
+  } catch (const std::bad_alloc&) {
+    k_error_set(K_ERROR_NO_MEMORY);
+  } catch (...) {
+    k_error_set(K_ERROR_ERROR);
+  }
+  return neutral;
+}
 
 /// Throws Error(code) unless `condition` holds.
 inline void require(bool condition, k_error_t code = K_ERROR_USAGE) {
