@@ -189,6 +189,16 @@ void Table::commit(Shape& shape) noexcept {
   coefficients_.swap(shape.coefficients);
 }
 
+void Table::remap_all(Shape& s, std::uint64_t outer, std::size_t old_count,
+                      std::size_t new_count, std::uint64_t inner,
+                      const std::vector<std::size_t>& map) const {
+  const std::uint64_t d = cg_dimension();
+  s.data = remap_axis(data_, outer, old_count, new_count, inner, map);
+  s.means = remap_axis(means_, outer, old_count, new_count, inner * d, map);
+  s.covariances = remap_axis(covariances_, outer, old_count, new_count, inner * d * d, map);
+  s.coefficients = remap_axis(coefficients_, outer, old_count, new_count, inner * d, map);
+}
+
 void Table::insert_discrete_front(Node* node) {
   if (nodes_.contains(node)) return;
   const std::size_t count = node->state_count();
@@ -197,11 +207,7 @@ void Table::insert_discrete_front(Node* node) {
   s.counts.insert(s.counts.begin(), count);
   // The old table is one value of a new outermost axis, repeated.
   const std::vector<std::size_t> map(count, 0);
-  const std::uint64_t d = cg_dimension();
-  s.data = remap_axis(data_, 1, 1, count, size_, map);
-  s.means = remap_axis(means_, 1, 1, count, size_ * d, map);
-  s.covariances = remap_axis(covariances_, 1, 1, count, size_ * d * d, map);
-  s.coefficients = remap_axis(coefficients_, 1, 1, count, size_ * d, map);
+  remap_all(s, 1, 1, count, size_, map);
   commit(s);
 }
 
@@ -272,11 +278,7 @@ void Table::change_state_count(Node* node, std::size_t /*old_count*/, std::size_
   Shape s{nodes_, counts_, discrete_count_, {}, {}, {}, {}};
   s.counts[pos] = count;
   const auto [outer, inner] = span_of(counts_, pos);
-  const std::uint64_t d = cg_dimension();
-  s.data = remap_axis(data_, outer, old, count, inner, map);
-  s.means = remap_axis(means_, outer, old, count, inner * d, map);
-  s.covariances = remap_axis(covariances_, outer, old, count, inner * d * d, map);
-  s.coefficients = remap_axis(coefficients_, outer, old, count, inner * d, map);
+  remap_all(s, outer, old, count, inner, map);
   commit(s);
 }
 
@@ -288,11 +290,7 @@ void Table::permute_states(Node* node, const std::vector<std::size_t>& new_to_ol
   for (std::size_t old : new_to_old) require(old < count);
   Shape s{nodes_, counts_, discrete_count_, {}, {}, {}, {}};
   const auto [outer, inner] = span_of(counts_, pos);
-  const std::uint64_t d = cg_dimension();
-  s.data = remap_axis(data_, outer, count, count, inner, new_to_old);
-  s.means = remap_axis(means_, outer, count, count, inner * d, new_to_old);
-  s.covariances = remap_axis(covariances_, outer, count, count, inner * d * d, new_to_old);
-  s.coefficients = remap_axis(coefficients_, outer, count, count, inner * d, new_to_old);
+  remap_all(s, outer, count, count, inner, new_to_old);
   commit(s);
 }
 

@@ -133,6 +133,12 @@ class Table : public Object {
   // Remaining representation is the table layer's own.
   struct Shape;
   void commit(Shape& shape) noexcept;
+  /// Fills the arrays of `shape` from this table's with one axis remapped:
+  /// new state t of the axis (between `outer` and `inner` entries) takes old
+  /// state map[t].
+  void remap_all(Shape& shape, std::uint64_t outer, std::size_t old_count,
+                 std::size_t new_count, std::uint64_t inner,
+                 const std::vector<std::size_t>& map) const;
   void ensure_cg();
 
   std::vector<std::size_t> counts_;  // per discrete node
