@@ -1,5 +1,6 @@
 // The human-readable report of `kelva nodes`.
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
