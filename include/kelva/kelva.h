@@ -50,6 +50,10 @@ typedef struct k_node_s *k_node_t;
 typedef struct k_table_s *k_table_t;
 /** One entry (key, value) of an attribute list. */
 typedef struct k_attribute_s *k_attribute_t;
+/** An expression: a tree describing a value or a distribution. */
+typedef struct k_expression_s *k_expression_t;
+/** A model: one expression per configuration of a node's model nodes. */
+typedef struct k_model_s *k_model_t;
 
 /** Sizes and counts; K_SIZE_ERROR (all ones) means "too large" or an error. */
 typedef uint64_t k_size_t;
@@ -163,6 +167,74 @@ typedef enum k_triangulation_method_e {
   K_TM_TOTAL_WEIGHT = 19,
   K_TM_BEST_GREEDY = 20
 } k_triangulation_method_t;
+
+/** Expression operators (kExpressionGetOperator). */
+typedef enum k_operator_e {
+  K_OP_NORMAL = 60,
+  K_OP_LOGNORMAL = 61,
+  K_OP_BETA = 62,
+  K_OP_GAMMA = 63,
+  K_OP_EXPONENTIAL = 64,
+  K_OP_WEIBULL = 65,
+  K_OP_UNIFORM = 66,
+  K_OP_TRIANGULAR = 67,
+  K_OP_PERT = 68,
+  K_OP_BINOMIAL = 69,
+  K_OP_POISSON = 70,
+  K_OP_NEGATIVE_BINOMIAL = 71,
+  K_OP_GEOMETRIC = 72,
+  K_OP_DISTRIBUTION = 73,
+  K_OP_NOISY_OR = 74,
+  K_OP_TRUNCATE = 75,
+  K_OP_AGGREGATE = 76,
+  K_OP_PROBABILITY = 77,
+  K_OP_VARIANCE = 78,
+  K_OP_MIN = 79,
+  K_OP_MAX = 80,
+  K_OP_LOG = 81,
+  K_OP_LOG2 = 82,
+  K_OP_LOG10 = 83,
+  K_OP_EXP = 84,
+  K_OP_SIN = 85,
+  K_OP_COS = 86,
+  K_OP_TAN = 87,
+  K_OP_SINH = 88,
+  K_OP_COSH = 89,
+  K_OP_TANH = 90,
+  K_OP_SQRT = 91,
+  K_OP_ABS = 92,
+  K_OP_FLOOR = 93,
+  K_OP_CEIL = 94,
+  K_OP_MOD = 95,
+  K_OP_IF = 96,
+  K_OP_AND = 97,
+  K_OP_OR = 98,
+  K_OP_NOT = 99,
+  K_OP_ADD = 100,
+  K_OP_SUBTRACT = 101,
+  K_OP_MULTIPLY = 102,
+  K_OP_DIVIDE = 103,
+  K_OP_POWER = 104,
+  K_OP_NEGATE = 105,
+  K_OP_STATE_INDEX = 106,
+  K_OP_EQUALS = 107,
+  K_OP_LESS_THAN = 108,
+  K_OP_GREATER_THAN = 109,
+  K_OP_NOT_EQUALS = 110,
+  K_OP_LESS_THAN_OR_EQUALS = 111,
+  K_OP_GREATER_THAN_OR_EQUALS = 112,
+  K_OP_NUMBER = 113,
+  K_OP_LABEL = 114,
+  K_OP_NODE = 115,
+  K_OP_BOOLEAN = 116,
+  K_OP_ERROR = 117
+} k_operator_t;
+
+/** A parse error handler: called with the position (the line for a file,
+ *  the count of characters consumed for a string), the message, and the
+ *  data given with it. */
+typedef void (*k_parse_error_handler_t)(uint64_t position, const char *message,
+                                        void *data);
 
 /* ------------------------------------------------------------------------ */
 /* Errors                                                                    */
@@ -484,6 +556,95 @@ KELVA_API k_status_t k_table_delete(k_table_t table);
 KELVA_API k_status_t k_table_set_backpointer(k_table_t table, void *data);
 /** The pointer stored by k_table_set_backpointer (null if none). */
 KELVA_API void *k_table_get_backpointer(k_table_t table);
+
+/* ------------------------------------------------------------------------ */
+/* Expressions                                                               */
+/* ------------------------------------------------------------------------ */
+
+/** A new number leaf. */
+KELVA_API k_expression_t k_number_make_expression(double number);
+/** A new label leaf holding a copy of `label`. */
+KELVA_API k_expression_t k_label_make_expression(const char *label);
+/** A new boolean leaf (any non-zero value is true). */
+KELVA_API k_expression_t k_boolean_make_expression(int value);
+/** A new node leaf ("usage" for an instance node). */
+KELVA_API k_expression_t k_node_make_expression(k_node_t node);
+/** A new composite of `op` (60..112) over the null-ended `operands`, which
+ *  are shared, not copied.  "invalid_expression" for a wrong number or type
+ *  of operands; the operands are then untouched. */
+KELVA_API k_expression_t k_make_composite_expression(k_operator_t op,
+                                                     const k_expression_t *operands);
+/** 1 for a composite, 0 for a leaf, -1 with "usage" for null. */
+KELVA_API k_bool_t k_expression_is_composite(k_expression_t expression);
+/** The operator; K_OP_ERROR (117) for null. */
+KELVA_API k_operator_t k_expression_get_operator(k_expression_t expression);
+/** The operands of a composite (owned by it); null with "usage" for a leaf. */
+KELVA_API k_expression_t *k_expression_get_operands(k_expression_t expression);
+/** The value of a number leaf; -1.0 with "usage" otherwise. */
+KELVA_API double k_expression_get_number(k_expression_t expression);
+/** The text of a label leaf; null with "usage" otherwise. */
+KELVA_API const char *k_expression_get_label(k_expression_t expression);
+/** The node of a node leaf; null with "usage" otherwise. */
+KELVA_API k_node_t k_expression_get_node(k_expression_t expression);
+/** The value (0 or 1) of a boolean leaf; -1 with "usage" otherwise. */
+KELVA_API int k_expression_get_boolean(k_expression_t expression);
+/** The expression as text (malloc'ed; the caller frees it with free()).
+ *  A null expression gives the empty text. */
+KELVA_API char *k_expression_to_string(k_expression_t expression);
+/** Parses `text` into a new expression; node names are resolved in the
+ *  domain that owns `model`.  Errors go to `handler` (may be null) with the
+ *  count of characters consumed; "syntax" or "parse" on failure. */
+KELVA_API k_expression_t k_string_parse_expression(const char *text, k_model_t model,
+                                                   k_parse_error_handler_t handler,
+                                                   void *data);
+/** Deletes an expression that no composite holds (otherwise nothing is
+ *  done); a composite releases its operands by the same rule. */
+KELVA_API k_status_t k_expression_delete(k_expression_t expression);
+
+/* ------------------------------------------------------------------------ */
+/* Models and table generation                                               */
+/* ------------------------------------------------------------------------ */
+
+/** Gives `node` a new model over `model_nodes` (a null-ended subset of its
+ *  discrete parents), deleting any previous model. */
+KELVA_API k_model_t k_node_new_model(k_node_t node, const k_node_t *model_nodes);
+/** The node's model, or null. */
+KELVA_API k_model_t k_node_get_model(k_node_t node);
+/** Deletes a model and releases its expressions. */
+KELVA_API k_status_t k_model_delete(k_model_t model);
+/** The model nodes (owned by the model). */
+KELVA_API k_node_t *k_model_get_nodes(k_model_t model);
+/** The number of configurations of the model nodes; K_SIZE_ERROR on error. */
+KELVA_API k_size_t k_model_get_size(k_model_t model);
+/** Stores `expression` (null clears) in slot `index` after checking it; the
+ *  model then holds the expression. */
+KELVA_API k_status_t k_model_set_expression(k_model_t model, k_size_t index,
+                                            k_expression_t expression);
+/** Parses `text` in the model's domain and stores it in slot `index`. */
+KELVA_API k_status_t k_model_set_expression_from_string(k_model_t model, k_size_t index,
+                                                        const char *text,
+                                                        k_parse_error_handler_t handler,
+                                                        void *data);
+/** The expression in slot `index`, or null. */
+KELVA_API k_expression_t k_model_get_expression(k_model_t model, k_size_t index);
+/** Sets the number of samples taken in each interval state of a parent
+ *  (at least 1). */
+KELVA_API k_status_t k_model_set_number_of_samples_per_interval(k_model_t model,
+                                                                k_size_t count);
+/** The number of samples per interval; K_SIZE_ERROR with "usage" for null. */
+KELVA_API k_size_t k_model_get_number_of_samples_per_interval(k_model_t model);
+/** The model's needs-generation flag as stored: 1 until the table has been
+ *  generated after the last change, 0 after; -1 on error. */
+KELVA_API k_bool_t k_model_table_is_generated(k_model_t model);
+/** Stores an opaque pointer with the model for the caller. */
+KELVA_API k_status_t k_model_set_backpointer(k_model_t model, void *data);
+/** The pointer stored by k_model_set_backpointer (null if none). */
+KELVA_API void *k_model_get_backpointer(k_model_t model);
+/** Generates the node's table from its model if it needs generation. */
+KELVA_API k_status_t k_node_generate_table(k_node_t node);
+/** Generates the tables of every node with a model, in the domain's node
+ *  order, stopping at the first failure. */
+KELVA_API k_status_t k_domain_generate_tables(k_domain_t domain);
 
 #ifdef __cplusplus
 }

@@ -15,6 +15,7 @@
 namespace kelva {
 
 class Domain;
+class Model;
 class Table;
 
 /// Frees a table; defined by the table layer.
@@ -22,6 +23,12 @@ struct TableDeleter {
   void operator()(Table* table) const noexcept;
 };
 using TablePtr = std::unique_ptr<Table, TableDeleter>;
+
+/// Frees a model (dropping its Java peer); defined by the expression layer.
+struct ModelDeleter {
+  void operator()(Model* model) const noexcept;
+};
+using ModelPtr = std::unique_ptr<Model, ModelDeleter>;
 
 /// One variable of a network, or an instance of a class.
 class Node : public Object {
@@ -85,6 +92,14 @@ class Node : public Object {
   /// Called when one of the node's tables is written through the API.
   void table_changed() noexcept;
 
+  /// The node's model (null when none).
+  Model* model() const noexcept { return model_.get(); }
+  ModelPtr& model_slot() noexcept { return model_; }
+  /// Set on every change of the node's states, state values, parents or
+  /// model: a model's table must be generated again.  Cleared by a
+  /// successful generation.
+  bool needs_generation = false;
+
   /// Lists handed out by ancestor/descendant queries, kept until the next one.
   NodeList& scratch_list() noexcept { return scratch_; }
 
@@ -108,6 +123,7 @@ class Node : public Object {
   TablePtr table_;
   TablePtr experience_;
   TablePtr fading_;
+  ModelPtr model_;  // after the tables: destroyed first
 };
 
 /// Letter of generated names for a category: F, I, C, D, U, else X.

@@ -13,6 +13,8 @@ enum class ObjectTag : std::uint32_t {
   node = 0x4B4E4F44,
   table = 0x4B544142,
   attribute = 0x4B415454,
+  expression = 0x4B455850,
+  model = 0x4B4D4F44,
 };
 
 /// Base of every engine object that crosses the C boundary.

@@ -1,0 +1,128 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "kelva/kelva.h"
+#include "model/node_list.h"
+#include "model/object.h"
+
+namespace kelva {
+
+class Domain;
+class Node;
+
+/// The value types of expressions.  The numbers are fixed: the "if" rule
+/// computes with them.
+enum class ExprType : int {
+  numeric = 1,
+  label = 2,
+  boolean = 3,
+  node = 4,  // a discrete node not yet resolved: matches numeric, label, boolean
+  distribution = 5,
+  distribution_or_numeric = 6,
+  distribution_or_label = 7,
+  distribution_or_boolean = 8,
+  distribution_or_node = 9,
+};
+
+class Expression;
+using ExpressionList = PtrList<Expression>;
+
+/// One node of an expression tree.  Operands are shared between composites
+/// and counted by `use_count`; a tree is fixed in shape once built.
+class Expression : public Object {
+ public:
+  int op() const noexcept { return op_; }
+  ExprType type() const noexcept { return type_; }
+  /// The resolving type check writes the resolved type into node leaves.
+  void set_type(ExprType type) noexcept { type_ = type; }
+  int use_count() const noexcept { return use_count_; }
+  bool is_composite() const noexcept { return op_ < K_OP_NUMBER; }
+
+  double number() const noexcept { return number_; }
+  const std::string& label() const noexcept { return label_; }
+  Node* node() const noexcept { return node_; }
+  bool boolean() const noexcept { return boolean_; }
+  /// Operands of a composite, null-ended.
+  const ExpressionList& operands() const noexcept { return operands_; }
+
+ private:
+  friend class ExpressionFactory;
+  Expression() : Object(ObjectTag::expression) {}
+  ~Expression() = default;
+
+  int op_ = K_OP_ERROR;
+  ExprType type_ = ExprType::numeric;
+  int use_count_ = 0;
+  double number_ = 0.0;
+  std::string label_;
+  Node* node_ = nullptr;
+  bool boolean_ = false;
+  ExpressionList operands_;
+};
+
+/// Makes and frees expressions.  Every function either returns a new
+/// expression (use count 0) or throws kelva::Error and creates nothing.
+class ExpressionFactory {
+ public:
+  static Expression* number(double value);
+  static Expression* label(const char* text);
+  static Expression* boolean(bool value);
+  /// A node leaf: `numeric` for a continuous node, `node` for a discrete
+  /// one; Error(usage) for an instance node.
+  static Expression* node(Node& node);
+  /// A composite after the arity, type and "probability" checks, in order
+  /// (Error(usage) for an operator outside 60..112, Error(invalid_expression)
+  /// otherwise).  Each operand's use count goes up by one.
+  static Expression* composite(int op, const std::vector<Expression*>& operands);
+  /// Frees `e` when no composite holds it (use count 0); a composite then
+  /// releases its operands by the same rule.  Null is ignored.
+  static void release(Expression* e) noexcept;
+  /// Holds / lets go of an expression on behalf of an owner that is not a
+  /// composite (a model slot): the use count goes up / down, and an
+  /// expression let go of is freed when nothing else holds it.
+  static void hold(Expression* e) noexcept;
+  static void let_go(Expression* e) noexcept;
+};
+
+/// A deep copy of `e` (node pointers kept); Error on failure, with nothing
+/// left behind.
+Expression* copy_expression(const Expression& e);
+
+/// The type of `e` by the type rules; with `resolve`, discrete node leaves
+/// are resolved by their node's subtype (label, boolean, or numeric for
+/// number and interval nodes) and the resolved type is written into them.
+/// Throws Error(invalid_expression) when a rule fails.
+ExprType check_types(Expression& e, bool resolve);
+
+/// Whether `e` contains operator `op` anywhere.
+bool contains_operator(const Expression& e, int op) noexcept;
+/// Calls f(node) for every node leaf of `e`.
+template <class F>
+void for_each_node_leaf(const Expression& e, F&& f) {
+  if (e.op() == K_OP_NODE) {
+    f(*e.node());
+    return;
+  }
+  for (const Expression* operand : e.operands()) for_each_node_leaf(*operand, f);
+}
+
+/// The printed form of `e` (the empty text for null).  Throws Error(locale)
+/// when the "C" locale cannot be established.
+std::string expression_to_string(const Expression* e);
+
+/// Parses `text` into a new expression whose names are resolved among the
+/// nodes of `scope`.  Grammar errors set "syntax", lexical ones "parse";
+/// messages go to `handler` with the count of characters consumed.
+/// Throws Error on failure, with every partial tree freed.
+Expression* parse_expression(const char* text, Domain& scope,
+                             k_parse_error_handler_t handler, void* data);
+
+/// The operator with function name `name` (codes 60..99), or -1.
+int function_operator(const char* name) noexcept;
+/// The text form of operator `op` (function name or symbol), or null.
+const char* operator_name(int op) noexcept;
+
+}  // namespace kelva

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "kelva/kelva.h"
+#include "model/node_list.h"
+#include "model/object.h"
+#include "model/peer.h"
+
+namespace kelva {
+
+class Expression;
+class Node;
+
+/// Describes a node's table by expressions: one slot per configuration of
+/// the model nodes (a subset of the owner's discrete parents), in
+/// configuration order (last model node fastest).  Owned by its node.  The
+/// needs-generation flag lives on the owner (Node::needs_generation).
+class Model : public Object {
+ public:
+  /// A model of `owner` over `model_nodes`, all slots empty.  The caller has
+  /// checked the nodes.
+  Model(Node& owner, const std::vector<Node*>& model_nodes);
+  ~Model();
+
+  Node& owner() const noexcept { return *owner_; }
+  const NodeList& nodes() const noexcept { return nodes_; }
+  /// Number of configurations of the model nodes (1 without model nodes).
+  std::uint64_t size() const noexcept { return size_; }
+  /// The expression of slot `index` (null when empty or never set).
+  Expression* expression(std::uint64_t index) const noexcept;
+  /// Whether any slot was ever set (the slot array exists).
+  bool has_slots() const noexcept { return !slots_.empty(); }
+  /// Stores `e` (null clears) in slot `index`, holding it and letting go of
+  /// the previous one.  Checks are the caller's.
+  void set_expression(std::uint64_t index, Expression* e);
+
+  std::uint64_t samples_per_interval = 25;
+  void* backpointer = nullptr;
+  PeerRef peer = nullptr;  // "modelPeer"
+
+ private:
+  Node* owner_;
+  NodeList nodes_;
+  std::uint64_t size_ = 1;
+  std::vector<Expression*> slots_;  // allocated on the first setting
+};
+
+/// Whether `model` refers to `node`: as a model node or in an expression.
+bool model_refers_to(const Model& model, const Node& node) noexcept;
+
+}  // namespace kelva
