@@ -9,7 +9,10 @@ DomainHandle open_network(const NetworkSource& source) {
   const ExampleNetwork* example = find_example_network(source.example);
   if (example == nullptr) {
     std::string known;
-    for (const ExampleNetwork& e : example_networks()) known += (known.empty() ? "" : ", ") + std::string(e.name);
+    for (const ExampleNetwork& e : example_networks()) {
+      if (!known.empty()) known += ", ";
+      known += e.name;
+    }
     throw UsageError("unknown example '" + source.example + "' (known: " + known + ")");
   }
   return build_example_network(*example);

@@ -20,7 +20,10 @@ std::string number_text(double value) {
 /// A state as shown in tables: its label, or "#i" when it has none.
 std::string state_text(const NodeInfo& node, std::size_t state) {
   const std::string& label = node.states[state].label;
-  return label.empty() ? "#" + std::to_string(state) : label;
+  if (!label.empty()) return label;
+  std::string text = "#";
+  text += std::to_string(state);
+  return text;
 }
 
 /// Rows of cells printed in aligned columns; the first `key_columns` cells
