@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "capi/boundary.h"
+#include "expr/model.h"
 #include "table/structure.h"
 
 using kelva::capi::get;
@@ -42,12 +43,24 @@ kelva::Node& discrete_state(k_node_t h, k_size_t state) {
 }
 
 
+// A model that refers to a parent that is gone (as a model node or in an
+// expression) cannot describe the table any more: it is deleted.
+void forget_model_using(kelva::Node& child, const kelva::Node& gone) noexcept {
+  if (child.model() != nullptr && kelva::model_refers_to(*child.model(), gone))
+    child.model_slot().reset();
+}
+
 }  // namespace
 
 extern "C" {
 
 k_status_t k_node_delete(k_node_t node) {
-  return guard_status([&] { kelva::delete_node(get(node)); });
+  return guard_status([&] {
+    kelva::Node& n = get(node);
+    const std::vector<kelva::Node*> children(n.children().begin(), n.children().end());
+    kelva::delete_node(n);
+    for (kelva::Node* c : children) forget_model_using(*c, n);  // compares addresses only
+  });
 }
 
 k_domain_t k_node_get_home_domain(k_node_t node) {
@@ -164,6 +177,7 @@ k_status_t k_node_set_state_value(k_node_t node, k_size_t state, double value) {
     kelva::Node& n = numeric_slot(node, state);
     require(!std::isnan(value));
     n.set_state_value(state, value);
+    kelva::mark_for_generation(n, true);
   });
 }
 
@@ -232,7 +246,9 @@ k_status_t k_node_add_parent(k_node_t child, k_node_t parent) {
 k_status_t k_node_remove_parent(k_node_t child, k_node_t parent) {
   return guard_status([&] {
     kelva::Node& c = get(child);
-    kelva::remove_parent(c, get(parent));
+    kelva::Node& p = get(parent);
+    kelva::remove_parent(c, p);
+    forget_model_using(c, p);
   });
 }
 
@@ -241,13 +257,16 @@ k_status_t k_node_switch_parent(k_node_t child, k_node_t old_parent, k_node_t ne
     kelva::Node& c = get(child);
     kelva::Node& o = get(old_parent);
     kelva::switch_parent(c, o, get(new_parent));
+    forget_model_using(c, o);
   });
 }
 
 k_status_t k_node_reverse_edge(k_node_t node1, k_node_t node2) {
   return guard_status([&] {
     kelva::Node& a = get(node1);
-    kelva::reverse_edge(a, get(node2));
+    kelva::Node& b = get(node2);
+    kelva::reverse_edge(a, b);
+    forget_model_using(b, a);
   });
 }
 

@@ -12,7 +12,12 @@ class Table;
 
 // Edits of a network's structure and states, and the node tables they
 // reshape.  Each edit either succeeds or throws kelva::Error and leaves the
-// domain as it was.
+// domain as it was.  Each successful edit marks the nodes whose model tables
+// it affects for generation.
+
+/// Marks `node` (and, when its states or values changed, its children) for
+/// table generation.
+void mark_for_generation(Node& node, bool with_children) noexcept;
 
 /// The node's table, created (all 0) over its current parents when it has
 /// none: discrete parents most recent first, the node, continuous parents in
