@@ -558,6 +558,29 @@ KELVA_API k_status_t k_table_set_backpointer(k_table_t table, void *data);
 KELVA_API void *k_table_get_backpointer(k_table_t table);
 
 /* ------------------------------------------------------------------------ */
+/* NET text                                                                  */
+/* ------------------------------------------------------------------------ */
+
+/** Reads a domain from the NET file `file_name` (UTF-8); the name is kept
+ *  with the domain.  Messages go to `handler` (may be null) with line
+ *  numbers.  Null with "parse" (or the error that stopped the parse). */
+KELVA_API k_domain_t k_net_parse_domain(const char *file_name,
+                                        k_parse_error_handler_t handler, void *data);
+/** Reads a domain from NET text in memory; positions given to `handler` are
+ *  counts of characters consumed. */
+KELVA_API k_domain_t k_net_parse_domain_string(const char *text,
+                                               k_parse_error_handler_t handler,
+                                               void *data);
+/** Writes the domain as NET text to `file_name` and keeps the name with the
+ *  domain.  "io" when the file cannot be written. */
+KELVA_API k_status_t k_domain_save_as_net(k_domain_t domain, const char *file_name);
+/** The domain as NET text (malloc'ed; the caller frees it with free()). */
+KELVA_API char *k_domain_to_net_string(k_domain_t domain);
+/** The file the domain was read from or last saved to, or null (no error)
+ *  when there is none. */
+KELVA_API const char *k_domain_get_file_name(k_domain_t domain);
+
+/* ------------------------------------------------------------------------ */
 /* Expressions                                                               */
 /* ------------------------------------------------------------------------ */
 

@@ -28,7 +28,8 @@ int category_slot(k_category_t category) noexcept {
 Domain::Domain() : Object(ObjectTag::domain) {}
 
 Domain::~Domain() {
-  // Free-standing tables first: they refer to nodes.
+  // Tables that refer to nodes go first, while the Java context still stands.
+  chain_components.clear();
   for (Table* t : free_tables_) TableDeleter{}(t);
   free_tables_.clear();
   while (first_ != nullptr) destroy_node(first_);

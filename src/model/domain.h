@@ -6,15 +6,27 @@
 #include <unordered_map>
 #include <unordered_set>
 
+#include <memory>
+#include <optional>
+#include <vector>
+
 #include "kelva/kelva.h"
 #include "model/attributes.h"
+#include "model/node.h"
+#include "model/node_list.h"
 #include "model/object.h"
 #include "model/peer.h"
 
 namespace kelva {
 
-class Node;
-class Table;
+/// A chain-graph component read from a chain potential: discrete chance
+/// nodes joined by undirected links, their parents, and the component's
+/// table over the parents and the members.
+struct ChainComponent {
+  NodeList members;
+  NodeList parents;
+  TablePtr table;
+};
 
 /// The container of one network: its nodes (a chain, newest first), name
 /// table, attributes, layout defaults and the settings of parallel table
@@ -79,6 +91,13 @@ class Domain : public Object {
   /// Counts writes of table data; results computed before a change are stale.
   std::uint64_t table_changes() const noexcept { return table_changes_; }
   void note_table_change() noexcept { ++table_changes_; }
+
+  /// The file the domain was read from or last saved to (none when it was
+  /// built in memory).
+  std::optional<std::string> file_name;
+
+  /// Chain-graph components, in the order they were made.
+  std::vector<std::unique_ptr<ChainComponent>> chain_components;
 
   /// Free-standing tables over this domain's nodes; the domain frees those the
   /// caller leaves behind.

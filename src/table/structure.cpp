@@ -440,6 +440,10 @@ void delete_node(Node& node) {
     if (holds(t, &node)) batch.copy_of(*t).remove_node(&node);
   batch.commit();
   mark_for_generation(node, true);
+  // A chain-graph component that holds the node cannot stand without it.
+  std::erase_if(domain.chain_components, [&](const std::unique_ptr<ChainComponent>& c) {
+    return c->members.contains(&node) || c->parents.contains(&node);
+  });
   for (Node* c : node.children()) c->parents_mut().remove(&node);
   for (Node* p : node.parents()) p->children_mut().remove(&node);
   domain.uncompile();
