@@ -3,8 +3,12 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <type_traits>
+#include <utility>
 
 #include "kelva/kelva.h"
+#include "model/error.h"
+#include "platform/locale_guard.h"
 
 namespace kelva {
 
@@ -38,21 +42,30 @@ enum class TokenReader {
 /// are never printed: they go to the handler, or nowhere.
 class Lexer {
  public:
-  /// A lexer over an open stream (positions are line numbers).
+  /// A lexer over an open stream (positions are line numbers).  Throws
+  /// Error: "usage" for a null stream, "no_memory" when the token buffer
+  /// cannot be had.
   Lexer(std::FILE* stream, k_parse_error_handler_t handler, void* data);
   /// A lexer over a NUL-terminated string (positions are the number of
-  /// characters consumed).
+  /// characters consumed).  Throws as the stream form does.
   Lexer(const char* text, k_parse_error_handler_t handler, void* data);
 
+  /// Installs the token reader that next_token() uses.
   void set_reader(TokenReader reader) noexcept { reader_ = reader; }
+  /// The token reader in use (basic until another is installed).
   TokenReader reader() const noexcept { return reader_; }
 
-  /// The next token, from the pushback stack first.
-  int next_token();
-  /// Gives a token back (at most two are held).
+  /// The next token, from the pushback stack first.  Lexical errors are
+  /// reported through the handler, set the thread's error code and give
+  /// TOKEN_ERROR; two are silent (a number that does not convert, `\x`
+  /// without a hexadecimal digit).  Never throws.
+  int next_token() noexcept;
+  /// Gives a token back (at most two are held); the last one given back is
+  /// returned first.
   void push_back(int token) noexcept;
 
-  /// Text of the last name, dotted name or string token (escapes decoded).
+  /// Text of the last name, dotted name or string token (escapes decoded;
+  /// a string holding a NUL ends there).
   const std::string& text() const noexcept { return text_; }
   /// Value of the last number token.
   double number() const noexcept { return number_; }
@@ -65,17 +78,34 @@ class Lexer {
   std::int64_t error_count() const noexcept { return errors_; }
 
   /// Reports an error to the handler (if any) and counts it.
-  void report_error(const char* message);
+  void report_error(const char* message) noexcept;
   /// Reports a warning to the handler (if any); not counted.
-  void report_warning(const char* message);
-  /// Reports "unexpected end-of-file", "unexpected end-of-line" or
-  /// "unexpected character: `%c'", sets "parse" and returns TOKEN_ERROR.
-  int report_unexpected(int character);
+  void report_warning(const char* message) noexcept;
+  /// Reports "unexpected end-of-file" (for EOF), "unexpected end-of-line"
+  /// (for a newline) or "unexpected character: `%c'", sets "parse" and
+  /// returns TOKEN_ERROR.
+  int report_unexpected(int character) noexcept;
 
  private:
-  // Character source.
-  int get_char();
-  bool unget_char(int c);
+  // Character source: the next byte (0..255) or EOF; the terminating NUL of
+  // a string source is EOF and is never stepped over.
+  int get_char() noexcept;
+  // Gives back the character just read; giving back EOF does nothing.
+  bool unget_char(int c) noexcept;
+
+  // What an escape sequence in a string came to.
+  enum class Escape { stored, joined, failed };
+
+  int read_token();
+  int skip_blanks() noexcept;
+  int read_name(int first);
+  int read_word(int first);
+  int read_number();
+  int read_string();
+  Escape read_escape(int& value) noexcept;
+  // Reports `message` as an error, sets `code`, returns TOKEN_ERROR.
+  int fail(const char* message, k_error_t code) noexcept;
+  int unget_failed() noexcept;
 
   std::FILE* stream_ = nullptr;
   const char* start_ = nullptr;
@@ -96,11 +126,31 @@ class Lexer {
 /// is written "HUGE".
 class LineTexts {
  public:
+  /// The text of `line`, valid until eight more texts have been made.
   const char* operator()(std::uint64_t line) noexcept;
 
  private:
   char buffers_[8][64] = {};
   int next_ = 0;
 };
+
+/// The frame of every parse operation: runs `parse(lexer)` under the
+/// thread's "C" locale (Error "locale" when it cannot be had) and, when the
+/// parser returned normally but errors were reported, throws Error "parse".
+/// A result must own what it holds (a unique_ptr, say), since it is dropped
+/// when the parse fails.
+template <class Parse>
+auto run_parse(Lexer& lexer, Parse&& parse) {
+  platform::CLocaleGuard guard;
+  if (!guard.ok()) throw Error(K_ERROR_LOCALE);
+  if constexpr (std::is_void_v<decltype(std::forward<Parse>(parse)(lexer))>) {
+    std::forward<Parse>(parse)(lexer);
+    if (lexer.error_count() > 0) throw Error(K_ERROR_PARSE);
+  } else {
+    auto result = std::forward<Parse>(parse)(lexer);
+    if (lexer.error_count() > 0) throw Error(K_ERROR_PARSE);
+    return result;
+  }
+}
 
 }  // namespace kelva

@@ -1,0 +1,433 @@
+#include "text/lexer.h"
+
+#include <array>
+#include <cassert>
+#include <cinttypes>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace kelva {
+
+namespace {
+
+// Character classes of the "C" locale, tested explicitly so that the
+// process locale never matters (bytes of 128 and above are in no class).
+constexpr bool is_letter(int c) noexcept {
+  return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+constexpr bool is_digit(int c) noexcept { return c >= '0' && c <= '9'; }
+constexpr bool is_octal(int c) noexcept { return c >= '0' && c <= '7'; }
+constexpr bool is_hex(int c) noexcept {
+  return is_digit(c) || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+constexpr int hex_value(int c) noexcept { return is_digit(c) ? c - '0' : (c | 0x20) - 'a' + 10; }
+constexpr bool is_space(int c) noexcept {
+  return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
+}
+constexpr bool is_name_char(int c) noexcept {
+  return is_letter(c) || is_digit(c) || c == '_' || c == '.';
+}
+constexpr bool is_word_char(int c) noexcept {
+  return is_letter(c) || is_digit(c) || c == '+' || c == '-' || c == '.' || c == '/' || c == '_';
+}
+// Characters copied for a number read from a string (`L` belongs here).
+constexpr bool is_number_char(int c) noexcept {
+  return is_digit(c) || c == '+' || c == '-' || c == '.' || c == 'E' || c == 'L' || c == 'e';
+}
+
+// What the first character of a token starts.
+enum class Start : std::uint8_t {
+  unexpected,  // an error
+  itself,      // a single-character token
+  string,
+  number,
+  name,
+  word,
+  equals,   // `=` or `==`
+  bang,     // `!=`
+  less,     // `<`, `<=`, `<>`
+  greater,  // `>`, `>=`
+};
+
+using StartTable = std::array<Start, 256>;
+
+constexpr void set(StartTable& table, const char* chars, Start start) {
+  for (; *chars != '\0'; ++chars) table[static_cast<unsigned char>(*chars)] = start;
+}
+
+// The character table of one token reader.
+constexpr StartTable make_table(TokenReader reader) {
+  StartTable table{};  // all Start::unexpected
+  table['"'] = Start::string;
+  for (int c = '0'; c <= '9'; ++c) table[c] = Start::number;
+  const Start letters = reader == TokenReader::word ? Start::word : Start::name;
+  for (int c = 'a'; c <= 'z'; ++c) table[c] = table[c - 'a' + 'A'] = letters;
+  table['_'] = letters;
+  switch (reader) {
+    case TokenReader::basic:
+      set(table, "#()*,:;{|}=?", Start::itself);
+      set(table, "+-.", Start::number);
+      break;
+    case TokenReader::full:
+      set(table, "#()*,:;{|}+-/^", Start::itself);
+      table['.'] = Start::number;
+      table['='] = Start::equals;
+      table['!'] = Start::bang;
+      table['<'] = Start::less;
+      table['>'] = Start::greater;
+      break;
+    case TokenReader::word:
+      set(table, "()", Start::itself);
+      set(table, "+-./", Start::word);
+      break;
+  }
+  return table;
+}
+
+constexpr StartTable kBasicTable = make_table(TokenReader::basic);
+constexpr StartTable kFullTable = make_table(TokenReader::full);
+constexpr StartTable kWordTable = make_table(TokenReader::word);
+
+const StartTable& table_of(TokenReader reader) noexcept {
+  switch (reader) {
+    case TokenReader::full:
+      return kFullTable;
+    case TokenReader::word:
+      return kWordTable;
+    case TokenReader::basic:
+      break;
+  }
+  return kBasicTable;
+}
+
+}  // namespace
+
+Lexer::Lexer(std::FILE* stream, k_parse_error_handler_t handler, void* data)
+    : stream_(stream), handler_(handler), data_(data) {
+  require(stream != nullptr);
+  try {
+    text_.reserve(64);
+  } catch (const std::bad_alloc&) {
+    throw Error(K_ERROR_NO_MEMORY);
+  }
+}
+
+Lexer::Lexer(const char* text, k_parse_error_handler_t handler, void* data)
+    : start_(text), pos_(text), handler_(handler), data_(data) {
+  require(text != nullptr);
+  try {
+    text_.reserve(64);
+  } catch (const std::bad_alloc&) {
+    throw Error(K_ERROR_NO_MEMORY);
+  }
+}
+
+std::uint64_t Lexer::position() const noexcept {
+  return stream_ != nullptr ? line_ : static_cast<std::uint64_t>(pos_ - start_);
+}
+
+void Lexer::push_back(int token) noexcept {
+  // No parser looks further ahead than two tokens.
+  assert(pushed_count_ < 2);
+  if (pushed_count_ < 2) pushed_[pushed_count_++] = token;
+}
+
+void Lexer::report_error(const char* message) noexcept {
+  if (handler_ != nullptr) handler_(position(), message, data_);
+  ++errors_;
+}
+
+void Lexer::report_warning(const char* message) noexcept {
+  if (handler_ != nullptr) handler_(position(), message, data_);
+}
+
+int Lexer::report_unexpected(int character) noexcept {
+  char message[64];
+  if (character == EOF || character == '\n') {
+    std::snprintf(message, sizeof message, "unexpected end-of-%s",
+                  character == EOF ? "file" : "line");
+  } else {
+    std::snprintf(message, sizeof message, "unexpected character: `%c'", character);
+  }
+  return fail(message, K_ERROR_PARSE);
+}
+
+int Lexer::fail(const char* message, k_error_t code) noexcept {
+  report_error(message);
+  k_error_set(code);
+  return TOKEN_ERROR;
+}
+
+int Lexer::unget_failed() noexcept { return fail("could not unget character", K_ERROR_IO); }
+
+int Lexer::get_char() noexcept {
+  if (stream_ != nullptr) return std::getc(stream_);
+  if (*pos_ == '\0') return EOF;
+  return static_cast<unsigned char>(*pos_++);
+}
+
+bool Lexer::unget_char(int c) noexcept {
+  // End of input was not consumed, so there is nothing to give back.
+  if (c == EOF) return true;
+  if (stream_ != nullptr) return std::ungetc(c, stream_) != EOF;
+  if (pos_ == start_) return false;
+  --pos_;
+  if (static_cast<unsigned char>(*pos_) == c) return true;
+  ++pos_;
+  return false;
+}
+
+int Lexer::next_token() noexcept {
+  if (pushed_count_ > 0) return pushed_[--pushed_count_];
+  try {
+    return read_token();
+  } catch (const std::bad_alloc&) {
+    // Only the token text grows.
+    return fail("out-of-memory", K_ERROR_NO_MEMORY);
+  }
+}
+
+int Lexer::skip_blanks() noexcept {
+  for (;;) {
+    int c = get_char();
+    if (c == '\n') {
+      ++line_;
+    } else if (c == '%') {
+      do c = get_char();
+      while (c != '\n' && c != EOF);
+      if (c == EOF) return EOF;
+      ++line_;
+    } else if (!is_space(c)) {
+      return c;
+    }
+  }
+}
+
+int Lexer::read_token() {
+  const int c = skip_blanks();
+  if (c == EOF) return TOKEN_EOF;
+  switch (table_of(reader_)[static_cast<unsigned char>(c)]) {
+    case Start::unexpected:
+      break;
+    case Start::itself:
+      return c;
+    case Start::string:
+      return read_string();
+    case Start::number:
+      if (!unget_char(c)) return unget_failed();
+      return read_number();
+    case Start::name:
+      return read_name(c);
+    case Start::word:
+      return read_word(c);
+    case Start::equals: {
+      const int next = get_char();
+      if (next != '=' && !unget_char(next)) return unget_failed();
+      return TOKEN_EQ;
+    }
+    case Start::bang: {
+      const int next = get_char();
+      if (next == '=') return TOKEN_NE;
+      if (!unget_char(next)) return unget_failed();
+      return fail("`!' must be followed by `='", K_ERROR_PARSE);
+    }
+    case Start::less: {
+      const int next = get_char();
+      if (next == '=') return TOKEN_LE;
+      if (next == '>') return TOKEN_NE;
+      if (!unget_char(next)) return unget_failed();
+      return TOKEN_LT;
+    }
+    case Start::greater: {
+      const int next = get_char();
+      if (next == '=') return TOKEN_GE;
+      if (!unget_char(next)) return unget_failed();
+      return TOKEN_GT;
+    }
+  }
+  return report_unexpected(c);
+}
+
+// name: (letter | `_`) (letter | digit | `_` | `.`)*, where every `.` is
+// followed by a letter or `_`
+int Lexer::read_name(int first) {
+  text_.clear();
+  text_.push_back(static_cast<char>(first));
+  int c;
+  while (is_name_char(c = get_char())) text_.push_back(static_cast<char>(c));
+  if (!unget_char(c)) return unget_failed();
+  if (text_.find('.') == std::string::npos) return TOKEN_NAME;
+  for (std::size_t i = 0; i < text_.size(); ++i) {
+    if (text_[i] != '.') continue;
+    // text_[size()] is the terminating NUL, so a final `.` fails here too.
+    const int next = static_cast<unsigned char>(text_[i + 1]);
+    if (!is_letter(next) && next != '_')
+      return fail("`.' must be followed by a letter or an `_'", K_ERROR_PARSE);
+  }
+  return TOKEN_DOTTED_NAME;
+}
+
+// word: (letter | digit | `+` | `-` | `.` | `/` | `_`)+; a number when it
+// starts with `+`, `-` or `.` and converts as a whole
+int Lexer::read_word(int first) {
+  text_.clear();
+  text_.push_back(static_cast<char>(first));
+  int c;
+  while (is_word_char(c = get_char())) text_.push_back(static_cast<char>(c));
+  if (!unget_char(c)) return unget_failed();
+  if (first == '+' || first == '-' || first == '.') {
+    char* end = nullptr;
+    const double value = std::strtod(text_.c_str(), &end);
+    if (end != text_.c_str() && *end == '\0') {
+      number_ = value;
+      return TOKEN_NUMBER;
+    }
+  }
+  return TOKEN_NAME;
+}
+
+// number: what "%lg" reads from a stream; from a string, the longest prefix
+// that strtod converts of the longest run of digits and `+ - . E L e`
+int Lexer::read_number() {
+  text_.clear();
+  if (stream_ != nullptr) {
+    double value = 0.0;
+    if (std::fscanf(stream_, "%lg", &value) != 1) return TOKEN_ERROR;
+    number_ = value;
+    return TOKEN_NUMBER;
+  }
+  for (const char* p = pos_; is_number_char(static_cast<unsigned char>(*p)); ++p)
+    text_.push_back(*p);
+  char* end = nullptr;
+  const double value = std::strtod(text_.c_str(), &end);
+  const auto used = static_cast<std::size_t>(end - text_.c_str());
+  if (used == 0) return TOKEN_ERROR;
+  text_.resize(used);
+  pos_ += used;
+  number_ = value;
+  return TOKEN_NUMBER;
+}
+
+// string: `"` (character | escape)* `"`, on one line unless joined by `\`
+int Lexer::read_string() {
+  text_.clear();
+  for (;;) {
+    int c = get_char();
+    if (c == '"') break;
+    if (c == EOF || c == '\n') {
+      fail("string did not end", K_ERROR_PARSE);
+      // The newline is consumed here, so it is counted here.
+      if (c == '\n') ++line_;
+      return TOKEN_ERROR;
+    }
+    if (c == '\\') {
+      const Escape escape = read_escape(c);
+      if (escape == Escape::failed) return TOKEN_ERROR;
+      if (escape == Escape::joined) continue;
+    }
+    text_.push_back(static_cast<char>(c));
+    if (c == '\0') report_warning("warning: null character in string");
+  }
+  // A NUL ends the text for every later use.
+  text_.resize(std::strlen(text_.c_str()));
+  return TOKEN_STRING;
+}
+
+// escape: `\` (newline | `"` | `'` | `?` | `\` | `a` | `b` | `f` | `n` | `r`
+//         | `t` | `v` | `x` hex-digit+ | octal-digit{1,3})
+// Leaves the byte to store in `value`.
+Lexer::Escape Lexer::read_escape(int& value) noexcept {
+  const int c = get_char();
+  switch (c) {
+    case '\n':
+      ++line_;
+      return Escape::joined;
+    case '"':
+    case '\'':
+    case '?':
+    case '\\':
+      value = c;
+      return Escape::stored;
+    case 'a':
+      value = '\a';
+      return Escape::stored;
+    case 'b':
+      value = '\b';
+      return Escape::stored;
+    case 'f':
+      value = '\f';
+      return Escape::stored;
+    case 'n':
+      value = '\n';
+      return Escape::stored;
+    case 'r':
+      value = '\r';
+      return Escape::stored;
+    case 't':
+      value = '\t';
+      return Escape::stored;
+    case 'v':
+      value = '\v';
+      return Escape::stored;
+    case 'x': {
+      int d = get_char();
+      if (!is_hex(d)) {
+        // Silent: the parser that asked for the token reports it.
+        if (!unget_char(d)) unget_failed();
+        return Escape::failed;
+      }
+      // Any number of digits; only the low eight bits are kept.
+      unsigned byte = 0;
+      do {
+        byte = ((byte << 4) | static_cast<unsigned>(hex_value(d))) & 0xFFu;
+        d = get_char();
+      } while (is_hex(d));
+      if (!unget_char(d)) {
+        unget_failed();
+        return Escape::failed;
+      }
+      value = static_cast<int>(byte);
+      return Escape::stored;
+    }
+    default:
+      break;
+  }
+  if (is_octal(c)) {
+    unsigned byte = static_cast<unsigned>(c - '0');
+    for (int i = 0; i < 2; ++i) {
+      const int d = get_char();
+      if (!is_octal(d)) {
+        if (!unget_char(d)) {
+          unget_failed();
+          return Escape::failed;
+        }
+        break;
+      }
+      byte = byte * 8 + static_cast<unsigned>(d - '0');
+    }
+    value = static_cast<int>(byte & 0xFFu);
+    return Escape::stored;
+  }
+  char message[64];
+  if (c == EOF) {
+    std::snprintf(message, sizeof message, "illegal escape sequence: `\\'");
+  } else {
+    std::snprintf(message, sizeof message, "illegal escape sequence: `\\%c'", c);
+  }
+  fail(message, K_ERROR_PARSE);
+  return Escape::failed;
+}
+
+const char* LineTexts::operator()(std::uint64_t line) noexcept {
+  char* buffer = buffers_[next_];
+  next_ = (next_ + 1) % 8;
+  if (line == UINT64_MAX) {
+    std::snprintf(buffer, sizeof buffers_[0], "HUGE");
+  } else {
+    std::snprintf(buffer, sizeof buffers_[0], "%" PRIu64, line);
+  }
+  return buffer;
+}
+
+}  // namespace kelva
