@@ -189,12 +189,19 @@ class EnvScope {
 JniContext* context_of(k_domain_t domain) noexcept;
 JniContext* context_of(k_node_t node) noexcept;
 JniContext* context_of(k_table_t table) noexcept;
+JniContext* context_of(k_model_t model) noexcept;
 
-/// Makes `jtable` the Java peer of `table`: a no-op when it already is;
-/// otherwise an earlier peer is dropped (its "tablePeer" set to 0), a global
-/// reference to `jtable` is kept and its "tablePeer" set to the table's
-/// handle.  A null `jtable` attaches nothing.  False with the code set
-/// ("jni", "no_memory") on failure.
+/// Makes `jpeer` the Java peer kept in `peer`, an engine object of the
+/// domain with `context`: a no-op when it already is; otherwise an earlier
+/// peer is dropped (its handle field set to 0), a global reference to
+/// `jpeer` is kept and its handle field (named by `field`, its identifier
+/// cached in `context`) set to `handle`.  A null `jpeer` attaches nothing.
+/// False with the code set ("jni", "no_memory") on failure.
+bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& peer, jobject jpeer,
+                 jlong handle) noexcept;
+
+/// attach_peer for a live table ("tablePeer") and a live model ("modelPeer").
 bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept;
+bool attach_model_peer(JNIEnv* env, k_model_t model, jobject jmodel) noexcept;
 
 }  // namespace kelva::jni

@@ -1,9 +1,10 @@
-// Java peers: the engine's drop function, table peer attachment, the domain
-// behind a handle, and the library's load hook.
+// Java peers: the engine's drop function, peer attachment, the domain behind
+// a handle, and the library's load hook.
 #include "model/peer.h"
 
 #include <jni.h>
 
+#include "expr/model.h"
 #include "jni/jni_util.h"
 #include "model/domain.h"
 #include "model/node.h"
@@ -52,26 +53,42 @@ JniContext* context_of(k_table_t table) noexcept {
   return t != nullptr && t->is(ObjectTag::table) ? &t->domain().jni() : nullptr;
 }
 
-bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
-  auto* t = reinterpret_cast<Table*>(table);
-  if (jtable == nullptr) return true;
-  if (t->peer != nullptr && env->IsSameObject(static_cast<jobject>(t->peer), jtable)) return true;
-  JniContext& context = t->domain().jni();
-  void*& id = context.field_ids[static_cast<int>(PeerField::table)];
+JniContext* context_of(k_model_t model) noexcept {
+  auto* m = reinterpret_cast<Model*>(model);
+  return m != nullptr && m->is(ObjectTag::model) ? &m->owner().domain().jni() : nullptr;
+}
+
+bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& peer, jobject jpeer,
+                 jlong handle) noexcept {
+  static const char* const names[kPeerFieldCount] = {"nodePeer", "tablePeer", "cliquePeer", "jtPeer",
+                                                     "modelPeer"};
+  if (jpeer == nullptr) return true;
+  if (peer != nullptr && env->IsSameObject(static_cast<jobject>(peer), jpeer)) return true;
+  void*& id = context.field_ids[static_cast<int>(field)];
   if (id == nullptr) {
-    LocalRef<jclass> cls(env, env->GetObjectClass(jtable));
-    id = env->GetFieldID(cls.get(), "tablePeer", "J");
+    LocalRef<jclass> cls(env, env->GetObjectClass(jpeer));
+    id = env->GetFieldID(cls.get(), names[static_cast<int>(field)], "J");
     if (id == nullptr) return fail_with(K_ERROR_JNI, false);
   }
-  GlobalRef ref(env, jtable);
+  GlobalRef ref(env, jpeer);
   if (!ref) return fail_with(K_ERROR_NO_MEMORY, false);
-  if (t->peer != nullptr) {
+  if (peer != nullptr) {
     EnvScope scope(env, &context);
-    drop_peer(context, PeerField::table, t->peer);
+    drop_peer(context, field, peer);
   }
-  t->peer = ref.release();
-  env->SetLongField(jtable, static_cast<jfieldID>(id), to_jlong(t));
+  peer = ref.release();
+  env->SetLongField(jpeer, static_cast<jfieldID>(id), handle);
   return true;
+}
+
+bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
+  auto* t = reinterpret_cast<Table*>(table);
+  return attach_peer(env, t->domain().jni(), PeerField::table, t->peer, jtable, to_jlong(t));
+}
+
+bool attach_model_peer(JNIEnv* env, k_model_t model, jobject jmodel) noexcept {
+  auto* m = reinterpret_cast<Model*>(model);
+  return attach_peer(env, m->owner().domain().jni(), PeerField::model, m->peer, jmodel, to_jlong(m));
 }
 
 }  // namespace kelva::jni

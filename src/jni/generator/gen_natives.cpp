@@ -83,6 +83,22 @@ std::string jni_type(const std::string& java, const std::string& where) {
   return "jobject";
 }
 
+// Whether a native belongs to a family of objects (k<Family><Verb>) and so
+// takes the object's handle first.  The others make objects from values
+// (kNew..., kNumberMakeExpression), parse texts or answer global questions.
+bool takes_handle(const std::string& name) {
+  static const char* const families[] = {"Domain", "Node",      "DS",        "Table",           "JT",
+                                         "Class",  "CC",        "Model",     "Expression",      "Clique",
+                                         "List",   "Attribute", "Solution",  "AmbiguousRegion", "UncertainEdge"};
+  for (const char* family : families) {
+    const std::string prefix = std::string("k") + family;
+    if (name.size() > prefix.size() && name.rfind(prefix, 0) == 0 &&
+        std::isupper(static_cast<unsigned char>(name[prefix.size()])))
+      return true;
+  }
+  return false;
+}
+
 // Reads one entry: name return (params) function kind [failure].
 Native parse_entry(const std::string& text, const std::string& where, int line) {
   Native n;
@@ -127,8 +143,7 @@ void check_entry(const Native& n, const std::string& where) {
     jni_type(p.type, where);
     has_text = has_text || p.type == "String";
   }
-  const bool constructor = n.name.rfind("kNew", 0) == 0 || n.name.rfind("kError", 0) == 0;
-  if (!constructor && (n.params.empty() || n.params[0].type != "long"))
+  if (takes_handle(n.name) && (n.params.empty() || n.params[0].type != "long"))
     fail(where, "the first parameter of '" + n.name + "' must be its handle (long)");
   if (n.kind != "plain" && n.kind != "env" && n.kind != "custom")
     fail(where, "unknown kind '" + n.kind + "'");

@@ -46,16 +46,10 @@ final class Calls {
   /** The nodes of an engine node list, in list order. */
   static List<Node> nodes(Domain domain, long list) {
     List<Node> result = new ArrayList<>();
-    if (list == 0) {
-      return result;
+    for (long h : handles(list)) {
+      result.add(domain.nodeOf(h));
     }
-    for (long i = 0; ; i++) {
-      long node = kListGetItem(list, i);
-      if (node == 0) {
-        return result;
-      }
-      result.add(domain.nodeOf(node));
-    }
+    return result;
   }
 
   /**
@@ -63,24 +57,51 @@ final class Calls {
    * returns its result.  The list is freed afterwards.
    */
   static long withList(List<Node> nodes, LongUnaryOperator call) {
-    long list = kNewList(nodes.size() + 1L);
+    long[] handles = new long[nodes.size()];
+    int i = 0;
+    for (Node node : nodes) {
+      handles[i++] = node.handle();
+    }
+    return withHandles(handles, call);
+  }
+
+  /**
+   * Calls {@code call} with a temporary engine list of {@code handles}, and
+   * returns its result.  The list is freed afterwards.
+   */
+  static long withHandles(long[] handles, LongUnaryOperator call) {
+    // A handle of 0 (a dead object) would end the list early.
+    for (long h : handles) {
+      if (h == 0) {
+        throw new KelvaException(ErrorCode.USAGE);
+      }
+    }
+    long list = kNewList(handles.length + 1L);
     if (list == 0) {
       throw new KelvaException(ErrorCode.NO_MEMORY);
     }
     try {
-      long i = 0;
-      for (Node node : nodes) {
-        // A deleted node (handle 0) would end the list early.
-        if (node.handle() == 0) {
-          throw new KelvaException(ErrorCode.USAGE);
-        }
-        kListSetItem(list, i++, node.handle());
+      for (int i = 0; i < handles.length; i++) {
+        kListSetItem(list, i, handles[i]);
       }
-      kListSetItem(list, i, 0);
+      kListSetItem(list, handles.length, 0);
       return call.applyAsLong(list);
     } finally {
       kListDelete(list);
     }
+  }
+
+  /** The handles of an engine list, in list order (none for 0). */
+  static List<Long> handles(long list) {
+    List<Long> result = new ArrayList<>();
+    for (long i = 0; list != 0; i++) {
+      long h = kListGetItem(list, i);
+      if (h == 0) {
+        break;
+      }
+      result.add(h);
+    }
+    return result;
   }
 
   /** The entries of an attribute list starting at {@code first}. */

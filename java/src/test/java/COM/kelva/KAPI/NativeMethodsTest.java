@@ -9,12 +9,18 @@ import java.lang.reflect.Modifier;
 import java.util.HashSet;
 import java.util.Set;
 import java.util.concurrent.atomic.AtomicInteger;
+import java.util.regex.Pattern;
 import org.junit.jupiter.api.Test;
 
 /** The native methods themselves, called directly. */
 class NativeMethodsTest {
   private static final Set<String> LIST_ACCESS =
       Set.of("kNewList", "kListGetItem", "kListSetItem", "kListDelete");
+
+  /** The natives of an object's family, which take its handle first. */
+  private static final Pattern HANDLE_FAMILY = Pattern.compile(
+      "k(Domain|Node|DS|Table|JT|Class|CC|Model|Expression|Clique|List|Attribute|Solution"
+          + "|AmbiguousRegion|UncertainEdge)[A-Z]");
 
   private static Object zero(Class<?> type) {
     if (type == long.class) {
@@ -41,9 +47,9 @@ class NativeMethodsTest {
       assertTrue(Modifier.isStatic(mod) && Modifier.isPublic(mod), name);
       assertTrue(names.add(name), "overloaded: " + name);
       Class<?>[] params = m.getParameterTypes();
-      boolean constructor = name.startsWith("kNew") || name.startsWith("kError");
-      assertTrue(constructor || params[0] == long.class, name + " takes its handle first");
-      if (constructor || LIST_ACCESS.contains(name)) {
+      boolean ofObject = HANDLE_FAMILY.matcher(name).lookingAt();
+      assertTrue(!ofObject || params[0] == long.class, name + " takes its handle first");
+      if (!ofObject || LIST_ACCESS.contains(name)) {
         continue;
       }
       // Every other native with a null handle (and null or zero arguments):
