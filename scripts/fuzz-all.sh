@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Builds the libFuzzer targets of fuzz/ with clang into build/fuzz and runs
+# each for a short time on a copy of its seed corpus (fuzz/corpus/<name>/),
+# so the checked-in corpus never changes.  Prints one line per target and
+# exits non-zero when any target crashed, leaked, timed out or produced a
+# sanitizer report; the input and the log are kept under build/fuzz/runs/.
+#
+# Environment: KELVA_FUZZ_SECONDS (default 30, per target), KELVA_JOBS
+# (default 2), KELVA_FUZZ_TARGETS (default: every target, e.g. "lexer").
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/.."
+
+seconds=${KELVA_FUZZ_SECONDS:-30}
+jobs=${KELVA_JOBS:-2}
+build=build/fuzz
+
+mkdir -p "$build"
+if ! { cmake -S fuzz -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ &&
+  cmake --build "$build" -j"$jobs"; } >"$build/build.log" 2>&1; then
+  tail -n 40 "$build/build.log"
+  echo "fuzz: build failed (log $build/build.log)"
+  exit 1
+fi
+
+if [[ -n ${KELVA_FUZZ_TARGETS:-} ]]; then
+  read -r -a names <<<"$KELVA_FUZZ_TARGETS"
+else
+  names=()
+  for source in fuzz/*_fuzzer.cpp; do
+    name=$(basename "$source" _fuzzer.cpp)
+    names+=("$name")
+  done
+fi
+
+export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1:allocator_may_return_null=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
+
+failed=()
+for name in "${names[@]}"; do
+  run="$build/runs/$name"
+  rm -rf "$run"
+  mkdir -p "$run/corpus"
+  if [[ -d fuzz/corpus/$name ]]; then
+    cp -r "fuzz/corpus/$name/." "$run/corpus/"
+  fi
+  status=0
+  "$build/${name}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+    -artifact_prefix="$run/" "$run/corpus" >"$run/log" 2>&1 || status=$?
+  runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$run/log" | tail -n 1)
+  coverage=$(grep -o 'cov: [0-9]*' "$run/log" | tail -n 1 || true)
+  if ((status != 0)) || grep -qE 'ERROR: (AddressSanitizer|LeakSanitizer|libFuzzer)|runtime error:' "$run/log"; then
+    artifact=$(find "$run" -maxdepth 1 -type f \( -name 'crash-*' -o -name 'leak-*' \
+      -o -name 'timeout-*' -o -name 'oom-*' \) | head -n 1)
+    echo "$name: FAILED (exit $status) after ${runs:-?} runs; input ${artifact:-none}, log $run/log"
+    failed+=("$name")
+  else
+    echo "$name: ok, ${runs:-?} runs in $seconds s, ${coverage:-cov: ?}, corpus $(ls "$run/corpus" | wc -l)"
+  fi
+done
+
+((${#failed[@]} == 0))
