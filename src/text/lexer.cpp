@@ -188,6 +188,8 @@ int Lexer::next_token() noexcept {
   }
 }
 
+// blanks: (white space | `%` any-but-newline* (newline | end of input))*
+// Returns the first character after them.
 int Lexer::skip_blanks() noexcept {
   for (;;) {
     int c = get_char();
@@ -204,6 +206,8 @@ int Lexer::skip_blanks() noexcept {
   }
 }
 
+// token: blanks (single character | operator | name | word | number |
+//        string), the first character choosing by the reader's table
 int Lexer::read_token() {
   const int c = skip_blanks();
   if (c == EOF) return TOKEN_EOF;
