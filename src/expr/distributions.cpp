@@ -466,7 +466,10 @@ void counting(const DistributionValue& d, Node& owner, const GenerationLog& log,
         out[i] = i + 1 < n ? law.probability(k, k) : law.probability(k, kInf);
       }
     } else {
-      if (lower_of(owner, 0) > 0.0 || !(upper_of(owner, n - 1) > law.upper())) {
+      // The last interval [lo, hi) must hold the largest value, or be
+      // unbounded for an unbounded law.
+      const double top = upper_of(owner, n - 1);
+      if (lower_of(owner, 0) > 0.0 || !(top > law.upper() || top == kInf)) {
         write_range(log, owner, 0.0, law.upper(), "", d.op);
         throw Error(K_ERROR_INSUFFICIENT_STATE_RANGE);
       }
