@@ -1,0 +1,676 @@
+// The NET reader of domains: the top-level blocks, node blocks, potentials
+// and their attributes.  Table values are read in net_read_table.cpp.
+#include "text/net_reader.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "expr/expression.h"
+#include "expr/model.h"
+#include "expr/parser.h"
+#include "model/domain.h"
+#include "model/node.h"
+#include "table/structure.h"
+#include "table/table.h"
+#include "text/lexer.h"
+
+namespace kelva {
+
+std::string net_message(const char* format, ...) {
+  va_list args;
+  va_start(args, format);
+  va_list again;
+  va_copy(again, args);
+  const int length = std::vsnprintf(nullptr, 0, format, args);
+  va_end(args);
+  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
+  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  va_end(again);
+  return text;
+}
+
+void net_fail(Lexer& lexer, const std::string& message, int token) {
+  lexer.report_error(message.c_str());
+  // A lexical failure has set its own code (parse, io or no_memory); a
+  // silent one has set none.
+  const k_error_t code = token == TOKEN_ERROR ? k_error_code() : K_ERROR_NONE;
+  throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
+}
+
+void net_api_fail(Lexer& lexer, k_error_t code) {
+  lexer.report_error(net_message("API error: %s", k_error_description(code)).c_str());
+  throw Error(code);
+}
+
+namespace {
+
+constexpr double kLargest = std::numeric_limits<double>::max();
+
+bool is_name(int token) noexcept { return token == TOKEN_NAME || token == TOKEN_DOTTED_NAME; }
+
+bool is_real_function(const Node& n) noexcept {
+  return n.category() == K_CATEGORY_FUNCTION && n.kind() == K_KIND_OTHER;
+}
+
+// Engine operations on models.  The model layer has no engine-level entry
+// for them yet, so they go through the C API and its error code.
+Model* new_model(Node& node, const std::vector<Node*>& model_nodes) {
+  std::vector<k_node_t> list;
+  for (Node* n : model_nodes) list.push_back(reinterpret_cast<k_node_t>(n));
+  list.push_back(nullptr);
+  k_model_t m = k_node_new_model(reinterpret_cast<k_node_t>(&node), list.data());
+  if (m == nullptr) throw Error(k_error_code());
+  return reinterpret_cast<Model*>(m);
+}
+
+void set_model_expression(Model& model, std::uint64_t index, Expression* e) {
+  if (k_model_set_expression(reinterpret_cast<k_model_t>(&model), index,
+                             reinterpret_cast<k_expression_t>(e)) != 0) {
+    const k_error_t code = k_error_code();
+    ExpressionFactory::release(e);
+    throw Error(code);
+  }
+}
+
+void set_samples_per_interval(Model& model, std::uint64_t count) {
+  if (k_model_set_number_of_samples_per_interval(reinterpret_cast<k_model_t>(&model), count) != 0)
+    throw Error(k_error_code());
+}
+
+// What one potential block has said so far.
+struct Potential {
+  std::vector<Node*> children;
+  std::vector<Node*> parents;
+  ChainComponent* chain = nullptr;  // a chain potential's component
+  Model* model = nullptr;
+  bool data = false;
+  bool model_data = false;
+  bool experience = false;
+  bool fading = false;
+
+  Node& child() const noexcept { return *children.front(); }
+};
+
+class NetReader {
+ public:
+  NetReader(Lexer& lexer, Domain& domain) : lx_(lexer), domain_(domain) {}
+
+  // domain: block*
+  // block: net-block | node-block | potential-block
+  void read() {
+    for (;;) {
+      const int t = next();
+      if (t == TOKEN_EOF) return;
+      if (t != TOKEN_NAME) fail("unexpected token", t);
+      const std::string word = lx_.text();
+      if (word == "net") {
+        read_net_block();
+      } else if (word == "node") {
+        read_node_block(K_CATEGORY_CHANCE, K_KIND_DISCRETE);
+      } else if (word == "discrete") {
+        const int u = next();
+        const std::string what = u == TOKEN_NAME ? lx_.text() : std::string();
+        if (what == "node") read_node_block(K_CATEGORY_CHANCE, K_KIND_DISCRETE);
+        else if (what == "decision") read_node_block(K_CATEGORY_DECISION, K_KIND_DISCRETE);
+        else if (what == "function") read_node_block(K_CATEGORY_FUNCTION, K_KIND_DISCRETE);
+        else fail("keyword `node', `decision', or `function' expected", u);
+      } else if (word == "continuous") {
+        const int u = next();
+        if (u != TOKEN_NAME || lx_.text() != "node") fail("keyword `node' expected", u);
+        read_node_block(K_CATEGORY_CHANCE, K_KIND_CONTINUOUS);
+      } else if (word == "decision") {
+        read_node_block(K_CATEGORY_DECISION, K_KIND_DISCRETE);
+      } else if (word == "utility") {
+        read_node_block(K_CATEGORY_UTILITY, K_KIND_OTHER);
+      } else if (word == "function") {
+        read_node_block(K_CATEGORY_FUNCTION, K_KIND_OTHER);
+      } else if (word == "potential") {
+        read_potential();
+      } else {
+        fail(net_message("unknown object type: %s", word.c_str()));
+      }
+    }
+  }
+
+ private:
+  int next() { return lx_.next_token(); }
+
+  [[noreturn]] void fail(const std::string& message, int token = 0) {
+    net_fail(lx_, message, token);
+  }
+
+  void error(const std::string& message) { lx_.report_error(message.c_str()); }
+
+  void expect(int c) {
+    const int t = next();
+    if (t != c) fail(net_message("`%c' expected", c), t);
+  }
+
+  template <class F>
+  auto api(F&& body) -> decltype(body()) {
+    return net_api(lx_, std::forward<F>(body));
+  }
+
+  // The node named by the last token, which must be declared already.
+  Node& named_node() {
+    Node* node = domain_.find(lx_.text());
+    if (node == nullptr) fail(net_message("node `%s' not found", lx_.text().c_str()));
+    return *node;
+  }
+
+  // value: string
+  void read_user_attribute(AttributeList& attributes, const std::string& key) {
+    const int t = next();
+    if (t != TOKEN_STRING) fail("value of a user-defined attribute must be a string", t);
+    api([&] { attributes.set(key, lx_.text().c_str()); });
+  }
+
+  // pair: `(` number number `)`
+  std::pair<double, double> read_pair() {
+    expect('(');
+    double v[2];
+    for (double& x : v) {
+      const int t = next();
+      if (t != TOKEN_NUMBER) fail("number expected", t);
+      x = lx_.number();
+    }
+    expect(')');
+    return {v[0], v[1]};
+  }
+
+  // net-block: `net` `{` (name `=` value `;`)* `}`
+  void read_net_block() {
+    expect('{');
+    for (;;) {
+      const int t = next();
+      if (t == '}') return;
+      if (t != TOKEN_NAME) fail("`}' or an attribute name expected", t);
+      const std::string key = lx_.text();
+      expect('=');
+      if (key == "node_size") {
+        const auto [w, h] = read_pair();
+        domain_.node_width = layout_size(w);
+        domain_.node_height = layout_size(h);
+      } else {
+        read_user_attribute(domain_.attributes(), key);
+      }
+      expect(';');
+    }
+  }
+
+  // A node-size number: nonnegative, rounded to the nearest whole number.
+  std::uint64_t layout_size(double v) {
+    if (!(v >= 0.0)) {
+      error("<number> must be nonnegative");
+      return 0;
+    }
+    const double rounded = std::trunc(v + 0.5);
+    if (rounded >= 18446744073709551616.0) return std::numeric_limits<std::uint64_t>::max();
+    return static_cast<std::uint64_t>(rounded);
+  }
+
+  static int coordinate(double v) noexcept {
+    if (std::isnan(v)) return 0;
+    if (v <= std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
+    if (v >= std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
+    return static_cast<int>(v);
+  }
+
+  // node-block: kind-words name `{` node-attribute* `}`
+  void read_node_block(k_category_t category, k_kind_t kind) {
+    const int t = next();
+    if (!is_name(t)) fail("name expected", t);
+    const std::string name = lx_.text();
+    if (domain_.find(name) != nullptr)
+      fail(net_message("a node with name `%s' already exists", name.c_str()));
+    Node& node = api([&]() -> Node& {
+      Node* n = domain_.new_node(category, kind, K_SUBTYPE_LABEL);
+      domain_.rename(*n, name.c_str());
+      return *n;
+    });
+    expect('{');
+    bool states = false;
+    bool values = false;
+    for (;;) {
+      const int a = next();
+      if (a == '}') break;
+      if (a != TOKEN_NAME) fail("`}' or an attribute name expected", a);
+      const std::string key = lx_.text();
+      expect('=');
+      if (key == "label") {
+        const int s = next();
+        if (s != TOKEN_STRING) fail("string expected", s);
+        node.label = lx_.text();
+      } else if (key == "position") {
+        const auto [x, y] = read_pair();
+        node.x = coordinate(x);
+        node.y = coordinate(y);
+      } else if (key == "states") {
+        if (!node.is_discrete()) fail("only discrete nodes can have states");
+        if (states) fail("states specified twice (or more)");
+        read_states(node);
+        states = true;
+      } else if (key == "subtype") {
+        read_subtype(node);
+      } else if (key == "state_values") {
+        if (!node.is_discrete()) fail("only discrete nodes can have state values");
+        if (node.subtype() != K_SUBTYPE_NUMBER && node.subtype() != K_SUBTYPE_INTERVAL)
+          fail("only numeric nodes can have state values");
+        if (!states) fail("states must be specified before state values");
+        if (values) fail("state values have already been specified");
+        read_state_values(node);
+        values = true;
+      } else {
+        read_user_attribute(node.attributes(), key);
+      }
+      expect(';');
+    }
+    if (node.is_discrete() && node.subtype() == K_SUBTYPE_BOOLEAN && node.state_count() != 2)
+      error("a boolean node must have exactly two states");
+  }
+
+  // states: `(` string+ `)`
+  void read_states(Node& node) {
+    expect('(');
+    std::vector<std::string> labels;
+    for (;;) {
+      const int t = next();
+      if (t == ')') break;
+      if (t != TOKEN_STRING) fail("state or `)' expected", t);
+      labels.push_back(lx_.text());
+    }
+    if (labels.empty()) fail("empty list of states");
+    // The node is still being declared: nothing refers to it yet, so its
+    // states are set directly (whatever its subtype; a boolean node with a
+    // wrong count is reported at the end of the block).
+    api([&] { node.resize_states(labels.size()); });
+    for (std::size_t i = 0; i < labels.size(); ++i) node.set_state_label(i, std::move(labels[i]));
+  }
+
+  // subtype: `label` | `boolean` | `number` | `interval`
+  void read_subtype(Node& node) {
+    if (!node.is_discrete()) error("subtype designations only make sense for discrete nodes");
+    const int t = next();
+    const std::string word = t == TOKEN_NAME ? lx_.text() : std::string();
+    k_subtype_t subtype;
+    if (word == "label") subtype = K_SUBTYPE_LABEL;
+    else if (word == "boolean") subtype = K_SUBTYPE_BOOLEAN;
+    else if (word == "number") subtype = K_SUBTYPE_NUMBER;
+    else if (word == "interval") subtype = K_SUBTYPE_INTERVAL;
+    else fail("`label', `boolean', `number', or `interval' expected", t);
+    if (node.is_discrete()) node.set_subtype(subtype);
+  }
+
+  // state-values: `(` value* `)`
+  // value: [`+` | `-`] (number | `infinity`)
+  void read_state_values(Node& node) {
+    expect('(');
+    lx_.set_reader(TokenReader::full);
+    std::vector<double> values;
+    for (;;) {
+      int t = next();
+      if (t == ')') break;
+      double sign = 1.0;
+      if (t == '+' || t == '-') {
+        sign = t == '-' ? -1.0 : 1.0;
+        t = next();
+      }
+      // A value beyond the largest double (1e999) means what `infinity` means.
+      if (t == TOKEN_NUMBER) values.push_back(sign * std::min(lx_.number(), kLargest));
+      else if (t == TOKEN_NAME && lx_.text() == "infinity") values.push_back(sign * kLargest);
+      else fail("state value expected", t);
+    }
+    lx_.set_reader(TokenReader::basic);
+    const std::size_t wanted =
+        node.state_count() + (node.subtype() == K_SUBTYPE_INTERVAL ? 1 : 0);
+    if (values.size() != wanted) {
+      error("incorrect number of state values");
+      return;
+    }
+    for (std::size_t i = 0; i < values.size(); ++i) node.set_state_value(i, values[i]);
+  }
+
+  // potential-block: `potential` `(` name+ [`|` name*] `)` (`;` | `{` potential-attribute* `}`)
+  void read_potential() {
+    Potential p;
+    expect('(');
+    bool in_parents = false;
+    for (;;) {
+      const int t = next();
+      if (t == ')') break;
+      if (t == '|' && !in_parents) {
+        in_parents = true;
+        continue;
+      }
+      if (!is_name(t))
+        fail(in_parents ? "`)' or a node name expected" : "`|', `)', or a node name expected", t);
+      (in_parents ? p.parents : p.children).push_back(&named_node());
+    }
+    if (p.children.empty()) fail("empty child node list");
+    check_potential_nodes(p);
+    check_links(p);
+    add_links(p);
+    for (Node* c : p.children)
+      if (!has_potential_.insert(c).second)
+        fail(net_message("potential specified twice for node `%s'", c->name().c_str()));
+    if (p.children.size() > 1) {
+      p.chain = make_chain_component(p);
+    } else if (can_have_table(p.child())) {
+      api([&] { node_table(p.child()); });
+    }
+
+    const int t = next();
+    if (t == ';') return;
+    if (t != '{') fail("`{' expected", t);
+    bool any = false;
+    for (;;) {
+      const int a = next();
+      if (a == '}') break;
+      if (a != TOKEN_NAME) fail("`}' or an attribute name expected", a);
+      any = true;
+      const std::string key = lx_.text();
+      expect('=');
+      read_potential_attribute(p, key);
+      expect(';');
+    }
+    if (!any) lx_.report_warning("warning: no potential data specified");
+  }
+
+  // The checks of the node lists of a potential, in their fixed order.
+  void check_potential_nodes(const Potential& p) {
+    if (p.children.size() > 1) {
+      for (const auto* list : {&p.children, &p.parents})
+        for (Node* n : *list)
+          if (is_real_function(*n))
+            fail("real-valued function nodes are not allowed in chain potentials");
+      for (Node* c : p.children)
+        if (c->category() != K_CATEGORY_CHANCE || !c->is_discrete())
+          fail("undirected links can only be specified for discrete chance nodes");
+    }
+    for (Node* n : p.parents)
+      if (n->category() == K_CATEGORY_UTILITY)
+        fail(net_message("utility node `%s' specified as parent", n->name().c_str()));
+    std::unordered_set<Node*> seen;
+    for (const auto* list : {&p.children, &p.parents})
+      for (Node* n : *list)
+        if (!seen.insert(n).second)
+          fail(net_message("node `%s' appears twice in potential specification",
+                           n->name().c_str()));
+    // Function nodes are evaluated from their parents, whatever their kind,
+    // so they may have continuous parents (as links allow).
+    for (Node* c : p.children)
+      if (c->is_discrete() && c->category() != K_CATEGORY_FUNCTION)
+        for (Node* n : p.parents)
+          if (n->is_continuous())
+            fail(net_message("continuous node `%s' is not allowed as parent of discrete node `%s'",
+                             n->name().c_str(), c->name().c_str()));
+    bool continuous = false;
+    for (Node* n : p.parents) {
+      if (is_real_function(*n)) continue;
+      if (n->is_continuous()) continuous = true;
+      else if (n->is_discrete() && continuous) fail("discrete parents must appear first");
+    }
+    bool function = false;
+    for (Node* n : p.parents) {
+      if (is_real_function(*n)) function = true;
+      else if (function) fail("real-valued function parents must appear last");
+    }
+    for (const auto* list : {&p.children, &p.parents})
+      for (Node* n : *list)
+        if (n->category() == K_CATEGORY_INSTANCE)
+          fail(net_message("class instance node `%s' found in potential specification",
+                           n->name().c_str()));
+  }
+
+  // Links already there: none may be repeated, none left out.
+  void check_links(const Potential& p) {
+    for (Node* c : p.children)
+      for (Node* n : p.parents)
+        if (c->parents().contains(n))
+          fail(net_message("links specified twice for %s", c->name().c_str()));
+    for (Node* c : p.children) {
+      bool missing = false;
+      for (Node* n : c->parents()) {
+        if (std::find(p.parents.begin(), p.parents.end(), n) != p.parents.end()) continue;
+        error(net_message("the directed link %s --> %s should have been included in the "
+                          "potential for %s",
+                          n->name().c_str(), c->name().c_str(), c->name().c_str()));
+        missing = true;
+      }
+      if (missing)
+        fail(net_message("potential for node %s must include all parents", c->name().c_str()));
+    }
+  }
+
+  // A directed link from each parent to each child, parents in the order
+  // written (which is the order of the children's parent lists).
+  void add_links(const Potential& p) {
+    // The members of a chain have no parents before this (the checks above
+    // saw to that), so no directed path joins two of them: a cycle can only
+    // close through a parent, and add_parent finds it.
+    const bool chain = p.children.size() > 1;
+    for (Node* n : p.parents) {
+      for (Node* c : p.children) {
+        try {
+          add_parent(*c, *n);
+        } catch (const Error& e) {
+          const char* what = e.code() == K_ERROR_CYCLIC_NETWORK ? "directed cycle"
+                             : e.code() == K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY
+                                 ? "cyclic functional dependency"
+                                 : nullptr;
+          if (what == nullptr) net_api_fail(lx_, e.code());
+          if (chain) fail(net_message("adding chain potential creates a %s", what));
+          fail(net_message("adding the link %s --> %s creates a %s", n->name().c_str(),
+                           c->name().c_str(), what));
+        } catch (const std::bad_alloc&) {
+          net_api_fail(lx_, K_ERROR_NO_MEMORY);
+        }
+      }
+    }
+  }
+
+  // A chain potential becomes a chain component: its members (the children,
+  // joined by undirected links), its parents (each linked to every member by
+  // a directed link), and one table over the parents and then the members,
+  // both in the order written.  That is the order of the values in the text,
+  // so the table holds them as they stand.  The members get no tables of
+  // their own.
+  ChainComponent* make_chain_component(const Potential& p) {
+    return api([&] {
+      auto component = std::make_unique<ChainComponent>();
+      std::vector<Node*> all = p.parents;
+      for (Node* c : p.children) {
+        component->members.push_back(c);
+        all.push_back(c);
+      }
+      for (Node* n : p.parents) component->parents.push_back(n);
+      component->table.reset(new Table(domain_, all, TableRole::conditional, nullptr));
+      domain_.chain_components.push_back(std::move(component));
+      return domain_.chain_components.back().get();
+    });
+  }
+
+  // potential-attribute: name `=` value `;` (the `;` is read by the caller)
+  void read_potential_attribute(Potential& p, const std::string& key) {
+    Node& child = p.child();
+    if (key == "data") {
+      if (p.data) fail("`data' attribute specified twice");
+      if (is_real_function(child))
+        fail("`data' attribute is not allowed for real-valued function nodes");
+      p.data = true;
+      read_data(p);
+    } else if (key == "model_nodes") {
+      if (p.model != nullptr) fail("`model_nodes' attribute specified twice");
+      if (p.chain != nullptr) fail("models cannot be specified for chain graph potentials");
+      if (child.is_continuous()) fail("models cannot be specified for CG nodes");
+      read_model_nodes(p);
+    } else if (key == "model_data") {
+      if (p.model == nullptr) fail("`model_nodes' attribute has not been specified");
+      if (p.model_data) fail("`model_data' attribute specified twice");
+      p.model_data = true;
+      read_model_data(*p.model);
+    } else if (key == "samples_per_interval") {
+      if (p.model == nullptr) fail("`model_nodes' attribute has not been specified");
+      const int t = next();
+      const double v = lx_.number();
+      if (t != TOKEN_NUMBER || !(v >= 1.0) || v != std::floor(v) || v >= 18446744073709551616.0)
+        fail("`samples_per_interval' must be a positive integer", t);
+      api([&] { set_samples_per_interval(*p.model, static_cast<std::uint64_t>(v)); });
+    } else if (key == "experience") {
+      if (child.category() != K_CATEGORY_CHANCE)
+        fail("experience data can only be specified for chance nodes");
+      if (p.chain != nullptr) fail("experience data cannot be specified for chain graph potentials");
+      if (p.experience) fail("`experience' attribute specified twice");
+      p.experience = true;
+      read_parent_table(p, api([&]() -> Table& { return experience_table(child); }));
+    } else if (key == "fading") {
+      if (child.category() != K_CATEGORY_CHANCE || !child.is_discrete())
+        fail("fading data can only be specified for discrete chance nodes");
+      if (p.chain != nullptr) fail("fading data cannot be specified for chain graph potentials");
+      if (p.fading) fail("`fading' attribute specified twice");
+      p.fading = true;
+      read_parent_table(p, api([&]() -> Table& { return fading_table(child); }));
+    } else {
+      fail(net_message("unknown field: `%s'", key.c_str()));
+    }
+  }
+
+  // The written order of a table's discrete nodes: as the potential head
+  // lists them, parents first, then the children.
+  static std::vector<Node*> written_order(const Potential& p, const Table& table) {
+    std::vector<Node*> order;
+    for (const auto* list : {&p.parents, &p.children})
+      for (Node* n : *list)
+        if (n->is_discrete() && table.nodes().contains(n)) order.push_back(n);
+    return order;
+  }
+
+  void read_data(const Potential& p) {
+    NetTableTarget target;
+    if (p.chain != nullptr) {
+      target.table = p.chain->table.get();
+      target.probability = true;
+    } else {
+      Node& child = p.child();
+      target.table = &api([&]() -> Table& { return node_table(child); });
+      target.probability = child.category() == K_CATEGORY_CHANCE && child.is_discrete();
+      if (child.is_continuous()) target.cg_child = &child;
+    }
+    target.order = written_order(p, *target.table);
+    read_net_table(lx_, target);
+  }
+
+  void read_parent_table(const Potential& p, Table& table) {
+    NetTableTarget target;
+    target.table = &table;
+    target.order = written_order(p, table);
+    read_net_table(lx_, target);
+  }
+
+  // model-nodes: `(` name* `)`
+  void read_model_nodes(Potential& p) {
+    Node& child = p.child();
+    expect('(');
+    std::vector<Node*> nodes;
+    for (;;) {
+      const int t = next();
+      if (t == ')') break;
+      if (!is_name(t)) fail("node name or `)' expected", t);
+      Node& n = named_node();
+      if (!child.parents().contains(&n))
+        fail(net_message("node `%s' is not a parent of node `%s'", n.name().c_str(),
+                         child.name().c_str()));
+      if (std::find(nodes.begin(), nodes.end(), &n) != nodes.end())
+        fail(net_message("node `%s' appears twice in `model_nodes' attribute", n.name().c_str()));
+      if (!n.is_discrete()) fail("the `model_nodes' attribute must contain discrete nodes only");
+      nodes.push_back(&n);
+    }
+    p.model = api([&] { return new_model(child, nodes); });
+  }
+
+  // model-data: `(` [expression] (`,` [expression])* `)`, one place per
+  // configuration of the model nodes; an empty place leaves its slot unset.
+  void read_model_data(Model& model) {
+    expect('(');
+    lx_.set_reader(TokenReader::full);
+    const std::uint64_t size = model.size();
+    for (std::uint64_t i = 0; i < size; ++i) {
+      int t = next();
+      if (t != ',' && t != ')') {
+        lx_.push_back(t);
+        Expression* e = parse_expression(lx_, domain_);
+        api([&] { set_model_expression(model, i, e); });
+        t = next();
+      }
+      if (i + 1 < size && t != ',') fail("`,' expected", t);
+      if (i + 1 == size && t != ')') fail("`)' expected", t);
+    }
+    lx_.set_reader(TokenReader::basic);
+  }
+
+  Lexer& lx_;
+  Domain& domain_;
+  std::unordered_set<Node*> has_potential_;
+};
+
+// The older network format starts with a header of a name, a label string
+// and three numbers.  Its first five tokens are read with the word reader on
+// a lexer of their own, whose messages nobody sees; the stream is then put
+// back where it was.
+bool older_format(std::FILE* stream) {
+  const long start = std::ftell(stream);
+  if (start < 0) throw Error(K_ERROR_IO);
+  bool older = true;
+  {
+    Lexer look(stream, nullptr, nullptr);
+    look.set_reader(TokenReader::word);
+    for (int expected : {TOKEN_NAME, TOKEN_STRING, TOKEN_NUMBER, TOKEN_NUMBER, TOKEN_NUMBER}) {
+      if (look.next_token() != expected) {
+        older = false;
+        break;
+      }
+    }
+  }
+  // A look-ahead that broke the grammar is forgotten; other failures are not.
+  const k_error_t code = k_error_code();
+  if (code == K_ERROR_PARSE) k_error_set(K_ERROR_NONE);
+  else if (code != K_ERROR_NONE) throw Error(code);
+  if (std::fseek(stream, start, SEEK_SET) != 0) throw Error(K_ERROR_IO);
+  return older;
+}
+
+}  // namespace
+
+Domain* read_net_domain(std::FILE* stream, const char* file_name,
+                        k_parse_error_handler_t handler, void* data) {
+  // Codes left by lexical failures are read back; start from none.
+  k_error_set(K_ERROR_NONE);
+  auto domain = std::make_unique<Domain>();
+  if (file_name != nullptr) domain->file_name = file_name;
+  Lexer lexer(stream, handler, data);
+  run_parse(lexer, [&](Lexer& lx) {
+    if (older_format(stream)) {
+      lx.report_error("this network format is not supported");
+      return;
+    }
+    NetReader(lx, *domain).read();
+  });
+  return domain.release();
+}
+
+Domain* read_net_domain(const char* text, k_parse_error_handler_t handler, void* data) {
+  k_error_set(K_ERROR_NONE);
+  auto domain = std::make_unique<Domain>();
+  Lexer lexer(text, handler, data);
+  run_parse(lexer, [&](Lexer& lx) { NetReader(lx, *domain).read(); });
+  return domain.release();
+}
+
+}  // namespace kelva
