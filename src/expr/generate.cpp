@@ -9,6 +9,13 @@
 // every sample would give the same row.  An expression that refers to a
 // real-valued function node samples all interval parents, since the
 // function may depend on them.
+//
+// A discrete function node's table is over the node alone, so the walk has
+// one row; its parents are not fixed by a configuration but known from the
+// beliefs (a model node must be known to be in one state).  A real-valued
+// function parent is evaluated through its own model in the configuration
+// being generated.  Utility tables hold the expression's number itself: a
+// negative utility is no error.  Decision nodes have no table to generate.
 
 #include <algorithm>
 #include <cmath>

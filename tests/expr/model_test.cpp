@@ -72,10 +72,12 @@ TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
   k_model_t fm = model(f);
   k_model_t dm = model(df);
 
-  EXPECT_NE(k_model_set_expression(m, 2, lab("c0")), 0);
+  k_expression_t unused = lab("c0");
+  EXPECT_NE(k_model_set_expression(m, 2, unused), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_model_set_expression(nullptr, 0, lab("c0")), 0);
+  EXPECT_NE(k_model_set_expression(nullptr, 0, unused), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  k_expression_delete(unused);
 
   k_expression_t probability =
       op(K_OP_PROBABILITY, {op(K_OP_EQUALS, {leaf(a), lab("a0")})});
@@ -119,6 +121,31 @@ TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
   EXPECT_EQ(k_model_get_expression(m, 1), nullptr);
   EXPECT_EQ(k_model_get_expression(m, 2), nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+}
+
+TEST(Model, ExpressionsFromTextGoThroughTheSameChecks) {
+  GenNet net;
+  k_node_t a = net.labelled("A", {"a0", "a1"});
+  k_node_t b = net.interval("B", {-kInf, 0, kInf});
+  link(a, b);
+  k_model_t m = model(b, {a});
+  ASSERT_EQ(k_model_set_expression_from_string(m, 1, "Normal(1, 4)", nullptr, nullptr), 0)
+      << k_error_name(k_error_code());
+  EXPECT_EQ(k_expression_get_operator(k_model_get_expression(m, 1)), K_OP_NORMAL);
+  EXPECT_NE(k_model_set_expression_from_string(m, 2, "Normal(1, 4)", nullptr, nullptr), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NE(k_model_set_expression_from_string(m, 0, "Normal(1,", nullptr, nullptr), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_SYNTAX);
+  // Parsed but refused: the parsed tree is freed, the slot keeps its content.
+  EXPECT_NE(k_model_set_expression_from_string(m, 1, "probability(A == \"a0\")", nullptr, nullptr),
+            0);
+  EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EXPRESSION);
+  EXPECT_EQ(k_expression_get_operator(k_model_get_expression(m, 1)), K_OP_NORMAL);
+  ASSERT_EQ(k_model_set_expression_from_string(m, 0, "if (A == \"a0\", Normal(0, 1), Normal(2, 1))",
+                                               nullptr, nullptr),
+            0);
+  ASSERT_EQ(k_node_generate_table(b), 0) << k_error_name(k_error_code());
+  expect_close(table_of(b), {0.5, 0.5, phi(-0.5), 1 - phi(-0.5)});
 }
 
 TEST(Model, GenerationFlagSamplesAndBackpointer) {
