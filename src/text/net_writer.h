@@ -8,6 +8,7 @@ namespace kelva {
 
 class Domain;
 class Node;
+class Table;
 
 /// Where NET text goes: an open file or a growing string.  Every write
 /// appends one NUL-terminated text; a failed file write throws Error(io).
@@ -35,5 +36,41 @@ void write_net_domain(const Domain& domain, TextSink& sink);
 /// The nodes of `domain` in the order the writer and reader agree on: the
 /// order of creation (the reverse of the node chain, which runs newest first).
 std::vector<Node*> nodes_in_creation_order(const Domain& domain);
+
+/// `text` between double quotes with the NET escapes: \t \n \r \" \\, other
+/// bytes outside printable ASCII in octal (three digits when an octal digit
+/// follows, so that the reader does not take it into the escape).
+std::string quote_net_string(const std::string& text);
+
+/// `value` printed with the printf format `format` (one double conversion);
+/// the caller holds the "C" locale.
+std::string format_number(const char* format, double value);
+
+/// A state value as NET text: "infinity" / "-infinity" at or beyond the
+/// largest finite double, "%.8G" otherwise.
+std::string format_state_value(double value);
+
+/// How one table is written: which discrete nodes, in which order (first
+/// slowest), and for a continuous child its conditional-Gaussian items.
+struct NetTableText {
+  /// The table whose values are written; null writes zeros (a node whose
+  /// table has not been made yet).
+  const Table* table = nullptr;
+  /// The table's discrete nodes in the written order.
+  std::vector<Node*> order;
+  /// The continuous child whose items "normal ( mean, variance )" replace
+  /// numbers, or null for a table of numbers.
+  Node* cg_child = nullptr;
+  /// Continuous parents of `cg_child`, in the order their regression terms
+  /// are written.
+  std::vector<Node*> cg_parents;
+  /// Indentation of every row after the first.
+  const char* row_indent = "\t";
+};
+
+/// Writes the nested table text of `spec` (from the first "(" to the final
+/// ";" and its comment, newline included), permuting the table's values
+/// from its own node order to `spec.order`.
+void write_net_table(TextSink& sink, const NetTableText& spec);
 
 }  // namespace kelva

@@ -1,0 +1,48 @@
+// The C API of the NET writer: a domain to a file or to a string.
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "capi/boundary.h"
+#include "platform/file.h"
+#include "text/net_writer.h"
+
+using kelva::capi::get;
+using kelva::capi::guard;
+using kelva::capi::guard_status;
+
+extern "C" {
+
+k_status_t k_domain_save_as_net(k_domain_t domain, const char* file_name) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::require(file_name != nullptr);
+    std::string name = file_name;  // copied first: nothing may fail after the write
+    std::FILE* file = kelva::platform::open_file(file_name, "w");
+    if (file == nullptr) throw kelva::Error(K_ERROR_IO);
+    try {
+      kelva::TextSink sink(file);
+      kelva::write_net_domain(d, sink);
+    } catch (...) {
+      std::fclose(file);
+      throw;
+    }
+    if (std::fclose(file) != 0) throw kelva::Error(K_ERROR_IO);
+    // The name is kept only once the whole text has been written.
+    d.file_name = std::move(name);
+  });
+}
+
+char* k_domain_to_net_string(k_domain_t domain) {
+  return guard<char*>(nullptr, [&] {
+    kelva::TextSink sink;
+    kelva::write_net_domain(get(domain), sink);
+    const std::string& text = sink.text();
+    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
+    if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
+    std::memcpy(copy, text.c_str(), text.size() + 1);
+    return copy;
+  });
+}
+
+}  // extern "C"

@@ -1,0 +1,370 @@
+// The NET writer: a domain as the network block, the node blocks and the
+// potential blocks, in the layout that the reader turns back into the same
+// domain (and that writes again byte for byte).
+#include "text/net_writer.h"
+
+#include <cfloat>
+#include <cstdio>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "expr/expression.h"
+#include "expr/model.h"
+#include "model/attributes.h"
+#include "model/domain.h"
+#include "model/error.h"
+#include "model/node.h"
+#include "platform/locale_guard.h"
+#include "table/structure.h"
+#include "table/table.h"
+
+namespace kelva {
+
+std::string quote_net_string(const std::string& text) {
+  std::string out = "\"";
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const auto c = static_cast<unsigned char>(text[i]);
+    switch (c) {
+      case '\t':
+        out += "\\t";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      default:
+        if (c >= 0x20 && c < 0x7f) {
+          out += static_cast<char>(c);
+        } else {
+          // Three digits when an octal digit follows, so that it stays out
+          // of the escape.
+          const char next = i + 1 < text.size() ? text[i + 1] : '\0';
+          char buffer[8];
+          std::snprintf(buffer, sizeof buffer, next >= '0' && next <= '7' ? "\\%03o" : "\\%o",
+                        static_cast<unsigned>(c));
+          out += buffer;
+        }
+    }
+  }
+  out += '"';
+  return out;
+}
+
+std::string format_number(const char* format, double value) {
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, format, value);
+  return buffer;
+}
+
+std::string format_state_value(double value) {
+  if (value <= -DBL_MAX) return "-infinity";
+  if (value >= DBL_MAX) return "infinity";
+  return format_number("%.8G", value);
+}
+
+std::vector<Node*> nodes_in_creation_order(const Domain& domain) {
+  std::vector<Node*> nodes;
+  for (Node* n = domain.first_node(); n != nullptr; n = n->next) nodes.push_back(n);
+  return {nodes.rbegin(), nodes.rend()};
+}
+
+namespace {
+
+// Indentation of one layout (a domain; classes indent one step deeper).
+struct Indent {
+  const char* outer;       // block openings and closings
+  const char* attribute;   // attribute lines
+  const char* data;        // rows of table data after the first
+  const char* model_open;  // before " = ( " of a model with several expressions
+};
+constexpr Indent kDomainIndent{"", "    ", "\t", "\n\t   "};
+
+// The words before a node's name, or null for a node that is not written.
+// The reader's defaults decide which kinds need saying: "node" alone is a
+// discrete chance node and "decision" a discrete decision node, while
+// "function" alone is real-valued and "utility" has no kind.
+const char* kind_words(const Node& node) {
+  switch (node.category()) {
+    case K_CATEGORY_CHANCE:
+      return node.is_continuous() ? "continuous node " : "node ";
+    case K_CATEGORY_DECISION:
+      return "decision ";
+    case K_CATEGORY_UTILITY:
+      return "utility ";
+    case K_CATEGORY_FUNCTION:
+      return node.is_discrete() ? "discrete function " : "function ";
+    default:
+      return nullptr;  // instance nodes belong to classes
+  }
+}
+
+const char* subtype_word(k_subtype_t subtype) {
+  switch (subtype) {
+    case K_SUBTYPE_BOOLEAN:
+      return "boolean";
+    case K_SUBTYPE_NUMBER:
+      return "number";
+    case K_SUBTYPE_INTERVAL:
+      return "interval";
+    default:
+      return nullptr;  // labelled: the reader's default, not written
+  }
+}
+
+// Parents as the potential lists them: discrete, then continuous, then
+// those of no kind (real-valued function nodes), each group in the order of
+// addition.
+std::vector<Node*> potential_parents(const Node& node) {
+  std::vector<Node*> parents;
+  for (k_kind_t kind : {K_KIND_DISCRETE, K_KIND_CONTINUOUS})
+    for (Node* p : node.parents())
+      if (p->kind() == kind) parents.push_back(p);
+  for (Node* p : node.parents())
+    if (p->kind() != K_KIND_DISCRETE && p->kind() != K_KIND_CONTINUOUS) parents.push_back(p);
+  return parents;
+}
+
+// The discrete nodes of `table` in the written order: the listed nodes
+// that it holds first, then the others in its own order (a child last).
+std::vector<Node*> written_order(const Table& table,
+                                 std::initializer_list<const std::vector<Node*>*> lists) {
+  std::vector<Node*> order;
+  const std::size_t m = table.discrete_count();
+  auto held = [&](const Node* n) {
+    const std::size_t pos = table.nodes().index_of(n);
+    return pos < m;
+  };
+  auto listed = [&](const Node* n) {
+    for (const Node* o : order)
+      if (o == n) return true;
+    return false;
+  };
+  for (const auto* list : lists)
+    for (Node* n : *list)
+      if (held(n) && !listed(n)) order.push_back(n);
+  for (std::size_t i = 0; i < m; ++i)
+    if (!listed(table.nodes()[i])) order.push_back(table.nodes()[i]);
+  return order;
+}
+
+// The attributes oldest first: the reader sets them in file order and each
+// new key goes to the head of the list, so this order reads back the same.
+std::vector<const Attribute*> oldest_first(const AttributeList& list) {
+  std::vector<const Attribute*> attributes;
+  for (const Attribute* a = list.first(); a != nullptr; a = a->next.get()) attributes.push_back(a);
+  return {attributes.rbegin(), attributes.rend()};
+}
+
+class NetWriter {
+ public:
+  NetWriter(TextSink& sink, const Indent& indent) : sink_(sink), indent_(indent) {}
+
+  void domain(const Domain& domain) {
+    // Names are made before anything is written: generating one may fail.
+    const std::vector<Node*> nodes = nodes_in_creation_order(domain);
+    for (Node* n : nodes) n->name_or_generate();
+
+    write("net\n{\n");
+    attribute_line("node_size = (", std::to_string(domain.node_width), " ",
+                   std::to_string(domain.node_height), ");\n");
+    // attributes() has no const form; it is only read here.
+    user_attributes(const_cast<Domain&>(domain).attributes());
+    write("}\n");
+    for (Node* n : nodes)
+      if (kind_words(*n) != nullptr) node_block(*n);
+    // Members of chain components get their values from the component's
+    // potential only.
+    std::unordered_set<const Node*> members;
+    for (const auto& component : domain.chain_components)
+      members.insert(component->members.begin(), component->members.end());
+    for (Node* n : nodes)
+      if (kind_words(*n) != nullptr && !members.contains(n)) potential_block(*n);
+    for (const auto& component : domain.chain_components) chain_block(*component);
+  }
+
+ private:
+  void write(const char* text) { sink_.write(text); }
+  void write(const std::string& text) { sink_.write(text); }
+
+  // Writes each piece in turn (no temporary concatenations).
+  template <class... Pieces>
+  void write_all(const Pieces&... pieces) {
+    (write(pieces), ...);
+  }
+
+  template <class... Pieces>
+  void attribute_line(const Pieces&... pieces) {
+    write_all(indent_.attribute, pieces...);
+  }
+
+  void user_attributes(const AttributeList& list) {
+    for (const Attribute* a : oldest_first(list))
+      attribute_line(a->key, " = ", quote_net_string(a->value), ";\n");
+  }
+
+  void node_block(Node& node) {
+    write_all("\n", indent_.outer, kind_words(node), node.name(), "\n", indent_.outer, "{\n");
+    attribute_line("label = ", quote_net_string(node.label.value_or("")), ";\n");
+    attribute_line("position = (", std::to_string(node.x), " ", std::to_string(node.y), ");\n");
+    if (node.is_discrete()) {
+      std::string states = "states = (";
+      for (std::size_t s = 0; s < node.state_count(); ++s) {
+        if (s > 0) states += ' ';
+        states += quote_net_string(node.state_label(s));
+      }
+      attribute_line(states, ");\n");
+      if (const char* word = subtype_word(node.subtype()))
+        attribute_line("subtype = ", word, ";\n");
+      if (node.subtype() == K_SUBTYPE_NUMBER || node.subtype() == K_SUBTYPE_INTERVAL) {
+        // An interval node has one value more: the upper bound of the last state.
+        const std::size_t count = node.state_count() + (node.subtype() == K_SUBTYPE_INTERVAL);
+        std::string values = "state_values = (";
+        for (std::size_t s = 0; s < count; ++s) {
+          if (s > 0) values += ' ';
+          values += format_state_value(node.state_value(s));
+        }
+        attribute_line(values, ");\n");
+      }
+    }
+    user_attributes(node.attributes());
+    write_all(indent_.outer, "}\n");
+  }
+
+  void potential_head(const std::vector<Node*>& children, const std::vector<Node*>& parents) {
+    write_all("\n", indent_.outer, "potential (");
+    for (std::size_t i = 0; i < children.size(); ++i) {
+      if (i > 0) write(" ");
+      write(children[i]->name());
+    }
+    if (!parents.empty()) {
+      write(" |");
+      for (const Node* p : parents) write_all(" ", p->name());
+    }
+    write(")");
+  }
+
+  void potential_block(Node& node) {
+    const std::vector<Node*> parents = potential_parents(node);
+    potential_head({&node}, parents);
+    const Model* model = node.model();
+    const bool data = can_have_table(node);
+    if (model == nullptr && !data && node.experience_table() == nullptr &&
+        node.fading_table() == nullptr) {
+      write(" {}\n");
+      return;
+    }
+    write_all("\n", indent_.outer, "{\n");
+    if (model != nullptr) model_lines(*model);
+    if (data) data_lines(node, parents);
+    if (const Table* t = node.experience_table()) table_line("experience = ", *t, parents);
+    if (const Table* t = node.fading_table()) table_line("fading = ", *t, parents);
+    write_all(indent_.outer, "}\n");
+  }
+
+  void model_lines(const Model& model) {
+    std::string nodes = "model_nodes = (";
+    for (std::size_t i = 0; i < model.nodes().size(); ++i) {
+      if (i > 0) nodes += ' ';
+      nodes += model.nodes()[i]->name();
+    }
+    attribute_line(nodes, ");\n");
+    // Only a setting that differs from the default is written.
+    if (model.samples_per_interval != 25)
+      attribute_line("samples_per_interval = ", std::to_string(model.samples_per_interval), ";\n");
+    // A model whose expressions were never set has no model_data: reading
+    // it back keeps it that way.
+    if (!model.has_slots()) return;
+    std::string text = "model_data";
+    if (model.size() > 1) text += indent_.model_open;
+    text += " = ( ";
+    for (std::uint64_t i = 0; i < model.size(); ++i) {
+      if (i > 0) {
+        text += ",\n";
+        text += indent_.data;
+      }
+      text += expression_to_string(model.expression(i));
+    }
+    attribute_line(text, " );\n");
+  }
+
+  void data_lines(const Node& node, const std::vector<Node*>& parents) {
+    NetTableText spec;
+    spec.table = node.table();
+    spec.row_indent = indent_.data;
+    std::vector<Node*> discrete_parents;
+    for (Node* p : parents)
+      if (p->is_discrete()) discrete_parents.push_back(p);
+    if (spec.table != nullptr) {
+      spec.order = written_order(*spec.table, {&discrete_parents});
+    } else {
+      // Not made yet: the zeros of the table the node would get, over its
+      // discrete parents and itself (a function node's is over itself).
+      if (node.category() != K_CATEGORY_FUNCTION) spec.order = discrete_parents;
+      if (node.is_discrete()) spec.order.push_back(const_cast<Node*>(&node));
+    }
+    if (node.is_continuous()) {
+      spec.cg_child = const_cast<Node*>(&node);
+      for (Node* p : parents)
+        if (p->is_continuous()) spec.cg_parents.push_back(p);
+    }
+    // More than one node or a continuous part: "data" stands alone.
+    if (spec.order.size() > 1 || spec.cg_child != nullptr) {
+      attribute_line("data\n");
+      attribute_line(" = ");
+    } else {
+      attribute_line("data = ");
+    }
+    write_net_table(sink_, spec);
+  }
+
+  void table_line(const char* words, const Table& table, const std::vector<Node*>& parents) {
+    NetTableText spec;
+    spec.table = &table;
+    spec.order = written_order(table, {&parents});
+    spec.row_indent = indent_.data;
+    attribute_line(words);
+    write_net_table(sink_, spec);
+  }
+
+  void chain_block(const ChainComponent& component) {
+    const std::vector<Node*> members(component.members.begin(), component.members.end());
+    const std::vector<Node*> parents(component.parents.begin(), component.parents.end());
+    potential_head(members, parents);
+    write_all("\n", indent_.outer, "{\n");
+    NetTableText spec;
+    spec.table = component.table.get();
+    if (spec.table != nullptr) {
+      spec.order = written_order(*spec.table, {&parents, &members});
+    } else {
+      for (const auto* list : {&parents, &members})
+        for (Node* n : *list)
+          if (n->is_discrete()) spec.order.push_back(n);
+    }
+    spec.row_indent = indent_.data;
+    attribute_line("data = ");
+    write_net_table(sink_, spec);
+    write_all(indent_.outer, "}\n");
+  }
+
+  TextSink& sink_;
+  const Indent& indent_;
+};
+
+}  // namespace
+
+void write_net_domain(const Domain& domain, TextSink& sink) {
+  platform::CLocaleGuard locale;
+  if (!locale.ok()) throw Error(K_ERROR_LOCALE);
+  NetWriter(sink, kDomainIndent).domain(domain);
+}
+
+}  // namespace kelva
