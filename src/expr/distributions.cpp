@@ -39,12 +39,6 @@
 // result that is not a finite probability is "computation_failed".
 
 #include <algorithm>
-#include <cfloat>
-#include <exception>
-#include <limits>
-#include <map>
-#include <string>
-
 #include <boost/math/distributions/binomial.hpp>
 #include <boost/math/distributions/geometric.hpp>
 #include <boost/math/distributions/negative_binomial.hpp>
@@ -52,6 +46,11 @@
 #include <boost/math/special_functions/beta.hpp>
 #include <boost/math/special_functions/erf.hpp>
 #include <boost/math/special_functions/gamma.hpp>
+#include <cfloat>
+#include <exception>
+#include <limits>
+#include <map>
+#include <string>
 
 #include "expr/expression.h"
 #include "expr/generation_log.h"
@@ -63,10 +62,10 @@ namespace kelva {
 namespace {
 
 namespace bp = boost::math::policies;
-using Policy = bp::policy<bp::domain_error<bp::errno_on_error>, bp::pole_error<bp::errno_on_error>,
-                          bp::overflow_error<bp::errno_on_error>,
-                          bp::evaluation_error<bp::errno_on_error>,
-                          bp::rounding_error<bp::errno_on_error>>;
+using Policy =
+    bp::policy<bp::domain_error<bp::errno_on_error>, bp::pole_error<bp::errno_on_error>,
+               bp::overflow_error<bp::errno_on_error>, bp::evaluation_error<bp::errno_on_error>,
+               bp::rounding_error<bp::errno_on_error>>;
 
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
@@ -74,6 +73,9 @@ const char* name_of(int op) noexcept {
   const char* name = operator_name(op);
   return name != nullptr ? name : "";
 }
+
+// A node's name for a message (generated first if it has none).
+const char* node_name(const Node& n) { return const_cast<Node&>(n).name_or_generate().c_str(); }
 
 // State bounds of an interval node: state i is [value(i), value(i + 1)).
 double lower_of(const Node& n, std::size_t i) noexcept { return n.state_value(i); }
@@ -303,11 +305,15 @@ void check_continuous(const DistributionValue& d, const GenerationLog& log) {
 
 void write_range(const GenerationLog& log, const Node& owner, double lo, double hi,
                  const char* truncated, int op) {
-  log.write("Node %s: State range must include ", owner.name().c_str());
-  if (std::isinf(lo) && lo < 0) log.write("(-inf, ");
-  else log.write("[%g, ", lo);
-  if (std::isinf(hi) && hi > 0) log.write("inf)");
-  else log.write("%g]", hi);
+  log.write("Node %s: State range must include ", node_name(owner));
+  if (std::isinf(lo) && lo < 0)
+    log.write("(-inf, ");
+  else
+    log.write("[%g, ", lo);
+  if (std::isinf(hi) && hi > 0)
+    log.write("inf)");
+  else
+    log.write("%g]", hi);
   log.write(" for %s%s distribution\n", truncated, name_of(op));
 }
 
@@ -475,7 +481,8 @@ void counting(const DistributionValue& d, Node& owner, const GenerationLog& log,
       }
       // [lo, hi) holds the integers ceil(lo) .. ceil(hi) - 1.
       for (std::size_t i = 0; i < n; ++i)
-        out[i] = law.probability(std::ceil(lower_of(owner, i)), std::ceil(upper_of(owner, i)) - 1.0);
+        out[i] =
+            law.probability(std::ceil(lower_of(owner, i)), std::ceil(upper_of(owner, i)) - 1.0);
     }
   } catch (const Error&) {
     throw;
@@ -494,13 +501,15 @@ void weights(const DistributionValue& d, const Node& owner, const GenerationLog&
              std::vector<double>& out) {
   const std::size_t n = owner.state_count();
   if (d.args.size() != n) {
-    log.write("The number of arguments of a Distribution expression must match the number of states\n");
+    log.write(
+        "The number of arguments of a Distribution expression must match the number of states\n");
     throw Error(K_ERROR_INAPPROPRIATE_ARGUMENTS);
   }
   double total = 0.0;
   for (std::size_t i = 0; i < n; ++i) {
     if (d.args[i] < 0.0) {
-      log.write("Negative value in Distribution expression (state %s)\n", std::to_string(i).c_str());
+      log.write("Negative value in Distribution expression (state %s)\n",
+                std::to_string(i).c_str());
       throw Error(K_ERROR_INAPPROPRIATE_ARGUMENTS);
     }
     if (!std::isfinite(d.args[i])) throw Error(K_ERROR_INAPPROPRIATE_ARGUMENTS);
@@ -542,11 +551,11 @@ void aggregate(const DistributionValue& d, const Node& owner, const GenerationLo
   const Node& count = *d.count_node;
   const Node& term = *d.term_node;
   if (count.subtype() != K_SUBTYPE_NUMBER) {
-    log.write("Aggregate distribution: `%s' must be a numbered node.\n", count.name().c_str());
+    log.write("Aggregate distribution: `%s' must be a numbered node.\n", node_name(count));
     throw Error(K_ERROR_INVALID_EXPRESSION);
   }
   if (term.subtype() != K_SUBTYPE_INTERVAL) {
-    log.write("Aggregate distribution: `%s' must be an interval node.\n", term.name().c_str());
+    log.write("Aggregate distribution: `%s' must be an interval node.\n", node_name(term));
     throw Error(K_ERROR_INVALID_EXPRESSION);
   }
   require(beliefs != nullptr && beliefs->count.size() == count.state_count() &&
@@ -596,7 +605,7 @@ void aggregate(const DistributionValue& d, const Node& owner, const GenerationLo
   for (double p : out) inside += p;
   if (total - inside > 1e-12 * total) {
     log.write("Node %s: State range must include [%g, %g] for aggregate distribution\n",
-              owner.name().c_str(), mixed.begin()->first, mixed.rbegin()->first);
+              node_name(owner), mixed.begin()->first, mixed.rbegin()->first);
     throw Error(K_ERROR_INSUFFICIENT_STATE_RANGE);
   }
   if (!(total > 0.0) || !std::isfinite(total)) fail_computation();

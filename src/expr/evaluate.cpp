@@ -48,7 +48,8 @@ bool is_real_function(const Node& n) noexcept {
 
 // The numeric value that stands for state s of a numbered or interval node.
 double state_point(const Node& n, std::size_t s) noexcept {
-  if (n.subtype() == K_SUBTYPE_INTERVAL) return interval_point(n.state_value(s), n.state_value(s + 1));
+  if (n.subtype() == K_SUBTYPE_INTERVAL)
+    return interval_point(n.state_value(s), n.state_value(s + 1));
   return n.state_value(s);
 }
 
@@ -375,9 +376,10 @@ double Evaluator::probability(const Expression& condition) {
     for (std::size_t s = 0; s < p.size(); ++s) {
       if (p[s] == 0.0) continue;
       bindings_.resize(saved);
-      bind(*node, s, node->subtype() == K_SUBTYPE_NUMBER || node->subtype() == K_SUBTYPE_INTERVAL
-                         ? state_point(*node, s)
-                         : 0.0);
+      bind(*node, s,
+           node->subtype() == K_SUBTYPE_NUMBER || node->subtype() == K_SUBTYPE_INTERVAL
+               ? state_point(*node, s)
+               : 0.0);
       if (truth(condition)) sum += p[s];
     }
   } catch (...) {

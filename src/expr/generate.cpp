@@ -150,7 +150,8 @@ void value_row(const Value& v, Node& owner, const GenerationLog& log, std::vecto
         ++matches;
       }
     if (matches != 1) {
-      log.write("Node %s does not have a (unique) state labeled `%s'\n", owner.name().c_str(), label);
+      log.write("Node %s does not have a (unique) state labeled `%s'\n", owner.name().c_str(),
+                label);
       throw Error(K_ERROR_INVALID_EXPRESSION);
     }
     out[found] = 1.0;
@@ -160,8 +161,10 @@ void value_row(const Value& v, Node& owner, const GenerationLog& log, std::vecto
       pick_label(v.label);
       return;
     case Value::Kind::boolean:
-      if (owner.subtype() == K_SUBTYPE_BOOLEAN) out[v.boolean ? 1 : 0] = 1.0;
-      else pick_label(v.boolean ? "true" : "false");
+      if (owner.subtype() == K_SUBTYPE_BOOLEAN)
+        out[v.boolean ? 1 : 0] = 1.0;
+      else
+        pick_label(v.boolean ? "true" : "false");
       return;
     case Value::Kind::number:
       if (owner.subtype() == K_SUBTYPE_NUMBER) {
@@ -200,8 +203,8 @@ void row_of(const Value& v, Node& owner, Evaluator& evaluator, const GenerationL
     value_row(v, owner, log, out);
     return;
   }
-  if (v.distribution.op == K_OP_AGGREGATE &&
-      owner.category() == K_CATEGORY_FUNCTION && owner.subtype() == K_SUBTYPE_INTERVAL &&
+  if (v.distribution.op == K_OP_AGGREGATE && owner.category() == K_CATEGORY_FUNCTION &&
+      owner.subtype() == K_SUBTYPE_INTERVAL &&
       v.distribution.count_node->subtype() == K_SUBTYPE_NUMBER &&
       v.distribution.term_node->subtype() == K_SUBTYPE_INTERVAL) {
     AggregateBeliefs beliefs;
@@ -240,7 +243,8 @@ class Generator {
     model_position_.clear();
     for (Node* m : model_.nodes()) {
       auto it = std::find(parents_.begin(), parents_.end(), m);
-      model_position_.push_back(it == parents_.end() ? kFree : static_cast<std::size_t>(it - parents_.begin()));
+      model_position_.push_back(
+          it == parents_.end() ? kFree : static_cast<std::size_t>(it - parents_.begin()));
     }
     std::vector<std::size_t> config(parents_.size(), 0);
     const std::uint64_t rows = table.size() / states_;

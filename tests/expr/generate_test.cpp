@@ -33,8 +33,8 @@ TEST(Generate, SlotsFollowTheModelNodesWhateverTheTableOrder) {
   // No model nodes: the one slot serves every configuration.
   set(model(b), 0, op(K_OP_DISTRIBUTION, {num(1), num(4)}));
   ASSERT_EQ(k_node_generate_table(b), 0);
-  expect_close(table_of(b), std::vector<double>{0.2, 0.8, 0.2, 0.8, 0.2, 0.8, 0.2, 0.8, 0.2, 0.8,
-                                                0.2, 0.8});
+  expect_close(table_of(b),
+               std::vector<double>{0.2, 0.8, 0.2, 0.8, 0.2, 0.8, 0.2, 0.8, 0.2, 0.8, 0.2, 0.8});
 
   k_model_t m = model(b, {a, c});  // slot = a * 2 + c
   for (int slot = 0; slot < 6; ++slot) set(m, slot, op(K_OP_DISTRIBUTION, {num(slot + 1), num(1)}));
@@ -77,12 +77,30 @@ TEST(Generate, StateValuesMustIncreaseAndBeInfiniteOnlyAtTheEnds) {
     std::function<k_node_t(GenNet&)> parent;
     const char* problem;
   } cases[] = {
-      {[](GenNet& n) { return n.numbered("P", {0, 2, 1}); }, "do not form an increasing sequence"},
-      {[](GenNet& n) { return n.numbered("P", {0, 1, 1}); }, "do not form an increasing sequence"},
-      {[](GenNet& n) { return n.numbered("P", {0, kInf}); }, "use infinite values incorrectly"},
-      {[](GenNet& n) { return n.interval("P", {0, kInf, kInf}); }, "use infinite values incorrectly"},
-      {[](GenNet& n) { return n.interval("P", {0, -kInf}); }, "use infinite values incorrectly"},
-      {[](GenNet& n) { return n.interval("P", {0, 2, 1}); }, "do not form an increasing sequence"},
+      {[](GenNet& n) {
+         return n.numbered("P", {0, 2, 1});
+       },
+       "do not form an increasing sequence"},
+      {[](GenNet& n) {
+         return n.numbered("P", {0, 1, 1});
+       },
+       "do not form an increasing sequence"},
+      {[](GenNet& n) {
+         return n.numbered("P", {0, kInf});
+       },
+       "use infinite values incorrectly"},
+      {[](GenNet& n) {
+         return n.interval("P", {0, kInf, kInf});
+       },
+       "use infinite values incorrectly"},
+      {[](GenNet& n) {
+         return n.interval("P", {0, -kInf});
+       },
+       "use infinite values incorrectly"},
+      {[](GenNet& n) {
+         return n.interval("P", {0, 2, 1});
+       },
+       "do not form an increasing sequence"},
   };
   for (const Case& c : cases) {
     GenNet net;
@@ -273,10 +291,16 @@ TEST(Generate, ContinuousDistributionsMatchTheirDistributionFunctions) {
        normal(1, 4),
        0,
        3},
-      {op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(0)}), {-kInf, -1, 0},
-       normal(0, 1), -kInf, 0},
+      {op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(0)}),
+       {-kInf, -1, 0},
+       normal(0, 1),
+       -kInf,
+       0},
       {op(K_OP_TRUNCATE, {num(-1), op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(1)})}),
-       {-1, 0, 1}, normal(0, 1), -1, 1},
+       {-1, 0, 1},
+       normal(0, 1),
+       -1,
+       1},
       {op(K_OP_UNIFORM, {num(0), num(4)}), {-1, 1, 2, 10}, uniform},
       {op(K_OP_TRIANGULAR, {num(0), num(1), num(4)}), {0, 0.5, 2, 4}, triangular},
       {op(K_OP_EXPONENTIAL, {num(2), num(1)}), {0, 1.5, 3, kInf}, expo(2, 1)},
@@ -319,43 +343,69 @@ TEST(Generate, TheStatesMustCoverTheSupport) {
     k_error_t code;
     const char* message;
   } cases[] = {
-      {op(K_OP_NORMAL, {num(0), num(1)}), {0, 1, kInf}, K_ERROR_INSUFFICIENT_STATE_RANGE,
+      {op(K_OP_NORMAL, {num(0), num(1)}),
+       {0, 1, kInf},
+       K_ERROR_INSUFFICIENT_STATE_RANGE,
        "Node B: State range must include (-inf, inf) for Normal distribution\n"},
-      {op(K_OP_TRUNCATE, {num(0), op(K_OP_NORMAL, {num(0), num(1)})}), {1, 2, kInf},
+      {op(K_OP_TRUNCATE, {num(0), op(K_OP_NORMAL, {num(0), num(1)})}),
+       {1, 2, kInf},
        K_ERROR_INSUFFICIENT_STATE_RANGE,
        "Node B: State range must include [0, inf) for truncated Normal distribution\n"},
-      {op(K_OP_TRUNCATE, {op(K_OP_EXPONENTIAL, {num(1)}), num(2.5)}), {0, 2},
+      {op(K_OP_TRUNCATE, {op(K_OP_EXPONENTIAL, {num(1)}), num(2.5)}),
+       {0, 2},
        K_ERROR_INSUFFICIENT_STATE_RANGE,
        "Node B: State range must include [0, 2.5] for truncated Exponential distribution\n"},
-      {op(K_OP_UNIFORM, {num(0), num(5)}), {0, 1, 4}, K_ERROR_INSUFFICIENT_STATE_RANGE,
+      {op(K_OP_UNIFORM, {num(0), num(5)}),
+       {0, 1, 4},
+       K_ERROR_INSUFFICIENT_STATE_RANGE,
        "Node B: State range must include [0, 5] for Uniform distribution\n"},
-      {op(K_OP_TRUNCATE, {num(100), op(K_OP_NORMAL, {num(0), num(1)}), num(101)}), {-kInf, kInf},
+      {op(K_OP_TRUNCATE, {num(100), op(K_OP_NORMAL, {num(0), num(1)}), num(101)}),
+       {-kInf, kInf},
        K_ERROR_INVALID_EXPRESSION,
        "Invalid truncation of the Normal distribution (insufficient probability mass)\n"},
-      {op(K_OP_NORMAL, {num(0), num(0)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_NORMAL, {num(0), num(0)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Variance for a Normal distribution must be positive (observed: 0)\n"},
-      {op(K_OP_LOGNORMAL, {num(0), num(-1)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_LOGNORMAL, {num(0), num(-1)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "The variance parameter of a LogNormal distribution must be positive (observed: -1)\n"},
-      {op(K_OP_BETA, {num(0), num(0), num(2), num(2)}), {-kInf, kInf},
+      {op(K_OP_BETA, {num(0), num(0), num(2), num(2)}),
+       {-kInf, kInf},
        K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Beta distribution: Interval must have positive length (observed: [2, 2])\n"},
-      {op(K_OP_BETA, {num(0), num(1)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_BETA, {num(0), num(1)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Beta distribution (shape) parameters must be positive (observed: 0 and 1)\n"},
-      {op(K_OP_GAMMA, {num(1), num(-2)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_GAMMA, {num(1), num(-2)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Gamma distribution parameters must be positive (observed: shape = 1, scale = -2)\n"},
-      {op(K_OP_EXPONENTIAL, {num(-0.5)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_EXPONENTIAL, {num(-0.5)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Exponential distribution parameter must be positive (observed: -0.5)\n"},
-      {op(K_OP_WEIBULL, {num(0), num(1)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_WEIBULL, {num(0), num(1)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Weibull distribution parameters must be positive (observed: a = 0, b = 1)\n"},
-      {op(K_OP_UNIFORM, {num(3), num(1)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_UNIFORM, {num(3), num(1)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Uniform distribution: Interval must have positive length (observed: [3, 1])\n"},
-      {op(K_OP_TRIANGULAR, {num(0), num(2), num(1)}), {-kInf, kInf},
+      {op(K_OP_TRIANGULAR, {num(0), num(2), num(1)}),
+       {-kInf, kInf},
        K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "Triangular distribution parameters must obey a <= m <= b and a < b "
        "(observed: a = 0, m = 2, b = 1)\n"},
-      {op(K_OP_PERT, {num(0), num(0), num(1)}), {-kInf, kInf}, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+      {op(K_OP_PERT, {num(0), num(0), num(1)}),
+       {-kInf, kInf},
+       K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "PERT parameters must obey a < m < b (observed: a = 0, m = 0, b = 1)\n"},
-      {op(K_OP_PERT, {num(0), num(0.5), num(1), num(0)}), {-kInf, kInf},
+      {op(K_OP_PERT, {num(0), num(0.5), num(1), num(0)}),
+       {-kInf, kInf},
        K_ERROR_INAPPROPRIATE_ARGUMENTS,
        "The fourth parameter of a PERT distribution must be positive (observed: 0)\n"},
   };
@@ -382,7 +432,8 @@ TEST(Generate, TheStatesMustCoverTheSupport) {
   set(model(n), 0, op(K_OP_NORMAL, {num(0), num(1)}));
   EXPECT_NE(k_node_generate_table(n), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EXPRESSION);
-  EXPECT_EQ(other.log(), kUsing + "The Normal distribution can only be applied to interval nodes\n");
+  EXPECT_EQ(other.log(),
+            kUsing + "The Normal distribution can only be applied to interval nodes\n");
 }
 
 TEST(Generate, CountingDistributions) {
@@ -398,22 +449,34 @@ TEST(Generate, CountingDistributions) {
     k_expression_t e;
     std::vector<double> expected;
   } cases[] = {
-      {[](GenNet& n) { return n.numbered("B", {0, 1, 2, 3}); },
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2, 3});
+       },
        op(K_OP_POISSON, {num(lambda)}),
        {p0, p1, p2, 1 - p0 - p1 - p2}},
-      {[](GenNet& n) { return n.interval("B", {0, 2, kInf}); },
+      {[](GenNet& n) {
+         return n.interval("B", {0, 2, kInf});
+       },
        op(K_OP_POISSON, {num(lambda)}),
        {p0 + p1, 1 - p0 - p1}},
-      {[](GenNet& n) { return n.interval("B", {-1, 1, 2.5, 10}); },
+      {[](GenNet& n) {
+         return n.interval("B", {-1, 1, 2.5, 10});
+       },
        op(K_OP_BINOMIAL, {num(4), num(0.3)}),
        {binomial(0), binomial(1) + binomial(2), binomial(3) + binomial(4)}},
-      {[](GenNet& n) { return n.numbered("B", {0, 1, 2, 3, 4, 5}); },
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2, 3, 4, 5});
+       },
        op(K_OP_BINOMIAL, {num(4), num(0.3)}),
        {binomial(0), binomial(1), binomial(2), binomial(3), binomial(4), 0}},
-      {[](GenNet& n) { return n.numbered("B", {0, 1, 2}); },
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2});
+       },
        op(K_OP_GEOMETRIC, {num(0.25)}),
        {0.25, 0.1875, 0.5625}},
-      {[](GenNet& n) { return n.numbered("B", {0, 1, 2, 3}); },
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2, 3});
+       },
        op(K_OP_NEGATIVE_BINOMIAL, {num(2), num(0.5)}),  // (k + 1) / 2^(k + 2)
        {0.25, 0.25, 0.1875, 0.3125}},
   };
@@ -431,15 +494,23 @@ TEST(Generate, CountingDistributions) {
     k_error_t code;
     std::string message;
   } failures[] = {
-      {[](GenNet& n) { return n.numbered("B", {1, 2, 3}); }, op(K_OP_POISSON, {num(1)}),
-       K_ERROR_INSUFFICIENT_STATE_RANGE, ""},
-      {[](GenNet& n) { return n.interval("B", {0, 1, 4}); }, op(K_OP_BINOMIAL, {num(4), num(0.3)}),
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
+      {[](GenNet& n) {
+         return n.numbered("B", {1, 2, 3});
+       },
+       op(K_OP_POISSON, {num(1)}), K_ERROR_INSUFFICIENT_STATE_RANGE, ""},
+      {[](GenNet& n) {
+         return n.interval("B", {0, 1, 4});
+       },
+       op(K_OP_BINOMIAL, {num(4), num(0.3)}), K_ERROR_INSUFFICIENT_STATE_RANGE,
        "Node B: State range must include [0, 4] for Binomial distribution\n"},
-      {[](GenNet& n) { return n.labelled("B", {"x", "y"}); }, op(K_OP_POISSON, {num(1)}),
-       K_ERROR_INVALID_EXPRESSION,
+      {[](GenNet& n) {
+         return n.labelled("B", {"x", "y"});
+       },
+       op(K_OP_POISSON, {num(1)}), K_ERROR_INVALID_EXPRESSION,
        "The Poisson distribution can only be applied to numbered or interval nodes\n"},
-      {[](GenNet& n) { return n.numbered("B", {0, 1}); },
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1});
+       },
        op(K_OP_TRUNCATE, {num(0), op(K_OP_GEOMETRIC, {num(0.5)})}), K_ERROR_INVALID_EXPRESSION,
        "Truncation is not supported for the Geometric distribution\n"},
   };
@@ -464,8 +535,8 @@ TEST(Generate, DistributionAndNoisyOr) {
   link(a1, o);
   link(a2, o);  // table order: A2, A1, O
   set(model(o), 0,
-      op(K_OP_NOISY_OR, {leaf(a1), num(0.2), leaf(a2), num(0.5), k_boolean_make_expression(1),
-                         num(0.9)}));
+      op(K_OP_NOISY_OR,
+         {leaf(a1), num(0.2), leaf(a2), num(0.5), k_boolean_make_expression(1), num(0.9)}));
   ASSERT_EQ(k_node_generate_table(o), 0) << k_error_name(k_error_code());
   std::vector<double> expected;
   for (int s2 = 0; s2 < 2; ++s2)
@@ -516,7 +587,9 @@ TEST(Generate, IntervalParentsAreSampledAndTheSpreadLogged) {
 
   auto row = [](double x) { return std::vector<double>{1 / (1 + x * x), x * x / (1 + x * x)}; };
   std::vector<double> expected;
-  auto add = [&](const std::vector<double>& r) { expected.insert(expected.end(), r.begin(), r.end()); };
+  auto add = [&](const std::vector<double>& r) {
+    expected.insert(expected.end(), r.begin(), r.end());
+  };
   add(row(-1.0));  // (-inf, 0)
   std::vector<double> sum{0, 0}, lo{1, 1}, hi{0, 0};
   for (double x : {0.25, 0.75, 1.25, 1.75}) {  // [0, 2): midpoints of 4 parts
@@ -539,7 +612,9 @@ TEST(Generate, IntervalParentsAreSampledAndTheSpreadLogged) {
     double below;
     double above;
   } edges[] = {{3, 3 * 0.999, 3 * 1.001}, {-3, -3 * 1.001, -3 * 0.999}, {0, -1.0, 1.0}};
-  auto logistic = [](double x) { return std::vector<double>{1 / (1 + std::exp(x)), std::exp(x) / (1 + std::exp(x))}; };
+  auto logistic = [](double x) {
+    return std::vector<double>{1 / (1 + std::exp(x)), std::exp(x) / (1 + std::exp(x))};
+  };
   for (const auto& edge : edges) {
     GenNet n;
     k_node_t q = n.interval("Q", {-kInf, edge.bound, kInf});
@@ -619,8 +694,8 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
   // The sum of N copies of X, each at its interval's midpoint (0.5 or 1.5).
   set(model(d), 0, op(K_OP_AGGREGATE, {leaf(n), leaf(x)}));
   ASSERT_EQ(k_node_generate_table(d), 0) << k_error_name(k_error_code());
-  expect_close(table_of(d), {0.2 + 0.5 * 0.6, 0.5 * 0.4 + 0.3 * 0.6 * 0.6,
-                             0.3 * 2 * 0.6 * 0.4, 0.3 * 0.4 * 0.4});
+  expect_close(table_of(d), {0.2 + 0.5 * 0.6, 0.5 * 0.4 + 0.3 * 0.6 * 0.6, 0.3 * 2 * 0.6 * 0.4,
+                             0.3 * 0.4 * 0.4});
 
   // Weights P(N < 1) and the variance of N.
   set(model(e), 0,
@@ -630,7 +705,8 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
           op(K_OP_VARIANCE, {leaf(n)})}));
   ASSERT_EQ(k_node_generate_table(e), 0) << k_error_name(k_error_code());
   const double mean = 0.5 + 0.6;
-  const double var = 0.2 * mean * mean + 0.5 * (1 - mean) * (1 - mean) + 0.3 * (2 - mean) * (2 - mean);
+  const double var =
+      0.2 * mean * mean + 0.5 * (1 - mean) * (1 - mean) + 0.3 * (2 - mean) * (2 - mean);
   expect_close(table_of(e), {0.2 / (0.2 + var), var / (0.2 + var)});
 
   // A parent with parents of its own is not known without inference.
@@ -644,13 +720,31 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
   ASSERT_EQ(k_node_set_state_value(d, 4, 3), 0);
   EXPECT_NE(k_node_generate_table(d), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_INSUFFICIENT_STATE_RANGE);
+
+  // N must be numbered, X interval, and the owner an interval function node.
+  k_node_t h = net.labelled("H", {"h0", "h1"}, K_CATEGORY_FUNCTION);
+  link(n, h);
+  link(x, h);
+  set(model(h), 0, op(K_OP_AGGREGATE, {leaf(n), leaf(x)}));
+  EXPECT_NE(k_node_generate_table(h), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EXPRESSION);
+  for (k_expression_t bad :
+       {op(K_OP_AGGREGATE, {leaf(x), leaf(x)}), op(K_OP_AGGREGATE, {leaf(n), leaf(n)})}) {
+    set(k_node_get_model(d), 0, bad);
+    EXPECT_NE(k_node_generate_table(d), 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EXPRESSION);
+  }
+  const std::string using_d = "Using model for D to generate a conditional probability table\n";
   EXPECT_EQ(net.log(),
-            "Using model for D to generate a conditional probability table\n"
-            "Using model for E to generate a conditional probability table\n"
-            "Using model for G to generate a conditional probability table\n"
-            "Evaluation of parent E failed\n"
-            "Using model for D to generate a conditional probability table\n"
-            "Node D: State range must include [0, 3] for aggregate distribution\n");
+            using_d +
+                "Using model for E to generate a conditional probability table\n"
+                "Using model for G to generate a conditional probability table\n"
+                "Evaluation of parent E failed\n" +
+                using_d + "Node D: State range must include [0, 3] for aggregate distribution\n" +
+                "Using model for H to generate a conditional probability table\n"
+                "Aggregate distributions are only valid for interval discrete function nodes\n" +
+                using_d + "Aggregate distribution: `X' must be a numbered node.\n" + using_d +
+                "Aggregate distribution: `N' must be an interval node.\n");
 }
 
 TEST(Generate, RealValuedFunctionParentsFollowTheConfiguration) {
