@@ -218,28 +218,6 @@ TEST(NetWriter, NetworkBlockNodeKindsAndEmptyPotentials) {
   expect_round_trip(net.text());
 }
 
-TEST(NetWriter, ContinuousNodeAndParentOrder) {
-  Net net;
-  k_node_t x = net.continuous("X");
-  k_node_t a = net.chance("A", {"a1", "a2"});
-  k_node_t y = net.continuous("Y");
-  // Parents in the potential: discrete first, whatever the order of addition.
-  parents(y, {x, a});
-  const std::string text = net.text();
-  expect_round_trip(text);
-  EXPECT_NE(text.find("\ncontinuous node X\n{\n    label = \"\";\n    position = (0 0);\n}\n"),
-            std::string::npos)
-      << text;
-  EXPECT_EQ(block(text, "potential (Y"),
-            "potential (Y | A X)\n{\n"
-            "    data\n"
-            "     = ( normal ( 0, 0 )\t%  A=a1\n"
-            "\t normal ( 0, 0 ) );\t%  A=a2\n"
-            "}\n");
-  EXPECT_EQ(block(text, "potential (X"),
-            "potential (X)\n{\n    data\n     = ( normal ( 0, 0 ) );\n}\n");
-}
-
 TEST(NetWriter, StringEscapes) {
   EXPECT_EQ(quote_net_string(""), "\"\"");
   EXPECT_EQ(quote_net_string("say \"hi\"\nback\\slash"), "\"say \\\"hi\\\"\\nback\\\\slash\"");
@@ -373,7 +351,8 @@ TEST(NetWriter, ConditionalGaussianItems) {
   k_node_t w = net.continuous("W");
   parents(y, {x, a, z});
   parents(w, {a, b});
-  // Y's table: A, then Y, X, Z (continuous members in order of addition).
+  // Y's table: A, then Y, X, Z (continuous members in order of addition);
+  // the potential lists the discrete parent first.
   Table& t = table(k_node_get_table(y));
   t.set_mean(0, 0, 1.5);
   t.set_coefficient(0, 1, 1.0);
@@ -397,6 +376,11 @@ TEST(NetWriter, ConditionalGaussianItems) {
             "\t normal ( -X + 1E-09 * Z, 1.2345679E+08 ) );\t%  A=a2\n"
             "    experience = ( 0 0 );\n"
             "}\n");
+  EXPECT_NE(text.find("\ncontinuous node X\n{\n    label = \"\";\n    position = (0 0);\n}\n"),
+            std::string::npos)
+      << text;
+  EXPECT_EQ(block(text, "potential (X"),
+            "potential (X)\n{\n    data\n     = ( normal ( 0, 0 ) );\n}\n");
   EXPECT_EQ(block(text, "potential (Z"),
             "potential (Z)\n{\n    data\n     = ( normal ( -3, 2 ) );\n}\n");
   EXPECT_EQ(block(text, "potential (W"),
@@ -534,7 +518,6 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
   for (int ch; (ch = std::fgetc(file)) != EOF;) content += static_cast<char>(ch);
   std::fclose(file);
   EXPECT_EQ(content, net.text());
-  std::remove(name.c_str());
 
   // A file that cannot be opened, and one whose writes fail.
   EXPECT_NE(k_domain_save_as_net(net.d, (dir + "/no/such/dir/x.net").c_str()), 0);
@@ -545,6 +528,17 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
     EXPECT_EQ(k_error_code(), K_ERROR_IO);
   }
   EXPECT_EQ(kept, name);
+  std::FILE* read_only = std::fopen(name.c_str(), "r");
+  ASSERT_NE(read_only, nullptr);
+  TextSink sink(read_only);  // fputs fails on a stream opened for reading
+  try {
+    sink.write("x");
+    ADD_FAILURE() << "a write to a read-only stream succeeded";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.code(), K_ERROR_IO);
+  }
+  std::fclose(read_only);
+  std::remove(name.c_str());
 
   EXPECT_NE(k_domain_save_as_net(net.d, nullptr), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
@@ -552,25 +546,6 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   EXPECT_EQ(k_domain_to_net_string(nullptr), nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-}
-
-TEST(NetWriter, FileSinkFailureAndMemorySinkGrowth) {
-  std::FILE* read_only = std::fopen("/dev/null", "r");
-  ASSERT_NE(read_only, nullptr);
-  TextSink failing(read_only);
-  try {
-    failing.write("x");
-    ADD_FAILURE() << "a write to a read-only stream succeeded";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.code(), K_ERROR_IO);
-  }
-  std::fclose(read_only);
-
-  TextSink memory;
-  const std::string piece(3000, 'x');
-  for (int i = 0; i < 5; ++i) memory.write(piece);
-  memory.write("");
-  EXPECT_EQ(memory.text(), std::string(15000, 'x'));
 }
 
 TEST(NetWriter, OutOfMemoryFailsCleanly) {
