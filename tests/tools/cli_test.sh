@@ -76,6 +76,33 @@ run asia_tsv nodes --format=tsv --example=asia
 expect_status asia_tsv 0
 expect_file asia_tsv out "$expected/nodes-asia.tsv"
 
+# NET files: convert is stable (write, read, write gives the same bytes), and
+# nodes reads what convert wrote.
+run convert_asia convert --example asia -o "$work/asia1.net"
+expect_status convert_asia 0
+expect_empty convert_asia out
+run convert_again convert "$work/asia1.net" -o "$work/asia2.net"
+expect_status convert_again 0
+checks=$((checks + 1))
+cmp -s "$work/asia1.net" "$work/asia2.net" || fail "convert: a second conversion changed the file"
+run nodes_file nodes "$work/asia1.net" --format tsv
+expect_status nodes_file 0
+checks=$((checks + 1))
+diff <(tail -n +2 "$work/nodes_file.out") <(tail -n +2 "$expected/nodes-asia.tsv") >/dev/null ||
+  fail "nodes: the converted file reads back differently"
+
+# Reader messages come as FILE:LINE: MESSAGE, then the library error.
+printf 'net\n{\n}\nnode a\n{\n    states = ("x" "y")\n}\n' >"$work/bad.net"
+run bad_file nodes "$work/bad.net"
+expect_status bad_file 1
+expect_empty bad_file out
+printf '%s\n%s\n' "$work/bad.net:7: \`;' expected" \
+  "kelva: parse: $(printf '%s' 'An error occurred during parsing.  If a parse error handling function was specified, it will have been called with a description of the error and its location in the source.')" \
+  >"$work/bad_file.err.want"
+expect_file bad_file err "$work/bad_file.err.want"
+run missing_file nodes "$work/none.net"
+expect_status missing_file 1
+
 # Command-line mistakes: status 2, one message and the hint, nothing on stdout.
 hint="Try 'kelva --help' for more information."
 usage_case() {
@@ -89,12 +116,15 @@ usage_case() {
 }
 usage_case no_command "no command given"
 usage_case bad_command "unknown command 'node'" node --example asia
-usage_case no_network "no network given (use --example NAME)" nodes
+usage_case no_network "no network given (use FILE or --example NAME)" nodes
+usage_case both_sources "give either a file or --example NAME, not both" nodes a.net --example asia
+usage_case no_output "no output file given (use -o FILE)" convert --example asia
+usage_case output_for_nodes "unknown option '-o'" nodes --example asia -o x.net
 usage_case bad_example "unknown example 'nowhere' (known: asia)" nodes --example nowhere
 usage_case bad_format "unknown format 'xml' (use text or tsv)" nodes --example asia --format xml
 usage_case missing_value "option --format needs a value" nodes --example asia --format
 usage_case bad_option "unknown option '--verbose'" nodes --verbose --example asia
-usage_case stray_argument "unexpected argument 'asia.net'" nodes asia.net
+usage_case stray_argument "unexpected argument 'b.net'" nodes a.net b.net
 usage_case version_argument "--version takes no arguments" --version nodes
 
 echo "kelva_cli: $((checks - failures)) passed, $failures failed"

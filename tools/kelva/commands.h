@@ -15,4 +15,7 @@ void run_version(std::FILE* out);
 /// Prints the nodes, states, tables and links of the chosen network.
 void run_nodes(std::FILE* out, const Options& options);
 
+/// Reads the chosen network and writes it as a NET file.
+void run_convert(const Options& options);
+
 }  // namespace kelva::cli

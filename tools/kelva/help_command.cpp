@@ -10,15 +10,20 @@ namespace {
 
 constexpr const char* usage_text = R"HELP(usage: kelva --help
        kelva --version
-       kelva nodes --example NAME [--format text|tsv]
+       kelva nodes (FILE.net | --example NAME) [--format text|tsv]
+       kelva convert (FILE.net | --example NAME) -o OUT.net
 
 Commands:
   nodes      print a network's nodes with their states and tables, then its
              links
+  convert    read a network and write it as a NET file
 
 Options:
+  FILE.net            read the network from a NET file; the reader's
+                      messages are printed as "FILE:LINE: MESSAGE"
   --example NAME      use a network bundled with kelva (see below)
-  --format text|tsv   output format (default text)
+  --format text|tsv   output format of nodes (default text)
+  -o OUT.net          where convert writes
   -h, --help          print this help
   --version           print "kelva" and the library version
 

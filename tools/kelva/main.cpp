@@ -17,6 +17,7 @@ void run(const kelva::cli::Options& options) {
     case Command::help: kelva::cli::run_help(stdout); break;
     case Command::version: kelva::cli::run_version(stdout); break;
     case Command::nodes: kelva::cli::run_nodes(stdout, options); break;
+    case Command::convert: kelva::cli::run_convert(options); break;
   }
 }
 

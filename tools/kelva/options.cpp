@@ -42,8 +42,13 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::version;
     return options;
   }
-  if (command != "nodes") throw UsageError("unknown command '" + std::string(command) + "'");
-  options.command = Command::nodes;
+  if (command == "nodes") {
+    options.command = Command::nodes;
+  } else if (command == "convert") {
+    options.command = Command::convert;
+  } else {
+    throw UsageError("unknown command '" + std::string(command) + "'");
+  }
 
   for (std::size_t i = 1; i < args.size(); ++i) {
     std::string_view arg = args[i];
@@ -54,14 +59,25 @@ Options parse_options(std::span<const char* const> args) {
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
     } else if (auto value = option_value(args, i, "--format")) {
+      if (options.command != Command::nodes) throw UsageError("unknown option '--format'");
       options.format = parse_format(*value);
+    } else if (auto value = option_value(args, i, "-o")) {
+      if (options.command != Command::convert) throw UsageError("unknown option '-o'");
+      options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
+    } else if (options.source.file.empty()) {
+      options.source.file = arg;
     } else {
       throw UsageError("unexpected argument '" + std::string(arg) + "'");
     }
   }
-  if (options.source.example.empty()) throw UsageError("no network given (use --example NAME)");
+  if (!options.source.example.empty() && !options.source.file.empty())
+    throw UsageError("give either a file or --example NAME, not both");
+  if (options.source.example.empty() && options.source.file.empty())
+    throw UsageError("no network given (use FILE or --example NAME)");
+  if (options.command == Command::convert && options.output.empty())
+    throw UsageError("no output file given (use -o FILE)");
   return options;
 }
 

@@ -6,15 +6,17 @@
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes };
+enum class Command { help, version, nodes, convert };
 
 /// How reports are printed.
 enum class Format { text, tsv };
 
 /// Where the network comes from.
 struct NetworkSource {
-  /// Name of a bundled example network.
+  /// Name of a bundled example network (empty when a file is named).
   std::string example;
+  /// A NET file to read (empty when an example is named).
+  std::string file;
 };
 
 /// The parsed command line.
@@ -22,6 +24,8 @@ struct Options {
   Command command = Command::help;
   NetworkSource source;
   Format format = Format::text;
+  /// Where `convert` writes its NET file.
+  std::string output;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

@@ -1,0 +1,14 @@
+// `kelva convert`: read a network, write it as a NET file.
+
+#include "cli_error.h"
+#include "commands.h"
+#include "network_source.h"
+
+namespace kelva::cli {
+
+void run_convert(const Options& options) {
+  DomainHandle domain = open_network(options.source);
+  checked(k_domain_save_as_net(domain.get(), options.output.c_str()));
+}
+
+}  // namespace kelva::cli
