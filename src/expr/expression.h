@@ -30,6 +30,13 @@ enum class ExprType : int {
 class Expression;
 using ExpressionList = PtrList<Expression>;
 
+/// The greatest height of an expression tree (a leaf has height 0).  Every
+/// walk over a tree recurses once per level, so the bound keeps the stack
+/// safe on threads with small stacks (those of a Java VM, say); a deeper
+/// composite is refused as "invalid_expression", and the parser refuses
+/// deeper nesting as a syntax error.
+inline constexpr int kMaxExpressionHeight = 500;
+
 /// One node of an expression tree.  Operands are shared between composites
 /// and counted by `use_count`; a tree is fixed in shape once built.
 class Expression : public Object {
@@ -40,6 +47,9 @@ class Expression : public Object {
   void set_type(ExprType type) noexcept { type_ = type; }
   int use_count() const noexcept { return use_count_; }
   bool is_composite() const noexcept { return op_ < K_OP_NUMBER; }
+  /// Levels below this one: 0 for a leaf, else one more than the highest
+  /// operand.
+  int height() const noexcept { return height_; }
 
   double number() const noexcept { return number_; }
   const std::string& label() const noexcept { return label_; }
@@ -56,6 +66,7 @@ class Expression : public Object {
   int op_ = K_OP_ERROR;
   ExprType type_ = ExprType::numeric;
   int use_count_ = 0;
+  int height_ = 0;
   double number_ = 0.0;
   std::string label_;
   Node* node_ = nullptr;
@@ -70,12 +81,15 @@ class ExpressionFactory {
   static Expression* number(double value);
   static Expression* label(const char* text);
   static Expression* boolean(bool value);
-  /// A node leaf: `numeric` for a continuous node, `node` for a discrete
-  /// one; Error(usage) for an instance node.
+  /// A node leaf: `node` for a discrete node, `numeric` for any other (a
+  /// continuous node, or a utility or real-valued function node, whose
+  /// values are numbers); Error(usage) for an instance node.
   static Expression* node(Node& node);
   /// A composite after the arity, type and "probability" checks, in order
-  /// (Error(usage) for an operator outside 60..112, Error(invalid_expression)
-  /// otherwise).  Each operand's use count goes up by one.
+  /// (Error(usage) for an operator outside 60..112 or a null operand,
+  /// Error(invalid_expression) otherwise, also for a tree higher than
+  /// kMaxExpressionHeight).  Each operand's use count goes up by one; on
+  /// failure the operands are untouched.
   static Expression* composite(int op, const std::vector<Expression*>& operands);
   /// Frees `e` when no composite holds it (use count 0); a composite then
   /// releases its operands by the same rule.  Null is ignored.
@@ -91,9 +105,11 @@ class ExpressionFactory {
 /// left behind.
 Expression* copy_expression(const Expression& e);
 
-/// The type of `e` by the type rules; with `resolve`, discrete node leaves
-/// are resolved by their node's subtype (label, boolean, or numeric for
-/// number and interval nodes) and the resolved type is written into them.
+/// The type of `e` by the type rules, computed bottom-up; with `resolve`,
+/// discrete node leaves are resolved by their node's subtype (label,
+/// boolean, or numeric for number and interval nodes) and the resolved type
+/// is written into them (composites keep the unresolved type they were made
+/// with).  Without `resolve` every discrete node leaf counts as `node`.
 /// Throws Error(invalid_expression) when a rule fails.
 ExprType check_types(Expression& e, bool resolve);
 
@@ -114,9 +130,11 @@ void for_each_node_leaf(const Expression& e, F&& f) {
 std::string expression_to_string(const Expression* e);
 
 /// Parses `text` into a new expression whose names are resolved among the
-/// nodes of `scope`.  Grammar errors set "syntax", lexical ones "parse";
-/// messages go to `handler` with the count of characters consumed.
-/// Throws Error on failure, with every partial tree freed.
+/// nodes of `scope`, under the "C" locale.  Grammar errors set "syntax"
+/// (also nesting deeper than kMaxExpressionHeight: "expression too deeply
+/// nested"), lexical ones "parse"; messages go to `handler` with the count
+/// of characters consumed.  Throws Error on failure, with every partial tree
+/// freed.
 Expression* parse_expression(const char* text, Domain& scope,
                              k_parse_error_handler_t handler, void* data);
 
