@@ -1,0 +1,132 @@
+// The expression functions of the C API.
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "capi/boundary.h"
+#include "expr/expression.h"
+#include "expr/model.h"
+
+using kelva::Expression;
+using kelva::ExpressionFactory;
+using kelva::capi::get;
+using kelva::capi::guard;
+using kelva::capi::guard_status;
+using kelva::capi::handle;
+using kelva::require;
+
+namespace {
+
+Expression& expression(k_expression_t h) {
+  auto* p = reinterpret_cast<Expression*>(h);
+  require(p != nullptr && p->is(kelva::ObjectTag::expression));
+  return *p;
+}
+
+kelva::Model& model(k_model_t h) {
+  auto* p = reinterpret_cast<kelva::Model*>(h);
+  require(p != nullptr && p->is(kelva::ObjectTag::model));
+  return *p;
+}
+
+k_expression_t handle_of(Expression* e) noexcept { return reinterpret_cast<k_expression_t>(e); }
+
+// A leaf of operator `op`, or Error(usage).
+Expression& leaf(k_expression_t h, int op) {
+  Expression& e = expression(h);
+  require(e.op() == op);
+  return e;
+}
+
+}  // namespace
+
+extern "C" {
+
+k_expression_t k_number_make_expression(double number) {
+  return guard<k_expression_t>(nullptr,
+                               [&] { return handle_of(ExpressionFactory::number(number)); });
+}
+
+k_expression_t k_label_make_expression(const char* label) {
+  return guard<k_expression_t>(nullptr,
+                               [&] { return handle_of(ExpressionFactory::label(label)); });
+}
+
+k_expression_t k_boolean_make_expression(int value) {
+  return guard<k_expression_t>(nullptr,
+                               [&] { return handle_of(ExpressionFactory::boolean(value != 0)); });
+}
+
+k_expression_t k_node_make_expression(k_node_t node) {
+  return guard<k_expression_t>(nullptr,
+                               [&] { return handle_of(ExpressionFactory::node(get(node))); });
+}
+
+k_expression_t k_make_composite_expression(k_operator_t op, const k_expression_t* operands) {
+  return guard<k_expression_t>(nullptr, [&] {
+    require(operands != nullptr);
+    std::vector<Expression*> list;
+    for (const k_expression_t* p = operands; *p != nullptr; ++p) list.push_back(&expression(*p));
+    return handle_of(ExpressionFactory::composite(op, list));
+  });
+}
+
+k_bool_t k_expression_is_composite(k_expression_t e) {
+  return guard<k_bool_t>(-1, [&] { return k_bool_t{expression(e).is_composite() ? 1 : 0}; });
+}
+
+k_operator_t k_expression_get_operator(k_expression_t e) {
+  return guard<k_operator_t>(K_OP_ERROR,
+                             [&] { return static_cast<k_operator_t>(expression(e).op()); });
+}
+
+k_expression_t* k_expression_get_operands(k_expression_t e) {
+  return guard<k_expression_t*>(nullptr, [&] {
+    Expression& x = expression(e);
+    require(x.is_composite());
+    return reinterpret_cast<k_expression_t*>(const_cast<Expression**>(x.operands().data()));
+  });
+}
+
+double k_expression_get_number(k_expression_t e) {
+  return guard<double>(-1.0, [&] { return leaf(e, K_OP_NUMBER).number(); });
+}
+
+const char* k_expression_get_label(k_expression_t e) {
+  return guard<const char*>(nullptr, [&] { return leaf(e, K_OP_LABEL).label().c_str(); });
+}
+
+k_node_t k_expression_get_node(k_expression_t e) {
+  return guard<k_node_t>(nullptr, [&] { return handle(leaf(e, K_OP_NODE).node()); });
+}
+
+int k_expression_get_boolean(k_expression_t e) {
+  return guard<int>(-1, [&] { return leaf(e, K_OP_BOOLEAN).boolean() ? 1 : 0; });
+}
+
+char* k_expression_to_string(k_expression_t e) {
+  return guard<char*>(nullptr, [&] {
+    const Expression* x = e == nullptr ? nullptr : &expression(e);
+    const std::string text = kelva::expression_to_string(x);
+    auto* out = static_cast<char*>(std::malloc(text.size() + 1));
+    require(out != nullptr, K_ERROR_NO_MEMORY);
+    std::memcpy(out, text.c_str(), text.size() + 1);
+    return out;
+  });
+}
+
+k_expression_t k_string_parse_expression(const char* text, k_model_t m,
+                                         k_parse_error_handler_t handler, void* data) {
+  return guard<k_expression_t>(nullptr, [&] {
+    require(text != nullptr);
+    kelva::Domain& scope = model(m).owner().domain();
+    return handle_of(kelva::parse_expression(text, scope, handler, data));
+  });
+}
+
+k_status_t k_expression_delete(k_expression_t e) {
+  return guard_status([&] { ExpressionFactory::release(&expression(e)); });
+}
+
+}  // extern "C"
