@@ -64,6 +64,7 @@ class Domain : public Object {
   bool is_class() const noexcept { return false; }
 
   AttributeList& attributes() noexcept { return attributes_; }
+  const AttributeList& attributes() const noexcept { return attributes_; }
 
   std::uint64_t node_width = 0;
   std::uint64_t node_height = 0;

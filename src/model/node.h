@@ -58,6 +58,7 @@ class Node : public Object {
   int y = 0;
   void* backpointer = nullptr;
   AttributeList& attributes() noexcept { return attributes_; }
+  const AttributeList& attributes() const noexcept { return attributes_; }
   /// Global reference to the Java peer ("nodePeer"), or null.
   PeerRef peer = nullptr;
 

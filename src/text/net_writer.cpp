@@ -176,8 +176,7 @@ class NetWriter {
     write("net\n{\n");
     attribute_line("node_size = (", std::to_string(domain.node_width), " ",
                    std::to_string(domain.node_height), ");\n");
-    // attributes() has no const form; it is only read here.
-    user_attributes(const_cast<Domain&>(domain).attributes());
+    user_attributes(domain.attributes());
     write("}\n");
     for (Node* n : nodes)
       if (kind_words(*n) != nullptr) node_block(*n);
