@@ -84,7 +84,8 @@ void append_label(std::string& out, const std::string& text) {
 
 void print(std::string& out, const Expression& e);
 
-void print_operand(std::string& out, const Expression& parent, int side, const Expression& operand) {
+void print_operand(std::string& out, const Expression& parent, int side,
+                   const Expression& operand) {
   if (needs_parentheses(parent, side, operand)) {
     out += '(';
     print(out, operand);

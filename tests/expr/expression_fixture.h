@@ -66,7 +66,9 @@ class ExprNet {
   Expression* num(double v) { return keep(ExpressionFactory::number(v)); }
   Expression* lab(const char* s) { return keep(ExpressionFactory::label(s)); }
   Expression* bln(bool v) { return keep(ExpressionFactory::boolean(v)); }
-  Expression* leaf(k_node_t n) { return keep(ExpressionFactory::node(*reinterpret_cast<Node*>(n))); }
+  Expression* leaf(k_node_t n) {
+    return keep(ExpressionFactory::node(*reinterpret_cast<Node*>(n)));
+  }
   /// A composite; fails the test when it is refused.
   Expression* op(int code, std::initializer_list<Expression*> operands) {
     Expression* e = ExpressionFactory::composite(code, operands);
@@ -110,8 +112,8 @@ class ExprNet {
   std::vector<Message> messages;
 
  private:
-  static k_node_t make(k_domain_t dom, k_category_t category, k_kind_t kind,
-                       k_subtype_t subtype, const char* name) {
+  static k_node_t make(k_domain_t dom, k_category_t category, k_kind_t kind, k_subtype_t subtype,
+                       const char* name) {
     k_node_t n = k_domain_new_node(dom, category, kind, subtype);
     EXPECT_NE(n, nullptr) << name;
     EXPECT_EQ(k_node_set_name(n, name), 0) << name;
