@@ -169,7 +169,8 @@ class Parser {
     }
   }
 
-  // A NAME: a function call when `(` follows, else a node or a constant.
+  // NAME [`(` ...]: a function call when `(` follows, else a node or one of
+  // the constants `true` and `false`.
   [[gnu::noinline]] Tree name() {
     std::string name = lexer_.text();
     const int token = next();
