@@ -4,7 +4,9 @@
 #include <vector>
 
 #include "capi/boundary.h"
+#include "expr/expression.h"
 #include "expr/model.h"
+#include "platform/memory.h"
 #include "table/structure.h"
 
 using kelva::capi::get;
@@ -49,6 +51,33 @@ void forget_model_using(kelva::Node& child, const kelva::Node& gone) noexcept {
   if (child.model() != nullptr && kelva::model_refers_to(*child.model(), gone))
     child.model_slot().reset();
 }
+
+// The slots of the children's models that have `node` as a model node,
+// reshaped before a change of the node's states and put in place after it,
+// so that each slot stays with its configuration.
+class ModelReshape {
+ public:
+  template <class Mapping>
+  ModelReshape(kelva::Node& node, std::size_t old_count, Mapping mapping) {
+    std::vector<std::size_t> new_to_old;
+    bool mapped = false;
+    for (kelva::Node* c : node.children()) {
+      kelva::Model* m = c->model();
+      if (m == nullptr || !m->nodes().contains(&node)) continue;
+      if (!mapped) {
+        new_to_old = mapping();
+        mapped = true;
+      }
+      pending_.emplace_back(m, m->reshaped_slots(node, old_count, new_to_old));
+    }
+  }
+  void commit() noexcept {
+    for (auto& [model, slots] : pending_) model->commit_slots(std::move(slots));
+  }
+
+ private:
+  std::vector<std::pair<kelva::Model*, std::vector<kelva::Expression*>>> pending_;
+};
 
 }  // namespace
 
@@ -135,7 +164,18 @@ k_size_t k_node_get_number_of_states(k_node_t node) {
 
 k_status_t k_node_set_number_of_states(k_node_t node, k_size_t count) {
   return guard_status([&] {
-    kelva::set_number_of_states(get(node), static_cast<std::size_t>(count));
+    kelva::Node& n = get(node);
+    const std::size_t old = n.is_discrete() ? n.state_count() : 0;
+    // Kept states keep their slots; new ones (index not below `old`) are empty.
+    ModelReshape models(n, old, [&] {
+      require(kelva::platform::allocation_possible(count * sizeof(std::size_t)),
+              K_ERROR_NO_MEMORY);
+      std::vector<std::size_t> new_to_old(static_cast<std::size_t>(count));
+      for (std::size_t t = 0; t < new_to_old.size(); ++t) new_to_old[t] = t;
+      return new_to_old;
+    });
+    kelva::set_number_of_states(n, static_cast<std::size_t>(count));
+    models.commit();
   });
 }
 
@@ -205,7 +245,10 @@ k_status_t k_node_reorder_states(k_node_t node, const char* const* order) {
     require(order != nullptr);
     std::vector<const char*> labels;
     for (const char* const* p = order; *p != nullptr; ++p) labels.push_back(*p);
+    ModelReshape models(n, n.is_discrete() ? n.state_count() : 0,
+                        [&] { return kelva::state_order(n, labels); });
     kelva::reorder_states(n, labels);
+    models.commit();
   });
 }
 

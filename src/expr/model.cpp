@@ -45,6 +45,38 @@ void Model::set_expression(std::uint64_t index, Expression* e) {
   ExpressionFactory::let_go(old);
 }
 
+std::vector<Expression*> Model::reshaped_slots(const Node& node, std::size_t old_count,
+                                               const std::vector<std::size_t>& new_to_old) const {
+  if (slots_.empty()) return {};
+  const std::size_t pos = nodes_.index_of(&node);
+  if (pos == NodeList::npos) return slots_;
+  // Slots are in configuration order: outer nodes, the node, inner nodes.
+  std::uint64_t inner = 1;
+  for (std::size_t k = pos + 1; k < nodes_.size(); ++k) inner *= nodes_[k]->state_count();
+  const std::uint64_t outer = slots_.size() / (old_count * inner);
+  const std::size_t count = new_to_old.size();
+  require(platform::allocation_possible(sat_mul(sat_mul(outer * inner, count), sizeof(Expression*))),
+          K_ERROR_NO_MEMORY);
+  std::vector<Expression*> result(static_cast<std::size_t>(outer * count * inner), nullptr);
+  for (std::uint64_t o = 0; o < outer; ++o)
+    for (std::size_t t = 0; t < count; ++t) {
+      if (new_to_old[t] >= old_count) continue;
+      for (std::uint64_t i = 0; i < inner; ++i)
+        result[(o * count + t) * inner + i] = slots_[(o * old_count + new_to_old[t]) * inner + i];
+    }
+  return result;
+}
+
+void Model::commit_slots(std::vector<Expression*> slots) noexcept {
+  // Each expression kept by a new slot is held once more before the old
+  // slots let go, so that shared ones survive.
+  for (Expression* e : slots) ExpressionFactory::hold(e);
+  for (Expression* e : slots_) ExpressionFactory::let_go(e);
+  slots_.swap(slots);
+  size_ = 1;
+  for (const Node* n : nodes_) size_ = sat_mul(size_, n->state_count());
+}
+
 bool model_refers_to(const Model& model, const Node& node) noexcept {
   if (model.nodes().contains(&node)) return true;
   for (std::uint64_t i = 0; i < model.size() && model.has_slots(); ++i) {

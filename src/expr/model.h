@@ -36,6 +36,16 @@ class Model : public Object {
   /// the previous one.  Checks are the caller's.
   void set_expression(std::uint64_t index, Expression* e);
 
+  /// The slots after model node `node` changes its states: new state t
+  /// takes the expressions of old state new_to_old[t] (an index not below
+  /// `old_count` makes empty slots).  Nothing changes until the result is
+  /// given to commit_slots(); throws on allocation failure.
+  std::vector<Expression*> reshaped_slots(const Node& node, std::size_t old_count,
+                                          const std::vector<std::size_t>& new_to_old) const;
+  /// Puts in place slots made by reshaped_slots(), letting go of the
+  /// expressions that no new slot keeps, and recomputes the size.
+  void commit_slots(std::vector<Expression*> slots) noexcept;
+
   std::uint64_t samples_per_interval = 25;
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  // "modelPeer"

@@ -393,7 +393,7 @@ void set_number_of_states(Node& node, std::size_t count) {
   node.domain().uncompile();
 }
 
-void reorder_states(Node& node, const std::vector<const char*>& order) {
+std::vector<std::size_t> state_order(const Node& node, const std::vector<const char*>& order) {
   require(node.is_discrete());
   const std::size_t n = node.state_count();
   require(order.size() == n);
@@ -411,6 +411,11 @@ void reorder_states(Node& node, const std::vector<const char*>& order) {
     used[found] = true;
     new_to_old[i] = found;
   }
+  return new_to_old;
+}
+
+void reorder_states(Node& node, const std::vector<const char*>& order) {
+  const std::vector<std::size_t> new_to_old = state_order(node, order);
   EditBatch batch;
   for (Table* t : tables_holding(node, node)) batch.copy_of(*t).permute_states(&node, new_to_old);
   for (Node* c : node.children())

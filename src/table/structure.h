@@ -51,6 +51,9 @@ bool functional_dependency_ok(const Node& child, const Node& parent);
 /// Sets the number of states of a discrete non-boolean node, reshaping every
 /// table that holds it.
 void set_number_of_states(Node& node, std::size_t count);
+/// The permutation that `order` (every state label once) asks of a discrete
+/// node's states: new state i is old state result[i].  Error(usage) otherwise.
+std::vector<std::size_t> state_order(const Node& node, const std::vector<const char*>& order);
 /// Reorders the states of a discrete node by labels (every label once).
 void reorder_states(Node& node, const std::vector<const char*>& order);
 /// Changes the subtype of a discrete node.
