@@ -321,4 +321,14 @@ public final class Domain implements AutoCloseable {
   public void uncompile() {
     check(kDomainUncompile(handle));
   }
+
+  /**
+   * Generates the tables of the nodes with models whose tables need it, in
+   * the domain's node order, stopping at the first failure.
+   *
+   * @throws KelvaException the error that stopped a node's generation
+   */
+  public void generateTables() {
+    check(kDomainGenerateTables(handle));
+  }
 }

@@ -9,11 +9,12 @@ import java.util.List;
 
 /**
  * An expression: a tree that describes a value (a number, a state label, a
- * truth value) or a probability distribution.  Models describe
+ * truth value) or a probability distribution.  {@link Model}s describe
  * tables with expressions.
  *
  * <p>Leaves are made by {@link #number}, {@link #label}, {@link #bool} and
- * {@link #node}, composites by {@link #composite} from their operands.  A tree is fixed in shape once built.  Operands
+ * {@link #node}, composites by {@link #composite} from their operands, whole
+ * trees by {@link #parse}.  A tree is fixed in shape once built.  Operands
  * are shared, not copied: one expression may be an operand of several
  * composites and be stored in several model slots.
  *
@@ -173,6 +174,23 @@ public final class Expression implements AutoCloseable {
   }
 
   /**
+   * Parses the text of an expression.  Node names are looked up among the
+   * nodes of the domain of the model's node.
+   *
+   * @param text the text
+   * @param model the model whose node's domain resolves names
+   * @param listener receives the errors; may be null
+   * @return the new expression
+   * @throws KelvaException "syntax" or "parse" when the text is no valid
+   *     expression, "usage" for a null text or a dead model
+   */
+  public static Expression parse(String text, Model model, ParseListener listener) {
+    long h = kStringParseExpression(text, model.handle(), listener);
+    check();
+    return new Expression(h, model.getNode().getDomain());
+  }
+
+  /**
    * Whether the expression is still alive.
    *
    * @return false once it has been freed
@@ -289,7 +307,7 @@ public final class Expression implements AutoCloseable {
   }
 
   /**
-   * The text form of the expression.
+   * The text form of the expression, which {@link #parse} reads back.
    *
    * @return the text, or {@code "(freed expression)"} once it is freed
    */

@@ -26,6 +26,9 @@ public final class Node {
   private Table experienceTable;
   private Table fadingTable;
 
+  /** The Java object of the node's model, made on first request. */
+  private Model model;
+
   Node(Domain domain) {
     this.domain = domain;
   }
@@ -452,6 +455,54 @@ public final class Node {
    */
   public Table getFadingTable() {
     return fadingTable = peeredTable(fadingTable, TableGetter.FADING);
+  }
+
+  /**
+   * Gives the node a new model, deleting its previous one.  The node's table
+   * must then be generated.
+   *
+   * @param modelNodes the model nodes: discrete parents of the node; one
+   *     slot of the model belongs to each of their configurations
+   * @return the model, all slots empty
+   * @throws KelvaException "usage" for an instance or continuous node, or
+   *     model nodes that are not discrete parents of it
+   */
+  public Model newModel(List<Node> modelNodes) {
+    Model fresh = new Model(this);
+    Calls.withList(modelNodes, list -> kNodeNewModel(nodePeer, list, fresh));
+    check();
+    return model = fresh;
+  }
+
+  /**
+   * The node's model.  The same Java object is returned as long as the engine
+   * model lives.
+   *
+   * @return the model, or null when the node has none
+   * @throws KelvaException when the node is dead
+   */
+  public Model getModel() {
+    long h = check(kNodeGetModel(nodePeer, null));
+    if (h == 0) {
+      return null;
+    }
+    if (model != null && model.modelPeer == h) {
+      return model;
+    }
+    Model fresh = new Model(this);
+    check(kNodeGetModel(nodePeer, fresh));
+    return model = fresh;
+  }
+
+  /**
+   * Generates the node's table from its model, if the table needs it.
+   *
+   * @throws KelvaException "usage" for a node without a model; for a model
+   *     that cannot describe the table, the error that stopped the
+   *     generation
+   */
+  public void generateTable() {
+    check(kNodeGenerateTable(nodePeer));
   }
 
   /** The three table natives, which take the Java table to attach last. */

@@ -93,5 +93,76 @@ class ExpressionTest {
     assertFails(ErrorCode.USAGE, a::getNumber);
     assertFails(ErrorCode.USAGE, () -> composite(Operator.NEGATE, a));
     square.close();
+
+    // Operands of a parsed tree are held by it the same way.
+    try (Domain d = twoNodes()) {
+      Model m = d.getNodeByName("B").newModel(List.of());
+      Expression parsed = Expression.parse("max (1, A, 3)", m, null);
+      Expression first = parsed.getOperands().get(0);
+      Expression node = parsed.getOperands().get(1);
+      assertSame(first, parsed.getOperands().get(0));
+      assertSame(d.getNodeByName("A"), node.getNode());
+      Expression kept = composite(Operator.NEGATE, first);
+      parsed.close();
+      assertFalse(node.isAlive());
+      assertTrue(first.isAlive());
+      assertEquals("-1", kept.toString());
+      kept.close();
+      assertFalse(first.isAlive());
+    }
+  }
+
+  @Test
+  void parseErrorsReachTheListener() {
+    try (Domain d = twoNodes()) {
+      Model m = d.getNodeByName("B").newModel(List.of());
+      List<String> reports = new ArrayList<>();
+      ParseListener record = (position, message) -> reports.add(position + ": " + message);
+
+      Expression e = Expression.parse("if (A == \"y\", 1, 2 * 3)", m, record);
+      assertEquals(List.of(), reports);
+      assertEquals("if (A == \"y\", 1, 2 * 3)", e.toString());
+      e.close();
+
+      assertFails(ErrorCode.SYNTAX, () -> Expression.parse("Normal (1, ", m, record));
+      assertEquals(1, reports.size());
+      assertTrue(reports.get(0).startsWith("11: "), reports.get(0));
+      reports.clear();
+      assertFails(ErrorCode.SYNTAX, () -> Expression.parse("Nowhere + 1", m, record));
+      assertEquals(1, reports.size());
+      assertTrue(reports.get(0).contains("Nowhere"), reports.get(0));
+      reports.clear();
+      // Lexical errors (an unterminated text) are "parse".
+      assertFails(ErrorCode.PARSE, () -> Expression.parse("1 + \"open", m, record));
+      assertEquals(1, reports.size());
+
+      // Without a listener the errors are only counted in the code.
+      assertFails(ErrorCode.SYNTAX, () -> Expression.parse("1 +", m, null));
+      assertFails(ErrorCode.USAGE, () -> Expression.parse(null, m, record));
+    }
+  }
+
+  @Test
+  void aListenerThatThrowsEndsTheParseWithItsException() {
+    try (Domain d = twoNodes()) {
+      Model m = d.getNodeByName("B").newModel(List.of());
+      List<String> reports = new ArrayList<>();
+      ParseListener fussy = (position, message) -> {
+        reports.add(message);
+        throw new IllegalStateException("stop at " + position);
+      };
+      IllegalStateException e =
+          assertThrows(IllegalStateException.class, () -> Expression.parse("Normal (1, ", m, fussy));
+      assertEquals("stop at 11", e.getMessage());
+      assertEquals(1, reports.size());
+      assertEquals(ErrorCode.JNI.code(), kErrorCode());
+
+      // The same for a model slot, which keeps its expression.
+      m.setExpression(0, "A == \"x\"", fussy);
+      assertThrows(IllegalStateException.class, () -> m.setExpression(0, "1 +", fussy));
+      assertEquals(ErrorCode.JNI.code(), kErrorCode());
+      assertEquals(2, reports.size());
+      assertEquals("A == \"x\"", m.getExpression(0).toString());
+    }
   }
 }

@@ -85,6 +85,7 @@ class NativeMethodsTest {
     assertEquals(-1L, kTableGetIndexFromConfiguration(0, new long[] {0}));
     assertEquals(ErrorCode.USAGE.code(), kErrorCode());
     assertEquals(117, kExpressionGetOperator(0));
+    assertEquals(-1L, kModelGetNumberOfSamplesPerInterval(0));
     // A null expression prints as the empty text, without error.
     assertEquals("", kExpressionToString(0));
     assertEquals(0, kErrorCode());
