@@ -526,7 +526,8 @@ class NetReader {
     } else if (key == "experience") {
       if (child.category() != K_CATEGORY_CHANCE)
         fail("experience data can only be specified for chance nodes");
-      if (p.chain != nullptr) fail("experience data cannot be specified for chain graph potentials");
+      if (p.chain != nullptr)
+        fail("experience data cannot be specified for chain graph potentials");
       if (p.experience) fail("`experience' attribute specified twice");
       p.experience = true;
       read_parent_table(p, api([&]() -> Table& { return experience_table(child); }));
