@@ -81,6 +81,23 @@ bool reaches_through_functions(const Node& start, bool downwards, Goal goal) {
   return false;
 }
 
+// Whether `node` is a member of a chain-graph component.  Its distribution is
+// then the component's table: it has no table of its own, and its links are
+// fixed by the component.
+bool in_chain_component(const Node& node) {
+  for (const auto& c : node.domain().chain_components)
+    if (c->members.contains(&node)) return true;
+  return false;
+}
+
+// The tables of chain-graph components that hold `node`.
+std::vector<Table*> component_tables_holding(const Node& node) {
+  std::vector<Table*> result;
+  for (const auto& c : node.domain().chain_components)
+    if (holds(c->table.get(), &node)) result.push_back(c->table.get());
+  return result;
+}
+
 void refuse_parent_sort(const Node& child, const Node& parent) {
   require(child.category() != K_CATEGORY_INSTANCE && parent.category() != K_CATEGORY_INSTANCE);
   if (is_chance_decision_or_utility(child)) {
@@ -110,7 +127,7 @@ bool can_have_table(const Node& node) noexcept {
 }
 
 Table& node_table(Node& node) {
-  require(can_have_table(node));
+  require(can_have_table(node) && (node.table() != nullptr || !in_chain_component(node)));
   if (node.table() != nullptr) return *node.table();
   std::vector<Node*> members;
   if (node.category() != K_CATEGORY_FUNCTION) members = discrete_parents_newest_first(node);
@@ -173,6 +190,7 @@ void add_parent(Node& child, Node& parent) {
   require(&parent.domain() == &domain);
   require(!child.parents().contains(&parent));
   refuse_parent_sort(child, parent);
+  require(!in_chain_component(child));
   if (reaches(child, parent)) throw Error(K_ERROR_CYCLIC_NETWORK);
   if (!functional_dependency_ok(child, parent)) throw Error(K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
 
@@ -202,6 +220,7 @@ void add_parent(Node& child, Node& parent) {
 void remove_parent(Node& child, Node& parent) {
   require(&parent.domain() == &child.domain());
   require(child.parents().contains(&parent));
+  require(!in_chain_component(child));
   EditBatch batch;
   for (Table* t : tables_holding(child, parent)) batch.copy_of(*t).remove_node(&parent);
   batch.commit();
@@ -217,6 +236,7 @@ void switch_parent(Node& child, Node& old_parent, Node& new_parent) {
   require(&old_parent.domain() == &domain && &new_parent.domain() == &domain);
   const std::size_t pos = child.parents().index_of(&old_parent);
   require(pos != NodeList::npos);
+  require(!in_chain_component(child));
   require(!child.parents().contains(&new_parent));
   require(new_parent.kind() == old_parent.kind());
   require(!new_parent.is_discrete() || new_parent.state_count() == old_parent.state_count());
@@ -289,6 +309,7 @@ void reverse_edge(Node& from, Node& to) {
   require(to.parents().contains(&from));
   require(from.category() == K_CATEGORY_CHANCE && from.is_discrete());
   require(to.category() == K_CATEGORY_CHANCE && to.is_discrete());
+  require(!in_chain_component(from) && !in_chain_component(to));
   // Another path from -> ... -> to would become a cycle.
   for (Node* c : from.children())
     if (c != &to && reaches(*c, to)) throw Error(K_ERROR_CYCLIC_NETWORK);
@@ -387,6 +408,8 @@ void set_number_of_states(Node& node, std::size_t count) {
     for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).change_state_count(&node, old, count);
   for (Table* t : node.domain().free_tables())
     if (holds(t, &node)) batch.copy_of(*t).change_state_count(&node, old, count);
+  for (Table* t : component_tables_holding(node))
+    batch.copy_of(*t).change_state_count(&node, old, count);
   node.resize_states(count);
   batch.commit();
   mark_for_generation(node, true);
@@ -422,6 +445,7 @@ void reorder_states(Node& node, const std::vector<const char*>& order) {
     for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).permute_states(&node, new_to_old);
   for (Table* t : node.domain().free_tables())
     if (holds(t, &node)) batch.copy_of(*t).permute_states(&node, new_to_old);
+  for (Table* t : component_tables_holding(node)) batch.copy_of(*t).permute_states(&node, new_to_old);
   node.permute_states(new_to_old);
   batch.commit();
   mark_for_generation(node, true);

@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdlib>
+#include <string>
 #include <map>
 #include <vector>
 
@@ -286,6 +288,44 @@ TEST_F(Structure, DeletingANodeTakesItOutOfItsChildren) {
   EXPECT_EQ(data(tc), (std::vector<double>{0.5, 0.5}));
   EXPECT_EQ(k_domain_get_first_node(d), c);
   EXPECT_EQ(k_domain_get_number_of_chance_nodes(d), 1u);
+}
+
+}  // namespace
+
+namespace {
+
+TEST(ChainComponents, FixTheirLinksAndFollowStateChanges) {
+  const char* text =
+      "node p { states = (\"a\" \"b\"); }\n"
+      "node x { states = (\"0\" \"1\"); }\n"
+      "node y { states = (\"0\" \"1\"); }\n"
+      "potential (p) { data = (0.5 0.5); }\n"
+      "potential (x y | p) { data = (((1 2) (3 4)) ((5 6) (7 8))); }\n";
+  k_domain_t d = k_net_parse_domain_string(text, nullptr, nullptr);
+  ASSERT_NE(d, nullptr) << k_error_name(k_error_code());
+  k_node_t p = k_domain_get_node_by_name(d, "p");
+  k_node_t x = k_domain_get_node_by_name(d, "x");
+  k_node_t y = k_domain_get_node_by_name(d, "y");
+  // Members have no table of their own and their links stay as they are.
+  EXPECT_EQ(k_node_get_table(x), nullptr);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NE(k_node_remove_parent(x, p), 0);
+  EXPECT_NE(k_node_add_parent(y, k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE,
+                                                   K_SUBTYPE_LABEL)),
+            0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  // The component's table follows the states of its nodes.
+  ASSERT_EQ(k_node_set_number_of_states(p, 3), 0);
+  char* net = k_domain_to_net_string(d);
+  ASSERT_NE(net, nullptr);
+  const std::string written(net);
+  EXPECT_NE(written.find("data = ((( 1 2 )"), std::string::npos) << written;
+  EXPECT_NE(written.find("(( 0 0 )\t%  p=<2>  x=0"), std::string::npos) << written;
+  std::free(net);
+  // Deleting a member takes the component with it.
+  ASSERT_EQ(k_node_delete(y), 0);
+  EXPECT_EQ(k_node_get_table(x) != nullptr, true);
+  k_domain_delete(d);
 }
 
 }  // namespace
