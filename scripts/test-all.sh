@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test suite through
-# CTest: the release and debug builds (GoogleTest, JUnit, tool tests), then
-# the AddressSanitizer + UndefinedBehaviorSanitizer build.  Runs every preset
-# even after a failure and exits non-zero when anything failed.
+# CTest: the release build (GoogleTest, JUnit, tool tests), then the
+# AddressSanitizer + UndefinedBehaviorSanitizer build, then every fuzz target
+# briefly.  Runs every step even after a failure and exits non-zero when
+# anything failed.
 #
-# Environment: KELVA_PRESETS (default "release debug sanitize"), KELVA_JOBS
-# (default 2), KELVA_SHARED_DIR (default ../shared beside the checkout).
+# Environment: KELVA_PRESETS (default "release sanitize"; "debug" is the
+# third), KELVA_JOBS (default 2), KELVA_SHARED_DIR (default ../shared beside
+# the checkout), KELVA_FUZZ_SECONDS (default 20 per target; 0 skips fuzzing).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 repo=$(pwd)
@@ -13,7 +15,7 @@ repo=$(pwd)
 bash scripts/setup.sh
 
 export KELVA_SHARED_DIR=${KELVA_SHARED_DIR:-$(dirname "$repo")/shared}
-read -r -a presets <<<"${KELVA_PRESETS:-release debug sanitize}"
+read -r -a presets <<<"${KELVA_PRESETS:-release sanitize}"
 jobs=${KELVA_JOBS:-2}
 logs=$(mktemp -d)
 trap 'rm -rf "$logs"' EXIT
@@ -51,6 +53,17 @@ start=$SECONDS
 for preset in "${presets[@]}"; do
   run_preset "$preset"
 done
+
+fuzz_seconds=${KELVA_FUZZ_SECONDS:-20}
+if ((fuzz_seconds > 0)); then
+  echo "=== fuzz targets, $fuzz_seconds s each"
+  if KELVA_FUZZ_SECONDS=$fuzz_seconds bash scripts/fuzz-all.sh; then
+    summaries+=("fuzz: every target ran clean")
+  else
+    summaries+=("fuzz: failed")
+    broken+=("fuzz")
+  fi
+fi
 
 echo "=== summary ($((SECONDS - start)) s)"
 printf '%s\n' "${summaries[@]}"
