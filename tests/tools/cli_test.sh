@@ -91,6 +91,13 @@ checks=$((checks + 1))
 diff <(tail -n +2 "$work/nodes_file.out") <(tail -n +2 "$expected/nodes-asia.tsv") >/dev/null ||
   fail "nodes: the converted file reads back differently"
 
+# bench: one tab-separated line per measurement.
+run bench_asia bench "$work/asia1.net" --repeat 1
+expect_status bench_asia 0
+checks=$((checks + 1))
+[[ $(cut -f1 "$work/bench_asia.out" | tr '\n' ',') == "file,read bytes,parse,write string," ]] ||
+  fail "bench: unexpected lines: $(cat "$work/bench_asia.out")"
+
 # Reader messages come as FILE:LINE: MESSAGE, then the library error.
 printf 'net\n{\n}\nnode a\n{\n    states = ("x" "y")\n}\n' >"$work/bad.net"
 run bad_file nodes "$work/bad.net"
@@ -119,6 +126,8 @@ usage_case bad_command "unknown command 'node'" node --example asia
 usage_case no_network "no network given (use FILE or --example NAME)" nodes
 usage_case both_sources "give either a file or --example NAME, not both" nodes a.net --example asia
 usage_case no_output "no output file given (use -o FILE)" convert --example asia
+usage_case bench_example "bench needs a NET file" bench --example asia
+usage_case bad_repeat "--repeat needs a count from 1 to 1000" bench a.net --repeat 0
 usage_case output_for_nodes "unknown option '-o'" nodes --example asia -o x.net
 usage_case bad_example "unknown example 'nowhere' (known: asia)" nodes --example nowhere
 usage_case bad_format "unknown format 'xml' (use text or tsv)" nodes --example asia --format xml

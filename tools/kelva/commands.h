@@ -18,4 +18,7 @@ void run_nodes(std::FILE* out, const Options& options);
 /// Reads the chosen network and writes it as a NET file.
 void run_convert(const Options& options);
 
+/// Times reading a NET file's bytes, parsing it and writing it as text.
+void run_bench(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -12,11 +12,14 @@ constexpr const char* usage_text = R"HELP(usage: kelva --help
        kelva --version
        kelva nodes (FILE.net | --example NAME) [--format text|tsv]
        kelva convert (FILE.net | --example NAME) -o OUT.net
+       kelva bench FILE.net [--repeat N]
 
 Commands:
   nodes      print a network's nodes with their states and tables, then its
              links
   convert    read a network and write it as a NET file
+  bench      time reading FILE's bytes, parsing it and writing it as text
+             (best of N runs, default 3), one tab-separated line each
 
 Options:
   FILE.net            read the network from a NET file; the reader's
@@ -24,6 +27,7 @@ Options:
   --example NAME      use a network bundled with kelva (see below)
   --format text|tsv   output format of nodes (default text)
   -o OUT.net          where convert writes
+  --repeat N          how often bench repeats each measurement
   -h, --help          print this help
   --version           print "kelva" and the library version
 

@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <cstdlib>
 #include <optional>
 #include <string_view>
 
@@ -30,6 +31,15 @@ Format parse_format(std::string_view value) {
   throw UsageError("unknown format '" + std::string(value) + "' (use text or tsv)");
 }
 
+/// Reads the value of --repeat: a count from 1 to 1000.
+int parse_repeat(const std::string& value) {
+  char* end = nullptr;
+  const long n = std::strtol(value.c_str(), &end, 10);
+  if (value.empty() || *end != '\0' || n < 1 || n > 1000)
+    throw UsageError("--repeat needs a count from 1 to 1000");
+  return static_cast<int>(n);
+}
+
 }  // namespace
 
 Options parse_options(std::span<const char* const> args) {
@@ -46,6 +56,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::nodes;
   } else if (command == "convert") {
     options.command = Command::convert;
+  } else if (command == "bench") {
+    options.command = Command::bench;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -61,6 +73,9 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--format")) {
       if (options.command != Command::nodes) throw UsageError("unknown option '--format'");
       options.format = parse_format(*value);
+    } else if (auto value = option_value(args, i, "--repeat")) {
+      if (options.command != Command::bench) throw UsageError("unknown option '--repeat'");
+      options.repeat = parse_repeat(*value);
     } else if (auto value = option_value(args, i, "-o")) {
       if (options.command != Command::convert) throw UsageError("unknown option '-o'");
       options.output = *value;
@@ -76,6 +91,8 @@ Options parse_options(std::span<const char* const> args) {
     throw UsageError("give either a file or --example NAME, not both");
   if (options.source.example.empty() && options.source.file.empty())
     throw UsageError("no network given (use FILE or --example NAME)");
+  if (options.command == Command::bench && options.source.file.empty())
+    throw UsageError("bench needs a NET file");
   if (options.command == Command::convert && options.output.empty())
     throw UsageError("no output file given (use -o FILE)");
   return options;

@@ -6,7 +6,7 @@
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert };
+enum class Command { help, version, nodes, convert, bench };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -26,6 +26,8 @@ struct Options {
   Format format = Format::text;
   /// Where `convert` writes its NET file.
   std::string output;
+  /// How often `bench` repeats each measurement (the best time counts).
+  int repeat = 3;
 };
 
 /// Parses the arguments after the program name; throws UsageError.
