@@ -43,9 +43,16 @@ for name in "${names[@]}"; do
   if [[ -d fuzz/corpus/$name ]]; then
     cp -r "fuzz/corpus/$name/." "$run/corpus/"
   fi
+  # The NET reader is also seeded with the shared networks, read in place
+  # (libFuzzer writes new inputs to the first folder only).
+  seeds=()
+  shared=${KELVA_SHARED_DIR:-$(cd .. && pwd)/shared}
+  if [[ $name == net && -d $shared/nets ]]; then
+    seeds+=("$shared/nets")
+  fi
   status=0
   "$build/${name}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
-    -artifact_prefix="$run/" "$run/corpus" >"$run/log" 2>&1 || status=$?
+    -artifact_prefix="$run/" "$run/corpus" "${seeds[@]}" >"$run/log" 2>&1 || status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$run/log" | tail -n 1)
   coverage=$(grep -o 'cov: [0-9]*' "$run/log" | tail -n 1 || true)
   if ((status != 0)) || grep -qE 'ERROR: (AddressSanitizer|LeakSanitizer|libFuzzer)|runtime error:' "$run/log"; then
