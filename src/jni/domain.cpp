@@ -1,34 +1,11 @@
 // Hand-written domain natives: deletion (the domain dies inside the call),
 // node creation with its Java peer, and the log file's UTF-16 name.
-#include <string>
-
 #include "jni/jni_util.h"
 #include "model/node.h"
 #include "natives.h"
-#include "platform/file.h"
 
 using namespace kelva;
 using namespace kelva::jni;
-
-namespace {
-
-// Looks up and caches the "nodePeer" field and the node class on the first
-// node of a domain.  False with "jni" or "no_memory" set on failure.
-bool cache_node_field(JNIEnv* env, JniContext& context, jobject jnode) {
-  void*& id = context.field_ids[static_cast<int>(PeerField::node)];
-  if (id != nullptr) return true;
-  LocalRef<jclass> cls(env, env->GetObjectClass(jnode));
-  if (context.node_class == nullptr) {
-    GlobalRef node_class(env, cls.get());
-    if (!node_class) return fail_with(K_ERROR_NO_MEMORY, false);
-    context.node_class = node_class.release();
-  }
-  id = env->GetFieldID(cls.get(), "nodePeer", "J");
-  if (id == nullptr) return fail_with(K_ERROR_JNI, false);
-  return true;
-}
-
-}  // namespace
 
 extern "C" {
 
@@ -69,14 +46,9 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSetL
                                                                                        jstring jfile_name,
                                                                                        jint jappend) {
   return guard<jint>(1, [&]() -> jint {
-    auto domain = from_jlong<k_domain_t>(jdomain);
-    if (jfile_name == nullptr) return k_domain_set_log_file(domain, nullptr, jappend);
-    // File names go through UTF-16: modified UTF-8 would mangle characters
-    // outside the basic plane.
-    Utf16 name(env, jfile_name);
-    if (!name.ok()) return fail_with(K_ERROR_JNI, jint{1});
-    const std::string file_name = platform::utf16_to_utf8(name.get(), name.length());
-    return k_domain_set_log_file(domain, file_name.c_str(), jappend);
+    const FileName name(env, jfile_name);
+    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
+    return k_domain_set_log_file(from_jlong<k_domain_t>(jdomain), name.get(), jappend);
   });
 }
 

@@ -3,12 +3,15 @@
 #include <jni.h>
 
 #include <cstddef>
+#include <cstdlib>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "kelva/kelva.h"
 #include "model/error.h"
 #include "model/peer.h"
+#include "platform/file.h"
 
 // Small RAII helpers for the native methods.  Every JNI resource a native
 // takes is released on every path, and no C++ exception leaves a native.
@@ -90,6 +93,46 @@ class Utf16 {
   jsize length_;
   const jchar* chars_;
 };
+
+/// A Java file name as the engine takes it: the string's UTF-16 characters
+/// as UTF-8 (modified UTF-8 would mangle characters outside the basic
+/// plane).  A null string gives a null name.  error() is "jni" when the JVM
+/// could not provide the characters and "io" for a name with a NUL
+/// character, which no file has (cut there, it could name another file).
+/// May throw std::bad_alloc.
+class FileName {
+ public:
+  FileName(JNIEnv* env, jstring jname) {
+    if (jname == nullptr) return;
+    Utf16 chars(env, jname);
+    if (!chars.ok()) {
+      error_ = K_ERROR_JNI;
+      return;
+    }
+    name_ = platform::utf16_to_utf8(chars.get(), chars.length());
+    if (name_.find('\0') != std::string::npos) error_ = K_ERROR_IO;
+    null_ = false;
+  }
+
+  k_error_t error() const noexcept { return error_; }
+  const char* get() const noexcept { return null_ ? nullptr : name_.c_str(); }
+
+ private:
+  std::string name_;
+  bool null_ = true;
+  k_error_t error_ = K_ERROR_NONE;
+};
+
+/// A malloc'ed engine text as a new Java string; the text is freed.  A null
+/// text gives a null string; when the string cannot be made, the code is
+/// "jni" and the result null.
+inline jstring take_text(JNIEnv* env, char* text) noexcept {
+  if (text == nullptr) return nullptr;
+  jstring s = env->NewStringUTF(text);
+  std::free(text);
+  if (s == nullptr) k_error_set(K_ERROR_JNI);
+  return s;
+}
 
 /// The elements of a non-null Java double array for the duration of a call.
 /// Changes are copied back only after commit(); otherwise (and always for a
@@ -190,6 +233,11 @@ JniContext* context_of(k_domain_t domain) noexcept;
 JniContext* context_of(k_node_t node) noexcept;
 JniContext* context_of(k_table_t table) noexcept;
 JniContext* context_of(k_model_t model) noexcept;
+
+/// Looks up and caches the "nodePeer" field identifier and a global
+/// reference to the Java node class (from `jnode`, a Java node) on the
+/// domain's first node.  False with "jni" or "no_memory" set on failure.
+bool cache_node_field(JNIEnv* env, JniContext& context, jobject jnode) noexcept;
 
 /// Makes `jpeer` the Java peer kept in `peer`, an engine object of the
 /// domain with `context`: a no-op when it already is; otherwise an earlier

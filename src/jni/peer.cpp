@@ -58,6 +58,20 @@ JniContext* context_of(k_model_t model) noexcept {
   return m != nullptr && m->is(ObjectTag::model) ? &m->owner().domain().jni() : nullptr;
 }
 
+bool cache_node_field(JNIEnv* env, JniContext& context, jobject jnode) noexcept {
+  void*& id = context.field_ids[static_cast<int>(PeerField::node)];
+  if (id != nullptr) return true;
+  LocalRef<jclass> cls(env, env->GetObjectClass(jnode));
+  if (context.node_class == nullptr) {
+    GlobalRef node_class(env, cls.get());
+    if (!node_class) return fail_with(K_ERROR_NO_MEMORY, false);
+    context.node_class = node_class.release();
+  }
+  id = env->GetFieldID(cls.get(), "nodePeer", "J");
+  if (id == nullptr) return fail_with(K_ERROR_JNI, false);
+  return true;
+}
+
 bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& peer, jobject jpeer,
                  jlong handle) noexcept {
   static const char* const names[kPeerFieldCount] = {"nodePeer", "tablePeer", "cliquePeer", "jtPeer",
