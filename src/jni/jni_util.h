@@ -248,7 +248,10 @@ bool cache_node_field(JNIEnv* env, JniContext& context, jobject jnode) noexcept;
 bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& peer, jobject jpeer,
                  jlong handle) noexcept;
 
-/// attach_peer for a live table ("tablePeer") and a live model ("modelPeer").
+/// attach_peer for a live node ("nodePeer", which also caches the Java node
+/// class in the domain), a live table ("tablePeer") and a live model
+/// ("modelPeer").
+bool attach_node_peer(JNIEnv* env, k_node_t node, jobject jnode) noexcept;
 bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept;
 bool attach_model_peer(JNIEnv* env, k_model_t model, jobject jmodel) noexcept;
 

@@ -1,5 +1,6 @@
-// Hand-written node natives: state reordering (an array of Java strings) and
-// the node's tables, which get their Java peers here.
+// Hand-written node natives: state reordering (an array of Java strings),
+// Java peers for nodes the engine made, and the node's tables, which get
+// their Java peers here.
 #include <string>
 #include <vector>
 
@@ -51,6 +52,15 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeReorde
     EnvScope scope(env, context_of(node));
     return k_node_reorder_states(node, order.data());
   });
+}
+
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeAttachPeer(JNIEnv* env, jclass,
+                                                                                     jlong jnode,
+                                                                                     jobject jpeer) {
+  auto node = from_jlong<k_node_t>(jnode);
+  if (context_of(node) == nullptr || jpeer == nullptr) return fail_with(K_ERROR_USAGE, jint{1});
+  k_error_set(K_ERROR_NONE);
+  return attach_node_peer(env, node, jpeer) ? 0 : 1;
 }
 
 JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetTable(JNIEnv* env, jclass,

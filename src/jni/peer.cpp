@@ -95,6 +95,13 @@ bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& pee
   return true;
 }
 
+bool attach_node_peer(JNIEnv* env, k_node_t node, jobject jnode) noexcept {
+  auto* n = reinterpret_cast<Node*>(node);
+  JniContext& context = n->domain().jni();
+  if (jnode != nullptr && !cache_node_field(env, context, jnode)) return false;
+  return attach_peer(env, context, PeerField::node, n->peer, jnode, to_jlong(n));
+}
+
 bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
   auto* t = reinterpret_cast<Table*>(table);
   return attach_peer(env, t->domain().jni(), PeerField::table, t->peer, jtable, to_jlong(t));

@@ -256,8 +256,10 @@ void write_cpp(const std::vector<Native>& natives, const std::filesystem::path& 
 
 std::string javadoc_of(const Native& n) {
   std::ostringstream s;
-  if (n.function == "-")
+  if (n.function == "-" && (n.name == "kNewList" || n.name.rfind("kList", 0) == 0))
     s << "Engine list access (no argument checks, error code unchanged).";
+  else if (n.function == "-")
+    s << "An operation of the native layer itself, with no engine counterpart.";
   else
     s << "Calls the engine operation {@code " << n.function << "}"
       << (n.kind == "custom" ? ", with the conversions of the native layer." : ".");
