@@ -10,7 +10,9 @@ import java.util.Map;
 
 /**
  * A network: its nodes, attributes, layout defaults and the settings of
- * parallel table operations.  A domain owns its nodes and their tables;
+ * parallel table operations.  A domain is made empty or read from NET text
+ * ({@link #fromNetFile}, {@link #fromNetString}).  A domain owns its nodes
+ * and their tables;
  * {@link #close()} frees them all, after which every {@link Node} and
  * {@link Table} of the domain is dead.  A domain is used by one thread at a
  * time.
@@ -29,6 +31,61 @@ public final class Domain implements AutoCloseable {
    */
   public Domain() {
     handle = check(kNewDomain());
+  }
+
+  /**
+   * A domain the engine has read, with a Java node for each of its nodes.
+   * When a node cannot get its Java peer, the domain is deleted again.
+   */
+  private Domain(long handle) {
+    this.handle = handle;
+    try {
+      for (long n = check(kDomainGetFirstNode(handle)); n != 0; n = check(kNodeGetNext(n))) {
+        Node node = new Node(this);
+        check(kNodeAttachPeer(n, node));
+        nodes.put(n, node);
+      }
+    } catch (RuntimeException e) {
+      try {
+        close();
+      } catch (RuntimeException suppressed) {
+        e.addSuppressed(suppressed);
+      }
+      throw e;
+    }
+  }
+
+  /**
+   * Reads a domain from a NET file.  The domain keeps the file's name (see
+   * {@link #getFileName()}).
+   *
+   * @param fileName the file
+   * @param listener receives each error and warning with its line number;
+   *     may be null
+   * @return the domain
+   * @throws KelvaException "io" when the file cannot be read, "parse" when
+   *     the text has errors, "usage" for a null name
+   * @throws RuntimeException what the listener threw; no domain is made and
+   *     the listener hears nothing more
+   */
+  public static Domain fromNetFile(String fileName, ParseListener listener) {
+    return new Domain(check(kNetParseDomain(fileName, listener)));
+  }
+
+  /**
+   * Reads a domain from NET text.
+   *
+   * @param text the text
+   * @param listener receives each error and warning with the number of
+   *     characters read when it was found; may be null
+   * @return the domain
+   * @throws KelvaException "parse" when the text has errors, "usage" for
+   *     null
+   * @throws RuntimeException what the listener threw; no domain is made and
+   *     the listener hears nothing more
+   */
+  public static Domain fromNetString(String text, ParseListener listener) {
+    return new Domain(check(kNetParseDomainString(text, listener)));
   }
 
   /** The engine handle (0 once closed). */
@@ -330,5 +387,37 @@ public final class Domain implements AutoCloseable {
    */
   public void generateTables() {
     check(kDomainGenerateTables(handle));
+  }
+
+  /**
+   * Writes the domain as NET text to a file, which the domain then keeps as
+   * its file name.
+   *
+   * @param fileName the file, replaced if it exists
+   * @throws KelvaException "io" when the file cannot be written, "usage" for
+   *     a null name
+   */
+  public void saveAsNet(String fileName) {
+    check(kDomainSaveAsNet(handle, fileName));
+  }
+
+  /**
+   * The domain as NET text, as {@link #saveAsNet} writes it.
+   *
+   * @return the text
+   * @throws KelvaException when the domain is closed
+   */
+  public String toNetString() {
+    return check(kDomainToNetString(handle));
+  }
+
+  /**
+   * The file the domain was read from or last saved to.
+   *
+   * @return the file name, or null when there is none
+   * @throws KelvaException when the domain is closed
+   */
+  public String getFileName() {
+    return check(kDomainGetFileName(handle));
   }
 }

@@ -7,7 +7,8 @@ import java.util.List;
 
 /**
  * A node of a domain: one variable (chance, decision, utility, function) or
- * one instance of a class.  Made by {@link Domain#newNode}.  A node dies when
+ * one instance of a class.  Made by {@link Domain#newNode} or by reading a
+ * domain from NET text.  A node dies when
  * it is deleted or its domain is closed; every method of a dead node throws
  * a {@link KelvaException} with the code {@link ErrorCode#USAGE}.
  */
