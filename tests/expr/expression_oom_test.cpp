@@ -2,42 +2,18 @@
 // allocation fails, for N = 0, 1, ... until the call succeeds; each failure
 // must give "no_memory" and leave nothing behind (the sanitizer build checks
 // for leaks).
-//
-// This file replaces the global operator new of the test program; other
-// suites of this program can arm it through kelva::test::fail_allocation.
+
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <new>
 #include <string>
 
+#include "common/fail_new.h"
 #include "expr/expression_fixture.h"
 #include "expr/model.h"
 
-namespace {
-
-// Allocations left before the failing one; negative when disarmed.
-thread_local long g_allocations_left = -1;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (g_allocations_left == 0) {
-    g_allocations_left = -1;
-    throw std::bad_alloc();
-  }
-  if (g_allocations_left > 0) --g_allocations_left;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-
 namespace kelva::test {
-
-/// Makes allocation number `after` (0: the next one) of this thread fail;
-/// negative disarms.
-void fail_allocation(long after) { g_allocations_left = after; }
 
 namespace {
 
@@ -52,10 +28,10 @@ constexpr const char* kText =
 template <class F>
 int until_success(F&& attempt) {
   for (long n = 0;; ++n) {
-    fail_allocation(n);
+    fail_allocation_after(n);
     const bool ok = attempt();
-    const bool armed = g_allocations_left >= 0;
-    fail_allocation(-1);
+    const bool armed = allocations_left() >= 0;
+    fail_allocation_after(-1);
     if (ok) {
       EXPECT_TRUE(armed) << "succeeded although allocation " << n << " failed";
       return static_cast<int>(n);

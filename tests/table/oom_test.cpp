@@ -3,32 +3,12 @@
 // domain exactly as it was.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <functional>
-#include <new>
 #include <sstream>
 #include <string>
 
+#include "common/fail_new.h"
 #include "kelva/kelva.h"
-
-namespace {
-
-// Allocations left before the failing one; negative when disarmed.
-thread_local long g_allocations_left = -1;
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (g_allocations_left == 0) {
-    g_allocations_left = -1;
-    throw std::bad_alloc();
-  }
-  if (g_allocations_left > 0) --g_allocations_left;
-  if (void* p = std::malloc(size == 0 ? 1 : size)) return p;
-  throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
 
 namespace {
 
@@ -65,10 +45,10 @@ std::string snapshot(k_domain_t d) {
 int fail_each_allocation(k_domain_t d, const std::function<k_status_t()>& op) {
   for (int n = 0;; ++n) {
     const std::string before = snapshot(d);
-    g_allocations_left = n;
+    kelva::test::fail_allocation_after(n);
     const k_status_t status = op();
-    const bool failed = g_allocations_left == -1 && status != 0;
-    g_allocations_left = -1;
+    const bool failed = kelva::test::allocations_left() == -1 && status != 0;
+    kelva::test::fail_allocation_after(-1);
     if (status == 0) return n;
     EXPECT_TRUE(failed) << "failed without running out of memory at " << n;
     EXPECT_EQ(k_error_code(), K_ERROR_NO_MEMORY) << n;

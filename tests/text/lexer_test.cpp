@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "fail_new.h"
+#include "common/fail_new.h"
 
 namespace kelva {
 namespace {

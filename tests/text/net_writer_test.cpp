@@ -19,7 +19,7 @@
 
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "fail_new.h"
+#include "common/fail_new.h"
 #include "kelva/kelva.h"
 #include "model/domain.h"
 #include "model/error.h"

@@ -14,6 +14,8 @@ namespace kelva::test {
 
 void fail_allocation_after(long count) noexcept { g_allocations_left = count; }
 
+long allocations_left() noexcept { return g_allocations_left; }
+
 }  // namespace kelva::test
 
 void* operator new(std::size_t size) {
