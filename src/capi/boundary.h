@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "kelva/kelva.h"
+#include "expr/expression.h"
+#include "expr/model.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -59,12 +61,24 @@ inline Attribute& get(k_attribute_t h) {
   require(p != nullptr && p->is(ObjectTag::attribute));
   return *p;
 }
+inline Expression& get(k_expression_t h) {
+  auto* p = reinterpret_cast<Expression*>(h);
+  require(p != nullptr && p->is(ObjectTag::expression));
+  return *p;
+}
+inline Model& get(k_model_t h) {
+  auto* p = reinterpret_cast<Model*>(h);
+  require(p != nullptr && p->is(ObjectTag::model));
+  return *p;
+}
 
 /// Engine object to handle.
 inline k_domain_t handle(Domain* p) noexcept { return reinterpret_cast<k_domain_t>(p); }
 inline k_node_t handle(Node* p) noexcept { return reinterpret_cast<k_node_t>(p); }
 inline k_table_t handle(Table* p) noexcept { return reinterpret_cast<k_table_t>(p); }
 inline k_attribute_t handle(Attribute* p) noexcept { return reinterpret_cast<k_attribute_t>(p); }
+inline k_expression_t handle(Expression* p) noexcept { return reinterpret_cast<k_expression_t>(p); }
+inline k_model_t handle(Model* p) noexcept { return reinterpret_cast<k_model_t>(p); }
 /// A null-ended engine node list as a C list.
 inline k_node_t* handle(Node* const* list) noexcept {
   return reinterpret_cast<k_node_t*>(const_cast<Node**>(list));

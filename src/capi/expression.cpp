@@ -18,23 +18,9 @@ using kelva::require;
 
 namespace {
 
-Expression& expression(k_expression_t h) {
-  auto* p = reinterpret_cast<Expression*>(h);
-  require(p != nullptr && p->is(kelva::ObjectTag::expression));
-  return *p;
-}
-
-kelva::Model& model(k_model_t h) {
-  auto* p = reinterpret_cast<kelva::Model*>(h);
-  require(p != nullptr && p->is(kelva::ObjectTag::model));
-  return *p;
-}
-
-k_expression_t handle_of(Expression* e) noexcept { return reinterpret_cast<k_expression_t>(e); }
-
 // A leaf of operator `op`, or Error(usage).
 Expression& leaf(k_expression_t h, int op) {
-  Expression& e = expression(h);
+  Expression& e = get(h);
   require(e.op() == op);
   return e;
 }
@@ -45,45 +31,45 @@ extern "C" {
 
 k_expression_t k_number_make_expression(double number) {
   return guard<k_expression_t>(nullptr,
-                               [&] { return handle_of(ExpressionFactory::number(number)); });
+                               [&] { return handle(ExpressionFactory::number(number)); });
 }
 
 k_expression_t k_label_make_expression(const char* label) {
   return guard<k_expression_t>(nullptr,
-                               [&] { return handle_of(ExpressionFactory::label(label)); });
+                               [&] { return handle(ExpressionFactory::label(label)); });
 }
 
 k_expression_t k_boolean_make_expression(int value) {
   return guard<k_expression_t>(nullptr,
-                               [&] { return handle_of(ExpressionFactory::boolean(value != 0)); });
+                               [&] { return handle(ExpressionFactory::boolean(value != 0)); });
 }
 
 k_expression_t k_node_make_expression(k_node_t node) {
   return guard<k_expression_t>(nullptr,
-                               [&] { return handle_of(ExpressionFactory::node(get(node))); });
+                               [&] { return handle(ExpressionFactory::node(get(node))); });
 }
 
 k_expression_t k_make_composite_expression(k_operator_t op, const k_expression_t* operands) {
   return guard<k_expression_t>(nullptr, [&] {
     require(operands != nullptr);
     std::vector<Expression*> list;
-    for (const k_expression_t* p = operands; *p != nullptr; ++p) list.push_back(&expression(*p));
-    return handle_of(ExpressionFactory::composite(op, list));
+    for (const k_expression_t* p = operands; *p != nullptr; ++p) list.push_back(&get(*p));
+    return handle(ExpressionFactory::composite(op, list));
   });
 }
 
 k_bool_t k_expression_is_composite(k_expression_t e) {
-  return guard<k_bool_t>(-1, [&] { return k_bool_t{expression(e).is_composite() ? 1 : 0}; });
+  return guard<k_bool_t>(-1, [&] { return k_bool_t{get(e).is_composite() ? 1 : 0}; });
 }
 
 k_operator_t k_expression_get_operator(k_expression_t e) {
   return guard<k_operator_t>(K_OP_ERROR,
-                             [&] { return static_cast<k_operator_t>(expression(e).op()); });
+                             [&] { return static_cast<k_operator_t>(get(e).op()); });
 }
 
 k_expression_t* k_expression_get_operands(k_expression_t e) {
   return guard<k_expression_t*>(nullptr, [&] {
-    Expression& x = expression(e);
+    Expression& x = get(e);
     require(x.is_composite());
     return reinterpret_cast<k_expression_t*>(const_cast<Expression**>(x.operands().data()));
   });
@@ -107,7 +93,7 @@ int k_expression_get_boolean(k_expression_t e) {
 
 char* k_expression_to_string(k_expression_t e) {
   return guard<char*>(nullptr, [&] {
-    const Expression* x = e == nullptr ? nullptr : &expression(e);
+    const Expression* x = e == nullptr ? nullptr : &get(e);
     const std::string text = kelva::expression_to_string(x);
     auto* out = static_cast<char*>(std::malloc(text.size() + 1));
     require(out != nullptr, K_ERROR_NO_MEMORY);
@@ -120,13 +106,13 @@ k_expression_t k_string_parse_expression(const char* text, k_model_t m,
                                          k_parse_error_handler_t handler, void* data) {
   return guard<k_expression_t>(nullptr, [&] {
     require(text != nullptr);
-    kelva::Domain& scope = model(m).owner().domain();
-    return handle_of(kelva::parse_expression(text, scope, handler, data));
+    kelva::Domain& scope = get(m).owner().domain();
+    return handle(kelva::parse_expression(text, scope, handler, data));
   });
 }
 
 k_status_t k_expression_delete(k_expression_t e) {
-  return guard_status([&] { ExpressionFactory::release(&expression(e)); });
+  return guard_status([&] { ExpressionFactory::release(&get(e)); });
 }
 
 }  // extern "C"

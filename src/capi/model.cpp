@@ -21,21 +21,6 @@ using kelva::require;
 
 namespace {
 
-Model& model_of(k_model_t h) {
-  auto* p = reinterpret_cast<Model*>(h);
-  require(p != nullptr && p->is(kelva::ObjectTag::model));
-  return *p;
-}
-
-Expression& expression_of(k_expression_t h) {
-  auto* p = reinterpret_cast<Expression*>(h);
-  require(p != nullptr && p->is(kelva::ObjectTag::expression));
-  return *p;
-}
-
-k_model_t handle_of(Model* m) noexcept { return reinterpret_cast<k_model_t>(m); }
-k_expression_t handle_of(Expression* e) noexcept { return reinterpret_cast<k_expression_t>(e); }
-
 bool is_real_function(const Node& n) noexcept {
   return n.category() == K_CATEGORY_FUNCTION && n.kind() == K_KIND_OTHER;
 }
@@ -86,28 +71,28 @@ k_model_t k_node_new_model(k_node_t node, const k_node_t* model_nodes) {
     Model* result = fresh.get();
     owner.model_slot() = std::move(fresh);
     owner.needs_generation = true;
-    return handle_of(result);
+    return handle(result);
   });
 }
 
 k_model_t k_node_get_model(k_node_t node) {
-  return guard<k_model_t>(nullptr, [&] { return handle_of(get(node).model()); });
+  return guard<k_model_t>(nullptr, [&] { return handle(get(node).model()); });
 }
 
 k_status_t k_model_delete(k_model_t model) {
   return guard_status([&] {
-    Model& m = model_of(model);
+    Model& m = get(model);
     m.owner().model_slot().reset();
   });
 }
 
 k_node_t* k_model_get_nodes(k_model_t model) {
-  return guard<k_node_t*>(nullptr, [&] { return handle(model_of(model).nodes().data()); });
+  return guard<k_node_t*>(nullptr, [&] { return handle(get(model).nodes().data()); });
 }
 
 k_size_t k_model_get_size(k_model_t model) {
   return guard<k_size_t>(K_SIZE_ERROR, [&] {
-    const std::uint64_t size = model_of(model).size();
+    const std::uint64_t size = get(model).size();
     require(size != kelva::kSizeTooLarge, K_ERROR_SIZE_TOO_LARGE);
     return size;
   });
@@ -115,16 +100,16 @@ k_size_t k_model_get_size(k_model_t model) {
 
 k_status_t k_model_set_expression(k_model_t model, k_size_t index, k_expression_t expression) {
   return guard_status([&] {
-    Model& m = model_of(model);
+    Model& m = get(model);
     require(index < m.size());
-    store(m, index, expression == nullptr ? nullptr : &expression_of(expression));
+    store(m, index, expression == nullptr ? nullptr : &get(expression));
   });
 }
 
 k_status_t k_model_set_expression_from_string(k_model_t model, k_size_t index, const char* text,
                                               k_parse_error_handler_t handler, void* data) {
   return guard_status([&] {
-    Model& m = model_of(model);
+    Model& m = get(model);
     require(index < m.size() && text != nullptr);
     Expression* e = kelva::parse_expression(text, m.owner().domain(), handler, data);
     try {
@@ -138,15 +123,15 @@ k_status_t k_model_set_expression_from_string(k_model_t model, k_size_t index, c
 
 k_expression_t k_model_get_expression(k_model_t model, k_size_t index) {
   return guard<k_expression_t>(nullptr, [&] {
-    const Model& m = model_of(model);
+    const Model& m = get(model);
     require(index < m.size());
-    return handle_of(m.expression(index));
+    return handle(m.expression(index));
   });
 }
 
 k_status_t k_model_set_number_of_samples_per_interval(k_model_t model, k_size_t count) {
   return guard_status([&] {
-    Model& m = model_of(model);
+    Model& m = get(model);
     require(count > 0);
     m.samples_per_interval = count;
     if (!is_real_function(m.owner())) m.owner().needs_generation = true;
@@ -154,19 +139,19 @@ k_status_t k_model_set_number_of_samples_per_interval(k_model_t model, k_size_t 
 }
 
 k_size_t k_model_get_number_of_samples_per_interval(k_model_t model) {
-  return guard<k_size_t>(K_SIZE_ERROR, [&] { return model_of(model).samples_per_interval; });
+  return guard<k_size_t>(K_SIZE_ERROR, [&] { return get(model).samples_per_interval; });
 }
 
 k_bool_t k_model_table_is_generated(k_model_t model) {
-  return guard<k_bool_t>(-1, [&] { return model_of(model).owner().needs_generation ? 1 : 0; });
+  return guard<k_bool_t>(-1, [&] { return get(model).owner().needs_generation ? 1 : 0; });
 }
 
 k_status_t k_model_set_backpointer(k_model_t model, void* data) {
-  return guard_status([&] { model_of(model).backpointer = data; });
+  return guard_status([&] { get(model).backpointer = data; });
 }
 
 void* k_model_get_backpointer(k_model_t model) {
-  return guard<void*>(nullptr, [&] { return model_of(model).backpointer; });
+  return guard<void*>(nullptr, [&] { return get(model).backpointer; });
 }
 
 k_status_t k_node_generate_table(k_node_t node) {

@@ -58,18 +58,18 @@ struct Layout {
   std::uint64_t size = 1;
 };
 
-Layout layout_of(const NetTableText& spec) {
-  const std::size_t k = spec.order.size();
+Layout layout_of(const NetTableText& table_text) {
+  const std::size_t k = table_text.order.size();
   Layout layout;
   layout.counts.resize(k);
   layout.strides.assign(k, 0);
-  if (spec.table == nullptr) {
+  if (table_text.table == nullptr) {
     for (std::size_t i = 0; i < k; ++i) {
-      layout.counts[i] = spec.order[i]->state_count();
+      layout.counts[i] = table_text.order[i]->state_count();
       layout.size = sat_mul(layout.size, layout.counts[i]);
     }
   } else {
-    const Table& table = *spec.table;
+    const Table& table = *table_text.table;
     const std::size_t m = table.discrete_count();
     // The written order must be a permutation of the table's discrete nodes.
     require(m == k, K_ERROR_ERROR);
@@ -80,7 +80,7 @@ Layout layout_of(const NetTableText& spec) {
       stride = sat_mul(stride, table.state_counts()[i]);
     }
     for (std::size_t i = 0; i < k; ++i) {
-      const std::size_t pos = table.nodes().index_of(spec.order[i]);
+      const std::size_t pos = table.nodes().index_of(table_text.order[i]);
       require(pos < m, K_ERROR_ERROR);
       layout.counts[i] = table.state_counts()[pos];
       layout.strides[i] = own[pos];
@@ -100,19 +100,19 @@ std::size_t cg_index(const Table& table, const Node* node) {
 
 // "normal ( mean, variance )" for discrete configuration `config` of the
 // table (its own index).
-std::string cg_item(const NetTableText& spec, std::uint64_t config) {
-  const Table* table = spec.table;
+std::string cg_item(const NetTableText& table_text, std::uint64_t config) {
+  const Table* table = table_text.table;
   double mean = 0.0;
   double variance = 0.0;
   std::size_t child = 0;
   if (table != nullptr) {
-    child = cg_index(*table, spec.cg_child);
+    child = cg_index(*table, table_text.cg_child);
     mean = table->mean(config, child);
     variance = table->covariance(config, child, child);
   }
   std::string text;
   if (mean != 0.0) text = format_number("%.8G", mean);
-  for (const Node* parent : spec.cg_parents) {
+  for (const Node* parent : table_text.cg_parents) {
     const double c = table == nullptr ? 0.0 : table->coefficient(config, cg_index(*table, parent));
     if (c == 0.0) continue;
     if (text.empty())
@@ -136,12 +136,12 @@ std::string cg_item(const NetTableText& spec, std::uint64_t config) {
 
 }  // namespace
 
-void write_net_table(TextSink& sink, const NetTableText& spec) {
-  const Layout layout = layout_of(spec);
-  const std::size_t k = spec.order.size();
-  const bool cg = spec.cg_child != nullptr;
+void write_net_table(TextSink& sink, const NetTableText& table_text) {
+  const Layout layout = layout_of(table_text);
+  const std::size_t k = table_text.order.size();
+  const bool cg = table_text.cg_child != nullptr;
   const double* data = nullptr;
-  if (!cg && spec.table != nullptr && spec.table->has_data()) data = spec.table->data();
+  if (!cg && table_text.table != nullptr && table_text.table->has_data()) data = table_text.table->data();
 
   // One level of parentheses per discrete node (at least one).  A row is one
   // configuration of the nodes its comment names: all of them when the
@@ -163,13 +163,13 @@ void write_net_table(TextSink& sink, const NetTableText& spec) {
     // Levels up to the changed node stay open; the inner ones open again.
     const std::size_t open = first ? 0 : reopened_from + 1;
     if (!first) {
-      line += spec.row_indent;
+      line += table_text.row_indent;
       line.append(open - 1, ' ');
     }
     line.append(levels - open, '(');
     if (cg) {
       line += ' ';
-      line += cg_item(spec, index());
+      line += cg_item(table_text, index());
     } else if (k == 0) {
       line += ' ';
       line += format_number("%G", data == nullptr ? 0.0 : data[0]);
@@ -186,9 +186,9 @@ void write_net_table(TextSink& sink, const NetTableText& spec) {
       comment = "\t%";
       for (std::size_t n = 0; n < named; ++n) {
         comment += "  ";
-        comment += spec.order[n]->name();
+        comment += table_text.order[n]->name();
         comment += '=';
-        comment += state_text(*spec.order[n], states[n]);
+        comment += state_text(*table_text.order[n], states[n]);
       }
     }
     // Next row: the odometer over the named nodes, last fastest.
