@@ -296,42 +296,42 @@ class NetWriter {
   }
 
   void data_lines(const Node& node, const std::vector<Node*>& parents) {
-    NetTableText spec;
-    spec.table = node.table();
-    spec.row_indent = indent_.data;
+    NetTableText table_text;
+    table_text.table = node.table();
+    table_text.row_indent = indent_.data;
     std::vector<Node*> discrete_parents;
     for (Node* p : parents)
       if (p->is_discrete()) discrete_parents.push_back(p);
-    if (spec.table != nullptr) {
-      spec.order = written_order(*spec.table, {&discrete_parents});
+    if (table_text.table != nullptr) {
+      table_text.order = written_order(*table_text.table, {&discrete_parents});
     } else {
       // Not made yet: the zeros of the table the node would get, over its
       // discrete parents and itself (a function node's is over itself).
-      if (node.category() != K_CATEGORY_FUNCTION) spec.order = discrete_parents;
-      if (node.is_discrete()) spec.order.push_back(const_cast<Node*>(&node));
+      if (node.category() != K_CATEGORY_FUNCTION) table_text.order = discrete_parents;
+      if (node.is_discrete()) table_text.order.push_back(const_cast<Node*>(&node));
     }
     if (node.is_continuous()) {
-      spec.cg_child = const_cast<Node*>(&node);
+      table_text.cg_child = const_cast<Node*>(&node);
       for (Node* p : parents)
-        if (p->is_continuous()) spec.cg_parents.push_back(p);
+        if (p->is_continuous()) table_text.cg_parents.push_back(p);
     }
     // More than one node or a continuous part: "data" stands alone.
-    if (spec.order.size() > 1 || spec.cg_child != nullptr) {
+    if (table_text.order.size() > 1 || table_text.cg_child != nullptr) {
       attribute_line("data\n");
       attribute_line(" = ");
     } else {
       attribute_line("data = ");
     }
-    write_net_table(sink_, spec);
+    write_net_table(sink_, table_text);
   }
 
   void table_line(const char* words, const Table& table, const std::vector<Node*>& parents) {
-    NetTableText spec;
-    spec.table = &table;
-    spec.order = written_order(table, {&parents});
-    spec.row_indent = indent_.data;
+    NetTableText table_text;
+    table_text.table = &table;
+    table_text.order = written_order(table, {&parents});
+    table_text.row_indent = indent_.data;
     attribute_line(words);
-    write_net_table(sink_, spec);
+    write_net_table(sink_, table_text);
   }
 
   void chain_block(const ChainComponent& component) {
@@ -339,18 +339,18 @@ class NetWriter {
     const std::vector<Node*> parents(component.parents.begin(), component.parents.end());
     potential_head(members, parents);
     write_all("\n", indent_.outer, "{\n");
-    NetTableText spec;
-    spec.table = component.table.get();
-    if (spec.table != nullptr) {
-      spec.order = written_order(*spec.table, {&parents, &members});
+    NetTableText table_text;
+    table_text.table = component.table.get();
+    if (table_text.table != nullptr) {
+      table_text.order = written_order(*table_text.table, {&parents, &members});
     } else {
       for (const auto* list : {&parents, &members})
         for (Node* n : *list)
-          if (n->is_discrete()) spec.order.push_back(n);
+          if (n->is_discrete()) table_text.order.push_back(n);
     }
-    spec.row_indent = indent_.data;
+    table_text.row_indent = indent_.data;
     attribute_line("data = ");
-    write_net_table(sink_, spec);
+    write_net_table(sink_, table_text);
     write_all(indent_.outer, "}\n");
   }
 

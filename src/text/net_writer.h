@@ -68,9 +68,9 @@ struct NetTableText {
   const char* row_indent = "\t";
 };
 
-/// Writes the nested table text of `spec` (from the first "(" to the final
+/// Writes the nested table text of `table_text` (from the first "(" to the final
 /// ";" and its comment, newline included), permuting the table's values
-/// from its own node order to `spec.order`.
-void write_net_table(TextSink& sink, const NetTableText& spec);
+/// from its own node order to `table_text.order`.
+void write_net_table(TextSink& sink, const NetTableText& table_text);
 
 }  // namespace kelva
