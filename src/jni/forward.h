@@ -12,7 +12,7 @@
 
 // The one shape of the generated natives: convert each Java argument to the
 // engine function's parameter type, call it, convert the result.  The Java
-// types come from natives.list and the C types from the function itself; a
+// types come from the native lists and the C types from the function itself; a
 // disagreement fails to compile.
 
 namespace kelva::jni {
@@ -138,7 +138,7 @@ JR step(JNIEnv* env, JR failure, const JArgs& jargs, Cs... cs) noexcept {
     using C = std::tuple_element_t<I, Params>;
     using J = std::tuple_element_t<I, JArgs>;
     static_assert(std::is_same_v<java_t<C>, J>,
-                  "natives.list: a parameter's Java type does not match the engine function");
+                  "native list: a parameter's Java type does not match the engine function");
     In<C> in(env, std::get<I>(jargs));
     if (!in.ok()) return fail_with(K_ERROR_JNI, failure);
     return step<F, B, JR, I + 1>(env, failure, jargs, cs..., in.get());
@@ -155,9 +155,9 @@ template <auto F, Bracket B, class JR, class... J>
 JR forward(JNIEnv* env, JR failure, J... jargs) noexcept {
   using Sig = Signature<decltype(F)>;
   static_assert(std::tuple_size_v<typename Sig::params> == sizeof...(J),
-                "natives.list: the parameter count differs from the engine function");
+                "native list: the parameter count differs from the engine function");
   static_assert(std::is_same_v<java_t<typename Sig::result>, JR>,
-                "natives.list: the return type does not match the engine function");
+                "native list: the return type does not match the engine function");
   return detail::step<F, B, JR, 0>(env, failure, std::tuple<J...>(jargs...));
 }
 
