@@ -54,6 +54,10 @@ typedef struct k_attribute_s *k_attribute_t;
 typedef struct k_expression_s *k_expression_t;
 /** A model: one expression per configuration of a node's model nodes. */
 typedef struct k_model_s *k_model_t;
+/** A junction tree of a triangulated domain's junction forest. */
+typedef struct k_junction_tree_s *k_junction_tree_t;
+/** A clique of a junction tree. */
+typedef struct k_clique_s *k_clique_t;
 
 /** Sizes and counts; K_SIZE_ERROR (all ones) means "too large" or an error. */
 typedef uint64_t k_size_t;
@@ -668,6 +672,197 @@ KELVA_API k_status_t k_node_generate_table(k_node_t node);
 /** Generates the tables of every node with a model, in the domain's node
  *  order, stopping at the first failure. */
 KELVA_API k_status_t k_domain_generate_tables(k_domain_t domain);
+
+
+/* ------------------------------------------------------------------------ */
+/* Compilation: triangulation and the junction forest                        */
+/* ------------------------------------------------------------------------ */
+
+/** Triangulates the domain by `method` (K_TM_CLIQUE_SIZE .. K_TM_FILL_IN_WEIGHT,
+ *  or K_TM_BEST_GREEDY) and builds its junction forest; the domain becomes
+ *  triangulated.  "usage" for a null domain, a domain without discrete or
+ *  continuous nodes, one already triangulated, or another method code;
+ *  K_TM_TOTAL_WEIGHT is refused with "usage".  With a log file set, the
+ *  moral links, fill-ins, costs, elimination sequence, cliques, junction
+ *  forest and assignment of potentials are written to it. */
+KELVA_API k_status_t k_domain_triangulate(k_domain_t domain,
+                                          k_triangulation_method_t method);
+/** Triangulates by the elimination order `order` (a null-ended list of every
+ *  discrete and continuous node, continuous ones first; first eliminated
+ *  first) and builds the junction forest.  "enumeration" when the order
+ *  holds a node of another domain, a node of kind "other", a node twice,
+ *  a continuous node after a discrete one, or misses a node. */
+KELVA_API k_status_t k_domain_triangulate_with_order(k_domain_t domain,
+                                                     k_node_t *order);
+/** The elimination order of the current triangulation (first eliminated
+ *  first), a null-ended list owned by the domain; null with "usage" when the
+ *  domain is not triangulated. */
+KELVA_API k_node_t *k_domain_get_elimination_order(k_domain_t domain);
+/** 1 when the domain has a junction forest, 0 when not, -1 on error. */
+KELVA_API k_bool_t k_domain_is_triangulated(k_domain_t domain);
+/** Compiles the domain: triangulates it by K_TM_BEST_GREEDY unless it is
+ *  triangulated, generates out-of-date model tables, checks the conditional
+ *  probability tables (only when a log file is set), and propagates once
+ *  (sum equilibrium, normal mode).  "usage" for a domain without discrete or
+ *  continuous nodes or one already compiled; a failure leaves the domain as
+ *  triangulated as it was before the call. */
+KELVA_API k_status_t k_domain_compile(k_domain_t domain);
+
+/** The first junction tree of a triangulated domain, or null (no error) when
+ *  the domain is not triangulated. */
+KELVA_API k_junction_tree_t k_domain_get_first_junction_tree(k_domain_t domain);
+/** The next junction tree of the forest, or null at the end. */
+KELVA_API k_junction_tree_t k_jt_get_next(k_junction_tree_t jt);
+/** The root clique of the tree. */
+KELVA_API k_clique_t k_jt_get_root(k_junction_tree_t jt);
+/** The cliques of the tree in the order of their numbers (parents before
+ *  children), a null-ended list owned by the tree. */
+KELVA_API k_clique_t *k_jt_get_cliques(k_junction_tree_t jt);
+/** Sum over the tree's cliques of their discrete table sizes, saturating at
+ *  K_SIZE_ERROR; K_SIZE_ERROR with "usage" for a null tree. */
+KELVA_API k_size_t k_jt_get_total_size(k_junction_tree_t jt);
+/** Sum over the tree's cliques of discrete size times CG entries,
+ *  saturating; K_SIZE_ERROR with "usage" for a null tree. */
+KELVA_API k_size_t k_jt_get_total_cg_size(k_junction_tree_t jt);
+/** The clique's members, a null-ended list owned by the clique. */
+KELVA_API k_node_t *k_clique_get_members(k_clique_t clique);
+/** The cliques linked to this one in the junction tree, a null-ended list
+ *  owned by the clique. */
+KELVA_API k_clique_t *k_clique_get_neighbors(k_clique_t clique);
+/** The junction tree that holds the clique. */
+KELVA_API k_junction_tree_t k_clique_get_junction_tree(k_clique_t clique);
+/** The junction tree holding the clique to which the node's table is
+ *  assigned; null with "not_compiled" when the domain is not triangulated,
+ *  "usage" for a node that takes no part in the forest. */
+KELVA_API k_junction_tree_t k_node_get_junction_tree(k_node_t node);
+
+/* ------------------------------------------------------------------------ */
+/* Evidence                                                                  */
+/* ------------------------------------------------------------------------ */
+
+/** Enters the evidence that discrete `node` is in state `state`. */
+KELVA_API k_status_t k_node_select_state(k_node_t node, k_size_t state);
+/** Sets the finding of state `state` of a discrete node to `value`
+ *  (0 <= value < largest double): 0 excludes the state, values other than
+ *  0 and 1 make a likelihood. */
+KELVA_API k_status_t k_node_enter_finding(k_node_t node, k_size_t state,
+                                          double value);
+/** Enters a value: the value of a continuous node, or the state of a
+ *  numeric (number or interval) discrete node that matches `value`. */
+KELVA_API k_status_t k_node_enter_value(k_node_t node, double value);
+/** Removes the evidence entered on the node. */
+KELVA_API k_status_t k_node_retract_findings(k_node_t node);
+/** Removes the evidence of every discrete and continuous node. */
+KELVA_API k_status_t k_domain_retract_findings(k_domain_t domain);
+/** 1 when evidence is entered on the node, 0 when not, -1 on error. */
+KELVA_API k_bool_t k_node_evidence_is_entered(k_node_t node);
+/** 1 when the node's evidence as of the last propagation is not empty. */
+KELVA_API k_bool_t k_node_evidence_is_propagated(k_node_t node);
+/** 1 when the entered evidence is a likelihood (a value other than 0, 1). */
+KELVA_API k_bool_t k_node_likelihood_is_entered(k_node_t node);
+/** 1 when the propagated evidence is a likelihood. */
+KELVA_API k_bool_t k_node_likelihood_is_propagated(k_node_t node);
+/** 1 when the entered evidence differs from the propagated evidence. */
+KELVA_API k_bool_t k_node_evidence_to_propagate(k_node_t node);
+/** The entered finding of state `state` (1 for every state without
+ *  evidence); -1 on error. */
+KELVA_API double k_node_get_entered_finding(k_node_t node, k_size_t state);
+/** The finding of state `state` as of the last propagation; -1 on error. */
+KELVA_API double k_node_get_propagated_finding(k_node_t node, k_size_t state);
+/** The selected state of a discrete node; -1 with "usage" when no single
+ *  state is selected. */
+KELVA_API int64_t k_node_get_selected_state(k_node_t node);
+/** The state selected as of the last propagation; -1 with "usage" when
+ *  none. */
+KELVA_API int64_t k_node_get_propagated_state(k_node_t node);
+/** The entered value of a continuous or numeric node; "usage" when none. */
+KELVA_API double k_node_get_entered_value(k_node_t node);
+/** The value as of the last propagation; "usage" when none. */
+KELVA_API double k_node_get_propagated_value(k_node_t node);
+
+/** Truth values about the evidence of a tree or a compiled domain. */
+KELVA_API k_bool_t k_jt_evidence_to_propagate(k_junction_tree_t jt);
+KELVA_API k_bool_t k_jt_evidence_is_propagated(k_junction_tree_t jt);
+KELVA_API k_bool_t k_jt_likelihood_is_propagated(k_junction_tree_t jt);
+KELVA_API k_bool_t k_jt_cg_evidence_is_propagated(k_junction_tree_t jt);
+KELVA_API k_bool_t k_jt_tables_to_propagate(k_junction_tree_t jt);
+KELVA_API k_bool_t k_jt_equilibrium_is(k_junction_tree_t jt,
+                                       k_equilibrium_t equilibrium);
+KELVA_API k_bool_t k_jt_evidence_mode_is(k_junction_tree_t jt,
+                                         k_evidence_mode_t mode);
+KELVA_API k_bool_t k_domain_evidence_is_propagated(k_domain_t domain);
+KELVA_API k_bool_t k_domain_evidence_to_propagate(k_domain_t domain);
+KELVA_API k_bool_t k_domain_likelihood_is_propagated(k_domain_t domain);
+KELVA_API k_bool_t k_domain_cg_evidence_is_propagated(k_domain_t domain);
+KELVA_API k_bool_t k_domain_tables_to_propagate(k_domain_t domain);
+KELVA_API k_bool_t k_domain_equilibrium_is(k_domain_t domain,
+                                           k_equilibrium_t equilibrium);
+KELVA_API k_bool_t k_domain_evidence_mode_is(k_domain_t domain,
+                                             k_evidence_mode_t mode);
+
+/* ------------------------------------------------------------------------ */
+/* Propagation and results                                                   */
+/* ------------------------------------------------------------------------ */
+
+/** Propagates the entered evidence through every junction tree: sum
+ *  (K_EQUILIBRIUM_SUM) or max (K_EQUILIBRIUM_MAX) equilibrium, normal or
+ *  fast-retraction mode.  "not_compiled", "usage", "compressed",
+ *  "inconsistency_or_underflow", "overflow", "no_memory"; after a failure the
+ *  next propagation starts from the node tables. */
+KELVA_API k_status_t k_domain_propagate(k_domain_t domain,
+                                        k_equilibrium_t equilibrium,
+                                        k_evidence_mode_t mode);
+/** Propagates one junction tree. */
+KELVA_API k_status_t k_jt_propagate(k_junction_tree_t jt,
+                                    k_equilibrium_t equilibrium,
+                                    k_evidence_mode_t mode);
+/** Propagates the clique's junction tree with the clique as root. */
+KELVA_API k_status_t k_clique_propagate(k_clique_t clique,
+                                        k_equilibrium_t equilibrium,
+                                        k_evidence_mode_t mode);
+/** Brings the forest back to the node tables; the evidence stays entered
+ *  and is to be propagated again. */
+KELVA_API k_status_t k_domain_initialize(k_domain_t domain);
+/** Re-initialises the clique tables from the node tables and marks the
+ *  forest as not propagated. */
+KELVA_API k_status_t k_domain_reset_inference_engine(k_domain_t domain);
+/** The probability of the propagated evidence (product over the trees);
+ *  -1 on error. */
+KELVA_API double k_domain_get_normalization_constant(k_domain_t domain);
+/** The natural logarithm of the normalization constant, kept as a sum so
+ *  that it stays finite when the constant underflows.  On error the result
+ *  is -1, which is also a possible logarithm: read k_error_code(). */
+KELVA_API double k_domain_get_log_normalization_constant(k_domain_t domain);
+/** The belief of state `state` of a discrete node; -1 on error. */
+KELVA_API double k_node_get_belief(k_node_t node, k_size_t state);
+/** The joint marginal of `nodes` (null-ended, discrete nodes of one junction
+ *  tree clique or of one tree) as a new free-standing table owned by the
+ *  caller; null on error. */
+KELVA_API k_table_t k_domain_get_marginal(k_domain_t domain, k_node_t *nodes);
+/** The conflict value of the domain (product over its trees); -1 on error. */
+KELVA_API double k_domain_get_conflict(k_domain_t domain);
+/** The conflict value of the tree; -1 on error. */
+KELVA_API double k_jt_get_conflict(k_junction_tree_t jt);
+/** The conflict factor of the clique; -1 on error. */
+KELVA_API double k_clique_get_conflict(k_clique_t clique);
+/** The clique whose factor holds the node's conflict; null on error. */
+KELVA_API k_clique_t k_node_get_conflict_clique(k_node_t node);
+/** The expected utility of a utility node, or of state `state` of a discrete
+ *  node (ignored for utility nodes); -1 with the code set on error. */
+KELVA_API double k_node_get_expected_utility(k_node_t node, k_size_t state);
+
+/** Replaces the clique and separator tables of a compiled, propagated domain
+ *  by tables that keep only their non-zero entries; returns the ratio of the
+ *  sizes after and before, or -1 on error. */
+KELVA_API double k_domain_compress(k_domain_t domain);
+/** 1 when the domain's tables are compressed, 0 when not, -1 on error. */
+KELVA_API k_bool_t k_domain_is_compressed(k_domain_t domain);
+
+/** Writes the beliefs, expected utilities and values of the domain's nodes
+ *  to its log file (nothing without one); "not_compiled", "io". */
+KELVA_API k_status_t k_domain_report_beliefs(k_domain_t domain);
+/** Writes the beliefs of one node to its domain's log file. */
+KELVA_API k_status_t k_node_report_beliefs(k_node_t node);
 
 #ifdef __cplusplus
 }

@@ -29,12 +29,25 @@ Domain::Domain() : Object(ObjectTag::domain) {}
 
 Domain::~Domain() {
   // Tables that refer to nodes go first, while the Java context still stands.
+  uncompile();
   chain_components.clear();
   for (Table* t : free_tables_) TableDeleter{}(t);
   free_tables_.clear();
   while (first_ != nullptr) destroy_node(first_);
   drop_context(jni_);
   if (log_ != nullptr) std::fclose(log_);
+}
+
+void Domain::install_forest(ForestPtr forest) noexcept {
+  forest_ = std::move(forest);
+  compiled_ = false;
+  compressed_ = false;
+}
+
+void Domain::uncompile() noexcept {
+  compiled_ = false;
+  compressed_ = false;
+  forest_.reset();  // the forest clears the nodes' slots
 }
 
 std::uint64_t Domain::count(k_category_t category) const noexcept {

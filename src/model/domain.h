@@ -22,6 +22,13 @@ namespace kelva {
 /// A chain-graph component read from a chain potential: discrete chance
 /// nodes joined by undirected links, their parents, and the component's
 /// table over the parents and the members.
+class Forest;
+/// Frees a junction forest; defined by the compilation layer.
+struct ForestDeleter {
+  void operator()(Forest* forest) const noexcept;
+};
+using ForestPtr = std::unique_ptr<Forest, ForestDeleter>;
+
 struct ChainComponent {
   NodeList members;
   NodeList parents;
@@ -81,11 +88,20 @@ class Domain : public Object {
   /// buffer; null closes the current one.  Throws Error(io).
   void set_log_file(const char* file_name, bool append);
 
-  /// Compilation state.  There is no junction forest until compilation
-  /// exists, so a domain is never compiled yet.
-  bool is_compiled() const noexcept { return false; }
-  /// Discards the junction forest and every result computed on it.
-  void uncompile() noexcept {}
+  /// Compilation state: the junction forest (null when untriangulated), the
+  /// compiled flag (set only while a forest exists) and the compressed flag.
+  Forest* forest() const noexcept { return forest_.get(); }
+  bool is_triangulated() const noexcept { return forest_ != nullptr; }
+  bool is_compiled() const noexcept { return compiled_; }
+  bool is_compressed() const noexcept { return compressed_; }
+  void set_compiled(bool value) noexcept { compiled_ = value && forest_; }
+  void set_compressed(bool value) noexcept { compressed_ = value && forest_; }
+  /// Installs a freshly built forest on an untriangulated domain.
+  void install_forest(ForestPtr forest) noexcept;
+  /// Discards the junction forest and every result computed on it (the
+  /// compiled and compressed flags with it).  Does nothing when there is
+  /// no forest.
+  void uncompile() noexcept;
   /// Discards cached results of graph queries (d-separation, requisite sets).
   void forget_graph_queries() noexcept {}
 
@@ -118,6 +134,9 @@ class Domain : public Object {
   AttributeList attributes_;
   JniContext jni_;
   std::FILE* log_ = nullptr;
+  ForestPtr forest_;
+  bool compiled_ = false;
+  bool compressed_ = false;
   std::uint64_t table_changes_ = 0;
   std::unordered_set<Table*> free_tables_;
 };

@@ -8,6 +8,7 @@
 
 #include "kelva/kelva.h"
 #include "model/attributes.h"
+#include "model/evidence.h"
 #include "model/node_list.h"
 #include "model/object.h"
 #include "model/peer.h"
@@ -103,6 +104,13 @@ class Node : public Object {
 
   /// Lists handed out by ancestor/descendant queries, kept until the next one.
   NodeList& scratch_list() noexcept { return scratch_; }
+
+  /// Entered and propagated evidence (discrete and continuous nodes).
+  Evidence evidence;
+  /// Position of the node's record in the domain's junction forest, or
+  /// kNoSlot when the domain is untriangulated or the node takes no part.
+  static constexpr std::size_t kNoSlot = static_cast<std::size_t>(-1);
+  std::size_t forest_slot = kNoSlot;
 
   Node* next = nullptr;  // the domain's node chain
   Node* prev = nullptr;

@@ -15,6 +15,8 @@ enum class ObjectTag : std::uint32_t {
   attribute = 0x4B415454,
   expression = 0x4B455850,
   model = 0x4B4D4F44,
+  junction_tree = 0x4B4A5452,
+  clique = 0x4B434C51,
 };
 
 /// Base of every engine object that crosses the C boundary.

@@ -1,0 +1,22 @@
+#include "compile/junction_forest.h"
+
+namespace kelva {
+
+Forest::~Forest() {
+  for (NodeSlot& slot : nodes)
+    if (slot.node != nullptr) slot.node->forest_slot = Node::kNoSlot;
+  // Separators and cliques hold tables over nodes; they go before the trees.
+  separators.clear();
+  cliques.clear();
+  trees.clear();
+}
+
+JunctionTree* Forest::next(const JunctionTree* tree) const noexcept {
+  for (std::size_t i = 0; i + 1 < trees.size(); ++i)
+    if (trees[i].get() == tree) return trees[i + 1].get();
+  return nullptr;
+}
+
+void ForestDeleter::operator()(Forest* forest) const noexcept { delete forest; }
+
+}  // namespace kelva

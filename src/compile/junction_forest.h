@@ -1,0 +1,190 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "kelva/kelva.h"
+#include "model/domain.h"
+#include "model/node.h"
+#include "model/node_list.h"
+#include "model/object.h"
+#include "model/peer.h"
+#include "table/index_plan.h"
+#include "table/table.h"
+
+namespace kelva {
+
+class CompileLog;
+class Clique;
+class JunctionTree;
+
+/// The link between two neighbouring cliques: the table over the
+/// intersection of their members, and the plans that map each clique's
+/// table onto it.  `parent` is the clique nearer the root of the tree.
+struct Separator {
+  Clique* parent = nullptr;
+  Clique* child = nullptr;
+  NodeList members;  ///< discrete members first, in the table's order
+  TablePtr table;    ///< role potential, over `members`
+  IndexPlan parent_plan;  ///< parent's clique table -> separator table
+  IndexPlan child_plan;   ///< child's clique table -> separator table
+  /// Room for the new separator values of a message, so that message
+  /// passing allocates nothing (one entry per separator entry).
+  std::vector<double> scratch;
+};
+
+/// One clique of a junction tree.
+class Clique : public Object {
+ public:
+  Clique() noexcept : Object(ObjectTag::clique) {}
+
+  std::uint64_t number = 0;  ///< written in the log; cliques are numbered from 0
+  JunctionTree* tree = nullptr;
+  /// The members in the order of the clique table (discrete first); the
+  /// list handed out by k_clique_get_members.
+  NodeList members;
+  TablePtr table;  ///< role potential, over `members`
+  std::uint64_t discrete_members = 0;
+  std::uint64_t continuous_members = 0;
+  std::uint64_t discrete_size = 1;  ///< product of discrete state counts, saturating
+  std::uint64_t cg_entries = 0;     ///< CG entries per discrete configuration
+  Clique* parent = nullptr;         ///< neighbour towards the root, null at the root
+
+  /// One entry per neighbour, in the order the links were made.
+  struct Link {
+    Clique* neighbour;
+    Separator* separator;
+  };
+  std::vector<Link> links;
+  /// The neighbours as a null-ended list (k_clique_get_neighbors).
+  PtrList<Clique> neighbours;
+
+  // Propagation state.
+  double normalization_factor = 1.0;
+  double conflict_factor = 1.0;
+
+  void* backpointer = nullptr;
+  PeerRef peer = nullptr;  ///< "cliquePeer"
+};
+
+/// One junction tree of the forest, with its propagation state.
+class JunctionTree : public Object {
+ public:
+  explicit JunctionTree(Domain& domain) noexcept
+      : Object(ObjectTag::junction_tree), domain(&domain) {}
+
+  Domain* domain;
+  Clique* root = nullptr;
+  /// The tree's cliques in number order (parents before children); the
+  /// null-ended list handed out by k_jt_get_cliques.
+  PtrList<Clique> cliques;
+  /// The nodes whose tables are assigned to cliques of this tree, in the
+  /// domain's node-list order (newest first).
+  NodeList nodes;
+
+  // Propagation state (see the inference layer).
+  bool needs_initialisation = true;  ///< clique tables must be rebuilt from node tables
+  bool tables_changed = false;       ///< a node table assigned here changed
+  k_equilibrium_t equilibrium = K_EQUILIBRIUM_NONE;
+  k_evidence_mode_t mode = K_MODE_NORMAL;
+  std::uint64_t evidence_to_propagate = 0;  ///< nodes whose evidence changed
+  bool evidence_propagated = false;
+  bool likelihood_propagated = false;
+  bool cg_evidence_propagated = false;
+  double normalization_constant = 1.0;
+  double log_normalization_constant = 0.0;
+  double conflict = 1.0;
+
+  void* backpointer = nullptr;
+  PeerRef peer = nullptr;  ///< "jtPeer"
+};
+
+/// What the forest knows of one participating node (discrete, continuous or
+/// utility), found through Node::forest_slot.
+struct NodeSlot {
+  Node* node = nullptr;
+  JunctionTree* tree = nullptr;
+  /// The clique into which the node's table (its policy or conditional
+  /// table, or its utility table) is multiplied, and the plan from that
+  /// clique's table to the node's table (the node's view).
+  Clique* assigned = nullptr;
+  IndexPlan assigned_plan;
+  /// For discrete and continuous nodes: the clique from which the node's
+  /// marginal is read and into which its evidence is multiplied (the
+  /// smallest clique holding the node), and the plan from that clique's
+  /// table to the node alone.
+  Clique* home = nullptr;
+  IndexPlan home_plan;
+  /// The node's marginal (beliefs, or max-marginals) as of the last
+  /// propagation; one entry per state.
+  std::vector<double> marginal;
+};
+
+/// The potential of a chain-graph component, assigned to a clique that
+/// holds all of the component's parents.
+struct ComponentSlot {
+  const ChainComponent* component = nullptr;
+  Clique* assigned = nullptr;
+  IndexPlan assigned_plan;  ///< assigned clique table -> component table
+};
+
+/// The junction forest of a triangulated domain: one junction tree per
+/// connected part, and the per-node records.  Owned by the domain; freeing
+/// it clears the nodes' forest slots.
+class Forest {
+ public:
+  explicit Forest(Domain& domain) noexcept : domain(&domain) {}
+  ~Forest();
+  Forest(const Forest&) = delete;
+  Forest& operator=(const Forest&) = delete;
+
+  Domain* domain;
+  /// The trees in the order they were created; `first` of the domain's list.
+  std::vector<std::unique_ptr<JunctionTree>> trees;
+  /// Every clique in number order (the domain's clique list).
+  std::vector<std::unique_ptr<Clique>> cliques;
+  std::vector<std::unique_ptr<Separator>> separators;
+  /// Indexed by Node::forest_slot.
+  std::vector<NodeSlot> nodes;
+  std::vector<ComponentSlot> components;
+  /// The participating nodes in elimination order (first eliminated first),
+  /// null-ended; handed out by k_domain_get_elimination_order.
+  NodeList elimination_order;
+  /// Cost of the triangulation (sum of the clique weights).
+  double triangulation_cost = 0.0;
+
+  /// The record of `node`, or null when it takes no part.
+  NodeSlot* slot(const Node& node) noexcept {
+    return node.forest_slot < nodes.size() ? &nodes[node.forest_slot] : nullptr;
+  }
+  /// The tree after `tree` in the forest, or null.
+  JunctionTree* next(const JunctionTree* tree) const noexcept;
+};
+
+/// The cliques produced by triangulation, each a set of participating
+/// nodes, in the order triangulation recorded them, with the elimination
+/// order and the triangulated graph's cost.
+struct Triangulation {
+  std::vector<std::vector<Node*>> cliques;
+  std::vector<Node*> elimination_order;  ///< first eliminated first
+  /// Every link of the triangulated graph (moral links, necessary fill-ins
+  /// and the fill-ins kept), each once.
+  std::vector<std::pair<Node*, Node*>> links;
+  double cost = 0.0;
+};
+
+/// Builds the junction forest of `domain` from `triangulation`: orders the
+/// cliques and fixes their link candidates, makes the clique records,
+/// links them into junction trees (separators), allocates the clique and
+/// separator tables with their index plans, gives nodes without a table
+/// their default table (with the warning), and assigns node tables and
+/// chain-graph potentials to cliques, writing the "Cliques", "The junction
+/// forest", "Checking tables for all nodes" and "Assignment of potentials to
+/// cliques" sections to `log`.  Throws Error (no_memory, io, error); the
+/// domain is unchanged on failure except for default tables already given.
+ForestPtr build_junction_forest(Domain& domain, const Triangulation& triangulation,
+                                CompileLog& log);
+
+}  // namespace kelva

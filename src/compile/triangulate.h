@@ -1,0 +1,36 @@
+#pragma once
+
+#include <vector>
+
+#include "compile/junction_forest.h"
+#include "kelva/kelva.h"
+
+namespace kelva {
+
+class CompileLog;
+class Node;
+struct MoralGraph;
+
+/// Triangulates `graph` by greedy method 15 to 18, or by best greedy (20):
+/// decomposes it into prime components, triangulates each (continuous
+/// vertices eliminated before discrete ones, so the result is strongly
+/// decomposable), removes redundant fill-ins, and writes every component's
+/// text, "Total cost of triangulation for all prime components is %s" and
+/// the "Elimination sequence" section.  The cliques come in the order
+/// recorded.  Throws Error (no_memory, io); Error(usage) for another method.
+Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
+                          CompileLog& log);
+
+/// Triangulates `graph` by eliminating its vertices in `order` (already
+/// validated: every vertex once, continuous ones first; first eliminated
+/// first), writing the "User specified triangulation -- Fill-in links and
+/// node numbering:" section.  No fill-in is removed.  Throws Error
+/// (no_memory, io).
+Triangulation triangulate_by_order(const MoralGraph& graph, const std::vector<Node*>& order,
+                                   CompileLog& log);
+
+/// The weight of a set of nodes: the product of the discrete members' state
+/// counts, times (c + 3) * c / 2 + 1 for c > 0 continuous members.
+double node_set_weight(const std::vector<Node*>& nodes) noexcept;
+
+}  // namespace kelva
