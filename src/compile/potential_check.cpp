@@ -54,14 +54,14 @@ void write_configuration(const CompileLog& log, const Table& table, std::uint64_
   }
   for (std::size_t i = 0; i < counts.size(); ++i) {
     if (i == skip) continue;
-    const Node& node = *table.nodes()[i];
-    log.write("    %s = %s\n", node.name().c_str(), state_text(node, states[i]).c_str());
+    Node& node = *table.nodes()[i];
+    log.write("    %s = %s\n", node.name_or_generate().c_str(), state_text(node, states[i]).c_str());
   }
 }
 
 // Checks the table of `node`; false when it holds an invalid value or a
 // zero- or infinite-sum distribution.
-bool check_table(const CompileLog& log, const Node& node, const Table& table) {
+bool check_table(const CompileLog& log, Node& node, const Table& table) {
   const std::size_t pos = table.nodes().index_of(&node);
   const std::size_t dims = table.discrete_count();
   if (pos >= dims || table.size() == 0) return true;
@@ -71,7 +71,7 @@ bool check_table(const CompileLog& log, const Node& node, const Table& table) {
   const std::uint64_t states = counts[pos];
   const std::uint64_t before = table.size() / (states * after);
   const double* data = table.data();
-  const char* name = node.name().c_str();
+  const char* name = node.name_or_generate().c_str();
 
   bool valid = true;
   bool any_sum = false;

@@ -237,6 +237,9 @@ TEST(CompileLog, StructuralEditsUncompile) {
       [](k_domain_t d) { return k_node_remove_parent(node(d, "F"), node(d, "D")); },
       [](k_domain_t d) { return k_node_delete(node(d, "F")); },
       [](k_domain_t d) { return k_node_set_number_of_states(node(d, "A"), 3); },
+      [](k_domain_t d) {
+        return k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL) != nullptr ? 0 : 1;
+      },
   };
   for (std::size_t i = 0; i < edits.size(); ++i) {
     SCOPED_TRACE(i);
