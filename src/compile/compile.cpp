@@ -89,8 +89,6 @@ void triangulate_domain(Domain& domain, k_triangulation_method_t method) {
   // The optimal search over minimal separators is not implemented.
   require(method != K_TM_TOTAL_WEIGHT);
   build_and_install(domain, [&](const MoralGraph& graph, CompileLog& log) {
-    // The empty line between the moral graph and the component texts.
-    log.write("\n");
     return triangulate(graph, method, log);
   });
 }
