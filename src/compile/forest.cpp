@@ -3,10 +3,6 @@
 namespace kelva {
 
 Forest::~Forest() {
-  // Java objects of dying cliques and trees learn it through their handle.
-  JniContext& context = domain->jni();
-  for (auto& clique : cliques) drop_peer(context, PeerField::clique, clique->peer);
-  for (auto& tree : trees) drop_peer(context, PeerField::jt, tree->peer);
   for (NodeSlot& slot : nodes)
     if (slot.node != nullptr) slot.node->forest_slot = Node::kNoSlot;
   // Separators and cliques hold tables over nodes; they go before the trees.
