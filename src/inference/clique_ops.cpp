@@ -40,6 +40,13 @@ void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
     Table& table = *(*c)->table;
     double* data = table.data();
     std::fill(data, data + table.size(), 1.0);
+    // The separators start empty of information too (the tables then
+    // stand for the product of the node tables).
+    for (const Clique::Link& link : (*c)->links) {
+      if (link.separator->child != *c) continue;
+      Table& sep = *link.separator->table;
+      std::fill(sep.data(), sep.data() + sep.size(), 1.0);
+    }
   }
   Forest& forest = *tree.domain->forest();
   for (const NodeSlot& slot : forest.nodes) {

@@ -19,7 +19,8 @@ namespace kelva {
 void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::size_t states,
                      double* out) noexcept;
 
-/// Sets every clique table of `tree` to the product of the tables assigned
+/// Sets every separator table of `tree` to ones and every clique table to
+/// the product of the tables assigned
 /// to it: the conditional (or policy) tables of discrete chance, decision and
 /// function nodes, and chain-graph component potentials.  Utility tables and
 /// the tables of continuous nodes are not multiplied in (a continuous node's
