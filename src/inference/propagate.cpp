@@ -6,6 +6,7 @@
 
 #include "compile/junction_forest.h"
 #include "inference/clique_ops.h"
+#include "inference/evidence.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -158,7 +159,7 @@ void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
   double* r = tree.evidence_scratch.data();
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     const Node& node = **p;
-    if (!node.is_discrete() || !evidence_waiting(node)) continue;
+    if (!node.is_discrete() || !evidence_to_propagate(node)) continue;
     const NodeSlot* slot = forest.slot(node);
     if (slot == nullptr || slot->home == nullptr) continue;
     const Evidence& ev = node.evidence;
@@ -216,27 +217,22 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
 
 // Copies the entered evidence of the tree's nodes to their propagated
 // evidence and recomputes the tree's evidence flags.
-void record_propagated_evidence(JunctionTree& tree) noexcept {
+void record_propagated_evidence(JunctionTree& tree) {
   bool evidence = false;
   bool likelihood = false;
   bool cg = false;
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
-    Evidence& ev = (*p)->evidence;
-    if ((*p)->is_discrete()) {
-      ev.propagated_code = ev.entered_code;
-      if (ev.entered_code == Evidence::kVector) {
-        // The room was reserved by prepare(): no allocation here.
-        ev.propagated_vector.assign(ev.entered_vector.begin(), ev.entered_vector.end());
+    Node& node = **p;
+    // The vector's room was reserved by prepare(): copying allocates nothing.
+    mark_propagated(node);
+    const Evidence& ev = node.evidence;
+    if (node.is_discrete()) {
+      if (ev.propagated_code == Evidence::kVector)
         for (double v : ev.propagated_vector)
           if (v != 0.0 && v != 1.0) likelihood = true;
-      }
       if (ev.propagated_code != Evidence::kNone) evidence = true;
-    } else if ((*p)->is_continuous()) {
-      ev.propagated = ev.entered;
-      if (ev.entered) {
-        ev.propagated_value = ev.entered_value;
-        evidence = cg = true;
-      }
+    } else if (node.is_continuous() && ev.propagated) {
+      evidence = cg = true;
     }
   }
   tree.evidence_propagated = evidence;
@@ -272,7 +268,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     const Evidence& ev = node.evidence;
     if (ev.entered_code != Evidence::kNone) entered = true;
     if (ev.entered_code != Evidence::kNone || ev.propagated_code != Evidence::kNone) involved = true;
-    if (!evidence_waiting(node)) continue;
+    if (!evidence_to_propagate(node)) continue;
     waiting = true;
     if (!absorbable(node)) absorbs = false;
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
@@ -346,51 +342,18 @@ Forest& compiled_forest(Domain& domain) {
 // is waiting; every tree ends in equilibrium none.
 void unpropagate(Forest& forest) noexcept {
   for (NodeSlot& slot : forest.nodes)
-    if (slot.node != nullptr) {
-      Evidence& ev = slot.node->evidence;
-      ev.propagated_code = Evidence::kNone;
-      ev.propagated = false;
-      ev.propagated_value = 0.0;
-    }
+    if (slot.node != nullptr) slot.node->evidence.forget_propagated();
   for (auto& tree : forest.trees) {
     reset_tree(*tree);
     tree->evidence_propagated = tree->likelihood_propagated = tree->cg_evidence_propagated = false;
     tree->normalization_constant = 1.0;
     tree->log_normalization_constant = 0.0;
     tree->conflict = 1.0;
-    std::uint64_t count = 0;
-    for (Node* const* p = tree->nodes.data(); *p != nullptr; ++p)
-      if (evidence_waiting(**p)) ++count;
-    tree->evidence_to_propagate = count;
+    tree->evidence_to_propagate = count_evidence_to_propagate(*tree);
   }
 }
 
 }  // namespace
-
-bool evidence_waiting(const Node& node) noexcept {
-  const Evidence& ev = node.evidence;
-  if (node.is_continuous()) {
-    if (ev.entered != ev.propagated) return true;
-    return ev.entered && !(ev.entered_value == ev.propagated_value);
-  }
-  if (!node.is_discrete()) return false;
-  if (ev.entered_code == ev.propagated_code) {
-    if (ev.entered_code != Evidence::kVector) return false;
-    for (std::size_t i = 0; i < node.state_count(); ++i) {
-      const double a = i < ev.entered_vector.size() ? ev.entered_vector[i] : 1.0;
-      const double b = i < ev.propagated_vector.size() ? ev.propagated_vector[i] : 1.0;
-      if (!(a == b)) return true;
-    }
-    return false;
-  }
-  // Selecting the only state of a one-state node is no change.
-  if (node.state_count() == 1) {
-    const std::int64_t lo = std::min(ev.entered_code, ev.propagated_code);
-    const std::int64_t hi = std::max(ev.entered_code, ev.propagated_code);
-    if (lo == Evidence::kNone && hi == 0) return false;
-  }
-  return true;
-}
 
 void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
                     k_evidence_mode_t mode) {

@@ -7,7 +7,6 @@ namespace kelva {
 class Clique;
 class Domain;
 class JunctionTree;
-class Node;
 
 /// Propagates every junction tree of the compiled `domain` (k_domain_propagate).
 /// Throws Error (usage, not_compiled, compressed, invalid_evidence,
@@ -39,9 +38,5 @@ void initialise_domain(Domain& domain);
 /// tables at once (k_domain_reset_inference_engine); Error(no_memory) leaves
 /// the trees reset all the same.
 void reset_inference_engine(Domain& domain);
-
-/// True when the node's entered evidence differs from its propagated
-/// evidence: the rule behind the trees' counts of evidence to propagate.
-bool evidence_waiting(const Node& node) noexcept;
 
 }  // namespace kelva

@@ -213,38 +213,16 @@ k_status_t compile_for_test(Domain& domain) {
                             K_MODE_NORMAL);
 }
 
-namespace {
-
-void adjust(Node& node, bool add) {
-  NodeSlot* slot = node.domain().forest() ? node.domain().forest()->slot(node) : nullptr;
-  if (slot == nullptr || slot->tree == nullptr) return;
-  if (evidence_waiting(node)) slot->tree->evidence_to_propagate += add ? 1 : -1;
-}
-
-}  // namespace
-
 void select_state(Node& node, std::int64_t state) {
-  adjust(node, false);
-  node.evidence.entered_code = state;
-  adjust(node, true);
+  k_node_select_state(reinterpret_cast<k_node_t>(&node), static_cast<k_size_t>(state));
 }
 
 void enter_vector(Node& node, const std::vector<double>& vector) {
-  adjust(node, false);
-  node.evidence.entered_vector = vector;
-  std::size_t ones = 0, zeros = 0, at = 0;
-  for (std::size_t i = 0; i < vector.size(); ++i) {
-    if (vector[i] == 1.0) ++ones, at = i;
-    else if (vector[i] == 0.0) ++zeros;
-  }
-  std::int64_t code = Evidence::kVector;
-  if (ones + zeros == vector.size() && ones == 1) code = static_cast<std::int64_t>(at);
-  if (ones == vector.size()) code = Evidence::kNone;
-  node.evidence.entered_code = code;
-  adjust(node, true);
+  for (std::size_t i = 0; i < vector.size(); ++i)
+    k_node_enter_finding(reinterpret_cast<k_node_t>(&node), i, vector[i]);
 }
 
-void retract(Node& node) { select_state(node, Evidence::kNone); }
+void retract(Node& node) { k_node_retract_findings(reinterpret_cast<k_node_t>(&node)); }
 
 namespace {
 

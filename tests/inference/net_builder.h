@@ -39,8 +39,7 @@ k_status_t compile_for_test(Domain& domain);
 /// The same without the propagation.
 void build_forest_for_test(Domain& domain);
 
-/// Evidence as the entry operations leave it: the entered fields set and
-/// the tree's count of evidence to propagate kept up to date.
+/// Evidence entry through the C API.
 void select_state(Node& node, std::int64_t state);
 void enter_vector(Node& node, const std::vector<double>& vector);
 void retract(Node& node);
