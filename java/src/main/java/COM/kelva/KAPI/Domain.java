@@ -609,6 +609,18 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Writes the beliefs, expected utilities and function values of every
+   * node to the log file; nothing is written when no log file is set.
+   *
+   * @throws KelvaException "not_compiled" when the domain is not compiled,
+   *     "no_equilibrium" when a tree holds no equilibrium, "io" when the log
+   *     cannot be written
+   */
+  public void reportBeliefs() {
+    check(kDomainReportBeliefs(handle));
+  }
+
+  /**
    * Writes the domain as NET text to a file, which the domain then keeps as
    * its file name.
    *

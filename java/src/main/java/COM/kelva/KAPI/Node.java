@@ -695,6 +695,19 @@ public final class Node {
     return check(kNodeGetPropagatedValue(nodePeer));
   }
 
+  /**
+   * Writes the node's beliefs (or mean and variance, or value) to its
+   * domain's log file; nothing is written when no log file is set.
+   *
+   * @throws KelvaException "usage" for a node that is neither discrete,
+   *     continuous nor a function node, "not_compiled" when the domain is
+   *     not compiled, "no_equilibrium" when the node's tree holds no
+   *     equilibrium, "io" when the log cannot be written
+   */
+  public void reportBeliefs() {
+    check(kNodeReportBeliefs(nodePeer));
+  }
+
   /** The three table natives, which take the Java table to attach last. */
   private enum TableGetter {
     CONDITIONAL,
