@@ -675,9 +675,9 @@ IndexList chordal_elimination_order(const std::vector<IndexList>& adjacency,
   const std::size_t n = adjacency.size();
   std::vector<Index> count(n, 0);
   std::vector<char> numbered(n, 0);
-  using Key = std::tuple<Index, bool, Index, Index>;
+  using Key = std::tuple<bool, Index, Index, Index>;
   std::set<Key> queue;
-  for (Index v = 0; v < n; ++v) queue.emplace(0, discrete[v], rank[v], v);
+  for (Index v = 0; v < n; ++v) queue.emplace(discrete[v], 0, rank[v], v);
   IndexList visit;
   visit.reserve(n);
   while (!queue.empty()) {
@@ -687,8 +687,8 @@ IndexList chordal_elimination_order(const std::vector<IndexList>& adjacency,
     visit.push_back(v);
     for (Index w : adjacency[v])
       if (!numbered[w]) {
-        queue.erase(Key(count[w], discrete[w], rank[w], w));
-        queue.emplace(++count[w], discrete[w], rank[w], w);
+        queue.erase(Key(discrete[w], count[w], rank[w], w));
+        queue.emplace(discrete[w], ++count[w], rank[w], w);
       }
   }
   std::reverse(visit.begin(), visit.end());

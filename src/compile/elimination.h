@@ -71,9 +71,10 @@ bool is_perfect_elimination_order(const std::vector<std::vector<std::uint32_t>>&
                                   const std::vector<std::uint32_t>& order);
 
 /// A perfect elimination ordering of the chordal graph with sorted
-/// `adjacency`, by maximum cardinality search: among the vertices of
-/// largest count, discrete ones (`discrete[v]`) are numbered first (so they
-/// are eliminated last), then the one with the largest `rank`.
+/// `adjacency`, by maximum cardinality search that numbers every discrete
+/// vertex (`discrete[v]`) before any continuous one, so that continuous
+/// vertices are eliminated first (a strong graph allows that); ties of the
+/// count go to the vertex of largest `rank`.
 std::vector<std::uint32_t> chordal_elimination_order(
     const std::vector<std::vector<std::uint32_t>>& adjacency, const std::vector<bool>& discrete,
     const std::vector<std::uint32_t>& rank);

@@ -12,8 +12,9 @@
 // the whole graph that is minimal when each component's is.
 //
 // The elimination order of the whole graph is the components' orders one
-// after the other (each vertex where it first occurs) when that is a perfect
-// elimination ordering of the result; otherwise (fill-ins were removed, or
+// after the other (each vertex where it first occurs, continuous vertices
+// moved to the front) when that is a perfect elimination ordering of the
+// result; otherwise (fill-ins were removed, or
 // separators were eliminated early) it is recomputed by maximum cardinality
 // search, ties going to discrete vertices and then to the vertex that comes
 // later in the components' orders.
@@ -204,7 +205,10 @@ void drop_covered_cliques(std::vector<IndexList>& cliques, std::size_t n) {
   }
   Index kept = 0;
   for (Index id = 0; id < cliques.size(); ++id)
-    if (!dropped[id]) cliques[kept++] = std::move(cliques[id]);
+    if (!dropped[id]) {
+      if (kept != id) cliques[kept] = std::move(cliques[id]);
+      ++kept;
+    }
   cliques.resize(kept);
 }
 
@@ -253,6 +257,8 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
     for (auto [a, b] : result.fill_ins) fill_ins.emplace_back(members[a], members[b]);
   }
   drop_covered_cliques(cliques, n);
+  std::stable_partition(candidate.begin(), candidate.end(),
+                        [&](Index v) { return graph.vertices[v]->is_continuous(); });
 
   Triangulation out;
   out.cost = cliques_cost(graph.vertices, cliques);
