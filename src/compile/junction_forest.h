@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -85,6 +86,9 @@ class Clique : public Object {
   // Propagation state.
   double normalization_factor = 1.0;
   double conflict_factor = 1.0;
+  /// The plan from the clique table onto no node (its total); made by the
+  /// first propagation and kept, so that later ones allocate nothing.
+  IndexPlan total_plan;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "cliquePeer"
@@ -117,6 +121,31 @@ class JunctionTree : public Object {
   double normalization_constant = 1.0;
   double log_normalization_constant = 0.0;
   double conflict = 1.0;
+  /// The domain's table-change count when the clique tables were last
+  /// initialised: a different count means a node table may have changed.
+  std::uint64_t table_changes_seen = 0;
+  /// The root clique of the last propagation (the conflict clique of the
+  /// tree's nodes); null before the first one.
+  Clique* last_root = nullptr;
+
+  /// One message link of a propagation: `inner` is the clique on the root
+  /// side, `outer` the other one, with the plans from each clique's table
+  /// onto the separator.
+  struct Message {
+    Clique* inner;
+    Clique* outer;
+    Separator* separator;
+    const IndexPlan* inner_plan;
+    const IndexPlan* outer_plan;
+  };
+  /// The links ordered root-first for `schedule_root`: distribute walks them
+  /// forwards, collect backwards.  Rebuilt (without allocating) when another
+  /// root is asked for.
+  std::vector<Message> schedule;
+  Clique* schedule_root = nullptr;
+  /// Room for one evidence or ratio vector (as many entries as the largest
+  /// state count among the tree's nodes).
+  std::vector<double> evidence_scratch;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "jtPeer"
@@ -141,6 +170,14 @@ struct NodeSlot {
   /// The node's marginal (beliefs, or max-marginals) as of the last
   /// propagation; one entry per state.
   std::vector<double> marginal;
+  /// Expected utilities as of the last propagation when the domain has
+  /// utility nodes: one per state of a discrete node, a single one for a
+  /// utility node; empty otherwise.
+  std::vector<double> expected_utility;
+  /// Mean and variance of a continuous node's marginal as of the last
+  /// propagation; NaN while they are not known.
+  double mean = std::numeric_limits<double>::quiet_NaN();
+  double variance = std::numeric_limits<double>::quiet_NaN();
 };
 
 /// The potential of a chain-graph component, assigned to a clique that
