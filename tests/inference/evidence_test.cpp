@@ -51,6 +51,7 @@ struct Evidence : ::testing::Test {
       kelva::JunctionTree* t = f->trees.back().get();
       t->needs_initialisation = false;
       t->equilibrium = K_EQUILIBRIUM_SUM;
+      t->table_changes_seen = domain.table_changes();
       for (k_node_t h : group) {
         node_of(h).forest_slot = f->nodes.size();
         kelva::NodeSlot slot;
@@ -331,6 +332,8 @@ TEST_F(Evidence, TreeCountsFollowEveryEntryAndRetraction) {
   trees[1]->tables_changed = true;
   EXPECT_EQ(k_domain_tables_to_propagate(d), 1);
   EXPECT_EQ(k_jt_tables_to_propagate(jt(0)), 0);
+  ASSERT_EQ(k_table_set_data_item(k_node_get_table(a), 0, 0.5), 0);  // a table write
+  EXPECT_EQ(k_jt_tables_to_propagate(jt(0)), 1);
 
   // The mode counts only where evidence was propagated.
   trees[0]->mode = K_MODE_FAST_RETRACTION;
