@@ -12,7 +12,7 @@
 // the whole graph that is minimal when each component's is.
 //
 // The elimination order of the whole graph is the components' orders one
-// after the other (each vertex where it first occurs, continuous vertices
+// after the other (each vertex where it last occurs, continuous vertices
 // moved to the front) when that is a perfect elimination ordering of the
 // result; otherwise (fill-ins were removed, or
 // separators were eliminated early) it is recomputed by maximum cardinality
@@ -238,8 +238,7 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
 
   log.write("\n");
   std::vector<IndexList> cliques;
-  IndexList candidate;
-  std::vector<bool> placed(n, false);
+  std::vector<IndexList> orders;  // per component, in positions of the whole graph
   std::vector<std::pair<Index, Index>> fill_ins;
   std::vector<Index> local(n);
   for (const IndexList& members : prime_components(whole)) {
@@ -249,14 +248,23 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
       for (Index& v : clique) v = members[v];
       cliques.push_back(std::move(clique));
     }
-    for (Index v : result.order)
-      if (!placed[members[v]]) {
-        placed[members[v]] = true;
-        candidate.push_back(members[v]);
-      }
+    for (Index& v : result.order) v = members[v];
+    orders.push_back(std::move(result.order));
     for (auto [a, b] : result.fill_ins) fill_ins.emplace_back(members[a], members[b]);
   }
   drop_covered_cliques(cliques, n);
+  // A vertex shared by several components is placed in the last of them:
+  // components come roughly from the leaves of the network towards its
+  // roots, so separators are then eliminated after the vertices they
+  // separate.
+  std::vector<Index> last(n, 0);
+  for (Index c = 0; c < orders.size(); ++c)
+    for (Index v : orders[c]) last[v] = c;
+  IndexList candidate;
+  candidate.reserve(n);
+  for (Index c = 0; c < orders.size(); ++c)
+    for (Index v : orders[c])
+      if (last[v] == c) candidate.push_back(v);
   std::stable_partition(candidate.begin(), candidate.end(),
                         [&](Index v) { return graph.vertices[v]->is_continuous(); });
 
