@@ -262,11 +262,11 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
     for (Index v : orders[c]) last[v] = c;
   IndexList candidate;
   candidate.reserve(n);
-  for (Index c = 0; c < orders.size(); ++c)
-    for (Index v : orders[c])
-      if (last[v] == c) candidate.push_back(v);
-  std::stable_partition(candidate.begin(), candidate.end(),
-                        [&](Index v) { return graph.vertices[v]->is_continuous(); });
+  for (bool continuous : {true, false})
+    for (Index c = 0; c < orders.size(); ++c)
+      for (Index v : orders[c])
+        if (last[v] == c && graph.vertices[v]->is_continuous() == continuous)
+          candidate.push_back(v);
 
   Triangulation out;
   out.cost = cliques_cost(graph.vertices, cliques);
