@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -120,6 +121,14 @@ struct NodeSlot {
   /// The node's marginal (beliefs, or max-marginals) as of the last
   /// propagation; one entry per state.
   std::vector<double> marginal;
+  /// Expected utilities as of the last propagation when the domain has
+  /// utility nodes: one per state of a discrete node, a single one for a
+  /// utility node; empty otherwise.
+  std::vector<double> expected_utility;
+  /// Mean and variance of a continuous node's marginal as of the last
+  /// propagation; NaN while they are not known.
+  double mean = std::numeric_limits<double>::quiet_NaN();
+  double variance = std::numeric_limits<double>::quiet_NaN();
 };
 
 /// The potential of a chain-graph component, assigned to a clique that
