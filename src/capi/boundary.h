@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "kelva/kelva.h"
+#include "compile/junction_forest.h"
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "compile/junction_forest.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -72,7 +72,6 @@ inline Model& get(k_model_t h) {
   require(p != nullptr && p->is(ObjectTag::model));
   return *p;
 }
-
 inline JunctionTree& get(k_junction_tree_t h) {
   auto* p = reinterpret_cast<JunctionTree*>(h);
   require(p != nullptr && p->is(ObjectTag::junction_tree));
@@ -95,6 +94,10 @@ inline k_junction_tree_t handle(JunctionTree* p) noexcept {
   return reinterpret_cast<k_junction_tree_t>(p);
 }
 inline k_clique_t handle(Clique* p) noexcept { return reinterpret_cast<k_clique_t>(p); }
+/// A null-ended engine clique list as a C list.
+inline k_clique_t* handle(Clique* const* list) noexcept {
+  return reinterpret_cast<k_clique_t*>(const_cast<Clique**>(list));
+}
 /// A null-ended engine node list as a C list.
 inline k_node_t* handle(Node* const* list) noexcept {
   return reinterpret_cast<k_node_t*>(const_cast<Node**>(list));

@@ -36,24 +36,32 @@ bool is_factor(const Node& node) noexcept {
 }  // namespace
 
 void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
+  Forest& forest = *tree.domain->forest();
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
-    Table& table = *(*c)->table;
+    Clique& clique = **c;
+    Table& table = *clique.table;
     double* data = table.data();
-    std::fill(data, data + table.size(), 1.0);
+    // A node's table is assigned to a clique that holds the node, so the
+    // members' records name every table assigned here.  The first one is
+    // copied in, which saves a pass over the clique.
+    bool first = true;
+    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
+      const NodeSlot* slot = forest.slot(**m);
+      if (slot == nullptr || slot->assigned != &clique || !is_factor(**m)) continue;
+      const Table* own = (*m)->table();
+      if (own == nullptr) continue;
+      if (first) gather(slot->assigned_plan, data, own->data(), parallelism);
+      else multiply(slot->assigned_plan, data, own->data(), parallelism);
+      first = false;
+    }
+    if (first) std::fill(data, data + table.size(), 1.0);
     // The separators start empty of information too (the tables then
     // stand for the product of the node tables).
-    for (const Clique::Link& link : (*c)->links) {
-      if (link.separator->child != *c) continue;
+    for (const Clique::Link& link : clique.links) {
+      if (link.separator->child != &clique) continue;
       Table& sep = *link.separator->table;
       std::fill(sep.data(), sep.data() + sep.size(), 1.0);
     }
-  }
-  Forest& forest = *tree.domain->forest();
-  for (const NodeSlot& slot : forest.nodes) {
-    if (slot.tree != &tree || slot.assigned == nullptr || slot.node == nullptr) continue;
-    if (!is_factor(*slot.node) || slot.node->table() == nullptr) continue;
-    const Table& own = *slot.node->table();
-    multiply(slot.assigned_plan, slot.assigned->table->data(), own.data(), parallelism);
   }
   for (const ComponentSlot& slot : forest.components) {
     if (slot.assigned == nullptr || slot.assigned->tree != &tree) continue;
@@ -114,6 +122,58 @@ double expected_utility(const NodeSlot& slot) {
                             for (std::uint64_t k = 0; k < n; ++k) total += p[l + k] * u[s + k * ss];
                           });
   return total;
+}
+
+namespace {
+
+// The link through which the tree's schedule reaches `clique`, searched
+// from position `from`; null for the schedule's root.
+const JunctionTree::Message* incoming(const JunctionTree& tree, const Clique* clique,
+                                      std::size_t& from) noexcept {
+  for (; from < tree.schedule.size(); ++from)
+    if (tree.schedule[from].outer == clique) return &tree.schedule[from];
+  return nullptr;
+}
+
+// temp := the clique's table times the expected utility it receives: the
+// utility table itself in the utility's clique, else E[U | separator] of
+// the link that reaches it.
+void weigh(const Clique& clique, const JunctionTree::Message* in, const NodeSlot& utility,
+           double* temp, const Parallelism& par) {
+  const double* p = clique.table->data();
+  std::copy(p, p + clique.table->size(), temp);
+  if (in == nullptr) multiply(utility.assigned_plan, temp, utility.node->table()->data(), par);
+  else multiply(*in->outer_plan, temp, in->separator->scratch.data(), par);
+}
+
+}  // namespace
+
+void add_conditional_utilities(JunctionTree& tree, const NodeSlot& utility,
+                               const Parallelism& parallelism) {
+  double* temp = tree.utility_scratch.data();
+  std::size_t search = 0;
+  for (const JunctionTree::Message& link : tree.schedule) {
+    const JunctionTree::Message* in = incoming(tree, link.inner, search);
+    if (in == nullptr) search = 0;
+    weigh(*link.inner, in, utility, temp, parallelism);
+    Separator& sep = *link.separator;
+    double* e = sep.scratch.data();
+    marginalize(*link.inner_plan, temp, e, Reduce::sum, parallelism);
+    const double* ps = sep.table->data();
+    for (std::uint64_t i = 0; i < link.inner_plan->small_size(); ++i)
+      e[i] = ps[i] > 0.0 ? e[i] / ps[i] : 0.0;
+  }
+  Forest& forest = *tree.domain->forest();
+  double* num = tree.evidence_scratch.data();
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    NodeSlot* slot = forest.slot(**p);
+    if (slot == nullptr || !(*p)->is_discrete() || slot->home == nullptr) continue;
+    std::size_t from = 0;
+    weigh(*slot->home, incoming(tree, slot->home, from), utility, temp, parallelism);
+    marginalize(slot->home_plan, temp, num, Reduce::sum, parallelism);
+    for (std::size_t k = 0; k < slot->expected_utility.size(); ++k)
+      slot->expected_utility[k] += slot->marginal[k] > 0.0 ? num[k] / slot->marginal[k] : 0.0;
+  }
 }
 
 }  // namespace kelva

@@ -1,9 +1,9 @@
 #include "inference/net_builder.h"
 
 #include <algorithm>
-#include <map>
-#include <set>
 
+#include "compile/compile_log.h"
+#include "compile/forest_fixture.h"
 #include "compile/junction_forest.h"
 #include "inference/propagate.h"
 #include "table/structure.h"
@@ -21,6 +21,21 @@ Node* TestNet::add(k_category_t category, std::size_t states, const std::vector<
   Node* n = reinterpret_cast<Node*>(h);
   nodes.push_back(n);
   if (category != K_CATEGORY_DECISION) node_table(*n);
+  return n;
+}
+
+Node* TestNet::add_continuous(const std::vector<Node*>& parents) {
+  if (domain == nullptr) domain = k_new_domain();
+  auto h = k_domain_new_node(domain, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_ERROR);
+  for (Node* p : parents) k_node_add_parent(h, reinterpret_cast<k_node_t>(p));
+  Node* n = reinterpret_cast<Node*>(h);
+  nodes.push_back(n);
+  Table& t = node_table(*n);
+  const std::size_t self = t.nodes().index_of(n) - t.discrete_count();
+  for (std::uint64_t c = 0; c < t.size(); ++c) {
+    t.set_mean(c, self, 1.0);
+    t.set_covariance(c, self, self, 2.0);
+  }
   return n;
 }
 
@@ -53,157 +68,10 @@ void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::siz
   }
 }
 
-namespace {
-
-bool subset(const std::set<Node*>& a, const std::set<Node*>& b) {
-  return std::includes(b.begin(), b.end(), a.begin(), a.end());
-}
-
-std::vector<Node*> table_nodes(const Table& t) { return {t.nodes().begin(), t.nodes().end()}; }
-
-}  // namespace
-
 void build_forest_for_test(Domain& domain) {
-  std::vector<Node*> graph_nodes;
-  for (Node* n = domain.first_node(); n != nullptr; n = n->next)
-    if (n->kind() != K_KIND_OTHER) graph_nodes.push_back(n);
-  std::reverse(graph_nodes.begin(), graph_nodes.end());
-  // Moral graph: families (and utility parents) become complete.
-  std::map<Node*, std::set<Node*>> adj;
-  for (Node* n : graph_nodes) adj[n];
-  for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
-    std::vector<Node*> family(n->parents().begin(), n->parents().end());
-    if (n->kind() != K_KIND_OTHER) family.push_back(n);
-    for (Node* a : family)
-      for (Node* b : family)
-        if (a != b) adj[a].insert(b);
-  }
-  // Min-fill elimination.
-  std::vector<std::set<Node*>> cliques;
-  auto g = adj;
-  std::set<Node*> left(graph_nodes.begin(), graph_nodes.end());
-  while (!left.empty()) {
-    Node* best = nullptr;
-    std::size_t best_fill = SIZE_MAX;
-    for (Node* v : graph_nodes) {
-      if (!left.count(v)) continue;
-      std::size_t fill = 0;
-      for (Node* a : g[v])
-        for (Node* b : g[v])
-          if (a < b && !g[a].count(b)) ++fill;
-      if (fill < best_fill) best_fill = fill, best = v;
-    }
-    std::set<Node*> c = g[best];
-    for (Node* a : c)
-      for (Node* b : c)
-        if (a != b) g[a].insert(b);
-    c.insert(best);
-    if (std::none_of(cliques.begin(), cliques.end(), [&](auto& k) { return subset(c, k); }))
-      cliques.push_back(c);
-    for (Node* a : g[best]) g[a].erase(best);
-    g.erase(best);
-    left.erase(best);
-  }
-  // Maximal spanning trees over intersection sizes (Prim), parents first.
-  auto forest = ForestPtr(new Forest(domain));
-  std::vector<int> parent(cliques.size(), -1), order;
-  std::vector<bool> done(cliques.size(), false);
-  std::vector<int> tree_of(cliques.size(), -1);
-  int trees = 0;
-  for (std::size_t start = 0; start < cliques.size(); ++start) {
-    if (done[start]) continue;
-    done[start] = true;
-    order.push_back(static_cast<int>(start));
-    tree_of[start] = trees++;
-    for (;;) {
-      int bi = -1, bj = -1;
-      std::size_t bw = 0;
-      for (int i : order) {
-        if (tree_of[i] != tree_of[start]) continue;
-        for (std::size_t j = 0; j < cliques.size(); ++j) {
-          if (done[j]) continue;
-          std::size_t w = 0;
-          for (Node* n : cliques[j]) w += cliques[i].count(n);
-          if (w > bw) bw = w, bi = i, bj = static_cast<int>(j);
-        }
-      }
-      if (bj < 0) break;
-      done[bj] = true;
-      parent[bj] = bi;
-      tree_of[bj] = tree_of[start];
-      order.push_back(bj);
-    }
-  }
-  for (int t = 0; t < trees; ++t) forest->trees.push_back(std::make_unique<JunctionTree>(domain));
-  std::vector<Clique*> made(cliques.size(), nullptr);
-  for (int i : order) {
-    auto c = std::make_unique<Clique>();
-    c->number = forest->cliques.size();
-    c->tree = forest->trees[tree_of[i]].get();
-    std::vector<Node*> members(cliques[i].begin(), cliques[i].end());
-    std::sort(members.begin(), members.end(), [](Node* a, Node* b) { return a->serial() < b->serial(); });
-    for (Node* m : members) c->members.push_back(m);
-    c->table.reset(new Table(domain, members, TableRole::potential, nullptr));
-    c->discrete_members = members.size();
-    c->discrete_size = c->table->size();
-    made[i] = c.get();
-    if (c->tree->root == nullptr) c->tree->root = c.get();
-    c->tree->cliques.push_back(c.get());
-    if (parent[i] >= 0) {
-      Clique* p = made[parent[i]];
-      c->parent = p;
-      auto sep = std::make_unique<Separator>();
-      sep->parent = p;
-      sep->child = c.get();
-      std::vector<Node*> shared;
-      for (Node* m : members)
-        if (cliques[parent[i]].count(m)) shared.push_back(m);
-      for (Node* m : shared) sep->members.push_back(m);
-      sep->table.reset(new Table(domain, shared, TableRole::potential, nullptr));
-      sep->parent_plan = IndexPlan::between(*p->table, *sep->table);
-      sep->child_plan = IndexPlan::between(*c->table, *sep->table);
-      sep->scratch.resize(sep->table->size());
-      p->links.push_back({c.get(), sep.get()});
-      c->links.push_back({p, sep.get()});
-      p->neighbours.push_back(c.get());
-      c->neighbours.push_back(p);
-      forest->separators.push_back(std::move(sep));
-    }
-    forest->cliques.push_back(std::move(c));
-  }
-  // Node records: tables to the smallest clique holding them, and the home
-  // clique of each discrete node.
-  auto smallest = [&](const std::set<Node*>& need) {
-    Clique* best = nullptr;
-    for (auto& c : forest->cliques) {
-      std::set<Node*> m(c->members.begin(), c->members.end());
-      if (subset(need, m) && (best == nullptr || c->discrete_size < best->discrete_size))
-        best = c.get();
-    }
-    return best;
-  };
-  for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
-    NodeSlot slot;
-    slot.node = n;
-    if (n->table() != nullptr) {
-      std::vector<Node*> tn = table_nodes(*n->table());
-      slot.assigned = smallest(std::set<Node*>(tn.begin(), tn.end()));
-      slot.assigned_plan = IndexPlan::between(*slot.assigned->table, *n->table());
-      slot.tree = slot.assigned->tree;
-    }
-    if (n->is_discrete()) {
-      slot.home = smallest({n});
-      const auto& m = slot.home->members;
-      const std::size_t pos[] = {m.index_of(n)};
-      slot.home_plan = IndexPlan(slot.home->table->state_counts(), pos);
-      slot.marginal.assign(n->state_count(), 0.0);
-      slot.tree = slot.home->tree;
-    }
-    n->forest_slot = forest->nodes.size();
-    slot.tree->nodes.push_back(n);
-    forest->nodes.push_back(std::move(slot));
-  }
-  domain.install_forest(std::move(forest));
+  const Triangulation triangulation = TestGraph(domain).eliminate_greedily();
+  CompileLog log(nullptr);
+  domain.install_forest(build_junction_forest(domain, triangulation, log));
   domain.set_compiled(true);
 }
 
@@ -242,6 +110,7 @@ Oracle enumerate(const TestNet& net, bool max) {
   Oracle o;
   std::vector<Node*> discrete;
   for (Node* n : net.nodes) o.marginals.emplace_back(n->is_discrete() ? n->state_count() : 0, 0.0);
+  o.state_utilities = o.marginals;
   std::vector<double> eu_sum;
   for (Node* n : net.nodes)
     if (n->category() == K_CATEGORY_UTILITY) eu_sum.push_back(0.0);
@@ -252,7 +121,8 @@ Oracle enumerate(const TestNet& net, bool max) {
     std::vector<double> utilities;
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       Node* n = net.nodes[i];
-      if (n->table() == nullptr) continue;
+      // Continuous densities integrate to one; decisions have no table.
+      if (n->table() == nullptr || n->is_continuous()) continue;
       const Table& t = *n->table();
       const double v = t.data()[index_in(t, state, net)];
       if (n->category() == K_CATEGORY_UTILITY) {
@@ -266,7 +136,10 @@ Oracle enumerate(const TestNet& net, bool max) {
       if (e.entered_code >= 0) p *= state[i] == static_cast<std::size_t>(e.entered_code) ? 1 : 0;
       else if (e.entered_code == Evidence::kVector) p *= e.entered_vector[state[i]];
     }
-    for (double v : utilities) eu_sum[u++] += p * v;
+    double all = 0.0;
+    for (double v : utilities) eu_sum[u++] += p * v, all += v;
+    for (std::size_t i = 0; i < net.nodes.size(); ++i)
+      if (net.nodes[i]->is_discrete()) o.state_utilities[i][state[i]] += p * all;
     o.total = max ? std::max(o.total, p) : o.total + p;
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       if (!net.nodes[i]->is_discrete()) continue;
@@ -281,8 +154,12 @@ Oracle enumerate(const TestNet& net, bool max) {
     }
     if (i == static_cast<std::size_t>(-1)) break;
   }
-  for (auto& m : o.marginals)
-    for (double& v : m) v /= o.total;
+  for (std::size_t i = 0; i < o.marginals.size(); ++i)
+    for (std::size_t k = 0; k < o.marginals[i].size(); ++k) {
+      double& eu = o.state_utilities[i][k];
+      eu = o.marginals[i][k] > 0.0 ? eu / o.marginals[i][k] : 0.0;
+      o.marginals[i][k] /= o.total;
+    }
   for (double s : eu_sum) o.utilities.push_back(s / o.total);
   return o;
 }
