@@ -19,8 +19,9 @@ struct RandomNetwork {
 
 /// Builds a random DAG of `count` discrete chance nodes with 2..4 states and
 /// up to three parents each; table entries are uniform with about one in six
-/// set to 0, and each row is normalised unless `raw` (then P(e) is the plain
-/// sum over the product of the tables).  The same seed gives the same network.
+/// set to 0, and each row sums to 1, or with `raw` to a random weight in
+/// [0.5, 2) (P(e) is then the plain sum over the product of the tables, not a
+/// probability).  The same seed gives the same network.
 inline RandomNetwork random_network(unsigned seed, std::size_t count, bool raw = false) {
   std::mt19937 rng(seed);
   RandomNetwork net;
@@ -45,11 +46,12 @@ inline RandomNetwork random_network(unsigned seed, std::size_t count, bool raw =
     std::vector<double> data(size);
     for (double& v : data) v = rng() % 6 == 0 ? 0.0 : uniform(rng);
     // The node is the table's last dimension, so a row is `states` entries.
-    for (std::size_t row = 0; !raw && row < size; row += states) {
+    for (std::size_t row = 0; row < size; row += states) {
       double sum = 0.0;
       for (std::size_t s = 0; s < states; ++s) sum += data[row + s];
       if (sum == 0.0) data[row] = sum = 1.0;
-      for (std::size_t s = 0; s < states; ++s) data[row + s] /= sum;
+      const double weight = raw ? 0.5 + 1.5 * uniform(rng) : 1.0;
+      for (std::size_t s = 0; s < states; ++s) data[row + s] *= weight / sum;
     }
     k_table_set_data(table, data.data(), size, 0, size);
   }
