@@ -490,6 +490,97 @@ public final class Domain implements AutoCloseable {
     check(kDomainReportBeliefs(handle));
   }
 
+  // ---- Propagation and its results ----
+
+  /**
+   * Propagates the entered evidence through every junction tree.
+   *
+   * @param equilibrium {@link Equilibrium#SUM} for beliefs, {@link
+   *     Equilibrium#MAX} for max-marginals
+   * @param mode the evidence mode
+   * @throws KelvaException "not_compiled"; "usage" for {@link
+   *     Equilibrium#NONE} or a pair other than sum and normal on a domain
+   *     that is not all discrete chance nodes; "compressed" for fast
+   *     retraction on a compressed domain; "inconsistency_or_underflow" when
+   *     the evidence is impossible; "overflow"
+   */
+  public void propagate(Equilibrium equilibrium, EvidenceMode mode) {
+    check(kDomainPropagate(handle, equilibrium.code(), mode.code()));
+  }
+
+  /**
+   * Brings the junction forest back to the node tables; the entered
+   * evidence stays entered and is to be propagated again.
+   *
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public void initialize() {
+    check(kDomainInitialize(handle));
+  }
+
+  /**
+   * Rebuilds the clique tables from the node tables and marks the forest as
+   * not propagated.
+   *
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public void resetInferenceEngine() {
+    check(kDomainResetInferenceEngine(handle));
+  }
+
+  /**
+   * The probability of the propagated evidence: the product of the junction
+   * trees' normalization constants.
+   *
+   * @return the constant (0 when it underflows; see {@link
+   *     #getLogNormalizationConstant})
+   * @throws KelvaException "not_compiled", "no_equilibrium"
+   */
+  public double getNormalizationConstant() {
+    return check(kDomainGetNormalizationConstant(handle));
+  }
+
+  /**
+   * The natural logarithm of the normalization constant, finite even when
+   * the constant itself underflows.
+   *
+   * @return the logarithm
+   * @throws KelvaException "not_compiled", "no_equilibrium"
+   */
+  public double getLogNormalizationConstant() {
+    return check(kDomainGetLogNormalizationConstant(handle));
+  }
+
+  /**
+   * The joint marginal of discrete nodes of one junction tree, as a new
+   * free-standing table that the caller owns (it is freed with the domain at
+   * the latest).
+   *
+   * @param nodes distinct discrete nodes of one junction tree
+   * @return the marginal
+   * @throws KelvaException "usage" for nodes of several trees or no clique
+   *     holding them all, "not_compiled", "no_equilibrium"
+   */
+  public Table getMarginal(List<Node> nodes) {
+    Table marginal = new Table(this);
+    Calls.withList(nodes, list -> kDomainGetMarginal(handle, list, marginal));
+    check();
+    return marginal;
+  }
+
+  /**
+   * The conflict value of the propagated evidence: the product of the trees'
+   * conflict values.
+   *
+   * @return the conflict value
+   * @throws KelvaException "usage" for a domain with decision nodes or not in
+   *     sum equilibrium, "not_compiled", "no_equilibrium",
+   *     "cg_evidence_incorporated"
+   */
+  public double getConflict() {
+    return check(kDomainGetConflict(handle));
+  }
+
   /**
    * Writes the domain as NET text to a file, which the domain then keeps as
    * its file name.
