@@ -12,7 +12,7 @@
 // the whole graph that is minimal when each component's is.
 //
 // The elimination order of the whole graph is the components' orders one
-// after the other (each vertex where it last occurs, continuous vertices
+// after the other (each vertex where it first occurs, continuous vertices
 // moved to the front) when that is a perfect elimination ordering of the
 // result; otherwise (fill-ins were removed, or
 // separators were eliminated early) it is recomputed by maximum cardinality
@@ -253,20 +253,17 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
     for (auto [a, b] : result.fill_ins) fill_ins.emplace_back(members[a], members[b]);
   }
   drop_covered_cliques(cliques, n);
-  // A vertex shared by several components is placed in the last of them:
-  // components come roughly from the leaves of the network towards its
-  // roots, so separators are then eliminated after the vertices they
-  // separate.
-  std::vector<Index> last(n, 0);
-  for (Index c = 0; c < orders.size(); ++c)
-    for (Index v : orders[c]) last[v] = c;
+  // A vertex shared by several components is placed where it first occurs.
   IndexList candidate;
   candidate.reserve(n);
+  std::vector<bool> placed(n, false);
   for (bool continuous : {true, false})
-    for (Index c = 0; c < orders.size(); ++c)
-      for (Index v : orders[c])
-        if (last[v] == c && graph.vertices[v]->is_continuous() == continuous)
+    for (const IndexList& order : orders)
+      for (Index v : order)
+        if (!placed[v] && graph.vertices[v]->is_continuous() == continuous) {
+          placed[v] = true;
           candidate.push_back(v);
+        }
 
   Triangulation out;
   out.cost = cliques_cost(graph.vertices, cliques);
