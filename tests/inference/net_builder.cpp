@@ -69,7 +69,7 @@ void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::siz
 }
 
 void build_forest_for_test(Domain& domain) {
-  const Triangulation triangulation = TestGraph(domain).eliminate_greedily();
+  const Triangulation triangulation = eliminate_greedily(domain);
   CompileLog log(nullptr);
   domain.install_forest(build_junction_forest(domain, triangulation, log));
   domain.set_compiled(true);
