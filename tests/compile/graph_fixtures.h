@@ -45,9 +45,13 @@ inline std::string capture(const std::function<void(CompileLog&)>& body) {
   char* buffer = nullptr;
   std::size_t size = 0;
   std::FILE* stream = open_memstream(&buffer, &size);
-  {
+  try {
     CompileLog log(stream);
     body(log);
+  } catch (...) {
+    std::fclose(stream);
+    std::free(buffer);
+    throw;
   }
   std::fclose(stream);
   std::string text(buffer, size);
