@@ -27,13 +27,11 @@ class NetDomain {
       : handle_(k_net_parse_domain_string(text.c_str(), nullptr, nullptr)) {
     if (handle_ == nullptr) ADD_FAILURE() << "NET text not read: " << text;
   }
-  NetDomain() : handle_(k_new_domain()) {}
   ~NetDomain() { k_domain_delete(handle_); }
   NetDomain(const NetDomain&) = delete;
   NetDomain& operator=(const NetDomain&) = delete;
 
   Domain& domain() const { return capi::get(handle_); }
-  k_domain_t handle() const { return handle_; }
   Node* node(const std::string& name) const { return domain().find(name); }
 
  private:
