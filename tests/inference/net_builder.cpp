@@ -110,6 +110,7 @@ Oracle enumerate(const TestNet& net, bool max) {
   Oracle o;
   std::vector<Node*> discrete;
   for (Node* n : net.nodes) o.marginals.emplace_back(n->is_discrete() ? n->state_count() : 0, 0.0);
+  o.state_utilities = o.marginals;
   std::vector<double> eu_sum;
   for (Node* n : net.nodes)
     if (n->category() == K_CATEGORY_UTILITY) eu_sum.push_back(0.0);
@@ -135,7 +136,10 @@ Oracle enumerate(const TestNet& net, bool max) {
       if (e.entered_code >= 0) p *= state[i] == static_cast<std::size_t>(e.entered_code) ? 1 : 0;
       else if (e.entered_code == Evidence::kVector) p *= e.entered_vector[state[i]];
     }
-    for (double v : utilities) eu_sum[u++] += p * v;
+    double all = 0.0;
+    for (double v : utilities) eu_sum[u++] += p * v, all += v;
+    for (std::size_t i = 0; i < net.nodes.size(); ++i)
+      if (net.nodes[i]->is_discrete()) o.state_utilities[i][state[i]] += p * all;
     o.total = max ? std::max(o.total, p) : o.total + p;
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       if (!net.nodes[i]->is_discrete()) continue;
@@ -150,8 +154,12 @@ Oracle enumerate(const TestNet& net, bool max) {
     }
     if (i == static_cast<std::size_t>(-1)) break;
   }
-  for (auto& m : o.marginals)
-    for (double& v : m) v /= o.total;
+  for (std::size_t i = 0; i < o.marginals.size(); ++i)
+    for (std::size_t k = 0; k < o.marginals[i].size(); ++k) {
+      double& eu = o.state_utilities[i][k];
+      eu = o.marginals[i][k] > 0.0 ? eu / o.marginals[i][k] : 0.0;
+      o.marginals[i][k] /= o.total;
+    }
   for (double s : eu_sum) o.utilities.push_back(s / o.total);
   return o;
 }

@@ -56,6 +56,9 @@ struct Oracle {
   std::vector<std::vector<double>> marginals;  ///< per node of the net
   /// Expected utility of each utility node (sum only).
   std::vector<double> utilities;
+  /// Per node and state: the sum of the utilities' expectations given the
+  /// state (sum only; 0 for a state of probability 0).
+  std::vector<std::vector<double>> state_utilities;
 };
 Oracle enumerate(const TestNet& net, bool max);
 

@@ -32,8 +32,12 @@ void expect_matches(const TestNet& net, bool max, const char* what) {
       EXPECT_NEAR(k_node_get_expected_utility(h(n), 0), o.utilities[u++], 1e-12);
       continue;
     }
-    for (std::size_t s = 0; s < n->state_count(); ++s)
+    for (std::size_t s = 0; s < n->state_count(); ++s) {
       EXPECT_NEAR(k_node_get_belief(h(n), s), o.marginals[i][s], 1e-12) << "node " << i;
+      if (!o.utilities.empty())
+        EXPECT_NEAR(k_node_get_expected_utility(h(n), s), o.state_utilities[i][s], 1e-12)
+            << "node " << i << " state " << s;
+    }
   }
 }
 
@@ -120,10 +124,14 @@ TEST(Propagation, InfluenceDiagramExpectedUtilities) {
   Node* act = net.add(K_CATEGORY_DECISION, 2, {forecast});
   Node* gain = net.add(K_CATEGORY_UTILITY, 0, {act, weather});
   Node* cost = net.add(K_CATEGORY_UTILITY, 0, {act});
+  Node* season = net.add(K_CATEGORY_CHANCE, 2, {weather});
+  Node* crowd = net.add(K_CATEGORY_CHANCE, 3, {season, act});
+  Node* queue = net.add(K_CATEGORY_UTILITY, 0, {crowd});
   // The decision has no table: every choice weighs 1.
-  for (Node* n : {weather, forecast}) net.randomize(n, rng);
+  for (Node* n : {weather, forecast, season, crowd}) net.randomize(n, rng);
   net.randomize(gain, rng, false);
   net.randomize(cost, rng, false);
+  net.randomize(queue, rng, false);
   ASSERT_EQ(compile_for_test(net.d()), 0);
   expect_matches(net, false, "no evidence");
   select_state(*forecast, 1);
@@ -145,7 +153,7 @@ TEST(Propagation, InfluenceDiagramExpectedUtilities) {
   // Conflicts are not defined with decisions.
   EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_expected_utility(h(weather), 0), -1.0);
+  EXPECT_EQ(k_node_get_expected_utility(h(weather), 3), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
 }
 

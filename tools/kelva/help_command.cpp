@@ -13,6 +13,8 @@ constexpr const char* usage_text = R"HELP(usage: kelva --help
        kelva nodes (FILE.net | --example NAME) [--format text|tsv]
        kelva convert (FILE.net | --example NAME) -o OUT.net
        kelva bench FILE.net [--repeat N]
+       kelva compile (FILE.net | --example NAME) [--method METHOD]
+                     [--log LOG] [--format text|tsv]
 
 Commands:
   nodes      print a network's nodes with their states and tables, then its
@@ -20,14 +22,18 @@ Commands:
   convert    read a network and write it as a NET file
   bench      time reading FILE's bytes, parsing it and writing it as text
              (best of N runs, default 3), one tab-separated line each
+  compile    compile a network and print the size of its junction forest
 
 Options:
   FILE.net            read the network from a NET file; the reader's
                       messages are printed as "FILE:LINE: MESSAGE"
   --example NAME      use a network bundled with kelva (see below)
-  --format text|tsv   output format of nodes (default text)
+  --format text|tsv   output format of nodes and compile (default text)
   -o OUT.net          where convert writes
   --repeat N          how often bench repeats each measurement
+  --method METHOD     how compile triangulates: clique-size, clique-weight,
+                      fill-in-size, fill-in-weight or best-greedy (default)
+  --log LOG           the file to which compile writes its log (replaced)
   -h, --help          print this help
   --version           print "kelva" and the library version
 
@@ -61,6 +67,13 @@ printed with "%.17g", and \ tab newline return in texts written as \\ \t \n \r:
   link     PARENT  CHILD
 Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
+
+Output of compile: the network's name and the time taken, then the number
+of nodes, junction trees and cliques, the largest and the total discrete
+clique table size, and the triangulation cost (the sum of the clique
+weights).  With --format tsv, one "KEY<TAB>VALUE" line each for nodes,
+cliques, junction_trees, max_clique_size, total_clique_size,
+triangulation_cost and compile_seconds (numbers printed with "%.17g").
 
 Exit status: 0 on success, 1 when the library reports an error (printed as
 "kelva: ERROR-NAME: DESCRIPTION"), 2 for a command line kelva cannot use.

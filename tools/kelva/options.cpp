@@ -40,6 +40,17 @@ int parse_repeat(const std::string& value) {
   return static_cast<int>(n);
 }
 
+/// Reads the value of --method.
+k_triangulation_method_t parse_method(std::string_view value) {
+  if (value == "clique-size") return K_TM_CLIQUE_SIZE;
+  if (value == "clique-weight") return K_TM_CLIQUE_WEIGHT;
+  if (value == "fill-in-size") return K_TM_FILL_IN_SIZE;
+  if (value == "fill-in-weight") return K_TM_FILL_IN_WEIGHT;
+  if (value == "best-greedy") return K_TM_BEST_GREEDY;
+  throw UsageError("unknown method '" + std::string(value) +
+                   "' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)");
+}
+
 }  // namespace
 
 Options parse_options(std::span<const char* const> args) {
@@ -58,6 +69,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::convert;
   } else if (command == "bench") {
     options.command = Command::bench;
+  } else if (command == "compile") {
+    options.command = Command::compile;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -71,11 +84,19 @@ Options parse_options(std::span<const char* const> args) {
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
     } else if (auto value = option_value(args, i, "--format")) {
-      if (options.command != Command::nodes) throw UsageError("unknown option '--format'");
+      if (options.command != Command::nodes && options.command != Command::compile)
+        throw UsageError("unknown option '--format'");
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--repeat")) {
       if (options.command != Command::bench) throw UsageError("unknown option '--repeat'");
       options.repeat = parse_repeat(*value);
+    } else if (auto value = option_value(args, i, "--method")) {
+      if (options.command != Command::compile) throw UsageError("unknown option '--method'");
+      options.method = parse_method(*value);
+    } else if (auto value = option_value(args, i, "--log")) {
+      if (options.command != Command::compile) throw UsageError("unknown option '--log'");
+      if (value->empty()) throw UsageError("--log needs a file name");
+      options.log = *value;
     } else if (auto value = option_value(args, i, "-o")) {
       if (options.command != Command::convert) throw UsageError("unknown option '-o'");
       options.output = *value;

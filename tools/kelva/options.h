@@ -3,10 +3,12 @@
 #include <span>
 #include <string>
 
+#include "kelva/kelva.h"
+
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, bench };
+enum class Command { help, version, nodes, convert, bench, compile };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -28,6 +30,10 @@ struct Options {
   std::string output;
   /// How often `bench` repeats each measurement (the best time counts).
   int repeat = 3;
+  /// How `compile` triangulates.
+  k_triangulation_method_t method = K_TM_BEST_GREEDY;
+  /// The log file `compile` writes (none when empty).
+  std::string log;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

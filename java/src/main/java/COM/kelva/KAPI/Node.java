@@ -506,6 +506,21 @@ public final class Node {
     check(kNodeGenerateTable(nodePeer));
   }
 
+  // Compilation.
+
+  /**
+   * The junction tree holding the clique to which the node's table is
+   * assigned.
+   *
+   * @return the tree
+   * @throws KelvaException "not_compiled" when the domain is not
+   *     triangulated; "usage" for a node that takes no part in the junction
+   *     forest
+   */
+  public JunctionTree getJunctionTree() {
+    return domain.treeOf(check(kNodeGetJunctionTree(nodePeer)));
+  }
+
   // ---- Evidence ----
 
   /**
