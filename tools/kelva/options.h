@@ -2,11 +2,12 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, bench };
+enum class Command { help, version, nodes, convert, beliefs, bench };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -26,8 +27,16 @@ struct Options {
   Format format = Format::text;
   /// Where `convert` writes its NET file.
   std::string output;
-  /// How often `bench` repeats each measurement (the best time counts).
+  /// How often `bench` repeats each measurement.
   int repeat = 3;
+  /// Evidence of `beliefs`: NODE=STATE texts in the order given.
+  std::vector<std::string> findings;
+  /// `beliefs --max`: propagate to max equilibrium.
+  bool max_equilibrium = false;
+  /// `bench`: nodes per random evidence set, worker threads, random seed.
+  int evidence = 5;
+  int threads = 1;
+  unsigned long seed = 1;
 };
 
 /// Parses the arguments after the program name; throws UsageError.
