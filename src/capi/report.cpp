@@ -1,6 +1,7 @@
 // The belief report and compression of the C API.
 
 #include "capi/boundary.h"
+#include "compile/compress.h"
 #include "inference/belief_report.h"
 
 using kelva::capi::get;
@@ -16,4 +17,12 @@ k_status_t k_domain_report_beliefs(k_domain_t domain) {
 k_status_t k_node_report_beliefs(k_node_t node) {
   if (guard_status([&] { kelva::report_node_beliefs(get(node)); }) == 0) return 0;
   return k_error_code();
+}
+
+double k_domain_compress(k_domain_t domain) {
+  return kelva::capi::guard<double>(-1.0, [&] { return kelva::compress_domain(get(domain)); });
+}
+
+k_bool_t k_domain_is_compressed(k_domain_t domain) {
+  return kelva::capi::guard<k_bool_t>(-1, [&] { return get(domain).is_compressed() ? 1 : 0; });
 }
