@@ -851,6 +851,15 @@ KELVA_API k_clique_t k_node_get_conflict_clique(k_node_t node);
  *  node (ignored for utility nodes); -1 with the code set on error. */
 KELVA_API double k_node_get_expected_utility(k_node_t node, k_size_t state);
 
+/** The value of a real-valued function node: its model's expression
+ *  evaluated with the discrete nodes it refers to in the states the last
+ *  propagation knows them to be in (instantiated, or all belief on one
+ *  state), utility nodes at their expected utilities and other function
+ *  nodes at their values; -1 on error: "usage" for another node,
+ *  "no_value" without a model or when a state is not known, "not_compiled"
+ *  when a belief it needs is not known, or the evaluation's failure. */
+KELVA_API double k_node_get_value(k_node_t node);
+
 /** Replaces the clique and separator tables of a compiled, propagated domain
  *  by tables that keep only their non-zero entries (0.0 is the only zero;
  *  NaN is kept), reached through index maps; returns the total number of

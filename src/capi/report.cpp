@@ -3,6 +3,7 @@
 #include "capi/boundary.h"
 #include "compile/compress.h"
 #include "inference/belief_report.h"
+#include "inference/node_value.h"
 
 using kelva::capi::get;
 using kelva::capi::guard_status;
@@ -25,4 +26,8 @@ double k_domain_compress(k_domain_t domain) {
 
 k_bool_t k_domain_is_compressed(k_domain_t domain) {
   return kelva::capi::guard<k_bool_t>(-1, [&] { return get(domain).is_compressed() ? 1 : 0; });
+}
+
+double k_node_get_value(k_node_t node) {
+  return kelva::capi::guard<double>(-1.0, [&] { return kelva::function_node_value(get(node)); });
 }
