@@ -8,6 +8,7 @@
 #include "kelva/kelva.h"
 #include "expr/expression.h"
 #include "expr/model.h"
+#include "compile/junction_forest.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -72,6 +73,17 @@ inline Model& get(k_model_t h) {
   return *p;
 }
 
+inline JunctionTree& get(k_junction_tree_t h) {
+  auto* p = reinterpret_cast<JunctionTree*>(h);
+  require(p != nullptr && p->is(ObjectTag::junction_tree));
+  return *p;
+}
+inline Clique& get(k_clique_t h) {
+  auto* p = reinterpret_cast<Clique*>(h);
+  require(p != nullptr && p->is(ObjectTag::clique));
+  return *p;
+}
+
 /// Engine object to handle.
 inline k_domain_t handle(Domain* p) noexcept { return reinterpret_cast<k_domain_t>(p); }
 inline k_node_t handle(Node* p) noexcept { return reinterpret_cast<k_node_t>(p); }
@@ -79,6 +91,10 @@ inline k_table_t handle(Table* p) noexcept { return reinterpret_cast<k_table_t>(
 inline k_attribute_t handle(Attribute* p) noexcept { return reinterpret_cast<k_attribute_t>(p); }
 inline k_expression_t handle(Expression* p) noexcept { return reinterpret_cast<k_expression_t>(p); }
 inline k_model_t handle(Model* p) noexcept { return reinterpret_cast<k_model_t>(p); }
+inline k_junction_tree_t handle(JunctionTree* p) noexcept {
+  return reinterpret_cast<k_junction_tree_t>(p);
+}
+inline k_clique_t handle(Clique* p) noexcept { return reinterpret_cast<k_clique_t>(p); }
 /// A null-ended engine node list as a C list.
 inline k_node_t* handle(Node* const* list) noexcept {
   return reinterpret_cast<k_node_t*>(const_cast<Node**>(list));

@@ -66,6 +66,9 @@ class Clique : public Object {
   // Propagation state.
   double normalization_factor = 1.0;
   double conflict_factor = 1.0;
+  /// The plan from the clique table onto no node (its total); made by the
+  /// first propagation and kept, so that later ones allocate nothing.
+  IndexPlan total_plan;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "cliquePeer"
@@ -98,6 +101,31 @@ class JunctionTree : public Object {
   double normalization_constant = 1.0;
   double log_normalization_constant = 0.0;
   double conflict = 1.0;
+  /// The domain's table-change count when the clique tables were last
+  /// initialised: a different count means a node table may have changed.
+  std::uint64_t table_changes_seen = 0;
+  /// The root clique of the last propagation (the conflict clique of the
+  /// tree's nodes); null before the first one.
+  Clique* last_root = nullptr;
+
+  /// One message link of a propagation: `inner` is the clique on the root
+  /// side, `outer` the other one, with the plans from each clique's table
+  /// onto the separator.
+  struct Message {
+    Clique* inner;
+    Clique* outer;
+    Separator* separator;
+    const IndexPlan* inner_plan;
+    const IndexPlan* outer_plan;
+  };
+  /// The links ordered root-first for `schedule_root`: distribute walks them
+  /// forwards, collect backwards.  Rebuilt (without allocating) when another
+  /// root is asked for.
+  std::vector<Message> schedule;
+  Clique* schedule_root = nullptr;
+  /// Room for one evidence or ratio vector (as many entries as the largest
+  /// state count among the tree's nodes).
+  std::vector<double> evidence_scratch;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "jtPeer"

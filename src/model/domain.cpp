@@ -47,7 +47,10 @@ void Domain::install_forest(ForestPtr forest) noexcept {
 void Domain::uncompile() noexcept {
   compiled_ = false;
   compressed_ = false;
+  if (forest_ == nullptr) return;
   forest_.reset();  // the forest clears the nodes' slots
+  // What was propagated went with the forest; entered evidence stays.
+  for (Node* n = first_; n != nullptr; n = n->next) n->evidence.forget_propagated();
 }
 
 std::uint64_t Domain::count(k_category_t category) const noexcept {

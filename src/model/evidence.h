@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
@@ -12,6 +13,10 @@ namespace kelva {
 /// general finding held in the vector.  The vectors are allocated on first
 /// use and never freed by retraction; a vector is meaningful only while its
 /// code is -2.  Continuous nodes use the flags and values.
+///
+/// The entry operations (inference/evidence.h) write the entered fields;
+/// the propagated fields are written only by propagation, and cleared when
+/// the forest they were propagated into is discarded.
 struct Evidence {
   static constexpr std::int64_t kNone = -1;
   static constexpr std::int64_t kVector = -2;
@@ -28,6 +33,29 @@ struct Evidence {
   bool entered = false;
   bool propagated = false;
   double propagated_value = 0.0;
+
+  /// Forgets what was propagated (the forest is gone); keeps the vector.
+  void forget_propagated() noexcept {
+    propagated_code = kNone;
+    propagated = false;
+    propagated_value = 0.0;
+  }
+
+  /// Drops all evidence, entered and propagated: the node's states changed
+  /// in number, so no code or vector fits them any more.
+  void forget_all() noexcept {
+    forget_propagated();
+    entered_code = kNone;
+    entered_vector.clear();
+    propagated_vector.clear();
+    value_entered = false;
+    entered_value = 0.0;
+    entered = false;
+  }
+
+  /// The same evidence over states reordered so that new state i is old
+  /// state new_to_old[i].
+  Evidence permuted(const std::vector<std::size_t>& new_to_old) const;
 };
 
 }  // namespace kelva

@@ -71,8 +71,11 @@ void Node::resize_states(std::size_t count) {
   labels.resize(count);
   std::vector<double> values = state_values_;
   values.resize(count + 1, 0.0);
+  const bool changed = count != state_labels_.size();
   state_labels_.swap(labels);
   state_values_.swap(values);
+  // No code or finding vector fits a different number of states.
+  if (changed) evidence.forget_all();
 }
 
 void Node::permute_states(const std::vector<std::size_t>& new_to_old) {
@@ -82,8 +85,10 @@ void Node::permute_states(const std::vector<std::size_t>& new_to_old) {
     labels[i] = state_labels_[new_to_old[i]];
     values[i] = state_values_[new_to_old[i]];
   }
+  Evidence reordered = evidence.permuted(new_to_old);
   state_labels_.swap(labels);
   state_values_.swap(values);
+  evidence = std::move(reordered);
 }
 
 void Node::table_changed() noexcept { domain_->note_table_change(); }

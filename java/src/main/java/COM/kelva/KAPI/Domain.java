@@ -389,6 +389,107 @@ public final class Domain implements AutoCloseable {
     check(kDomainGenerateTables(handle));
   }
 
+  // ---- Evidence and equilibrium ----
+
+  /**
+   * Retracts the evidence of every discrete and continuous node.
+   *
+   * @throws KelvaException when the domain is closed
+   */
+  public void retractFindings() {
+    check(kDomainRetractFindings(handle));
+  }
+
+  /**
+   * Whether evidence was propagated into any junction tree.
+   *
+   * @return true when some tree's last propagation included evidence
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public boolean evidenceIsPropagated() {
+    return check(kDomainEvidenceIsPropagated(handle)) == 1;
+  }
+
+  /**
+   * Whether a likelihood was propagated into any junction tree.
+   *
+   * @return true when some tree's last propagation included a likelihood
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public boolean likelihoodIsPropagated() {
+    return check(kDomainLikelihoodIsPropagated(handle)) == 1;
+  }
+
+  /**
+   * Whether evidence on continuous nodes was propagated into any junction
+   * tree.
+   *
+   * @return true when some tree's last propagation included such evidence
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public boolean cgEvidenceIsPropagated() {
+    return check(kDomainCGEvidenceIsPropagated(handle)) == 1;
+  }
+
+  /**
+   * Whether a propagation would incorporate evidence: some node's evidence
+   * changed since the last propagation, or a tree must be rebuilt from the
+   * node tables.
+   *
+   * @return true when there is evidence to propagate
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public boolean evidenceToPropagate() {
+    return check(kDomainEvidenceToPropagate(handle)) == 1;
+  }
+
+  /**
+   * Whether node tables changed since the last propagation.
+   *
+   * @return true when a propagation would start from the node tables
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public boolean tablesToPropagate() {
+    return check(kDomainTablesToPropagate(handle)) == 1;
+  }
+
+  /**
+   * Whether every junction tree is in the given equilibrium.
+   *
+   * @param equilibrium {@link Equilibrium#SUM} or {@link Equilibrium#MAX}
+   * @return true when all trees are in it
+   * @throws KelvaException "not_compiled" when the domain is not compiled,
+   *     "usage" for {@link Equilibrium#NONE}
+   */
+  public boolean equilibriumIs(Equilibrium equilibrium) {
+    return check(kDomainEquilibriumIs(handle, equilibrium.code())) == 1;
+  }
+
+  /**
+   * Whether the evidence of every junction tree was propagated in the given
+   * mode (a tree without propagated evidence is in every mode).
+   *
+   * @param mode the mode
+   * @return true when all trees are in it
+   * @throws KelvaException "not_compiled" when the domain is not compiled,
+   *     "no_equilibrium" when a tree holds no equilibrium
+   */
+  public boolean evidenceModeIs(EvidenceMode mode) {
+    return check(kDomainEvidenceModeIs(handle, mode.code())) == 1;
+  }
+
+  /**
+   * Writes the beliefs, expected utilities and function values of every
+   * node to the log file; nothing is written when no log file is set.
+   *
+   * @throws KelvaException "not_compiled" when the domain is not compiled,
+   *     "no_equilibrium" when a tree holds no equilibrium, "io" when the log
+   *     cannot be written
+   */
+  public void reportBeliefs() {
+    check(kDomainReportBeliefs(handle));
+  }
+
   /**
    * Writes the domain as NET text to a file, which the domain then keeps as
    * its file name.

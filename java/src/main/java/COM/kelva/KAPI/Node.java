@@ -506,6 +506,193 @@ public final class Node {
     check(kNodeGenerateTable(nodePeer));
   }
 
+  // ---- Evidence ----
+
+  /**
+   * Enters the evidence that the discrete node is in state {@code state}.
+   *
+   * @param state the state index
+   * @throws KelvaException "usage" when the node is not discrete or the
+   *     index is not below its number of states
+   */
+  public void selectState(long state) {
+    check(kNodeSelectState(nodePeer, state));
+  }
+
+  /**
+   * Sets the finding of one state of a discrete node: 0 rules the state
+   * out, 1 leaves it possible, other values weigh it (a likelihood).
+   *
+   * @param state the state index
+   * @param value the finding, at least 0 and below the largest double
+   * @throws KelvaException "usage" for a node that is not discrete, a state
+   *     out of range, or a negative, infinite or NaN value
+   */
+  public void enterFinding(long state, double value) {
+    check(kNodeEnterFinding(nodePeer, state, value));
+  }
+
+  /**
+   * Enters a value: the value of a continuous node, or, on a number or
+   * interval node, the selection of the state that holds the value.
+   *
+   * @param value the value
+   * @throws KelvaException "usage" for a node of another sort, a value that
+   *     no state holds, or a value that is not finite on a continuous node;
+   *     "invalid_state_values" when the node's state values do not increase
+   */
+  public void enterValue(double value) {
+    check(kNodeEnterValue(nodePeer, value));
+  }
+
+  /**
+   * Removes the evidence entered on the node; nothing happens when there is
+   * none.
+   *
+   * @throws KelvaException "usage" for a node that is neither discrete nor
+   *     continuous
+   */
+  public void retractFindings() {
+    check(kNodeRetractFindings(nodePeer));
+  }
+
+  /**
+   * Whether evidence is entered on the node.
+   *
+   * @return true when a state is selected, a finding other than all ones is
+   *     entered, or a continuous node has a value
+   * @throws KelvaException "usage" for a node that is neither discrete nor
+   *     continuous
+   */
+  public boolean evidenceIsEntered() {
+    return check(kNodeEvidenceIsEntered(nodePeer)) == 1;
+  }
+
+  /**
+   * Whether the node had evidence when its junction tree was last
+   * propagated.
+   *
+   * @return true when the propagated evidence is not empty
+   * @throws KelvaException "usage" for a node that is neither discrete nor
+   *     continuous
+   */
+  public boolean evidenceIsPropagated() {
+    return check(kNodeEvidenceIsPropagated(nodePeer)) == 1;
+  }
+
+  /**
+   * Whether the entered evidence is a likelihood: a finding with some value
+   * other than 0 and 1.
+   *
+   * @return true for a likelihood
+   * @throws KelvaException "usage" for a node that is neither discrete nor
+   *     continuous
+   */
+  public boolean likelihoodIsEntered() {
+    return check(kNodeLikelihoodIsEntered(nodePeer)) == 1;
+  }
+
+  /**
+   * Whether the propagated evidence is a likelihood.
+   *
+   * @return true for a likelihood
+   * @throws KelvaException "usage" for a node that is neither discrete nor
+   *     continuous
+   */
+  public boolean likelihoodIsPropagated() {
+    return check(kNodeLikelihoodIsPropagated(nodePeer)) == 1;
+  }
+
+  /**
+   * Whether the entered evidence differs from the propagated evidence.
+   *
+   * @return true when a propagation would change what the node contributes
+   * @throws KelvaException "usage" for a node that is neither discrete nor
+   *     continuous
+   */
+  public boolean evidenceToPropagate() {
+    return check(kNodeEvidenceToPropagate(nodePeer)) == 1;
+  }
+
+  /**
+   * The entered finding of a state of a discrete node.
+   *
+   * @param state the state index
+   * @return the finding: 1 for every state when there is no evidence, 1 for
+   *     the selected state and 0 for the others
+   * @throws KelvaException "usage" for a node that is not discrete or a
+   *     state out of range
+   */
+  public double getEnteredFinding(long state) {
+    return check(kNodeGetEnteredFinding(nodePeer, state));
+  }
+
+  /**
+   * The finding of a state as of the last propagation.
+   *
+   * @param state the state index
+   * @return the finding
+   * @throws KelvaException "usage" for a node that is not discrete or a
+   *     state out of range
+   */
+  public double getPropagatedFinding(long state) {
+    return check(kNodeGetPropagatedFinding(nodePeer, state));
+  }
+
+  /**
+   * The selected state of a discrete node.
+   *
+   * @return the state index
+   * @throws KelvaException "usage" when no single state is selected
+   */
+  public long getSelectedState() {
+    return check(kNodeGetSelectedState(nodePeer));
+  }
+
+  /**
+   * The state selected as of the last propagation.
+   *
+   * @return the state index
+   * @throws KelvaException "usage" when no single state was selected
+   */
+  public long getPropagatedState() {
+    return check(kNodeGetPropagatedState(nodePeer));
+  }
+
+  /**
+   * The entered value of a continuous node, or the value entered on a
+   * number or interval node.
+   *
+   * @return the value
+   * @throws KelvaException "usage" when no value is entered
+   */
+  public double getEnteredValue() {
+    return check(kNodeGetEnteredValue(nodePeer));
+  }
+
+  /**
+   * The value of a continuous node as of the last propagation.
+   *
+   * @return the value
+   * @throws KelvaException "usage" when no value was propagated
+   */
+  public double getPropagatedValue() {
+    return check(kNodeGetPropagatedValue(nodePeer));
+  }
+
+  /**
+   * Writes the node's beliefs (or mean and variance, or value) to its
+   * domain's log file; nothing is written when no log file is set.
+   *
+   * @throws KelvaException "usage" for a node that is neither discrete,
+   *     continuous nor a function node, "not_compiled" when the domain is
+   *     not compiled, "no_equilibrium" when the node's tree holds no
+   *     equilibrium, "io" when the log cannot be written
+   */
+  public void reportBeliefs() {
+    check(kNodeReportBeliefs(nodePeer));
+  }
+
   /** The three table natives, which take the Java table to attach last. */
   private enum TableGetter {
     CONDITIONAL,

@@ -1,0 +1,119 @@
+#include "inference/clique_ops.h"
+
+#include <algorithm>
+
+#include "model/domain.h"
+#include "model/node.h"
+#include "table/table.h"
+
+namespace kelva {
+
+void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::size_t states,
+                     double* out) noexcept {
+  if (code >= 0) {
+    std::fill(out, out + states, 0.0);
+    if (static_cast<std::uint64_t>(code) < states) out[code] = 1.0;
+    return;
+  }
+  if (code == Evidence::kVector) {
+    const std::size_t have = std::min(states, vector.size());
+    std::copy(vector.begin(), vector.begin() + static_cast<std::ptrdiff_t>(have), out);
+    std::fill(out + have, out + states, 1.0);
+    return;
+  }
+  std::fill(out, out + states, 1.0);
+}
+
+namespace {
+
+// Whether a node's table is a factor of the joint distribution.
+bool is_factor(const Node& node) noexcept {
+  if (!node.is_discrete()) return false;
+  const k_category_t c = node.category();
+  return c == K_CATEGORY_CHANCE || c == K_CATEGORY_DECISION || c == K_CATEGORY_FUNCTION;
+}
+
+}  // namespace
+
+void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
+    Table& table = *(*c)->table;
+    double* data = table.data();
+    std::fill(data, data + table.size(), 1.0);
+    // The separators start empty of information too (the tables then
+    // stand for the product of the node tables).
+    for (const Clique::Link& link : (*c)->links) {
+      if (link.separator->child != *c) continue;
+      Table& sep = *link.separator->table;
+      std::fill(sep.data(), sep.data() + sep.size(), 1.0);
+    }
+  }
+  Forest& forest = *tree.domain->forest();
+  for (const NodeSlot& slot : forest.nodes) {
+    if (slot.tree != &tree || slot.assigned == nullptr || slot.node == nullptr) continue;
+    if (!is_factor(*slot.node) || slot.node->table() == nullptr) continue;
+    const Table& own = *slot.node->table();
+    multiply(slot.assigned_plan, slot.assigned->table->data(), own.data(), parallelism);
+  }
+  for (const ComponentSlot& slot : forest.components) {
+    if (slot.assigned == nullptr || slot.assigned->tree != &tree) continue;
+    const Table& potential = *slot.component->table;
+    multiply(slot.assigned_plan, slot.assigned->table->data(), potential.data(), parallelism);
+  }
+}
+
+void multiply_into_home(const NodeSlot& slot, const double* vector,
+                        const Parallelism& parallelism) {
+  multiply(slot.home_plan, slot.home->table->data(), vector, parallelism);
+}
+
+void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
+                  const Parallelism& parallelism) {
+  Separator& sep = *link.separator;
+  const Clique& from = outward ? *link.inner : *link.outer;
+  Clique& to = outward ? *link.outer : *link.inner;
+  const IndexPlan& from_plan = outward ? *link.inner_plan : *link.outer_plan;
+  const IndexPlan& to_plan = outward ? *link.outer_plan : *link.inner_plan;
+
+  double* fresh = sep.scratch.data();
+  marginalize(from_plan, from.table->data(), fresh, how, parallelism);
+  // One pass over the separator: keep the new values, and leave in the
+  // scratch the quotient new / old that the receiver is multiplied by.
+  double* old = sep.table->data();
+  const std::uint64_t n = from_plan.small_size();
+  for (std::uint64_t i = 0; i < n; ++i) {
+    const double o = old[i];
+    const double f = fresh[i];
+    old[i] = f;
+    fresh[i] = o > 0.0 ? f / o : f;
+  }
+  multiply(to_plan, to.table->data(), fresh, parallelism);
+}
+
+double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism) {
+  double total = 0.0;
+  marginalize(clique.total_plan, clique.table->data(), &total, how, parallelism);
+  return total;
+}
+
+void scale_clique(Clique& clique, double factor, const Parallelism& parallelism) {
+  multiply(clique.total_plan, clique.table->data(), &factor, parallelism);
+}
+
+void node_marginal(NodeSlot& slot, Reduce how, const Parallelism& parallelism) {
+  marginalize(slot.home_plan, slot.home->table->data(), slot.marginal.data(), how, parallelism);
+}
+
+double expected_utility(const NodeSlot& slot) {
+  const double* p = slot.assigned->table->data();
+  const double* u = slot.node->table()->data();
+  const std::uint64_t ss = slot.assigned_plan.inner_small_stride();
+  double total = 0.0;
+  slot.assigned_plan.walk(0, slot.assigned_plan.large_size(),
+                          [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+                            for (std::uint64_t k = 0; k < n; ++k) total += p[l + k] * u[s + k * ss];
+                          });
+  return total;
+}
+
+}  // namespace kelva

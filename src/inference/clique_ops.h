@@ -1,0 +1,55 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "compile/junction_forest.h"
+#include "table/table_ops.h"
+
+namespace kelva {
+
+// The clique-level steps of propagation.  Every operation on clique and
+// separator data goes through these functions; a compressed representation
+// of the forest's tables is dispatched here and nowhere else.
+
+/// Writes the node's evidence as a vector over its `states` states into
+/// `out`: all ones for code -1, the indicator of state k for code k >= 0,
+/// and the finding vector for code -2 (ones where it is short).
+void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::size_t states,
+                     double* out) noexcept;
+
+/// Sets every separator table of `tree` to ones and every clique table to
+/// the product of the tables assigned
+/// to it: the conditional (or policy) tables of discrete chance, decision and
+/// function nodes, and chain-graph component potentials.  Utility tables and
+/// the tables of continuous nodes are not multiplied in (a continuous node's
+/// density integrates to one over its own values).
+void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism);
+
+/// Multiplies `vector` (one entry per state of the slot's node) into the
+/// node's home clique.
+void multiply_into_home(const NodeSlot& slot, const double* vector,
+                        const Parallelism& parallelism);
+
+/// Sends the message of `link`, outwards (inner to outer clique) or
+/// inwards: the sender's table is marginalized onto the separator, the new
+/// separator table replaces the old one, and the receiver is multiplied by
+/// new / old (an entry whose old value is 0 multiplies by the new value).
+void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
+                  const Parallelism& parallelism);
+
+/// The total of the clique's table: sum or maximum of its entries.
+double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism);
+
+/// Multiplies every entry of the clique's table by `factor`.
+void scale_clique(Clique& clique, double factor, const Parallelism& parallelism);
+
+/// Computes the slot's marginal from its home clique.
+void node_marginal(NodeSlot& slot, Reduce how, const Parallelism& parallelism);
+
+/// The expected utility of a utility node: the sum over the entries of its
+/// (normalized) assigned clique of probability times utility.
+double expected_utility(const NodeSlot& slot);
+
+}  // namespace kelva

@@ -1,0 +1,386 @@
+#include "inference/propagate.h"
+
+#include <algorithm>
+#include <cfloat>
+#include <cmath>
+
+#include "compile/junction_forest.h"
+#include "inference/clique_ops.h"
+#include "inference/evidence.h"
+#include "model/domain.h"
+#include "model/error.h"
+#include "model/node.h"
+#include "table/table.h"
+
+namespace kelva {
+
+namespace {
+
+// Entry i of the evidence vector that `code` and `vector` stand for.
+double evidence_entry(std::int64_t code, const std::vector<double>& vector, std::size_t i) noexcept {
+  if (code >= 0) return static_cast<std::uint64_t>(code) == i ? 1.0 : 0.0;
+  if (code == Evidence::kVector && i < vector.size()) return vector[i];
+  return 1.0;
+}
+
+// The root total must be a normal, finite double.  A negative total is the
+// failure value of the total's computation: the thread's code then stands
+// (and a negative total with the code still "none" passes).  NaN is overflow.
+void check_total(double x) {
+  if (x < 0.0) {
+    const k_error_t code = k_error_code();
+    if (code != K_ERROR_NONE) throw Error(code);
+    return;
+  }
+  if (x >= DBL_MIN && x < DBL_MAX) return;
+  if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  throw Error(K_ERROR_OVERFLOW);
+}
+
+bool is_chance_only(const Domain& domain) noexcept {
+  return domain.count(K_CATEGORY_DECISION) == 0 && domain.count(K_CATEGORY_UTILITY) == 0 &&
+         domain.count(K_CATEGORY_FUNCTION) == 0 && domain.continuous_count() == 0;
+}
+
+// The checks made before any table is touched, in their documented order.
+void check_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
+  require((equilibrium == K_EQUILIBRIUM_SUM || equilibrium == K_EQUILIBRIUM_MAX) &&
+          (mode == K_MODE_NORMAL || mode == K_MODE_FAST_RETRACTION));
+  require(domain.is_compiled(), K_ERROR_NOT_COMPILED);
+  if (equilibrium != K_EQUILIBRIUM_SUM || mode != K_MODE_NORMAL) {
+    require(is_chance_only(domain));
+    require(!(mode == K_MODE_FAST_RETRACTION && domain.is_compressed()), K_ERROR_COMPRESSED);
+  }
+  for (const Node* node = domain.first_node(); node != nullptr; node = node->next) {
+    // Evidence on a decision node must be an instantiation.
+    if (node->category() == K_CATEGORY_DECISION)
+      require(node->evidence.entered_code != Evidence::kVector, K_ERROR_INVALID_EVIDENCE);
+    // Messages carry the discrete part only: continuous evidence has no
+    // place in them.
+    if (node->is_continuous() && node->evidence.entered)
+      throw Error(K_ERROR_CG_EVIDENCE_INCORPORATED);
+  }
+}
+
+std::size_t clique_count(const JunctionTree& tree) noexcept {
+  std::size_t n = 0;
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) ++n;
+  return n;
+}
+
+const IndexPlan* plan_of(const Clique* clique, const Separator& sep) noexcept {
+  return sep.parent == clique ? &sep.parent_plan : &sep.child_plan;
+}
+
+// Orders the tree's links root-first from `root` (breadth first, using the
+// schedule itself as the queue); allocates nothing once reserved.
+void build_schedule(JunctionTree& tree, Clique* root) {
+  tree.schedule.clear();
+  auto push_links = [&tree](Clique* clique, const Clique* from) {
+    for (const Clique::Link& link : clique->links) {
+      if (link.neighbour == from) continue;
+      tree.schedule.push_back({clique, link.neighbour, link.separator,
+                               plan_of(clique, *link.separator),
+                               plan_of(link.neighbour, *link.separator)});
+    }
+  };
+  push_links(root, nullptr);
+  for (std::size_t i = 0; i < tree.schedule.size(); ++i)
+    push_links(tree.schedule[i].outer, tree.schedule[i].inner);
+  tree.schedule_root = root;
+}
+
+// Everything propagation writes into, made once: table data, scratch,
+// plans, marginals and the room of the propagated evidence vectors.
+void prepare(JunctionTree& tree) {
+  Forest& forest = *tree.domain->forest();
+  if (tree.schedule.capacity() < clique_count(tree)) tree.schedule.reserve(clique_count(tree));
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
+    Clique& clique = **c;
+    clique.table->data();
+    if (clique.total_plan.large_size() != clique.table->size())
+      clique.total_plan = IndexPlan(clique.table->state_counts(), {});
+    for (const Clique::Link& link : clique.links) {
+      Separator& sep = *link.separator;
+      sep.table->data();
+      if (sep.scratch.size() < sep.table->size()) sep.scratch.resize(sep.table->size());
+    }
+  }
+  std::size_t most_states = 1;
+  for (NodeSlot& slot : forest.nodes) {
+    if (slot.tree != &tree || slot.node == nullptr) continue;
+    Node& node = *slot.node;
+    if (node.is_discrete()) {
+      const std::size_t n = node.state_count();
+      if (slot.marginal.size() != n) slot.marginal.assign(n, 0.0);
+      if (node.evidence.propagated_vector.capacity() < n) node.evidence.propagated_vector.reserve(n);
+      if (n > most_states) most_states = n;
+    } else if (node.category() == K_CATEGORY_UTILITY) {
+      if (slot.expected_utility.size() != 1) slot.expected_utility.assign(1, 0.0);
+    }
+    if (node.table() != nullptr) node.table()->data();
+  }
+  if (tree.evidence_scratch.size() < most_states) tree.evidence_scratch.resize(most_states);
+}
+
+// Whether the change from the propagated to the entered evidence of a
+// discrete node can be multiplied in: no state excluded before is allowed
+// again, and the evidence is not retracted.
+bool absorbable(const Node& node) noexcept {
+  const Evidence& ev = node.evidence;
+  if (ev.entered_code == Evidence::kNone) return ev.propagated_code == Evidence::kNone;
+  for (std::size_t i = 0; i < node.state_count(); ++i)
+    if (evidence_entry(ev.entered_code, ev.entered_vector, i) > 0.0 &&
+        evidence_entry(ev.propagated_code, ev.propagated_vector, i) == 0.0)
+      return false;
+  return true;
+}
+
+// Multiplies the entered evidence of every discrete node of the tree into
+// its home clique.
+void multiply_entered_evidence(JunctionTree& tree, const Parallelism& par) {
+  Forest& forest = *tree.domain->forest();
+  double* v = tree.evidence_scratch.data();
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    const Node& node = **p;
+    if (!node.is_discrete() || node.evidence.entered_code == Evidence::kNone) continue;
+    const NodeSlot* slot = forest.slot(node);
+    if (slot == nullptr || slot->home == nullptr) continue;
+    evidence_vector(node.evidence.entered_code, node.evidence.entered_vector, node.state_count(), v);
+    multiply_into_home(*slot, v, par);
+  }
+}
+
+// Normal mode without re-initialisation: multiplies new / old evidence of
+// every node whose evidence changed into its home clique (states excluded
+// before stay excluded).
+void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
+  Forest& forest = *tree.domain->forest();
+  double* r = tree.evidence_scratch.data();
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    const Node& node = **p;
+    if (!node.is_discrete() || !evidence_to_propagate(node)) continue;
+    const NodeSlot* slot = forest.slot(node);
+    if (slot == nullptr || slot->home == nullptr) continue;
+    const Evidence& ev = node.evidence;
+    for (std::size_t i = 0; i < node.state_count(); ++i) {
+      const double o = evidence_entry(ev.propagated_code, ev.propagated_vector, i);
+      const double n = evidence_entry(ev.entered_code, ev.entered_vector, i);
+      r[i] = o != 0.0 ? n / o : 0.0;
+    }
+    multiply_into_home(*slot, r, par);
+  }
+}
+
+// Collect towards the root, normalization of the root and distribute; the
+// root total x is checked, folded into the normalization constant and
+// returned.
+double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
+  const auto& schedule = tree.schedule;
+  for (std::size_t i = schedule.size(); i-- > 0;) {
+    if (how == Reduce::max) check_total(clique_total(*schedule[i].outer, how, par));
+    send_message(schedule[i], false, how, par);
+  }
+  Clique& root = *tree.schedule_root;
+  const double x = clique_total(root, how, par);
+  check_total(x);
+  scale_clique(root, 1.0 / x, par);
+  tree.normalization_constant *= x;
+  tree.log_normalization_constant += std::log(x);
+  for (const JunctionTree::Message& link : schedule) send_message(link, true, how, par);
+  return x;
+}
+
+// The factor of a node's evidence against its marginal P: P[k] for a
+// selected state, the sum (or maximum) of P[i] * finding[i] otherwise.
+double evidence_factor(const Node& node, const std::vector<double>& p, Reduce how) noexcept {
+  const Evidence& ev = node.evidence;
+  double f = 0.0;
+  for (std::size_t i = 0; i < p.size(); ++i) {
+    const double term = p[i] * evidence_entry(ev.entered_code, ev.entered_vector, i);
+    f = how == Reduce::sum ? f + term : std::fmax(f, term);
+  }
+  return f;
+}
+
+void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
+  Forest& forest = *tree.domain->forest();
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    NodeSlot* slot = forest.slot(**p);
+    if (slot == nullptr) continue;
+    if ((*p)->is_discrete() && slot->home != nullptr) node_marginal(*slot, how, par);
+    else if ((*p)->category() == K_CATEGORY_UTILITY && slot->assigned != nullptr &&
+             !slot->expected_utility.empty())
+      slot->expected_utility[0] = expected_utility(*slot);
+  }
+}
+
+// Copies the entered evidence of the tree's nodes to their propagated
+// evidence and recomputes the tree's evidence flags.
+void record_propagated_evidence(JunctionTree& tree) {
+  bool evidence = false;
+  bool likelihood = false;
+  bool cg = false;
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    Node& node = **p;
+    // The vector's room was reserved by prepare(): copying allocates nothing.
+    mark_propagated(node);
+    const Evidence& ev = node.evidence;
+    if (node.is_discrete()) {
+      if (ev.propagated_code == Evidence::kVector)
+        for (double v : ev.propagated_vector)
+          if (v != 0.0 && v != 1.0) likelihood = true;
+      if (ev.propagated_code != Evidence::kNone) evidence = true;
+    } else if (node.is_continuous() && ev.propagated) {
+      evidence = cg = true;
+    }
+  }
+  tree.evidence_propagated = evidence;
+  tree.likelihood_propagated = likelihood;
+  tree.cg_evidence_propagated = cg;
+  tree.evidence_to_propagate = 0;
+}
+
+void reset_tree(JunctionTree& tree) noexcept {
+  tree.needs_initialisation = true;
+  tree.equilibrium = K_EQUILIBRIUM_NONE;
+}
+
+void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
+              k_evidence_mode_t mode) {
+  Domain& domain = *tree.domain;
+  if (root == nullptr) root = tree.root;
+  prepare(tree);
+  if (tree.schedule_root != root) build_schedule(tree, root);
+
+  const Reduce how = equilibrium == K_EQUILIBRIUM_MAX ? Reduce::max : Reduce::sum;
+  const Parallelism par = Parallelism::of(domain);
+  const bool has_decisions = domain.count(K_CATEGORY_DECISION) > 0;
+
+  bool waiting = false;
+  bool absorbs = true;
+  bool involved = false;
+  bool decision_changed = false;
+  bool entered = false;
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    const Node& node = **p;
+    if (!node.is_discrete()) continue;
+    const Evidence& ev = node.evidence;
+    if (ev.entered_code != Evidence::kNone) entered = true;
+    if (ev.entered_code != Evidence::kNone || ev.propagated_code != Evidence::kNone) involved = true;
+    if (!evidence_to_propagate(node)) continue;
+    waiting = true;
+    if (!absorbable(node)) absorbs = false;
+    if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
+  }
+  const bool reinitialise =
+      tree.needs_initialisation || tree.tables_changed || tree.equilibrium == K_EQUILIBRIUM_NONE ||
+      tree.table_changes_seen != domain.table_changes() || (mode != tree.mode && involved) ||
+      (waiting && !absorbs) || (has_decisions && decision_changed) ||
+      (waiting && mode == K_MODE_FAST_RETRACTION);
+  if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
+
+  const bool was_valid = tree.equilibrium != K_EQUILIBRIUM_NONE;
+  try {
+    for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c)
+      (*c)->normalization_factor = (*c)->conflict_factor = 1.0;
+    if (reinitialise) {
+      initialise_cliques(tree, par);
+      tree.normalization_constant = 1.0;
+      tree.log_normalization_constant = 0.0;
+      tree.table_changes_seen = domain.table_changes();
+      tree.tables_changed = false;
+      tree.needs_initialisation = false;
+      if (mode == K_MODE_NORMAL) multiply_entered_evidence(tree, par);
+    } else if (waiting) {
+      absorb_new_evidence(tree, par);
+    }
+
+    // Fast retraction keeps the evidence apart from the node tables: the
+    // tree is first brought to equilibrium without it, which gives each
+    // node's evidence factor against its prior marginal, and the evidence
+    // is then multiplied in.
+    double evidence_factors = 1.0;
+    if (mode == K_MODE_FAST_RETRACTION && reinitialise && entered) {
+      calibrate(tree, how, par);
+      Forest& forest = *domain.forest();
+      for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+        const Node& node = **p;
+        if (!node.is_discrete() || node.evidence.entered_code == Evidence::kNone) continue;
+        NodeSlot* slot = forest.slot(node);
+        if (slot == nullptr || slot->home == nullptr) continue;
+        node_marginal(*slot, how, par);
+        evidence_factors *= evidence_factor(node, slot->marginal, how);
+      }
+      multiply_entered_evidence(tree, par);
+    }
+
+    const double x = calibrate(tree, how, par);
+    Clique& top = *tree.schedule_root;
+    if (was_valid) top.normalization_factor /= x;
+    if (mode == K_MODE_FAST_RETRACTION) top.normalization_factor *= evidence_factors;
+    top.conflict_factor = evidence_factors / x;
+    tree.conflict = top.conflict_factor;
+    tree.last_root = &top;
+
+    set_results(tree, how, par);
+  } catch (...) {
+    reset_tree(tree);
+    throw;
+  }
+  tree.equilibrium = equilibrium;
+  tree.mode = mode;
+  record_propagated_evidence(tree);
+}
+
+Forest& compiled_forest(Domain& domain) {
+  require(domain.is_compiled(), K_ERROR_NOT_COMPILED);
+  return *domain.forest();
+}
+
+// Forgets the propagated evidence of the forest's nodes and recounts what
+// is waiting; every tree ends in equilibrium none.
+void unpropagate(Forest& forest) noexcept {
+  for (NodeSlot& slot : forest.nodes)
+    if (slot.node != nullptr) slot.node->evidence.forget_propagated();
+  for (auto& tree : forest.trees) {
+    reset_tree(*tree);
+    tree->evidence_propagated = tree->likelihood_propagated = tree->cg_evidence_propagated = false;
+    tree->normalization_constant = 1.0;
+    tree->log_normalization_constant = 0.0;
+    tree->conflict = 1.0;
+    tree->evidence_to_propagate = count_evidence_to_propagate(*tree);
+  }
+}
+
+}  // namespace
+
+void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
+                    k_evidence_mode_t mode) {
+  check_request(*tree.domain, equilibrium, mode);
+  run_tree(tree, root, equilibrium, mode);
+}
+
+void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
+  check_request(domain, equilibrium, mode);
+  Forest& forest = *domain.forest();
+  try {
+    for (auto& tree : forest.trees) run_tree(*tree, nullptr, equilibrium, mode);
+  } catch (...) {
+    for (auto& tree : forest.trees) reset_tree(*tree);
+    throw;
+  }
+}
+
+void initialise_domain(Domain& domain) { unpropagate(compiled_forest(domain)); }
+
+void reset_inference_engine(Domain& domain) {
+  Forest& forest = compiled_forest(domain);
+  unpropagate(forest);
+  for (auto& tree : forest.trees) {
+    prepare(*tree);
+    initialise_cliques(*tree, Parallelism::of(domain));
+  }
+}
+
+}  // namespace kelva

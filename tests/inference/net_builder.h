@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <random>
+#include <vector>
+
+#include "kelva/kelva.h"
+#include "model/domain.h"
+#include "model/node.h"
+
+namespace kelva::test {
+
+/// A small network made in a test, and what the enumeration oracle needs.
+struct TestNet {
+  k_domain_t domain = nullptr;
+  std::vector<Node*> nodes;  ///< in creation order
+  Domain& d() const { return *reinterpret_cast<Domain*>(domain); }
+  TestNet() = default;
+  TestNet(const TestNet&) = delete;
+  TestNet& operator=(const TestNet&) = delete;
+  ~TestNet() { if (domain != nullptr) k_domain_delete(domain); }
+
+  /// Adds a node with `states` states (0 for a utility node) and `parents`.
+  Node* add(k_category_t category, std::size_t states, const std::vector<Node*>& parents);
+  /// Fills the node's table with random positive numbers, normalized per
+  /// parent configuration when `normalize`.
+  void randomize(Node* node, std::mt19937& rng, bool normalize = true);
+};
+
+/// A random network of `count` discrete chance nodes with 2..3 states and up
+/// to `max_parents` parents each, random tables.
+void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents);
+
+/// Builds a junction forest for the domain (min-fill elimination, maximal
+/// spanning trees of the cliques, tables assigned to the smallest clique
+/// that holds them), installs it and marks the domain compiled; then
+/// propagates once (sum, normal) and returns k_domain_propagate's status.
+k_status_t compile_for_test(Domain& domain);
+/// The same without the propagation.
+void build_forest_for_test(Domain& domain);
+
+/// Evidence entry through the C API.
+void select_state(Node& node, std::int64_t state);
+void enter_vector(Node& node, const std::vector<double>& vector);
+void retract(Node& node);
+
+/// The enumeration oracle: P(e) (sum) or max P(x, e) (max) over the joint
+/// of the discrete nodes, with the entered evidence; and each node's
+/// (max-)marginal normalized by that total.
+struct Oracle {
+  double total = 0.0;
+  std::vector<std::vector<double>> marginals;  ///< per node of the net
+  /// Expected utility of each utility node (sum only).
+  std::vector<double> utilities;
+};
+Oracle enumerate(const TestNet& net, bool max);
+
+}  // namespace kelva::test

@@ -1,0 +1,365 @@
+#include <gtest/gtest.h>
+
+#include <cfloat>
+#include <cmath>
+#include <random>
+
+#include "compile/junction_forest.h"
+#include "inference/net_builder.h"
+#include "inference/propagate.h"
+#include "table/table.h"
+
+namespace kelva::test {
+namespace {
+
+k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
+
+// Beliefs, normalization constant and (for sum) expected utilities agree
+// with enumeration of the joint.
+void expect_matches(const TestNet& net, bool max, const char* what) {
+  SCOPED_TRACE(what);
+  const Oracle o = enumerate(net, max);
+  const double c = k_domain_get_normalization_constant(net.domain);
+  EXPECT_NEAR(c, o.total, 1e-12 * o.total);
+  EXPECT_NEAR(k_domain_get_log_normalization_constant(net.domain), std::log(o.total), 1e-12);
+  std::size_t u = 0;
+  for (std::size_t i = 0; i < net.nodes.size(); ++i) {
+    Node* n = net.nodes[i];
+    if (n->category() == K_CATEGORY_UTILITY) {
+      EXPECT_NEAR(k_node_get_expected_utility(h(n), 0), o.utilities[u++], 1e-12);
+      continue;
+    }
+    for (std::size_t s = 0; s < n->state_count(); ++s)
+      EXPECT_NEAR(k_node_get_belief(h(n), s), o.marginals[i][s], 1e-12) << "node " << i;
+  }
+}
+
+TEST(Propagation, RandomNetworksMatchEnumerationThroughEvidenceSequences) {
+  for (unsigned seed = 1; seed <= 12; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 rng(seed);
+    TestNet net;
+    random_network(net, rng, 7 + seed % 3, 3);
+    ASSERT_EQ(compile_for_test(net.d()), 0);
+    expect_matches(net, false, "no evidence");
+
+    Node* a = net.nodes[seed % net.nodes.size()];
+    Node* b = net.nodes[(seed * 5 + 3) % net.nodes.size()];
+    Node* c = net.nodes[(seed * 3 + 1) % net.nodes.size()];
+    select_state(*a, 1);
+    ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+    expect_matches(net, false, "one selected state");
+
+    // Incremental: a likelihood and then a narrower finding on another node.
+    if (b != a) {
+      std::vector<double> v(b->state_count(), 0.5);
+      v[0] = 0.25;
+      enter_vector(*b, v);
+      ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+      expect_matches(net, false, "likelihood absorbed");
+      v.back() = 0.0;
+      enter_vector(*b, v);
+      ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+      expect_matches(net, false, "state excluded");
+      // Allowing the excluded state again cannot be absorbed.
+      v.back() = 2.0;
+      enter_vector(*b, v);
+      ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+      expect_matches(net, false, "state allowed again");
+    }
+
+    ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+    expect_matches(net, true, "max equilibrium");
+
+    if (c != a && c != b) select_state(*c, 0);
+    ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION), 0);
+    expect_matches(net, false, "fast retraction");
+    retract(*a);
+    ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION), 0);
+    expect_matches(net, false, "fast retraction after retraction");
+    retract(*b);
+    ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+    expect_matches(net, false, "normal after retraction");
+    for (auto& t : net.d().forest()->trees) EXPECT_EQ(t->evidence_to_propagate, 0u);
+  }
+}
+
+TEST(Propagation, AnyRootAndUnconnectedPartsGiveTheSameBeliefs) {
+  std::mt19937 rng(77);
+  TestNet net;
+  random_network(net, rng, 6, 2);
+  // A second part, not linked to the first.
+  Node* x = net.add(K_CATEGORY_CHANCE, 3, {});
+  Node* y = net.add(K_CATEGORY_CHANCE, 2, {x});
+  net.randomize(x, rng);
+  net.randomize(y, rng);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  ASSERT_GE(net.d().forest()->trees.size(), 2u);
+  select_state(*y, 1);
+  select_state(*net.nodes[2], 0);
+  for (auto& c : net.d().forest()->cliques) {
+    ASSERT_EQ(k_domain_initialize(net.domain), 0);
+    for (auto& t : net.d().forest()->trees)
+      if (t.get() != c->tree) ASSERT_EQ(k_jt_propagate(reinterpret_cast<k_junction_tree_t>(t.get()), K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+    ASSERT_EQ(k_clique_propagate(reinterpret_cast<k_clique_t>(c.get()), K_EQUILIBRIUM_SUM,
+                                 K_MODE_NORMAL), 0);
+    expect_matches(net, false, "clique as root");
+    EXPECT_EQ(k_node_get_conflict_clique(h(y)) == reinterpret_cast<k_clique_t>(c.get()),
+              c->tree == net.d().forest()->slot(*y)->tree);
+  }
+}
+
+TEST(Propagation, InfluenceDiagramExpectedUtilities) {
+  std::mt19937 rng(5);
+  TestNet net;
+  Node* weather = net.add(K_CATEGORY_CHANCE, 3, {});
+  Node* forecast = net.add(K_CATEGORY_CHANCE, 2, {weather});
+  Node* act = net.add(K_CATEGORY_DECISION, 2, {forecast});
+  Node* gain = net.add(K_CATEGORY_UTILITY, 0, {act, weather});
+  Node* cost = net.add(K_CATEGORY_UTILITY, 0, {act});
+  // The decision has no table: every choice weighs 1.
+  for (Node* n : {weather, forecast}) net.randomize(n, rng);
+  net.randomize(gain, rng, false);
+  net.randomize(cost, rng, false);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  expect_matches(net, false, "no evidence");
+  select_state(*forecast, 1);
+  select_state(*act, 0);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "decision taken");
+  // A finding on a decision is refused; so are other pairs than sum/normal.
+  enter_vector(*act, {1.0, 0.0});
+  enter_vector(*act, {0.5, 1.0});
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EVIDENCE);
+  select_state(*act, 1);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "decision changed");
+  // Conflicts are not defined with decisions.
+  EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(k_node_get_expected_utility(h(weather), 0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+}
+
+// A two-state node whose table is {first, 1 - first}, compiled.
+struct Coin {
+  TestNet net;
+  Node* node;
+  k_status_t compiled;
+  explicit Coin(double first, double second) {
+    node = net.add(K_CATEGORY_CHANCE, 2, {});
+    node->table()->data()[0] = first;
+    node->table()->data()[1] = second;
+    compiled = compile_for_test(net.d());
+  }
+  k_status_t propagate() { return k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL); }
+};
+
+TEST(Propagation, RootTotalValidity) {
+  {
+    Coin coin(DBL_MIN, 1.0);
+    select_state(*coin.node, 0);
+    EXPECT_EQ(coin.propagate(), 0);
+    EXPECT_EQ(k_domain_get_normalization_constant(coin.net.domain), DBL_MIN);
+    EXPECT_EQ(k_node_get_belief(h(coin.node), 0), 1.0);
+  }
+  {
+    Coin coin(DBL_MIN / 2, 1.0);
+    select_state(*coin.node, 0);
+    EXPECT_NE(coin.propagate(), 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  }
+  {
+    Coin coin(std::nan(""), 0.5);
+    EXPECT_NE(coin.compiled, 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_OVERFLOW);
+    EXPECT_NE(coin.propagate(), 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_OVERFLOW);
+  }
+  {
+    Coin coin(DBL_MAX, DBL_MAX);
+    EXPECT_NE(coin.compiled, 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_OVERFLOW);
+    coin.node->table()->data()[0] = 0.5;
+    coin.node->table()->data()[1] = 0.5;
+    coin.node->table()->notify_changed();
+    EXPECT_EQ(coin.propagate(), 0);
+    select_state(*coin.node, 0);
+    coin.node->table()->data()[0] = -1.0;
+    coin.node->table()->notify_changed();
+    // A negative total with no code set passes, as documented.
+    EXPECT_EQ(coin.propagate(), 0);
+  }
+}
+
+TEST(Propagation, InconsistentEvidenceFailsAndLeavesEvidenceEntered) {
+  std::mt19937 rng(3);
+  TestNet net;
+  random_network(net, rng, 5, 2);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  Node* n = net.nodes[2];
+  select_state(*n, 1);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  std::vector<double> v(n->state_count(), 0.0);
+  v[0] = 1.0;
+  if (v.size() > 2) v[2] = 0.5;
+  enter_vector(*n, {0.0, 0.0, 0.0});
+  enter_vector(*n, std::vector<double>(n->state_count(), 0.0));
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  EXPECT_EQ(net.d().forest()->trees[0]->equilibrium, K_EQUILIBRIUM_NONE);
+  EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_EQ(k_domain_get_normalization_constant(net.domain), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_TRUE(net.d().is_compiled());
+  EXPECT_EQ(n->evidence.entered_code, Evidence::kVector);
+  // The next propagation starts from the node tables.
+  enter_vector(*n, v);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "after failure");
+}
+
+TEST(Propagation, NothingChangedMeansNoWork) {
+  std::mt19937 rng(11);
+  TestNet net;
+  random_network(net, rng, 6, 2);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  select_state(*net.nodes[1], 0);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  const double c = k_domain_get_normalization_constant(net.domain);
+  // A clique entry spoiled behind propagation's back stays spoiled: the
+  // second propagation touches nothing.
+  Clique& clique = *net.d().forest()->cliques.back();
+  clique.table->data()[0] = 42.0;
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(clique.table->data()[0], 42.0);
+  EXPECT_EQ(k_domain_get_normalization_constant(net.domain), c);
+  // A changed node table is noticed.
+  Node* n = net.nodes[4];
+  n->table()->data()[0] *= 0.5;
+  n->table()->notify_changed();
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "table changed");
+}
+
+TEST(Propagation, ConflictValues) {
+  std::mt19937 rng(21);
+  TestNet net;
+  random_network(net, rng, 6, 2);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  EXPECT_NEAR(k_domain_get_conflict(net.domain), 1.0, 1e-12);
+  Node* a = net.nodes[1];
+  Node* b = net.nodes[4];
+  const Oracle prior = enumerate(net, false);
+  select_state(*a, 1);
+  enter_vector(*b, std::vector<double>(b->state_count(), 0.0));
+  b->evidence.entered_vector[0] = 0.3;
+  b->evidence.entered_vector[1] = 1.0;
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION), 0);
+  const Oracle post = enumerate(net, false);
+  // Fast retraction: the product of the evidence factors against the prior
+  // marginals, over the probability of all the evidence.
+  const double pa = prior.marginals[1][1];
+  const double pb = prior.marginals[4][0] * 0.3 + prior.marginals[4][1];
+  EXPECT_NEAR(k_domain_get_conflict(net.domain), pa * pb / post.total, 1e-12);
+  const k_clique_t root = k_node_get_conflict_clique(h(a));
+  ASSERT_NE(root, nullptr);
+  EXPECT_NEAR(k_clique_get_conflict(root), pa * pb / post.total, 1e-12);
+  // Normal mode from scratch: one over the probability of the evidence.
+  ASSERT_EQ(k_domain_initialize(net.domain), 0);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_NEAR(k_domain_get_conflict(net.domain), 1.0 / post.total, 1e-9);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+}
+
+TEST(Propagation, ThreadsGiveTheSameResultsBitForBit) {
+  std::vector<std::vector<double>> results[2];
+  for (int threaded = 0; threaded < 2; ++threaded) {
+    std::mt19937 rng(99);
+    TestNet net;
+    random_network(net, rng, 14, 4);
+    // Results may depend on the grain, never on the threads.
+    k_domain_set_grain_size(net.domain, 1);
+    if (threaded) k_domain_set_concurrency_level(net.domain, 4);
+    ASSERT_EQ(compile_for_test(net.d()), 0);
+    select_state(*net.nodes[3], 1);
+    select_state(*net.nodes[9], 0);
+    ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+    for (auto& c : net.d().forest()->cliques)
+      results[threaded].emplace_back(c->table->data(), c->table->data() + c->table->size());
+    results[threaded].push_back({k_domain_get_normalization_constant(net.domain)});
+  }
+  EXPECT_EQ(results[0], results[1]);
+}
+
+TEST(Propagation, ApiErrors) {
+  std::mt19937 rng(8);
+  TestNet net;
+  random_network(net, rng, 4, 2);
+  Node* n = net.nodes[0];
+  EXPECT_NE(k_domain_propagate(nullptr, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_EQ(k_domain_get_normalization_constant(net.domain), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_NE(k_domain_initialize(net.domain), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_NONE, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, static_cast<k_evidence_mode_t>(22)), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(k_node_get_belief(h(n), n->state_count()), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(k_node_get_belief(nullptr, 0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  // A successful call clears the code.
+  EXPECT_GE(k_node_get_belief(h(n), 0), 0.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  // Initialise and reset leave entered evidence waiting, and no equilibrium.
+  select_state(*n, 1);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  ASSERT_EQ(k_domain_reset_inference_engine(net.domain), 0);
+  EXPECT_EQ(n->evidence.propagated_code, Evidence::kNone);
+  EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "after reset");
+
+  // Joint marginals of nodes sharing a clique.
+  Node* child = nullptr;
+  for (Node* m : net.nodes)
+    if (!m->parents().empty()) child = m;
+  ASSERT_NE(child, nullptr);
+  std::vector<k_node_t> family{h(child), h(child->parents()[0]), nullptr};
+  k_table_t joint = k_domain_get_marginal(net.domain, family.data());
+  ASSERT_NE(joint, nullptr);
+  const Table& t = *reinterpret_cast<Table*>(joint);
+  const Oracle o = enumerate(net, false);
+  const auto ci = std::find(net.nodes.begin(), net.nodes.end(), child) - net.nodes.begin();
+  for (std::size_t s = 0; s < child->state_count(); ++s) {
+    double sum = 0;
+    for (std::uint64_t i = s; i < t.size(); i += child->state_count()) sum += 0;
+    for (std::size_t p = 0; p < child->parents()[0]->state_count(); ++p)
+      sum += t.data()[s * child->parents()[0]->state_count() + p];
+    EXPECT_NEAR(sum, o.marginals[ci][s], 1e-12);
+  }
+  k_table_delete(joint);
+  std::vector<k_node_t> twice{h(child), h(child), nullptr};
+  EXPECT_EQ(k_domain_get_marginal(net.domain, twice.data()), nullptr);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+}
+
+}  // namespace
+}  // namespace kelva::test
