@@ -95,6 +95,10 @@ inline k_junction_tree_t handle(JunctionTree* p) noexcept {
   return reinterpret_cast<k_junction_tree_t>(p);
 }
 inline k_clique_t handle(Clique* p) noexcept { return reinterpret_cast<k_clique_t>(p); }
+/// A null-ended engine clique list as a C list.
+inline k_clique_t* handle(Clique* const* list) noexcept {
+  return reinterpret_cast<k_clique_t*>(const_cast<Clique**>(list));
+}
 /// A null-ended engine node list as a C list.
 inline k_node_t* handle(Node* const* list) noexcept {
   return reinterpret_cast<k_node_t*>(const_cast<Node**>(list));

@@ -14,6 +14,7 @@
 #include "model/object.h"
 #include "model/peer.h"
 #include "table/index_plan.h"
+#include "table/size.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -21,6 +22,24 @@ namespace kelva {
 class CompileLog;
 class Clique;
 class JunctionTree;
+
+/// The number of CG entries per discrete configuration of a table with
+/// `continuous` continuous nodes: one mean each and the c(c+1)/2 entries of
+/// their covariance matrix, c(c+3)/2 in all (0 without continuous nodes).
+/// A table's weight, as triangulation counts it, is its discrete size times
+/// one plus this count.
+constexpr std::uint64_t cg_entries_for(std::uint64_t continuous) noexcept {
+  return continuous % 2 == 0 ? continuous / 2 * (continuous + 3)
+                             : (continuous + 3) / 2 * continuous;
+}
+
+/// The CG entries of a table of `discrete_size` discrete configurations with
+/// `cg_entries` CG entries each: their product, saturating, and 0 when there
+/// are none even if the discrete size is too large.
+constexpr std::uint64_t cg_table_size(std::uint64_t discrete_size,
+                                      std::uint64_t cg_entries) noexcept {
+  return cg_entries == 0 ? 0 : sat_mul(discrete_size, cg_entries);
+}
 
 /// The link between two neighbouring cliques: the table over the
 /// intersection of their members, and the plans that map each clique's
@@ -40,7 +59,7 @@ struct Separator {
 /// One clique of a junction tree.
 class Clique : public Object {
  public:
-  Clique() noexcept : Object(ObjectTag::clique) {}
+  Clique() : Object(ObjectTag::clique) {}
 
   std::uint64_t number = 0;  ///< written in the log; cliques are numbered from 0
   JunctionTree* tree = nullptr;
@@ -52,6 +71,8 @@ class Clique : public Object {
   std::uint64_t continuous_members = 0;
   std::uint64_t discrete_size = 1;  ///< product of discrete state counts, saturating
   std::uint64_t cg_entries = 0;     ///< CG entries per discrete configuration
+  /// Discrete size times CG entries, saturating (0 without continuous members).
+  std::uint64_t cg_size() const noexcept { return cg_table_size(discrete_size, cg_entries); }
   Clique* parent = nullptr;         ///< neighbour towards the root, null at the root
 
   /// One entry per neighbour, in the order the links were made.
@@ -77,7 +98,7 @@ class Clique : public Object {
 /// One junction tree of the forest, with its propagation state.
 class JunctionTree : public Object {
  public:
-  explicit JunctionTree(Domain& domain) noexcept
+  explicit JunctionTree(Domain& domain)
       : Object(ObjectTag::junction_tree), domain(&domain) {}
 
   Domain* domain;
@@ -173,7 +194,7 @@ struct ComponentSlot {
 /// it clears the nodes' forest slots.
 class Forest {
  public:
-  explicit Forest(Domain& domain) noexcept : domain(&domain) {}
+  explicit Forest(Domain& domain) : domain(&domain) {}
   ~Forest();
   Forest(const Forest&) = delete;
   Forest& operator=(const Forest&) = delete;

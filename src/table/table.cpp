@@ -137,6 +137,12 @@ const double* Table::data() const {
   return data_.data();
 }
 
+void Table::allocate() {
+  DoubleBuffer data = data_.empty() ? DoubleBuffer::zeros(size_) : DoubleBuffer();
+  if (cg_dimension() > 0) ensure_cg();
+  if (!data.empty()) data_.swap(data);
+}
+
 void Table::ensure_cg() {
   if (!means_.empty()) return;
   const std::uint64_t d = cg_dimension();

@@ -67,6 +67,10 @@ class Table : public Object {
   /// Error(no_memory) when the size cannot be allocated.
   double* data();
   const double* data() const;
+  /// Allocates the discrete data and, for a table with continuous nodes,
+  /// the CG part now, so that later use allocates nothing; throws
+  /// Error(no_memory) and leaves the table as it was.
+  void allocate();
 
   // Conditional-Gaussian part, per discrete configuration `config`, for the
   // continuous member with position `i` among the continuous nodes.
