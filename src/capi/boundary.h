@@ -6,9 +6,9 @@
 #include <vector>
 
 #include "kelva/kelva.h"
+#include "compile/junction_forest.h"
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "compile/junction_forest.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -72,7 +72,6 @@ inline Model& get(k_model_t h) {
   require(p != nullptr && p->is(ObjectTag::model));
   return *p;
 }
-
 inline JunctionTree& get(k_junction_tree_t h) {
   auto* p = reinterpret_cast<JunctionTree*>(h);
   require(p != nullptr && p->is(ObjectTag::junction_tree));

@@ -17,12 +17,6 @@ namespace {
 
 constexpr k_bool_t kFailed = -1;
 
-JunctionTree& tree_of(k_junction_tree_t h) {
-  auto* p = reinterpret_cast<JunctionTree*>(h);
-  require(p != nullptr && p->is(kelva::ObjectTag::junction_tree));
-  return *p;
-}
-
 // A node that can hold evidence (discrete or continuous), or Error(usage).
 kelva::Node& evidence_node(k_node_t h) {
   kelva::Node& n = get(h);
@@ -46,7 +40,7 @@ kelva::Forest& compiled_forest(k_domain_t h) {
 
 // The flags of a tree mean something only while it holds an equilibrium.
 const JunctionTree& propagated_tree(k_junction_tree_t h) {
-  const JunctionTree& t = tree_of(h);
+  const JunctionTree& t = get(h);
   require(t.equilibrium != K_EQUILIBRIUM_NONE, K_ERROR_NO_EQUILIBRIUM);
   return t;
 }
@@ -55,8 +49,10 @@ bool has_evidence_to_propagate(const JunctionTree& t) noexcept {
   return t.evidence_to_propagate > 0 || t.needs_initialisation;
 }
 
+// A node table written since the tree's last initialisation counts too.
 bool has_tables_to_propagate(const JunctionTree& t) noexcept {
-  return t.tables_changed || t.needs_initialisation;
+  return t.tables_changed || t.needs_initialisation ||
+         t.table_changes_seen != t.domain->table_changes();
 }
 
 void require_equilibrium_code(k_equilibrium_t equilibrium) {
@@ -186,7 +182,7 @@ double k_node_get_propagated_value(k_node_t node) {
 }
 
 k_bool_t k_jt_evidence_to_propagate(k_junction_tree_t jt) {
-  return guard<k_bool_t>(kFailed, [&] { return k_bool_t{has_evidence_to_propagate(tree_of(jt))}; });
+  return guard<k_bool_t>(kFailed, [&] { return k_bool_t{has_evidence_to_propagate(get(jt))}; });
 }
 
 k_bool_t k_jt_evidence_is_propagated(k_junction_tree_t jt) {
@@ -205,19 +201,19 @@ k_bool_t k_jt_cg_evidence_is_propagated(k_junction_tree_t jt) {
 }
 
 k_bool_t k_jt_tables_to_propagate(k_junction_tree_t jt) {
-  return guard<k_bool_t>(kFailed, [&] { return k_bool_t{has_tables_to_propagate(tree_of(jt))}; });
+  return guard<k_bool_t>(kFailed, [&] { return k_bool_t{has_tables_to_propagate(get(jt))}; });
 }
 
 k_bool_t k_jt_equilibrium_is(k_junction_tree_t jt, k_equilibrium_t equilibrium) {
   return guard<k_bool_t>(kFailed, [&] {
-    const JunctionTree& t = tree_of(jt);
+    const JunctionTree& t = get(jt);
     require_equilibrium_code(equilibrium);
     return k_bool_t{t.equilibrium == equilibrium};
   });
 }
 
 k_bool_t k_jt_evidence_mode_is(k_junction_tree_t jt, k_evidence_mode_t mode) {
-  return guard<k_bool_t>(kFailed, [&] { return k_bool_t{in_mode(tree_of(jt), mode)}; });
+  return guard<k_bool_t>(kFailed, [&] { return k_bool_t{in_mode(get(jt), mode)}; });
 }
 
 k_bool_t k_domain_evidence_is_propagated(k_domain_t domain) {

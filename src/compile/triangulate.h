@@ -29,6 +29,11 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
 Triangulation triangulate_by_order(const MoralGraph& graph, const std::vector<Node*>& order,
                                    CompileLog& log);
 
+/// Test hook: when set, called after each run of best greedy with the
+/// method run and the cost it found.
+using GreedyRunObserver = void (*)(k_triangulation_method_t method, double cost);
+extern GreedyRunObserver greedy_run_observer;
+
 /// The weight of a set of nodes: the product of the discrete members' state
 /// counts, times (c + 3) * c / 2 + 1 for c > 0 continuous members.
 double node_set_weight(const std::vector<Node*>& nodes) noexcept;

@@ -44,24 +44,32 @@ bool is_compressed(const JunctionTree& tree) noexcept {
 
 void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
   if (is_compressed(tree)) return compressed::initialise_cliques(tree);
+  Forest& forest = *tree.domain->forest();
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
-    Table& table = *(*c)->table;
+    Clique& clique = **c;
+    Table& table = *clique.table;
     double* data = table.data();
-    std::fill(data, data + table.size(), 1.0);
+    // A node's table is assigned to a clique that holds the node, so the
+    // members' records name every table assigned here.  The first one is
+    // copied in, which saves a pass over the clique.
+    bool first = true;
+    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
+      const NodeSlot* slot = forest.slot(**m);
+      if (slot == nullptr || slot->assigned != &clique || !is_factor(**m)) continue;
+      const Table* own = (*m)->table();
+      if (own == nullptr) continue;
+      if (first) gather(slot->assigned_plan, data, own->data(), parallelism);
+      else multiply(slot->assigned_plan, data, own->data(), parallelism);
+      first = false;
+    }
+    if (first) std::fill(data, data + table.size(), 1.0);
     // The separators start empty of information too (the tables then
     // stand for the product of the node tables).
-    for (const Clique::Link& link : (*c)->links) {
-      if (link.separator->child != *c) continue;
+    for (const Clique::Link& link : clique.links) {
+      if (link.separator->child != &clique) continue;
       Table& sep = *link.separator->table;
       std::fill(sep.data(), sep.data() + sep.size(), 1.0);
     }
-  }
-  Forest& forest = *tree.domain->forest();
-  for (const NodeSlot& slot : forest.nodes) {
-    if (slot.tree != &tree || slot.assigned == nullptr || slot.node == nullptr) continue;
-    if (!is_factor(*slot.node) || slot.node->table() == nullptr) continue;
-    const Table& own = *slot.node->table();
-    multiply(slot.assigned_plan, slot.assigned->table->data(), own.data(), parallelism);
   }
   for (const ComponentSlot& slot : forest.components) {
     if (slot.assigned == nullptr || slot.assigned->tree != &tree) continue;

@@ -98,6 +98,8 @@ Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype
   ++by_category_[category_slot(category)];
   if (kind == K_KIND_DISCRETE) ++discrete_;
   if (kind == K_KIND_CONTINUOUS) ++continuous_;
+  // The junction forest does not cover the new node.
+  uncompile();
   Node* raw = node.release();
   link_at_head(raw);
   return raw;

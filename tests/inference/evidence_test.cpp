@@ -5,6 +5,7 @@
 #include <limits>
 #include <memory>
 
+#include "common/fail_new.h"
 #include "compile/junction_forest.h"
 #include "inference/evidence.h"
 #include "kelva/kelva.h"
@@ -50,6 +51,7 @@ struct Evidence : ::testing::Test {
       kelva::JunctionTree* t = f->trees.back().get();
       t->needs_initialisation = false;
       t->equilibrium = K_EQUILIBRIUM_SUM;
+      t->table_changes_seen = domain.table_changes();
       for (k_node_t h : group) {
         node_of(h).forest_slot = f->nodes.size();
         kelva::NodeSlot slot;
@@ -174,6 +176,21 @@ TEST_F(Evidence, RetractionKeepsTheVectorAndReachesEveryNode) {
   EXPECT_EQ(k_node_get_entered_value(c), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   EXPECT_NE(k_domain_retract_findings(nullptr), 0);
+}
+
+TEST_F(Evidence, NoRoomForTheVectorChangesNothing) {
+  k_node_t n = discrete(3);
+  auto trees = forest({{n}});
+  ASSERT_EQ(k_node_select_state(n, 1), 0);
+  kelva::test::fail_allocation_after(0);
+  EXPECT_NE(k_node_enter_finding(n, 0, 0.5), 0);
+  kelva::test::fail_allocation_after(-1);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_MEMORY);
+  EXPECT_EQ(k_node_get_selected_state(n), 1);
+  EXPECT_EQ(trees[0]->evidence_to_propagate, 1u);
+  ASSERT_EQ(k_node_enter_finding(n, 0, 0.5), 0);
+  EXPECT_EQ(findings(n), (std::vector<double>{0.5, 1, 0}));
+  EXPECT_EQ(trees[0]->evidence_to_propagate, 1u);
 }
 
 TEST_F(Evidence, ValuesOfNumericAndContinuousNodes) {
@@ -315,6 +332,8 @@ TEST_F(Evidence, TreeCountsFollowEveryEntryAndRetraction) {
   trees[1]->tables_changed = true;
   EXPECT_EQ(k_domain_tables_to_propagate(d), 1);
   EXPECT_EQ(k_jt_tables_to_propagate(jt(0)), 0);
+  ASSERT_EQ(k_table_set_data_item(k_node_get_table(a), 0, 0.5), 0);  // a table write
+  EXPECT_EQ(k_jt_tables_to_propagate(jt(0)), 1);
 
   // The mode counts only where evidence was propagated.
   trees[0]->mode = K_MODE_FAST_RETRACTION;

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "compile/compile_log.h"
 #include "compile/junction_forest.h"
 #include "inference/propagate.h"
 #include "table/structure.h"
@@ -59,7 +60,7 @@ bool subset(const std::set<Node*>& a, const std::set<Node*>& b) {
   return std::includes(b.begin(), b.end(), a.begin(), a.end());
 }
 
-std::vector<Node*> table_nodes(const Table& t) { return {t.nodes().begin(), t.nodes().end()}; }
+bool by_serial(const Node* a, const Node* b) { return a->serial() < b->serial(); }
 
 }  // namespace
 
@@ -69,18 +70,18 @@ void build_forest_for_test(Domain& domain) {
     if (n->kind() != K_KIND_OTHER) graph_nodes.push_back(n);
   std::reverse(graph_nodes.begin(), graph_nodes.end());
   // Moral graph: families (and utility parents) become complete.
-  std::map<Node*, std::set<Node*>> adj;
-  for (Node* n : graph_nodes) adj[n];
+  std::map<Node*, std::set<Node*>> g;
+  for (Node* n : graph_nodes) g[n];
   for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
     std::vector<Node*> family(n->parents().begin(), n->parents().end());
     if (n->kind() != K_KIND_OTHER) family.push_back(n);
     for (Node* a : family)
       for (Node* b : family)
-        if (a != b) adj[a].insert(b);
+        if (a != b) g[a].insert(b);
   }
   // Min-fill elimination.
+  Triangulation tri;
   std::vector<std::set<Node*>> cliques;
-  auto g = adj;
   std::set<Node*> left(graph_nodes.begin(), graph_nodes.end());
   while (!left.empty()) {
     Node* best = nullptr;
@@ -98,112 +99,29 @@ void build_forest_for_test(Domain& domain) {
       for (Node* b : c)
         if (a != b) g[a].insert(b);
     c.insert(best);
-    if (std::none_of(cliques.begin(), cliques.end(), [&](auto& k) { return subset(c, k); }))
+    tri.elimination_order.push_back(best);
+    if (std::none_of(cliques.begin(), cliques.end(), [&](auto& k) { return subset(c, k); })) {
       cliques.push_back(c);
+      // Orders by creation, not by address, so that equal networks give
+      // equal forests.
+      std::vector<Node*> members(c.begin(), c.end());
+      std::sort(members.begin(), members.end(), by_serial);
+      tri.cliques.push_back(members);
+      for (std::size_t x = 0; x < members.size(); ++x)
+        for (std::size_t y = x + 1; y < members.size(); ++y)
+          tri.links.emplace_back(members[x], members[y]);
+    }
     for (Node* a : g[best]) g[a].erase(best);
     g.erase(best);
     left.erase(best);
   }
-  // Maximal spanning trees over intersection sizes (Prim), parents first.
-  auto forest = ForestPtr(new Forest(domain));
-  std::vector<int> parent(cliques.size(), -1), order;
-  std::vector<bool> done(cliques.size(), false);
-  std::vector<int> tree_of(cliques.size(), -1);
-  int trees = 0;
-  for (std::size_t start = 0; start < cliques.size(); ++start) {
-    if (done[start]) continue;
-    done[start] = true;
-    order.push_back(static_cast<int>(start));
-    tree_of[start] = trees++;
-    for (;;) {
-      int bi = -1, bj = -1;
-      std::size_t bw = 0;
-      for (int i : order) {
-        if (tree_of[i] != tree_of[start]) continue;
-        for (std::size_t j = 0; j < cliques.size(); ++j) {
-          if (done[j]) continue;
-          std::size_t w = 0;
-          for (Node* n : cliques[j]) w += cliques[i].count(n);
-          if (w > bw) bw = w, bi = i, bj = static_cast<int>(j);
-        }
-      }
-      if (bj < 0) break;
-      done[bj] = true;
-      parent[bj] = bi;
-      tree_of[bj] = tree_of[start];
-      order.push_back(bj);
-    }
-  }
-  for (int t = 0; t < trees; ++t) forest->trees.push_back(std::make_unique<JunctionTree>(domain));
-  std::vector<Clique*> made(cliques.size(), nullptr);
-  for (int i : order) {
-    auto c = std::make_unique<Clique>();
-    c->number = forest->cliques.size();
-    c->tree = forest->trees[tree_of[i]].get();
-    std::vector<Node*> members(cliques[i].begin(), cliques[i].end());
-    std::sort(members.begin(), members.end(), [](Node* a, Node* b) { return a->serial() < b->serial(); });
-    for (Node* m : members) c->members.push_back(m);
-    c->table.reset(new Table(domain, members, TableRole::potential, nullptr));
-    c->discrete_members = members.size();
-    c->discrete_size = c->table->size();
-    made[i] = c.get();
-    if (c->tree->root == nullptr) c->tree->root = c.get();
-    c->tree->cliques.push_back(c.get());
-    if (parent[i] >= 0) {
-      Clique* p = made[parent[i]];
-      c->parent = p;
-      auto sep = std::make_unique<Separator>();
-      sep->parent = p;
-      sep->child = c.get();
-      std::vector<Node*> shared;
-      for (Node* m : members)
-        if (cliques[parent[i]].count(m)) shared.push_back(m);
-      for (Node* m : shared) sep->members.push_back(m);
-      sep->table.reset(new Table(domain, shared, TableRole::potential, nullptr));
-      sep->parent_plan = IndexPlan::between(*p->table, *sep->table);
-      sep->child_plan = IndexPlan::between(*c->table, *sep->table);
-      sep->scratch.resize(sep->table->size());
-      p->links.push_back({c.get(), sep.get()});
-      c->links.push_back({p, sep.get()});
-      p->neighbours.push_back(c.get());
-      c->neighbours.push_back(p);
-      forest->separators.push_back(std::move(sep));
-    }
-    forest->cliques.push_back(std::move(c));
-  }
-  // Node records: tables to the smallest clique holding them, and the home
-  // clique of each discrete node.
-  auto smallest = [&](const std::set<Node*>& need) {
-    Clique* best = nullptr;
-    for (auto& c : forest->cliques) {
-      std::set<Node*> m(c->members.begin(), c->members.end());
-      if (subset(need, m) && (best == nullptr || c->discrete_size < best->discrete_size))
-        best = c.get();
-    }
-    return best;
-  };
-  for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
-    NodeSlot slot;
-    slot.node = n;
-    if (n->table() != nullptr) {
-      std::vector<Node*> tn = table_nodes(*n->table());
-      slot.assigned = smallest(std::set<Node*>(tn.begin(), tn.end()));
-      slot.assigned_plan = IndexPlan::between(*slot.assigned->table, *n->table());
-      slot.tree = slot.assigned->tree;
-    }
-    if (n->is_discrete()) {
-      slot.home = smallest({n});
-      const auto& m = slot.home->members;
-      const std::size_t pos[] = {m.index_of(n)};
-      slot.home_plan = IndexPlan(slot.home->table->state_counts(), pos);
-      slot.marginal.assign(n->state_count(), 0.0);
-      slot.tree = slot.home->tree;
-    }
-    n->forest_slot = forest->nodes.size();
-    slot.tree->nodes.push_back(n);
-    forest->nodes.push_back(std::move(slot));
-  }
-  domain.install_forest(std::move(forest));
+  std::sort(tri.links.begin(), tri.links.end(), [](const auto& x, const auto& y) {
+    return std::make_pair(x.first->serial(), x.second->serial()) <
+           std::make_pair(y.first->serial(), y.second->serial());
+  });
+  tri.links.erase(std::unique(tri.links.begin(), tri.links.end()), tri.links.end());
+  CompileLog log(nullptr);
+  domain.install_forest(build_junction_forest(domain, tri, log));
   domain.set_compiled(true);
 }
 

@@ -31,9 +31,8 @@ struct TestNet {
 /// to `max_parents` parents each, random tables.
 void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents);
 
-/// Builds a junction forest for the domain (min-fill elimination, maximal
-/// spanning trees of the cliques, tables assigned to the smallest clique
-/// that holds them), installs it and marks the domain compiled; then
+/// Triangulates the domain by min-fill elimination, builds its junction
+/// forest, installs it and marks the domain compiled; then
 /// propagates once (sum, normal) and returns k_domain_propagate's status.
 k_status_t compile_for_test(Domain& domain);
 /// The same without the propagation.

@@ -189,6 +189,30 @@ usage_case set_bad_index "--set: node 'Weather' has no state '#3'" beliefs "$com
 usage_case max_for_nodes "unknown option '--max'" nodes --example asia --max
 usage_case bad_evidence_count "--evidence needs a count from 0 to 1000000" bench a.net --evidence x
 usage_case version_argument "--version takes no arguments" --version nodes
+usage_case bad_method "unknown method 'total-weight' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)" \
+  compile --example asia --method total-weight
+usage_case method_for_nodes "unknown option '--method'" nodes --example asia --method clique-size
+usage_case log_for_convert "unknown option '--log'" convert --example asia -o x.net --log x.log
+
+# compile: the forest's figures (the time masked), the same under every
+# method for asia, a log that starts with the time stamp, and library
+# errors with status 1.
+for method in best-greedy clique-size clique-weight fill-in-size fill-in-weight; do
+  run "compile_$method" compile --example asia --format tsv --method "$method"
+  expect_status "compile_$method" 0
+  sed 's/^compile_seconds\t.*/compile_seconds\tT/' "$work/compile_$method.out" >"$work/compile_$method.masked"
+  expect_file "compile_$method" masked "$expected/compile-asia.tsv"
+done
+run compile_text compile "$work/asia1.net" --log "$work/compile.log"
+expect_status compile_text 0
+checks=$((checks + 1))
+grep -q '^  cliques: 6$' "$work/compile_text.out" || fail "compile: text output: $(cat "$work/compile_text.out")"
+checks=$((checks + 1))
+grep -q '^Elimination sequence:$' "$work/compile.log" || fail "compile: no elimination sequence in the log"
+run compile_no_log compile --example asia --log /nonexistent/dir/x.log
+expect_status compile_no_log 1
+checks=$((checks + 1))
+grep -q '^kelva: io: ' "$work/compile_no_log.err" || fail "compile: unexpected error $(cat "$work/compile_no_log.err")"
 
 echo "kelva_cli: $((checks - failures)) passed, $failures failed"
 [[ $failures == 0 ]]

@@ -25,4 +25,7 @@ void run_beliefs(std::FILE* out, const Options& options);
 /// Times reading a NET file's bytes, parsing it and writing it as text.
 void run_bench(std::FILE* out, const Options& options);
 
+/// Compiles the chosen network and prints the size of its junction forest.
+void run_compile(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -15,6 +15,8 @@ constexpr const char* usage_text = R"HELP(usage: kelva --help
        kelva beliefs (FILE.net | --example NAME) [--set NODE=STATE]... [--max]
                      [--format text|tsv]
        kelva bench FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]
+       kelva compile (FILE.net | --example NAME) [--method METHOD]
+                     [--log LOG] [--format text|tsv]
 
 Commands:
   nodes      print a network's nodes with their states and tables, then its
@@ -24,12 +26,14 @@ Commands:
              beliefs of every discrete node
   bench      time reading, parsing, writing, compiling and propagating FILE
              and measure the memory bandwidth (see below)
+  compile    compile a network and print the size of its junction forest
 
 Options:
   FILE.net            read the network from a NET file; the reader's
                       messages are printed as "FILE:LINE: MESSAGE"
   --example NAME      use a network bundled with kelva (see below)
-  --format text|tsv   output format of nodes and beliefs (default text)
+  --format text|tsv   output format of nodes, beliefs and compile (default
+                      text)
   -o OUT.net          where convert writes
   --set NODE=STATE    evidence for beliefs: NODE is in state STATE, given by
                       its label or as #INDEX (counting from 0); repeatable
@@ -42,6 +46,9 @@ Options:
   --threads T         worker threads of table operations and of the bandwidth
                       measurement (default 1)
   --seed S            seed of bench's random evidence (default 1)
+  --method METHOD     how compile triangulates: clique-size, clique-weight,
+                      fill-in-size, fill-in-weight or best-greedy (default)
+  --log LOG           the file to which compile writes its log (replaced)
   -h, --help          print this help
   --version           print "kelva" and the library version
 
@@ -99,6 +106,13 @@ propagation's table operations read or write), effective_gbps (those bytes
 over propagate_seconds) and stream_gbps (the best rate of the triad
 a[i] = b[i] + s*c[i] over arrays far larger than the last-level cache,
 counting 24 bytes per index).
+
+Output of compile: the network's name and the time taken, then the number
+of nodes, junction trees and cliques, the largest and the total discrete
+clique table size, and the triangulation cost (the sum of the clique
+weights).  With --format tsv, one "KEY<TAB>VALUE" line each for nodes,
+cliques, junction_trees, max_clique_size, total_clique_size,
+triangulation_cost and compile_seconds (numbers printed with "%.17g").
 
 Exit status: 0 on success, 1 when the library reports an error (printed as
 "kelva: ERROR-NAME: DESCRIPTION"), 2 for a command line kelva cannot use.

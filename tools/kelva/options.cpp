@@ -48,6 +48,17 @@ void only_for(const Options& options, Command wanted, std::string_view name) {
   if (options.command != wanted) throw UsageError("unknown option '" + std::string(name) + "'");
 }
 
+/// Reads the value of --method.
+k_triangulation_method_t parse_method(std::string_view value) {
+  if (value == "clique-size") return K_TM_CLIQUE_SIZE;
+  if (value == "clique-weight") return K_TM_CLIQUE_WEIGHT;
+  if (value == "fill-in-size") return K_TM_FILL_IN_SIZE;
+  if (value == "fill-in-weight") return K_TM_FILL_IN_WEIGHT;
+  if (value == "best-greedy") return K_TM_BEST_GREEDY;
+  throw UsageError("unknown method '" + std::string(value) +
+                   "' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)");
+}
+
 }  // namespace
 
 Options parse_options(std::span<const char* const> args) {
@@ -68,6 +79,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::beliefs;
   } else if (command == "bench") {
     options.command = Command::bench;
+  } else if (command == "compile") {
+    options.command = Command::compile;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -81,7 +94,8 @@ Options parse_options(std::span<const char* const> args) {
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
     } else if (auto value = option_value(args, i, "--format")) {
-      if (options.command != Command::nodes) only_for(options, Command::beliefs, "--format");
+      if (options.command != Command::nodes && options.command != Command::compile)
+        only_for(options, Command::beliefs, "--format");
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--set")) {
       only_for(options, Command::beliefs, "--set");
@@ -106,6 +120,13 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--seed")) {
       only_for(options, Command::bench, "--seed");
       options.seed = static_cast<unsigned long>(parse_count(*value, "--seed", 0, 2147483647));
+    } else if (auto value = option_value(args, i, "--method")) {
+      only_for(options, Command::compile, "--method");
+      options.method = parse_method(*value);
+    } else if (auto value = option_value(args, i, "--log")) {
+      only_for(options, Command::compile, "--log");
+      if (value->empty()) throw UsageError("--log needs a file name");
+      options.log = *value;
     } else if (auto value = option_value(args, i, "-o")) {
       only_for(options, Command::convert, "-o");
       options.output = *value;

@@ -4,10 +4,12 @@
 #include <string>
 #include <vector>
 
+#include "kelva/kelva.h"
+
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, beliefs, bench };
+enum class Command { help, version, nodes, convert, beliefs, bench, compile };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -37,6 +39,10 @@ struct Options {
   int evidence = 5;
   int threads = 1;
   unsigned long seed = 1;
+  /// How `compile` triangulates.
+  k_triangulation_method_t method = K_TM_BEST_GREEDY;
+  /// The log file `compile` writes (none when empty).
+  std::string log;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

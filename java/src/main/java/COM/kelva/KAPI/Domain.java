@@ -24,6 +24,10 @@ public final class Domain implements AutoCloseable {
   /** The Java node of every live engine node of this domain, by handle. */
   private final Map<Long, Node> nodes = new HashMap<>();
 
+  /** The Java objects of the junction forest's trees and cliques, by handle. */
+  private final Map<Long, JunctionTree> trees = new HashMap<>();
+  private final Map<Long, Clique> cliques = new HashMap<>();
+
   /**
    * Creates an empty domain.
    *
@@ -125,6 +129,8 @@ public final class Domain implements AutoCloseable {
     check();
     handle = 0;
     nodes.clear();
+    trees.clear();
+    cliques.clear();
   }
 
   /**
@@ -360,10 +366,73 @@ public final class Domain implements AutoCloseable {
     check(kDomainSetLogFile(handle, fileName, append ? 1 : 0));
   }
 
+  // Compilation and the junction forest.
+
+  /**
+   * Triangulates the domain and builds its junction forest; the domain
+   * becomes triangulated (but not compiled).
+   *
+   * @param method the heuristic; {@link TriangulationMethod#TOTAL_WEIGHT} is
+   *     not supported
+   * @throws KelvaException "usage" when the domain is already triangulated,
+   *     has no discrete or continuous node, or the method is not supported;
+   *     "io" when the log cannot be written
+   */
+  public void triangulate(TriangulationMethod method) {
+    check(kDomainTriangulate(handle, method.code()));
+  }
+
+  /**
+   * Triangulates the domain by eliminating its nodes in the given order and
+   * builds its junction forest.
+   *
+   * @param order every discrete and continuous node of the domain once,
+   *     continuous nodes first, first eliminated first
+   * @throws KelvaException "enumeration" when the order is not such a list
+   *     (nothing changes); "usage" when the domain is already triangulated
+   */
+  public void triangulateWithOrder(List<Node> order) {
+    Calls.withList(order, list -> check(kDomainTriangulateWithOrder(handle, list)));
+  }
+
+  /**
+   * The elimination order of the current triangulation.
+   *
+   * @return the discrete and continuous nodes, first eliminated first
+   * @throws KelvaException "usage" when the domain is not triangulated
+   */
+  public List<Node> getEliminationOrder() {
+    return Calls.nodes(this, check(kDomainGetEliminationOrder(handle)));
+  }
+
+  /**
+   * Whether the domain has a junction forest.
+   *
+   * @return true when triangulated (compiled or not)
+   * @throws KelvaException when the domain is closed
+   */
+  public boolean isTriangulated() {
+    return check(kDomainIsTriangulated(handle)) == 1;
+  }
+
+  /**
+   * Compiles the domain: triangulates it by the best greedy heuristic unless
+   * it is triangulated, generates out-of-date model tables, checks the
+   * probability tables when a log file is set, and propagates once.
+   *
+   * @throws KelvaException "usage" when the domain is already compiled or
+   *     has no discrete or continuous node; the propagation's error when it
+   *     fails (the domain is then as triangulated as before the call)
+   */
+  public void compile() {
+    check(kDomainCompile(handle));
+  }
+
   /**
    * Whether the domain is compiled.
    *
-   * @return true when it has a junction forest
+   * @return true after a successful {@link #compile()}, until the junction
+   *     forest is discarded
    * @throws KelvaException when the domain is closed
    */
   public boolean isCompiled() {
@@ -371,12 +440,73 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
-   * Discards the domain's junction forest, if any.
+   * Discards the domain's junction forest, if any; its junction trees and
+   * cliques die.
    *
    * @throws KelvaException when the domain is closed
    */
   public void uncompile() {
     check(kDomainUncompile(handle));
+  }
+
+  /**
+   * The first junction tree of the forest.
+   *
+   * @return the tree, or null when the domain is not triangulated
+   * @throws KelvaException when the domain is closed
+   */
+  public JunctionTree getFirstJunctionTree() {
+    return treeOf(check(kDomainGetFirstJunctionTree(handle)));
+  }
+
+  /**
+   * The junction trees of the forest, one per connected part of the
+   * network.
+   *
+   * @return the trees in forest order; empty when not triangulated
+   * @throws KelvaException when the domain is closed
+   */
+  public List<JunctionTree> getJunctionTrees() {
+    List<JunctionTree> result = new ArrayList<>();
+    for (JunctionTree t = getFirstJunctionTree(); t != null; t = t.getNext()) {
+      result.add(t);
+    }
+    return result;
+  }
+
+  /**
+   * The Java tree of a tree handle (null for 0): the one made earlier while
+   * it is still the tree's peer, else a new one attached as its peer.  Trees
+   * and cliques of a discarded forest have a handle of 0, so an engine
+   * object at a reused address never meets a stale Java object.
+   */
+  JunctionTree treeOf(long tree) {
+    if (tree == 0) {
+      return null;
+    }
+    JunctionTree t = trees.get(tree);
+    if (t == null || t.jtPeer != tree) {
+      trees.values().removeIf(old -> old.jtPeer == 0);
+      t = new JunctionTree(this);
+      check(kJTAttachPeer(tree, t));
+      trees.put(tree, t);
+    }
+    return t;
+  }
+
+  /** The Java clique of a clique handle (null for 0), made as trees are. */
+  Clique cliqueOf(long clique) {
+    if (clique == 0) {
+      return null;
+    }
+    Clique c = cliques.get(clique);
+    if (c == null || c.cliquePeer != clique) {
+      cliques.values().removeIf(old -> old.cliquePeer == 0);
+      c = new Clique(this);
+      check(kCliqueAttachPeer(clique, c));
+      cliques.put(clique, c);
+    }
+    return c;
   }
 
   /**
@@ -488,6 +618,97 @@ public final class Domain implements AutoCloseable {
    */
   public void reportBeliefs() {
     check(kDomainReportBeliefs(handle));
+  }
+
+  // ---- Propagation and its results ----
+
+  /**
+   * Propagates the entered evidence through every junction tree.
+   *
+   * @param equilibrium {@link Equilibrium#SUM} for beliefs, {@link
+   *     Equilibrium#MAX} for max-marginals
+   * @param mode the evidence mode
+   * @throws KelvaException "not_compiled"; "usage" for {@link
+   *     Equilibrium#NONE} or a pair other than sum and normal on a domain
+   *     that is not all discrete chance nodes; "compressed" for fast
+   *     retraction on a compressed domain; "inconsistency_or_underflow" when
+   *     the evidence is impossible; "overflow"
+   */
+  public void propagate(Equilibrium equilibrium, EvidenceMode mode) {
+    check(kDomainPropagate(handle, equilibrium.code(), mode.code()));
+  }
+
+  /**
+   * Brings the junction forest back to the node tables; the entered
+   * evidence stays entered and is to be propagated again.
+   *
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public void initialize() {
+    check(kDomainInitialize(handle));
+  }
+
+  /**
+   * Rebuilds the clique tables from the node tables and marks the forest as
+   * not propagated.
+   *
+   * @throws KelvaException "not_compiled" when the domain is not compiled
+   */
+  public void resetInferenceEngine() {
+    check(kDomainResetInferenceEngine(handle));
+  }
+
+  /**
+   * The probability of the propagated evidence: the product of the junction
+   * trees' normalization constants.
+   *
+   * @return the constant (0 when it underflows; see {@link
+   *     #getLogNormalizationConstant})
+   * @throws KelvaException "not_compiled", "no_equilibrium"
+   */
+  public double getNormalizationConstant() {
+    return check(kDomainGetNormalizationConstant(handle));
+  }
+
+  /**
+   * The natural logarithm of the normalization constant, finite even when
+   * the constant itself underflows.
+   *
+   * @return the logarithm
+   * @throws KelvaException "not_compiled", "no_equilibrium"
+   */
+  public double getLogNormalizationConstant() {
+    return check(kDomainGetLogNormalizationConstant(handle));
+  }
+
+  /**
+   * The joint marginal of discrete nodes of one junction tree, as a new
+   * free-standing table that the caller owns (it is freed with the domain at
+   * the latest).
+   *
+   * @param nodes distinct discrete nodes of one junction tree
+   * @return the marginal
+   * @throws KelvaException "usage" for nodes of several trees or no clique
+   *     holding them all, "not_compiled", "no_equilibrium"
+   */
+  public Table getMarginal(List<Node> nodes) {
+    Table marginal = new Table(this);
+    Calls.withList(nodes, list -> kDomainGetMarginal(handle, list, marginal));
+    check();
+    return marginal;
+  }
+
+  /**
+   * The conflict value of the propagated evidence: the product of the trees'
+   * conflict values.
+   *
+   * @return the conflict value
+   * @throws KelvaException "usage" for a domain with decision nodes or not in
+   *     sum equilibrium, "not_compiled", "no_equilibrium",
+   *     "cg_evidence_incorporated"
+   */
+  public double getConflict() {
+    return check(kDomainGetConflict(handle));
   }
 
   /**

@@ -506,6 +506,21 @@ public final class Node {
     check(kNodeGenerateTable(nodePeer));
   }
 
+  // Compilation.
+
+  /**
+   * The junction tree holding the clique to which the node's table is
+   * assigned.
+   *
+   * @return the tree
+   * @throws KelvaException "not_compiled" when the domain is not
+   *     triangulated; "usage" for a node that takes no part in the junction
+   *     forest
+   */
+  public JunctionTree getJunctionTree() {
+    return domain.treeOf(check(kNodeGetJunctionTree(nodePeer)));
+  }
+
   // ---- Evidence ----
 
   /**
@@ -691,6 +706,43 @@ public final class Node {
    */
   public void reportBeliefs() {
     check(kNodeReportBeliefs(nodePeer));
+  }
+
+  /**
+   * The belief of a state of a discrete node: its probability given the
+   * propagated evidence (or max-marginal after max propagation).
+   *
+   * @param state the state index
+   * @return the belief
+   * @throws KelvaException "usage" for a node that is not discrete or a state
+   *     out of range, "not_compiled" when the node belongs to no junction
+   *     tree, "no_equilibrium"
+   */
+  public double getBelief(long state) {
+    return check(kNodeGetBelief(nodePeer, state));
+  }
+
+  /**
+   * The expected utility of a utility node.
+   *
+   * @return the expected utility
+   * @throws KelvaException "usage" for a node that is not a utility node,
+   *     "not_compiled", "no_equilibrium"
+   */
+  public double getExpectedUtility() {
+    return check(kNodeGetExpectedUtility(nodePeer, 0));
+  }
+
+  /**
+   * The expected utility of a state of a node.
+   *
+   * @param state the state index (ignored for utility nodes)
+   * @return the expected utility
+   * @throws KelvaException "usage" for a node that keeps no expected
+   *     utilities, "not_compiled", "no_equilibrium"
+   */
+  public double getExpectedUtility(long state) {
+    return check(kNodeGetExpectedUtility(nodePeer, state));
   }
 
   /** The three table natives, which take the Java table to attach last. */

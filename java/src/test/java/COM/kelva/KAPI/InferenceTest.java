@@ -3,6 +3,7 @@ package COM.kelva.KAPI;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.file.Path;
+import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
@@ -11,6 +12,20 @@ import org.junit.jupiter.api.io.TempDir;
 class InferenceTest {
   private static void assertFails(ErrorCode code, Executable call) {
     assertEquals(code, assertThrows(KelvaException.class, call).getCode());
+  }
+
+  @Test
+  void resultsNeedACompiledDomain() {
+    try (Domain d = new Domain()) {
+      Node a = d.newNode(Category.CHANCE, Kind.DISCRETE);
+      assertFails(ErrorCode.NOT_COMPILED, () -> d.propagate(Equilibrium.SUM, EvidenceMode.NORMAL));
+      assertFails(ErrorCode.USAGE, () -> d.propagate(Equilibrium.NONE, EvidenceMode.NORMAL));
+      assertFails(ErrorCode.NOT_COMPILED, d::initialize);
+      assertFails(ErrorCode.NOT_COMPILED, d::getNormalizationConstant);
+      assertFails(ErrorCode.NOT_COMPILED, () -> a.getBelief(0));
+      assertFails(ErrorCode.USAGE, () -> a.getBelief(1));
+      assertFails(ErrorCode.NOT_COMPILED, () -> d.getMarginal(List.of(a)));
+    }
   }
 
   @Test
