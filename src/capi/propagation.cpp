@@ -201,15 +201,19 @@ k_clique_t k_node_get_conflict_clique(k_node_t node) {
   });
 }
 
-double k_node_get_expected_utility(k_node_t node, k_size_t) {
+double k_node_get_expected_utility(k_node_t node, k_size_t state) {
   return guard(-1.0, [&] {
     Node& n = get(node);
-    // Expected utilities are kept for utility nodes only.
-    require(n.category() == K_CATEGORY_UTILITY);
+    const bool utility = n.category() == K_CATEGORY_UTILITY;
+    // A discrete node's expected utilities exist when the domain has
+    // utility nodes: one per state.
+    require(utility || (n.is_discrete() && state < n.state_count() &&
+                        n.domain().count(K_CATEGORY_UTILITY) > 0));
     const NodeSlot& slot = slot_of(n);
     require_equilibrium(*slot.tree);
-    require(!slot.expected_utility.empty(), K_ERROR_ERROR);
-    return slot.expected_utility[0];
+    const std::size_t i = utility ? 0 : state;
+    require(i < slot.expected_utility.size(), K_ERROR_ERROR);
+    return slot.expected_utility[i];
   });
 }
 

@@ -1,6 +1,8 @@
 #include "compile/elimination.h"
 
 #include <algorithm>
+#include <iterator>
+#include <list>
 #include <set>
 #include <tuple>
 #include <unordered_set>
@@ -547,7 +549,8 @@ void remove_redundant_fill_ins(const EliminationInput& graph, EliminationResult&
     cliques.push_back({std::move(members), true});
     return id;
   };
-  IndexList sequence;
+  // A list, so that replacing a clique by its parts costs no shifting.
+  std::list<Index> sequence;
   for (IndexList& c : result.cliques) sequence.push_back(add_clique(std::move(c)));
 
   auto key = [n](Index a, Index b) { return std::uint64_t{a} * n + b; };
@@ -603,12 +606,13 @@ void remove_redundant_fill_ins(const EliminationInput& graph, EliminationResult&
 
   for (bool removed = true; removed;) {
     removed = false;
-    std::size_t i = sequence.size();
-    while (i > 0) {
-      const Index id = sequence[i - 1];
+    auto next = sequence.end();  // just after the clique to test
+    while (next != sequence.begin()) {
+      const auto at = std::prev(next);
+      const Index id = *at;
       Index a = 0, b = 0;
       if (!find_removable(id, a, b)) {
-        --i;
+        next = at;
         continue;
       }
       removed = true;
@@ -625,11 +629,9 @@ void remove_redundant_fill_ins(const EliminationInput& graph, EliminationResult&
       IndexList kept;
       for (IndexList& part : parts)
         if (!covered_elsewhere(part, id)) kept.push_back(add_clique(std::move(part)));
-      sequence.erase(sequence.begin() + static_cast<std::ptrdiff_t>(i - 1));
-      sequence.insert(sequence.begin() + static_cast<std::ptrdiff_t>(i - 1), kept.begin(),
-                      kept.end());
+      next = sequence.erase(at);
       // The parts are tested again, the last one first.
-      i = i - 1 + kept.size();
+      sequence.insert(next, kept.begin(), kept.end());
     }
   }
 

@@ -147,6 +147,9 @@ class JunctionTree : public Object {
   /// Room for one evidence or ratio vector (as many entries as the largest
   /// state count among the tree's nodes).
   std::vector<double> evidence_scratch;
+  /// Room for one clique table (the largest of the tree) when the domain
+  /// has utility nodes: the expected utilities of discrete nodes.
+  std::vector<double> utility_scratch;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "jtPeer"

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <numeric>
-#include <set>
 #include <utility>
 
 #include "compile/compile_log.h"
@@ -51,16 +50,33 @@ std::vector<IndexList> prime_components(const EliminationInput& graph) {
   // clique of its last numbered neighbour (which holds all its numbered
   // neighbours, the separator).
   std::vector<Index> count(n, 0), visit(n, kNone), clique_of(n, kNone);
-  std::set<std::pair<Index, Index>> queue;  // (count, -position) picks the first on ties
-  for (Index v = 0; v < n; ++v) queue.emplace(0, kNone - v);
+  // Vertices in doubly linked buckets by count; `top` is the highest
+  // non-empty bucket.
+  std::vector<Index> head(n + 1, kNone), next(n, kNone), prev(n, kNone);
+  auto unlink = [&](Index v) {
+    if (prev[v] != kNone)
+      next[prev[v]] = next[v];
+    else
+      head[count[v]] = next[v];
+    if (next[v] != kNone) prev[next[v]] = prev[v];
+  };
+  auto link = [&](Index v) {
+    prev[v] = kNone;
+    next[v] = head[count[v]];
+    if (next[v] != kNone) prev[next[v]] = v;
+    head[count[v]] = v;
+  };
+  for (Index v = n; v-- > 0;) link(v);
+  Index top = 0;
   std::vector<IndexList> cliques;
   std::vector<Index> parent;  // union-find over cliques
   std::vector<Index> mark(n, kNone);
   IndexList numbered;
   Index previous = 0;
   for (Index step = 0; step < n; ++step) {
-    const Index v = kNone - queue.rbegin()->second;
-    queue.erase(std::prev(queue.end()));
+    while (head[top] == kNone) --top;
+    const Index v = head[top];
+    unlink(v);
     visit[v] = step;
     numbered.clear();
     Index last = kNone;
@@ -88,8 +104,10 @@ std::vector<IndexList> prime_components(const EliminationInput& graph) {
     previous = static_cast<Index>(numbered.size());
     for (Index w : adjacency[v])
       if (visit[w] == kNone) {
-        queue.erase({count[w], kNone - w});
-        queue.emplace(++count[w], kNone - w);
+        unlink(w);
+        ++count[w];
+        link(w);
+        top = std::max(top, count[w]);
       }
   }
 

@@ -238,8 +238,7 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
 
   log.write("\n");
   std::vector<IndexList> cliques;
-  IndexList candidate;
-  std::vector<bool> placed(n, false);
+  std::vector<IndexList> orders;  // per component, in positions of the whole graph
   std::vector<std::pair<Index, Index>> fill_ins;
   std::vector<Index> local(n);
   for (const IndexList& members : prime_components(whole)) {
@@ -249,16 +248,22 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
       for (Index& v : clique) v = members[v];
       cliques.push_back(std::move(clique));
     }
-    for (Index v : result.order)
-      if (!placed[members[v]]) {
-        placed[members[v]] = true;
-        candidate.push_back(members[v]);
-      }
+    for (Index& v : result.order) v = members[v];
+    orders.push_back(std::move(result.order));
     for (auto [a, b] : result.fill_ins) fill_ins.emplace_back(members[a], members[b]);
   }
   drop_covered_cliques(cliques, n);
-  std::stable_partition(candidate.begin(), candidate.end(),
-                        [&](Index v) { return graph.vertices[v]->is_continuous(); });
+  // A vertex shared by several components is placed where it first occurs.
+  IndexList candidate;
+  candidate.reserve(n);
+  std::vector<bool> placed(n, false);
+  for (bool continuous : {true, false})
+    for (const IndexList& order : orders)
+      for (Index v : order)
+        if (!placed[v] && graph.vertices[v]->is_continuous() == continuous) {
+          placed[v] = true;
+          candidate.push_back(v);
+        }
 
   Triangulation out;
   out.cost = cliques_cost(graph.vertices, cliques);

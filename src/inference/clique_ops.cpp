@@ -138,4 +138,56 @@ double expected_utility(const NodeSlot& slot) {
   return total;
 }
 
+namespace {
+
+// The link through which the tree's schedule reaches `clique`, searched
+// from position `from`; null for the schedule's root.
+const JunctionTree::Message* incoming(const JunctionTree& tree, const Clique* clique,
+                                      std::size_t& from) noexcept {
+  for (; from < tree.schedule.size(); ++from)
+    if (tree.schedule[from].outer == clique) return &tree.schedule[from];
+  return nullptr;
+}
+
+// temp := the clique's table times the expected utility it receives: the
+// utility table itself in the utility's clique, else E[U | separator] of
+// the link that reaches it.
+void weigh(const Clique& clique, const JunctionTree::Message* in, const NodeSlot& utility,
+           double* temp, const Parallelism& par) {
+  const double* p = clique.table->data();
+  std::copy(p, p + clique.table->size(), temp);
+  if (in == nullptr) multiply(utility.assigned_plan, temp, utility.node->table()->data(), par);
+  else multiply(*in->outer_plan, temp, in->separator->scratch.data(), par);
+}
+
+}  // namespace
+
+void add_conditional_utilities(JunctionTree& tree, const NodeSlot& utility,
+                               const Parallelism& parallelism) {
+  double* temp = tree.utility_scratch.data();
+  std::size_t search = 0;
+  for (const JunctionTree::Message& link : tree.schedule) {
+    const JunctionTree::Message* in = incoming(tree, link.inner, search);
+    if (in == nullptr) search = 0;
+    weigh(*link.inner, in, utility, temp, parallelism);
+    Separator& sep = *link.separator;
+    double* e = sep.scratch.data();
+    marginalize(*link.inner_plan, temp, e, Reduce::sum, parallelism);
+    const double* ps = sep.table->data();
+    for (std::uint64_t i = 0; i < link.inner_plan->small_size(); ++i)
+      e[i] = ps[i] > 0.0 ? e[i] / ps[i] : 0.0;
+  }
+  Forest& forest = *tree.domain->forest();
+  double* num = tree.evidence_scratch.data();
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    NodeSlot* slot = forest.slot(**p);
+    if (slot == nullptr || !(*p)->is_discrete() || slot->home == nullptr) continue;
+    std::size_t from = 0;
+    weigh(*slot->home, incoming(tree, slot->home, from), utility, temp, parallelism);
+    marginalize(slot->home_plan, temp, num, Reduce::sum, parallelism);
+    for (std::size_t k = 0; k < slot->expected_utility.size(); ++k)
+      slot->expected_utility[k] += slot->marginal[k] > 0.0 ? num[k] / slot->marginal[k] : 0.0;
+  }
+}
+
 }  // namespace kelva

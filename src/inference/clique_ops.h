@@ -52,4 +52,14 @@ void node_marginal(NodeSlot& slot, Reduce how, const Parallelism& parallelism);
 /// (normalized) assigned clique of probability times utility.
 double expected_utility(const NodeSlot& slot);
 
+/// Adds, for every discrete node X of `tree`, the expected utility of the
+/// utility node of `utility` given each state s of X, E[U | X = s], to the
+/// node's expected_utility.  The tree must be in sum equilibrium with its
+/// marginals computed, and its schedule rooted at the utility's assigned
+/// clique.  Expected utilities flow outwards from that clique through the
+/// separators (E[U | separator]), using the separators' scratch and the
+/// tree's utility scratch.
+void add_conditional_utilities(JunctionTree& tree, const NodeSlot& utility,
+                               const Parallelism& parallelism);
+
 }  // namespace kelva

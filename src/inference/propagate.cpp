@@ -107,6 +107,11 @@ void prepare(JunctionTree& tree) {
       if (sep.scratch.size() < sep.table->size()) sep.scratch.resize(sep.table->size());
     }
   }
+  const bool utilities = tree.domain->count(K_CATEGORY_UTILITY) > 0;
+  std::uint64_t largest = 0;
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c)
+    largest = std::max(largest, (*c)->table->size());
+  if (utilities && tree.utility_scratch.size() < largest) tree.utility_scratch.resize(largest);
   std::size_t most_states = 1;
   for (NodeSlot& slot : forest.nodes) {
     if (slot.tree != &tree || slot.node == nullptr) continue;
@@ -114,6 +119,7 @@ void prepare(JunctionTree& tree) {
     if (node.is_discrete()) {
       const std::size_t n = node.state_count();
       if (slot.marginal.size() != n) slot.marginal.assign(n, 0.0);
+      if (utilities && slot.expected_utility.size() != n) slot.expected_utility.assign(n, 0.0);
       if (node.evidence.propagated_vector.capacity() < n) node.evidence.propagated_vector.reserve(n);
       if (n > most_states) most_states = n;
     } else if (node.category() == K_CATEGORY_UTILITY) {
@@ -204,6 +210,32 @@ double evidence_factor(const Node& node, const std::vector<double>& p, Reduce ho
   return f;
 }
 
+// Expected utilities of the tree's discrete nodes, per state: the sum over
+// the domain's utility nodes of E[U | state], where a utility node of
+// another tree contributes its own expected utility.
+void set_conditional_utilities(JunctionTree& tree, const Parallelism& par) {
+  Forest& forest = *tree.domain->forest();
+  double elsewhere = 0.0;
+  for (const NodeSlot& slot : forest.nodes)
+    if (slot.node != nullptr && slot.node->category() == K_CATEGORY_UTILITY &&
+        slot.tree != &tree && slot.tree != nullptr && !slot.expected_utility.empty())
+      elsewhere += slot.expected_utility[0];
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    NodeSlot* slot = forest.slot(**p);
+    if (slot != nullptr && (*p)->is_discrete())
+      std::fill(slot->expected_utility.begin(), slot->expected_utility.end(), elsewhere);
+  }
+  Clique* root = tree.schedule_root;
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    const NodeSlot* slot = forest.slot(**p);
+    if (slot == nullptr || (*p)->category() != K_CATEGORY_UTILITY || slot->assigned == nullptr)
+      continue;
+    build_schedule(tree, slot->assigned);
+    add_conditional_utilities(tree, *slot, par);
+  }
+  if (tree.schedule_root != root) build_schedule(tree, root);
+}
+
 void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
   Forest& forest = *tree.domain->forest();
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
@@ -214,6 +246,9 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
              !slot->expected_utility.empty())
       slot->expected_utility[0] = expected_utility(*slot);
   }
+  // Utility nodes come with sum equilibrium only.
+  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum)
+    set_conditional_utilities(tree, par);
 }
 
 // Copies the entered evidence of the tree's nodes to their propagated

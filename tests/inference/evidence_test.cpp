@@ -5,9 +5,12 @@
 #include <limits>
 #include <memory>
 
+#include <random>
+
 #include "common/fail_new.h"
 #include "compile/junction_forest.h"
 #include "inference/evidence.h"
+#include "inference/net_builder.h"
 #include "kelva/kelva.h"
 #include "model/domain.h"
 
@@ -17,6 +20,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInf = std::numeric_limits<double>::infinity();
 
 kelva::Node& node_of(k_node_t h) { return *reinterpret_cast<kelva::Node*>(h); }
+k_node_t handle_of(kelva::Node* n) { return reinterpret_cast<k_node_t>(n); }
 
 struct Evidence : ::testing::Test {
   k_domain_t d = k_new_domain();
@@ -390,6 +394,65 @@ TEST_F(Evidence, StateEditsCarryOrDropTheEvidence) {
   EXPECT_EQ(findings(n), (std::vector<double>{1, 1, 1, 1}));
   ASSERT_EQ(k_node_enter_finding(n, 3, 0.0), 0);
   EXPECT_EQ(findings(n), (std::vector<double>{1, 1, 1, 0}));
+}
+
+}  // namespace
+
+namespace {
+
+using kelva::test::TestNet;
+
+k_junction_tree_t tree_handle(kelva::Node* n) { return k_node_get_junction_tree(handle_of(n)); }
+
+// The counts, flags and propagated copies as real propagations leave them.
+TEST(EvidenceInAForest, CountsAndFlagsFollowPropagation) {
+  TestNet net;
+  kelva::Node* a = net.add(K_CATEGORY_CHANCE, 2, {});
+  kelva::Node* b = net.add(K_CATEGORY_CHANCE, 3, {a});
+  kelva::Node* one = net.add(K_CATEGORY_CHANCE, 1, {});  // a tree of its own
+  std::mt19937 rng(7);
+  for (kelva::Node* n : net.nodes) net.randomize(n, rng);
+  ASSERT_EQ(kelva::test::compile_for_test(net.d()), 0);
+  k_junction_tree_t ab = tree_handle(a);
+  k_junction_tree_t lone = tree_handle(one);
+  ASSERT_NE(ab, lone);
+  EXPECT_EQ(k_domain_evidence_to_propagate(net.domain), 0);
+
+  ASSERT_EQ(k_node_select_state(handle_of(b), 2), 0);
+  ASSERT_EQ(k_node_select_state(handle_of(one), 0), 0);  // no change for a one-state node
+  EXPECT_EQ(k_jt_evidence_to_propagate(ab), 1);
+  EXPECT_EQ(k_jt_evidence_to_propagate(lone), 0);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_domain_evidence_to_propagate(net.domain), 0);
+  EXPECT_EQ(k_node_get_propagated_state(handle_of(b)), 2);
+  EXPECT_EQ(k_jt_evidence_is_propagated(ab), 1);
+  EXPECT_EQ(k_domain_evidence_mode_is(net.domain, K_MODE_NORMAL), 1);
+
+  // A likelihood on a, then impossible evidence on it.
+  ASSERT_EQ(k_node_enter_finding(handle_of(a), 0, 0.5), 0);
+  EXPECT_EQ(net.d().forest()->slot(*a)->tree->evidence_to_propagate, 1u);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_domain_likelihood_is_propagated(net.domain), 1);
+  EXPECT_EQ(k_node_get_propagated_finding(handle_of(a), 0), 0.5);
+  ASSERT_EQ(k_node_enter_finding(handle_of(a), 0, 0.0), 0);
+  ASSERT_EQ(k_node_enter_finding(handle_of(a), 1, 0.0), 0);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  EXPECT_EQ(k_jt_evidence_is_propagated(ab), -1);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_EQ(k_jt_evidence_to_propagate(ab), 1);
+  EXPECT_EQ(k_node_evidence_is_entered(handle_of(a)), 1);  // evidence stays entered
+
+  // Retracted, it propagates again; initialising makes all of it pending.
+  ASSERT_EQ(k_node_retract_findings(handle_of(a)), 0);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_domain_likelihood_is_propagated(net.domain), 0);
+  EXPECT_EQ(k_domain_evidence_to_propagate(net.domain), 0);
+  ASSERT_EQ(k_domain_initialize(net.domain), 0);
+  EXPECT_EQ(k_node_evidence_to_propagate(handle_of(b)), 1);
+  EXPECT_EQ(net.d().forest()->slot(*b)->tree->evidence_to_propagate, 1u);
+  ASSERT_EQ(k_node_retract_findings(handle_of(b)), 0);
+  EXPECT_EQ(net.d().forest()->slot(*b)->tree->evidence_to_propagate, 0u);
 }
 
 }  // namespace

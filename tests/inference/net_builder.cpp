@@ -1,10 +1,9 @@
 #include "inference/net_builder.h"
 
 #include <algorithm>
-#include <map>
-#include <set>
 
 #include "compile/compile_log.h"
+#include "compile/forest_fixture.h"
 #include "compile/junction_forest.h"
 #include "inference/propagate.h"
 #include "table/structure.h"
@@ -22,6 +21,21 @@ Node* TestNet::add(k_category_t category, std::size_t states, const std::vector<
   Node* n = reinterpret_cast<Node*>(h);
   nodes.push_back(n);
   if (category != K_CATEGORY_DECISION) node_table(*n);
+  return n;
+}
+
+Node* TestNet::add_continuous(const std::vector<Node*>& parents) {
+  if (domain == nullptr) domain = k_new_domain();
+  auto h = k_domain_new_node(domain, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_ERROR);
+  for (Node* p : parents) k_node_add_parent(h, reinterpret_cast<k_node_t>(p));
+  Node* n = reinterpret_cast<Node*>(h);
+  nodes.push_back(n);
+  Table& t = node_table(*n);
+  const std::size_t self = t.nodes().index_of(n) - t.discrete_count();
+  for (std::uint64_t c = 0; c < t.size(); ++c) {
+    t.set_mean(c, self, 1.0);
+    t.set_covariance(c, self, self, 2.0);
+  }
   return n;
 }
 
@@ -54,74 +68,10 @@ void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::siz
   }
 }
 
-namespace {
-
-bool subset(const std::set<Node*>& a, const std::set<Node*>& b) {
-  return std::includes(b.begin(), b.end(), a.begin(), a.end());
-}
-
-bool by_serial(const Node* a, const Node* b) { return a->serial() < b->serial(); }
-
-}  // namespace
-
 void build_forest_for_test(Domain& domain) {
-  std::vector<Node*> graph_nodes;
-  for (Node* n = domain.first_node(); n != nullptr; n = n->next)
-    if (n->kind() != K_KIND_OTHER) graph_nodes.push_back(n);
-  std::reverse(graph_nodes.begin(), graph_nodes.end());
-  // Moral graph: families (and utility parents) become complete.
-  std::map<Node*, std::set<Node*>> g;
-  for (Node* n : graph_nodes) g[n];
-  for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
-    std::vector<Node*> family(n->parents().begin(), n->parents().end());
-    if (n->kind() != K_KIND_OTHER) family.push_back(n);
-    for (Node* a : family)
-      for (Node* b : family)
-        if (a != b) g[a].insert(b);
-  }
-  // Min-fill elimination.
-  Triangulation tri;
-  std::vector<std::set<Node*>> cliques;
-  std::set<Node*> left(graph_nodes.begin(), graph_nodes.end());
-  while (!left.empty()) {
-    Node* best = nullptr;
-    std::size_t best_fill = SIZE_MAX;
-    for (Node* v : graph_nodes) {
-      if (!left.count(v)) continue;
-      std::size_t fill = 0;
-      for (Node* a : g[v])
-        for (Node* b : g[v])
-          if (a < b && !g[a].count(b)) ++fill;
-      if (fill < best_fill) best_fill = fill, best = v;
-    }
-    std::set<Node*> c = g[best];
-    for (Node* a : c)
-      for (Node* b : c)
-        if (a != b) g[a].insert(b);
-    c.insert(best);
-    tri.elimination_order.push_back(best);
-    if (std::none_of(cliques.begin(), cliques.end(), [&](auto& k) { return subset(c, k); })) {
-      cliques.push_back(c);
-      // Orders by creation, not by address, so that equal networks give
-      // equal forests.
-      std::vector<Node*> members(c.begin(), c.end());
-      std::sort(members.begin(), members.end(), by_serial);
-      tri.cliques.push_back(members);
-      for (std::size_t x = 0; x < members.size(); ++x)
-        for (std::size_t y = x + 1; y < members.size(); ++y)
-          tri.links.emplace_back(members[x], members[y]);
-    }
-    for (Node* a : g[best]) g[a].erase(best);
-    g.erase(best);
-    left.erase(best);
-  }
-  std::sort(tri.links.begin(), tri.links.end(), [](const auto& x, const auto& y) {
-    return std::make_pair(x.first->serial(), x.second->serial()) <
-           std::make_pair(y.first->serial(), y.second->serial());
-  });
-  tri.links.erase(std::unique(tri.links.begin(), tri.links.end()), tri.links.end());
+  const Triangulation triangulation = TestGraph(domain).eliminate_greedily();
   CompileLog log(nullptr);
-  domain.install_forest(build_junction_forest(domain, tri, log));
+  domain.install_forest(build_junction_forest(domain, triangulation, log));
   domain.set_compiled(true);
 }
 
@@ -160,6 +110,7 @@ Oracle enumerate(const TestNet& net, bool max) {
   Oracle o;
   std::vector<Node*> discrete;
   for (Node* n : net.nodes) o.marginals.emplace_back(n->is_discrete() ? n->state_count() : 0, 0.0);
+  o.state_utilities = o.marginals;
   std::vector<double> eu_sum;
   for (Node* n : net.nodes)
     if (n->category() == K_CATEGORY_UTILITY) eu_sum.push_back(0.0);
@@ -170,7 +121,8 @@ Oracle enumerate(const TestNet& net, bool max) {
     std::vector<double> utilities;
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       Node* n = net.nodes[i];
-      if (n->table() == nullptr) continue;
+      // Continuous densities integrate to one; decisions have no table.
+      if (n->table() == nullptr || n->is_continuous()) continue;
       const Table& t = *n->table();
       const double v = t.data()[index_in(t, state, net)];
       if (n->category() == K_CATEGORY_UTILITY) {
@@ -184,7 +136,10 @@ Oracle enumerate(const TestNet& net, bool max) {
       if (e.entered_code >= 0) p *= state[i] == static_cast<std::size_t>(e.entered_code) ? 1 : 0;
       else if (e.entered_code == Evidence::kVector) p *= e.entered_vector[state[i]];
     }
-    for (double v : utilities) eu_sum[u++] += p * v;
+    double all = 0.0;
+    for (double v : utilities) eu_sum[u++] += p * v, all += v;
+    for (std::size_t i = 0; i < net.nodes.size(); ++i)
+      if (net.nodes[i]->is_discrete()) o.state_utilities[i][state[i]] += p * all;
     o.total = max ? std::max(o.total, p) : o.total + p;
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       if (!net.nodes[i]->is_discrete()) continue;
@@ -199,8 +154,12 @@ Oracle enumerate(const TestNet& net, bool max) {
     }
     if (i == static_cast<std::size_t>(-1)) break;
   }
-  for (auto& m : o.marginals)
-    for (double& v : m) v /= o.total;
+  for (std::size_t i = 0; i < o.marginals.size(); ++i)
+    for (std::size_t k = 0; k < o.marginals[i].size(); ++k) {
+      double& eu = o.state_utilities[i][k];
+      eu = o.marginals[i][k] > 0.0 ? eu / o.marginals[i][k] : 0.0;
+      o.marginals[i][k] /= o.total;
+    }
   for (double s : eu_sum) o.utilities.push_back(s / o.total);
   return o;
 }

@@ -22,6 +22,9 @@ struct TestNet {
 
   /// Adds a node with `states` states (0 for a utility node) and `parents`.
   Node* add(k_category_t category, std::size_t states, const std::vector<Node*>& parents);
+  /// Adds a continuous chance node with `parents`, mean 1 and variance 2
+  /// for every configuration of its discrete parents.
+  Node* add_continuous(const std::vector<Node*>& parents);
   /// Fills the node's table with random positive numbers, normalized per
   /// parent configuration when `normalize`.
   void randomize(Node* node, std::mt19937& rng, bool normalize = true);
@@ -31,7 +34,8 @@ struct TestNet {
 /// to `max_parents` parents each, random tables.
 void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents);
 
-/// Triangulates the domain by min-fill elimination, builds its junction
+/// Triangulates the domain by greedy min-fill elimination (continuous nodes
+/// first), builds its junction
 /// forest, installs it and marks the domain compiled; then
 /// propagates once (sum, normal) and returns k_domain_propagate's status.
 k_status_t compile_for_test(Domain& domain);
@@ -44,13 +48,17 @@ void enter_vector(Node& node, const std::vector<double>& vector);
 void retract(Node& node);
 
 /// The enumeration oracle: P(e) (sum) or max P(x, e) (max) over the joint
-/// of the discrete nodes, with the entered evidence; and each node's
+/// of the discrete nodes (continuous nodes integrate to one), with the
+/// entered discrete evidence; and each node's
 /// (max-)marginal normalized by that total.
 struct Oracle {
   double total = 0.0;
   std::vector<std::vector<double>> marginals;  ///< per node of the net
   /// Expected utility of each utility node (sum only).
   std::vector<double> utilities;
+  /// Per node and state: the sum of the utilities' expectations given the
+  /// state (sum only; 0 for a state of probability 0).
+  std::vector<std::vector<double>> state_utilities;
 };
 Oracle enumerate(const TestNet& net, bool max);
 

@@ -2,7 +2,10 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <random>
+#include <string>
 
 #include "compile/junction_forest.h"
 #include "inference/net_builder.h"
@@ -29,8 +32,12 @@ void expect_matches(const TestNet& net, bool max, const char* what) {
       EXPECT_NEAR(k_node_get_expected_utility(h(n), 0), o.utilities[u++], 1e-12);
       continue;
     }
-    for (std::size_t s = 0; s < n->state_count(); ++s)
+    for (std::size_t s = 0; s < n->state_count(); ++s) {
       EXPECT_NEAR(k_node_get_belief(h(n), s), o.marginals[i][s], 1e-12) << "node " << i;
+      if (!o.utilities.empty())
+        EXPECT_NEAR(k_node_get_expected_utility(h(n), s), o.state_utilities[i][s], 1e-12)
+            << "node " << i << " state " << s;
+    }
   }
 }
 
@@ -117,10 +124,14 @@ TEST(Propagation, InfluenceDiagramExpectedUtilities) {
   Node* act = net.add(K_CATEGORY_DECISION, 2, {forecast});
   Node* gain = net.add(K_CATEGORY_UTILITY, 0, {act, weather});
   Node* cost = net.add(K_CATEGORY_UTILITY, 0, {act});
+  Node* season = net.add(K_CATEGORY_CHANCE, 2, {weather});
+  Node* crowd = net.add(K_CATEGORY_CHANCE, 3, {season, act});
+  Node* queue = net.add(K_CATEGORY_UTILITY, 0, {crowd});
   // The decision has no table: every choice weighs 1.
-  for (Node* n : {weather, forecast}) net.randomize(n, rng);
+  for (Node* n : {weather, forecast, season, crowd}) net.randomize(n, rng);
   net.randomize(gain, rng, false);
   net.randomize(cost, rng, false);
+  net.randomize(queue, rng, false);
   ASSERT_EQ(compile_for_test(net.d()), 0);
   expect_matches(net, false, "no evidence");
   select_state(*forecast, 1);
@@ -142,8 +153,54 @@ TEST(Propagation, InfluenceDiagramExpectedUtilities) {
   // Conflicts are not defined with decisions.
   EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_expected_utility(h(weather), 0), -1.0);
+  EXPECT_EQ(k_node_get_expected_utility(h(weather), 3), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+}
+
+TEST(Propagation, ContinuousNodesLeaveDiscreteBeliefsExact) {
+  std::mt19937 rng(31);
+  TestNet net;
+  Node* a = net.add(K_CATEGORY_CHANCE, 2, {});
+  Node* b = net.add(K_CATEGORY_CHANCE, 3, {a});
+  Node* y = net.add_continuous({a});
+  net.add_continuous({b, y});
+  net.randomize(a, rng);
+  net.randomize(b, rng);
+  ASSERT_EQ(compile_for_test(net.d()), 0);
+  expect_matches(net, false, "no evidence");
+  select_state(*b, 2);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "discrete evidence");
+  // Only sum and normal mode with continuous nodes, and no continuous
+  // evidence: the messages carry the discrete part alone.
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  ASSERT_EQ(k_node_enter_value(h(y), 1.5), 0);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_CG_EVIDENCE_INCORPORATED);
+  ASSERT_EQ(k_node_retract_findings(h(y)), 0);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  expect_matches(net, false, "continuous evidence retracted");
+
+  // The shared CG networks.
+  const char* env = std::getenv("KELVA_SHARED_DIR");
+  const std::string dir = std::string(env != nullptr ? env : KELVA_DEFAULT_SHARED_DIR) + "/nets/";
+  for (const char* name : {"rats-deal.net", "ksl-deal.net"}) {
+    SCOPED_TRACE(name);
+    k_domain_t d = k_net_parse_domain((dir + name).c_str(), nullptr, nullptr);
+    if (d == nullptr) {
+      std::printf("skipped %s: no shared networks at %s\n", name, dir.c_str());
+      continue;
+    }
+    EXPECT_EQ(compile_for_test(*reinterpret_cast<Domain*>(d)), 0);
+    for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n)) {
+      if (k_node_get_kind(n) != K_KIND_DISCRETE) continue;
+      double sum = 0;
+      for (k_size_t s = 0; s < k_node_get_number_of_states(n); ++s) sum += k_node_get_belief(n, s);
+      EXPECT_NEAR(sum, 1.0, 1e-12);
+    }
+    k_domain_delete(d);
+  }
 }
 
 // A two-state node whose table is {first, 1 - first}, compiled.
