@@ -52,11 +52,8 @@ void build_and_install(Domain& domain, Eliminate&& eliminate) {
   try {
     write_time_stamp(log);
     const MoralGraph graph = build_moral_graph(domain, log);
-    Triangulation triangulation = eliminate(graph, log);
+    const Triangulation triangulation = eliminate(graph, log);
     ForestPtr forest = build_junction_forest(domain, triangulation, log);
-    if (forest->elimination_order.empty())
-      for (Node* node : triangulation.elimination_order) forest->elimination_order.push_back(node);
-    forest->triangulation_cost = triangulation.cost;
     log.flush();
     domain.install_forest(std::move(forest));
   } catch (...) {

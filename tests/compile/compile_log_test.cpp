@@ -132,6 +132,7 @@ TEST(CompileLog, WholeLogsMatchTheExpectedOnes) {
       {"utility.log", "utility.net", compile},
       {"potentials.log", "potentials.net", compile},
       {"zero.log", "zero.net", failing_compile},
+      {"decision.log", "decision.net", compile},
   };
   const bool update = std::getenv("KELVA_UPDATE_GOLDEN") != nullptr;
   for (const GoldenCase& c : cases) {
