@@ -87,6 +87,8 @@ CompressedSeparator compress_separator(const Separator& sep,
 /// Checks the domain may be compressed (see compress_domain).
 void check_compressible(const Domain& domain) {
   require(domain.chain_components.empty());
+  // Expected utilities per state are computed over full clique tables.
+  require(domain.count(K_CATEGORY_UTILITY) == 0);
   if (const Forest* forest = domain.forest())
     for (const auto& clique : forest->cliques) require(clique->continuous_members == 0);
   require(domain.is_compiled(), K_ERROR_NOT_COMPILED);

@@ -166,6 +166,16 @@ potential (Y | X) { data = (normal (0, 1) normal (2, 1)); }
   ASSERT_EQ(k_domain_compile(cg.d), 0);
   EXPECT_EQ(k_domain_compress(cg.d), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  // So are utility nodes.
+  Net id(R"(
+node A { states = ("a0" "a1"); }
+utility U { }
+potential (A) { data = (0.5 0.5); }
+potential (U | A) { data = (1 3); }
+)");
+  ASSERT_EQ(k_domain_compile(id.d), 0);
+  EXPECT_EQ(k_domain_compress(id.d), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
 }
 
 }  // namespace
