@@ -871,8 +871,8 @@ KELVA_API double k_node_get_value(k_node_t node);
  *  NaN is kept), reached through index maps; returns the total number of
  *  clique and separator entries after compression over the number before,
  *  or -1 on error.  "usage" for a domain with chain-graph components,
- *  utility nodes or continuous clique members, "not_compiled", "no_equilibrium" when a
- *  tree holds none, "table_too_large" when a separator or a node table
+ *  utility nodes or continuous clique members, "not_compiled",
+ *  "no_equilibrium" when a tree holds none, "table_too_large" when a separator or a node table
  *  would need more than 4294967295 entries (the domain stays uncompressed).
  *  Entries that are 0 now stay 0: evidence propagated before compression
  *  cannot be retracted afterwards.  On a compressed domain nothing changes

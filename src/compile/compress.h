@@ -64,8 +64,8 @@ struct CompressedForest {
 /// (k_domain_compress) and returns the total number of table entries after
 /// compression over the number before, clique and separator tables
 /// counted.  Error(usage) for a domain with chain-graph components,
-/// utility nodes or CG cliques, Error(not_compiled), Error(no_equilibrium) when a tree holds
-/// no equilibrium, Error(table_too_large) when a separator or a node table
+/// utility nodes or CG cliques, Error(not_compiled), Error(no_equilibrium)
+/// when a tree holds no equilibrium, Error(table_too_large) when a separator or a node table
 /// would need more than 4294967295 entries; nothing changes on failure.  On
 /// a domain already compressed nothing changes and the ratio is 1.
 double compress_domain(Domain& domain);
