@@ -708,6 +708,10 @@ KELVA_API k_bool_t k_domain_is_triangulated(k_domain_t domain);
  *  triangulated as it was before the call. */
 KELVA_API k_status_t k_domain_compile(k_domain_t domain);
 
+/* The junction forest holds one junction tree per connected part of the
+ * network.  Its cliques are numbered from 0, tree after tree, every clique
+ * after its parent; the queries below give "usage" for a null handle. */
+
 /** The first junction tree of a triangulated domain, or null (no error) when
  *  the domain is not triangulated. */
 KELVA_API k_junction_tree_t k_domain_get_first_junction_tree(k_domain_t domain);
@@ -724,10 +728,12 @@ KELVA_API k_size_t k_jt_get_total_size(k_junction_tree_t jt);
 /** Sum over the tree's cliques of discrete size times CG entries,
  *  saturating; K_SIZE_ERROR with "usage" for a null tree. */
 KELVA_API k_size_t k_jt_get_total_cg_size(k_junction_tree_t jt);
-/** The clique's members, a null-ended list owned by the clique. */
+/** The clique's members in the order of its table (discrete members
+ *  first), a null-ended list owned by the clique. */
 KELVA_API k_node_t *k_clique_get_members(k_clique_t clique);
-/** The cliques linked to this one in the junction tree, a null-ended list
- *  owned by the clique. */
+/** The cliques linked to this one in the junction tree (its parent first,
+ *  then its children in number order), a null-ended list owned by the
+ *  clique. */
 KELVA_API k_clique_t *k_clique_get_neighbors(k_clique_t clique);
 /** The junction tree that holds the clique. */
 KELVA_API k_junction_tree_t k_clique_get_junction_tree(k_clique_t clique);

@@ -105,8 +105,10 @@ class JunctionTree : public Object {
   /// The tree's cliques in number order (parents before children); the
   /// null-ended list handed out by k_jt_get_cliques.
   PtrList<Clique> cliques;
-  /// The nodes whose tables are assigned to cliques of this tree, in the
-  /// domain's node-list order (newest first).
+  /// The nodes of this tree in the domain's node-list order (newest first):
+  /// its discrete and continuous nodes (those without a table of their own,
+  /// decision nodes and chain-graph members, included) and the utility
+  /// nodes whose tables are assigned to its cliques.
   NodeList nodes;
 
   // Propagation state (see the inference layer).
@@ -161,7 +163,8 @@ struct NodeSlot {
   JunctionTree* tree = nullptr;
   /// The clique into which the node's table (its policy or conditional
   /// table, or its utility table) is multiplied, and the plan from that
-  /// clique's table to the node's table (the node's view).
+  /// clique's table to the node's table (the node's view).  Null for nodes
+  /// without a table of their own (decision nodes, chain-graph members).
   Clique* assigned = nullptr;
   IndexPlan assigned_plan;
   /// For discrete and continuous nodes: the clique from which the node's
