@@ -12,12 +12,16 @@ class Node;
 struct MoralGraph;
 
 /// Triangulates `graph` by greedy method 15 to 18, or by best greedy (20):
-/// decomposes it into prime components, triangulates each (continuous
-/// vertices eliminated before discrete ones, so the result is strongly
-/// decomposable), removes redundant fill-ins, and writes every component's
-/// text, "Total cost of triangulation for all prime components is %s" and
-/// the "Elimination sequence" section.  The cliques come in the order
-/// recorded.  Throws Error (no_memory, io); Error(usage) for another method.
+/// decomposes it into prime components (listed by their first vertex in
+/// node-list order), triangulates each (continuous vertices eliminated
+/// before discrete ones, so the result is strongly decomposable), removes
+/// redundant fill-ins, and writes an empty line, every component's text,
+/// "Total cost of triangulation for all prime components is %s" and the
+/// "Elimination sequence" section.  The cliques are the maximal cliques of
+/// the triangulated graph in the order recorded, component by component;
+/// the elimination order is a perfect elimination ordering of it with the
+/// continuous vertices first; the links are every link of it once.  Throws
+/// Error (no_memory, io); Error(usage) for another method.
 Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
                           CompileLog& log);
 

@@ -27,13 +27,11 @@ class NetDomain {
       : handle_(k_net_parse_domain_string(text.c_str(), nullptr, nullptr)) {
     if (handle_ == nullptr) ADD_FAILURE() << "NET text not read: " << text;
   }
-  NetDomain() : handle_(k_new_domain()) {}
   ~NetDomain() { k_domain_delete(handle_); }
   NetDomain(const NetDomain&) = delete;
   NetDomain& operator=(const NetDomain&) = delete;
 
   Domain& domain() const { return capi::get(handle_); }
-  k_domain_t handle() const { return handle_; }
   Node* node(const std::string& name) const { return domain().find(name); }
 
  private:
@@ -45,9 +43,13 @@ inline std::string capture(const std::function<void(CompileLog&)>& body) {
   char* buffer = nullptr;
   std::size_t size = 0;
   std::FILE* stream = open_memstream(&buffer, &size);
-  {
+  try {
     CompileLog log(stream);
     body(log);
+  } catch (...) {
+    std::fclose(stream);
+    std::free(buffer);
+    throw;
   }
   std::fclose(stream);
   std::string text(buffer, size);

@@ -119,33 +119,5 @@ TEST(MoralGraph, NecessaryFillInsCompleteTheDiscreteBoundaries) {
             "\n\nMoral links:\n\n");
 }
 
-TEST(MoralGraph, BoundaryOfSeveralContinuousNodesIsMadeCompleteOnce) {
-  // One connected set of continuous nodes with the boundary {P, Q, S}, of
-  // which only Q and S are linked: two fill-ins, each written once, from
-  // the older node.
-  NetDomain net(R"(
-    node P { states = ("a" "b"); }
-    node Q { states = ("a" "b"); }
-    node S { states = ("a" "b"); }
-    continuous node X { }
-    continuous node Y { }
-    continuous node W { }
-    potential (X | P) { }
-    potential (Y | X) { }
-    potential (W | Q Y) { }
-    potential (S | Q) { }
-    continuous node V { }
-    potential (V | S W) { }
-  )");
-  const std::string log = capture([&](CompileLog& l) { build_moral_graph(net.domain(), l); });
-  EXPECT_EQ(log,
-            "\n\nMoral links:\n\n"
-            "    Marrying S and W\n"
-            "    Marrying Q and Y\n"
-            "\n\nNecessary fill-ins:\n\n"
-            "    Creating necessary fill-in between P and S\n"
-            "    Creating necessary fill-in between P and Q\n");
-}
-
 }  // namespace
 }  // namespace kelva
