@@ -139,7 +139,14 @@ class JunctionTree : public Object {
     Separator* separator;
     const IndexPlan* inner_plan;
     const IndexPlan* outer_plan;
+    /// Position of the link that reaches `inner` (none for the root's
+    /// links), and of the first link leaving `outer` (none for a leaf).
+    std::size_t parent;
+    std::size_t first_child;
+    /// This is the first link leaving `inner`.
+    bool first_out;
   };
+  static constexpr std::size_t kNoLink = static_cast<std::size_t>(-1);
   /// The links ordered root-first for `schedule_root`: distribute walks them
   /// forwards, collect backwards.  Rebuilt (without allocating) when another
   /// root is asked for.

@@ -76,7 +76,8 @@ void multiply_into_home(const NodeSlot& slot, const double* vector,
 }
 
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
-                  const Parallelism& parallelism) {
+                  const Parallelism& parallelism, bool marginal_ready, Separator* next,
+                  const IndexPlan* next_plan) {
   Separator& sep = *link.separator;
   const Clique& from = outward ? *link.inner : *link.outer;
   Clique& to = outward ? *link.outer : *link.inner;
@@ -84,7 +85,7 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
   const IndexPlan& to_plan = outward ? *link.outer_plan : *link.inner_plan;
 
   double* fresh = sep.scratch.data();
-  marginalize(from_plan, from.table->data(), fresh, how, parallelism);
+  if (!marginal_ready) marginalize(from_plan, from.table->data(), fresh, how, parallelism);
   // One pass over the separator: keep the new values, and leave in the
   // scratch the quotient new / old that the receiver is multiplied by.
   double* old = sep.table->data();
@@ -95,7 +96,11 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
     old[i] = f;
     fresh[i] = o > 0.0 ? f / o : f;
   }
-  multiply(to_plan, to.table->data(), fresh, parallelism);
+  if (next != nullptr)
+    multiply_marginalize(to_plan, to.table->data(), fresh, *next_plan, next->scratch.data(), how,
+                         parallelism);
+  else
+    multiply(to_plan, to.table->data(), fresh, parallelism);
 }
 
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism) {

@@ -36,8 +36,13 @@ void multiply_into_home(const NodeSlot& slot, const double* vector,
 /// inwards: the sender's table is marginalized onto the separator, the new
 /// separator table replaces the old one, and the receiver is multiplied by
 /// new / old (an entry whose old value is 0 multiplies by the new value).
+/// With `marginal_ready` the sender's marginal is already in the
+/// separator's scratch.  With a `next` separator, the receiver's marginal
+/// onto it (through `next_plan`) is left in that separator's scratch, made
+/// in the same sweep as the multiplication.
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
-                  const Parallelism& parallelism);
+                  const Parallelism& parallelism, bool marginal_ready = false,
+                  Separator* next = nullptr, const IndexPlan* next_plan = nullptr);
 
 /// The total of the clique's table: sum or maximum of its entries.
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism);

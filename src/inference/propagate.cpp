@@ -75,18 +75,24 @@ const IndexPlan* plan_of(const Clique* clique, const Separator& sep) noexcept {
 // Orders the tree's links root-first from `root` (breadth first, using the
 // schedule itself as the queue); allocates nothing once reserved.
 void build_schedule(JunctionTree& tree, Clique* root) {
-  tree.schedule.clear();
-  auto push_links = [&tree](Clique* clique, const Clique* from) {
+  auto& schedule = tree.schedule;
+  schedule.clear();
+  auto push_links = [&schedule](Clique* clique, const Clique* from, std::size_t parent) {
+    bool first = true;
     for (const Clique::Link& link : clique->links) {
       if (link.neighbour == from) continue;
-      tree.schedule.push_back({clique, link.neighbour, link.separator,
-                               plan_of(clique, *link.separator),
-                               plan_of(link.neighbour, *link.separator)});
+      schedule.push_back({clique, link.neighbour, link.separator, plan_of(clique, *link.separator),
+                          plan_of(link.neighbour, *link.separator), parent,
+                          JunctionTree::kNoLink, first});
+      first = false;
     }
   };
-  push_links(root, nullptr);
-  for (std::size_t i = 0; i < tree.schedule.size(); ++i)
-    push_links(tree.schedule[i].outer, tree.schedule[i].inner);
+  push_links(root, nullptr, JunctionTree::kNoLink);
+  for (std::size_t i = 0; i < schedule.size(); ++i) {
+    const std::size_t start = schedule.size();
+    push_links(schedule[i].outer, schedule[i].inner, i);
+    if (schedule.size() > start) schedule[i].first_child = start;
+  }
   tree.schedule_root = root;
 }
 
@@ -180,12 +186,21 @@ void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
 
 // Collect towards the root, normalization of the root and distribute; the
 // root total x is checked, folded into the normalization constant and
-// returned.
+// returned.  A clique that receives a message and then sends one has both
+// done in one sweep: its marginal onto the next separator is computed
+// while it is multiplied (in collect after its last child's message, in
+// distribute onto its first child's separator).
 double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   const auto& schedule = tree.schedule;
+  constexpr std::size_t none = JunctionTree::kNoLink;
   for (std::size_t i = schedule.size(); i-- > 0;) {
-    if (how == Reduce::max) check_total(clique_total(*schedule[i].outer, how, par));
-    send_message(schedule[i], false, how, par);
+    const JunctionTree::Message& link = schedule[i];
+    if (how == Reduce::max) check_total(clique_total(*link.outer, how, par));
+    const JunctionTree::Message* next =
+        link.first_out && link.parent != none ? &schedule[link.parent] : nullptr;
+    send_message(link, false, how, par, link.first_child != none,
+                 next != nullptr ? next->separator : nullptr,
+                 next != nullptr ? next->outer_plan : nullptr);
   }
   Clique& root = *tree.schedule_root;
   const double x = clique_total(root, how, par);
@@ -193,7 +208,13 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   scale_clique(root, 1.0 / x, par);
   tree.normalization_constant *= x;
   tree.log_normalization_constant += std::log(x);
-  for (const JunctionTree::Message& link : schedule) send_message(link, true, how, par);
+  for (const JunctionTree::Message& link : schedule) {
+    const JunctionTree::Message* next =
+        link.first_child != none ? &schedule[link.first_child] : nullptr;
+    send_message(link, true, how, par, link.first_out && link.parent != none,
+                 next != nullptr ? next->separator : nullptr,
+                 next != nullptr ? next->inner_plan : nullptr);
+  }
   return x;
 }
 

@@ -203,6 +203,43 @@ void update_plan(const IndexPlan& plan, double* large, const double* small,
   run_pieces(pieces, par.threads, body);
 }
 
+// Folds large entries [begin, end) into the small table, run by run as
+// fold_walk does: a range that starts and ends on inner-run boundaries
+// folds each run exactly as a whole walk would.
+template <class Fold>
+void fold_range(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                std::uint64_t end) {
+  const std::uint64_t ss = plan.inner_small_stride();
+  if (ss == 0) {
+    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      small[s] = Fold::fold(small[s], fold_run<Fold>(large + l, n));
+    });
+  } else {
+    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+      const double* p = large + l;
+      double* q = small + s;
+      for (std::uint64_t k = 0; k < n; ++k) q[k * ss] = Fold::fold(q[k * ss], p[k]);
+    });
+  }
+}
+
+// Multiplies and folds block by block, each block while it is in the
+// first-level cache.  Blocks hold whole inner runs of the fold's plan.
+template <class Fold>
+void fused_multiply_fold(const IndexPlan& mplan, double* large, const double* factor,
+                         const IndexPlan& fplan, double* small) {
+  constexpr std::uint64_t kBlock = 2048;
+  std::fill(small, small + fplan.small_size(), Fold::identity());
+  const std::uint64_t n = mplan.large_size();
+  const std::uint64_t run = fplan.axes().back().count;
+  const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
+  for (std::uint64_t a = 0; a < n; a += block) {
+    const std::uint64_t b = std::min(n, a + block);
+    update_walk<MultiplyUpdate>(mplan, large, factor, a, b);
+    fold_range<Fold>(fplan, large, small, a, b);
+  }
+}
+
 }  // namespace
 
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
@@ -219,6 +256,21 @@ void multiply(const IndexPlan& plan, double* large, const double* small,
 void divide(const IndexPlan& plan, double* large, const double* small,
             const Parallelism& parallelism) {
   update_plan<DivideUpdate>(plan, large, small, parallelism);
+}
+
+void multiply_marginalize(const IndexPlan& multiply_plan, double* large, const double* factor,
+                          const IndexPlan& marginal_plan, double* small, Reduce how,
+                          const Parallelism& parallelism) {
+  // Work that would be split over threads, and totals (summed in blocks of
+  // their own), take the two kernels one after the other.
+  if (piece_count(multiply_plan.large_size(), parallelism) > 1 || marginal_plan.small_size() == 1) {
+    multiply(multiply_plan, large, factor, parallelism);
+    marginalize(marginal_plan, large, small, how, parallelism);
+  } else if (how == Reduce::sum) {
+    fused_multiply_fold<SumFold>(multiply_plan, large, factor, marginal_plan, small);
+  } else {
+    fused_multiply_fold<MaxFold>(multiply_plan, large, factor, marginal_plan, small);
+  }
 }
 
 void gather(const IndexPlan& plan, double* out, const double* small,

@@ -38,6 +38,14 @@ void multiply(const IndexPlan& plan, double* large, const double* small,
 /// large entries are left as they are.
 void divide(const IndexPlan& plan, double* large, const double* small,
             const Parallelism& parallelism = {});
+/// large := large * factor through `multiply_plan`, then small := the sum
+/// (or maximum) of the new large through `marginal_plan`: the results of
+/// multiply() followed by marginalize(), bit for bit, but in one sweep over
+/// cache-sized blocks of the large table when the work is not split over
+/// threads.
+void multiply_marginalize(const IndexPlan& multiply_plan, double* large, const double* factor,
+                          const IndexPlan& marginal_plan, double* small, Reduce how,
+                          const Parallelism& parallelism = {});
 /// out := large-shaped copy of `small` read through the plan (out[l] =
 /// small[s]); with a plan between two orders of the same nodes, this
 /// permutes a table's data into the large order.

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 
-#include "compile/compile_log.h"
-#include "compile/forest_fixture.h"
+#include "compile/compile.h"
 #include "compile/junction_forest.h"
 #include "inference/propagate.h"
 #include "table/structure.h"
@@ -69,9 +68,7 @@ void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::siz
 }
 
 void build_forest_for_test(Domain& domain) {
-  const Triangulation triangulation = TestGraph(domain).eliminate_greedily();
-  CompileLog log(nullptr);
-  domain.install_forest(build_junction_forest(domain, triangulation, log));
+  triangulate_domain(domain, K_TM_FILL_IN_SIZE);
   domain.set_compiled(true);
 }
 

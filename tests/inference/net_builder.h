@@ -34,8 +34,7 @@ struct TestNet {
 /// to `max_parents` parents each, random tables.
 void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents);
 
-/// Triangulates the domain by greedy min-fill elimination (continuous nodes
-/// first), builds its junction
+/// Triangulates the domain by fewest fill-ins, builds its junction
 /// forest, installs it and marks the domain compiled; then
 /// propagates once (sum, normal) and returns k_domain_propagate's status.
 k_status_t compile_for_test(Domain& domain);
