@@ -138,6 +138,25 @@ class InferenceTest {
   }
 
   @Test
+  void compressionKeepsBeliefsAndRefusesFastRetraction() {
+    try (Domain d = rain()) {
+      assertFails(ErrorCode.NOT_COMPILED, d::compress);
+      d.compile();
+      assertFalse(d.isCompressed());
+      d.getNodeByName("wet").selectState(0);
+      d.propagate(Equilibrium.SUM, EvidenceMode.NORMAL);
+      double ratio = d.compress();
+      assertTrue(ratio > 0 && ratio <= 1, "ratio " + ratio);
+      assertTrue(d.isCompressed());
+      assertEquals(0.18 / 0.38, d.getNodeByName("rain").getBelief(0), EPS);
+      assertFails(ErrorCode.COMPRESSED,
+          () -> d.propagate(Equilibrium.SUM, EvidenceMode.FAST_RETRACTION));
+      d.uncompile();
+      assertFalse(d.isCompressed());
+    }
+  }
+
+  @Test
   void resultsNeedACompiledDomain() {
     try (Domain d = new Domain()) {
       Node a = d.newNode(Category.CHANCE, Kind.DISCRETE);
