@@ -159,19 +159,18 @@ std::uint64_t table_entries(const Table& table) {
   return sat_mul(table.size(), sat_add(1, sat_add(sat_mul(2, d), sat_mul(d, d))));
 }
 
-// Allocates every clique and separator table with its plans and scratch
-// space, after checking that all of it together can exist at all, so that
-// propagation never has to allocate.
-void allocate_tables(Forest& forest) {
+// Checks that every clique and separator table together can exist at all,
+// and makes the plans and scratch space.  The table data are allocated by
+// the first propagation (compilation), not here: triangulating alone stays
+// cheap, and after compilation propagation never allocates.
+void plan_tables(Forest& forest) {
   std::uint64_t entries = 0;
   for (const auto& c : forest.cliques) entries = sat_add(entries, table_entries(*c->table));
   for (const auto& s : forest.separators)
     entries = sat_add(entries, sat_add(table_entries(*s->table), s->table->size()));
   require(platform::allocation_possible(sat_mul(entries, sizeof(double))), K_ERROR_NO_MEMORY);
 
-  for (const auto& c : forest.cliques) c->table->allocate();
   for (const auto& s : forest.separators) {
-    s->table->allocate();
     s->parent_plan = IndexPlan::between(*s->parent->table, *s->table);
     s->child_plan = IndexPlan::between(*s->child->table, *s->table);
     s->scratch.assign(s->table->size(), 0.0);
@@ -190,7 +189,7 @@ ForestPtr build_junction_forest(Domain& domain, const Triangulation& triangulati
   make_cliques(*forest, triangulation, order, members);
   write_cliques(log, *forest);
   link_cliques(*forest, order, log);
-  allocate_tables(*forest);
+  plan_tables(*forest);
   give_default_tables(domain, log);
   assign_potentials(*forest, log);
 
