@@ -857,17 +857,42 @@ KELVA_API k_clique_t k_node_get_conflict_clique(k_node_t node);
  *  node (ignored for utility nodes); -1 with the code set on error. */
 KELVA_API double k_node_get_expected_utility(k_node_t node, k_size_t state);
 
+/** The value of a real-valued function node: its model's expression
+ *  evaluated with the discrete nodes it refers to in the states the last
+ *  propagation knows them to be in (instantiated, or all belief on one
+ *  state), utility nodes at their expected utilities and other function
+ *  nodes at their values; -1 on error: "usage" for another node,
+ *  "no_value" without a model or when a state is not known, "not_compiled"
+ *  when a belief it needs is not known, or the evaluation's failure. */
+KELVA_API double k_node_get_value(k_node_t node);
+
 /** Replaces the clique and separator tables of a compiled, propagated domain
- *  by tables that keep only their non-zero entries; returns the ratio of the
- *  sizes after and before, or -1 on error. */
+ *  by tables that keep only their non-zero entries (0.0 is the only zero;
+ *  NaN is kept), reached through index maps; returns the total number of
+ *  clique and separator entries after compression over the number before,
+ *  or -1 on error.  "usage" for a domain with chain-graph components,
+ *  utility nodes or continuous clique members, "not_compiled",
+ *  "no_equilibrium" when a tree holds none, "table_too_large" when a separator or a node table
+ *  would need more than 4294967295 entries (the domain stays uncompressed).
+ *  Entries that are 0 now stay 0: evidence propagated before compression
+ *  cannot be retracted afterwards.  On a compressed domain nothing changes
+ *  and the result is 1.  A compressed domain refuses fast retraction
+ *  ("compressed"); uncompiling discards the compression. */
 KELVA_API double k_domain_compress(k_domain_t domain);
 /** 1 when the domain's tables are compressed, 0 when not, -1 on error. */
 KELVA_API k_bool_t k_domain_is_compressed(k_domain_t domain);
 
 /** Writes the beliefs, expected utilities and values of the domain's nodes
- *  to its log file (nothing without one); "not_compiled", "io". */
+ *  to its log file (nothing without one): decision, chance and discrete
+ *  function nodes with their beliefs, utility nodes with their expected
+ *  utilities, real-valued function nodes with their values ("N/A" when
+ *  not known).  Returns 0, or the error code: "usage", "not_compiled" (also
+ *  without a log), "no_equilibrium", "io" (the report ends at the failed
+ *  write), "locale". */
 KELVA_API k_status_t k_domain_report_beliefs(k_domain_t domain);
-/** Writes the beliefs of one node to its domain's log file. */
+/** Writes the report of one discrete, continuous or function node to its
+ *  domain's log file; returns 0 or the error code, as above.  Without a
+ *  log, 0 after checking the node only. */
 KELVA_API k_status_t k_node_report_beliefs(k_node_t node);
 
 #ifdef __cplusplus

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "compile/compress.h"
 #include "kelva/kelva.h"
 #include "model/domain.h"
 #include "model/node.h"
@@ -225,6 +226,9 @@ class Forest {
   NodeList elimination_order;
   /// Cost of the triangulation (sum of the clique weights).
   double triangulation_cost = 0.0;
+  /// The compressed clique and separator tables, null unless the domain is
+  /// compressed (their full tables then hold no data).
+  std::unique_ptr<CompressedForest> compressed;
 
   /// The record of `node`, or null when it takes no part.
   NodeSlot* slot(const Node& node) noexcept {

@@ -46,8 +46,15 @@ double expected_utility(const NodeSlot& slot, std::size_t i) {
 void write_node(const CompileLog& log, Node& node, bool with_utilities) {
   const char* name = node.name_or_generate().c_str();
   if (is_real_function(node)) {
-    if (std::optional<double> value = function_node_value(node))
-      log.write("\n    %s: %g\n", name, *value);
+    double value = 0.0;
+    bool known = true;
+    try {
+      value = function_node_value(node);
+    } catch (const Error&) {
+      known = false;
+    }
+    if (known)
+      log.write("\n    %s: %g\n", name, value);
     else
       log.write("\n    %s: N/A\n", name);
     return;

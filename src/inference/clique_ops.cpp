@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "inference/compressed_ops.h"
 #include "model/domain.h"
 #include "model/node.h"
 #include "table/table.h"
@@ -33,9 +34,16 @@ bool is_factor(const Node& node) noexcept {
   return c == K_CATEGORY_CHANCE || c == K_CATEGORY_DECISION || c == K_CATEGORY_FUNCTION;
 }
 
+// Whether the tree's tables are compressed: each step below then takes the
+// compressed path.
+bool is_compressed(const JunctionTree& tree) noexcept {
+  return tree.domain->forest()->compressed != nullptr;
+}
+
 }  // namespace
 
 void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
+  if (is_compressed(tree)) return compressed::initialise_cliques(tree);
   Forest& forest = *tree.domain->forest();
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
     Clique& clique = **c;
@@ -72,12 +80,15 @@ void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
 
 void multiply_into_home(const NodeSlot& slot, const double* vector,
                         const Parallelism& parallelism) {
+  if (is_compressed(*slot.tree)) return compressed::multiply_into_home(slot, vector);
   multiply(slot.home_plan, slot.home->table->data(), vector, parallelism);
 }
 
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
                   const Parallelism& parallelism, bool marginal_ready, Separator* next,
                   const IndexPlan* next_plan) {
+  // The compressed path computes each marginal itself, fused or not.
+  if (is_compressed(*link.inner->tree)) return compressed::send_message(link, outward, how);
   Separator& sep = *link.separator;
   const Clique& from = outward ? *link.inner : *link.outer;
   Clique& to = outward ? *link.outer : *link.inner;
@@ -104,20 +115,24 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
 }
 
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism) {
+  if (is_compressed(*clique.tree)) return compressed::clique_total(clique, how);
   double total = 0.0;
   marginalize(clique.total_plan, clique.table->data(), &total, how, parallelism);
   return total;
 }
 
 void scale_clique(Clique& clique, double factor, const Parallelism& parallelism) {
+  if (is_compressed(*clique.tree)) return compressed::scale_clique(clique, factor);
   multiply(clique.total_plan, clique.table->data(), &factor, parallelism);
 }
 
 void node_marginal(NodeSlot& slot, Reduce how, const Parallelism& parallelism) {
+  if (is_compressed(*slot.tree)) return compressed::node_marginal(slot, how);
   marginalize(slot.home_plan, slot.home->table->data(), slot.marginal.data(), how, parallelism);
 }
 
 double expected_utility(const NodeSlot& slot) {
+  if (is_compressed(*slot.tree)) return compressed::expected_utility(slot);
   const double* p = slot.assigned->table->data();
   const double* u = slot.node->table()->data();
   const std::uint64_t ss = slot.assigned_plan.inner_small_stride();

@@ -54,15 +54,16 @@ bool PropagatedBeliefs::moments(const Node& node, double& mean, double& variance
   return true;
 }
 
-std::optional<double> function_node_value(const Node& node) {
+double function_node_value(const Node& node) {
+  require(node.category() == K_CATEGORY_FUNCTION && node.kind() == K_KIND_OTHER);
+  PropagatedBeliefs beliefs;
+  Evaluator evaluator(beliefs);
   try {
-    PropagatedBeliefs beliefs;
-    Evaluator evaluator(beliefs);
     const Value v = evaluator.value_of(node);
-    if (v.kind != Value::Kind::number) return std::nullopt;
+    require(v.kind == Value::Kind::number, K_ERROR_INVALID_EXPRESSION);
     return v.number;
-  } catch (const Error&) {
-    return std::nullopt;
+  } catch (const FunctionNodeFailure& failure) {
+    throw Error(failure.code());  // the node is the one asked about
   }
 }
 

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <vector>
 
 #include "expr/evaluate.h"
@@ -21,11 +20,13 @@ class PropagatedBeliefs final : public Beliefs {
   bool moments(const Node& node, double& mean, double& variance) const override;
 };
 
-/// The value of real-valued function node `node`: its model's expression
-/// evaluated on what the last propagation knows (PropagatedBeliefs), so the
-/// discrete nodes it depends on must be known to be in one state.  Empty
-/// when the value cannot be computed (no model, an unknown state, an
-/// arithmetic failure, an uncompiled domain).
-std::optional<double> function_node_value(const Node& node);
+/// The value of real-valued function node `node` (k_node_get_value): its
+/// model's expression evaluated on what the last propagation knows
+/// (PropagatedBeliefs), so the discrete nodes it depends on must be known
+/// to be in one state.  Throws Error: usage for another node, no_value
+/// without a model or when a state it needs is not known, not_compiled
+/// when a belief it needs is not known, and the arithmetic failures of
+/// evaluation.
+double function_node_value(const Node& node);
 
 }  // namespace kelva

@@ -101,7 +101,8 @@ void build_schedule(JunctionTree& tree, Clique* root) {
 void prepare(JunctionTree& tree) {
   Forest& forest = *tree.domain->forest();
   if (tree.schedule.capacity() < clique_count(tree)) tree.schedule.reserve(clique_count(tree));
-  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
+  // Compressed tables keep their data and scratch in Forest::compressed.
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr && !forest.compressed; ++c) {
     Clique& clique = **c;
     clique.table->data();
     if (clique.total_plan.large_size() != clique.table->size())

@@ -186,9 +186,15 @@ TEST(BeliefReport, ExpectedUtilitiesAndFunctionValues) {
             "\n    Bare: N/A\n"
             "\n    Twice: N/A\n");
 
+  EXPECT_EQ(k_node_get_value(twice), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
+
   // Once Level is known, so is the function of it.
   net.set(level, {0, 1}, {10, -2.5});
   net.select(level, 1);
+  EXPECT_EQ(k_node_get_value(twice), 8.0);
+  EXPECT_EQ(k_node_get_value(level), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   net.open_log();
   ASSERT_EQ(k_node_report_beliefs(level), 0);
   ASSERT_EQ(k_node_report_beliefs(twice), 0);

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Runs the kelva tool and compares its output with the expected texts.
-# usage: cli_test.sh KELVA_BINARY EXPECTED_DIR VERSION
+# usage: cli_test.sh KELVA_BINARY EXPECTED_DIR VERSION NETWORKS_DIR
 set -euo pipefail
 
 kelva=$1
 expected=$2
 version=$3
+networks=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -18,6 +19,17 @@ fail() {
 }
 
 # run NAME ARGS...: runs kelva, leaving stdout, stderr and status in $work/NAME.*
+# expect_close NAME FILE: the stream holds FILE's lines, the last field of
+# each equal within 1e-12 (relative to values above 1).
+expect_close() {
+  checks=$((checks + 1))
+  awk -F'\t' 'NR == FNR { want[FNR] = $0; n = FNR; next }
+    { split(want[FNR], w, "\t"); d = $NF - w[NF]; if (d < 0) d = -d; m = w[NF] < 0 ? -w[NF] : w[NF]
+      if ($1 != w[1] || (NF > 2 && $2 != w[2]) || d > 1e-12 * (m > 1 ? m : 1)) bad = 1 }
+    END { exit bad || FNR != n }' "$2" "$work/$1.out" ||
+    { fail "$1: output differs from $2"; diff -u "$2" "$work/$1.out" >&2 || true; }
+}
+
 run() {
   local name=$1
   shift
@@ -92,11 +104,45 @@ diff <(tail -n +2 "$work/nodes_file.out") <(tail -n +2 "$expected/nodes-asia.tsv
   fail "nodes: the converted file reads back differently"
 
 # bench: one tab-separated line per measurement.
-run bench_asia bench "$work/asia1.net" --repeat 1
+run bench_asia bench "$work/asia1.net" --repeat 1 --evidence 2 --seed 7
 expect_status bench_asia 0
 checks=$((checks + 1))
-[[ $(cut -f1 "$work/bench_asia.out" | tr '\n' ',') == "file,read bytes,parse,write string," ]] ||
+[[ $(cut -f1 "$work/bench_asia.out" | tr '\n' ',') == "file,read bytes,parse,write string,nodes,cliques,total_clique_size,parse_seconds,compile_seconds,propagate_seconds,evidence_propagate_seconds,bytes_per_propagation,effective_gbps,stream_gbps," ]] ||
   fail "bench: unexpected lines: $(cat "$work/bench_asia.out")"
+checks=$((checks + 1))
+grep -qx $'nodes\t8' "$work/bench_asia.out" || fail "bench: asia has 8 nodes"
+
+# beliefs of our example network against enumeration of its joint
+# distribution (the expected files), as TSV and as text.
+commute=$networks/commute.net
+run beliefs_prior beliefs "$commute" --format tsv
+expect_status beliefs_prior 0
+expect_close beliefs_prior "$expected/beliefs-commute-prior.tsv"
+run beliefs_snow beliefs "$commute" --set Weather=snow --set MissMeeting=#1 --format=tsv
+expect_status beliefs_snow 0
+expect_close beliefs_snow "$expected/beliefs-commute-snow.tsv"
+expect_empty beliefs_snow err
+(cd "$networks" && run beliefs_text beliefs commute.net --set Weather=snow --set MissMeeting=yes)
+expect_status beliefs_text 0
+expect_file beliefs_text out "$expected/beliefs-commute-snow.txt"
+# Max equilibrium: every state of the most probable configuration has
+# max-marginal 1, and the constant is that configuration's probability.
+run beliefs_max beliefs "$commute" --set Weather=snow --set MissMeeting=yes --max --format tsv
+expect_status beliefs_max 0
+checks=$((checks + 1))
+[[ $(awk -F'\t' '$3 > 1 - 1e-12 { printf "%s=%s ", $1, $2 }' "$work/beliefs_max.out") == \
+   "MissMeeting=yes Late=yes Delay=short Mode=bus Traffic=heavy Oversleep=no Roadworks=no Weather=snow " ]] ||
+  fail "beliefs --max: $(cat "$work/beliefs_max.out")"
+printf 'normalization_constant\t0.01281987\n' >"$work/max_constant"
+tail -n 1 "$work/beliefs_max.out" >"$work/beliefs_max_constant.out"
+expect_close beliefs_max_constant "$work/max_constant"
+# Evidence the network rules out: a library error, status 1.
+run beliefs_impossible beliefs "$commute" --set Delay=none --set Late=yes
+expect_status beliefs_impossible 1
+expect_empty beliefs_impossible out
+checks=$((checks + 1))
+grep -q '^kelva: inconsistency_or_underflow: ' "$work/beliefs_impossible.err" ||
+  fail "beliefs_impossible: $(cat "$work/beliefs_impossible.err")"
 
 # Reader messages come as FILE:LINE: MESSAGE, then the library error.
 printf 'net\n{\n}\nnode a\n{\n    states = ("x" "y")\n}\n' >"$work/bad.net"
@@ -134,6 +180,14 @@ usage_case bad_format "unknown format 'xml' (use text or tsv)" nodes --example a
 usage_case missing_value "option --format needs a value" nodes --example asia --format
 usage_case bad_option "unknown option '--verbose'" nodes --verbose --example asia
 usage_case stray_argument "unexpected argument 'b.net'" nodes a.net b.net
+usage_case case_file "--case is not supported yet; give the evidence with --set NODE=STATE" \
+  beliefs --example asia --case a.case
+usage_case set_without_state "--set needs NODE=STATE, not 'Weather'" beliefs a.net --set Weather
+usage_case set_unknown_node "--set: no node named 'Nope'" beliefs "$commute" --set Nope=x
+usage_case set_unknown_label "--set: node 'Weather' has no state 'hail'" beliefs "$commute" --set Weather=hail
+usage_case set_bad_index "--set: node 'Weather' has no state '#3'" beliefs "$commute" --set Weather=#3
+usage_case max_for_nodes "unknown option '--max'" nodes --example asia --max
+usage_case bad_evidence_count "--evidence needs a count from 0 to 1000000" bench a.net --evidence x
 usage_case version_argument "--version takes no arguments" --version nodes
 usage_case bad_method "unknown method 'total-weight' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)" \
   compile --example asia --method total-weight

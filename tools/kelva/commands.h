@@ -18,6 +18,10 @@ void run_nodes(std::FILE* out, const Options& options);
 /// Reads the chosen network and writes it as a NET file.
 void run_convert(const Options& options);
 
+/// Compiles the chosen network, enters the --set evidence, propagates and
+/// prints the beliefs of every discrete node.
+void run_beliefs(std::FILE* out, const Options& options);
+
 /// Times reading a NET file's bytes, parsing it and writing it as text.
 void run_bench(std::FILE* out, const Options& options);
 

@@ -12,7 +12,9 @@ constexpr const char* usage_text = R"HELP(usage: kelva --help
        kelva --version
        kelva nodes (FILE.net | --example NAME) [--format text|tsv]
        kelva convert (FILE.net | --example NAME) -o OUT.net
-       kelva bench FILE.net [--repeat N]
+       kelva beliefs (FILE.net | --example NAME) [--set NODE=STATE]... [--max]
+                     [--format text|tsv]
+       kelva bench FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]
        kelva compile (FILE.net | --example NAME) [--method METHOD]
                      [--log LOG] [--format text|tsv]
 
@@ -20,17 +22,30 @@ Commands:
   nodes      print a network's nodes with their states and tables, then its
              links
   convert    read a network and write it as a NET file
-  bench      time reading FILE's bytes, parsing it and writing it as text
-             (best of N runs, default 3), one tab-separated line each
+  beliefs    compile a network, enter evidence, propagate it and print the
+             beliefs of every discrete node
+  bench      time reading, parsing, writing, compiling and propagating FILE
+             and measure the memory bandwidth (see below)
   compile    compile a network and print the size of its junction forest
 
 Options:
   FILE.net            read the network from a NET file; the reader's
                       messages are printed as "FILE:LINE: MESSAGE"
   --example NAME      use a network bundled with kelva (see below)
-  --format text|tsv   output format of nodes and compile (default text)
+  --format text|tsv   output format of nodes, beliefs and compile (default
+                      text)
   -o OUT.net          where convert writes
-  --repeat N          how often bench repeats each measurement
+  --set NODE=STATE    evidence for beliefs: NODE is in state STATE, given by
+                      its label or as #INDEX (counting from 0); repeatable
+  --max               propagate to max equilibrium: max-marginals instead of
+                      beliefs, and the probability of the most probable
+                      configuration as normalization constant
+  --case FILE         (not supported yet; use --set)
+  --repeat N          how often bench repeats each measurement (default 3)
+  --evidence K        nodes per random evidence set of bench (default 5)
+  --threads T         worker threads of table operations and of the bandwidth
+                      measurement (default 1)
+  --seed S            seed of bench's random evidence (default 1)
   --method METHOD     how compile triangulates: clique-size, clique-weight,
                       fill-in-size, fill-in-weight or best-greedy (default)
   --log LOG           the file to which compile writes its log (replaced)
@@ -67,6 +82,30 @@ printed with "%.17g", and \ tab newline return in texts written as \\ \t \n \r:
   link     PARENT  CHILD
 Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
+
+Text output of beliefs: the line "beliefs of NAME (sum|max equilibrium), N
+nodes", the line "evidence: NODE=STATE..." (or "evidence: none"), then for
+each discrete node (chance, decision and discrete function nodes, in the
+domain's order) an empty line, its name (followed by " (evidence)" when
+evidence was entered on it) and one line "  STATE  BELIEF" per state; last,
+an empty line and "normalization constant: VALUE" (the probability of the
+evidence).  Numbers are printed with "%g"; an unlabelled state is "#INDEX".
+
+TSV output of beliefs: one line NODE<TAB>STATE<TAB>BELIEF per state of every
+discrete node, in the same order, STATE the label or "#INDEX", BELIEF with
+"%.17g"; then the line normalization_constant<TAB>VALUE.
+
+Output of bench: four lines "file", "read bytes", "parse" and "write string"
+with the best of N runs, then KEY<TAB>VALUE lines: nodes, cliques,
+total_clique_size, parse_seconds, compile_seconds, propagate_seconds (median
+of N propagations from the node tables without evidence),
+evidence_propagate_seconds (median over N random evidence sets of K nodes
+whose states have non-zero belief, each propagated from the equilibrium
+without evidence), bytes_per_propagation (8 bytes per table entry that a full
+propagation's table operations read or write), effective_gbps (those bytes
+over propagate_seconds) and stream_gbps (the best rate of the triad
+a[i] = b[i] + s*c[i] over arrays far larger than the last-level cache,
+counting 24 bytes per index).
 
 Output of compile: the network's name and the time taken, then the number
 of nodes, junction trees and cliques, the largest and the total discrete

@@ -18,6 +18,7 @@ void run(const kelva::cli::Options& options) {
     case Command::version: kelva::cli::run_version(stdout); break;
     case Command::nodes: kelva::cli::run_nodes(stdout, options); break;
     case Command::convert: kelva::cli::run_convert(options); break;
+    case Command::beliefs: kelva::cli::run_beliefs(stdout, options); break;
     case Command::bench: kelva::cli::run_bench(stdout, options); break;
     case Command::compile: kelva::cli::run_compile(stdout, options); break;
   }

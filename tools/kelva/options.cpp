@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -31,13 +32,20 @@ Format parse_format(std::string_view value) {
   throw UsageError("unknown format '" + std::string(value) + "' (use text or tsv)");
 }
 
-/// Reads the value of --repeat: a count from 1 to 1000.
-int parse_repeat(const std::string& value) {
+/// Reads a whole number from `low` to `high` for option `name`.
+long parse_count(const std::string& value, std::string_view name, long low, long high) {
   char* end = nullptr;
+  errno = 0;
   const long n = std::strtol(value.c_str(), &end, 10);
-  if (value.empty() || *end != '\0' || n < 1 || n > 1000)
-    throw UsageError("--repeat needs a count from 1 to 1000");
-  return static_cast<int>(n);
+  if (value.empty() || *end != '\0' || errno != 0 || n < low || n > high)
+    throw UsageError(std::string(name) + " needs a count from " + std::to_string(low) + " to " +
+                     std::to_string(high));
+  return n;
+}
+
+/// Refuses `name` unless the command is `wanted`.
+void only_for(const Options& options, Command wanted, std::string_view name) {
+  if (options.command != wanted) throw UsageError("unknown option '" + std::string(name) + "'");
 }
 
 /// Reads the value of --method.
@@ -67,6 +75,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::nodes;
   } else if (command == "convert") {
     options.command = Command::convert;
+  } else if (command == "beliefs") {
+    options.command = Command::beliefs;
   } else if (command == "bench") {
     options.command = Command::bench;
   } else if (command == "compile") {
@@ -85,20 +95,40 @@ Options parse_options(std::span<const char* const> args) {
       options.source.example = *value;
     } else if (auto value = option_value(args, i, "--format")) {
       if (options.command != Command::nodes && options.command != Command::compile)
-        throw UsageError("unknown option '--format'");
+        only_for(options, Command::beliefs, "--format");
       options.format = parse_format(*value);
+    } else if (auto value = option_value(args, i, "--set")) {
+      only_for(options, Command::beliefs, "--set");
+      if (value->find('=') == std::string::npos)
+        throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
+      options.findings.push_back(*value);
+    } else if (auto value = option_value(args, i, "--case")) {
+      only_for(options, Command::beliefs, "--case");
+      throw UsageError("--case is not supported yet; give the evidence with --set NODE=STATE");
+    } else if (arg == "--max") {
+      only_for(options, Command::beliefs, "--max");
+      options.max_equilibrium = true;
     } else if (auto value = option_value(args, i, "--repeat")) {
-      if (options.command != Command::bench) throw UsageError("unknown option '--repeat'");
-      options.repeat = parse_repeat(*value);
+      only_for(options, Command::bench, "--repeat");
+      options.repeat = static_cast<int>(parse_count(*value, "--repeat", 1, 1000));
+    } else if (auto value = option_value(args, i, "--evidence")) {
+      only_for(options, Command::bench, "--evidence");
+      options.evidence = static_cast<int>(parse_count(*value, "--evidence", 0, 1000000));
+    } else if (auto value = option_value(args, i, "--threads")) {
+      only_for(options, Command::bench, "--threads");
+      options.threads = static_cast<int>(parse_count(*value, "--threads", 1, 256));
+    } else if (auto value = option_value(args, i, "--seed")) {
+      only_for(options, Command::bench, "--seed");
+      options.seed = static_cast<unsigned long>(parse_count(*value, "--seed", 0, 2147483647));
     } else if (auto value = option_value(args, i, "--method")) {
-      if (options.command != Command::compile) throw UsageError("unknown option '--method'");
+      only_for(options, Command::compile, "--method");
       options.method = parse_method(*value);
     } else if (auto value = option_value(args, i, "--log")) {
-      if (options.command != Command::compile) throw UsageError("unknown option '--log'");
+      only_for(options, Command::compile, "--log");
       if (value->empty()) throw UsageError("--log needs a file name");
       options.log = *value;
     } else if (auto value = option_value(args, i, "-o")) {
-      if (options.command != Command::convert) throw UsageError("unknown option '-o'");
+      only_for(options, Command::convert, "-o");
       options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");

@@ -2,13 +2,14 @@
 
 #include <span>
 #include <string>
+#include <vector>
 
 #include "kelva/kelva.h"
 
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, bench, compile };
+enum class Command { help, version, nodes, convert, beliefs, bench, compile };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -28,8 +29,16 @@ struct Options {
   Format format = Format::text;
   /// Where `convert` writes its NET file.
   std::string output;
-  /// How often `bench` repeats each measurement (the best time counts).
+  /// How often `bench` repeats each measurement.
   int repeat = 3;
+  /// Evidence of `beliefs`: NODE=STATE texts in the order given.
+  std::vector<std::string> findings;
+  /// `beliefs --max`: propagate to max equilibrium.
+  bool max_equilibrium = false;
+  /// `bench`: nodes per random evidence set, worker threads, random seed.
+  int evidence = 5;
+  int threads = 1;
+  unsigned long seed = 1;
   /// How `compile` triangulates.
   k_triangulation_method_t method = K_TM_BEST_GREEDY;
   /// The log file `compile` writes (none when empty).

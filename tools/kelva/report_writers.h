@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
+#include <string_view>
 
 #include "network_report.h"
 
@@ -12,6 +14,10 @@ void write_text_report(std::FILE* out, const NetworkInfo& network);
 
 /// Prints `network` as tab-separated records, numbers with "%.17g".
 void write_tsv_report(std::FILE* out, const NetworkInfo& network);
+
+/// A text as one TSV field: backslash, tab, newline and carriage return are
+/// written as \\, \t, \n and \r.
+std::string tsv_field(std::string_view text);
 
 /// Visits every configuration of `members` (state counts taken from
 /// `network`), last member fastest, passing the state indices.

@@ -7,11 +7,7 @@
 
 namespace kelva::cli {
 
-namespace {
-
-/// A text as one field: backslash, tab, newline and carriage return are
-/// written as \\, \t, \n and \r.
-std::string field(std::string_view text) {
+std::string tsv_field(std::string_view text) {
   std::string out;
   for (char c : text) {
     switch (c) {
@@ -25,15 +21,17 @@ std::string field(std::string_view text) {
   return out;
 }
 
+namespace {
+
 /// Prints the node, state, table and entry records of one node.
 void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node) {
-  std::string name = field(node.name);
-  std::fprintf(out, "node\t%s\t%s\t%s\t%s\t%s\t%zu\n", name.c_str(), field(node.label).c_str(),
+  std::string name = tsv_field(node.name);
+  std::fprintf(out, "node\t%s\t%s\t%s\t%s\t%s\t%zu\n", name.c_str(), tsv_field(node.label).c_str(),
                category_name(node.category), kind_name(node.kind),
                node.subtype ? subtype_name(*node.subtype) : "-", node.states.size());
   for (std::size_t s = 0; s < node.states.size(); ++s) {
     const StateInfo& state = node.states[s];
-    std::fprintf(out, "state\t%s\t%zu\t%s\t", name.c_str(), s, field(state.label).c_str());
+    std::fprintf(out, "state\t%s\t%zu\t%s\t", name.c_str(), s, tsv_field(state.label).c_str());
     if (state.value)
       std::fprintf(out, "%.17g\t", *state.value);
     else
@@ -46,7 +44,7 @@ void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node
   if (!node.table) return;
   const TableInfo& table = *node.table;
   std::fprintf(out, "table\t%s", name.c_str());
-  for (std::size_t m : table.members) std::fprintf(out, "\t%s", field(network.nodes[m].name).c_str());
+  for (std::size_t m : table.members) std::fprintf(out, "\t%s", tsv_field(network.nodes[m].name).c_str());
   std::fprintf(out, "\n");
 
   bool continuous = node.kind == K_KIND_CONTINUOUS;
@@ -64,12 +62,12 @@ void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node
 }  // namespace
 
 void write_tsv_report(std::FILE* out, const NetworkInfo& network) {
-  std::fprintf(out, "network\t%s\t%zu\t%zu\n", field(network.source).c_str(), network.nodes.size(),
+  std::fprintf(out, "network\t%s\t%zu\t%zu\n", tsv_field(network.source).c_str(), network.nodes.size(),
                network.link_count);
   for (const NodeInfo& node : network.nodes) write_node(out, network, node);
   for (const NodeInfo& node : network.nodes)
     for (std::size_t p : node.parents)
-      std::fprintf(out, "link\t%s\t%s\n", field(network.nodes[p].name).c_str(), field(node.name).c_str());
+      std::fprintf(out, "link\t%s\t%s\n", tsv_field(network.nodes[p].name).c_str(), tsv_field(node.name).c_str());
 }
 
 }  // namespace kelva::cli
