@@ -70,6 +70,31 @@ public final class Clique {
     return domain.treeOf(check(kCliqueGetJunctionTree(alive())));
   }
 
+  // ---- Propagation ----
+
+  /**
+   * Propagates the entered evidence through the clique's junction tree with
+   * this clique as the root.
+   *
+   * @param equilibrium {@link Equilibrium#SUM} or {@link Equilibrium#MAX}
+   * @param mode the evidence mode
+   * @throws KelvaException as {@link Domain#propagate}
+   */
+  public void propagate(Equilibrium equilibrium, EvidenceMode mode) {
+    check(kCliquePropagate(alive(), equilibrium.code(), mode.code()));
+  }
+
+  /**
+   * The clique's conflict factor from the last propagation.
+   *
+   * @return the factor
+   * @throws KelvaException "usage" for a domain with decision nodes or a tree
+   *     not in sum equilibrium, "no_equilibrium", "cg_evidence_incorporated"
+   */
+  public double getConflict() {
+    return check(kCliqueGetConflict(alive()));
+  }
+
   /** The handle, or a "usage" exception when the clique is dead. */
   private long alive() {
     if (cliquePeer == 0) {

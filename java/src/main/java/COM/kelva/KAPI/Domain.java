@@ -712,6 +712,30 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Replaces the clique and separator tables by tables that keep only their
+   * non-zero entries.
+   *
+   * @return the ratio of the total table size after compression to the size
+   *     before
+   * @throws KelvaException "not_compiled", "no_equilibrium", "usage" for a
+   *     domain with continuous cliques or chain-graph components,
+   *     "table_too_large"
+   */
+  public double compress() {
+    return check(kDomainCompress(handle));
+  }
+
+  /**
+   * Whether the domain's tables are compressed.
+   *
+   * @return true after {@link #compress} until the domain is uncompiled
+   * @throws KelvaException when the domain is closed
+   */
+  public boolean isCompressed() {
+    return check(kDomainIsCompressed(handle)) == 1;
+  }
+
+  /**
    * Writes the domain as NET text to a file, which the domain then keeps as
    * its file name.
    *

@@ -103,6 +103,110 @@ public final class JunctionTree {
     return check(kJTGetTotalCGSize(alive()));
   }
 
+  // ---- Evidence, equilibrium and propagation ----
+
+  /**
+   * Whether a propagation of the tree would incorporate evidence: some
+   * node's evidence changed, or the tree must be rebuilt from the node
+   * tables.
+   *
+   * @return true when there is evidence to propagate
+   * @throws KelvaException when the tree is dead
+   */
+  public boolean evidenceToPropagate() {
+    return check(kJTEvidenceToPropagate(alive())) == 1;
+  }
+
+  /**
+   * Whether the tree's last propagation included evidence.
+   *
+   * @return true when it did
+   * @throws KelvaException "no_equilibrium" when the tree holds no
+   *     equilibrium
+   */
+  public boolean evidenceIsPropagated() {
+    return check(kJTEvidenceIsPropagated(alive())) == 1;
+  }
+
+  /**
+   * Whether the tree's last propagation included a likelihood.
+   *
+   * @return true when it did
+   * @throws KelvaException "no_equilibrium" when the tree holds no
+   *     equilibrium
+   */
+  public boolean likelihoodIsPropagated() {
+    return check(kJTLikelihoodIsPropagated(alive())) == 1;
+  }
+
+  /**
+   * Whether the tree's last propagation included evidence on continuous
+   * nodes.
+   *
+   * @return true when it did
+   * @throws KelvaException "no_equilibrium" when the tree holds no
+   *     equilibrium
+   */
+  public boolean cgEvidenceIsPropagated() {
+    return check(kJTCGEvidenceIsPropagated(alive())) == 1;
+  }
+
+  /**
+   * Whether node tables of the tree changed since its last propagation.
+   *
+   * @return true when a propagation would start from the node tables
+   * @throws KelvaException when the tree is dead
+   */
+  public boolean tablesToPropagate() {
+    return check(kJTTablesToPropagate(alive())) == 1;
+  }
+
+  /**
+   * Whether the tree is in the given equilibrium.
+   *
+   * @param equilibrium {@link Equilibrium#SUM} or {@link Equilibrium#MAX}
+   * @return true when it is
+   * @throws KelvaException "usage" for {@link Equilibrium#NONE}
+   */
+  public boolean equilibriumIs(Equilibrium equilibrium) {
+    return check(kJTEquilibriumIs(alive(), equilibrium.code())) == 1;
+  }
+
+  /**
+   * Whether the tree's evidence was propagated in the given mode (a tree
+   * without propagated evidence is in every mode).
+   *
+   * @param mode the mode
+   * @return true when it was
+   * @throws KelvaException "no_equilibrium" when the tree holds no
+   *     equilibrium
+   */
+  public boolean evidenceModeIs(EvidenceMode mode) {
+    return check(kJTEvidenceModeIs(alive(), mode.code())) == 1;
+  }
+
+  /**
+   * Propagates the entered evidence through this tree only.
+   *
+   * @param equilibrium {@link Equilibrium#SUM} or {@link Equilibrium#MAX}
+   * @param mode the evidence mode
+   * @throws KelvaException as {@link Domain#propagate}
+   */
+  public void propagate(Equilibrium equilibrium, EvidenceMode mode) {
+    check(kJTPropagate(alive(), equilibrium.code(), mode.code()));
+  }
+
+  /**
+   * The conflict value of the evidence propagated into the tree.
+   *
+   * @return the conflict value
+   * @throws KelvaException "usage" for a domain with decision nodes or a tree
+   *     not in sum equilibrium, "no_equilibrium", "cg_evidence_incorporated"
+   */
+  public double getConflict() {
+    return check(kJTGetConflict(alive()));
+  }
+
   /** The handle, or a "usage" exception when the tree is dead. */
   private long alive() {
     if (jtPeer == 0) {

@@ -745,6 +745,19 @@ public final class Node {
     return check(kNodeGetExpectedUtility(nodePeer, state));
   }
 
+  /**
+   * The clique whose conflict factor holds the conflict of the node's
+   * evidence (the root clique of its tree's last propagation).
+   *
+   * @return the clique
+   * @throws KelvaException "usage" for a node of kind other, a domain with
+   *     decision nodes or a tree not in sum equilibrium, "not_compiled",
+   *     "no_equilibrium", "cg_evidence_incorporated"
+   */
+  public Clique getConflictClique() {
+    return domain.cliqueOf(check(kNodeGetConflictClique(nodePeer)));
+  }
+
   /** The three table natives, which take the Java table to attach last. */
   private enum TableGetter {
     CONDITIONAL,
