@@ -1,5 +1,7 @@
 /* Builds a two-node network through the C API (rain -> wet grass), fills
- * the conditional tables and prints the table of the child.
+ * the conditional tables, prints the table of the child, then compiles the
+ * network, enters the evidence that the grass is wet and prints the belief
+ * in rain and the probability of the evidence.
  *
  *   cc rain.c -I include -L build/release -lkelva -o rain
  */
@@ -49,6 +51,15 @@ int main(void) {
       printf("%s=%s ", k_node_get_name(nodes[n]), k_node_get_state_label(nodes[n], config[n]));
     printf("%g\n", k_table_get_data_item(table, i));
   }
+
+  /* Compile, observe wet = yes, propagate and read the results. */
+  if (k_domain_compile(domain) != 0) fail("k_domain_compile");
+  if (k_node_select_state(wet, 0) != 0) fail("k_node_select_state");
+  if (k_domain_propagate(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) fail("k_domain_propagate");
+  double belief = k_node_get_belief(rain, 0);
+  if (belief < 0) fail("k_node_get_belief");
+  printf("P(rain=yes | wet=yes) = %g\n", belief);
+  printf("P(wet=yes) = %g\n", k_domain_get_normalization_constant(domain));
   k_domain_delete(domain);
   return 0;
 }

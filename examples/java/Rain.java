@@ -1,5 +1,7 @@
 import COM.kelva.KAPI.Category;
 import COM.kelva.KAPI.Domain;
+import COM.kelva.KAPI.Equilibrium;
+import COM.kelva.KAPI.EvidenceMode;
 import COM.kelva.KAPI.KelvaException;
 import COM.kelva.KAPI.Kind;
 import COM.kelva.KAPI.Node;
@@ -8,7 +10,9 @@ import java.util.List;
 
 /**
  * Builds a two-node network (rain -> wet grass) through the Java API, fills
- * the conditional tables and prints the table of the child.
+ * the conditional tables, prints the table of the child, then compiles the
+ * network, enters the evidence that the grass is wet and prints the belief
+ * in rain and the probability of the evidence.
  *
  * <pre>
  * java -Djava.library.path=build/release -cp build/release/java/kelva.jar:. Rain
@@ -25,6 +29,11 @@ public final class Rain {
     node.setStateLabel(0, "yes");
     node.setStateLabel(1, "no");
     return node;
+  }
+
+  /** Rounds to six decimals for printing. */
+  private static double round6(double x) {
+    return Math.round(x * 1e6) / 1e6;
   }
 
   /**
@@ -53,6 +62,13 @@ public final class Rain {
         }
         System.out.println(line.append(table.getDataItem(i)));
       }
+
+      // Compile, observe wet = yes, propagate and read the results.
+      domain.compile();
+      wet.selectState(0);
+      domain.propagate(Equilibrium.SUM, EvidenceMode.NORMAL);
+      System.out.println("P(rain=yes | wet=yes) = " + round6(rain.getBelief(0)));
+      System.out.println("P(wet=yes) = " + round6(domain.getNormalizationConstant()));
     } catch (KelvaException e) {
       System.err.println("kelva: " + e.getMessage());
       System.exit(1);
