@@ -53,14 +53,14 @@ void check_cover(const Forest& forest, const Triangulation& triangulation,
   for (const NodeSlot& slot : forest.nodes)
     if (slot.node->kind() != K_KIND_OTHER)
       require(!cliques_of[slot.node->forest_slot].empty(), K_ERROR_ERROR);
-  for (const auto& [a, b] : triangulation.links) {
-    require(a->forest_slot < forest.nodes.size() && b->forest_slot < forest.nodes.size(),
-            K_ERROR_ERROR);
+  for (const auto& link : triangulation.links) {
+    const Node* a = link.first;
+    const std::size_t b_slot = link.second->forest_slot;
+    require(a->forest_slot < forest.nodes.size() && b_slot < forest.nodes.size(), K_ERROR_ERROR);
     const auto& of_a = cliques_of[a->forest_slot];
     require(std::any_of(of_a.begin(), of_a.end(),
                         [&](std::size_t c) {
-                          return std::binary_search(members[c].begin(), members[c].end(),
-                                                    b->forest_slot);
+                          return std::binary_search(members[c].begin(), members[c].end(), b_slot);
                         }),
             K_ERROR_ERROR);
   }
