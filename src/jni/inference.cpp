@@ -5,9 +5,8 @@
 #include "kelva/kelva.h"
 #include "natives.h"
 
-using kelva::jni::attach_table_peer;
 using kelva::jni::from_jlong;
-using kelva::jni::to_jlong;
+using kelva::jni::hand_new_table;
 
 extern "C" {
 
@@ -15,15 +14,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainGet
     JNIEnv* env, jclass, jlong jdomain, jlong jnodes, jobject jmarginal) {
   k_table_t marginal =
       k_domain_get_marginal(from_jlong<k_domain_t>(jdomain), from_jlong<k_node_t*>(jnodes));
-  if (marginal == nullptr) return 0;
-  if (!attach_table_peer(env, marginal, jmarginal)) {
-    // The new table has no peer yet, and the caller never sees it.
-    const k_error_t code = k_error_code();
-    k_table_delete(marginal);
-    k_error_set(code);
-    return 0;
-  }
-  return to_jlong(marginal);
+  return hand_new_table(env, marginal, jmarginal);
 }
 
 }  // extern "C"

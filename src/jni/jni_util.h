@@ -254,5 +254,10 @@ bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& pee
 bool attach_node_peer(JNIEnv* env, k_node_t node, jobject jnode) noexcept;
 bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept;
 bool attach_model_peer(JNIEnv* env, k_model_t model, jobject jmodel) noexcept;
+/// Hands a table the engine just made for the caller (a marginal) to Java:
+/// attaches `jtable` as its peer and returns its handle, or deletes the
+/// table (keeping the error code) and returns 0 when that fails or `table`
+/// is null.
+jlong hand_new_table(JNIEnv* env, k_table_t table, jobject jtable) noexcept;
 
 }  // namespace kelva::jni

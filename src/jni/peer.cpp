@@ -107,6 +107,18 @@ bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
   return attach_peer(env, t->domain().jni(), PeerField::table, t->peer, jtable, to_jlong(t));
 }
 
+jlong hand_new_table(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
+  if (table == nullptr) return 0;
+  if (!attach_table_peer(env, table, jtable)) {
+    // The new table has no peer yet, and the caller never sees it.
+    const k_error_t code = k_error_code();
+    k_table_delete(table);
+    k_error_set(code);
+    return 0;
+  }
+  return to_jlong(table);
+}
+
 bool attach_model_peer(JNIEnv* env, k_model_t model, jobject jmodel) noexcept {
   auto* m = reinterpret_cast<Model*>(model);
   return attach_peer(env, m->owner().domain().jni(), PeerField::model, m->peer, jmodel, to_jlong(m));

@@ -94,15 +94,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kTableGetM
   k_table_t marginal =
       k_table_get_marginal(from_jlong<k_table_t>(jtable), from_jlong<const k_node_t*>(jnodes),
                            static_cast<k_equilibrium_t>(jcode));
-  if (marginal == nullptr) return 0;
-  if (!attach_table_peer(env, marginal, jmarginal)) {
-    // The new table has no peer yet, and the caller never sees it.
-    const k_error_t code = k_error_code();
-    k_table_delete(marginal);
-    k_error_set(code);
-    return 0;
-  }
-  return to_jlong(marginal);
+  return hand_new_table(env, marginal, jmarginal);
 }
 
 }  // extern "C"
