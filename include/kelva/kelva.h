@@ -895,6 +895,133 @@ KELVA_API k_status_t k_domain_report_beliefs(k_domain_t domain);
  *  log, 0 after checking the node only. */
 KELVA_API k_status_t k_node_report_beliefs(k_node_t node);
 
+/* ------------------------------------------------------------------------ */
+/* Stored cases                                                              */
+/* ------------------------------------------------------------------------ */
+
+/* A domain stores cases for learning: each case gives every node a state
+ * (discrete nodes) or a value (continuous nodes), or nothing, and carries a
+ * count (1 until set; counts weight cases in learning).  Cases are numbered
+ * from 0 in the order they were made. */
+
+/** Appends an empty case (nothing set, count 1); returns its index, or
+ *  K_SIZE_ERROR on failure. */
+KELVA_API k_size_t k_domain_new_case(k_domain_t domain);
+/** The number of stored cases, or K_SIZE_ERROR with "usage" for null. */
+KELVA_API k_size_t k_domain_get_number_of_cases(k_domain_t domain);
+/** Keeps the first `count` cases, or appends empty ones up to `count`. */
+KELVA_API k_status_t k_domain_set_number_of_cases(k_domain_t domain, k_size_t count);
+/** Sets the count of case `index`: finite and nonnegative, else "usage". */
+KELVA_API k_status_t k_domain_set_case_count(k_domain_t domain, k_size_t index,
+                                             double count);
+/** The count of case `index` (1 until set), or -1.0 on error. */
+KELVA_API double k_domain_get_case_count(k_domain_t domain, k_size_t index);
+/** The total case count: the sum of the counts once any count has been set,
+ *  else the number of cases; -1.0 on error. */
+KELVA_API double k_domain_count_cases(k_domain_t domain);
+/** Retracts all evidence and enters case `index` as evidence: a state as a
+ *  selected state, a value as a value. */
+KELVA_API k_status_t k_domain_enter_case(k_domain_t domain, k_size_t index);
+/** Sets the state of a discrete chance, decision or discrete function node
+ *  in case `index`: "case_state_too_large" above 32767, "usage" for a state
+ *  the node does not have. */
+KELVA_API k_status_t k_node_set_case_state(k_node_t node, k_size_t index, k_size_t state);
+/** The node's state in case `index`; K_SIZE_ERROR with "no_value" when the
+ *  case gives the node no state, with "usage" on bad arguments. */
+KELVA_API k_size_t k_node_get_case_state(k_node_t node, k_size_t index);
+/** Sets the value of a continuous chance node in case `index` (finite). */
+KELVA_API k_status_t k_node_set_case_value(k_node_t node, k_size_t index, double value);
+/** The node's value in case `index`; -1.0 with "no_value" when unset. */
+KELVA_API double k_node_get_case_value(k_node_t node, k_size_t index);
+/** Removes the node's item from case `index`. */
+KELVA_API k_status_t k_node_unset_case(k_node_t node, k_size_t index);
+/** 1 when case `index` gives the node a state or value, 0 when not, -1 on
+ *  error. */
+KELVA_API k_bool_t k_node_case_is_set(k_node_t node, k_size_t index);
+
+/* ------------------------------------------------------------------------ */
+/* Case files                                                                */
+/* ------------------------------------------------------------------------ */
+
+/** Reads a single-case file and enters its findings as evidence.  Messages
+ *  go to `handler` (may be null) with line numbers; "parse" when any. */
+KELVA_API k_status_t k_domain_parse_case(k_domain_t domain, const char *file_name,
+                                         k_parse_error_handler_t handler, void *data);
+/** Writes the domain's entered evidence as a single-case file. */
+KELVA_API k_status_t k_domain_save_case(k_domain_t domain, const char *file_name);
+/** Reads a multi-case data file and appends its cases to the stored ones.
+ *  On failure the stored cases are as before. */
+KELVA_API k_status_t k_domain_parse_cases(k_domain_t domain, const char *file_name,
+                                          k_parse_error_handler_t handler, void *data);
+/** Writes stored cases as a multi-case data file: the columns `nodes` (a
+ *  null-terminated list), the cases `cases` (indexes ended by a negative
+ *  one; null for every case), counts written when `include_counts` is 1,
+ *  items separated by `separator`, missing items written as `missing`. */
+KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_name,
+                                         k_node_t *nodes, const int64_t *cases,
+                                         k_bool_t include_counts, const char *separator,
+                                         const char *missing);
+
+/* ------------------------------------------------------------------------ */
+/* EM learning                                                               */
+/* ------------------------------------------------------------------------ */
+
+/** EM progress call-back: called after every iteration with the iteration
+ *  number (from 1), that iteration's log-likelihood and the data given with
+ *  it; returning 0 stops the learning. */
+typedef int (*k_em_progress_t)(uint64_t iteration, double log_likelihood, void *data);
+
+/** Learns the tables of every node that has an experience table from the
+ *  stored cases with EM. */
+KELVA_API k_status_t k_domain_learn_tables(k_domain_t domain);
+/** Sets the relative log-likelihood tolerance of EM (at least 0). */
+KELVA_API k_status_t k_domain_set_log_likelihood_tolerance(k_domain_t domain,
+                                                           double tolerance);
+/** The tolerance, or -1.0 with "usage" for null. */
+KELVA_API double k_domain_get_log_likelihood_tolerance(k_domain_t domain);
+/** Sets the maximum number of EM iterations (0: no limit). */
+KELVA_API k_status_t k_domain_set_max_number_of_em_iterations(k_domain_t domain,
+                                                              k_size_t count);
+/** The maximum number of EM iterations, or K_SIZE_ERROR for null. */
+KELVA_API k_size_t k_domain_get_max_number_of_em_iterations(k_domain_t domain);
+/** Sets (or with null clears) the EM progress call-back. */
+KELVA_API k_status_t k_domain_set_em_progress(k_domain_t domain, k_em_progress_t callback,
+                                              void *data);
+/** The log-likelihood of the stored cases; 1.0 on failure. */
+KELVA_API double k_domain_get_log_likelihood(k_domain_t domain);
+/** Log-likelihood minus the number of free parameters; 1.0 on failure. */
+KELVA_API double k_domain_get_aic(k_domain_t domain);
+/** Log-likelihood minus half the number of free parameters times the log of
+ *  the total case count; 1.0 on failure. */
+KELVA_API double k_domain_get_bic(k_domain_t domain);
+
+/* ------------------------------------------------------------------------ */
+/* Data sets                                                                 */
+/* ------------------------------------------------------------------------ */
+
+/** A data set: a table of text cells with named columns. */
+typedef struct k_data_set_s *k_data_set_t;
+
+/* (data set operations) */
+
+/* ------------------------------------------------------------------------ */
+/* Data set files                                                            */
+/* ------------------------------------------------------------------------ */
+
+/* (data set files) */
+
+/* ------------------------------------------------------------------------ */
+/* Data set statistics                                                       */
+/* ------------------------------------------------------------------------ */
+
+/* (data set statistics) */
+
+/* ------------------------------------------------------------------------ */
+/* SAS node and link files                                                   */
+/* ------------------------------------------------------------------------ */
+
+/* (SAS files) */
+
 #ifdef __cplusplus
 }
 #endif

@@ -164,3 +164,18 @@ void Domain::adopt_free_table(Table* table) { free_tables_.insert(table); }
 void Domain::release_free_table(Table* table) noexcept { free_tables_.erase(table); }
 
 }  // namespace kelva
+
+namespace kelva {
+
+void Domain::set_number_of_cases(std::size_t n) {
+  cases.resize(n);
+  for (Node* node = first_; node; node = node->next) node->cases.truncate(n);
+}
+
+void Domain::erase_case(std::size_t c) noexcept {
+  if (c >= cases.size()) return;
+  cases.erase(c);
+  for (Node* node = first_; node; node = node->next) node->cases.erase(c);
+}
+
+}  // namespace kelva

@@ -12,6 +12,7 @@
 
 #include "kelva/kelva.h"
 #include "model/attributes.h"
+#include "model/case_store.h"
 #include "model/node.h"
 #include "model/node_list.h"
 #include "model/object.h"
@@ -107,11 +108,30 @@ class Domain : public Object {
 
   /// Counts writes of table data; results computed before a change are stale.
   std::uint64_t table_changes() const noexcept { return table_changes_; }
-  void note_table_change() noexcept { ++table_changes_; }
+  void note_table_change() noexcept {
+    ++table_changes_;
+    cached_log_likelihood.reset();
+  }
 
   /// The file the domain was read from or last saved to (none when it was
   /// built in memory).
   std::optional<std::string> file_name;
+
+  /// The stored cases (their items live in the nodes' columns).
+  CaseStore cases;
+  /// Sets the number of stored cases: new cases are empty with count 1,
+  /// cases from `n` on are forgotten by every node.
+  void set_number_of_cases(std::size_t n);
+  /// Removes stored case `c`; later cases move down by one.
+  void erase_case(std::size_t c) noexcept;
+
+  /// EM learning settings and the cached log-likelihood (cleared whenever a
+  /// table changes).
+  double log_likelihood_tolerance = 1e-4;
+  std::uint64_t max_em_iterations = 0;
+  int (*em_progress)(std::uint64_t iteration, double log_likelihood, void* data) = nullptr;
+  void* em_progress_data = nullptr;
+  std::optional<double> cached_log_likelihood;
 
   /// Chain-graph components, in the order they were made.
   std::vector<std::unique_ptr<ChainComponent>> chain_components;

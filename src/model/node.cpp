@@ -76,6 +76,7 @@ void Node::resize_states(std::size_t count) {
   state_values_.swap(values);
   // No code or finding vector fits a different number of states.
   if (changed) evidence.forget_all();
+  cases.drop_states_from(count);
 }
 
 void Node::permute_states(const std::vector<std::size_t>& new_to_old) {
@@ -89,6 +90,7 @@ void Node::permute_states(const std::vector<std::size_t>& new_to_old) {
   state_labels_.swap(labels);
   state_values_.swap(values);
   evidence = std::move(reordered);
+  cases.permute_states(new_to_old);
 }
 
 void Node::table_changed() noexcept { domain_->note_table_change(); }

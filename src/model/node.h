@@ -8,6 +8,7 @@
 
 #include "kelva/kelva.h"
 #include "model/attributes.h"
+#include "model/case_store.h"
 #include "model/evidence.h"
 #include "model/node_list.h"
 #include "model/object.h"
@@ -107,6 +108,8 @@ class Node : public Object {
 
   /// Entered and propagated evidence (discrete and continuous nodes).
   Evidence evidence;
+  /// The node's items of the domain's stored cases.
+  CaseColumn cases;
   /// Position of the node's record in the domain's junction forest, or
   /// kNoSlot when the domain is untriangulated or the node takes no part.
   static constexpr std::size_t kNoSlot = static_cast<std::size_t>(-1);

@@ -17,6 +17,7 @@ enum class ObjectTag : std::uint32_t {
   model = 0x4B4D4F44,
   junction_tree = 0x4B4A5452,
   clique = 0x4B434C51,
+  data_set = 0x4B445354,
 };
 
 /// Base of every engine object that crosses the C boundary.

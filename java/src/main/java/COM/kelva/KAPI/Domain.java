@@ -766,4 +766,14 @@ public final class Domain implements AutoCloseable {
   public String getFileName() {
     return check(kDomainGetFileName(handle));
   }
+
+  // ---- Stored cases ----
+
+  // ---- Case files ----
+
+  // ---- EM learning ----
+
+  // ---- Data sets (kDomainAddCases) ----
+
+  // ---- SAS node and link files ----
 }

@@ -789,4 +789,6 @@ public final class Node {
     check(getter.get(nodePeer, fresh));
     return fresh;
   }
+
+  // ---- Stored cases ----
 }
