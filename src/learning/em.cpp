@@ -305,7 +305,10 @@ std::size_t total_count_or_throw(const Domain& domain) {
 
 // The log-likelihood of the cases under the current tables, cached.
 double compute_log_likelihood(Domain& domain) {
-  if (domain.cached_log_likelihood) return *domain.cached_log_likelihood;
+  const Domain::LogLikelihoodSource source{domain.cases.size(), domain.cases.total_count(),
+                                           domain.forest()};
+  if (domain.cached_log_likelihood && domain.cached_log_likelihood_source == source)
+    return *domain.cached_log_likelihood;
   double total = 0.0;
   if (domain.cases.size() > 0) {
     require(domain.is_compiled() && domain.forest() != nullptr, K_ERROR_NOT_COMPILED);
@@ -319,6 +322,7 @@ double compute_log_likelihood(Domain& domain) {
     }
   }
   domain.cached_log_likelihood = total;
+  domain.cached_log_likelihood_source = source;
   return total;
 }
 

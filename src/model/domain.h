@@ -132,6 +132,14 @@ class Domain : public Object {
   int (*em_progress)(std::uint64_t iteration, double log_likelihood, void* data) = nullptr;
   void* em_progress_data = nullptr;
   std::optional<double> cached_log_likelihood;
+  /// The number of cases, their total count and the forest the cached
+  /// value was computed with: it is stale when any of them differs.
+  struct LogLikelihoodSource {
+    std::size_t cases = 0;
+    double total = 0.0;
+    const Forest* forest = nullptr;
+    bool operator==(const LogLikelihoodSource&) const = default;
+  } cached_log_likelihood_source;
 
   /// Chain-graph components, in the order they were made.
   std::vector<std::unique_ptr<ChainComponent>> chain_components;
