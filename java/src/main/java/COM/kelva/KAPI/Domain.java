@@ -773,6 +773,125 @@ public final class Domain implements AutoCloseable {
 
   // ---- EM learning ----
 
+  /** The listener of {@link #learnTables}, or null. */
+  private EMProgress emProgress;
+
+  /**
+   * Learns the conditional probability tables of the nodes that have an
+   * experience table from the stored cases, by EM.  A row whose experience
+   * count is positive starts with that many prior cases distributed as the
+   * row is now; a row whose count is negative is not learned; a row without
+   * data keeps its distribution.  Entered evidence is retracted; afterwards
+   * the domain is propagated without evidence.  On failure the tables are
+   * as before.
+   *
+   * @throws KelvaException "usage" when there are no cases, their total
+   *     count is 0 or no node has an experience table; "not_compiled";
+   *     "inconsistency_or_underflow" for a case that is impossible under the
+   *     current tables; "io" when the log cannot be written; "jni" when the
+   *     progress listener threw (its exception is what the caller sees)
+   */
+  public void learnTables() {
+    check(kDomainLearnTables(handle, emProgress));
+  }
+
+  /**
+   * Sets the listener told of every iteration of {@link #learnTables}.
+   *
+   * @param progress the listener, or null for none
+   */
+  public void setEMProgress(EMProgress progress) {
+    emProgress = progress;
+  }
+
+  /**
+   * The listener of {@link #learnTables}.
+   *
+   * @return the listener, or null
+   */
+  public EMProgress getEMProgress() {
+    return emProgress;
+  }
+
+  /**
+   * Sets the relative tolerance of EM: learning stops when the
+   * log-likelihood changes by at most this fraction of its value.
+   *
+   * @param tolerance the tolerance, at least 0 (0.0001 for a new domain)
+   * @throws KelvaException "usage" for a negative tolerance or NaN
+   */
+  public void setLogLikelihoodTolerance(double tolerance) {
+    check(kDomainSetLogLikelihoodTolerance(handle, tolerance));
+  }
+
+  /**
+   * The relative tolerance of EM.
+   *
+   * @return the tolerance
+   * @throws KelvaException when the domain is closed
+   */
+  public double getLogLikelihoodTolerance() {
+    return check(kDomainGetLogLikelihoodTolerance(handle));
+  }
+
+  /**
+   * Sets the largest number of EM iterations.
+   *
+   * @param count the limit, 0 for none
+   * @throws KelvaException "usage" for a negative count
+   */
+  public void setMaxNumberOfEMIterations(long count) {
+    if (count < 0) {
+      throw new KelvaException(ErrorCode.USAGE);
+    }
+    check(kDomainSetMaxNumberOfEMIterations(handle, count));
+  }
+
+  /**
+   * The largest number of EM iterations.
+   *
+   * @return the limit, 0 for none
+   * @throws KelvaException when the domain is closed
+   */
+  public long getMaxNumberOfEMIterations() {
+    return check(kDomainGetMaxNumberOfEMIterations(handle));
+  }
+
+  /**
+   * The log-likelihood of the stored cases under the current tables: the
+   * sum over the cases of count times the log of the case's probability (0
+   * without cases).  Entered evidence is retracted.
+   *
+   * @return the log-likelihood
+   * @throws KelvaException "not_compiled"; "inconsistency_or_underflow" for
+   *     an impossible case
+   */
+  public double getLogLikelihood() {
+    return check(kDomainGetLogLikelihood(handle));
+  }
+
+  /**
+   * The log-likelihood minus the number of free parameters.
+   *
+   * @return the AIC score
+   * @throws KelvaException as {@link #getLogLikelihood}
+   */
+  public double getAIC() {
+    return check(kDomainGetAIC(handle));
+  }
+
+  /**
+   * The log-likelihood minus half the number of free parameters times the
+   * log of the total case count.
+   *
+   * @return the BIC score
+   * @throws KelvaException as {@link #getLogLikelihood}; "usage" when the
+   *     total case count is 0
+   */
+  public double getBIC() {
+    return check(kDomainGetBIC(handle));
+  }
+
   // ---- Data sets (kDomainAddCases) ----
 
   // ---- SAS node and link files ----
