@@ -971,28 +971,51 @@ KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_nam
  *  it; returning 0 stops the learning. */
 typedef int (*k_em_progress_t)(uint64_t iteration, double log_likelihood, void *data);
 
-/** Learns the tables of every node that has an experience table from the
- *  stored cases with EM. */
+/** Learns, by EM, the tables of the discrete chance nodes that have an
+ *  experience table from the stored cases (their discrete items; continuous
+ *  items are not used).  A case of count w weighs as w copies of it.  Before
+ *  each update a parent configuration with experience count n > 0 adds n
+ *  prior cases distributed as its row was when learning started; a
+ *  configuration with a negative count is not learned; one without data
+ *  keeps its row.  Iterations stop by the tolerance, the iteration limit or
+ *  the progress call-back.  With a log file set, the iterations and the
+ *  final log-likelihood, AIC and BIC are written to it.  Entered evidence is
+ *  retracted; on success the domain ends propagated without evidence.
+ *  Errors: "usage" (null, no cases, total case count 0, no experience
+ *  table), "not_compiled", "inconsistency_or_underflow" (a case impossible
+ *  under the current tables, or too improbable to represent), "io" (the
+ *  log), "no_memory"; on failure every table is as before. */
 KELVA_API k_status_t k_domain_learn_tables(k_domain_t domain);
-/** Sets the relative log-likelihood tolerance of EM (at least 0). */
+/** Sets the relative log-likelihood tolerance of EM: learning stops when
+ *  two successive totals differ by at most tolerance times the newer one's
+ *  absolute value.  "usage" for a negative value or NaN. */
 KELVA_API k_status_t k_domain_set_log_likelihood_tolerance(k_domain_t domain,
                                                            double tolerance);
-/** The tolerance, or -1.0 with "usage" for null. */
+/** The tolerance (0.0001 for a new domain), or -1.0 with "usage" for null. */
 KELVA_API double k_domain_get_log_likelihood_tolerance(k_domain_t domain);
 /** Sets the maximum number of EM iterations (0: no limit). */
 KELVA_API k_status_t k_domain_set_max_number_of_em_iterations(k_domain_t domain,
                                                               k_size_t count);
 /** The maximum number of EM iterations, or K_SIZE_ERROR for null. */
 KELVA_API k_size_t k_domain_get_max_number_of_em_iterations(k_domain_t domain);
-/** Sets (or with null clears) the EM progress call-back. */
+/** Sets (or with null clears) the EM progress call-back and its data. */
 KELVA_API k_status_t k_domain_set_em_progress(k_domain_t domain, k_em_progress_t callback,
                                               void *data);
-/** The log-likelihood of the stored cases; 1.0 on failure. */
+/** The log-likelihood of the stored cases under the current tables: the sum
+ *  over the cases of count times the log of the case's probability (its
+ *  discrete items); 0.0 without cases.  Cached until a table, the number of
+ *  cases or their total count changes.  Entered evidence is retracted and
+ *  the domain left propagated without evidence.  1.0 on failure: "usage",
+ *  "not_compiled", "inconsistency_or_underflow". */
 KELVA_API double k_domain_get_log_likelihood(k_domain_t domain);
-/** Log-likelihood minus the number of free parameters; 1.0 on failure. */
+/** Log-likelihood minus the number of free parameters ((states - 1) per
+ *  parent configuration of a discrete chance node; c + 2 per discrete parent
+ *  configuration of a continuous chance node with c continuous parents);
+ *  1.0 on failure. */
 KELVA_API double k_domain_get_aic(k_domain_t domain);
 /** Log-likelihood minus half the number of free parameters times the log of
- *  the total case count; 1.0 on failure. */
+ *  the total case count; 1.0 on failure ("usage" also when the total case
+ *  count is not above 0). */
 KELVA_API double k_domain_get_bic(k_domain_t domain);
 
 /* ------------------------------------------------------------------------ */

@@ -28,4 +28,11 @@ void run_bench(std::FILE* out, const Options& options);
 /// Compiles the chosen network and prints the size of its junction forest.
 void run_compile(std::FILE* out, const Options& options);
 
+/// Draws cases from the chosen network and writes them as a data file.
+void run_sample(const Options& options);
+
+/// Learns the tables of the chosen network from a data file by EM, writes
+/// the learned network and prints the scores.
+void run_learn(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -17,6 +17,10 @@ constexpr const char* usage_text = R"HELP(usage: kelva --help
        kelva bench FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]
        kelva compile (FILE.net | --example NAME) [--method METHOD]
                      [--log LOG] [--format text|tsv]
+       kelva sample (FILE.net | --example NAME) -n N -o DATA [--seed S]
+                    [--hide P]
+       kelva learn (FILE.net | --example NAME) DATA -o OUT.net
+                   [--max-iterations N] [--tolerance T] [--log LOG]
 
 Commands:
   nodes      print a network's nodes with their states and tables, then its
@@ -27,6 +31,10 @@ Commands:
   bench      time reading, parsing, writing, compiling and propagating FILE
              and measure the memory bandwidth (see below)
   compile    compile a network and print the size of its junction forest
+  sample     draw N cases from a network's tables and write them as a
+             multi-case data file
+  learn      learn the tables of a network's discrete chance nodes from the
+             cases of a data file by EM and write the learned network
 
 Options:
   FILE.net            read the network from a NET file; the reader's
@@ -34,7 +42,8 @@ Options:
   --example NAME      use a network bundled with kelva (see below)
   --format text|tsv   output format of nodes, beliefs and compile (default
                       text)
-  -o OUT.net          where convert writes
+  -o OUT.net          where convert and learn write the network, sample the
+                      data file
   --set NODE=STATE    evidence for beliefs: NODE is in state STATE, given by
                       its label or as #INDEX (counting from 0); repeatable
   --max               propagate to max equilibrium: max-marginals instead of
@@ -45,10 +54,19 @@ Options:
   --evidence K        nodes per random evidence set of bench (default 5)
   --threads T         worker threads of table operations and of the bandwidth
                       measurement (default 1)
-  --seed S            seed of bench's random evidence (default 1)
+  --seed S            seed of bench's random evidence and of sample's
+                      cases (default 1)
+  -n N                how many cases sample draws
+  --hide P            the probability with which sample leaves an item
+                      missing ("*"; default 0)
+  --max-iterations N  the most EM iterations learn makes (default 0: no
+                      limit)
+  --tolerance T       learn stops when the log-likelihood changes by at most
+                      T times its value (default 0.0001)
   --method METHOD     how compile triangulates: clique-size, clique-weight,
                       fill-in-size, fill-in-weight or best-greedy (default)
-  --log LOG           the file to which compile writes its log (replaced)
+  --log LOG           the file to which compile or learn writes its log
+                      (replaced)
   -h, --help          print this help
   --version           print "kelva" and the library version
 
@@ -113,6 +131,19 @@ clique table size, and the triangulation cost (the sum of the clique
 weights).  With --format tsv, one "KEY<TAB>VALUE" line each for nodes,
 cliques, junction_trees, max_clique_size, total_clique_size,
 triangulation_cost and compile_seconds (numbers printed with "%.17g").
+
+Output of sample: a data file whose first line names the network's discrete
+chance nodes (parents before children), then a blank line, then one line
+per case with one item per node: "#INDEX" (the state drawn, counting from
+0) or "*" (hidden).  Nothing is printed.
+
+Output of learn: every discrete chance node without an experience table
+gets one of zeros (no prior; a node's own experience table is kept and
+used), the network is compiled and learned, and written to OUT.net without
+the experience tables learn added; then KEY<TAB>VALUE lines: cases (the
+total case count), iterations, seconds (of learning), log_likelihood, aic
+and bic (of the learned tables, "%.17g").  A data set file (.csv) is not
+read yet.
 
 Exit status: 0 on success, 1 when the library reports an error (printed as
 "kelva: ERROR-NAME: DESCRIPTION"), 2 for a command line kelva cannot use.

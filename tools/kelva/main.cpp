@@ -21,6 +21,10 @@ void run(const kelva::cli::Options& options) {
     case Command::beliefs: kelva::cli::run_beliefs(stdout, options); break;
     case Command::bench: kelva::cli::run_bench(stdout, options); break;
     case Command::compile: kelva::cli::run_compile(stdout, options); break;
+    case Command::sample: kelva::cli::run_sample(options); break;
+    case Command::learn:
+      // Joins when the library reads multi-case data files (learn_command.cpp).
+      throw kelva::cli::UsageError("learn cannot read data files in this build yet");
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <initializer_list>
 #include <optional>
 #include <string_view>
 
@@ -59,6 +60,24 @@ k_triangulation_method_t parse_method(std::string_view value) {
                    "' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)");
 }
 
+/// Reads a number from `low` to `high` for option `name`.
+double parse_number(const std::string& value, std::string_view name, double low, double high) {
+  char* end = nullptr;
+  errno = 0;
+  const double x = std::strtod(value.c_str(), &end);
+  if (value.empty() || *end != '\0' || errno != 0 || !(x >= low && x <= high))
+    throw UsageError(std::string(name) + " needs a number from " + std::to_string(low) + " to " +
+                     std::to_string(high));
+  return x;
+}
+
+/// Refuses `name` unless the command is one of `wanted`.
+void only_for(const Options& options, std::initializer_list<Command> wanted, std::string_view name) {
+  for (Command c : wanted)
+    if (options.command == c) return;
+  throw UsageError("unknown option '" + std::string(name) + "'");
+}
+
 }  // namespace
 
 Options parse_options(std::span<const char* const> args) {
@@ -81,6 +100,10 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::bench;
   } else if (command == "compile") {
     options.command = Command::compile;
+  } else if (command == "sample") {
+    options.command = Command::sample;
+  } else if (command == "learn") {
+    options.command = Command::learn;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -118,22 +141,37 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, Command::bench, "--threads");
       options.threads = static_cast<int>(parse_count(*value, "--threads", 1, 256));
     } else if (auto value = option_value(args, i, "--seed")) {
-      only_for(options, Command::bench, "--seed");
+      only_for(options, {Command::bench, Command::sample}, "--seed");
       options.seed = static_cast<unsigned long>(parse_count(*value, "--seed", 0, 2147483647));
+    } else if (auto value = option_value(args, i, "-n")) {
+      only_for(options, Command::sample, "-n");
+      options.cases = parse_count(*value, "-n", 0, 2147483647);
+    } else if (auto value = option_value(args, i, "--hide")) {
+      only_for(options, Command::sample, "--hide");
+      options.hide = parse_number(*value, "--hide", 0.0, 1.0);
+    } else if (auto value = option_value(args, i, "--max-iterations")) {
+      only_for(options, Command::learn, "--max-iterations");
+      options.max_iterations =
+          static_cast<unsigned long long>(parse_count(*value, "--max-iterations", 0, 2147483647));
+    } else if (auto value = option_value(args, i, "--tolerance")) {
+      only_for(options, Command::learn, "--tolerance");
+      options.tolerance = parse_number(*value, "--tolerance", 0.0, 1e300);
     } else if (auto value = option_value(args, i, "--method")) {
       only_for(options, Command::compile, "--method");
       options.method = parse_method(*value);
     } else if (auto value = option_value(args, i, "--log")) {
-      only_for(options, Command::compile, "--log");
+      only_for(options, {Command::compile, Command::learn}, "--log");
       if (value->empty()) throw UsageError("--log needs a file name");
       options.log = *value;
     } else if (auto value = option_value(args, i, "-o")) {
-      only_for(options, Command::convert, "-o");
+      only_for(options, {Command::convert, Command::sample, Command::learn}, "-o");
       options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
     } else if (options.source.file.empty()) {
       options.source.file = arg;
+    } else if (options.command == Command::learn && options.data.empty()) {
+      options.data = arg;
     } else {
       throw UsageError("unexpected argument '" + std::string(arg) + "'");
     }
@@ -144,8 +182,14 @@ Options parse_options(std::span<const char* const> args) {
     throw UsageError("no network given (use FILE or --example NAME)");
   if (options.command == Command::bench && options.source.file.empty())
     throw UsageError("bench needs a NET file");
-  if (options.command == Command::convert && options.output.empty())
+  if ((options.command == Command::convert || options.command == Command::sample ||
+       options.command == Command::learn) &&
+      options.output.empty())
     throw UsageError("no output file given (use -o FILE)");
+  if (options.command == Command::sample && options.cases < 0)
+    throw UsageError("sample needs the number of cases (use -n N)");
+  if (options.command == Command::learn && options.data.empty())
+    throw UsageError("learn needs a data file after the network");
   return options;
 }
 

@@ -9,7 +9,7 @@
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, beliefs, bench, compile };
+enum class Command { help, version, nodes, convert, beliefs, bench, compile, sample, learn };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -27,8 +27,18 @@ struct Options {
   Command command = Command::help;
   NetworkSource source;
   Format format = Format::text;
-  /// Where `convert` writes its NET file.
+  /// Where `convert` and `learn` write their NET file, `sample` its data
+  /// file.
   std::string output;
+  /// `learn`: the data file of the cases (the second file argument).
+  std::string data;
+  /// `learn`: the largest number of EM iterations (0: no limit) and the
+  /// relative log-likelihood tolerance (negative: the library's default).
+  unsigned long long max_iterations = 0;
+  double tolerance = -1.0;
+  /// `sample`: how many cases, and the probability of hiding each item.
+  long cases = -1;
+  double hide = 0.0;
   /// How often `bench` repeats each measurement.
   int repeat = 3;
   /// Evidence of `beliefs`: NODE=STATE texts in the order given.
@@ -41,7 +51,7 @@ struct Options {
   unsigned long seed = 1;
   /// How `compile` triangulates.
   k_triangulation_method_t method = K_TM_BEST_GREEDY;
-  /// The log file `compile` writes (none when empty).
+  /// The log file `compile` and `learn` write (none when empty).
   std::string log;
 };
 

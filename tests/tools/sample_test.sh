@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Checks `kelva sample`: the data file's layout, its determinism under a
+# seed, hidden items, the frequencies of the states against the beliefs,
+# and refused command lines.
+# usage: sample_test.sh KELVA_BINARY
+set -euo pipefail
+
+kelva=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() {
+  echo "FAIL: $*" >&2
+  failures=$((failures + 1))
+}
+
+"$kelva" sample --example asia -n 4000 -o "$work/a.dat" --seed 5
+"$kelva" sample --example asia -n 4000 -o "$work/b.dat" --seed 5
+"$kelva" sample --example asia -n 4000 -o "$work/c.dat" --seed 6
+cmp -s "$work/a.dat" "$work/b.dat" || fail "the same seed gives different files"
+cmp -s "$work/a.dat" "$work/c.dat" && fail "different seeds give the same file"
+[[ $(wc -l <"$work/a.dat") == 4002 ]] || fail "not a header, a blank line and 4000 cases"
+[[ -z $(sed -n 2p "$work/a.dat") ]] || fail "no blank line after the header"
+columns=$(head -n 1 "$work/a.dat" | wc -w)
+[[ $columns == 8 ]] || fail "header has $columns names, not 8"
+awk -v n="$columns" 'NR > 2 { if (NF != n) bad = 1; for (i = 1; i <= NF; i++) if ($i !~ /^#[0-9]+$/) bad = 1 }
+  END { exit bad }' "$work/a.dat" || fail "a case line is not one #INDEX per column"
+
+# Every node's state frequencies are within five standard errors of its
+# prior beliefs.
+"$kelva" beliefs --example asia --format tsv >"$work/beliefs.tsv"
+awk -F'\t' 'NR == FNR { if (NF == 3) { p[$1, s[$1]++] = $3 } next }
+  FNR == 1 { for (i = 1; i <= NF; i++) name[i] = $i; split($0, name, " "); next }
+  FNR > 2 { for (i = 1; i <= NF; i++) { sub(/^#/, "", $i); count[i, $i]++ } cases++ }
+  END {
+    for (i = 1; i in name; i++)
+      for (k = 0; k < s[name[i]]; k++) {
+        q = p[name[i], k]; f = count[i, k] / cases; se = sqrt(q * (1 - q) / cases)
+        if (f - q > 5 * se + 1e-9 || q - f > 5 * se + 1e-9) { print name[i], k, f, q; bad = 1 }
+      }
+    exit bad
+  }' "$work/beliefs.tsv" FS=' ' "$work/a.dat" || fail "state frequencies far from the beliefs"
+
+"$kelva" sample --example asia -n 50 -o "$work/h.dat" --hide 1
+[[ $(sed -n '3,$p' "$work/h.dat" | tr -d ' *\n' | wc -c) == 0 ]] || fail "--hide 1 left items"
+"$kelva" sample --example asia -n 0 -o "$work/z.dat"
+[[ $(wc -l <"$work/z.dat") == 2 ]] || fail "-n 0 is not a header alone"
+
+for args in "sample --example asia -n 5" "sample --example asia -n 5 -o $work/x --hide 1.5" \
+            "sample --example asia -n -1 -o $work/x" "sample --example asia -o $work/x --tolerance 1" \
+            "sample --example asia -o $work/x"; do
+  status=0
+  "$kelva" $args >/dev/null 2>&1 || status=$?
+  [[ $status == 2 ]] || fail "'$args' exits with $status, not 2"
+done
+
+if ((failures > 0)); then
+  echo "$failures sample checks failed" >&2
+  exit 1
+fi
+echo "sample checks passed"

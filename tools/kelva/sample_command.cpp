@@ -1,0 +1,138 @@
+// `kelva sample`: draw cases from a network by forward sampling and write
+// them as a multi-case data file, for `kelva learn` and its measurements.
+
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "cli_error.h"
+#include "commands.h"
+#include "network_source.h"
+
+namespace kelva::cli {
+
+namespace {
+
+/// A discrete chance node with what sampling it needs: its table's data and
+/// the position in `nodes` of each table member, so that a configuration
+/// is found without asking the library per case.
+struct Sampled {
+  k_node_t node;
+  std::string name;
+  std::size_t states;
+  std::vector<double> data;
+  std::vector<std::size_t> members;  ///< positions in the sampling order
+  std::vector<std::size_t> counts;   ///< state counts of the members
+  std::size_t self = 0;              ///< the node's position among its members
+};
+
+/// The discrete chance nodes of `domain`, parents before children.  Other
+/// nodes are left out of the file (continuous values are not drawn).
+std::vector<Sampled> sampling_order(k_domain_t domain) {
+  std::vector<k_node_t> pending;
+  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr; n = checked(k_node_get_next(n)))
+    if (checked(k_node_get_category(n)) == K_CATEGORY_CHANCE &&
+        checked(k_node_get_kind(n)) == K_KIND_DISCRETE)
+      pending.push_back(n);
+  std::reverse(pending.begin(), pending.end());  // creation order reads best
+  std::vector<k_node_t> order;
+  auto placed = [&order](k_node_t n) { return std::find(order.begin(), order.end(), n) != order.end(); };
+  while (!pending.empty()) {
+    const std::size_t before = order.size();
+    for (auto it = pending.begin(); it != pending.end();) {
+      bool ready = true;
+      for (k_node_t* p = checked(k_node_get_parents(*it)); *p != nullptr && ready; ++p)
+        if (checked(k_node_get_category(*p)) == K_CATEGORY_CHANCE &&
+            checked(k_node_get_kind(*p)) == K_KIND_DISCRETE && !placed(*p))
+          ready = false;
+      if (ready) {
+        order.push_back(*it);
+        it = pending.erase(it);
+      } else {
+        ++it;
+      }
+    }
+    if (order.size() == before) throw UsageError("the network's chance nodes form a cycle");
+  }
+  std::vector<Sampled> result;
+  for (k_node_t n : order) {
+    Sampled s{n, checked(k_node_get_name(n)), static_cast<std::size_t>(checked(k_node_get_number_of_states(n))),
+              {}, {}, {}, 0};
+    k_table_t table = checked(k_node_get_table(n));
+    const k_size_t size = checked(k_table_get_size(table));
+    s.data.resize(size);
+    checked(k_table_get_data(table, s.data.data(), size, 0, size));
+    for (k_node_t* m = checked(k_table_get_nodes(table)); *m != nullptr; ++m) {
+      if (checked(k_node_get_kind(*m)) != K_KIND_DISCRETE) continue;
+      const auto at = std::find(order.begin(), order.end(), *m);
+      if (at == order.end()) throw UsageError(std::string("node ") + s.name + " has a parent that is not a discrete chance node; sample cannot draw it");
+      if (*m == n) s.self = s.members.size();
+      s.members.push_back(static_cast<std::size_t>(at - order.begin()));
+      s.counts.push_back(static_cast<std::size_t>(checked(k_node_get_number_of_states(*m))));
+    }
+    result.push_back(std::move(s));
+  }
+  return result;
+}
+
+/// Draws the state of `s` given the states drawn so far: the row of its
+/// table for the parents' states, normalized by its sum (a row summing to
+/// 0 draws uniformly).
+std::size_t draw(const Sampled& s, const std::vector<std::size_t>& state, std::mt19937_64& rng) {
+  std::size_t base = 0;
+  std::size_t stride = 0;
+  for (std::size_t i = 0; i < s.members.size(); ++i) {
+    base *= s.counts[i];
+    stride *= s.counts[i];
+    if (i == s.self) stride = 1;
+    else base += state[s.members[i]];
+  }
+  double sum = 0.0;
+  for (std::size_t k = 0; k < s.states; ++k) sum += s.data[base + k * stride];
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  if (!(sum > 0.0)) return std::uniform_int_distribution<std::size_t>(0, s.states - 1)(rng);
+  double r = u(rng) * sum;
+  for (std::size_t k = 0; k + 1 < s.states; ++k) {
+    r -= s.data[base + k * stride];
+    if (r < 0.0) return k;
+  }
+  return s.states - 1;
+}
+
+struct FileCloser {
+  void operator()(std::FILE* f) const { std::fclose(f); }
+};
+
+}  // namespace
+
+void run_sample(const Options& options) {
+  DomainHandle domain = open_network(options.source);
+  const std::vector<Sampled> nodes = sampling_order(domain.get());
+  std::unique_ptr<std::FILE, FileCloser> out(std::fopen(options.output.c_str(), "w"));
+  if (!out) throw ApiError(K_ERROR_IO);
+  std::mt19937_64 rng(options.seed);
+  std::uniform_real_distribution<double> u(0.0, 1.0);
+  // Header: the names, then a blank line; items are state indexes (#k), a
+  // hidden item is "*".
+  for (std::size_t i = 0; i < nodes.size(); ++i)
+    std::fprintf(out.get(), "%s%s", i == 0 ? "" : " ", nodes[i].name.c_str());
+  std::fputs("\n\n", out.get());
+  std::vector<std::size_t> state(nodes.size());
+  std::string line;
+  for (long c = 0; c < options.cases; ++c) {
+    line.clear();
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+      state[i] = draw(nodes[i], state, rng);
+      if (i != 0) line += ' ';
+      line += u(rng) < options.hide ? "*" : "#" + std::to_string(state[i]);
+    }
+    line += '\n';
+    std::fputs(line.c_str(), out.get());
+  }
+  if (std::ferror(out.get()) || std::fclose(out.release()) != 0) throw ApiError(K_ERROR_IO);
+}
+
+}  // namespace kelva::cli
