@@ -1020,7 +1020,32 @@ typedef struct k_data_set_s *k_data_set_t;
 /* SAS node and link files                                                   */
 /* ------------------------------------------------------------------------ */
 
-/* (SAS files) */
+/** Reads a SAS node file (`file_name`, UTF-8) into `domain`.  Each line is
+ *  a node name, an optional comma, a type letter (L labelled, B boolean,
+ *  N numbered, I interval: discrete chance nodes; C continuous chance node;
+ *  F real-valued function node) and, for L, N and I, a state: a label (name
+ *  or string) for L, a value (a number or `infinity`, optionally signed) for
+ *  N, an interval bound for I; a comma may stand before the state.  The
+ *  first line of a node creates it and fills its first state; each later
+ *  line adds one state (for I, each bound after the second adds one state,
+ *  so n bounds give n-1 states).  A node with fewer than two bounds is
+ *  incomplete.  Nodes that were in the domain before are never changed.
+ *  Messages go to `handler` (may be null) with line numbers; the reader
+ *  stops at the first.  Fails with "parse" (or the code of an engine
+ *  operation that failed, "io" when the file cannot be read, "usage" for a
+ *  null domain or name); on failure the nodes the file created are deleted
+ *  again (a compiled domain may be left uncompiled). */
+KELVA_API k_status_t k_domain_parse_sas_nodes(k_domain_t domain, const char *file_name,
+                                              k_parse_error_handler_t handler, void *data);
+/** Reads a SAS link file (`file_name`, UTF-8) into `domain`: each line is a
+ *  child's name followed by the names of its parents (commas may separate
+ *  them); a link from each parent to the child is added in the order
+ *  written.  A line with a single name adds nothing; an empty file is
+ *  valid.  Messages and codes as k_domain_parse_sas_nodes; on failure the
+ *  links the file added are removed again and the children's tables get
+ *  their old contents back (a compiled domain may be left uncompiled). */
+KELVA_API k_status_t k_domain_parse_sas_links(k_domain_t domain, const char *file_name,
+                                              k_parse_error_handler_t handler, void *data);
 
 #ifdef __cplusplus
 }
