@@ -43,10 +43,12 @@ class LineReader {
 
   // The next token of the current line, or 0 when the line has ended: the
   // token that starts a later line is given back, and end of input ends a
-  // line too.
+  // line too.  An error token is returned wherever the lexer stopped (a
+  // string cut off by a newline has counted it).
   int more() {
     const std::uint64_t before = lx_.line();
     const int t = lx_.next_token();
+    if (t == TOKEN_ERROR) return t;
     if (t == TOKEN_EOF || lx_.line() > before) {
       lx_.push_back(t);
       return 0;
