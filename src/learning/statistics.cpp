@@ -81,7 +81,7 @@ double column_skewness(const DataSet& data, std::size_t column) {
   const double m = mean_of(x);
   const double sum2 = central_sum(x, m, 2);
   if (x.size() == 1 || sum2 == 0.0) return 0.0;
-  // The second moment over n - 1, the third over n: kept as users know it.
+  // Deliberately mixed divisors: the second moment over n - 1, the third over n.
   const double s2 = sum2 / (n - 1.0);
   const double m3 = central_sum(x, m, 3) / n;
   return m3 / (std::sqrt(s2) * s2);
