@@ -178,13 +178,19 @@ void DataSet::sort_rows(std::size_t column, bool numerically, bool descending) {
     if (numerically) require(cell_number(*text, numbers[i]), K_ERROR_INVALID_EXPRESSION);
     present.push_back(i);
   }
+  // Equal keys keep their row order: the row index breaks ties, so a plain
+  // sort is stable without a temporary buffer.
   auto before = [&](std::size_t a, std::size_t b) {
-    if (numerically) return descending ? numbers[b] < numbers[a] : numbers[a] < numbers[b];
-    const std::string& x = *cell(a, column);
-    const std::string& y = *cell(b, column);
-    return descending ? y < x : x < y;
+    int order = 0;
+    if (numerically) {
+      order = numbers[a] < numbers[b] ? -1 : numbers[b] < numbers[a] ? 1 : 0;
+    } else {
+      order = cell(a, column)->compare(*cell(b, column));
+    }
+    if (order == 0) return a < b;
+    return descending ? order > 0 : order < 0;
   };
-  std::stable_sort(present.begin(), present.end(), before);
+  std::sort(present.begin(), present.end(), before);
   std::vector<Row> sorted;
   sorted.reserve(rows.size());
   for (std::size_t i : present) sorted.push_back(std::move(rows[i]));
