@@ -775,6 +775,39 @@ public final class Domain implements AutoCloseable {
 
   // ---- Data sets (kDomainAddCases) ----
 
+  /**
+   * Appends every row of a data set to the stored cases; see
+   * {@link #addCases(DataSet, long, long)}.
+   *
+   * @param data the data set
+   * @throws KelvaException as {@link #addCases(DataSet, long, long)}
+   */
+  public void addCases(DataSet data) {
+    addCases(data, 0, data.getNumberOfRows());
+  }
+
+  /**
+   * Appends rows {@code start .. start+count-1} of a data set to the stored
+   * cases, one case per row, giving each column to the node of the same
+   * name.  Columns without such a node, or whose node cannot hold case
+   * items (utility and real-valued function nodes), are ignored; a column
+   * named "#" gives the cases' counts.  A missing cell leaves the node's
+   * item unset; a present one is a value for a continuous node, for a
+   * numbered (interval) node a number equal to (inside) a state's value
+   * (interval), "false" or "true" for a boolean node, a state label held
+   * by one state, or "#" and a state index.
+   *
+   * @param data the data set
+   * @param start the first row
+   * @param count the number of rows
+   * @throws KelvaException "usage" (and no case is added) for a cell that
+   *     names no state or value, a bad count, two columns for one node,
+   *     rows out of range; "case_state_too_large" for a state above 32767
+   */
+  public void addCases(DataSet data, long start, long count) {
+    check(kDomainAddCases(handle, data.handle(), start, count));
+  }
+
   // ---- SAS node and link files ----
 
   /**
