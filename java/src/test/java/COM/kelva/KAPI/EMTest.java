@@ -2,6 +2,8 @@ package COM.kelva.KAPI;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.util.ArrayList;
+import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.function.Executable;
 
@@ -45,6 +47,82 @@ class EMTest {
       assertEquals(0.0, d.getLogLikelihood());
       assertEquals(-5.0, d.getAIC());  // 1 + 2 * 2 free parameters
       assertFails(ErrorCode.USAGE, d::getBIC);
+    }
+  }
+
+  /** PAIR with cases from a data set: A, B (missing cells left empty). */
+  private static Domain withCases(String[][] rows) {
+    Domain d = Domain.fromNetString(PAIR, null);
+    try (DataSet data = new DataSet()) {
+      long a = data.newColumn("A");
+      long b = data.newColumn("B");
+      for (String[] row : rows) {
+        long r = data.newRow();
+        if (row[0] != null) {
+          data.setDataItem(r, a, row[0]);
+        }
+        if (row[1] != null) {
+          data.setDataItem(r, b, row[1]);
+        }
+      }
+      d.addCases(data);
+    }
+    return d;
+  }
+
+  private static final String[][] CASES = {
+    {"a0", "b0"}, {null, "b2"}, {"a1", null}, {"a1", "b1"}, {"a0", "b2"}, {"a1", "b2"}
+  };
+
+  @Test
+  void learningReportsEveryIterationToTheListener() {
+    try (Domain d = withCases(CASES)) {
+      d.getNodeByName("A").getExperienceTable();
+      d.getNodeByName("B").getExperienceTable();
+      assertFails(ErrorCode.NOT_COMPILED, d::learnTables);
+      d.compile();
+      double before = d.getLogLikelihood();
+      List<Double> totals = new ArrayList<>();
+      d.setLogLikelihoodTolerance(0.0);
+      d.setEMProgress(
+          (n, ll) -> {
+            assertEquals(totals.size() + 1, n);
+            totals.add(ll);
+            return n < 3;
+          });
+      d.learnTables();
+      assertEquals(3, totals.size());
+      assertEquals(before, totals.get(0), 1e-12);
+      for (int i = 1; i < totals.size(); i++) {
+        assertTrue(totals.get(i) >= totals.get(i - 1) - 1e-12);
+      }
+      assertTrue(d.getLogLikelihood() >= totals.get(2) - 1e-12);
+      double[] a = d.getNodeByName("A").getTable().getData();
+      assertEquals(1.0, a[0] + a[1], 1e-12);
+      assertNotEquals(0.4, a[0], 1e-3);
+      assertEquals(d.getLogLikelihood() - 5, d.getAIC(), 1e-12);
+      assertEquals(d.getLogLikelihood() - 2.5 * Math.log(6), d.getBIC(), 1e-12);
+    }
+  }
+
+  @Test
+  void aThrowingListenerStopsLearningAndReachesTheCaller() {
+    try (Domain d = withCases(CASES)) {
+      d.getNodeByName("B").getExperienceTable();
+      d.compile();
+      int[] calls = {0};
+      d.setEMProgress(
+          (n, ll) -> {
+            calls[0]++;
+            throw new IllegalStateException("stop here");
+          });
+      IllegalStateException e = assertThrows(IllegalStateException.class, d::learnTables);
+      assertEquals("stop here", e.getMessage());
+      assertEquals(1, calls[0]);
+      assertEquals(ErrorCode.JNI.code(), COM.kelva.KAPI.Native.AbstractNativeKAPI.kErrorCode());
+      // Without the listener learning runs to the tolerance.
+      d.setEMProgress(null);
+      d.learnTables();
     }
   }
 }
