@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Checks `kelva sample`: the data file's layout, its determinism under a
+# Checks `kelva sample` (the data file's layout, its determinism under a
 # seed, hidden items, the frequencies of the states against the beliefs,
-# and refused command lines.
+# refused command lines) and `kelva learn` on its cases.
 # usage: sample_test.sh KELVA_BINARY
 set -euo pipefail
 
@@ -54,8 +54,31 @@ for args in "sample --example asia -n 5" "sample --example asia -n 5 -o $work/x 
   [[ $status == 2 ]] || fail "'$args' exits with $status, not 2"
 done
 
+# `kelva learn` on sampled cases: the keys it prints, the iteration limit,
+# the log, a learned network without the experience tables learn added.
+"$kelva" sample --example asia -n 3000 -o "$work/l.dat" --seed 2 --hide 0.2
+status=0
+"$kelva" learn --example asia "$work/l.dat" -o "$work/learned.net" --max-iterations 4 \
+  --log "$work/learn.log" >"$work/learn.out" 2>"$work/learn.err" || status=$?
+[[ $status == 0 ]] || fail "learn exits with $status: $(cat "$work/learn.err")"
+[[ $(cut -f1 "$work/learn.out" | tr '\n' ' ') == "cases iterations seconds log_likelihood aic bic " ]] ||
+  fail "learn prints $(cut -f1 "$work/learn.out" | tr '\n' ' ')"
+grep -qx $'cases\t3000' "$work/learn.out" || fail "learn does not count 3000 cases"
+grep -qx $'iterations\t4' "$work/learn.out" || fail "learn did not stop after 4 iterations"
+awk -F'\t' '$1 == "log_likelihood" { ll = $2 } $1 == "aic" { aic = $2 }
+  END { exit !(ll < 0 && aic < ll) }' "$work/learn.out" || fail "learn's scores are not plausible"
+grep -q '^EM learning with 3000 cases:$' "$work/learn.log" || fail "learn wrote no EM log"
+grep -q 'experience' "$work/learned.net" && fail "the learned network keeps learn's experience tables"
+"$kelva" nodes "$work/learned.net" >/dev/null || fail "the learned network does not read back"
+status=0
+"$kelva" learn --example asia "$work/l.csv" -o "$work/x.net" >/dev/null 2>"$work/csv.err" || status=$?
+[[ $status == 2 ]] && grep -q 'csv' "$work/csv.err" || fail "a .csv data file is not refused as unsupported"
+status=0
+"$kelva" learn --example asia -o "$work/x.net" >/dev/null 2>&1 || status=$?
+[[ $status == 2 ]] || fail "learn without a data file exits with $status"
+
 if ((failures > 0)); then
-  echo "$failures sample checks failed" >&2
+  echo "$failures sample and learn checks failed" >&2
   exit 1
 fi
-echo "sample checks passed"
+echo "sample and learn checks passed"
