@@ -924,5 +924,98 @@ public final class Domain implements AutoCloseable {
 
   // ---- Data sets (kDomainAddCases) ----
 
+  /**
+   * Appends every row of a data set to the stored cases; see
+   * {@link #addCases(DataSet, long, long)}.
+   *
+   * @param data the data set
+   * @throws KelvaException as {@link #addCases(DataSet, long, long)}
+   */
+  public void addCases(DataSet data) {
+    addCases(data, 0, data.getNumberOfRows());
+  }
+
+  /**
+   * Appends rows {@code start .. start+count-1} of a data set to the stored
+   * cases, one case per row, giving each column to the node of the same
+   * name.  Columns without such a node, or whose node cannot hold case
+   * items (utility and real-valued function nodes), are ignored; a column
+   * named "#" gives the cases' counts.  A missing cell leaves the node's
+   * item unset; a present one is a value for a continuous node, for a
+   * numbered (interval) node a number equal to (inside) a state's value
+   * (interval), "false" or "true" for a boolean node, a state label held
+   * by one state, or "#" and a state index.
+   *
+   * @param data the data set
+   * @param start the first row
+   * @param count the number of rows
+   * @throws KelvaException "usage" (and no case is added) for a cell that
+   *     names no state or value, a bad count, two columns for one node,
+   *     rows out of range; "case_state_too_large" for a state above 32767
+   */
+  public void addCases(DataSet data, long start, long count) {
+    check(kDomainAddCases(handle, data.handle(), start, count));
+  }
+
   // ---- SAS node and link files ----
+
+  /**
+   * Reads a SAS node file into the domain.  Each line is a node name, an
+   * optional comma, a type letter and, for the letters L, N and I, a state:
+   * L (labelled), B (boolean), N (numbered) and I (interval) make discrete
+   * chance nodes, C a continuous chance node and F a real-valued function
+   * node.  The state is a label (a name or a quoted string) for L, a value
+   * (a number or {@code infinity}, optionally signed) for N and an interval
+   * bound for I.  The first line of a node creates it with its first state;
+   * each later line adds one state.  The bounds of an interval node are its
+   * state values: n bounds give n-1 states, and a node with fewer than two
+   * bounds is refused as incomplete.  Nodes that were in the domain before
+   * are never changed.  The reader stops at the first error; the domain then
+   * holds none of the file's nodes.
+   *
+   * @param fileName the file
+   * @param listener receives each error and warning with its line number;
+   *     may be null
+   * @throws KelvaException "parse" when the file has errors (or the code of
+   *     an engine operation that refused, such as "cg_limids_not_supported"),
+   *     "io" when it cannot be read, "usage" for a null name or a closed
+   *     domain
+   * @throws RuntimeException what the listener threw; the domain holds none
+   *     of the file's nodes and the listener hears nothing more
+   */
+  public void parseSASNodes(String fileName, ParseListener listener) {
+    check(kDomainParseSASNodes(handle, fileName, listener));
+    adoptNewNodes();
+  }
+
+  /**
+   * Reads a SAS link file into the domain.  Each line names a child followed
+   * by its parents (commas may separate the names); a link from each parent
+   * to the child is added in the order written.  A line with a single name
+   * adds nothing, and an empty file is valid.  The reader stops at the first
+   * error; the links the file added are then removed again and the
+   * children's tables hold what they held before.
+   *
+   * @param fileName the file
+   * @param listener receives each error with its line number; may be null
+   * @throws KelvaException "parse" when the file has errors (a name that is
+   *     not a node, a link the domain refuses), "io" when it cannot be read,
+   *     "usage" for a null name or a closed domain
+   * @throws RuntimeException what the listener threw; no link of the file
+   *     stays
+   */
+  public void parseSASLinks(String fileName, ParseListener listener) {
+    check(kDomainParseSASLinks(handle, fileName, listener));
+  }
+
+  /** Gives every engine node that has no Java node yet (nodes a file made) one. */
+  private void adoptNewNodes() {
+    for (long n = check(kDomainGetFirstNode(handle)); n != 0; n = check(kNodeGetNext(n))) {
+      if (!nodes.containsKey(n)) {
+        Node node = new Node(this);
+        check(kNodeAttachPeer(n, node));
+        nodes.put(n, node);
+      }
+    }
+  }
 }
