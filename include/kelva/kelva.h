@@ -909,7 +909,8 @@ KELVA_API k_status_t k_node_report_beliefs(k_node_t node);
 KELVA_API k_size_t k_domain_new_case(k_domain_t domain);
 /** The number of stored cases, or K_SIZE_ERROR with "usage" for null. */
 KELVA_API k_size_t k_domain_get_number_of_cases(k_domain_t domain);
-/** Keeps the first `count` cases, or appends empty ones up to `count`. */
+/** Keeps the first `count` cases, or appends empty ones up to `count`;
+ *  "no_memory" for a count that could never be stored. */
 KELVA_API k_status_t k_domain_set_number_of_cases(k_domain_t domain, k_size_t count);
 /** Sets the count of case `index`: finite and nonnegative, else "usage". */
 KELVA_API k_status_t k_domain_set_case_count(k_domain_t domain, k_size_t index,
@@ -920,7 +921,8 @@ KELVA_API double k_domain_get_case_count(k_domain_t domain, k_size_t index);
  *  else the number of cases; -1.0 on error. */
 KELVA_API double k_domain_count_cases(k_domain_t domain);
 /** Retracts all evidence and enters case `index` as evidence: a state as a
- *  selected state, a value as a value. */
+ *  selected state, a value as a value.  On failure ("usage" for a bad
+ *  index) the evidence is as before. */
 KELVA_API k_status_t k_domain_enter_case(k_domain_t domain, k_size_t index);
 /** Sets the state of a discrete chance, decision or discrete function node
  *  in case `index`: "case_state_too_large" above 32767, "usage" for a state
@@ -943,20 +945,31 @@ KELVA_API k_bool_t k_node_case_is_set(k_node_t node, k_size_t index);
 /* Case files                                                                */
 /* ------------------------------------------------------------------------ */
 
-/** Reads a single-case file and enters its findings as evidence.  Messages
- *  go to `handler` (may be null) with line numbers; "parse" when any. */
+/** Reads a single-case file (items NODE `:` FINDING) and enters its
+ *  findings: each node the file names gets the file's finding in place of
+ *  its evidence, other nodes keep theirs.  Messages go to `handler` (may be
+ *  null) with line numbers; "parse" when any error was reported, and then
+ *  the evidence is as before (findings are entered only after the whole
+ *  file has been read).  "io" when the file cannot be opened. */
 KELVA_API k_status_t k_domain_parse_case(k_domain_t domain, const char *file_name,
                                          k_parse_error_handler_t handler, void *data);
-/** Writes the domain's entered evidence as a single-case file. */
+/** Writes the entered evidence of the chance, decision and discrete
+ *  function nodes, in the domain's node order, as a single-case file. */
 KELVA_API k_status_t k_domain_save_case(k_domain_t domain, const char *file_name);
 /** Reads a multi-case data file and appends its cases to the stored ones.
- *  On failure the stored cases are as before. */
+ *  A file without case lines succeeds with the warning "warning: file
+ *  contains no cases".  On failure the stored cases are as before. */
 KELVA_API k_status_t k_domain_parse_cases(k_domain_t domain, const char *file_name,
                                           k_parse_error_handler_t handler, void *data);
 /** Writes stored cases as a multi-case data file: the columns `nodes` (a
  *  null-terminated list), the cases `cases` (indexes ended by a negative
  *  one; null for every case), counts written when `include_counts` is 1,
- *  items separated by `separator`, missing items written as `missing`. */
+ *  items separated by `separator`, missing items written as `missing`.
+ *  Without counts a case is written as many times as its count says.
+ *  "usage", with no file made, for an empty node list, a node of another
+ *  domain, one that holds no case items or one listed twice, a flag other
+ *  than 0 or 1, a null text, a case index out of range, or (without counts)
+ *  a selected case whose count is not a finite whole number. */
 KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_name,
                                          k_node_t *nodes, const int64_t *cases,
                                          k_bool_t include_counts, const char *separator,
