@@ -22,9 +22,7 @@ void run(const kelva::cli::Options& options) {
     case Command::bench: kelva::cli::run_bench(stdout, options); break;
     case Command::compile: kelva::cli::run_compile(stdout, options); break;
     case Command::sample: kelva::cli::run_sample(options); break;
-    case Command::learn:
-      // Joins when the library reads multi-case data files (learn_command.cpp).
-      throw kelva::cli::UsageError("learn cannot read data files in this build yet");
+    case Command::learn: kelva::cli::run_learn(stdout, options); break;
   }
 }
 

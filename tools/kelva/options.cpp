@@ -5,6 +5,7 @@
 #include <initializer_list>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "cli_error.h"
 
@@ -82,6 +83,7 @@ void only_for(const Options& options, std::initializer_list<Command> wanted, std
 
 Options parse_options(std::span<const char* const> args) {
   Options options;
+  std::vector<std::string> learn_files;
   if (args.empty()) throw UsageError("no command given");
   std::string_view command = args[0];
   if (command == "--help" || command == "-h" || command == "help") return options;
@@ -168,13 +170,23 @@ Options parse_options(std::span<const char* const> args) {
       options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
+    } else if (options.command == Command::learn) {
+      learn_files.emplace_back(arg);
     } else if (options.source.file.empty()) {
       options.source.file = arg;
-    } else if (options.command == Command::learn && options.data.empty()) {
-      options.data = arg;
     } else {
       throw UsageError("unexpected argument '" + std::string(arg) + "'");
     }
+  }
+  // learn takes the network file (unless --example names one), then the
+  // data file.
+  if (options.command == Command::learn) {
+    const std::size_t wanted = options.source.example.empty() ? 2 : 1;
+    if (learn_files.size() > wanted)
+      throw UsageError("unexpected argument '" + learn_files[wanted] + "'");
+    if (learn_files.size() < wanted) throw UsageError("learn needs a network and a data file");
+    if (wanted == 2) options.source.file = learn_files[0];
+    options.data = learn_files[wanted - 1];
   }
   if (!options.source.example.empty() && !options.source.file.empty())
     throw UsageError("give either a file or --example NAME, not both");
@@ -188,8 +200,6 @@ Options parse_options(std::span<const char* const> args) {
     throw UsageError("no output file given (use -o FILE)");
   if (options.command == Command::sample && options.cases < 0)
     throw UsageError("sample needs the number of cases (use -n N)");
-  if (options.command == Command::learn && options.data.empty())
-    throw UsageError("learn needs a data file after the network");
   return options;
 }
 
