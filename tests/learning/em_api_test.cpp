@@ -10,6 +10,7 @@
 #include <sstream>
 #include <string>
 
+#include "common/fail_new.h"
 #include "em_fixture.h"
 #include "learning/em.h"
 
@@ -167,6 +168,46 @@ TEST(EmApi, LogWriteFailure) {
   EXPECT_EQ(k_error_code(), K_ERROR_IO);
   EXPECT_EQ(net.table("B"), (std::vector<double>{0.5, 0.25, 0.25, 0.1, 0.2, 0.7}));
   ASSERT_EQ(k_domain_set_log_file(net.domain, nullptr, 0), 0);
+}
+
+}  // namespace
+}  // namespace kelva::test
+
+namespace kelva::test {
+namespace {
+
+// Every allocation of a learning run failing in turn: "no_memory", the
+// tables as before, and the domain still usable.
+TEST(EmApi, AllocationFailuresLeaveTheTables) {
+  Net net(kPair);
+  ASSERT_NE(k_node_get_experience_table(net.h("A")), nullptr);
+  ASSERT_NE(k_node_get_experience_table(net.h("B")), nullptr);
+  ASSERT_EQ(k_domain_compile(net.domain), 0);
+  net.add_case({"A", "B"}, {0, -1});
+  net.add_case({"A", "B"}, {-1, 2});
+  ASSERT_EQ(k_domain_set_max_number_of_em_iterations(net.domain, 2), 0);
+  const std::vector<double> a = net.table("A");
+  const std::vector<double> b = net.table("B");
+  bool succeeded = false;
+  long failures = 0;
+  for (long n = 0; n < 1000 && !succeeded; ++n) {
+    fail_allocation_after(n);
+    const k_status_t status = k_domain_learn_tables(net.domain);
+    const k_error_t code = k_error_code();
+    fail_allocation_after(-1);
+    if (status == 0) {
+      succeeded = true;
+      break;
+    }
+    ++failures;
+    ASSERT_EQ(code, K_ERROR_NO_MEMORY) << "allocation " << n;
+    ASSERT_EQ(net.table("A"), a) << "allocation " << n;
+    ASSERT_EQ(net.table("B"), b) << "allocation " << n;
+  }
+  EXPECT_TRUE(succeeded);
+  EXPECT_GT(failures, 5);
+  EXPECT_NE(net.table("B"), b);
+  EXPECT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
 }
 
 }  // namespace
