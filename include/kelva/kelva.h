@@ -909,7 +909,8 @@ KELVA_API k_status_t k_node_report_beliefs(k_node_t node);
 KELVA_API k_size_t k_domain_new_case(k_domain_t domain);
 /** The number of stored cases, or K_SIZE_ERROR with "usage" for null. */
 KELVA_API k_size_t k_domain_get_number_of_cases(k_domain_t domain);
-/** Keeps the first `count` cases, or appends empty ones up to `count`. */
+/** Keeps the first `count` cases, or appends empty ones up to `count`;
+ *  "no_memory" for a count that could never be stored. */
 KELVA_API k_status_t k_domain_set_number_of_cases(k_domain_t domain, k_size_t count);
 /** Sets the count of case `index`: finite and nonnegative, else "usage". */
 KELVA_API k_status_t k_domain_set_case_count(k_domain_t domain, k_size_t index,
@@ -920,7 +921,8 @@ KELVA_API double k_domain_get_case_count(k_domain_t domain, k_size_t index);
  *  else the number of cases; -1.0 on error. */
 KELVA_API double k_domain_count_cases(k_domain_t domain);
 /** Retracts all evidence and enters case `index` as evidence: a state as a
- *  selected state, a value as a value. */
+ *  selected state, a value as a value.  On failure ("usage" for a bad
+ *  index) the evidence is as before. */
 KELVA_API k_status_t k_domain_enter_case(k_domain_t domain, k_size_t index);
 /** Sets the state of a discrete chance, decision or discrete function node
  *  in case `index`: "case_state_too_large" above 32767, "usage" for a state
@@ -943,20 +945,31 @@ KELVA_API k_bool_t k_node_case_is_set(k_node_t node, k_size_t index);
 /* Case files                                                                */
 /* ------------------------------------------------------------------------ */
 
-/** Reads a single-case file and enters its findings as evidence.  Messages
- *  go to `handler` (may be null) with line numbers; "parse" when any. */
+/** Reads a single-case file (items NODE `:` FINDING) and enters its
+ *  findings: each node the file names gets the file's finding in place of
+ *  its evidence, other nodes keep theirs.  Messages go to `handler` (may be
+ *  null) with line numbers; "parse" when any error was reported, and then
+ *  the evidence is as before (findings are entered only after the whole
+ *  file has been read).  "io" when the file cannot be opened. */
 KELVA_API k_status_t k_domain_parse_case(k_domain_t domain, const char *file_name,
                                          k_parse_error_handler_t handler, void *data);
-/** Writes the domain's entered evidence as a single-case file. */
+/** Writes the entered evidence of the chance, decision and discrete
+ *  function nodes, in the domain's node order, as a single-case file. */
 KELVA_API k_status_t k_domain_save_case(k_domain_t domain, const char *file_name);
 /** Reads a multi-case data file and appends its cases to the stored ones.
- *  On failure the stored cases are as before. */
+ *  A file without case lines succeeds with the warning "warning: file
+ *  contains no cases".  On failure the stored cases are as before. */
 KELVA_API k_status_t k_domain_parse_cases(k_domain_t domain, const char *file_name,
                                           k_parse_error_handler_t handler, void *data);
 /** Writes stored cases as a multi-case data file: the columns `nodes` (a
  *  null-terminated list), the cases `cases` (indexes ended by a negative
  *  one; null for every case), counts written when `include_counts` is 1,
- *  items separated by `separator`, missing items written as `missing`. */
+ *  items separated by `separator`, missing items written as `missing`.
+ *  Without counts a case is written as many times as its count says.
+ *  "usage", with no file made, for an empty node list, a node of another
+ *  domain, one that holds no case items or one listed twice, a flag other
+ *  than 0 or 1, a null text, a case index out of range, or (without counts)
+ *  a selected case whose count is not a finite whole number. */
 KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_name,
                                          k_node_t *nodes, const int64_t *cases,
                                          k_bool_t include_counts, const char *separator,
@@ -1002,7 +1015,122 @@ KELVA_API double k_domain_get_bic(k_domain_t domain);
 /** A data set: a table of text cells with named columns. */
 typedef struct k_data_set_s *k_data_set_t;
 
-/* (data set operations) */
+/* A data set holds text cells in rows and named columns.  A cell is missing
+ * or present; a present cell holds a text, which may be empty, and an empty
+ * cell is not a missing one.  Rows and columns are numbered from 0.  Cells
+ * are read as numbers or states only by the operations that need them.  A
+ * number is a finite decimal number (optional sign, digits with an optional
+ * point, optional exponent), white space around it allowed; words such as
+ * "inf" or "nan" and hexadecimal forms are not numbers.  Every index out of
+ * range and every null data set is "usage". */
+
+/** Creates an empty data set (no columns, no rows); the caller deletes it
+ *  with k_ds_delete.  Null on failure ("no_memory"). */
+KELVA_API k_data_set_t k_new_data_set(void);
+/** Deletes a data set; texts and lists obtained from it die with it. */
+KELVA_API k_status_t k_ds_delete(k_data_set_t data_set);
+/** Appends a column named `name` (any text, copied; "usage" for null) whose
+ *  cells are all missing; returns its index, K_SIZE_ERROR on failure.
+ *  Column names need not be unique. */
+KELVA_API k_size_t k_ds_new_column(k_data_set_t data_set, const char *name);
+/** Appends a row whose cells are all missing; returns its index, or
+ *  K_SIZE_ERROR on failure. */
+KELVA_API k_size_t k_ds_new_row(k_data_set_t data_set);
+/** Deletes a column; later columns move down by one. */
+KELVA_API k_status_t k_ds_delete_column(k_data_set_t data_set, k_size_t column);
+/** Deletes a row; later rows move down by one. */
+KELVA_API k_status_t k_ds_delete_row(k_data_set_t data_set, k_size_t row);
+/** The number of columns, or K_SIZE_ERROR. */
+KELVA_API k_size_t k_ds_get_number_of_columns(k_data_set_t data_set);
+/** The number of rows, or K_SIZE_ERROR. */
+KELVA_API k_size_t k_ds_get_number_of_rows(k_data_set_t data_set);
+/** The name of a column, owned by the data set and valid until the column
+ *  is renamed or deleted; null on failure. */
+KELVA_API const char *k_ds_get_column_name(k_data_set_t data_set, k_size_t column);
+/** Renames a column: any text ("usage" for null).  k_domain_add_cases
+ *  matches column names to node names exactly, so a column meant for a
+ *  node carries the node's name. */
+KELVA_API k_status_t k_ds_set_column_name(k_data_set_t data_set, k_size_t column,
+                                          const char *name);
+/** The text of a cell, owned by the data set and valid until the cell
+ *  changes; null with the code "none" when the cell is missing, null with
+ *  "usage" for a bad index. */
+KELVA_API const char *k_ds_get_data_item(k_data_set_t data_set, k_size_t row,
+                                         k_size_t column);
+/** Sets the text of a cell (copied); null makes the cell missing. */
+KELVA_API k_status_t k_ds_set_data_item(k_data_set_t data_set, k_size_t row,
+                                        k_size_t column, const char *text);
+/** Moves column `column` to position `new_index` (below the number of
+ *  columns); the columns between shift by one place. */
+KELVA_API k_status_t k_ds_move_column(k_data_set_t data_set, k_size_t column,
+                                      k_size_t new_index);
+/** Moves row `row` to position `new_index` (below the number of rows); the
+ *  rows between shift by one place. */
+KELVA_API k_status_t k_ds_move_row(k_data_set_t data_set, k_size_t row, k_size_t new_index);
+/** Appends a copy of a column (its name and cells, missing ones missing);
+ *  returns the new column's index, K_SIZE_ERROR on failure. */
+KELVA_API k_size_t k_ds_copy_column(k_data_set_t data_set, k_size_t column);
+/** 1 when every cell of the column is missing (also with no rows), 0 when
+ *  a cell is present (even an empty one), -1 on error. */
+KELVA_API k_bool_t k_ds_column_is_empty(k_data_set_t data_set, k_size_t column);
+/** 1 when every present cell of the column is a number (also when none is
+ *  present), 0 when one is not (an empty cell is not), -1 on error. */
+KELVA_API k_bool_t k_ds_column_data_are_numbers(k_data_set_t data_set, k_size_t column);
+/** The first row at or after `start` whose cell in `column` holds exactly
+ *  `text` (a missing cell when `text` is null).  K_SIZE_ERROR with the code
+ *  "none" when there is none (also when `start` is the number of rows),
+ *  with "usage" for a bad column or a start beyond the number of rows. */
+KELVA_API k_size_t k_ds_find_row(k_data_set_t data_set, k_size_t column, const char *text,
+                                 k_size_t start);
+/** The distinct texts of the present cells of a column, each once, in the
+ *  order of their first appearance, as a null-terminated list.  The list and
+ *  its texts belong to the data set and stay valid until the data set
+ *  changes or this function is called again.  Null on failure. */
+KELVA_API const char *const *k_ds_get_distinct_values(k_data_set_t data_set, k_size_t column);
+/** Sets every cell of a column that holds exactly `old_text` (a missing cell
+ *  when null) to `new_text` (missing when null); returns the number of cells
+ *  that matched, K_SIZE_ERROR on failure. */
+KELVA_API k_size_t k_ds_replace_values(k_data_set_t data_set, k_size_t column,
+                                       const char *old_text, const char *new_text);
+/** Orders the rows by their texts in a column, compared byte by byte,
+ *  ascending or (with `descending` 1) descending.  The sort is stable, and
+ *  rows whose cell is missing come last in their earlier order. */
+KELVA_API k_status_t k_ds_sort_rows(k_data_set_t data_set, k_size_t column,
+                                    k_bool_t descending);
+/** As k_ds_sort_rows, comparing the cells as numbers; "invalid_expression"
+ *  (and nothing moves) when a present cell is not a number. */
+KELVA_API k_status_t k_ds_sort_rows_numerically(k_data_set_t data_set, k_size_t column,
+                                                k_bool_t descending);
+/** The number of present cells of a column, or K_SIZE_ERROR. */
+KELVA_API k_size_t k_ds_count_data(k_data_set_t data_set, k_size_t column);
+/** Reads rows start .. start+count-1 of a column as numbers into
+ *  array[0 .. count-1], NaN for a missing cell.  "usage" when array is null,
+ *  start+count exceeds the number of rows or count exceeds array_length;
+ *  "invalid_expression" when a present cell is not a number.  On failure
+ *  the array is not written. */
+KELVA_API k_status_t k_ds_get_numbers(k_data_set_t data_set, k_size_t column, double *array,
+                                      k_size_t array_length, k_size_t start, k_size_t count);
+
+/** Appends rows start .. start+count-1 of a data set to the domain's stored
+ *  cases, one case per row (count 1 unless given), matching columns to
+ *  nodes by name.  A column that names no node, or a node that cannot hold
+ *  case items (utility, real-valued function and instance nodes), is
+ *  ignored; two columns naming one node are "usage".  A column named "#"
+ *  gives the case counts (finite, nonnegative numbers; a missing cell keeps
+ *  the count 1); two such columns are "usage".  A missing cell leaves the
+ *  node's item unset; a present cell becomes:
+ *  - for a continuous chance node, its value (a number);
+ *  - for a numbered node, the state whose value equals the number; for an
+ *    interval node, the state whose interval [low, high) holds it;
+ *  - for a boolean node, "false" state 0 and "true" state 1;
+ *  - for any discrete node, the state whose label is the text, when only
+ *    one state has it; then "#" and a state index (e.g. "#2").
+ *  A cell that names no state or value (e.g. "*" or "?": make such cells
+ *  missing with k_ds_replace_values first) is "usage", a state above 32767
+ *  "case_state_too_large"; then no case is added.  "usage" when
+ *  start+count exceeds the number of rows. */
+KELVA_API k_status_t k_domain_add_cases(k_domain_t domain, k_data_set_t data_set,
+                                        k_size_t start, k_size_t count);
 
 /* ------------------------------------------------------------------------ */
 /* Data set files                                                            */
@@ -1047,13 +1175,68 @@ KELVA_API char *k_ds_to_csv_string(k_data_set_t data_set, char separator);
 /* Data set statistics                                                       */
 /* ------------------------------------------------------------------------ */
 
-/* (data set statistics) */
+/* Statistics of the numbers in data set columns.  Rows where the column's
+ * cell is missing are skipped.  Each returns -1.0 on failure: "usage" for a
+ * null data set, a data set without rows, a column out of range or a column
+ * without present cells; "invalid_expression" for a present cell that is not
+ * a number.  The measures of two columns (observed first, predicted second)
+ * also need the two columns' missing cells in the same rows ("usage"). */
+
+/** The mean of a column's numbers. */
+KELVA_API double k_ds_compute_mean(k_data_set_t data_set, k_size_t column);
+/** The variance of a column's numbers, dividing by n (not n - 1). */
+KELVA_API double k_ds_compute_variance(k_data_set_t data_set, k_size_t column);
+/** The skewness: (Σ(x - m)³ / n) / s2^(3/2) with s2 = Σ(x - m)² / (n - 1);
+ *  0.0 for one number or when all numbers are equal. */
+KELVA_API double k_ds_compute_skewness(k_data_set_t data_set, k_size_t column);
+/** The kurtosis n·Σ(x - m)⁴ / (Σ(x - m)²)², not the excess (nothing is
+ *  subtracted); not a number when all numbers are equal. */
+KELVA_API double k_ds_compute_kurtosis(k_data_set_t data_set, k_size_t column);
+/** The mean of |x - y| over the rows. */
+KELVA_API double k_ds_compute_mean_absolute_error(k_data_set_t data_set, k_size_t observed,
+                                                  k_size_t predicted);
+/** The mean of |(x - y) / x| as a fraction (not times 100); an observed 0
+ *  makes it infinite or not a number, without error. */
+KELVA_API double k_ds_compute_mean_absolute_percentage_error(k_data_set_t data_set,
+                                                             k_size_t observed,
+                                                             k_size_t predicted);
+/** The mean absolute error divided by the mean of |x(i) - x(i-1)| over the
+ *  observed column.  Needs two numbers or more: with one, -1.0 and the code
+ *  "none". */
+KELVA_API double k_ds_compute_mean_absolute_scaled_error(k_data_set_t data_set,
+                                                         k_size_t observed,
+                                                         k_size_t predicted);
 
 /* ------------------------------------------------------------------------ */
 /* SAS node and link files                                                   */
 /* ------------------------------------------------------------------------ */
 
-/* (SAS files) */
+/** Reads a SAS node file (`file_name`, UTF-8) into `domain`.  Each line is
+ *  a node name, an optional comma, a type letter (L labelled, B boolean,
+ *  N numbered, I interval: discrete chance nodes; C continuous chance node;
+ *  F real-valued function node) and, for L, N and I, a state: a label (name
+ *  or string) for L, a value (a number or `infinity`, optionally signed) for
+ *  N, an interval bound for I; a comma may stand before the state.  The
+ *  first line of a node creates it and fills its first state; each later
+ *  line adds one state (for I, each bound after the second adds one state,
+ *  so n bounds give n-1 states).  A node with fewer than two bounds is
+ *  incomplete.  Nodes that were in the domain before are never changed.
+ *  Messages go to `handler` (may be null) with line numbers; the reader
+ *  stops at the first.  Fails with "parse" (or the code of an engine
+ *  operation that failed, "io" when the file cannot be read, "usage" for a
+ *  null domain or name); on failure the nodes the file created are deleted
+ *  again (a compiled domain may be left uncompiled). */
+KELVA_API k_status_t k_domain_parse_sas_nodes(k_domain_t domain, const char *file_name,
+                                              k_parse_error_handler_t handler, void *data);
+/** Reads a SAS link file (`file_name`, UTF-8) into `domain`: each line is a
+ *  child's name followed by the names of its parents (commas may separate
+ *  them); a link from each parent to the child is added in the order
+ *  written.  A line with a single name adds nothing; an empty file is
+ *  valid.  Messages and codes as k_domain_parse_sas_nodes; on failure the
+ *  links the file added are removed again and the children's tables get
+ *  their old contents back (a compiled domain may be left uncompiled). */
+KELVA_API k_status_t k_domain_parse_sas_links(k_domain_t domain, const char *file_name,
+                                              k_parse_error_handler_t handler, void *data);
 
 #ifdef __cplusplus
 }

@@ -9,6 +9,7 @@
 #include "compile/junction_forest.h"
 #include "expr/expression.h"
 #include "expr/model.h"
+#include "learning/data_set.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -82,6 +83,11 @@ inline Clique& get(k_clique_t h) {
   require(p != nullptr && p->is(ObjectTag::clique));
   return *p;
 }
+inline DataSet& get(k_data_set_t h) {
+  auto* p = reinterpret_cast<DataSet*>(h);
+  require(p != nullptr && p->is(ObjectTag::data_set));
+  return *p;
+}
 
 /// Engine object to handle.
 inline k_domain_t handle(Domain* p) noexcept { return reinterpret_cast<k_domain_t>(p); }
@@ -94,6 +100,7 @@ inline k_junction_tree_t handle(JunctionTree* p) noexcept {
   return reinterpret_cast<k_junction_tree_t>(p);
 }
 inline k_clique_t handle(Clique* p) noexcept { return reinterpret_cast<k_clique_t>(p); }
+inline k_data_set_t handle(DataSet* p) noexcept { return reinterpret_cast<k_data_set_t>(p); }
 /// A null-ended engine clique list as a C list.
 inline k_clique_t* handle(Clique* const* list) noexcept {
   return reinterpret_cast<k_clique_t*>(const_cast<Clique**>(list));

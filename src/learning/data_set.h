@@ -37,6 +37,43 @@ class DataSet : public Object {
   std::vector<std::string> columns;
   /// Rows, in row order; a present row holds exactly column_count() cells.
   std::vector<Row> rows;
+
+  // Editing.  The callers checked the indexes.  Each operation either
+  // completes or (running out of memory) leaves the data set as it was.
+
+  /// Appends a column of missing cells; returns its index.
+  std::size_t add_column(std::string name);
+  /// Appends an absent row (every cell missing); returns its index.
+  std::size_t add_row();
+  void erase_column(std::size_t column) noexcept;
+  void erase_row(std::size_t row) noexcept;
+  /// Sets a cell; std::nullopt makes it missing.  Setting a cell of an
+  /// absent row makes the row present.
+  void set_cell(std::size_t row, std::size_t column, Cell value);
+  /// Moves a column (a row) to position `to`; those between shift by one.
+  void move_column(std::size_t from, std::size_t to) noexcept;
+  void move_row(std::size_t from, std::size_t to) noexcept;
+  /// Appends a copy of a column (name and cells); returns its index.
+  std::size_t copy_column(std::size_t column);
+  /// Gives every cell of `column` that equals `from` (null: missing) the
+  /// value `to` (null: missing); returns the number of cells changed.
+  std::size_t replace_values(std::size_t column, const char* from, const char* to);
+  /// Orders the rows by their cells in `column`, stably, rows whose cell is
+  /// missing last: by text (bytewise) or, when `numerically`, by number;
+  /// Error(invalid_expression) when a present cell is not a number.
+  void sort_rows(std::size_t column, bool numerically, bool descending);
+  /// The distinct texts of the present cells of `column` in the order of
+  /// their first appearance, null-ended.  The pointers are into the cells;
+  /// the list lives until the next call or the next change.
+  const char* const* distinct_values(std::size_t column);
+
+ private:
+  std::vector<const char*> distinct_;
 };
+
+/// Reads a cell as a number: a finite decimal number (optional sign, digits
+/// with an optional point, optional exponent), white space around it
+/// allowed.  No words ("inf", "nan"), no hexadecimal.  Locale-independent.
+bool cell_number(const std::string& text, double& value) noexcept;
 
 }  // namespace kelva

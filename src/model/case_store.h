@@ -63,8 +63,8 @@ class CaseColumn {
       if (s >= 0 && static_cast<std::size_t>(s) >= count) s = static_cast<std::int16_t>(kUnset);
   }
   /// Follows a reordering of the node's states: old state new_to_old[i] is
-  /// now state i.
-  void permute_states(const std::vector<std::size_t>& new_to_old) noexcept {
+  /// now state i.  Allocates before it changes anything.
+  void permute_states(const std::vector<std::size_t>& new_to_old) {
     std::vector<std::int16_t> old_to_new(new_to_old.size(), static_cast<std::int16_t>(kUnset));
     for (std::size_t i = 0; i < new_to_old.size(); ++i)
       if (new_to_old[i] < old_to_new.size()) old_to_new[new_to_old[i]] = static_cast<std::int16_t>(i);

@@ -87,10 +87,10 @@ void Node::permute_states(const std::vector<std::size_t>& new_to_old) {
     values[i] = state_values_[new_to_old[i]];
   }
   Evidence reordered = evidence.permuted(new_to_old);
+  cases.permute_states(new_to_old);  // the last step that may fail
   state_labels_.swap(labels);
   state_values_.swap(values);
   evidence = std::move(reordered);
-  cases.permute_states(new_to_old);
 }
 
 void Node::table_changed() noexcept { domain_->note_table_change(); }

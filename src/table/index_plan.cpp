@@ -49,6 +49,16 @@ IndexPlan::IndexPlan(std::span<const std::size_t> large_counts,
     a.large_back = a.large_stride * (a.count - 1);
     a.small_back = a.small_stride * (a.count - 1);
   }
+  build_map();
+}
+
+void IndexPlan::build_map() {
+  if (large_size_ > kMapMaxLarge || axes_.size() < 2 || axes_.back().count >= kMapMaxRun) return;
+  map_.resize(large_size_);
+  const std::uint64_t ss = inner_small_stride();
+  walk(0, large_size_, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+    for (std::uint64_t k = 0; k < n; ++k) map_[l + k] = static_cast<std::uint16_t>(s + k * ss);
+  });
 }
 
 IndexPlan IndexPlan::between(const Table& large, const Table& small) {

@@ -58,6 +58,15 @@ class IndexPlan {
   /// The small-table stride of the inner run (constant over the walk).
   std::uint64_t inner_small_stride() const noexcept { return axes_.back().small_stride; }
 
+  /// Plans this small with inner runs this short keep the small index of
+  /// every large entry: stepping the odometer once per run of two or three
+  /// entries costs more than the entries, and a table of indexes is read
+  /// at the cost of a quarter of an entry.
+  static constexpr std::uint64_t kMapMaxLarge = std::uint64_t{1} << 16;
+  static constexpr std::uint64_t kMapMaxRun = 16;
+  /// The small index of each large entry, or null when the plan keeps none.
+  const std::uint16_t* map() const noexcept { return map_.empty() ? nullptr : map_.data(); }
+
   /// Calls run(large_index, small_index, length) for each stretch of the
   /// inner run within large entries [begin, end), in index order.  The
   /// stretch covers large entries large_index .. large_index+length-1, and
@@ -126,7 +135,10 @@ class IndexPlan {
     }
   }
 
+  void build_map();
+
   std::vector<PlanAxis> axes_;
+  std::vector<std::uint16_t> map_;
   std::uint64_t large_size_ = 1;
   std::uint64_t small_size_ = 1;
 };

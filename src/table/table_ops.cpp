@@ -83,12 +83,46 @@ double fold_run(const double* p, std::uint64_t n) noexcept {
   return Fold::fold(Fold::fold(a0, a1), Fold::fold(a2, a3));
 }
 
+// Folds large entries [begin, end) (whole inner runs) through the plan's map,
+// giving the same results as the odometer walks below: runs that fold into
+// one small entry are folded by fold_run first, other entries one by one in
+// index order.
+template <class Fold, std::uint64_t C>
+void fold_mapped_runs(const double* large, double* small, const std::uint16_t* m,
+                      std::uint64_t begin, std::uint64_t end) noexcept {
+  for (std::uint64_t i = begin; i < end; i += C)
+    small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, C));
+}
+
+template <class Fold>
+void fold_mapped(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                 std::uint64_t end) noexcept {
+  const std::uint16_t* m = plan.map();
+  if (plan.inner_small_stride() != 0) {
+    for (std::uint64_t i = begin; i < end; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
+    return;
+  }
+  const std::uint64_t run = plan.axes().back().count;
+  switch (run) {
+    case 2: return fold_mapped_runs<Fold, 2>(large, small, m, begin, end);
+    case 3: return fold_mapped_runs<Fold, 3>(large, small, m, begin, end);
+    case 4: return fold_mapped_runs<Fold, 4>(large, small, m, begin, end);
+    case 5: return fold_mapped_runs<Fold, 5>(large, small, m, begin, end);
+    case 6: return fold_mapped_runs<Fold, 6>(large, small, m, begin, end);
+    default:
+      for (std::uint64_t i = begin; i < end; i += run)
+        small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, run));
+  }
+}
+
 // Folds each inner run into the small table.  The stride mode is fixed per
 // plan, so each mode gets its own loop: constant (0), contiguous (1) or
 // strided small entries.
 template <class Fold>
 void fold_walk(const IndexPlan& plan, const double* large, double* small, std::size_t slice_axis,
                std::uint64_t first, std::uint64_t last) {
+  if (slice_axis == static_cast<std::size_t>(-1) && plan.map() != nullptr)
+    return fold_mapped<Fold>(plan, large, small, 0, plan.large_size());
   const std::uint64_t ss = plan.inner_small_stride();
   auto walk = [&](auto&& run) {
     if (slice_axis == static_cast<std::size_t>(-1)) plan.walk(0, plan.large_size(), run);
@@ -168,6 +202,10 @@ void fold_plan(const IndexPlan& plan, const double* large, double* small, const 
 template <class Update>
 void update_walk(const IndexPlan& plan, double* large, const double* small, std::uint64_t begin,
                  std::uint64_t end) {
+  if (const std::uint16_t* m = plan.map()) {
+    for (std::uint64_t i = begin; i < end; ++i) Update::apply(large[i], small[m[i]]);
+    return;
+  }
   const std::uint64_t ss = plan.inner_small_stride();
   if (ss == 0) {
     plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
@@ -209,6 +247,7 @@ void update_plan(const IndexPlan& plan, double* large, const double* small,
 template <class Fold>
 void fold_range(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                 std::uint64_t end) {
+  if (plan.map() != nullptr) return fold_mapped<Fold>(plan, large, small, begin, end);
   const std::uint64_t ss = plan.inner_small_stride();
   if (ss == 0) {
     plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {

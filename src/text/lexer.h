@@ -71,6 +71,9 @@ class Lexer {
   double number() const noexcept { return number_; }
   /// Current line (1-based).
   std::uint64_t line() const noexcept { return line_; }
+  /// Puts the line counter at `line`, so that a line-oriented reader can
+  /// report a record that ended early against its own line.
+  void set_line(std::uint64_t line) noexcept { line_ = line; }
   /// Position for messages: the line for a stream, the count of characters
   /// consumed for a string.
   std::uint64_t position() const noexcept;

@@ -136,6 +136,25 @@ checks=$((checks + 1))
 printf 'normalization_constant\t0.01281987\n' >"$work/max_constant"
 tail -n 1 "$work/beliefs_max.out" >"$work/beliefs_max_constant.out"
 expect_close beliefs_max_constant "$work/max_constant"
+# A single-case file gives evidence as --set does; --set items come after
+# it and replace its finding of the same node.
+printf 'Weather: "snow" %% a comment\nMissMeeting: #0\n' >"$work/snow.case"
+run beliefs_case beliefs "$commute" --case "$work/snow.case" --set MissMeeting=yes --format tsv
+expect_status beliefs_case 0
+expect_close beliefs_case "$expected/beliefs-commute-snow.tsv"
+expect_empty beliefs_case err
+(cd "$work" && run beliefs_case_text beliefs "$commute" --case snow.case --set MissMeeting=yes)
+checks=$((checks + 1))
+grep -qx 'evidence: case snow.case MissMeeting=yes' "$work/beliefs_case_text.out" ||
+  fail "beliefs --case: $(head -n 2 "$work/beliefs_case_text.out")"
+printf 'Weather: snow\nWeather: hail\n' >"$work/bad.case"
+run bad_case beliefs "$commute" --case "$work/bad.case"
+expect_status bad_case 1
+expect_empty bad_case out
+checks=$((checks + 1))
+[[ $(head -n 1 "$work/bad_case.err") == "$work/bad.case:2: \"hail\" is not a (unique) state label of \`Weather'" ]] ||
+  fail "bad_case: $(cat "$work/bad_case.err")"
+
 # Evidence the network rules out: a library error, status 1.
 run beliefs_impossible beliefs "$commute" --set Delay=none --set Late=yes
 expect_status beliefs_impossible 1
@@ -180,8 +199,7 @@ usage_case bad_format "unknown format 'xml' (use text or tsv)" nodes --example a
 usage_case missing_value "option --format needs a value" nodes --example asia --format
 usage_case bad_option "unknown option '--verbose'" nodes --verbose --example asia
 usage_case stray_argument "unexpected argument 'b.net'" nodes a.net b.net
-usage_case case_file "--case is not supported yet; give the evidence with --set NODE=STATE" \
-  beliefs --example asia --case a.case
+usage_case case_for_nodes "unknown option '--case'" nodes --example asia --case a.case
 usage_case set_without_state "--set needs NODE=STATE, not 'Weather'" beliefs a.net --set Weather
 usage_case set_unknown_node "--set: no node named 'Nope'" beliefs "$commute" --set Nope=x
 usage_case set_unknown_label "--set: node 'Weather' has no state 'hail'" beliefs "$commute" --set Weather=hail

@@ -48,6 +48,10 @@ void enter_finding(k_domain_t domain, const std::string& finding) {
 void run_beliefs(std::FILE* out, const Options& options) {
   DomainHandle domain = open_network(options.source);
   if (k_domain_compile(domain.get()) != 0) throw ApiError(k_error_code());
+  if (!options.case_file.empty() &&
+      k_domain_parse_case(domain.get(), options.case_file.c_str(), print_parse_error,
+                          const_cast<char*>(options.case_file.c_str())) != 0)
+    throw ApiError(k_error_code());
   for (const std::string& finding : options.findings) enter_finding(domain.get(), finding);
   const k_equilibrium_t equilibrium =
       options.max_equilibrium ? K_EQUILIBRIUM_MAX : K_EQUILIBRIUM_SUM;
@@ -56,7 +60,8 @@ void run_beliefs(std::FILE* out, const Options& options) {
   BeliefsInfo info = read_beliefs(domain.get());
   info.source = source_name(options.source);
   info.equilibrium = equilibrium;
-  info.findings = options.findings;
+  if (!options.case_file.empty()) info.findings.push_back("case " + options.case_file);
+  info.findings.insert(info.findings.end(), options.findings.begin(), options.findings.end());
   if (options.format == Format::tsv)
     write_beliefs_tsv(out, info);
   else

@@ -40,7 +40,8 @@ Options:
   --max               propagate to max equilibrium: max-marginals instead of
                       beliefs, and the probability of the most probable
                       configuration as normalization constant
-  --case FILE         (not supported yet; use --set)
+  --case FILE         evidence for beliefs from a single-case file (lines
+                      NODE: STATE), entered before the --set items
   --repeat N          how often bench repeats each measurement (default 3)
   --evidence K        nodes per random evidence set of bench (default 5)
   --threads T         worker threads of table operations and of the bandwidth

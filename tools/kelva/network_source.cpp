@@ -8,15 +8,10 @@
 
 namespace kelva::cli {
 
-namespace {
-
-/// Prints a reader's message as FILE:LINE: MESSAGE on standard error.
 void print_parse_error(uint64_t line, const char* message, void* data) {
   std::fprintf(stderr, "%s:%llu: %s\n", static_cast<const char*>(data),
                static_cast<unsigned long long>(line), message);
 }
-
-}  // namespace
 
 DomainHandle open_network(const NetworkSource& source) {
   if (!source.file.empty()) {

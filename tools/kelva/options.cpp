@@ -104,7 +104,7 @@ Options parse_options(std::span<const char* const> args) {
       options.findings.push_back(*value);
     } else if (auto value = option_value(args, i, "--case")) {
       only_for(options, Command::beliefs, "--case");
-      throw UsageError("--case is not supported yet; give the evidence with --set NODE=STATE");
+      options.case_file = *value;
     } else if (arg == "--max") {
       only_for(options, Command::beliefs, "--max");
       options.max_equilibrium = true;

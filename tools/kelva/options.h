@@ -31,6 +31,9 @@ struct Options {
   std::string output;
   /// How often `bench` repeats each measurement.
   int repeat = 3;
+  /// `beliefs --case`: a single-case file whose findings are entered before
+  /// the --set items (none when empty).
+  std::string case_file;
   /// Evidence of `beliefs`: NODE=STATE texts in the order given.
   std::vector<std::string> findings;
   /// `beliefs --max`: propagate to max equilibrium.

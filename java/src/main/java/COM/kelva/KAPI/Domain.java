@@ -769,11 +769,253 @@ public final class Domain implements AutoCloseable {
 
   // ---- Stored cases ----
 
+  /**
+   * Appends an empty case: no node has a state or value in it, and its
+   * count is 1.
+   *
+   * @return the index of the new case
+   * @throws KelvaException "no_memory"; when the domain is closed
+   */
+  public long newCase() {
+    return check(kDomainNewCase(handle));
+  }
+
+  /**
+   * The number of stored cases.
+   *
+   * @return the number of cases
+   * @throws KelvaException when the domain is closed
+   */
+  public long getNumberOfCases() {
+    return check(kDomainGetNumberOfCases(handle));
+  }
+
+  /**
+   * Keeps the first {@code count} cases, or appends empty cases of count 1
+   * up to {@code count}.
+   *
+   * @param count the new number of cases
+   * @throws KelvaException "usage" for a negative count, "no_memory"
+   */
+  public void setNumberOfCases(long count) {
+    if (count < 0) {
+      throw new KelvaException(ErrorCode.USAGE);
+    }
+    check(kDomainSetNumberOfCases(handle, count));
+  }
+
+  /**
+   * Sets the count (weight) of a case.
+   *
+   * @param index the case index
+   * @param count a finite, nonnegative count
+   * @throws KelvaException "usage" for a bad index or count
+   */
+  public void setCaseCount(long index, double count) {
+    check(kDomainSetCaseCount(handle, index, count));
+  }
+
+  /**
+   * The count of a case (1 until set).
+   *
+   * @param index the case index
+   * @return the count
+   * @throws KelvaException "usage" for a bad index
+   */
+  public double getCaseCount(long index) {
+    return check(kDomainGetCaseCount(handle, index));
+  }
+
+  /**
+   * The total case count: the sum of the counts once any count has been set
+   * (here or by a data file with counts), else the number of cases.
+   *
+   * @return the total count
+   * @throws KelvaException when the domain is closed
+   */
+  public double countCases() {
+    return check(kDomainCountCases(handle));
+  }
+
+  /**
+   * Retracts all evidence and enters a stored case as evidence: each state
+   * as a selected state, each value as an entered value.
+   *
+   * @param index the case index
+   * @throws KelvaException "usage" for a bad index; the evidence is then as
+   *     before
+   */
+  public void enterCase(long index) {
+    check(kDomainEnterCase(handle, index));
+  }
+
   // ---- Case files ----
+
+  /**
+   * Reads a single-case file (items {@code NODE: FINDING}) and enters its
+   * findings: the nodes it names get its findings in place of their
+   * evidence, the other nodes keep theirs.
+   *
+   * @param fileName the file
+   * @param listener receives each error with its line number; may be null
+   * @throws KelvaException "parse" when the file has errors (the evidence is
+   *     then as before), "io" when it cannot be read, "usage" for a null name
+   * @throws RuntimeException what the listener threw; the evidence is as
+   *     before and the listener hears nothing more
+   */
+  public void parseCase(String fileName, ParseListener listener) {
+    check(kDomainParseCase(handle, fileName, listener));
+  }
+
+  /**
+   * Writes the entered evidence as a single-case file.
+   *
+   * @param fileName the file, replaced if it exists
+   * @throws KelvaException "io" when the file cannot be written, "usage" for
+   *     a null name
+   */
+  public void saveCase(String fileName) {
+    check(kDomainSaveCase(handle, fileName));
+  }
+
+  /**
+   * Reads a data file of cases (a header naming the nodes, then one case per
+   * line) and appends its cases to the stored cases.  A file without case
+   * lines is read with the warning "warning: file contains no cases".
+   *
+   * @param fileName the file
+   * @param listener receives each error and warning with its line number;
+   *     may be null
+   * @throws KelvaException "parse" when the file has errors (the stored
+   *     cases are then as before), "io" when it cannot be read, "usage" for
+   *     a null name
+   * @throws RuntimeException what the listener threw; the stored cases are
+   *     as before
+   */
+  public void parseCases(String fileName, ParseListener listener) {
+    check(kDomainParseCases(handle, fileName, listener));
+  }
+
+  /**
+   * Writes stored cases as a data file.  Without counts a case is written as
+   * many times as its count says (so counts must be whole numbers).  The
+   * reader takes only white space and commas as separators and only
+   * {@code *} and {@code ?} as missing items.
+   *
+   * @param fileName the file, replaced if it exists
+   * @param nodes the columns, in order: distinct nodes of this domain that
+   *     can hold case items
+   * @param cases the indexes of the cases to write, in order, or null for
+   *     every case
+   * @param counts whether each line begins with the case's count
+   * @param separator written between items
+   * @param missing written for an item a case leaves unset
+   * @throws KelvaException "usage" for an empty or bad node list, a bad case
+   *     index, a null text, or (without counts) a count that is not a whole
+   *     number; "io" when the file cannot be written
+   */
+  public void saveCases(String fileName, List<Node> nodes, long[] cases, boolean counts,
+      String separator, String missing) {
+    Calls.withList(nodes, list -> check(
+        kDomainSaveCases(handle, fileName, list, cases, counts ? 1 : 0, separator, missing)));
+  }
 
   // ---- EM learning ----
 
   // ---- Data sets (kDomainAddCases) ----
 
+  /**
+   * Appends every row of a data set to the stored cases; see
+   * {@link #addCases(DataSet, long, long)}.
+   *
+   * @param data the data set
+   * @throws KelvaException as {@link #addCases(DataSet, long, long)}
+   */
+  public void addCases(DataSet data) {
+    addCases(data, 0, data.getNumberOfRows());
+  }
+
+  /**
+   * Appends rows {@code start .. start+count-1} of a data set to the stored
+   * cases, one case per row, giving each column to the node of the same
+   * name.  Columns without such a node, or whose node cannot hold case
+   * items (utility and real-valued function nodes), are ignored; a column
+   * named "#" gives the cases' counts.  A missing cell leaves the node's
+   * item unset; a present one is a value for a continuous node, for a
+   * numbered (interval) node a number equal to (inside) a state's value
+   * (interval), "false" or "true" for a boolean node, a state label held
+   * by one state, or "#" and a state index.
+   *
+   * @param data the data set
+   * @param start the first row
+   * @param count the number of rows
+   * @throws KelvaException "usage" (and no case is added) for a cell that
+   *     names no state or value, a bad count, two columns for one node,
+   *     rows out of range; "case_state_too_large" for a state above 32767
+   */
+  public void addCases(DataSet data, long start, long count) {
+    check(kDomainAddCases(handle, data.handle(), start, count));
+  }
+
   // ---- SAS node and link files ----
+
+  /**
+   * Reads a SAS node file into the domain.  Each line is a node name, an
+   * optional comma, a type letter and, for the letters L, N and I, a state:
+   * L (labelled), B (boolean), N (numbered) and I (interval) make discrete
+   * chance nodes, C a continuous chance node and F a real-valued function
+   * node.  The state is a label (a name or a quoted string) for L, a value
+   * (a number or {@code infinity}, optionally signed) for N and an interval
+   * bound for I.  The first line of a node creates it with its first state;
+   * each later line adds one state.  The bounds of an interval node are its
+   * state values: n bounds give n-1 states, and a node with fewer than two
+   * bounds is refused as incomplete.  Nodes that were in the domain before
+   * are never changed.  The reader stops at the first error; the domain then
+   * holds none of the file's nodes.
+   *
+   * @param fileName the file
+   * @param listener receives each error and warning with its line number;
+   *     may be null
+   * @throws KelvaException "parse" when the file has errors (or the code of
+   *     an engine operation that refused, such as "cg_limids_not_supported"),
+   *     "io" when it cannot be read, "usage" for a null name or a closed
+   *     domain
+   * @throws RuntimeException what the listener threw; the domain holds none
+   *     of the file's nodes and the listener hears nothing more
+   */
+  public void parseSASNodes(String fileName, ParseListener listener) {
+    check(kDomainParseSASNodes(handle, fileName, listener));
+    adoptNewNodes();
+  }
+
+  /**
+   * Reads a SAS link file into the domain.  Each line names a child followed
+   * by its parents (commas may separate the names); a link from each parent
+   * to the child is added in the order written.  A line with a single name
+   * adds nothing, and an empty file is valid.  The reader stops at the first
+   * error; the links the file added are then removed again and the
+   * children's tables hold what they held before.
+   *
+   * @param fileName the file
+   * @param listener receives each error with its line number; may be null
+   * @throws KelvaException "parse" when the file has errors (a name that is
+   *     not a node, a link the domain refuses), "io" when it cannot be read,
+   *     "usage" for a null name or a closed domain
+   * @throws RuntimeException what the listener threw; no link of the file
+   *     stays
+   */
+  public void parseSASLinks(String fileName, ParseListener listener) {
+    check(kDomainParseSASLinks(handle, fileName, listener));
+  }
+
+  /** Gives every engine node that has no Java node yet (nodes a file made) one. */
+  private void adoptNewNodes() {
+    for (long n = check(kDomainGetFirstNode(handle)); n != 0; n = check(kNodeGetNext(n))) {
+      if (!nodes.containsKey(n)) {
+        Node node = new Node(this);
+        check(kNodeAttachPeer(n, node));
+        nodes.put(n, node);
+      }
+    }
+  }
 }

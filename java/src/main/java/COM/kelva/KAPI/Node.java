@@ -791,4 +791,79 @@ public final class Node {
   }
 
   // ---- Stored cases ----
+
+  /**
+   * Sets the state of a discrete node in a stored case.
+   *
+   * @param index the case index
+   * @param state the state index
+   * @throws KelvaException "case_state_too_large" above 32767; "usage" for a
+   *     node that is not discrete, a bad case index or a state the node does
+   *     not have
+   */
+  public void setCaseState(long index, long state) {
+    if (state < 0) {
+      throw new KelvaException(ErrorCode.USAGE);
+    }
+    check(kNodeSetCaseState(nodePeer, index, state));
+  }
+
+  /**
+   * The state of a discrete node in a stored case.
+   *
+   * @param index the case index
+   * @return the state index
+   * @throws KelvaException "no_value" when the case gives the node no state;
+   *     "usage" for a node that is not discrete or a bad case index
+   */
+  public long getCaseState(long index) {
+    return check(kNodeGetCaseState(nodePeer, index));
+  }
+
+  /**
+   * Sets the value of a continuous node in a stored case.
+   *
+   * @param index the case index
+   * @param value a finite value
+   * @throws KelvaException "usage" for a node that is not continuous, a bad
+   *     case index or a value that is not finite
+   */
+  public void setCaseValue(long index, double value) {
+    check(kNodeSetCaseValue(nodePeer, index, value));
+  }
+
+  /**
+   * The value of a continuous node in a stored case.
+   *
+   * @param index the case index
+   * @return the value
+   * @throws KelvaException "no_value" when the case gives the node no value;
+   *     "usage" for a node that is not continuous or a bad case index
+   */
+  public double getCaseValue(long index) {
+    return check(kNodeGetCaseValue(nodePeer, index));
+  }
+
+  /**
+   * Removes the node's state or value from a stored case.
+   *
+   * @param index the case index
+   * @throws KelvaException "usage" for a node that holds no case items or a
+   *     bad case index
+   */
+  public void unsetCase(long index) {
+    check(kNodeUnsetCase(nodePeer, index));
+  }
+
+  /**
+   * Whether a stored case gives the node a state or value.
+   *
+   * @param index the case index
+   * @return true when it does
+   * @throws KelvaException "usage" for a node that holds no case items or a
+   *     bad case index
+   */
+  public boolean caseIsSet(long index) {
+    return check(kNodeCaseIsSet(nodePeer, index)) == 1;
+  }
 }

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstddef>
+
+namespace kelva {
+
+class Domain;
+
+/// Whether stored case `c` can be entered as evidence: `c` names a case, the
+/// domain takes evidence, and every item fits its node (a state below the
+/// node's state count, a finite value).  The store keeps its items that
+/// way, so this fails only for a bad index or a domain without evidence.
+bool case_can_be_entered(const Domain& domain, std::size_t c) noexcept;
+
+/// Retracts the evidence of every node and enters stored case `c`: each
+/// discrete node with a state in the case gets that state selected, each
+/// continuous node with a value gets the value.  Nodes the case leaves
+/// unset keep no evidence.  Never fails when case_can_be_entered(domain, c).
+void enter_case_evidence(Domain& domain, std::size_t c);
+
+}  // namespace kelva
