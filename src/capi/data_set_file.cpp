@@ -7,22 +7,16 @@
 #include <string>
 
 #include "capi/boundary.h"
-#include "learning/data_set.h"
 #include "platform/file.h"
 #include "text/data_set_file.h"
 #include "text/net_writer.h"
 
+using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
+using kelva::capi::handle;
 
 namespace {
-
-// The live data set behind a handle, or Error(usage).
-kelva::DataSet& data_set_of(k_data_set_t h) {
-  auto* p = reinterpret_cast<kelva::DataSet*>(h);
-  kelva::require(p != nullptr && p->is(kelva::ObjectTag::data_set));
-  return *p;
-}
 
 int separator_byte(char separator) noexcept { return static_cast<unsigned char>(separator); }
 
@@ -39,7 +33,7 @@ k_data_set_t k_parse_data_set(const char* file_name, char separator,
     File file(kelva::platform::open_file(file_name, "r"), &std::fclose);
     if (file == nullptr) throw kelva::Error(K_ERROR_IO);
     auto data_set = kelva::read_data_set(file.get(), separator_byte(separator), handler, data);
-    return reinterpret_cast<k_data_set_t>(data_set.release());
+    return handle(data_set.release());
   });
 }
 
@@ -47,13 +41,13 @@ k_data_set_t k_parse_data_set_string(const char* text, char separator,
                                      k_parse_error_handler_t handler, void* data) {
   return guard<k_data_set_t>(nullptr, [&] {
     auto data_set = kelva::read_data_set(text, separator_byte(separator), handler, data);
-    return reinterpret_cast<k_data_set_t>(data_set.release());
+    return handle(data_set.release());
   });
 }
 
 k_status_t k_ds_save(k_data_set_t data_set, const char* file_name, char separator) {
   return guard_status([&] {
-    const kelva::DataSet& ds = data_set_of(data_set);
+    const kelva::DataSet& ds = get(data_set);
     // Checked before the file is opened, so that a refused call leaves an
     // existing file as it was.
     kelva::require(file_name != nullptr && kelva::is_data_set_separator(separator_byte(separator)));
@@ -68,7 +62,7 @@ k_status_t k_ds_save(k_data_set_t data_set, const char* file_name, char separato
 char* k_ds_to_csv_string(k_data_set_t data_set, char separator) {
   return guard<char*>(nullptr, [&] {
     kelva::TextSink sink;
-    kelva::write_data_set(data_set_of(data_set), separator_byte(separator), sink);
+    kelva::write_data_set(get(data_set), separator_byte(separator), sink);
     const std::string& text = sink.text();
     auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
     if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
