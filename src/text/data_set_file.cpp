@@ -143,7 +143,7 @@ class FieldReader {
     const unsigned char* run = p_;
     bool gathered = false;
     for (;;) {
-      while (p_ < end_ && !plain_stop_[*p_]) ++p_;
+      p_ = skip(p_, plain_stop_);
       if (p_ == end_) {
         gather(gathered, run);
         if (!fill()) fail("unexpected end-of-file");
@@ -175,6 +175,15 @@ class FieldReader {
     return length == 0 ? Field::missing : Field::present;
   }
 
+  // The first character from `p` on that is in `stop`, or end_.  A local
+  // pointer: p_ itself could be aliased by the characters read, which would
+  // make the compiler store it at every step.
+  const unsigned char* skip(const unsigned char* p, const CharTable& stop) const noexcept {
+    const unsigned char* const end = end_;
+    while (p < end && !stop[*p]) ++p;
+    return p;
+  }
+
   // Moves the run [run, p_) into scratch_ before the buffer changes.
   void gather(bool& gathered, const unsigned char* run) {
     if (!gathered) scratch_.clear();
@@ -191,7 +200,7 @@ class FieldReader {
     bool gathered = true;
     const unsigned char* run = p_;
     for (;;) {
-      while (p_ < end_ && !quoted_stop_[*p_]) ++p_;
+      p_ = skip(p_, quoted_stop_);
       if (p_ == end_) {
         gather(gathered, run);
         if (!fill()) fail("unexpected end-of-file");
