@@ -1159,7 +1159,40 @@ KELVA_API k_status_t k_domain_add_cases(k_domain_t domain, k_data_set_t data_set
 /* Data set files                                                            */
 /* ------------------------------------------------------------------------ */
 
-/* (data set files) */
+/* Delimited text: a header line of column names, then one row per line,
+ * fields separated by `separator`.  The separator is a byte 1..255 other
+ * than the double quote, newline, carriage return, vertical tab and form
+ * feed (tab and space are allowed); any other gives "usage" before anything
+ * is read or written.  A field is quoted ("...", a doubled quote standing
+ * for one) or plain; white space around a field is dropped; an empty plain
+ * field is a missing cell, "" is a present empty one.  Lines with fewer
+ * fields than columns leave the other cells missing.  Every line, the last
+ * included, must end with a newline (unless the line's last field is
+ * quoted). */
+
+/** Reads a data set from the file `file_name` (UTF-8).  Messages go to
+ *  `handler` (may be null) with line numbers; the first error stops the
+ *  read.  A new data set, which the caller deletes with k_ds_delete; null
+ *  with "parse" after a message, "io" when the file cannot be read,
+ *  "usage" for a null name or a bad separator. */
+KELVA_API k_data_set_t k_parse_data_set(const char *file_name, char separator,
+                                        k_parse_error_handler_t handler, void *data);
+/** Reads a data set from `text` in memory; positions given to `handler` are
+ *  counts of characters consumed. */
+KELVA_API k_data_set_t k_parse_data_set_string(const char *text, char separator,
+                                               k_parse_error_handler_t handler,
+                                               void *data);
+/** Writes the data set to `file_name` (UTF-8) as k_parse_data_set reads it:
+ *  a cell that is empty, begins or ends with white space, or holds a double
+ *  quote or the separator is quoted; a missing cell is written as nothing.
+ *  A cell holding a newline is written but cannot be read back.  "io" when
+ *  the file cannot be written (the file may then be incomplete). */
+KELVA_API k_status_t k_ds_save(k_data_set_t data_set, const char *file_name,
+                               char separator);
+/** The data set as text, written as k_ds_save writes a file (malloc'ed; the
+ *  caller frees it with free()).  Null with "no_memory" when it does not
+ *  fit in memory. */
+KELVA_API char *k_ds_to_csv_string(k_data_set_t data_set, char separator);
 
 /* ------------------------------------------------------------------------ */
 /* Data set statistics                                                       */

@@ -325,6 +325,80 @@ public final class DataSet implements AutoCloseable {
 
   // ---- Files ----
 
+  // Data set files are delimited text: a header line of column names, then
+  // one row per line.  The separator is a byte value (1 to 255) other than
+  // the double quote, newline, carriage return, vertical tab and form feed;
+  // tab and space are allowed.  Text in memory crosses as UTF-8, so use an
+  // ASCII separator with fromString.
+
+  /**
+   * Reads a data set from a delimited text file.  A field is quoted
+   * ({@code "..."}, a doubled quote standing for one) or plain; white space
+   * around a field is dropped; an empty plain field is a missing cell,
+   * {@code ""} a present empty one; lines with fewer fields than columns
+   * leave the other cells missing.  Every line must end with a newline
+   * (unless its last field is quoted).  Close the result when done.
+   *
+   * @param fileName the file
+   * @param separator the field separator
+   * @param listener receives the error that stops the read, with its line
+   *     number, and warnings; may be null
+   * @return the new data set
+   * @throws KelvaException "parse" when the text has an error, "io" when the
+   *     file cannot be read, "usage" for a null name or a bad separator
+   * @throws RuntimeException what the listener threw; no data set is made
+   */
+  public static DataSet fromFile(String fileName, char separator, ParseListener listener) {
+    return new DataSet(check(kParseDataSet(fileName, separator, listener)));
+  }
+
+  /**
+   * Reads a data set from delimited text in memory, as {@link #fromFile}
+   * reads a file.  Positions given to the listener are the numbers of
+   * characters (bytes of the UTF-8 text) read when the error was found.
+   *
+   * @param text the text
+   * @param separator the field separator (ASCII)
+   * @param listener receives the error that stops the read; may be null
+   * @return the new data set
+   * @throws KelvaException "parse" when the text has an error, "usage" for
+   *     null text or a bad separator
+   * @throws RuntimeException what the listener threw; no data set is made
+   */
+  public static DataSet fromString(String text, char separator, ParseListener listener) {
+    return new DataSet(check(kParseDataSetString(text, separator, listener)));
+  }
+
+  /**
+   * Writes the data set to a delimited text file that {@link #fromFile}
+   * reads back: a cell that is empty, begins or ends with white space, or
+   * holds a double quote or the separator is quoted; a missing cell is
+   * written as nothing.  A cell holding a newline is written but cannot be
+   * read back, and in a data set of one column a missing cell makes a blank
+   * line, which the reader skips.
+   *
+   * @param fileName the file, replaced if it exists
+   * @param separator the field separator
+   * @throws KelvaException "io" when the file cannot be written, "usage" for
+   *     a null name, a bad separator (the file is then untouched) or a
+   *     closed data set
+   */
+  public void save(String fileName, char separator) {
+    check(kDSSave(handle, fileName, separator));
+  }
+
+  /**
+   * The data set as delimited text, as {@link #save} writes it.
+   *
+   * @param separator the field separator
+   * @return the text
+   * @throws KelvaException "usage" for a bad separator or a closed data
+   *     set, "no_memory" when the text does not fit in memory
+   */
+  public String toCSVString(char separator) {
+    return check(kDSToCSVString(handle, separator));
+  }
+
   // ---- Statistics ----
 
   /**

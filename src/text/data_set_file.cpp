@@ -1,0 +1,369 @@
+// Data sets as delimited text: a header line of column names, then one row
+// per line, fields separated by a character the caller chooses.
+//
+// The reader has its own field reader rather than the token readers of the
+// lexer, because fields end at the separator and records at the newline.
+// It keeps the lexer's bookkeeping (line counter, handler, positions: the
+// line for a stream, the characters consumed for a string) but reads its
+// source through one large buffer and scans runs of ordinary characters
+// with a table, so a cell costs one string construction and no call per
+// character.
+#include "text/data_set_file.h"
+
+#include <array>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "learning/data_set.h"
+#include "model/error.h"
+#include "platform/locale_guard.h"
+#include "text/net_writer.h"
+
+namespace kelva {
+
+namespace {
+
+// White space that may stand around a field (not the newline, which ends
+// the record).
+constexpr bool is_blank(int c) noexcept {
+  return c == ' ' || c == '\t' || c == '\v' || c == '\f' || c == '\r';
+}
+
+// White space at either end of a cell makes the writer quote it.
+constexpr bool is_white(int c) noexcept { return is_blank(c) || c == '\n'; }
+
+using CharTable = std::array<bool, 256>;
+
+class FieldReader {
+ public:
+  // What one call of read() found.
+  enum class Field {
+    end_of_file,  // only at the start of a line: the input is over
+    missing,      // an empty unquoted field
+    present,      // text() holds the cell (possibly empty when quoted)
+  };
+
+  FieldReader(std::FILE* stream, unsigned char separator, k_parse_error_handler_t handler,
+              void* data)
+      : stream_(stream), buffer_(new char[kBufferSize]), handler_(handler), data_(data) {
+    p_ = end_ = reinterpret_cast<const unsigned char*>(buffer_.get());
+    set_tables(separator);
+  }
+
+  FieldReader(const char* text, unsigned char separator, k_parse_error_handler_t handler,
+              void* data)
+      : handler_(handler), data_(data) {
+    start_ = p_ = reinterpret_cast<const unsigned char*>(text);
+    end_ = p_ + std::strlen(text);
+    set_tables(separator);
+  }
+
+  // Reads the next field; `first` says whether it starts a line.
+  Field read(bool first) {
+    if (first) ++line_;
+    // Leading white space (never the separator); at the start of a line
+    // whole blank lines go too.
+    for (;;) {
+      if (p_ == end_ && !fill()) {
+        if (first) return Field::end_of_file;
+        fail("unexpected end-of-file");
+      }
+      const unsigned char c = *p_;
+      if (blank_[c]) {
+        ++p_;
+      } else if (c == '\n' && first) {
+        ++p_;
+        ++line_;
+      } else {
+        break;
+      }
+    }
+    return *p_ == '"' ? read_quoted() : read_plain();
+  }
+
+  // The text of the last present field, valid until the next read().
+  std::string_view text() const noexcept { return text_; }
+  // Whether the last field ended its record.
+  bool line_ended() const noexcept { return line_ended_; }
+
+  // Reports `message` as an error and stops the read.
+  [[noreturn]] void fail(const char* message) {
+    if (handler_ != nullptr) handler_(position(), message, data_);
+    throw Error(K_ERROR_PARSE);
+  }
+
+ private:
+  static constexpr std::size_t kBufferSize = std::size_t{1} << 20;
+
+  void set_tables(unsigned char separator) noexcept {
+    separator_ = separator;
+    for (int c = 0; c < 256; ++c) blank_[c] = is_blank(c);
+    blank_[separator] = false;
+    plain_stop_[separator] = plain_stop_['\n'] = plain_stop_['"'] = plain_stop_['\0'] = true;
+    quoted_stop_['\n'] = quoted_stop_['"'] = quoted_stop_['\0'] = true;
+  }
+
+  std::uint64_t position() const noexcept {
+    return start_ != nullptr ? static_cast<std::uint64_t>(p_ - start_) : line_;
+  }
+
+  // Refills the buffer once everything in it has been consumed; false at
+  // the end of input.  A string source is one buffer from the start.
+  bool fill() {
+    if (stream_ == nullptr || at_eof_) return false;
+    const std::size_t n = std::fread(buffer_.get(), 1, kBufferSize, stream_);
+    if (n == 0) {
+      if (std::ferror(stream_)) throw Error(K_ERROR_IO);
+      at_eof_ = true;
+      return false;
+    }
+    p_ = reinterpret_cast<const unsigned char*>(buffer_.get());
+    end_ = p_ + n;
+    return true;
+  }
+
+  void warn_null() {
+    if (handler_ != nullptr) handler_(position(), "warning: null character ignored", data_);
+  }
+
+  [[noreturn]] void fail_unexpected(unsigned char c) {
+    char message[64];
+    std::snprintf(message, sizeof message, "unexpected character: `%c'", c);
+    fail(message);
+  }
+
+  // An unquoted field: up to the separator or the newline, trailing white
+  // space cut; empty means missing.  Usually the field lies inside the
+  // buffer and text_ points at it; across a refill or around a NUL the
+  // pieces are gathered in scratch_.
+  Field read_plain() {
+    const unsigned char* run = p_;
+    bool gathered = false;
+    for (;;) {
+      p_ = skip(p_, plain_stop_);
+      if (p_ == end_) {
+        gather(gathered, run);
+        if (!fill()) fail("unexpected end-of-file");
+        run = p_;
+        continue;
+      }
+      const unsigned char c = *p_;
+      if (c == '\0') {
+        gather(gathered, run);
+        ++p_;
+        warn_null();
+        run = p_;
+        continue;
+      }
+      ++p_;
+      if (c == '"') fail_unexpected(c);
+      line_ended_ = c == '\n';
+      break;
+    }
+    const char* begin = reinterpret_cast<const char*>(run);
+    std::size_t length = static_cast<std::size_t>(p_ - 1 - run);
+    if (gathered) {
+      scratch_.append(begin, length);
+      begin = scratch_.data();
+      length = scratch_.size();
+    }
+    while (length > 0 && is_blank(static_cast<unsigned char>(begin[length - 1]))) --length;
+    text_ = std::string_view(begin, length);
+    return length == 0 ? Field::missing : Field::present;
+  }
+
+  // The first character from `p` on that is in `stop`, or end_.  A local
+  // pointer: p_ itself could be aliased by the characters read, which would
+  // make the compiler store it at every step.
+  const unsigned char* skip(const unsigned char* p, const CharTable& stop) const noexcept {
+    const unsigned char* const end = end_;
+    while (p < end && !stop[*p]) ++p;
+    return p;
+  }
+
+  // Moves the run [run, p_) into scratch_ before the buffer changes.
+  void gather(bool& gathered, const unsigned char* run) {
+    if (!gathered) scratch_.clear();
+    gathered = true;
+    scratch_.append(reinterpret_cast<const char*>(run), static_cast<std::size_t>(p_ - run));
+  }
+
+  // A quoted field: up to the next lone double quote (a doubled one stands
+  // for one), on one line; then only white space before the separator, the
+  // newline or the end of input.
+  Field read_quoted() {
+    ++p_;  // the opening quote
+    scratch_.clear();
+    bool gathered = true;
+    const unsigned char* run = p_;
+    for (;;) {
+      p_ = skip(p_, quoted_stop_);
+      if (p_ == end_) {
+        gather(gathered, run);
+        if (!fill()) fail("unexpected end-of-file");
+        run = p_;
+        continue;
+      }
+      const unsigned char c = *p_;
+      gather(gathered, run);
+      ++p_;
+      if (c == '\n') fail("unexpected end-of-line");
+      if (c == '\0') {
+        warn_null();
+      } else {  // a double quote: doubled, or the closing one
+        if (p_ == end_) fill();
+        if (p_ == end_ || *p_ != '"') break;
+        scratch_.push_back('"');
+        ++p_;
+      }
+      run = p_;
+    }
+    text_ = scratch_;
+    // What may follow the closing quote.  A NUL is dropped here as inside
+    // the field.
+    for (;;) {
+      if (p_ == end_ && !fill()) {
+        line_ended_ = true;  // the last line may end right after a quoted field
+        return Field::present;
+      }
+      const unsigned char c = *p_++;
+      if (blank_[c]) continue;
+      if (c == '\0') {
+        warn_null();
+        continue;
+      }
+      if (c == '\n' || c == separator_) {
+        line_ended_ = c == '\n';
+        return Field::present;
+      }
+      fail_unexpected(c);
+    }
+  }
+
+  std::FILE* stream_ = nullptr;
+  std::unique_ptr<char[]> buffer_;
+  bool at_eof_ = false;
+  const unsigned char* start_ = nullptr;  // a string source's start
+  const unsigned char* p_ = nullptr;      // next unread character
+  const unsigned char* end_ = nullptr;    // end of the buffered input
+  k_parse_error_handler_t handler_;
+  void* data_;
+  std::uint64_t line_ = 0;  // goes up at the start of every line
+  unsigned char separator_ = ',';
+  CharTable blank_{};        // skippable white space: never the separator
+  CharTable plain_stop_{};   // ends a run of an unquoted field
+  CharTable quoted_stop_{};  // ends a run of a quoted field
+  std::string scratch_;
+  std::string_view text_;
+  bool line_ended_ = false;
+};
+
+std::unique_ptr<DataSet> read(FieldReader& in) {
+  platform::CLocaleGuard guard;
+  if (!guard.ok()) throw Error(K_ERROR_LOCALE);
+  auto data_set = std::make_unique<DataSet>();
+  using Field = FieldReader::Field;
+
+  Field field = in.read(true);
+  if (field == Field::end_of_file) in.fail("empty file");
+  for (;;) {
+    if (field == Field::missing) in.fail("missing field in header");
+    data_set->columns.emplace_back(in.text());
+    if (in.line_ended()) break;
+    field = in.read(false);
+  }
+
+  const std::size_t columns = data_set->columns.size();
+  while ((field = in.read(true)) != Field::end_of_file) {
+    std::vector<DataSet::Cell>& row = data_set->rows.emplace_back(std::in_place).value();
+    row.reserve(columns);
+    for (;;) {
+      if (row.size() == columns) in.fail("too many fields");
+      if (field == Field::present) {
+        row.emplace_back(std::in_place, in.text());
+      } else {
+        row.emplace_back();
+      }
+      if (in.line_ended()) break;
+      field = in.read(false);
+    }
+    row.resize(columns);  // the fields not given are missing
+  }
+  return data_set;
+}
+
+// Appends `text` as one field: as it stands, or quoted when the reader
+// would not give it back as it stands.
+void append_field(std::string& out, const std::string& text, char separator) {
+  const bool quote = text.empty() || is_white(static_cast<unsigned char>(text.front())) ||
+                     is_white(static_cast<unsigned char>(text.back())) ||
+                     text.find('"') != std::string::npos ||
+                     text.find(separator) != std::string::npos;
+  if (!quote) {
+    out += text;
+    return;
+  }
+  out += '"';
+  for (char c : text) {
+    if (c == '"') out += '"';
+    out += c;
+  }
+  out += '"';
+}
+
+}  // namespace
+
+bool is_data_set_separator(int separator) noexcept {
+  return separator >= 1 && separator <= 255 && separator != '"' && separator != '\n' &&
+         separator != '\r' && separator != '\v' && separator != '\f';
+}
+
+std::unique_ptr<DataSet> read_data_set(std::FILE* stream, int separator,
+                                       k_parse_error_handler_t handler, void* data) {
+  require(stream != nullptr && is_data_set_separator(separator));
+  FieldReader in(stream, static_cast<unsigned char>(separator), handler, data);
+  return read(in);
+}
+
+std::unique_ptr<DataSet> read_data_set(const char* text, int separator,
+                                       k_parse_error_handler_t handler, void* data) {
+  require(text != nullptr && is_data_set_separator(separator));
+  FieldReader in(text, static_cast<unsigned char>(separator), handler, data);
+  return read(in);
+}
+
+void write_data_set(const DataSet& data_set, int separator, TextSink& sink) {
+  require(is_data_set_separator(separator));
+  platform::CLocaleGuard guard;
+  if (!guard.ok()) throw Error(K_ERROR_LOCALE);
+  const char sep = static_cast<char>(separator);
+  const std::size_t columns = data_set.column_count();
+
+  // Lines are gathered into chunks so that the sink sees few, large texts.
+  constexpr std::size_t kChunk = std::size_t{1} << 16;
+  std::string out;
+  out.reserve(kChunk + 256);
+  for (std::size_t c = 0; c < columns; ++c) {
+    if (c > 0) out += sep;
+    append_field(out, data_set.columns[c], sep);
+  }
+  out += '\n';
+  for (const DataSet::Row& row : data_set.rows) {
+    for (std::size_t c = 0; c < columns; ++c) {
+      if (c > 0) out += sep;
+      // A missing cell (or a cell of an absent row) is written as nothing.
+      if (row && c < row->size() && (*row)[c]) append_field(out, *(*row)[c], sep);
+    }
+    out += '\n';
+    if (out.size() >= kChunk) {
+      sink.write(out);
+      out.clear();
+    }
+  }
+  if (!out.empty()) sink.write(out);
+}
+
+}  // namespace kelva
