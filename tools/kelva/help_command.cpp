@@ -143,8 +143,10 @@ gets one of zeros (no prior; a node's own experience table is kept and
 used), the network is compiled and learned, and written to OUT.net without
 the experience tables learn added; then KEY<TAB>VALUE lines: cases (the
 total case count), iterations, seconds (of learning), log_likelihood, aic
-and bic (of the learned tables, "%.17g").  A data set file (.csv) is not
-read yet.
+and bic (of the learned tables, "%.17g").  DATA is a multi-case data file,
+or, when its name ends in .csv, a comma-separated data set file whose header
+names the nodes ("*", "?" or an empty field for a missing item; a column
+"#" gives case counts).
 
 Exit status: 0 on success, 1 when the library reports an error (printed as
 "kelva: ERROR-NAME: DESCRIPTION"), 2 for a command line kelva cannot use.

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <type_traits>
 #include <string>
 #include <vector>
 
@@ -26,14 +28,28 @@ bool ends_with(const std::string& text, const char* suffix) {
   return text.size() >= s.size() && text.compare(text.size() - s.size(), s.size(), s) == 0;
 }
 
-/// Appends the cases of `file` to the domain's stored cases.  A data set
-/// file (.csv) will be read as a data set and its rows added as cases
-/// (k_parse_data_set, k_domain_add_cases) once those exist; until then it is
-/// refused.
+/// Deletes a data set when its owner goes away.
+struct DataSetDeleter {
+  void operator()(k_data_set_t data) const { k_ds_delete(data); }
+};
+
+/// Appends the cases of `file` to the domain's stored cases: a data set
+/// file (.csv: comma-separated, a header of node names, "*", "?" or an
+/// empty field for a missing item, an optional "#" column of counts) row by
+/// row, anything else as a multi-case data file.
 void read_cases(k_domain_t domain, const std::string& file) {
-  if (ends_with(file, ".csv"))
-    throw UsageError("data set files (.csv) cannot be read yet; give a multi-case data file");
-  checked(k_domain_parse_cases(domain, file.c_str(), print_parse_error, const_cast<char*>(file.c_str())));
+  char* name = const_cast<char*>(file.c_str());
+  if (!ends_with(file, ".csv")) {
+    checked(k_domain_parse_cases(domain, file.c_str(), print_parse_error, name));
+    return;
+  }
+  std::unique_ptr<std::remove_pointer_t<k_data_set_t>, DataSetDeleter> data(
+      k_parse_data_set(file.c_str(), ',', print_parse_error, name));
+  if (!data) throw ApiError(k_error_code());
+  const k_size_t columns = checked(k_ds_get_number_of_columns(data.get()));
+  for (k_size_t c = 0; c < columns; ++c)
+    for (const char* missing : {"*", "?"}) checked(k_ds_replace_values(data.get(), c, missing, nullptr));
+  checked(k_domain_add_cases(domain, data.get(), 0, checked(k_ds_get_number_of_rows(data.get()))));
 }
 
 /// Counts the iterations of a learning run.
