@@ -10,17 +10,9 @@
 #include "model/domain.h"
 #include "model/error.h"
 
-#define CHECK(condition)                                                                   \
-  do {                                                                                     \
-    if (!(condition)) {                                                                    \
-      std::fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-      std::abort();                                                                        \
-    }                                                                                      \
-  } while (0)
+#include "fuzz_check.h"
 
 namespace case_fuzz {
-
-inline void ignore(std::uint64_t, const char*, void*) {}
 
 inline k_node_t discrete(k_domain_t d, const char* name, k_category_t category,
                          k_subtype_t subtype, k_size_t states) {

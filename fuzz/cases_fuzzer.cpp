@@ -31,7 +31,7 @@ std::string written(k_domain_t d, bool counts) {
 
 bool read(k_domain_t d, const std::string& text) {
   return case_fuzz::read_text(text, [&](std::FILE* stream) {
-    kelva::read_cases(case_fuzz::engine(d), stream, case_fuzz::ignore, nullptr);
+    kelva::read_cases(case_fuzz::engine(d), stream, ignore, nullptr);
   });
 }
 

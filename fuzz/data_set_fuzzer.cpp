@@ -14,17 +14,9 @@
 #include "text/data_set_file.h"
 #include "text/net_writer.h"
 
+#include "fuzz_check.h"
+
 namespace {
-
-#define CHECK(condition)                                                                   \
-  do {                                                                                     \
-    if (!(condition)) {                                                                    \
-      std::fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-      std::abort();                                                                        \
-    }                                                                                      \
-  } while (0)
-
-void ignore(std::uint64_t, const char*, void*) {}
 
 std::unique_ptr<kelva::DataSet> read(const std::string& text, int separator) {
   try {

@@ -14,16 +14,9 @@
 #include "kelva/kelva.h"
 #include "model/error.h"
 
-namespace {
+#include "fuzz_check.h"
 
-// Aborts, so that libFuzzer keeps the input, unless `condition` holds.
-#define CHECK(condition)                                                                  \
-  do {                                                                                    \
-    if (!(condition)) {                                                                   \
-      std::fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-      std::abort();                                                                       \
-    }                                                                                     \
-  } while (0)
+namespace {
 
 k_node_t make(k_domain_t d, const char* name, k_kind_t kind, k_subtype_t subtype,
               k_size_t states) {

@@ -14,19 +14,12 @@
 
 #include "text/lexer.h"
 
+#include "fuzz_check.h"
+
 namespace {
 
 using kelva::Lexer;
 using kelva::TokenReader;
-
-// Aborts, so that libFuzzer keeps the input, unless `condition` holds.
-#define CHECK(condition)                                                                  \
-  do {                                                                                    \
-    if (!(condition)) {                                                                   \
-      std::fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-      std::abort();                                                                       \
-    }                                                                                     \
-  } while (0)
 
 struct Message {
   std::uint64_t position;

@@ -8,17 +8,9 @@
 
 #include "kelva/kelva.h"
 
+#include "fuzz_check.h"
+
 namespace {
-
-#define CHECK(condition)                                                                   \
-  do {                                                                                     \
-    if (!(condition)) {                                                                    \
-      std::fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-      std::abort();                                                                        \
-    }                                                                                      \
-  } while (0)
-
-void ignore(std::uint64_t, const char*, void*) {}
 
 }  // namespace
 

@@ -15,21 +15,13 @@
 #include "model/domain.h"
 #include "text/sas_reader.h"
 
-namespace {
+#include "fuzz_check.h"
 
-#define CHECK(condition)                                                                   \
-  do {                                                                                     \
-    if (!(condition)) {                                                                    \
-      std::fprintf(stderr, "check failed: %s (%s:%d)\n", #condition, __FILE__, __LINE__); \
-      std::abort();                                                                        \
-    }                                                                                      \
-  } while (0)
+namespace {
 
 const char kNodes[] =
     "A, L, a0\nA, L, a1\nB, B\nC, N, 1\nC, N, 2\nC, N, 3\n"
     "I, I, 0\nI, I, 1\nI, I, 2\nX, C\nY, C\nF, F\n";
-
-void ignore(std::uint64_t, const char*, void*) {}
 
 // Runs a reader over `text` in memory; true when it succeeded.
 template <class Read>
