@@ -22,6 +22,7 @@
 #include "compile/junction_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagate.h"
+#include "learning/case_evidence.h"
 #include "model/domain.h"
 #include "model/error.h"
 #include "model/node.h"
@@ -67,23 +68,6 @@ struct Home {
   std::vector<double> sum;
   bool touched = false;
 };
-
-// The stored cases enter as evidence through their discrete items: a state
-// is selected, a missing item retracts.  Continuous evidence has no place
-// in the discrete messages, so continuous items are left out (the
-// continuous nodes are marginalized, which keeps the discrete posteriors
-// exact given the discrete items).
-void enter_discrete_items(Domain& domain, std::size_t c) {
-  for (Node* node = domain.first_node(); node != nullptr; node = node->next) {
-    if (node->is_discrete()) {
-      const std::int32_t s = node->cases.state(c);
-      if (s >= 0) select_state(*node, static_cast<std::size_t>(s));
-      else retract_findings(*node);
-    } else if (node->is_continuous()) {
-      retract_findings(*node);
-    }
-  }
-}
 
 // The log of P(evidence) of the last propagation: the sum over the trees of
 // their log normalization constants.
@@ -261,7 +245,7 @@ double Learner::pass(bool accumulate) {
     // A case of count 0 adds nothing, not even a failed propagation.
     const double weight = cases.count(c);
     if (!(weight > 0.0)) continue;
-    enter_discrete_items(domain_, c);
+    enter_case_evidence(domain_, c, /*continuous_items=*/false);
     propagate_domain(domain_, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
     total += weight * log_probability(forest_);
     if (accumulate)
