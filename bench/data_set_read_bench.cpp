@@ -14,7 +14,7 @@
 #include <string>
 
 #include "kelva/kelva.h"
-#include "learning/data_set.h"
+#include "dataset/data_set.h"
 
 namespace {
 

@@ -22,8 +22,8 @@
 #include "inference/propagate.h"
 #include "kelva/kelva.h"
 #include "learning/em.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace {

@@ -12,7 +12,7 @@
 
 #include "compile/junction_forest.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
+#include "network/domain.h"
 
 namespace {
 

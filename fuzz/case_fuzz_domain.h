@@ -7,8 +7,8 @@
 #include <string>
 
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/error.h"
+#include "network/domain.h"
+#include "network/error.h"
 
 #include "fuzz_check.h"
 

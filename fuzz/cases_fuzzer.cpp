@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "case_fuzz_domain.h"
-#include "model/node.h"
+#include "network/node.h"
 #include "text/case_file.h"
 #include "text/net_writer.h"
 

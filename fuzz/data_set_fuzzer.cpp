@@ -9,8 +9,8 @@
 #include <memory>
 #include <string>
 
-#include "learning/data_set.h"
-#include "model/error.h"
+#include "dataset/data_set.h"
+#include "network/error.h"
 #include "text/data_set_file.h"
 #include "text/net_writer.h"
 

@@ -12,7 +12,7 @@
 
 #include "expr/expression.h"
 #include "kelva/kelva.h"
-#include "model/error.h"
+#include "network/error.h"
 
 #include "fuzz_check.h"
 

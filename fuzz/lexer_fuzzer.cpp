@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 
 #include "fuzz_check.h"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/domain.h"
+#include "network/domain.h"
 #include "text/sas_reader.h"
 
 #include "fuzz_check.h"

@@ -9,10 +9,10 @@
 #include "compile/junction_forest.h"
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "learning/data_set.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "dataset/data_set.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/table.h"
 
 // The one shape of every k_... function: set "none", run the body, and turn

@@ -1,6 +1,7 @@
 // C API of compilation: triangulation, the elimination order, compiling.
 #include "capi/boundary.h"
 #include "compile/compile.h"
+#include "inference/compile_domain.h"
 #include "compile/junction_forest.h"
 
 using kelva::Domain;

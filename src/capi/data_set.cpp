@@ -10,8 +10,8 @@
 
 #include "capi/boundary.h"
 #include "learning/add_cases.h"
-#include "learning/data_set.h"
-#include "learning/statistics.h"
+#include "dataset/data_set.h"
+#include "dataset/statistics.h"
 
 using kelva::DataSet;
 using kelva::require;

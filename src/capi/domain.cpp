@@ -3,8 +3,8 @@
 #include <string>
 
 #include "capi/boundary.h"
-#include "model/names.h"
-#include "model/node.h"
+#include "network/names.h"
+#include "network/node.h"
 
 using kelva::capi::get;
 using kelva::capi::guard;

@@ -7,7 +7,7 @@
 #include "expr/expression.h"
 #include "expr/model.h"
 #include "platform/memory.h"
-#include "table/structure.h"
+#include "structure/structure.h"
 
 using kelva::capi::get;
 using kelva::capi::guard;

@@ -6,8 +6,8 @@
 #include <set>
 #include <unordered_map>
 
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/size.h"
 
 namespace kelva {

@@ -1,6 +1,4 @@
-// The two stages of compilation: triangulation (moral graph, elimination,
-// junction forest) and the compile stage on top of it (model tables, the
-// check of probability tables, the first propagation, the belief report).
+// Triangulation of a domain: moral graph, elimination, junction forest.
 #include "compile/compile.h"
 
 #include <ctime>
@@ -11,29 +9,17 @@
 #include "compile/junction_forest.h"
 #include "compile/moral_graph.h"
 #include "compile/triangulate.h"
-#include "expr/evaluate.h"
-#include "expr/generate.h"
-#include "inference/belief_report.h"
-#include "inference/propagate.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
-
-namespace {
 
 bool has_participants(const Domain& domain) noexcept {
   return domain.discrete_count() + domain.continuous_count() > 0;
 }
 
-// Flushes after a failure: the failure's own code is the one reported.
-void flush_quietly(const CompileLog& log) noexcept {
-  try {
-    log.flush();
-  } catch (const Error&) {
-  }
-}
+namespace {
 
 // The local time as ctime writes it, ending in a newline.
 void write_time_stamp(const CompileLog& log) {
@@ -57,7 +43,7 @@ void build_and_install(Domain& domain, Eliminate&& eliminate) {
     log.flush();
     domain.install_forest(std::move(forest));
   } catch (...) {
-    flush_quietly(log);
+    log.flush_quietly();
     throw;
   }
 }
@@ -96,34 +82,6 @@ void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& ord
   build_and_install(domain, [&](const MoralGraph& graph, CompileLog& log) {
     return triangulate_by_order(graph, order, log);
   });
-}
-
-void compile_domain(Domain& domain) {
-  require(has_participants(domain) && !domain.is_compiled());
-  const bool triangulated_here = !domain.is_triangulated();
-  if (triangulated_here) triangulate_domain(domain, K_TM_BEST_GREEDY);
-
-  CompileLog log(domain.log());
-  try {
-    domain.set_compiled(true);
-    generate_tables(domain, PriorBeliefs());
-    // Invalid tables are only reported: propagation has the last word.
-    if (log.active()) check_probability_potentials(domain);
-    for (const auto& tree : domain.forest()->trees) tree->needs_initialisation = true;
-    propagate_domain(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
-    if (log.active()) {
-      report_domain_beliefs(domain);
-      log.flush();
-    }
-  } catch (...) {
-    domain.set_compiled(false);
-    flush_quietly(log);
-    if (triangulated_here) {
-      domain.uncompile();
-      flush_quietly(log);
-    }
-    throw;
-  }
 }
 
 }  // namespace kelva

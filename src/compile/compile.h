@@ -9,6 +9,10 @@ namespace kelva {
 class Domain;
 class Node;
 
+/// Whether `domain` has a node that takes part in compilation (a discrete
+/// or continuous node).
+bool has_participants(const Domain& domain) noexcept;
+
 /// Triangulates `domain` by `method` and installs its junction forest (the
 /// frame of k_domain_triangulate: checks, time stamp, moral graph,
 /// triangulation, forest, final flush).  Throws Error; the domain stays
@@ -18,12 +22,6 @@ void triangulate_domain(Domain& domain, k_triangulation_method_t method);
 /// The same with a user-supplied elimination order (first eliminated
 /// first); Error(enumeration) for an invalid order, nothing changed.
 void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& order);
-
-/// Compiles `domain` (k_domain_compile): triangulates by best greedy unless
-/// triangulated, regenerates model tables, checks the probability tables
-/// when a log is set, propagates once and writes the belief report.  Throws
-/// Error; a failure leaves the domain as triangulated as it was.
-void compile_domain(Domain& domain);
 
 /// Checks the conditional probability tables of the domain's discrete nodes,
 /// writing the "Checking conditional probability potentials" section to the

@@ -4,8 +4,8 @@
 #include <cstdarg>
 #include <cstdint>
 
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 
@@ -38,6 +38,13 @@ void CompileLog::write_names(const std::vector<Node*>& nodes) const {
     }
   }
   if (column != 0) write("\n");
+}
+
+void CompileLog::flush_quietly() const noexcept {
+  try {
+    flush();
+  } catch (const Error&) {
+  }
 }
 
 void CompileLog::flush() const {

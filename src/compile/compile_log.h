@@ -31,6 +31,9 @@ class CompileLog {
   void write_names(const std::vector<Node*>& nodes) const;
   /// Flushes the stream; throws Error(io) on failure.
   void flush() const;
+  /// Flushes after a failure, ignoring a failed write: the failure's own
+  /// code is the one reported.
+  void flush_quietly() const noexcept;
 
   /// A cost as the log writes it: an unsigned decimal integer, or "HUGE"
   /// when it is not below 2^53.

@@ -5,8 +5,8 @@
 #include <memory>
 
 #include "compile/junction_forest.h"
-#include "model/domain.h"
-#include "model/error.h"
+#include "network/domain.h"
+#include "network/error.h"
 #include "table/size.h"
 #include "table/table.h"
 

@@ -9,8 +9,8 @@
 
 #include "compile/compile_log.h"
 #include "compile/triangulate.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 

@@ -2,6 +2,10 @@
 
 namespace kelva {
 
+Forest::Forest(Domain& owner) : domain(&owner) {
+  Destroy<Forest>::registered = [](Forest* forest) noexcept { delete forest; };
+}
+
 Forest::~Forest() {
   for (NodeSlot& slot : nodes)
     if (slot.node != nullptr) slot.node->forest_slot = Node::kNoSlot;
@@ -19,7 +23,5 @@ JunctionTree* Forest::next(const JunctionTree* tree) const noexcept {
     if (trees[i].get() == tree) return trees[i + 1].get();
   return nullptr;
 }
-
-void ForestDeleter::operator()(Forest* forest) const noexcept { delete forest; }
 
 }  // namespace kelva

@@ -6,7 +6,7 @@
 #include "compile/compile_log.h"
 #include "compile/forest_log.h"
 #include "compile/potential_assignment.h"
-#include "model/error.h"
+#include "network/error.h"
 #include "platform/memory.h"
 #include "table/size.h"
 

@@ -8,11 +8,11 @@
 
 #include "compile/compress.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
-#include "model/node_list.h"
-#include "model/object.h"
-#include "model/peer.h"
+#include "network/domain.h"
+#include "network/node.h"
+#include "network/node_list.h"
+#include "network/object.h"
+#include "network/peer.h"
 #include "table/index_plan.h"
 #include "table/size.h"
 #include "table/table.h"
@@ -207,7 +207,7 @@ struct ComponentSlot {
 /// it clears the nodes' forest slots.
 class Forest {
  public:
-  explicit Forest(Domain& domain) : domain(&domain) {}
+  explicit Forest(Domain& owner);
   ~Forest();
   Forest(const Forest&) = delete;
   Forest& operator=(const Forest&) = delete;

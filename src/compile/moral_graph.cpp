@@ -4,8 +4,8 @@
 #include <cstdint>
 
 #include "compile/compile_log.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva {
 

@@ -7,9 +7,9 @@
 
 #include "compile/compile_log.h"
 #include "compile/junction_forest.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "table/structure.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "structure/structure.h"
 
 namespace kelva {
 

@@ -8,12 +8,12 @@
 
 #include "compile/compile.h"
 #include "compile/compile_log.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
 #include "table/table.h"
-#include "text/net_writer.h"
+#include "network/state_text.h"
 
 namespace kelva {
 

@@ -27,8 +27,8 @@
 #include "compile/elimination.h"
 #include "compile/moral_graph.h"
 #include "compile/prime_components.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 

@@ -54,8 +54,8 @@
 
 #include "expr/expression.h"
 #include "expr/generation_log.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 

@@ -7,7 +7,7 @@
 
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "model/node.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "expr/distributions.h"
-#include "model/error.h"
+#include "network/error.h"
 
 namespace kelva {
 

@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 

@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/node_list.h"
-#include "model/object.h"
+#include "network/node_list.h"
+#include "network/object.h"
 
 namespace kelva {
 

@@ -28,13 +28,13 @@
 #include "expr/expression.h"
 #include "expr/generation_log.h"
 #include "expr/model.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
 #include "platform/memory.h"
 #include "table/size.h"
-#include "table/structure.h"
+#include "structure/structure.h"
 #include "table/table.h"
 
 namespace kelva {

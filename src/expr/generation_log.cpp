@@ -2,7 +2,7 @@
 
 #include <cstdarg>
 
-#include "model/error.h"
+#include "network/error.h"
 
 namespace kelva {
 

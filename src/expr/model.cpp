@@ -1,22 +1,21 @@
 #include "expr/model.h"
 
 #include "expr/expression.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/memory.h"
 #include "table/size.h"
 
 namespace kelva {
 
-void ModelDeleter::operator()(Model* model) const noexcept {
-  if (model == nullptr) return;
-  drop_peer(model->owner().domain().jni(), PeerField::model, model->peer);
-  delete model;
-}
-
 Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
     : Object(ObjectTag::model), owner_(&owner) {
+  // A dying model drops its Java peer first.
+  Destroy<Model>::registered = [](Model* model) noexcept {
+    drop_peer(model->owner().domain().jni(), PeerField::model, model->peer);
+    delete model;
+  };
   nodes_.reserve_more(model_nodes.size());
   for (Node* n : model_nodes) {
     nodes_.push_back(n);

@@ -4,9 +4,9 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/node_list.h"
-#include "model/object.h"
-#include "model/peer.h"
+#include "network/node_list.h"
+#include "network/object.h"
+#include "network/peer.h"
 
 namespace kelva {
 

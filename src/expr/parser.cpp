@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "expr/expression.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 
 namespace kelva {
 

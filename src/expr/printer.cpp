@@ -6,8 +6,8 @@
 #include <cstdio>
 #include <string>
 
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
 
 namespace kelva {

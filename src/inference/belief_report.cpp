@@ -6,11 +6,11 @@
 #include "compile/compile_log.h"
 #include "compile/junction_forest.h"
 #include "inference/node_value.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
-#include "text/case_state.h"
+#include "network/state_text.h"
 
 namespace kelva {
 

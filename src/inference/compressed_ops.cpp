@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva::compressed {

@@ -4,9 +4,9 @@
 #include <cmath>
 
 #include "compile/junction_forest.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 

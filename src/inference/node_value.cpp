@@ -4,8 +4,8 @@
 #include <limits>
 
 #include "compile/junction_forest.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva {
 

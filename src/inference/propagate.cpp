@@ -7,9 +7,9 @@
 #include "compile/junction_forest.h"
 #include "inference/clique_ops.h"
 #include "inference/evidence.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva {

@@ -1,7 +1,7 @@
 // Hand-written domain natives: deletion (the domain dies inside the call),
 // node creation with its Java peer, and the log file's UTF-16 name.
 #include "jni/jni_util.h"
-#include "model/node.h"
+#include "network/node.h"
 #include "natives.h"
 
 using namespace kelva;

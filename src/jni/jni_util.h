@@ -9,8 +9,8 @@
 #include <utility>
 
 #include "kelva/kelva.h"
-#include "model/error.h"
-#include "model/peer.h"
+#include "network/error.h"
+#include "network/peer.h"
 #include "platform/file.h"
 
 // Small RAII helpers for the native methods.  Every JNI resource a native

@@ -1,7 +1,7 @@
 // Hand-written EM natives: learning with a Java progress listener called
 // after every iteration.
 #include "jni/jni_util.h"
-#include "model/domain.h"
+#include "network/domain.h"
 #include "natives.h"
 
 using namespace kelva;

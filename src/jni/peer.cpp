@@ -1,13 +1,13 @@
 // Java peers: the engine's drop function, peer attachment, the domain behind
 // a handle, and the library's load hook.
-#include "model/peer.h"
+#include "network/peer.h"
 
 #include <jni.h>
 
 #include "expr/model.h"
 #include "jni/jni_util.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva::jni {

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "learning/data_set.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "dataset/data_set.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva {
 

@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "inference/evidence.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva {
 

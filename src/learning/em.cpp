@@ -18,14 +18,15 @@
 #include <vector>
 
 #include "compile/compile.h"
+#include "inference/compile_domain.h"
 #include "compile/compile_log.h"
 #include "compile/junction_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagate.h"
 #include "learning/case_evidence.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
 #include "table/index_plan.h"
 #include "table/table.h"
@@ -290,7 +291,7 @@ std::size_t total_count_or_throw(const Domain& domain) {
 // The log-likelihood of the cases under the current tables, cached.
 double compute_log_likelihood(Domain& domain) {
   const Domain::LogLikelihoodSource source{domain.cases.size(), domain.cases.total_count(),
-                                           domain.forest()};
+                                           domain.forest_serial()};
   if (domain.cached_log_likelihood && domain.cached_log_likelihood_source == source)
     return *domain.cached_log_likelihood;
   double total = 0.0;

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <new>
 
-#include "model/error.h"
+#include "network/error.h"
 #include "platform/memory.h"
 #include "table/size.h"
 

@@ -1,7 +1,7 @@
 #include "table/index_plan.h"
 
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/size.h"
 #include "table/table.h"
 

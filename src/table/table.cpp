@@ -4,16 +4,15 @@
 #include <cstring>
 #include <utility>
 
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/index_plan.h"
 #include "table/size.h"
 #include "table/table_ops.h"
 
 namespace kelva {
 
-void TableDeleter::operator()(Table* table) const noexcept { delete table; }
 
 namespace {
 
@@ -115,6 +114,7 @@ struct Table::Shape {
 
 Table::Table(Domain& domain, const std::vector<Node*>& nodes, TableRole role, Node* owner)
     : Object(ObjectTag::table), domain_(&domain), role_(role), owner_(owner) {
+  Destroy<Table>::registered = [](Table* table) noexcept { delete table; };
   nodes_.reserve_more(nodes.size());
   for (Node* n : nodes) {
     nodes_.push_back(n);

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "model/domain.h"
+#include "network/domain.h"
 #include "platform/worker_pool.h"
 #include "table/table.h"
 

@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "inference/evidence.h"
-#include "model/domain.h"
-#include "model/node.h"
-#include "text/case_state.h"
-#include "text/lexer.h"
+#include "network/domain.h"
+#include "network/node.h"
+#include "network/state_text.h"
+#include "lexer/lexer.h"
 #include "text/net_reader.h"
 #include "text/net_writer.h"
 

@@ -17,8 +17,8 @@
 #include <string_view>
 #include <utility>
 
-#include "learning/data_set.h"
-#include "model/error.h"
+#include "dataset/data_set.h"
+#include "network/error.h"
 #include "platform/locale_guard.h"
 #include "text/net_writer.h"
 

@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <vector>
 
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 #include "table/table.h"
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 #include "text/net_reader.h"
 
 namespace kelva {

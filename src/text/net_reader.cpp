@@ -15,11 +15,11 @@
 #include "expr/expression.h"
 #include "expr/model.h"
 #include "expr/parser.h"
-#include "model/domain.h"
-#include "model/node.h"
-#include "table/structure.h"
+#include "network/domain.h"
+#include "network/node.h"
+#include "structure/structure.h"
 #include "table/table.h"
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 
 namespace kelva {
 

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "model/error.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/node.h"
+#include "network/state_text.h"
 #include "table/size.h"
 #include "table/table.h"
 

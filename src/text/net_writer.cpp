@@ -11,65 +11,16 @@
 
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "model/attributes.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/attributes.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "platform/locale_guard.h"
-#include "table/structure.h"
+#include "network/state_text.h"
+#include "structure/structure.h"
 #include "table/table.h"
 
 namespace kelva {
-
-std::string quote_net_string(const std::string& text) {
-  std::string out = "\"";
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    switch (c) {
-      case '\t':
-        out += "\\t";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      default:
-        if (c >= 0x20 && c < 0x7f) {
-          out += static_cast<char>(c);
-        } else {
-          // Three digits when an octal digit follows, so that it stays out
-          // of the escape.
-          const char next = i + 1 < text.size() ? text[i + 1] : '\0';
-          char buffer[8];
-          std::snprintf(buffer, sizeof buffer, next >= '0' && next <= '7' ? "\\%03o" : "\\%o",
-                        static_cast<unsigned>(c));
-          out += buffer;
-        }
-    }
-  }
-  out += '"';
-  return out;
-}
-
-std::string format_number(const char* format, double value) {
-  char buffer[64];
-  std::snprintf(buffer, sizeof buffer, format, value);
-  return buffer;
-}
-
-std::string format_state_value(double value) {
-  if (value <= -DBL_MAX) return "-infinity";
-  if (value >= DBL_MAX) return "infinity";
-  return format_number("%.8G", value);
-}
 
 std::vector<Node*> nodes_in_creation_order(const Domain& domain) {
   std::vector<Node*> nodes;

@@ -37,19 +37,6 @@ void write_net_domain(const Domain& domain, TextSink& sink);
 /// order of creation (the reverse of the node chain, which runs newest first).
 std::vector<Node*> nodes_in_creation_order(const Domain& domain);
 
-/// `text` between double quotes with the NET escapes: \t \n \r \" \\, other
-/// bytes outside printable ASCII in octal (three digits when an octal digit
-/// follows, so that the reader does not take it into the escape).
-std::string quote_net_string(const std::string& text);
-
-/// `value` printed with the printf format `format` (one double conversion);
-/// the caller holds the "C" locale.
-std::string format_number(const char* format, double value);
-
-/// A state value as NET text: "infinity" / "-infinity" at or beyond the
-/// largest finite double, "%.8G" otherwise.
-std::string format_state_value(double value);
-
 /// How one table is written: which discrete nodes, in which order (first
 /// slowest), and for a continuous child its conditional-Gaussian items.
 struct NetTableText {

@@ -12,11 +12,11 @@
 #include <unordered_map>
 #include <vector>
 
-#include "model/domain.h"
-#include "model/node.h"
-#include "table/structure.h"
+#include "network/domain.h"
+#include "network/node.h"
+#include "structure/structure.h"
 #include "table/table.h"
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 #include "text/net_reader.h"
 
 namespace kelva {

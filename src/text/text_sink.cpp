@@ -2,7 +2,7 @@
 
 #include <cstring>
 
-#include "model/error.h"
+#include "network/error.h"
 
 namespace kelva {
 

@@ -10,7 +10,7 @@
 
 #include "compile/junction_forest.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
+#include "network/domain.h"
 #include "table/table.h"
 
 namespace kelva {

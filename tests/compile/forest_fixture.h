@@ -16,8 +16,8 @@
 #include "compile/moral_graph.h"
 #include "compile/triangulate.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva::test {
 

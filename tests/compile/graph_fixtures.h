@@ -15,8 +15,8 @@
 #include "compile/compile_log.h"
 #include "compile/moral_graph.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva::test {
 

@@ -21,7 +21,7 @@
 #include "compile/triangulate.h"
 #include "compile/forest_fixture.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
+#include "network/domain.h"
 #include "table/size.h"
 #include "table/table.h"
 

@@ -12,9 +12,9 @@
 
 #include "expr/expression.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 
 namespace kelva::test {
 

@@ -15,8 +15,8 @@
 
 #include "compile/junction_forest.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva {
 namespace {

@@ -12,7 +12,7 @@
 #include "inference/evidence.h"
 #include "inference/net_builder.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
+#include "network/domain.h"
 
 namespace {
 

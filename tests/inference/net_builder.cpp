@@ -5,7 +5,7 @@
 #include "compile/compile.h"
 #include "compile/junction_forest.h"
 #include "inference/propagate.h"
-#include "table/structure.h"
+#include "structure/structure.h"
 #include "table/table.h"
 
 namespace kelva::test {

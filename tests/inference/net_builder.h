@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace kelva::test {
 

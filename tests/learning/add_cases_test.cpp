@@ -8,9 +8,9 @@
 
 #include "common/fail_new.h"
 #include "kelva/kelva.h"
-#include "learning/data_set_fixture.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "dataset/data_set_fixture.h"
+#include "network/domain.h"
+#include "network/node.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva::test {

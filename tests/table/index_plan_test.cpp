@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "model/error.h"
+#include "network/error.h"
 #include "oracle.h"
 #include "platform/worker_pool.h"
 #include "table/index_plan.h"

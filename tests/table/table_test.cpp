@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "fixture.h"
-#include "model/error.h"
+#include "network/error.h"
 #include "table/index_plan.h"
 #include "table/size.h"
 

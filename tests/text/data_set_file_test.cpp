@@ -17,7 +17,7 @@
 
 #include "common/fail_new.h"
 #include "kelva/kelva.h"
-#include "learning/data_set.h"
+#include "dataset/data_set.h"
 
 namespace kelva {
 namespace {

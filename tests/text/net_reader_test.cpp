@@ -16,8 +16,8 @@
 #include "expr/expression.h"
 #include "expr/model.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva {

@@ -3,6 +3,7 @@
 // experience and fading tables, chain components), the file and string
 // sinks and their failures.
 #include "text/net_writer.h"
+#include "network/state_text.h"
 
 #include <gtest/gtest.h>
 
@@ -21,9 +22,9 @@
 #include "expr/model.h"
 #include "common/fail_new.h"
 #include "kelva/kelva.h"
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/table.h"
 
 namespace kelva {

@@ -1,4 +1,4 @@
-#include "learning/data_set.h"
+#include "dataset/data_set.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,7 +9,7 @@
 #include <unordered_set>
 #include <utility>
 
-#include "model/error.h"
+#include "network/error.h"
 
 namespace kelva {
 

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "model/object.h"
+#include "network/object.h"
 
 namespace kelva {
 

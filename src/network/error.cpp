@@ -1,4 +1,4 @@
-#include "model/error.h"
+#include "network/error.h"
 
 #include <array>
 
@@ -10,7 +10,7 @@ constexpr int kLastCode = 48;
 
 constexpr ErrorEntry kRows[] = {
 #define KELVA_ERROR(code, name, upper, description) {code, #name, description},
-#include "model/error_codes.def"
+#include "network/error_codes.def"
 #undef KELVA_ERROR
 };
 
@@ -25,7 +25,7 @@ constexpr std::array<ErrorEntry, kLastCode + 1> kTable = make_table();
 
 #define KELVA_ERROR(code, name, upper, description) \
   static_assert(K_ERROR_##upper == (code), "C header and error table disagree");
-#include "model/error_codes.def"
+#include "network/error_codes.def"
 #undef KELVA_ERROR
 
 }  // namespace

@@ -1,10 +1,10 @@
-#include "model/domain.h"
+#include "network/domain.h"
 
 #include <cstdio>
 
-#include "model/error.h"
-#include "model/names.h"
-#include "model/node.h"
+#include "network/error.h"
+#include "network/names.h"
+#include "network/node.h"
 #include "platform/file.h"
 
 namespace kelva {
@@ -31,7 +31,7 @@ Domain::~Domain() {
   // Tables that refer to nodes go first, while the Java context still stands.
   uncompile();
   chain_components.clear();
-  for (Table* t : free_tables_) TableDeleter{}(t);
+  for (Table* t : free_tables_) Destroy<Table>{}(t);
   free_tables_.clear();
   while (first_ != nullptr) destroy_node(first_);
   drop_context(jni_);
@@ -40,6 +40,7 @@ Domain::~Domain() {
 
 void Domain::install_forest(ForestPtr forest) noexcept {
   forest_ = std::move(forest);
+  ++forest_serial_;
   compiled_ = false;
   compressed_ = false;
 }

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "model/object.h"
+#include "network/object.h"
 
 namespace kelva {
 

@@ -1,4 +1,4 @@
-#include "model/peer.h"
+#include "network/peer.h"
 
 #include <atomic>
 

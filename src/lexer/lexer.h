@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "kelva/kelva.h"
-#include "model/error.h"
+#include "network/error.h"
 #include "platform/locale_guard.h"
 
 namespace kelva {

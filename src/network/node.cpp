@@ -1,9 +1,9 @@
-#include "model/node.h"
+#include "network/node.h"
 
 #include <cstdio>
 
-#include "model/domain.h"
-#include "model/error.h"
+#include "network/domain.h"
+#include "network/error.h"
 #include "platform/memory.h"
 
 namespace kelva {

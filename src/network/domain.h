@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/attributes.h"
-#include "model/case_store.h"
-#include "model/node.h"
-#include "model/node_list.h"
-#include "model/object.h"
-#include "model/peer.h"
+#include "network/attributes.h"
+#include "network/case_store.h"
+#include "network/node.h"
+#include "network/node_list.h"
+#include "network/object.h"
+#include "network/peer.h"
 
 namespace kelva {
 
@@ -24,11 +24,8 @@ namespace kelva {
 /// nodes joined by undirected links, their parents, and the component's
 /// table over the parents and the members.
 class Forest;
-/// Frees a junction forest; defined by the compilation layer.
-struct ForestDeleter {
-  void operator()(Forest* forest) const noexcept;
-};
-using ForestPtr = std::unique_ptr<Forest, ForestDeleter>;
+/// A junction forest, destroyed as the compilation layer registered.
+using ForestPtr = Owned<Forest>;
 
 struct ChainComponent {
   NodeList members;
@@ -97,6 +94,9 @@ class Domain : public Object {
   bool is_compressed() const noexcept { return compressed_; }
   void set_compiled(bool value) noexcept { compiled_ = value && forest_; }
   void set_compressed(bool value) noexcept { compressed_ = value && forest_; }
+  /// Identifies the forest in use: changes with every forest installed, 0
+  /// before the first.
+  std::uint64_t forest_serial() const noexcept { return forest_serial_; }
   /// Installs a freshly built forest on an untriangulated domain.
   void install_forest(ForestPtr forest) noexcept;
   /// Discards the junction forest and every result computed on it (the
@@ -137,7 +137,7 @@ class Domain : public Object {
   struct LogLikelihoodSource {
     std::size_t cases = 0;
     double total = 0.0;
-    const Forest* forest = nullptr;
+    std::uint64_t forest = 0;
     bool operator==(const LogLikelihoodSource&) const = default;
   } cached_log_likelihood_source;
 
@@ -163,6 +163,7 @@ class Domain : public Object {
   JniContext jni_;
   std::FILE* log_ = nullptr;
   ForestPtr forest_;
+  std::uint64_t forest_serial_ = 0;
   bool compiled_ = false;
   bool compressed_ = false;
   std::uint64_t table_changes_ = 0;

@@ -1,4 +1,4 @@
-#include "model/attributes.h"
+#include "network/attributes.h"
 
 namespace kelva {
 

@@ -1,4 +1,4 @@
-#include "model/evidence.h"
+#include "network/evidence.h"
 
 namespace kelva {
 

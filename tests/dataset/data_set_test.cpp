@@ -10,7 +10,7 @@
 
 #include "common/fail_new.h"
 #include "kelva/kelva.h"
-#include "learning/data_set_fixture.h"
+#include "dataset/data_set_fixture.h"
 
 namespace {
 

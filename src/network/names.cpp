@@ -1,8 +1,8 @@
-#include "model/names.h"
+#include "network/names.h"
 
 #include <cctype>
 
-#include "model/error.h"
+#include "network/error.h"
 #include "platform/locale_guard.h"
 
 namespace kelva {

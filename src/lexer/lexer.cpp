@@ -1,4 +1,4 @@
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 
 #include <array>
 #include <cassert>

@@ -1,9 +1,9 @@
-#include "learning/statistics.h"
+#include "dataset/statistics.h"
 
 #include <cmath>
 
-#include "learning/data_set.h"
-#include "model/error.h"
+#include "dataset/data_set.h"
+#include "network/error.h"
 
 namespace kelva {
 

@@ -1,7 +1,7 @@
 // The lexer: each reader's character table, names, words, numbers, strings
 // and their escapes, positions for both sources, pushback, line texts and
 // the parse frame.
-#include "text/lexer.h"
+#include "lexer/lexer.h"
 
 #include <gtest/gtest.h>
 

@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "model/attributes.h"
-#include "model/case_store.h"
-#include "model/evidence.h"
-#include "model/node_list.h"
-#include "model/object.h"
-#include "model/peer.h"
+#include "network/attributes.h"
+#include "network/case_store.h"
+#include "network/evidence.h"
+#include "network/node_list.h"
+#include "network/object.h"
+#include "network/owned.h"
+#include "network/peer.h"
 
 namespace kelva {
 
@@ -20,17 +21,12 @@ class Domain;
 class Model;
 class Table;
 
-/// Frees a table; defined by the table layer.
-struct TableDeleter {
-  void operator()(Table* table) const noexcept;
-};
-using TablePtr = std::unique_ptr<Table, TableDeleter>;
+/// A table, destroyed as the table layer registered.
+using TablePtr = Owned<Table>;
 
-/// Frees a model (dropping its Java peer); defined by the expression layer.
-struct ModelDeleter {
-  void operator()(Model* model) const noexcept;
-};
-using ModelPtr = std::unique_ptr<Model, ModelDeleter>;
+/// A model, destroyed (its Java peer dropped) as the expression layer
+/// registered.
+using ModelPtr = Owned<Model>;
 
 /// One variable of a network, or an instance of a class.
 class Node : public Object {

@@ -1,4 +1,4 @@
-#include "table/structure.h"
+#include "structure/structure.h"
 
 #include <algorithm>
 #include <array>
@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-#include "model/domain.h"
-#include "model/error.h"
-#include "model/node.h"
+#include "network/domain.h"
+#include "network/error.h"
+#include "network/node.h"
 #include "table/size.h"
 #include "table/table.h"
 
