@@ -2,7 +2,8 @@
 # Checks the layer order of the sources: every quoted #include under src/
 # must name a header of the file's own layer or of a layer below it, the
 # native layer may use only the C API and its peer interface, engine code
-# never calls a k_ function, and only the native layer includes jni.h.
+# never calls a k_ function, only the native layer includes jni.h, and the
+# tool includes nothing of the library but kelva/kelva.h.
 # Prints FILE:LINE: reason for every break and exits non-zero when there is
 # one.  The argument is the checkout to check (default: this one).  The
 # order is the one the build enforces (KELVA_LAYERS in CMakeLists.txt).
@@ -50,6 +51,12 @@ while IFS=: read -r file line header; do
     fail "$where" "$layer may not include \"$header\" ($target is above $layer)"
   fi
 done <<<"$includes"
+
+# The tool is a client of the C API like any other program.
+while IFS= read -r match; do
+  fail "${match%%:*}:$(cut -d: -f2 <<<"$match")" "the tool uses the C API only"
+done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include[[:space:]]*"[^"]*/' tools --include='*.h' --include='*.cpp' |
+           grep -v '"kelva/kelva.h"' || true)
 
 # The engine reports failures by throwing; only capi turns them into codes.
 while IFS= read -r match; do

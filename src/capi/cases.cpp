@@ -5,7 +5,7 @@
 #include <limits>
 
 #include "capi/boundary.h"
-#include "learning/case_evidence.h"
+#include "learning/cases.h"
 #include "platform/memory.h"
 
 using kelva::CaseColumn;

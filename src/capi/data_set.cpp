@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "capi/boundary.h"
-#include "learning/add_cases.h"
+#include "learning/cases.h"
 #include "dataset/data_set.h"
 #include "dataset/statistics.h"
 

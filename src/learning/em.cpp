@@ -23,7 +23,7 @@
 #include "compile/junction_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagate.h"
-#include "learning/case_evidence.h"
+#include "learning/cases.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
