@@ -44,7 +44,7 @@ void reverse_edge(Node& from, Node& to);
 /// Whether `ancestor` reaches `node` along directed links (a node reaches itself).
 bool reaches(const Node& ancestor, const Node& node);
 /// The test that a link parent -> child does not close a cycle in the
-/// evaluation of function nodes (see docs/ARCHITECTURE.md).  True when the
+/// evaluation of function nodes (see docs/decisions/functional_dependencies.md).  True when the
 /// link is allowed.
 bool functional_dependency_ok(const Node& child, const Node& parent);
 
