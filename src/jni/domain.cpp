@@ -16,7 +16,8 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainDele
   PeerContext* context = peers::context_of(domain);
   if (context != nullptr) peers::env_slot(*context) = env;
   const k_status_t status = k_domain_delete(domain);
-  if (status != 0 && context != nullptr) peers::env_slot(*context) = nullptr;  // a failed delete leaves it alive
+  // A failed delete leaves the domain alive.
+  if (status != 0 && context != nullptr) peers::env_slot(*context) = nullptr;
   return status;
 }
 

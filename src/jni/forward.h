@@ -1,3 +1,4 @@
+// The body of every generated native: argument and result conversions around one C API call.
 #pragma once
 
 #include <jni.h>

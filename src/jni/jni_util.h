@@ -1,3 +1,5 @@
+// Helpers of the native methods: handle casts, the error guard, RAII holders
+// of JNI resources, the JNIEnv scope of a call, and Java peer attachment.
 #pragma once
 
 #include <jni.h>
@@ -12,8 +14,8 @@
 #include "jni/unicode.h"
 #include "kelva/kelva.h"
 
-// Small RAII helpers for the native methods.  Every JNI resource a native
-// takes is released on every path, and no C++ exception leaves a native.
+// Every JNI resource a native takes is released on every path, and no C++
+// exception leaves a native.
 
 namespace kelva::jni {
 

@@ -17,7 +17,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNewList(J
   // A count whose byte size overflows (a negative one too) asks for the
   // all-ones size, and that allocation fails.
   k_size_t bytes = 0;
-  if (__builtin_mul_overflow(static_cast<k_size_t>(jn), k_size_t{sizeof(void*)}, &bytes)) bytes = K_SIZE_ERROR;
+  if (__builtin_mul_overflow(static_cast<k_size_t>(jn), k_size_t{sizeof(void*)}, &bytes))
+    bytes = K_SIZE_ERROR;
   return to_jlong(std::malloc(static_cast<std::size_t>(bytes)));
 }
 

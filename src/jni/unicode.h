@@ -1,9 +1,9 @@
+// UTF-16 <-> UTF-8 conversions of file names crossing the native boundary.
 #pragma once
 
-// Conversions between the UTF-16 of Java strings and the UTF-8 file names
-// the engine takes and keeps.  Modified UTF-8 (GetStringUTFChars,
-// NewStringUTF) spells characters outside the basic plane differently, so
-// file names cross through these instead.
+// Java strings are UTF-16 and the engine takes and keeps file names in
+// UTF-8.  Modified UTF-8 (GetStringUTFChars, NewStringUTF) spells characters
+// outside the basic plane differently, so file names cross through these.
 
 #include <cstddef>
 #include <string>
