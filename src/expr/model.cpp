@@ -13,7 +13,7 @@ Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
     : Object(ObjectTag::model), owner_(&owner) {
   // A dying model drops its Java peer first.
   Destroy<Model>::registered = [](Model* model) noexcept {
-    drop_peer(model->owner().domain().jni(), PeerField::model, model->peer);
+    drop_peer(model->owner().domain().peers(), PeerField::model, model->peer);
     delete model;
   };
   nodes_.reserve_more(model_nodes.size());
