@@ -39,10 +39,19 @@ R fail_with(k_error_t code, R value) noexcept {
 }
 
 /// Runs `body` and turns any C++ exception into the thread's error code and
-/// `failure` (see kelva::catch_to_code).
+/// `failure`, as the C boundary does.
 template <class R, class F>
 R guard(R failure, F&& body) noexcept {
-  return catch_to_code(failure, std::forward<F>(body));
+  try {
+    return body();
+  } catch (const Error& e) {
+    k_error_set(e.code());
+  } catch (const std::bad_alloc&) {
+    k_error_set(K_ERROR_NO_MEMORY);
+  } catch (...) {
+    k_error_set(K_ERROR_ERROR);
+  }
+  return failure;
 }
 
 /// The modified UTF-8 text of a Java string for the duration of a call.  A
