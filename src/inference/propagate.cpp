@@ -23,15 +23,11 @@ double evidence_entry(std::int64_t code, const std::vector<double>& vector, std:
   return 1.0;
 }
 
-// The root total must be a normal, finite double.  A negative total is the
-// failure value of the total's computation: the thread's code then stands
-// (and a negative total with the code still "none" passes).  NaN is overflow.
+// The root total must be a normal, finite double.  A negative total (only
+// tables holding negative numbers give one) is let through; the total's
+// computation itself never fails.  NaN is overflow.
 void check_total(double x) {
-  if (x < 0.0) {
-    const k_error_t code = k_error_code();
-    if (code != K_ERROR_NONE) throw Error(code);
-    return;
-  }
+  if (x < 0.0) return;
   if (x >= DBL_MIN && x < DBL_MAX) return;
   if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
   throw Error(K_ERROR_OVERFLOW);
