@@ -57,10 +57,22 @@ out=$(mktemp -d)
 trap 'rm -rf "$out"' EXIT
 bad=()
 
+# Runs "$@" FILE... over the NUL-separated file names on stdin, in parallel
+# jobs that each write their own log under $out/$1 (parallel writers to one
+# file would interleave their lines); prints the joined logs.
+run_parallel() {
+  local name=$1
+  shift
+  mkdir -p "$out/$name"
+  LOGS="$out/$name" xargs -0 -n 8 -P "$jobs" \
+    sh -c '"$@" >"$(mktemp "$LOGS/XXXXXX")" 2>&1 || true' sh "$@"
+  cat "$out/$name"/*
+}
+
 # Layout: clang-format reports each line it would change as FILE:LINE:COL.
 printf '%s\0' "${sources[@]}" |
-  xargs -0 -n 16 -P "$jobs" "$clang_format" --dry-run --Werror >"$out/format.log" 2>&1 || true
-mapfile -t unformatted < <(sed -nE 's/^([^:]+):[0-9]+:[0-9]+: (error|warning): .*/\1/p' \
+  run_parallel format "$clang_format" --dry-run --Werror >"$out/format.log"
+mapfile -t unformatted < <(sed -nE 's/^([^ :][^:]*):[0-9]+:[0-9]+: (error|warning): .*/\1/p' \
   "$out/format.log" | sort -u)
 for file in "${unformatted[@]}"; do
   bad+=("$file: not formatted (scripts/check-format.sh --fix)")
@@ -88,11 +100,9 @@ if grep -q '/src/jni/' "$database"; then
 fi
 mapfile -t units < <(sed -nE 's/^ *"file": "([^"]*)",?$/\1/p' "$database" |
   grep -E "^$repo/(src|tools)/.*\.cpp$" | sort -u)
-printf '%s\0' "${units[@]}" |
-  xargs -0 -n 4 -P "$jobs" "$clang_tidy" -p build/release --quiet >"$out/tidy.log" \
-    2>"$out/tidy.err" || true
-if grep -qE '(^|: )error:' "$out/tidy.log" "$out/tidy.err"; then
-  cat "$out/tidy.log" "$out/tidy.err"
+printf '%s\0' "${units[@]}" | run_parallel tidy "$clang_tidy" -p build/release --quiet >"$out/tidy.log"
+if grep -qE '(^|: )error:|Error while processing' "$out/tidy.log"; then
+  cat "$out/tidy.log"
   echo "check-format: clang-tidy could not read every file" >&2
   exit 2
 fi
