@@ -189,13 +189,13 @@ void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
 // distribute onto its first child's separator).
 double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   const auto& schedule = tree.schedule;
-  constexpr std::size_t none = JunctionTree::kNoLink;
+  constexpr std::size_t kNone = JunctionTree::kNoLink;
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& link = schedule[i];
     if (how == Reduce::max) check_total(clique_total(*link.outer, how, par));
     const JunctionTree::Message* next =
-        link.first_out && link.parent != none ? &schedule[link.parent] : nullptr;
-    send_message(link, false, how, par, link.first_child != none,
+        link.first_out && link.parent != kNone ? &schedule[link.parent] : nullptr;
+    send_message(link, false, how, par, link.first_child != kNone,
                  next != nullptr ? next->separator : nullptr,
                  next != nullptr ? next->outer_plan : nullptr);
   }
@@ -207,8 +207,8 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   tree.log_normalization_constant += std::log(x);
   for (const JunctionTree::Message& link : schedule) {
     const JunctionTree::Message* next =
-        link.first_child != none ? &schedule[link.first_child] : nullptr;
-    send_message(link, true, how, par, link.first_out && link.parent != none,
+        link.first_child != kNone ? &schedule[link.first_child] : nullptr;
+    send_message(link, true, how, par, link.first_out && link.parent != kNone,
                  next != nullptr ? next->separator : nullptr,
                  next != nullptr ? next->inner_plan : nullptr);
   }
