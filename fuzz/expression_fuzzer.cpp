@@ -11,15 +11,13 @@
 #include <string>
 
 #include "expr/expression.h"
+#include "fuzz_check.h"
 #include "kelva/kelva.h"
 #include "network/error.h"
 
-#include "fuzz_check.h"
-
 namespace {
 
-k_node_t make(k_domain_t d, const char* name, k_kind_t kind, k_subtype_t subtype,
-              k_size_t states) {
+k_node_t make(k_domain_t d, const char* name, k_kind_t kind, k_subtype_t subtype, k_size_t states) {
   k_node_t n = k_domain_new_node(d, K_CATEGORY_CHANCE, kind, subtype);
   CHECK(n != nullptr);
   CHECK(k_node_set_name(n, name) == 0);

@@ -121,7 +121,7 @@ const std::vector<std::uint32_t>& CompressedForest::assigned_map(
 }
 
 const std::vector<std::uint32_t>& CompressedForest::home_map(const Forest& forest,
-                                                            const NodeSlot& slot) const noexcept {
+                                                             const NodeSlot& slot) const noexcept {
   return home_maps[static_cast<std::size_t>(&slot - forest.nodes.data())];
 }
 

@@ -277,10 +277,8 @@ void Eliminator::recompute_clique(Index x) {
   Index continuous = discrete_[x] ? 0 : 1;
   if (weighted_)
     graph_.for_each_neighbour(x, [&](Index a) {
-      if (discrete_[a])
-        product *= static_cast<double>(input_.nodes[a]->state_count());
-      else
-        ++continuous;
+      if (discrete_[a]) product *= static_cast<double>(input_.nodes[a]->state_count());
+      else ++continuous;
     });
   product_[x] = product;
   continuous_[x] = continuous;
@@ -441,8 +439,7 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
       if (discrete_[v]) {
         if (product_[x] < kExactLimit)
           product_[x] /= static_cast<double>(input_.nodes[v]->state_count());
-        else
-          recompute_clique(x);
+        else recompute_clique(x);
       } else {
         --continuous_[x];
       }
@@ -490,8 +487,7 @@ EliminationResult Eliminator::run_greedy() {
 }
 
 EliminationResult Eliminator::run_in_order(const IndexList& order,
-                                           void (*on_vertex)(void*, std::size_t),
-                                           void* context) {
+                                           void (*on_vertex)(void*, std::size_t), void* context) {
   for (std::size_t step = 0; step < order.size(); ++step) {
     on_vertex(context, step);
     graph_.neighbours(order[step], nb_);
@@ -618,7 +614,7 @@ void remove_redundant_fill_ins(const EliminationInput& graph, EliminationResult&
       removed = true;
       if (log.active())
         log.write("\tRemoving redundant fill-in between %s and %s\n", name_of(graph.nodes[a]),
-                name_of(graph.nodes[b]));
+                  name_of(graph.nodes[b]));
       fills.erase(key(a, b));
       cliques[id].alive = false;
       IndexList parts[2];
@@ -656,7 +652,8 @@ bool is_perfect_elimination_order(const std::vector<IndexList>& adjacency, const
   for (Index v = 0; v < n; ++v) {
     Index parent = static_cast<Index>(-1);
     for (Index w : adjacency[v])
-      if (position[w] > position[v] && (parent == static_cast<Index>(-1) || position[w] < position[parent]))
+      if (position[w] > position[v] &&
+          (parent == static_cast<Index>(-1) || position[w] < position[parent]))
         parent = w;
     if (parent == static_cast<Index>(-1)) continue;
     for (Index w : adjacency[v])

@@ -11,9 +11,9 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
+#include "network/state_text.h"
 #include "platform/locale_guard.h"
 #include "table/table.h"
-#include "network/state_text.h"
 
 namespace kelva {
 
@@ -55,7 +55,8 @@ void write_configuration(const CompileLog& log, const Table& table, std::uint64_
   for (std::size_t i = 0; i < counts.size(); ++i) {
     if (i == skip) continue;
     Node& node = *table.nodes()[i];
-    log.write("    %s = %s\n", node.name_or_generate().c_str(), state_text(node, states[i]).c_str());
+    log.write("    %s = %s\n", node.name_or_generate().c_str(),
+              state_text(node, states[i]).c_str());
   }
 }
 
@@ -120,9 +121,10 @@ bool check_table(const CompileLog& log, Node& node, const Table& table) {
   }
   if (!valid) return false;
   if (any_sum && max - min > min * 0.0001)
-    log.write("\nWarning: Conditional distributions for %s sum to different values:\n"
-              "    min = %g\n    max = %g\n",
-              name, min, max);
+    log.write(
+        "\nWarning: Conditional distributions for %s sum to different values:\n"
+        "    min = %g\n    max = %g\n",
+        name, min, max);
   return true;
 }
 

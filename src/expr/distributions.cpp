@@ -306,14 +306,10 @@ void check_continuous(const DistributionValue& d, const GenerationLog& log) {
 void write_range(const GenerationLog& log, const Node& owner, double lo, double hi,
                  const char* truncated, int op) {
   log.write("Node %s: State range must include ", node_name(owner));
-  if (std::isinf(lo) && lo < 0)
-    log.write("(-inf, ");
-  else
-    log.write("[%g, ", lo);
-  if (std::isinf(hi) && hi > 0)
-    log.write("inf)");
-  else
-    log.write("%g]", hi);
+  if (std::isinf(lo) && lo < 0) log.write("(-inf, ");
+  else log.write("[%g, ", lo);
+  if (std::isinf(hi) && hi > 0) log.write("inf)");
+  else log.write("%g]", hi);
   log.write(" for %s%s distribution\n", truncated, name_of(op));
 }
 

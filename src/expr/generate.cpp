@@ -33,8 +33,8 @@
 #include "network/node.h"
 #include "platform/locale_guard.h"
 #include "platform/memory.h"
-#include "table/size.h"
 #include "structure/structure.h"
+#include "table/size.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -161,10 +161,8 @@ void value_row(const Value& v, Node& owner, const GenerationLog& log, std::vecto
       pick_label(v.label);
       return;
     case Value::Kind::boolean:
-      if (owner.subtype() == K_SUBTYPE_BOOLEAN)
-        out[v.boolean ? 1 : 0] = 1.0;
-      else
-        pick_label(v.boolean ? "true" : "false");
+      if (owner.subtype() == K_SUBTYPE_BOOLEAN) out[v.boolean ? 1 : 0] = 1.0;
+      else pick_label(v.boolean ? "true" : "false");
       return;
     case Value::Kind::number:
       if (owner.subtype() == K_SUBTYPE_NUMBER) {

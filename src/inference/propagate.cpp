@@ -17,7 +17,8 @@ namespace kelva {
 namespace {
 
 // Entry i of the evidence vector that `code` and `vector` stand for.
-double evidence_entry(std::int64_t code, const std::vector<double>& vector, std::size_t i) noexcept {
+double evidence_entry(std::int64_t code, const std::vector<double>& vector,
+                      std::size_t i) noexcept {
   if (code >= 0) return static_cast<std::uint64_t>(code) == i ? 1.0 : 0.0;
   if (code == Evidence::kVector && i < vector.size()) return vector[i];
   return 1.0;
@@ -78,8 +79,8 @@ void build_schedule(JunctionTree& tree, Clique* root) {
     for (const Clique::Link& link : clique->links) {
       if (link.neighbour == from) continue;
       schedule.push_back({clique, link.neighbour, link.separator, plan_of(clique, *link.separator),
-                          plan_of(link.neighbour, *link.separator), parent,
-                          JunctionTree::kNoLink, first});
+                          plan_of(link.neighbour, *link.separator), parent, JunctionTree::kNoLink,
+                          first});
       first = false;
     }
   };
@@ -122,7 +123,8 @@ void prepare(JunctionTree& tree) {
       const std::size_t n = node.state_count();
       if (slot.marginal.size() != n) slot.marginal.assign(n, 0.0);
       if (utilities && slot.expected_utility.size() != n) slot.expected_utility.assign(n, 0.0);
-      if (node.evidence.propagated_vector.capacity() < n) node.evidence.propagated_vector.reserve(n);
+      if (node.evidence.propagated_vector.capacity() < n)
+        node.evidence.propagated_vector.reserve(n);
       if (n > most_states) most_states = n;
     } else if (node.category() == K_CATEGORY_UTILITY) {
       if (slot.expected_utility.size() != 1) slot.expected_utility.assign(1, 0.0);
@@ -155,7 +157,8 @@ void multiply_entered_evidence(JunctionTree& tree, const Parallelism& par) {
     if (!node.is_discrete() || node.evidence.entered_code == Evidence::kNone) continue;
     const NodeSlot* slot = forest.slot(node);
     if (slot == nullptr || slot->home == nullptr) continue;
-    evidence_vector(node.evidence.entered_code, node.evidence.entered_vector, node.state_count(), v);
+    evidence_vector(node.evidence.entered_code, node.evidence.entered_vector, node.state_count(),
+                    v);
     multiply_into_home(*slot, v, par);
   }
 }
@@ -234,8 +237,8 @@ void set_conditional_utilities(JunctionTree& tree, const Parallelism& par) {
   Forest& forest = *tree.domain->forest();
   double elsewhere = 0.0;
   for (const NodeSlot& slot : forest.nodes)
-    if (slot.node != nullptr && slot.node->category() == K_CATEGORY_UTILITY &&
-        slot.tree != &tree && slot.tree != nullptr && !slot.expected_utility.empty())
+    if (slot.node != nullptr && slot.node->category() == K_CATEGORY_UTILITY && slot.tree != &tree &&
+        slot.tree != nullptr && !slot.expected_utility.empty())
       elsewhere += slot.expected_utility[0];
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     NodeSlot* slot = forest.slot(**p);
@@ -320,7 +323,8 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     if (!node.is_discrete()) continue;
     const Evidence& ev = node.evidence;
     if (ev.entered_code != Evidence::kNone) entered = true;
-    if (ev.entered_code != Evidence::kNone || ev.propagated_code != Evidence::kNone) involved = true;
+    if (ev.entered_code != Evidence::kNone || ev.propagated_code != Evidence::kNone)
+      involved = true;
     if (!evidence_to_propagate(node)) continue;
     waiting = true;
     if (!absorbable(node)) absorbs = false;

@@ -2,12 +2,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
-
-#include <memory>
-#include <optional>
 #include <vector>
 
 #include "kelva/kelva.h"

@@ -150,8 +150,8 @@ Table& experience_table(Node& node) {
 Table& fading_table(Node& node) {
   require(node.category() == K_CATEGORY_CHANCE && node.is_discrete());
   if (node.fading_table() == nullptr) {
-    TablePtr table(new Table(node.domain(), discrete_parents_newest_first(node),
-                             TableRole::fading, &node));
+    TablePtr table(
+        new Table(node.domain(), discrete_parents_newest_first(node), TableRole::fading, &node));
     double* data = table->data();
     std::fill(data, data + table->size(), 1.0);
     node.fading_slot() = std::move(table);
@@ -350,8 +350,8 @@ void reverse_edge(Node& from, Node& to) {
   const std::vector<std::uint64_t> no_strides(all.size(), 0);
   std::array<std::vector<std::uint64_t>, 4> strides{
       old_from != nullptr ? strides_in(*old_from, all) : no_strides,
-      old_to != nullptr ? strides_in(*old_to, all) : no_strides,
-      strides_in(*new_to_table, all), strides_in(*new_from_table, all)};
+      old_to != nullptr ? strides_in(*old_to, all) : no_strides, strides_in(*new_to_table, all),
+      strides_in(*new_from_table, all)};
   const double* pf = old_from != nullptr ? old_from->data() : nullptr;
   const double* pt = old_to != nullptr ? old_to->data() : nullptr;
   double* nt = new_to_table->data();
@@ -403,9 +403,11 @@ void set_number_of_states(Node& node, std::size_t count) {
   const std::size_t old = node.state_count();
   if (count == old) return;
   EditBatch batch;
-  for (Table* t : tables_holding(node, node)) batch.copy_of(*t).change_state_count(&node, old, count);
+  for (Table* t : tables_holding(node, node))
+    batch.copy_of(*t).change_state_count(&node, old, count);
   for (Node* c : node.children())
-    for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).change_state_count(&node, old, count);
+    for (Table* t : tables_holding(*c, node))
+      batch.copy_of(*t).change_state_count(&node, old, count);
   for (Table* t : node.domain().free_tables())
     if (holds(t, &node)) batch.copy_of(*t).change_state_count(&node, old, count);
   for (Table* t : component_tables_holding(node))
@@ -445,7 +447,8 @@ void reorder_states(Node& node, const std::vector<const char*>& order) {
     for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).permute_states(&node, new_to_old);
   for (Table* t : node.domain().free_tables())
     if (holds(t, &node)) batch.copy_of(*t).permute_states(&node, new_to_old);
-  for (Table* t : component_tables_holding(node)) batch.copy_of(*t).permute_states(&node, new_to_old);
+  for (Table* t : component_tables_holding(node))
+    batch.copy_of(*t).permute_states(&node, new_to_old);
   node.permute_states(new_to_old);
   batch.commit();
   mark_for_generation(node, true);

@@ -15,8 +15,8 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
-#include "platform/locale_guard.h"
 #include "network/state_text.h"
+#include "platform/locale_guard.h"
 #include "structure/structure.h"
 #include "table/table.h"
 

@@ -1,15 +1,15 @@
+#include "inference/evidence.h"
+
 #include <gtest/gtest.h>
 
 #include <cfloat>
 #include <cmath>
 #include <limits>
 #include <memory>
-
 #include <random>
 
 #include "common/fail_new.h"
 #include "compile/junction_forest.h"
-#include "inference/evidence.h"
 #include "inference/net_builder.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
@@ -225,7 +225,7 @@ TEST_F(Evidence, ValuesOfNumericAndContinuousNodes) {
   EXPECT_EQ(k_node_get_selected_state(num), 2);
   EXPECT_NE(k_node_enter_value(num, 3.0), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_selected_state(num), 2);  // unchanged
+  EXPECT_EQ(k_node_get_selected_state(num), 2);       // unchanged
   ASSERT_EQ(k_node_set_state_value(num, 1, 4.0), 0);  // 1, 4, 4
   EXPECT_NE(k_node_enter_value(num, 1.0), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_INVALID_STATE_VALUES);

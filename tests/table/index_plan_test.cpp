@@ -1,5 +1,7 @@
 // Index plans and their kernels against the decode/re-encode oracle, and the
 // threaded forms against the single-threaded ones.
+#include "table/index_plan.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +16,6 @@
 #include "network/error.h"
 #include "oracle.h"
 #include "platform/worker_pool.h"
-#include "table/index_plan.h"
 #include "table/table_ops.h"
 
 namespace kelva {
@@ -84,8 +85,7 @@ TEST(IndexPlan, WalksAndKernelsMatchOracleOnRandomLayouts) {
     ASSERT_EQ(walked_map(plan, 0, n), oracle);
     if (const std::uint16_t* map = plan.map())
       ASSERT_TRUE(std::equal(oracle.begin(), oracle.end(), map));
-    else if (trial % 8 == 0)
-      ASSERT_GT(n, IndexPlan::kMapMaxLarge);
+    else if (trial % 8 == 0) ASSERT_GT(n, IndexPlan::kMapMaxLarge);
 
     // A walk may start and stop anywhere.
     const std::uint64_t b = rng() % (n + 1), e = b + rng() % (n - b + 1);
@@ -178,8 +178,8 @@ TEST(IndexPlan, ThreadedResultsEqualSingleThreadedBitForBit) {
   std::uniform_real_distribution<double> dist(0.0, 1.0);
   std::vector<double> large(32768);
   for (double& x : large) x = dist(rng);
-  const std::vector<std::vector<std::size_t>> layouts{
-      {}, {0}, {5}, {1, 3}, {3, 1}, {0, 2, 4}, {2}, {5, 4, 3, 2, 1, 0}};
+  const std::vector<std::vector<std::size_t>> layouts{{},     {0},       {5}, {1, 3},
+                                                      {3, 1}, {0, 2, 4}, {2}, {5, 4, 3, 2, 1, 0}};
   const std::uint64_t grain = 1000;
   for (const auto& axes : layouts) {
     SCOPED_TRACE(::testing::Message() << "layout of " << axes.size() << " nodes");

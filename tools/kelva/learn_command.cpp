@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <type_traits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "cli_error.h"
@@ -48,7 +48,8 @@ void read_cases(k_domain_t domain, const std::string& file) {
   if (!data) throw ApiError(k_error_code());
   const k_size_t columns = checked(k_ds_get_number_of_columns(data.get()));
   for (k_size_t c = 0; c < columns; ++c)
-    for (const char* missing : {"*", "?"}) checked(k_ds_replace_values(data.get(), c, missing, nullptr));
+    for (const char* missing : {"*", "?"})
+      checked(k_ds_replace_values(data.get(), c, missing, nullptr));
   checked(k_domain_add_cases(domain, data.get(), 0, checked(k_ds_get_number_of_rows(data.get()))));
 }
 
@@ -70,7 +71,8 @@ void run_learn(std::FILE* out, const Options& options) {
   for (k_node_t n = checked(k_domain_get_first_node(domain.get())); n != nullptr;
        n = checked(k_node_get_next(n))) {
     if (checked(k_node_get_category(n)) != K_CATEGORY_CHANCE ||
-        checked(k_node_get_kind(n)) != K_KIND_DISCRETE || checked(k_node_has_experience_table(n)) == 1)
+        checked(k_node_get_kind(n)) != K_KIND_DISCRETE ||
+        checked(k_node_has_experience_table(n)) == 1)
       continue;
     added.push_back(checked(k_node_get_experience_table(n)));
   }
@@ -84,7 +86,8 @@ void run_learn(std::FILE* out, const Options& options) {
 
   const auto start = std::chrono::steady_clock::now();
   checked(k_domain_learn_tables(domain.get()));
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const double ll = checked(k_domain_get_log_likelihood(domain.get()));
   const double aic = checked(k_domain_get_aic(domain.get()));
   const double bic = checked(k_domain_get_bic(domain.get()));

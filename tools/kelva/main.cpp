@@ -14,15 +14,33 @@ namespace {
 void run(const kelva::cli::Options& options) {
   using kelva::cli::Command;
   switch (options.command) {
-    case Command::help: kelva::cli::run_help(stdout); break;
-    case Command::version: kelva::cli::run_version(stdout); break;
-    case Command::nodes: kelva::cli::run_nodes(stdout, options); break;
-    case Command::convert: kelva::cli::run_convert(options); break;
-    case Command::beliefs: kelva::cli::run_beliefs(stdout, options); break;
-    case Command::bench: kelva::cli::run_bench(stdout, options); break;
-    case Command::compile: kelva::cli::run_compile(stdout, options); break;
-    case Command::sample: kelva::cli::run_sample(options); break;
-    case Command::learn: kelva::cli::run_learn(stdout, options); break;
+    case Command::help:
+      kelva::cli::run_help(stdout);
+      break;
+    case Command::version:
+      kelva::cli::run_version(stdout);
+      break;
+    case Command::nodes:
+      kelva::cli::run_nodes(stdout, options);
+      break;
+    case Command::convert:
+      kelva::cli::run_convert(options);
+      break;
+    case Command::beliefs:
+      kelva::cli::run_beliefs(stdout, options);
+      break;
+    case Command::bench:
+      kelva::cli::run_bench(stdout, options);
+      break;
+    case Command::compile:
+      kelva::cli::run_compile(stdout, options);
+      break;
+    case Command::sample:
+      kelva::cli::run_sample(options);
+      break;
+    case Command::learn:
+      kelva::cli::run_learn(stdout, options);
+      break;
   }
 }
 
