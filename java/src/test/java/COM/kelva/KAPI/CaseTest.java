@@ -1,5 +1,6 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.file.Files;
@@ -7,25 +8,10 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 
 /** Stored cases and case files through the Java API. */
 class CaseTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
-  private static Node labelled(Domain d, String name, String... labels) {
-    Node n = d.newNode(Category.CHANCE, Kind.DISCRETE);
-    n.setName(name);
-    n.setNumberOfStates(labels.length);
-    for (int i = 0; i < labels.length; i++) {
-      n.setStateLabel(i, labels[i]);
-    }
-    return n;
-  }
-
   @Test
   void storedCasesAreKeptPerNode() {
     try (Domain d = new Domain()) {

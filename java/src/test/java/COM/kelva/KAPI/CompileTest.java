@@ -1,5 +1,6 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.ArrayList;
@@ -7,14 +8,9 @@ import java.util.HashSet;
 import java.util.List;
 import java.util.Set;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 
 /** Triangulating and compiling through the Java API, and the junction forest's objects. */
 class CompileTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
   // A -> B, A -> C, B -> D, C -> D, and E alone: two trees.
   private static final String NET =
       "net { }\n"

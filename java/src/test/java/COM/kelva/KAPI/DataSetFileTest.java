@@ -1,5 +1,6 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.charset.StandardCharsets;
@@ -8,16 +9,11 @@ import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 
 /** Data sets read from and written as delimited text through the Java API. */
 class DataSetFileTest {
   @TempDir Path dir;
-
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
 
   /** Every cell, column names first, missing cells as null. */
   private static List<List<String>> cells(DataSet ds) {

@@ -1,17 +1,13 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 
 /** Data sets through the Java API: texts, arrays and numbers across the boundary. */
 class DataSetTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
   /** A data set with the given column names and rows (null: a missing cell). */
   private static DataSet of(String[] names, String[]... rows) {
     DataSet ds = new DataSet();

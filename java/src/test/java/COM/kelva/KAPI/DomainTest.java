@@ -1,20 +1,16 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 
 /** Domains and nodes through the Java API. */
 class DomainTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
   @Test
   void closingTheDomainZeroesEveryPeer() {
     Domain d = new Domain();

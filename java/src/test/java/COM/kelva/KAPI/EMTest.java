@@ -1,11 +1,11 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 
 /** EM learning through the Java API: settings, preconditions and scores. */
 class EMTest {
@@ -15,10 +15,6 @@ class EMTest {
           + "node B { states = (\"b0\" \"b1\" \"b2\"); }\n"
           + "potential (A) { data = (0.4 0.6); }\n"
           + "potential (B | A) { data = ((0.5 0.25 0.25) (0.1 0.2 0.7)); }\n";
-
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
 
   @Test
   void settings() {

@@ -1,16 +1,12 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 
 /** Entering, reading and retracting evidence through the Java API. */
 class EvidenceTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
   private static double[] findings(Node n) {
     double[] v = new double[(int) n.getNumberOfStates()];
     for (int i = 0; i < v.length; i++) {

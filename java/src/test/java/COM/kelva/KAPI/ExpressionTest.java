@@ -1,5 +1,6 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static COM.kelva.KAPI.Expression.composite;
 import static COM.kelva.KAPI.Expression.number;
 import static COM.kelva.KAPI.Native.AbstractNativeKAPI.kErrorCode;
@@ -8,14 +9,9 @@ import static org.junit.jupiter.api.Assertions.*;
 import java.util.ArrayList;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 
 /** Expressions through the Java API: building, reading, printing, parsing, lifetime. */
 class ExpressionTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
   /** A domain with discrete nodes "A" (states "x", "y") and its child "B". */
   private static Domain twoNodes() {
     Domain d = new Domain();

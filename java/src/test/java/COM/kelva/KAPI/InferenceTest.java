@@ -1,21 +1,17 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 import org.junit.jupiter.api.io.TempDir;
 
 /** Propagation, beliefs and the belief report through the Java API. */
 class InferenceTest {
   private static final double EPS = 1e-12;
-
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
 
   /** rain -> wet: P(rain) = 0.2, P(wet | rain) = 0.9, P(wet | no rain) = 0.25. */
   private static Domain rain() {

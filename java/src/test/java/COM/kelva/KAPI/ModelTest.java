@@ -1,29 +1,15 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static COM.kelva.KAPI.Expression.composite;
 import static COM.kelva.KAPI.Expression.number;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.List;
 import org.junit.jupiter.api.Test;
-import org.junit.jupiter.api.function.Executable;
 
 /** Models and table generation through the Java API. */
 class ModelTest {
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
-
-  private static Node labelled(Domain d, String name, String... labels) {
-    Node n = d.newNode(Category.CHANCE, Kind.DISCRETE);
-    n.setName(name);
-    n.setNumberOfStates(labels.length);
-    for (int i = 0; i < labels.length; i++) {
-      n.setStateLabel(i, labels[i]);
-    }
-    return n;
-  }
-
   @Test
   void aModelKeepsItsSlotsAndSettings() {
     try (Domain d = new Domain()) {

@@ -1,5 +1,6 @@
 package COM.kelva.KAPI;
 
+import static COM.kelva.KAPI.Fixtures.*;
 import static COM.kelva.KAPI.Native.AbstractNativeKAPI.*;
 import static org.junit.jupiter.api.Assertions.*;
 
@@ -79,10 +80,6 @@ class NetTest {
 
   /** A network whose only message is a warning. */
   private static final String WARNED = "node A { }\npotential (A) { }\n";
-
-  private static void assertFails(ErrorCode code, Executable call) {
-    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
-  }
 
   /** Collects the reports of a parse. */
   private static final class Reports implements ParseListener {

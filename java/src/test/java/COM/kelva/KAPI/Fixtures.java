@@ -1,0 +1,27 @@
+package COM.kelva.KAPI;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+
+import org.junit.jupiter.api.function.Executable;
+
+/** Helpers shared by the test classes. */
+final class Fixtures {
+  private Fixtures() {}
+
+  /** Runs `call` and checks that it throws a KelvaException with `code`. */
+  static void assertFails(ErrorCode code, Executable call) {
+    assertEquals(code, assertThrows(KelvaException.class, call).getCode());
+  }
+
+  /** A discrete chance node named `name` with the given state labels. */
+  static Node labelled(Domain d, String name, String... labels) {
+    Node n = d.newNode(Category.CHANCE, Kind.DISCRETE);
+    n.setName(name);
+    n.setNumberOfStates(labels.length);
+    for (int i = 0; i < labels.length; i++) {
+      n.setStateLabel(i, labels[i]);
+    }
+    return n;
+  }
+}
