@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "common/fail_new.h"
 #include "common/shared_nets.h"
 #include "compile/compile_log.h"
@@ -446,18 +447,15 @@ TEST(JunctionForest, Queries) {
   EXPECT_TRUE(usage(k_node_get_junction_tree(nullptr) == nullptr));
   // A handle of the wrong sort is refused.
   EXPECT_TRUE(usage(k_jt_get_root(reinterpret_cast<k_junction_tree_t>(net.d)) == nullptr));
-  EXPECT_EQ(k_domain_get_first_junction_tree(net.d), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
-  EXPECT_EQ(k_node_get_junction_tree(a), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_NULL_WITH(k_domain_get_first_junction_tree(net.d), K_ERROR_NONE);
+  EXPECT_NULL_WITH(k_node_get_junction_tree(a), K_ERROR_NOT_COMPILED);
 
   ASSERT_EQ(build_forest(domain, eliminate(domain, named(domain, {"B", "C", "A", "D"}))), 0);
   k_junction_tree_t first = k_domain_get_first_junction_tree(net.d);
   ASSERT_NE(first, nullptr);
   k_junction_tree_t second = k_jt_get_next(first);
   ASSERT_NE(second, nullptr);
-  EXPECT_EQ(k_jt_get_next(second), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_NULL_WITH(k_jt_get_next(second), K_ERROR_NONE);
   EXPECT_EQ(k_jt_get_total_size(first), 2u);
   EXPECT_EQ(k_jt_get_total_size(second), 12u);
   EXPECT_EQ(k_jt_get_total_cg_size(second), 0u);
@@ -493,8 +491,7 @@ TEST(JunctionForest, SaturatedSizesRunOutOfMemory) {
     nodes.push_back(n);
   }
   LogCapture log;
-  EXPECT_NE(build_forest(domain, eliminate_greedily(domain), log.file()), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_MEMORY);
+  EXPECT_FAILS(build_forest(domain, eliminate_greedily(domain), log.file()), K_ERROR_NO_MEMORY);
   const std::string text = log.text();
   EXPECT_NE(text.find("\nClique 0, 4 members, table size = 18446744073709551615:\n"),
             std::string::npos)
@@ -513,12 +510,10 @@ TEST(JunctionForest, UncoveredLinksAreInternalErrors) {
   Triangulation t = eliminate(domain, named(domain, {"B", "C", "A", "D"}));
   Triangulation bad_link = t;
   bad_link.links.emplace_back(named(domain, "B"), named(domain, "C"));
-  EXPECT_NE(build_forest(domain, bad_link), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_ERROR);
+  EXPECT_FAILS(build_forest(domain, bad_link), K_ERROR_ERROR);
   Triangulation missing_node = t;
   missing_node.cliques.erase(missing_node.cliques.begin() + 2);
-  EXPECT_NE(build_forest(domain, missing_node), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_ERROR);
+  EXPECT_FAILS(build_forest(domain, missing_node), K_ERROR_ERROR);
   EXPECT_EQ(domain.forest(), nullptr);
   EXPECT_EQ(build_forest(domain, t), 0);
 }

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "expr/expression_fixture.h"
 #include "expr/model.h"
 
@@ -191,17 +192,14 @@ TEST(ExpressionParser, CFunction) {
   EXPECT_EQ(k_expression_delete(e), 0);
   EXPECT_TRUE(messages.empty());
 
-  EXPECT_EQ(k_string_parse_expression("b ==", model, test::collect, &messages), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_SYNTAX);
+  EXPECT_NULL_WITH(k_string_parse_expression("b ==", model, test::collect, &messages),
+                   K_ERROR_SYNTAX);
   EXPECT_EQ(messages.size(), 1u);
   // Without a handler the code still tells.
-  EXPECT_EQ(k_string_parse_expression("b ?", model, nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_PARSE);
+  EXPECT_NULL_WITH(k_string_parse_expression("b ?", model, nullptr, nullptr), K_ERROR_PARSE);
 
-  EXPECT_EQ(k_string_parse_expression(nullptr, model, nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_string_parse_expression("b", nullptr, nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_string_parse_expression(nullptr, model, nullptr, nullptr), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_string_parse_expression("b", nullptr, nullptr, nullptr), K_ERROR_USAGE);
   EXPECT_EQ(k_string_parse_expression("b", reinterpret_cast<k_model_t>(net.d), nullptr, nullptr),
             nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);

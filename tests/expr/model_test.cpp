@@ -2,6 +2,7 @@
 // generation flag, back-pointers and deletion.
 #include <gtest/gtest.h>
 
+#include "common/expect_code.h"
 #include "generate_fixture.h"
 
 namespace kelva::test {
@@ -32,8 +33,7 @@ TEST(Model, NewModelRefusesWhatCannotBeModelNodes) {
   } refused[] = {{nullptr, none}, {c, nullptr},    {x, none},       {c, with_alien},
                  {b, not_parent}, {f, continuous}, {c, not_parent}, {c, twice}};
   for (const Case& r : refused) {
-    EXPECT_EQ(k_node_new_model(r.owner, r.list), nullptr);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    EXPECT_NULL_WITH(k_node_new_model(r.owner, r.list), K_ERROR_USAGE);
   }
   EXPECT_EQ(k_node_get_model(c), nullptr);
 
@@ -73,10 +73,8 @@ TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
   k_model_t dm = model(df);
 
   k_expression_t unused = lab("c0");
-  EXPECT_NE(k_model_set_expression(m, 2, unused), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_model_set_expression(nullptr, 0, unused), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_model_set_expression(m, 2, unused), K_ERROR_USAGE);
+  EXPECT_FAILS(k_model_set_expression(nullptr, 0, unused), K_ERROR_USAGE);
   k_expression_delete(unused);
 
   k_expression_t probability = op(K_OP_PROBABILITY, {op(K_OP_EQUALS, {leaf(a), lab("a0")})});
@@ -94,8 +92,7 @@ TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
       {fm, lab("x")},
   };
   for (const Case& k : invalid) {
-    EXPECT_NE(k_model_set_expression(k.model, 0, k.e), 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EXPRESSION);
+    EXPECT_FAILS(k_model_set_expression(k.model, 0, k.e), K_ERROR_INVALID_EXPRESSION);
     EXPECT_EQ(k_model_get_expression(k.model, 0), nullptr);
     if (k.e != probability && k.e != variance && k.e != aggregate) k_expression_delete(k.e);
   }
@@ -116,8 +113,7 @@ TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
   EXPECT_STREQ(k_expression_get_label(k_model_get_expression(m, 1)), "c1");
   set(m, 1, nullptr);
   EXPECT_EQ(k_model_get_expression(m, 1), nullptr);
-  EXPECT_EQ(k_model_get_expression(m, 2), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_model_get_expression(m, 2), K_ERROR_USAGE);
 }
 
 TEST(Model, ExpressionsFromTextGoThroughTheSameChecks) {
@@ -129,10 +125,10 @@ TEST(Model, ExpressionsFromTextGoThroughTheSameChecks) {
   ASSERT_EQ(k_model_set_expression_from_string(m, 1, "Normal(1, 4)", nullptr, nullptr), 0)
       << k_error_name(k_error_code());
   EXPECT_EQ(k_expression_get_operator(k_model_get_expression(m, 1)), K_OP_NORMAL);
-  EXPECT_NE(k_model_set_expression_from_string(m, 2, "Normal(1, 4)", nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_model_set_expression_from_string(m, 0, "Normal(1,", nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_SYNTAX);
+  EXPECT_FAILS(k_model_set_expression_from_string(m, 2, "Normal(1, 4)", nullptr, nullptr),
+               K_ERROR_USAGE);
+  EXPECT_FAILS(k_model_set_expression_from_string(m, 0, "Normal(1,", nullptr, nullptr),
+               K_ERROR_SYNTAX);
   // Parsed but refused: the parsed tree is freed, the slot keeps its content.
   EXPECT_NE(k_model_set_expression_from_string(m, 1, "probability(A == \"a0\")", nullptr, nullptr),
             0);
@@ -160,8 +156,7 @@ TEST(Model, GenerationFlagSamplesAndBackpointer) {
   expect_close(table_of(b), {0.25, 0.75, 0.25, 0.75});
 
   EXPECT_EQ(k_model_get_number_of_samples_per_interval(m), 25u);
-  EXPECT_NE(k_model_set_number_of_samples_per_interval(m, 0), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_model_set_number_of_samples_per_interval(m, 0), K_ERROR_USAGE);
   EXPECT_EQ(k_model_table_is_generated(m), 0);
   EXPECT_EQ(k_model_set_number_of_samples_per_interval(m, 3), 0);
   EXPECT_EQ(k_model_get_number_of_samples_per_interval(m), 3u);
@@ -187,10 +182,8 @@ TEST(Model, GenerationFlagSamplesAndBackpointer) {
 
   EXPECT_EQ(k_model_delete(m), 0);
   EXPECT_EQ(k_node_get_model(b), nullptr);
-  EXPECT_NE(k_model_delete(nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_node_generate_table(b), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_model_delete(nullptr), K_ERROR_USAGE);
+  EXPECT_FAILS(k_node_generate_table(b), K_ERROR_USAGE);
 }
 
 TEST(Model, AFailedGenerationKeepsTheTableAndTheMark) {
@@ -200,18 +193,15 @@ TEST(Model, AFailedGenerationKeepsTheTableAndTheMark) {
   set(m, 0, op(K_OP_DISTRIBUTION, {num(1), num(1)}));
   ASSERT_EQ(k_node_generate_table(b), 0);
   set(m, 0, lab("nowhere"));
-  EXPECT_NE(k_node_generate_table(b), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EXPRESSION);
+  EXPECT_FAILS(k_node_generate_table(b), K_ERROR_INVALID_EXPRESSION);
   EXPECT_EQ(k_model_table_is_generated(m), 1);
   expect_close(table_of(b), {0.5, 0.5});
 
   // Nodes without a table cannot generate one.
   k_node_t f = k_domain_new_node(net.d, K_CATEGORY_FUNCTION, K_KIND_OTHER, K_SUBTYPE_LABEL);
   set(model(f), 0, num(1));
-  EXPECT_NE(k_node_generate_table(f), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_node_generate_table(nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_node_generate_table(f), K_ERROR_USAGE);
+  EXPECT_FAILS(k_node_generate_table(nullptr), K_ERROR_USAGE);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <random>
 #include <string>
 
+#include "common/expect_code.h"
 #include "compile/junction_forest.h"
 #include "inference/net_builder.h"
 #include "inference/propagate.h"
@@ -145,13 +146,12 @@ TEST(Propagation, InfluenceDiagramExpectedUtilities) {
   // A finding on a decision is refused; so are other pairs than sum/normal.
   enter_vector(*act, {1.0, 0.0});
   enter_vector(*act, {0.5, 1.0});
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_INVALID_EVIDENCE);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
+               K_ERROR_INVALID_EVIDENCE);
   select_state(*act, 1);
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION),
+               K_ERROR_USAGE);
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   expect_matches(net, false, "decision changed");
   // Conflicts are not defined with decisions.
@@ -177,11 +177,10 @@ TEST(Propagation, ContinuousNodesLeaveDiscreteBeliefsExact) {
   expect_matches(net, false, "discrete evidence");
   // Only sum and normal mode with continuous nodes, and no continuous
   // evidence: the messages carry the discrete part alone.
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), K_ERROR_USAGE);
   ASSERT_EQ(k_node_enter_value(h(y), 1.5), 0);
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_CG_EVIDENCE_INCORPORATED);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
+               K_ERROR_CG_EVIDENCE_INCORPORATED);
   ASSERT_EQ(k_node_retract_findings(h(y)), 0);
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   expect_matches(net, false, "continuous evidence retracted");
@@ -234,20 +233,16 @@ TEST(Propagation, RootTotalValidity) {
   {
     Coin coin(DBL_MIN / 2, 1.0);
     select_state(*coin.node, 0);
-    EXPECT_NE(coin.propagate(), 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+    EXPECT_FAILS(coin.propagate(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
   }
   {
     Coin coin(std::nan(""), 0.5);
-    EXPECT_NE(coin.compiled, 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_OVERFLOW);
-    EXPECT_NE(coin.propagate(), 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_OVERFLOW);
+    EXPECT_FAILS(coin.compiled, K_ERROR_OVERFLOW);
+    EXPECT_FAILS(coin.propagate(), K_ERROR_OVERFLOW);
   }
   {
     Coin coin(DBL_MAX, DBL_MAX);
-    EXPECT_NE(coin.compiled, 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_OVERFLOW);
+    EXPECT_FAILS(coin.compiled, K_ERROR_OVERFLOW);
     coin.node->table()->data()[0] = 0.5;
     coin.node->table()->data()[1] = 0.5;
     coin.node->table()->notify_changed();
@@ -273,8 +268,8 @@ TEST(Propagation, InconsistentEvidenceFailsAndLeavesEvidenceEntered) {
   if (v.size() > 2) v[2] = 0.5;
   enter_vector(*n, {0.0, 0.0, 0.0});
   enter_vector(*n, std::vector<double>(n->state_count(), 0.0));
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
+               K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
   EXPECT_EQ(net.d().forest()->trees[0]->equilibrium, K_EQUILIBRIUM_NONE);
   EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
@@ -368,19 +363,16 @@ TEST(Propagation, ApiErrors) {
   TestNet net;
   random_network(net, rng, 4, 2);
   Node* n = net.nodes[0];
-  EXPECT_NE(k_domain_propagate(nullptr, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_FAILS(k_domain_propagate(nullptr, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
+               K_ERROR_NOT_COMPILED);
   EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
   EXPECT_EQ(k_domain_get_normalization_constant(net.domain), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
-  EXPECT_NE(k_domain_initialize(net.domain), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_FAILS(k_domain_initialize(net.domain), K_ERROR_NOT_COMPILED);
   ASSERT_EQ(compile_for_test(net.d()), 0);
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_NONE, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_NONE, K_MODE_NORMAL), K_ERROR_USAGE);
   EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, static_cast<k_evidence_mode_t>(22)),
             0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
@@ -421,8 +413,7 @@ TEST(Propagation, ApiErrors) {
   }
   k_table_delete(joint);
   std::vector<k_node_t> twice{h(child), h(child), nullptr};
-  EXPECT_EQ(k_domain_get_marginal(net.domain, twice.data()), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_domain_get_marginal(net.domain, twice.data()), K_ERROR_USAGE);
 }
 
 }  // namespace

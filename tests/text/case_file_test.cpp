@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "kelva/kelva.h"
 
 namespace {
@@ -237,12 +238,9 @@ TEST_F(CaseFiles, SingleCaseRefusalsLeaveTheEvidence) {
   EXPECT_NE(parse_case("N: 2"), 0);
   EXPECT_EQ(messages, "1:the state values of `N' do not form an increasing sequence");
 
-  EXPECT_NE(k_domain_parse_case(d, (path + ".none").c_str(), collect, &messages), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_IO);
-  EXPECT_NE(k_domain_parse_case(d, nullptr, nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_save_case(nullptr, path.c_str()), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_parse_case(d, (path + ".none").c_str(), collect, &messages), K_ERROR_IO);
+  EXPECT_FAILS(k_domain_parse_case(d, nullptr, nullptr, nullptr), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_save_case(nullptr, path.c_str()), K_ERROR_USAGE);
 }
 
 TEST_F(CaseFiles, DataFileIsWrittenWithCountsOrRepeatedLines) {
@@ -416,14 +414,12 @@ TEST_F(CaseFiles, DataFileRefusalsLeaveTheStoredCases) {
   // A file with counts fails: counts were not set before, and still are not.
   EXPECT_NE(parse_cases("#, L\n0.5 low\n2 lo\n"), 0);
   EXPECT_EQ(k_domain_count_cases(d), 2.0);
-  EXPECT_NE(k_domain_parse_cases(d, (path + ".none").c_str(), collect, &messages), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_FAILS(k_domain_parse_cases(d, (path + ".none").c_str(), collect, &messages), K_ERROR_IO);
 }
 
 TEST_F(CaseFiles, StatesAboveTheCaseLimitAreRefused) {
   k_node_t wide = discrete("W", K_CATEGORY_CHANCE, K_SUBTYPE_LABEL, 40000);
-  EXPECT_NE(parse_cases("W\n#32768\n"), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_CASE_STATE_TOO_LARGE);
+  EXPECT_FAILS(parse_cases("W\n#32768\n"), K_ERROR_CASE_STATE_TOO_LARGE);
   EXPECT_EQ(messages,
             std::string("2:API error: ") + k_error_description(K_ERROR_CASE_STATE_TOO_LARGE));
   EXPECT_EQ(parse_cases("W\n#32767\n"), 0);

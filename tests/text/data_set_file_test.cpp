@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "common/fail_new.h"
 #include "dataset/data_set.h"
 #include "kelva/kelva.h"
@@ -263,8 +264,7 @@ TEST(DataSetFile, MessagesAndPositions) {
   }
 
   // Without a handler the failure shows only in the code.
-  EXPECT_EQ(k_parse_data_set_string("a,b\n1,2", ',', nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_PARSE);
+  EXPECT_NULL_WITH(k_parse_data_set_string("a,b\n1,2", ',', nullptr, nullptr), K_ERROR_PARSE);
 
   // NUL bytes (only a file can hold them) are dropped with a warning that
   // does not fail the read.
@@ -314,41 +314,30 @@ TEST(DataSetFile, RefusalsOfTheCApi) {
   // Bad separators: "usage" before anything is read or written (the file
   // is not even truncated).
   for (char separator : {'\0', '\n', '"', '\r', '\v', '\f'}) {
-    EXPECT_EQ(k_parse_data_set_string("x\n1\n", separator, nullptr, nullptr), nullptr);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-    EXPECT_EQ(k_parse_data_set(file.path.c_str(), separator, nullptr, nullptr), nullptr);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-    EXPECT_NE(k_ds_save(handle(*ds), file.path.c_str(), separator), 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-    EXPECT_EQ(k_ds_to_csv_string(handle(*ds), separator), nullptr);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    EXPECT_NULL_WITH(k_parse_data_set_string("x\n1\n", separator, nullptr, nullptr), K_ERROR_USAGE);
+    EXPECT_NULL_WITH(k_parse_data_set(file.path.c_str(), separator, nullptr, nullptr),
+                     K_ERROR_USAGE);
+    EXPECT_FAILS(k_ds_save(handle(*ds), file.path.c_str(), separator), K_ERROR_USAGE);
+    EXPECT_NULL_WITH(k_ds_to_csv_string(handle(*ds), separator), K_ERROR_USAGE);
   }
   EXPECT_EQ(file.contents(), kept);
 
   // Null texts and handles, a handle of another sort.
-  EXPECT_EQ(k_parse_data_set(nullptr, ',', nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_parse_data_set_string(nullptr, ',', nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_ds_save(nullptr, file.path.c_str(), ','), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_ds_save(handle(*ds), nullptr, ','), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_parse_data_set(nullptr, ',', nullptr, nullptr), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_parse_data_set_string(nullptr, ',', nullptr, nullptr), K_ERROR_USAGE);
+  EXPECT_FAILS(k_ds_save(nullptr, file.path.c_str(), ','), K_ERROR_USAGE);
+  EXPECT_FAILS(k_ds_save(handle(*ds), nullptr, ','), K_ERROR_USAGE);
   k_domain_t domain = k_new_domain();
-  EXPECT_EQ(k_ds_to_csv_string(reinterpret_cast<k_data_set_t>(domain), ','), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_ds_to_csv_string(reinterpret_cast<k_data_set_t>(domain), ','), K_ERROR_USAGE);
   k_domain_delete(domain);
 
   // Files that cannot be read or written.
   const std::string missing = ::testing::TempDir() + "no-such-dir/none.csv";
-  EXPECT_EQ(k_parse_data_set(missing.c_str(), ',', nullptr, nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_IO);
-  EXPECT_NE(k_ds_save(handle(*ds), missing.c_str(), ','), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_NULL_WITH(k_parse_data_set(missing.c_str(), ',', nullptr, nullptr), K_ERROR_IO);
+  EXPECT_FAILS(k_ds_save(handle(*ds), missing.c_str(), ','), K_ERROR_IO);
   if (std::FILE* full = std::fopen("/dev/full", "w")) {
     std::fclose(full);
-    EXPECT_NE(k_ds_save(handle(*ds), "/dev/full", ','), 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_IO);
+    EXPECT_FAILS(k_ds_save(handle(*ds), "/dev/full", ','), K_ERROR_IO);
   }
 
   // A save that works; a successful call clears the earlier failure.
@@ -379,8 +368,7 @@ TEST(DataSetFile, OutOfMemory) {
   test::fail_allocation_after(0);
   char* written = k_ds_to_csv_string(handle(*ds), ',');
   test::fail_allocation_after(-1);
-  EXPECT_EQ(written, nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_MEMORY);
+  EXPECT_NULL_WITH(written, K_ERROR_NO_MEMORY);
 }
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "common/fail_new.h"
 #include "expr/expression.h"
 #include "expr/model.h"
@@ -521,12 +522,10 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
   EXPECT_EQ(content, net.text());
 
   // A file that cannot be opened, and one whose writes fail.
-  EXPECT_NE(k_domain_save_as_net(net.d, (dir + "/no/such/dir/x.net").c_str()), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_FAILS(k_domain_save_as_net(net.d, (dir + "/no/such/dir/x.net").c_str()), K_ERROR_IO);
   if (std::FILE* full = std::fopen("/dev/full", "w")) {
     std::fclose(full);
-    EXPECT_NE(k_domain_save_as_net(net.d, "/dev/full"), 0);
-    EXPECT_EQ(k_error_code(), K_ERROR_IO);
+    EXPECT_FAILS(k_domain_save_as_net(net.d, "/dev/full"), K_ERROR_IO);
   }
   EXPECT_EQ(kept, name);
   std::FILE* read_only = std::fopen(name.c_str(), "r");
@@ -541,12 +540,9 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
   std::fclose(read_only);
   std::remove(name.c_str());
 
-  EXPECT_NE(k_domain_save_as_net(net.d, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_save_as_net(nullptr, name.c_str()), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_domain_to_net_string(nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_save_as_net(net.d, nullptr), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_save_as_net(nullptr, name.c_str()), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_domain_to_net_string(nullptr), K_ERROR_USAGE);
 }
 
 TEST(NetWriter, OutOfMemoryFailsCleanly) {

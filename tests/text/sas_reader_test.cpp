@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
 #include "network/node.h"
@@ -203,8 +204,7 @@ TEST(SasNodes, NodesFromBeforeAreNeverChangedAndFailuresLeaveTheDomainAsItWas) {
 
   // Without a handler the failure shows in the code alone.
   TempFile file("X, Q\n");
-  EXPECT_NE(k_domain_parse_sas_nodes(s.d, file.path.c_str(), nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_PARSE);
+  EXPECT_FAILS(k_domain_parse_sas_nodes(s.d, file.path.c_str(), nullptr, nullptr), K_ERROR_PARSE);
 }
 
 TEST(SasNodes, EngineRefusalsAreApiErrors) {
@@ -273,12 +273,9 @@ TEST(SasLinks, RefusalsAndTheDomainAfterThem) {
 
 TEST(SasFiles, BadArguments) {
   Sas s;
-  EXPECT_NE(k_domain_parse_sas_nodes(nullptr, "x", nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_parse_sas_links(s.d, nullptr, nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_parse_sas_links(s.d, "/nonexistent/sas.txt", nullptr, nullptr), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_FAILS(k_domain_parse_sas_nodes(nullptr, "x", nullptr, nullptr), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_parse_sas_links(s.d, nullptr, nullptr, nullptr), K_ERROR_USAGE);
+  EXPECT_FAILS(k_domain_parse_sas_links(s.d, "/nonexistent/sas.txt", nullptr, nullptr), K_ERROR_IO);
 }
 
 }  // namespace

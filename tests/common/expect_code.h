@@ -1,0 +1,18 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "kelva/kelva.h"
+
+// A C API call that must fail: its status is non-zero (or its result null),
+// and the thread's error code is `code`.
+#define EXPECT_FAILS(call, code)                \
+  do {                                          \
+    EXPECT_NE((call), 0);                       \
+    EXPECT_EQ(k_error_code(), (code)) << #call; \
+  } while (0)
+#define EXPECT_NULL_WITH(call, code)            \
+  do {                                          \
+    EXPECT_EQ((call), nullptr);                 \
+    EXPECT_EQ(k_error_code(), (code)) << #call; \
+  } while (0)
