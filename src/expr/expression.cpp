@@ -196,7 +196,7 @@ ExprType leaf_type(Expression& e, bool resolve) {
 
 // Operand rule of "probability": one discrete node inside, and no nested
 // "probability".
-void check_probability_operand(const Expression& operand) {
+void verify_probability_operand(const Expression& operand) {
   const Node* only = nullptr;
   bool same = true;
   for_each_node_leaf(operand, [&](const Node& n) {
@@ -257,7 +257,7 @@ Expression* ExpressionFactory::composite(int op, const std::vector<Expression*>&
     height = std::max(height, operand->height_ + 1);
   }
   const ExprType type = result_type(op, operands, types);
-  if (op == K_OP_PROBABILITY) check_probability_operand(*operands[0]);
+  if (op == K_OP_PROBABILITY) verify_probability_operand(*operands[0]);
   check(height <= kMaxExpressionHeight);
 
   auto* e = new Expression();
@@ -321,11 +321,11 @@ Expression* copy_expression(const Expression& e) {
   }
 }
 
-ExprType check_types(Expression& e, bool resolve) {
+ExprType verify_types(Expression& e, bool resolve) {
   if (!e.is_composite()) return leaf_type(e, resolve);
   std::vector<ExprType> types;
   types.reserve(e.operands().size());
-  for (Expression* operand : e.operands()) types.push_back(check_types(*operand, resolve));
+  for (Expression* operand : e.operands()) types.push_back(verify_types(*operand, resolve));
   const std::vector<Expression*> operands(e.operands().begin(), e.operands().end());
   return result_type(e.op(), operands, types);
 }
