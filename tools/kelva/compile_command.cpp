@@ -91,12 +91,14 @@ void write_tsv(std::FILE* out, const ForestSummary& s) {
 }  // namespace
 
 void run_compile(std::FILE* out, const Options& options) {
-  DomainHandle domain = open_network(options.source);
-  if (!options.log.empty()) checked(k_domain_set_log_file(domain.get(), options.log.c_str(), 0));
+  const Progress progress(options.quiet);
+  DomainHandle domain = open_network(options.source, progress);
+  if (!options.log.empty())
+    checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log, FileUse::write);
   const auto start = std::chrono::steady_clock::now();
-  if (options.method != K_TM_BEST_GREEDY) checked(k_domain_triangulate(domain.get(), options.method));
-  checked(k_domain_compile(domain.get()));
+  compile_network(domain.get(), source_name(options.source), progress, options.method);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  progress.note("compiled in %.3f s", elapsed.count());
 
   ForestSummary summary = summarize(domain.get());
   summary.seconds = elapsed.count();

@@ -13,6 +13,10 @@ namespace {
 /// Runs the command of `options`, printing to standard output.
 void run(const kelva::cli::Options& options) {
   using kelva::cli::Command;
+  if (options.help) {
+    kelva::cli::run_command_help(stdout, options.command);
+    return;
+  }
   switch (options.command) {
     case Command::help: kelva::cli::run_help(stdout); break;
     case Command::version: kelva::cli::run_version(stdout); break;
@@ -42,7 +46,7 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "kelva: %s\nTry 'kelva --help' for more information.\n", e.what());
     return exit_usage;
   } catch (const ApiError& e) {
-    std::fprintf(stderr, "kelva: %s\n", e.what());
+    if (e.printed()) std::fprintf(stderr, "kelva: %s\n", e.what());
     return exit_failure;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "kelva: internal error: %s\n", e.what());
