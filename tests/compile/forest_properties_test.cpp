@@ -450,7 +450,7 @@ void check_all_methods(k_domain_t domain, const std::string& what, bool direct_m
     else if (cheapest_single == 0.0 || cost < cheapest_single) cheapest_single = cost;
     ASSERT_EQ(k_domain_uncompile(domain), 0);
   }
-  if (discrete) EXPECT_LE(best_greedy, cheapest_single) << what;
+  if (discrete) { EXPECT_LE(best_greedy, cheapest_single) << what; }
 }
 
 TEST(ForestProperties, SharedNetworks) {

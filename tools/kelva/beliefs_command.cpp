@@ -29,13 +29,11 @@ k_size_t find_state(k_node_t node, const std::string& name, const std::string& t
     const int64_t index = k_node_get_state_index_from_label(node, text.c_str());
     if (index >= 0) return static_cast<k_size_t>(index);
   }
-  std::string states;
+  const std::string states = state_list(node);
   int matches = 0;
   for (k_size_t s = 0; s < count; ++s) {
     const char* label = checked(k_node_get_state_label(node, s));
-    const std::string shown = label != nullptr && *label != '\0' ? label : "#" + std::to_string(s);
-    states += (s == 0 ? "" : ", ") + shown;
-    matches += shown == text;
+    matches += label != nullptr && text == label;
   }
   if (matches > 1)
     throw UsageError("--set: the label '" + text + "' is not unique among the states of node '" + name +

@@ -81,7 +81,7 @@ struct CommandHelp {
 constexpr CommandHelp command_help[] = {
     {Command::nodes, "nodes", "(FILE.net | --example NAME) [--format text|tsv]",
      "print a network's nodes with their states and tables, then its\nlinks",
-     R"(Text output of nodes: the line "network NAME: N nodes, M links", then for
+     R"TXT(Text output of nodes: the line "network NAME: N nodes, M links", then for
 each node, in the domain's order, an empty line and the block
   node NAME
     label: LABEL
@@ -111,7 +111,7 @@ printed with "%.17g", and \ tab newline return in texts written as \\ \t \n \r:
   link     PARENT  CHILD
 Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
-)",
+)TXT",
      "kelva nodes --example asia --format tsv"},
     {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net",
      "read a network and write it as a NET file", "Output of convert: the NET file OUT.net; nothing is printed.\n",
@@ -119,7 +119,7 @@ entries; the links come last.
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] [--quiet]",
      "compile a network, enter evidence, propagate it and print the\nbeliefs of every discrete node",
-     R"(Text output of beliefs: the line "beliefs of NAME (sum|max equilibrium), N
+     R"TXT(Text output of beliefs: the line "beliefs of NAME (sum|max equilibrium), N
 nodes", the line "evidence: NODE=STATE..." (or "evidence: none"), then for
 each discrete node (chance, decision and discrete function nodes, in the
 domain's order) an empty line, its name (followed by " (evidence)" when
@@ -130,11 +130,11 @@ evidence).  Numbers are printed with "%g"; an unlabelled state is "#INDEX".
 TSV output of beliefs: one line NODE<TAB>STATE<TAB>BELIEF per state of every
 discrete node, in the same order, STATE the label or "#INDEX", BELIEF with
 "%.17g"; then the line normalization_constant<TAB>VALUE.
-)",
+)TXT",
      "kelva beliefs examples/networks/commute.net --set Weather=snow --set MissMeeting=yes"},
     {Command::bench, "bench", "FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]\n[--quiet]",
      "time reading, parsing, writing, compiling and propagating FILE\nand measure the memory bandwidth",
-     R"(Output of bench: four lines "file", "read bytes", "parse" and "write string"
+     R"TXT(Output of bench: four lines "file", "read bytes", "parse" and "write string"
 with the best of N runs, then KEY<TAB>VALUE lines: nodes, cliques,
 total_clique_size, compile_seconds, propagate_seconds (median of N
 propagations from the node tables without evidence),
@@ -145,33 +145,33 @@ propagation's table operations read or write), effective_gbps (those bytes
 over propagate_seconds) and stream_gbps (the best rate of the triad
 a[i] = b[i] + s*c[i] over arrays far larger than the last-level cache,
 counting 24 bytes per index).
-)",
+)TXT",
      "kelva bench examples/networks/commute.net --repeat 5"},
     {Command::compile, "compile",
      "(FILE.net | --example NAME) [--method METHOD] [--log LOG]\n[--format text|tsv] [--quiet]",
      "compile a network and print the size of its junction forest",
-     R"(Output of compile: the network's name and the time taken, then the number
+     R"TXT(Output of compile: the network's name and the time taken, then the number
 of nodes, junction trees and cliques, the largest and the total discrete
 clique table size, and the triangulation cost (the sum of the clique
 weights).  With --format tsv, one "KEY<TAB>VALUE" line each for nodes,
 cliques, junction_trees, max_clique_size, total_clique_size,
 triangulation_cost and compile_seconds (numbers printed with "%.17g").
-)",
+)TXT",
      "kelva compile --example asia --method fill-in-weight --format tsv"},
     {Command::sample, "sample", "(FILE.net | --example NAME) -n N -o DATA [--seed S] [--hide P]\n[--quiet]",
      "draw N cases from a network's tables and write them as a\nmulti-case data file",
-     R"(Output of sample: a data file whose first line names the network's discrete
+     R"TXT(Output of sample: a data file whose first line names the network's discrete
 chance nodes (parents before children), then a blank line, then one line
 per case with one item per node: "#INDEX" (the state drawn, counting from
 0) or "*" (hidden).  Nothing is printed.
-)",
+)TXT",
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
      "[--tolerance T] [--strict-columns] [--log LOG] [--quiet]",
      "learn the tables of a network's discrete chance nodes from the\n"
      "cases of a data file by EM and write the learned network",
-     R"(Output of learn: every discrete chance node without an experience table
+     R"TXT(Output of learn: every discrete chance node without an experience table
 gets one of zeros (no prior; a node's own experience table is kept and
 used), the network is compiled and learned, and written to OUT.net without
 the experience tables learn added; then KEY<TAB>VALUE lines: cases (the
@@ -182,16 +182,16 @@ names the nodes ("*", "?" or an empty field for a missing item; a column
 "#" gives case counts).  A cell that names no state of its node is reported
 with its row and column.  With progress notes, each EM iteration is noted
 with its log-likelihood.
-)",
+)TXT",
      "kelva learn --example asia asia.dat -o learned.net --max-iterations 20"},
 };
 
-constexpr const char* exit_text = R"(
+constexpr const char* exit_text = R"TXT(
 Exit status: 0 on success, 1 when the library reports an error (printed as
 "kelva: ERROR-NAME: MESSAGE"; a file's error names the file and the
 system's reason, a reader's error is its "FILE:LINE: MESSAGE" lines), 2 for
 a command line kelva cannot use.
-)";
+)TXT";
 
 /// Prints the usage lines of `c` after `lead` ("usage: " or its width).
 void print_usage(std::FILE* out, const char* lead, const CommandHelp& c) {

@@ -28,18 +28,6 @@ struct DataSetDeleter {
 };
 using DataSetHandle = std::unique_ptr<std::remove_pointer_t<k_data_set_t>, DataSetDeleter>;
 
-/// The states of `node` as "a, b, c" (#INDEX for an unlabelled state).
-std::string state_list(k_node_t node) {
-  std::string states;
-  const k_size_t count = checked(k_node_get_number_of_states(node));
-  for (k_size_t s = 0; s < count; ++s) {
-    const char* label = checked(k_node_get_state_label(node, s));
-    states += (s == 0 ? "" : ", ") + (label != nullptr && *label != '\0' ? std::string(label)
-                                                                          : "#" + std::to_string(s));
-  }
-  return states;
-}
-
 /// Warns about the columns of `data` that name no node (their cells are
 /// not used), or with `strict` refuses them.
 void check_columns(k_domain_t domain, k_data_set_t data, const std::string& file, bool strict) {
@@ -133,8 +121,11 @@ void run_learn(std::FILE* out, const Options& options) {
   const Progress progress(options.quiet);
   DomainHandle domain = open_network(options.source, progress);
   read_cases(domain.get(), options.data, options.strict_columns);
-  if (checked(k_domain_count_cases(domain.get())) <= 0.0)
-    throw ApiError(K_ERROR_USAGE, options.data + ": no cases to learn from");
+  // Without cases there is nothing to learn; the reader may have said so.
+  if (checked(k_domain_count_cases(domain.get())) <= 0.0) {
+    if (take_reader_messages() > 0) throw ApiError::already_reported(K_ERROR_USAGE);
+    throw ApiError(K_ERROR_USAGE, options.data + ": file contains no cases");
+  }
 
   // Every discrete chance node is learned; an experience table of zeros
   // means no prior counts.  Those added here are removed before saving.

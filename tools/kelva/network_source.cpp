@@ -67,6 +67,22 @@ void compile_network(k_domain_t domain, const std::string& name, const Progress&
   checked(k_domain_compile(domain));
 }
 
+std::string state_list(k_node_t node) {
+  std::string states;
+  const k_size_t count = checked(k_node_get_number_of_states(node));
+  for (k_size_t s = 0; s < count; ++s) {
+    if (s != 0) states += ", ";
+    const char* label = checked(k_node_get_state_label(node, s));
+    if (label != nullptr && *label != '\0') {
+      states += label;
+    } else {
+      states += '#';
+      states += std::to_string(s);
+    }
+  }
+  return states;
+}
+
 std::string source_name(const NetworkSource& source) {
   return source.file.empty() ? source.example : source.file;
 }

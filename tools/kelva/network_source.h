@@ -22,6 +22,9 @@ void check_compilable(k_domain_t domain, const std::string& name);
 void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
                      k_triangulation_method_t method = K_TM_BEST_GREEDY);
 
+/// The states of `node` as "a, b, c" (#INDEX for an unlabelled state).
+std::string state_list(k_node_t node);
+
 /// How reports name the network of `source`.
 std::string source_name(const NetworkSource& source);
 
