@@ -31,7 +31,7 @@ constexpr OptionHelp option_help[] = {
     {"FILE.net", "read the network from a NET file; the reader's\n"
                  "messages are printed as \"FILE:LINE: MESSAGE\"", from_network | bit(Command::bench)},
     {"--example NAME", "use a network bundled with kelva (see kelva --help)", from_network},
-    {"--format text|tsv", "output format (default text)",
+    {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
     {"-o OUT.net", "where convert and learn write the network, sample the\ndata file",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn)},
@@ -79,7 +79,7 @@ struct CommandHelp {
 };
 
 constexpr CommandHelp command_help[] = {
-    {Command::nodes, "nodes", "(FILE.net | --example NAME) [--format text|tsv]",
+    {Command::nodes, "nodes", "(FILE.net | --example NAME) [--format text|tsv] [--quiet]",
      "print a network's nodes with their states and tables, then its\nlinks",
      R"TXT(Text output of nodes: the line "network NAME: N nodes, M links", then for
 each node, in the domain's order, an empty line and the block
@@ -113,7 +113,7 @@ Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
-    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net",
+    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--quiet]",
      "read a network and write it as a NET file", "Output of convert: the NET file OUT.net; nothing is printed.\n",
      "kelva convert --example asia -o asia.net"},
     {Command::beliefs, "beliefs",
@@ -253,8 +253,6 @@ void run_command_help(std::FILE* out, Command command) {
     print_usage(out, "usage: ", c);
     std::fputc('\n', out);
     std::string summary = c.summary;
-    for (char& ch : summary)
-      if (ch == '\n') ch = ' ';
     summary[0] = static_cast<char>(summary[0] - 'a' + 'A');
     std::fprintf(out, "%s.\n", summary.c_str());
     print_options(out, bit(command));
