@@ -460,7 +460,7 @@ TEST(ForestProperties, SharedNetworks) {
   for (const auto& file : nets) {
     DomainHandle domain(parse_net_quietly(file));
     if (!domain) {
-      refused += " " + file.filename().string();
+      (refused += ' ') += file.filename().string();
       continue;
     }
     const auto start = std::chrono::steady_clock::now();
@@ -517,7 +517,7 @@ TEST(ForestProperties, OwnNetworks) {
     k_node_t hub = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Hub", {});
     k_node_t prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "R0", {hub});
     for (int i = 1; i < 6; ++i)
-      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, ("R" + std::to_string(i)).c_str(), {hub, prev});
+      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, std::string("R").append(std::to_string(i)).c_str(), {hub, prev});
     check_all_methods(d.get(), "chordal", true);
   }
   {
@@ -525,7 +525,7 @@ TEST(ForestProperties, OwnNetworks) {
     DomainHandle d(k_new_domain());
     std::vector<k_node_t> ring{add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q0", {})};
     for (int i = 1; i < 7; ++i)
-      ring.push_back(add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, ("Q" + std::to_string(i)).c_str(), {ring.back()}));
+      ring.push_back(add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, std::string("Q").append(std::to_string(i)).c_str(), {ring.back()}));
     add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q7", {ring.front(), ring.back()});
     check_all_methods(d.get(), "cycle", true);
   }
