@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
-# Installs what is missing, then builds and runs every test suite through
-# CTest: the release build (GoogleTest, JUnit, tool tests), then the
-# AddressSanitizer + UndefinedBehaviorSanitizer build, then every fuzz target
-# briefly.  Every build treats compiler warnings as errors (KELVA_WERROR), so
-# a new warning fails the run.  Runs every step even after a failure and
-# exits non-zero when anything failed.
+# Installs what is missing, checks layout and naming (scripts/check-format.sh,
+# on the release preset's compile_commands.json), then builds and runs every
+# test suite through CTest: the release build (GoogleTest, JUnit, tool
+# tests), then the AddressSanitizer + UndefinedBehaviorSanitizer build, then
+# every fuzz target briefly.  Every build treats compiler warnings as errors
+# (KELVA_WERROR), so a new warning fails the run.  Runs every step even after
+# a failure and exits non-zero when anything failed.
 #
 # Environment: KELVA_PRESETS (default "release sanitize"; "debug" is the
 # third), KELVA_JOBS (default 2), KELVA_SHARED_DIR (default ../shared beside
-# the checkout), KELVA_FUZZ_SECONDS (default 20 per target; 0 skips fuzzing).
+# the checkout), KELVA_FUZZ_SECONDS (default 20 per target; 0 skips fuzzing),
+# KELVA_SKIP_FORMAT=1 skips the layout and naming check.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 repo=$(pwd)
@@ -51,6 +53,18 @@ run_preset() {
 }
 
 start=$SECONDS
+if [[ ${KELVA_SKIP_FORMAT:-0} == 1 ]]; then
+  summaries+=("format: skipped (KELVA_SKIP_FORMAT=1)")
+else
+  echo "=== layout and naming"
+  if cmake --preset release >/dev/null && KELVA_JOBS=$jobs bash scripts/check-format.sh; then
+    summaries+=("format: clean")
+  else
+    summaries+=("format: failed (scripts/check-format.sh)")
+    broken+=("format")
+  fi
+fi
+
 for preset in "${presets[@]}"; do
   run_preset "$preset"
 done

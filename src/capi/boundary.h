@@ -24,6 +24,24 @@
 
 namespace kelva::capi {
 
+/// Runs `body` and turns whatever it throws into the thread's error code
+/// (the engine's code for Error, "no_memory" for std::bad_alloc, "error"
+/// otherwise) and the result `neutral`.  Nothing thrown gets past it.  This
+/// is the one place where exceptions become codes.
+template <class R, class F>
+R catch_to_code(R neutral, F&& body) noexcept {
+  try {
+    return body();
+  } catch (const Error& e) {
+    k_error_set(e.code());
+  } catch (const std::bad_alloc&) {
+    k_error_set(K_ERROR_NO_MEMORY);
+  } catch (...) {
+    k_error_set(K_ERROR_ERROR);
+  }
+  return neutral;
+}
+
 /// Runs `body` under the error discipline; returns `neutral` on failure.
 template <class R, class F>
 R guard(R neutral, F&& body) noexcept {

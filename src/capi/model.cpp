@@ -1,5 +1,4 @@
 // The model and table-generation functions of the C API.
-#include <algorithm>
 #include <memory>
 #include <vector>
 
@@ -19,59 +18,15 @@ using kelva::capi::guard_status;
 using kelva::capi::handle;
 using kelva::require;
 
-namespace {
-
-bool is_real_function(const Node& n) noexcept {
-  return n.category() == K_CATEGORY_FUNCTION && n.kind() == K_KIND_OTHER;
-}
-
-// The checks an expression must pass before a model of `owner` may hold it.
-void check_for_owner(Expression& e, const Node& owner) {
-  auto invalid = [](bool failed) { require(!failed, K_ERROR_INVALID_EXPRESSION); };
-  bool stranger = false;
-  kelva::for_each_node_leaf(e, [&](const Node& n) {
-    stranger = stranger || !owner.parents().contains(&n);
-  });
-  invalid(stranger);
-  const kelva::ExprType type = kelva::check_types(e, false);
-  invalid(is_real_function(owner) && type != kelva::ExprType::numeric &&
-          type != kelva::ExprType::node);
-  const bool function = owner.category() == K_CATEGORY_FUNCTION;
-  invalid(!function && (kelva::contains_operator(e, K_OP_PROBABILITY) ||
-                        kelva::contains_operator(e, K_OP_VARIANCE)));
-  invalid(!(function && owner.is_discrete()) && kelva::contains_operator(e, K_OP_AGGREGATE));
-}
-
-// Stores `e` (null clears) in slot `index` after its checks; marks the owner.
-void store(Model& m, k_size_t index, Expression* e) {
-  require(index < m.size());
-  if (e != nullptr) check_for_owner(*e, m.owner());
-  m.set_expression(index, e);
-  m.owner().needs_generation = true;
-}
-
-}  // namespace
-
 extern "C" {
 
 k_model_t k_node_new_model(k_node_t node, const k_node_t* model_nodes) {
   return guard<k_model_t>(nullptr, [&] {
     Node& owner = get(node);
     require(model_nodes != nullptr);
-    require(owner.category() != K_CATEGORY_INSTANCE && !owner.is_continuous());
-    const std::vector<Node*> nodes = kelva::capi::node_list(model_nodes);
-    for (std::size_t i = 0; i < nodes.size(); ++i) {
-      const Node& n = *nodes[i];
-      require(&n.domain() == &owner.domain());
-      require(n.is_discrete());
-      require(owner.parents().contains(&n));
-      require(std::find(nodes.begin(), nodes.begin() + i, &n) == nodes.begin() + i);
-    }
-    kelva::ModelPtr fresh(new Model(owner, nodes));
-    Model* result = fresh.get();
-    owner.model_slot() = std::move(fresh);
-    owner.needs_generation = true;
-    return handle(result);
+    // The owner is refused before the list is looked at.
+    kelva::check_model_owner(owner);
+    return handle(&kelva::new_model(owner, kelva::capi::node_list(model_nodes)));
   });
 }
 
@@ -102,7 +57,7 @@ k_status_t k_model_set_expression(k_model_t model, k_size_t index, k_expression_
   return guard_status([&] {
     Model& m = get(model);
     require(index < m.size());
-    store(m, index, expression == nullptr ? nullptr : &get(expression));
+    kelva::set_model_expression(m, index, expression == nullptr ? nullptr : &get(expression));
   });
 }
 
@@ -113,7 +68,7 @@ k_status_t k_model_set_expression_from_string(k_model_t model, k_size_t index, c
     require(index < m.size() && text != nullptr);
     Expression* e = kelva::parse_expression(text, m.owner().domain(), handler, data);
     try {
-      store(m, index, e);
+      kelva::set_model_expression(m, index, e);
     } catch (...) {
       kelva::ExpressionFactory::release(e);
       throw;
@@ -131,10 +86,7 @@ k_expression_t k_model_get_expression(k_model_t model, k_size_t index) {
 
 k_status_t k_model_set_number_of_samples_per_interval(k_model_t model, k_size_t count) {
   return guard_status([&] {
-    Model& m = get(model);
-    require(count > 0);
-    m.samples_per_interval = count;
-    if (!is_real_function(m.owner())) m.owner().needs_generation = true;
+    kelva::set_samples_per_interval(get(model), count);
   });
 }
 

@@ -9,9 +9,9 @@ Forest::Forest(Domain& owner) : domain(&owner) {
 Forest::~Forest() {
   for (NodeSlot& slot : nodes)
     if (slot.node != nullptr) slot.node->forest_slot = Node::kNoSlot;
-  JniContext& jni = domain->jni();
-  for (auto& clique : cliques) drop_peer(jni, PeerField::clique, clique->peer);
-  for (auto& tree : trees) drop_peer(jni, PeerField::jt, tree->peer);
+  PeerContext& peers = domain->peers();
+  for (auto& clique : cliques) drop_peer(peers, PeerField::clique, clique->peer);
+  for (auto& tree : trees) drop_peer(peers, PeerField::jt, tree->peer);
   // Separators and cliques hold tables over nodes; they go before the trees.
   separators.clear();
   cliques.clear();

@@ -143,11 +143,12 @@ ExprType result_type(int op, const std::vector<Expression*>& operands,
       for (std::size_t i = 0; i < n; i += 2) check(is_bool(types[i]) && is_num(types[i + 1]));
       return ExprType::distribution;
     case K_OP_TRUNCATE: {
-      constexpr ExprType d = ExprType::distribution;
-      const bool bounded_below = is_num(types[0]) && types[1] == d && (n == 2 || is_num(types[2]));
-      const bool bounded_above = n == 2 && types[0] == d && is_num(types[1]);
+      constexpr ExprType kDist = ExprType::distribution;
+      const bool bounded_below =
+          is_num(types[0]) && types[1] == kDist && (n == 2 || is_num(types[2]));
+      const bool bounded_above = n == 2 && types[0] == kDist && is_num(types[1]);
       check(bounded_below || bounded_above);
-      return d;
+      return kDist;
     }
     case K_OP_AGGREGATE:
       check(is_discrete_node_leaf(*operands[0]) && is_discrete_node_leaf(*operands[1]));

@@ -1,5 +1,7 @@
 #include "expr/model.h"
 
+#include <algorithm>
+
 #include "expr/expression.h"
 #include "network/domain.h"
 #include "network/error.h"
@@ -9,11 +11,33 @@
 
 namespace kelva {
 
+namespace {
+
+bool is_real_function(const Node& n) noexcept {
+  return n.category() == K_CATEGORY_FUNCTION && n.kind() == K_KIND_OTHER;
+}
+
+// The checks an expression must pass before a model of `owner` may hold it.
+void check_for_owner(Expression& e, const Node& owner) {
+  auto invalid = [](bool failed) { require(!failed, K_ERROR_INVALID_EXPRESSION); };
+  bool stranger = false;
+  for_each_node_leaf(e, [&](const Node& n) { stranger = stranger || !owner.parents().contains(&n); });
+  invalid(stranger);
+  const ExprType type = check_types(e, false);
+  invalid(is_real_function(owner) && type != ExprType::numeric && type != ExprType::node);
+  const bool function = owner.category() == K_CATEGORY_FUNCTION;
+  invalid(!function &&
+          (contains_operator(e, K_OP_PROBABILITY) || contains_operator(e, K_OP_VARIANCE)));
+  invalid(!(function && owner.is_discrete()) && contains_operator(e, K_OP_AGGREGATE));
+}
+
+}  // namespace
+
 Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
     : Object(ObjectTag::model), owner_(&owner) {
   // A dying model drops its Java peer first.
   Destroy<Model>::registered = [](Model* model) noexcept {
-    drop_peer(model->owner().domain().jni(), PeerField::model, model->peer);
+    drop_peer(model->owner().domain().peers(), PeerField::model, model->peer);
     delete model;
   };
   nodes_.reserve_more(model_nodes.size());
@@ -86,6 +110,40 @@ bool model_refers_to(const Model& model, const Node& node) noexcept {
     if (found) return true;
   }
   return false;
+}
+
+void check_model_owner(const Node& owner) {
+  require(owner.category() != K_CATEGORY_INSTANCE && !owner.is_continuous());
+}
+
+Model& new_model(Node& owner, const std::vector<Node*>& model_nodes) {
+  check_model_owner(owner);
+  for (std::size_t i = 0; i < model_nodes.size(); ++i) {
+    const Node& n = *model_nodes[i];
+    require(&n.domain() == &owner.domain());
+    require(n.is_discrete());
+    require(owner.parents().contains(&n));
+    require(std::find(model_nodes.begin(), model_nodes.begin() + i, &n) ==
+            model_nodes.begin() + i);
+  }
+  ModelPtr fresh(new Model(owner, model_nodes));
+  Model& result = *fresh;
+  owner.model_slot() = std::move(fresh);
+  owner.needs_generation = true;
+  return result;
+}
+
+void set_model_expression(Model& model, std::uint64_t index, Expression* e) {
+  require(index < model.size());
+  if (e != nullptr) check_for_owner(*e, model.owner());
+  model.set_expression(index, e);
+  model.owner().needs_generation = true;
+}
+
+void set_samples_per_interval(Model& model, std::uint64_t count) {
+  require(count > 0);
+  model.samples_per_interval = count;
+  if (!is_real_function(model.owner())) model.owner().needs_generation = true;
 }
 
 }  // namespace kelva

@@ -60,4 +60,26 @@ class Model : public Object {
 /// Whether `model` refers to `node`: as a model node or in an expression.
 bool model_refers_to(const Model& model, const Node& node) noexcept;
 
+/// Error(usage) unless `owner` can have a model: instance nodes and
+/// continuous nodes cannot.
+void check_model_owner(const Node& owner);
+
+/// Gives `owner` a new model over `model_nodes` (all slots empty) in place
+/// of the one it had, and marks its table for generation.  Error(usage)
+/// unless the owner can have a model and the model nodes are distinct
+/// discrete parents of it, in its domain (checked in that order).
+Model& new_model(Node& owner, const std::vector<Node*>& model_nodes);
+
+/// Stores `e` (null clears) in slot `index` of `model` and marks the
+/// owner's table for generation.  Error(usage) for an index out of range;
+/// Error(invalid_expression) when `e` refers to a node that is not a parent
+/// of the owner, has a type the owner cannot use, or holds an operator the
+/// owner's category does not allow.  On failure `e` is left to the caller.
+void set_model_expression(Model& model, std::uint64_t index, Expression* e);
+
+/// Sets the number of samples per interval of `model` (Error(usage) for 0);
+/// the owner's table needs generation again unless the owner is a
+/// real-valued function node.
+void set_samples_per_interval(Model& model, std::uint64_t count);
+
 }  // namespace kelva

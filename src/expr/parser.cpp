@@ -224,7 +224,7 @@ class Parser {
   // number that does not convert, `\x` without a digit), reported here.
   [[noreturn, gnu::noinline]] void token_failed(std::int64_t errors_before) {
     if (lexer_.error_count() == errors_before) fail("unexpected token", K_ERROR_PARSE);
-    const k_error_t code = k_error_code();
+    const k_error_t code = lexer_.failure();
     throw Error(code != K_ERROR_NONE ? code : K_ERROR_PARSE);
   }
 

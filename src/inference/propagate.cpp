@@ -23,15 +23,11 @@ double evidence_entry(std::int64_t code, const std::vector<double>& vector, std:
   return 1.0;
 }
 
-// The root total must be a normal, finite double.  A negative total is the
-// failure value of the total's computation: the thread's code then stands
-// (and a negative total with the code still "none" passes).  NaN is overflow.
+// The root total must be a normal, finite double.  A negative total (only
+// tables holding negative numbers give one) is let through; the total's
+// computation itself never fails.  NaN is overflow.
 void check_total(double x) {
-  if (x < 0.0) {
-    const k_error_t code = k_error_code();
-    if (code != K_ERROR_NONE) throw Error(code);
-    return;
-  }
+  if (x < 0.0) return;
   if (x >= DBL_MIN && x < DBL_MAX) return;
   if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
   throw Error(K_ERROR_OVERFLOW);
@@ -193,13 +189,13 @@ void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
 // distribute onto its first child's separator).
 double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   const auto& schedule = tree.schedule;
-  constexpr std::size_t none = JunctionTree::kNoLink;
+  constexpr std::size_t kNone = JunctionTree::kNoLink;
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& link = schedule[i];
     if (how == Reduce::max) check_total(clique_total(*link.outer, how, par));
     const JunctionTree::Message* next =
-        link.first_out && link.parent != none ? &schedule[link.parent] : nullptr;
-    send_message(link, false, how, par, link.first_child != none,
+        link.first_out && link.parent != kNone ? &schedule[link.parent] : nullptr;
+    send_message(link, false, how, par, link.first_child != kNone,
                  next != nullptr ? next->separator : nullptr,
                  next != nullptr ? next->outer_plan : nullptr);
   }
@@ -211,8 +207,8 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   tree.log_normalization_constant += std::log(x);
   for (const JunctionTree::Message& link : schedule) {
     const JunctionTree::Message* next =
-        link.first_child != none ? &schedule[link.first_child] : nullptr;
-    send_message(link, true, how, par, link.first_out && link.parent != none,
+        link.first_child != kNone ? &schedule[link.first_child] : nullptr;
+    send_message(link, true, how, par, link.first_out && link.parent != kNone,
                  next != nullptr ? next->separator : nullptr,
                  next != nullptr ? next->inner_plan : nullptr);
   }

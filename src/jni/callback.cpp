@@ -1,3 +1,4 @@
+// Call-backs from engine parsers into Java: the parse error handler.
 #include "jni/callback.h"
 
 #include <climits>

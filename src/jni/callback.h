@@ -1,10 +1,9 @@
+// Call-backs from engine parsers into Java: the parse error handler.
 #pragma once
 
 #include <jni.h>
 
 #include <cstdint>
-
-// Call-backs from engine parsers into Java.
 
 namespace kelva::jni {
 

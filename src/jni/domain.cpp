@@ -1,7 +1,7 @@
 // Hand-written domain natives: deletion (the domain dies inside the call),
 // node creation with its Java peer, and the log file's UTF-16 name.
+#include "capi/peers.h"
 #include "jni/jni_util.h"
-#include "network/node.h"
 #include "natives.h"
 
 using namespace kelva;
@@ -13,10 +13,11 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainDele
                                                                                    jlong jdomain) {
   auto domain = from_jlong<k_domain_t>(jdomain);
   // Not an EnvScope: on success the context dies with the domain.
-  JniContext* context = context_of(domain);
-  if (context != nullptr) context->env = env;
+  PeerContext* context = peers::context_of(domain);
+  if (context != nullptr) peers::env_slot(*context) = env;
   const k_status_t status = k_domain_delete(domain);
-  if (status != 0 && context != nullptr) context->env = nullptr;  // a failed delete leaves it alive
+  // A failed delete leaves the domain alive.
+  if (status != 0 && context != nullptr) peers::env_slot(*context) = nullptr;
   return status;
 }
 
@@ -24,7 +25,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNew
     JNIEnv* env, jclass, jlong jdomain, jint jcategory, jint jkind, jint jsubtype, jobject jnode) {
   return guard<jlong>(0, [&]() -> jlong {
     auto domain = from_jlong<k_domain_t>(jdomain);
-    JniContext* context = context_of(domain);
+    PeerContext* context = peers::context_of(domain);
     if (context == nullptr || jnode == nullptr) return fail_with(K_ERROR_USAGE, jlong{0});
     if (!cache_node_field(env, *context, jnode)) return 0;
     GlobalRef peer(env, jnode);
@@ -36,7 +37,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNew
                                static_cast<k_subtype_t>(jsubtype));
     }
     if (node == nullptr) return 0;  // the reference is deleted with `peer`
-    reinterpret_cast<Node*>(node)->peer = peer.release();
+    peers::peer_slot(node) = peer.release();
     return to_jlong(node);
   });
 }

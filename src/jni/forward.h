@@ -1,3 +1,4 @@
+// The body of every generated native: argument and result conversions around one C API call.
 #pragma once
 
 #include <jni.h>
@@ -129,7 +130,7 @@ JR step(JNIEnv* env, JR failure, const JArgs& jargs, Cs... cs) noexcept {
   using Params = typename Signature<decltype(F)>::params;
   if constexpr (I == std::tuple_size_v<JArgs>) {
     if constexpr (B == Bracket::env) {
-      EnvScope scope(env, context_of(std::get<0>(std::forward_as_tuple(cs...))));
+      EnvScope scope(env, peers::context_of(std::get<0>(std::forward_as_tuple(cs...))));
       return to_java<JR>(env, F(cs...));
     } else {
       return to_java<JR>(env, F(cs...));

@@ -1,3 +1,5 @@
+// Helpers of the native methods: handle casts, the error guard, RAII holders
+// of JNI resources, the JNIEnv scope of a call, and Java peer attachment.
 #pragma once
 
 #include <jni.h>
@@ -8,13 +10,12 @@
 #include <string>
 #include <utility>
 
+#include "capi/peers.h"
+#include "jni/unicode.h"
 #include "kelva/kelva.h"
-#include "network/error.h"
-#include "network/peer.h"
-#include "platform/file.h"
 
-// Small RAII helpers for the native methods.  Every JNI resource a native
-// takes is released on every path, and no C++ exception leaves a native.
+// Every JNI resource a native takes is released on every path, and no C++
+// exception leaves a native.
 
 namespace kelva::jni {
 
@@ -38,11 +39,19 @@ R fail_with(k_error_t code, R value) noexcept {
   return value;
 }
 
-/// Runs `body` and turns any C++ exception into the thread's error code and
-/// `failure` (see kelva::catch_to_code).
+/// Runs `body` and turns any C++ exception into the thread's error code
+/// ("no_memory" for std::bad_alloc, "error" otherwise) and `failure`.  The
+/// C API throws nothing, so only the native's own work can throw here.
 template <class R, class F>
 R guard(R failure, F&& body) noexcept {
-  return catch_to_code(failure, std::forward<F>(body));
+  try {
+    return std::forward<F>(body)();
+  } catch (const std::bad_alloc&) {
+    k_error_set(K_ERROR_NO_MEMORY);
+  } catch (...) {
+    k_error_set(K_ERROR_ERROR);
+  }
+  return failure;
 }
 
 /// The modified UTF-8 text of a Java string for the duration of a call.  A
@@ -109,7 +118,7 @@ class FileName {
       error_ = K_ERROR_JNI;
       return;
     }
-    name_ = platform::utf16_to_utf8(chars.get(), chars.length());
+    name_ = utf16_to_utf8(chars.get(), chars.length());
     if (name_.find('\0') != std::string::npos) error_ = K_ERROR_IO;
     null_ = false;
   }
@@ -210,42 +219,37 @@ class GlobalRef {
 /// context (an invalid handle, which the engine then refuses) does nothing.
 class EnvScope {
  public:
-  EnvScope(JNIEnv* env, JniContext* context) noexcept : context_(context) {
-    if (context_ != nullptr) {
-      previous_ = context_->env;
-      context_->env = env;
+  EnvScope(JNIEnv* env, PeerContext* context) noexcept
+      : slot_(context != nullptr ? &peers::env_slot(*context) : nullptr) {
+    if (slot_ != nullptr) {
+      previous_ = *slot_;
+      *slot_ = env;
     }
   }
   ~EnvScope() {
-    if (context_ != nullptr) context_->env = previous_;
+    if (slot_ != nullptr) *slot_ = previous_;
   }
   EnvScope(const EnvScope&) = delete;
   EnvScope& operator=(const EnvScope&) = delete;
 
  private:
-  JniContext* context_;
+  void** slot_;
   void* previous_ = nullptr;
 };
-
-/// The Java bookkeeping of the domain behind a handle, or null when the
-/// handle is not a live object of that sort.
-JniContext* context_of(k_domain_t domain) noexcept;
-JniContext* context_of(k_node_t node) noexcept;
-JniContext* context_of(k_table_t table) noexcept;
-JniContext* context_of(k_model_t model) noexcept;
 
 /// Looks up and caches the "nodePeer" field identifier and a global
 /// reference to the Java node class (from `jnode`, a Java node) on the
 /// domain's first node.  False with "jni" or "no_memory" set on failure.
-bool cache_node_field(JNIEnv* env, JniContext& context, jobject jnode) noexcept;
+bool cache_node_field(JNIEnv* env, PeerContext& context, jobject jnode) noexcept;
 
-/// Makes `jpeer` the Java peer kept in `peer`, an engine object of the
-/// domain with `context`: a no-op when it already is; otherwise an earlier
-/// peer is dropped (its handle field set to 0), a global reference to
-/// `jpeer` is kept and its handle field (named by `field`, its identifier
-/// cached in `context`) set to `handle`.  A null `jpeer` attaches nothing.
-/// False with the code set ("jni", "no_memory") on failure.
-bool attach_peer(JNIEnv* env, JniContext& context, PeerField field, PeerRef& peer, jobject jpeer,
+/// Makes `jpeer` the Java peer kept in `peer`, the peer slot of an engine
+/// object of the domain with `context`: a no-op when it already is;
+/// otherwise an earlier peer is dropped (its handle field set to 0), a
+/// global reference to `jpeer` is kept and its handle field (`field`, one of
+/// peers::k...Field, its identifier cached in `context`) set to `handle`.  A
+/// null `jpeer` attaches nothing.  False with the code set ("jni",
+/// "no_memory") on failure.
+bool attach_peer(JNIEnv* env, PeerContext& context, int field, void*& peer, jobject jpeer,
                  jlong handle) noexcept;
 
 /// attach_peer for a live node ("nodePeer", which also caches the Java node

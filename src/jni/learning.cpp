@@ -1,7 +1,9 @@
 // Hand-written EM natives: learning with a Java progress listener called
 // after every iteration.
+#include <cstdint>
+
+#include "capi/peers.h"
 #include "jni/jni_util.h"
-#include "network/domain.h"
 #include "natives.h"
 
 using namespace kelva;
@@ -41,21 +43,18 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainLear
     JNIEnv* env, jclass, jlong jdomain, jobject jprogress) {
   return guard<jint>(1, [&]() -> jint {
     auto domain = from_jlong<k_domain_t>(jdomain);
-    JniContext* context = context_of(domain);
+    PeerContext* context = peers::context_of(domain);
     if (context == nullptr) return fail_with(K_ERROR_USAGE, jint{1});
     EnvScope scope(env, context);
     if (jprogress == nullptr) return k_domain_learn_tables(domain);
     // The listener is the call-back for this call only; whatever call-back
     // the domain had is put back afterwards.
-    auto& d = *reinterpret_cast<Domain*>(domain);
-    const auto saved = d.em_progress;
-    void* const saved_data = d.em_progress_data;
     ProgressFrame frame{env, jprogress};
-    d.em_progress = &report_iteration;
-    d.em_progress_data = &frame;
+    k_em_progress_t callback = &report_iteration;
+    void* data = &frame;
+    peers::exchange_em_progress(domain, callback, data);
     const k_status_t status = k_domain_learn_tables(domain);
-    d.em_progress = saved;
-    d.em_progress_data = saved_data;
+    peers::exchange_em_progress(domain, callback, data);
     if (env->ExceptionCheck()) return fail_with(K_ERROR_JNI, jint{1});
     return status;
   });

@@ -1,5 +1,6 @@
 // Hand-written model natives: models get their Java peers here, and the
 // text of an expression is parsed with errors going to a Java handler.
+#include "capi/peers.h"
 #include "jni/callback.h"
 #include "jni/jni_util.h"
 #include "natives.h"
@@ -15,7 +16,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeNewMo
                                                                                     jobject jmodel) {
   return guard<jlong>(0, [&]() -> jlong {
     auto node = from_jlong<k_node_t>(jnode);
-    JniContext* context = context_of(node);
+    PeerContext* context = peers::context_of(node);
     k_model_t model = nullptr;
     {
       // The node's previous model dies here, and with it its peer.

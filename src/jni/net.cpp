@@ -12,46 +12,6 @@ using namespace kelva::jni;
 
 namespace {
 
-// Decodes the UTF-8 file name the engine keeps back to the UTF-16 it came
-// from; NewStringUTF reads modified UTF-8, which spells characters outside
-// the basic plane differently.  A malformed sequence becomes U+FFFD.
-std::u16string utf8_to_utf16(const char* text) {
-  std::u16string out;
-  const auto* p = reinterpret_cast<const unsigned char*>(text);
-  while (*p != 0) {
-    const unsigned char lead = *p++;
-    int more = 0;
-    char32_t c = lead;
-    char32_t least = 0;  // the smallest code point of the sequence's length
-    if (lead >= 0xF8 || (lead >= 0x80 && lead < 0xC0)) {
-      more = -1;  // no lead byte
-    } else if (lead >= 0xF0) {
-      more = 3, c = lead & 0x07u, least = 0x10000;
-    } else if (lead >= 0xE0) {
-      more = 2, c = lead & 0x0Fu, least = 0x800;
-    } else if (lead >= 0xC0) {
-      more = 1, c = lead & 0x1Fu, least = 0x80;
-    }
-    for (int i = 0; i < more; ++i, ++p) {
-      if ((*p & 0xC0u) != 0x80u) {
-        more = -1;  // cut short: the byte that broke it starts the next character
-        break;
-      }
-      c = (c << 6) | (*p & 0x3Fu);
-    }
-    if (more < 0 || c < least || c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) {
-      out.push_back(u'\uFFFD');
-    } else if (c >= 0x10000) {
-      c -= 0x10000;
-      out.push_back(static_cast<char16_t>(0xD800 + (c >> 10)));
-      out.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FFu)));
-    } else {
-      out.push_back(static_cast<char16_t>(c));
-    }
-  }
-  return out;
-}
-
 // The result of a parse.  When the handler threw, the domain (which may
 // exist: warnings are reported too) is discarded and the exception is left
 // for the Java caller.

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "capi/peers.h"
 #include "jni/jni_util.h"
 #include "natives.h"
 
@@ -49,7 +50,7 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeReorde
     order.reserve(labels.size() + 1);
     for (const std::string& label : labels) order.push_back(label.c_str());
     order.push_back(nullptr);
-    EnvScope scope(env, context_of(node));
+    EnvScope scope(env, peers::context_of(node));
     return k_node_reorder_states(node, order.data());
   });
 }
@@ -58,7 +59,7 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeAttach
                                                                                      jlong jnode,
                                                                                      jobject jpeer) {
   auto node = from_jlong<k_node_t>(jnode);
-  if (context_of(node) == nullptr || jpeer == nullptr) return fail_with(K_ERROR_USAGE, jint{1});
+  if (peers::context_of(node) == nullptr || jpeer == nullptr) return fail_with(K_ERROR_USAGE, jint{1});
   k_error_set(K_ERROR_NONE);
   return attach_node_peer(env, node, jpeer) ? 0 : 1;
 }

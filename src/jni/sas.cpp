@@ -2,6 +2,7 @@
 // errors going to a Java handler.
 #include <unordered_set>
 
+#include "capi/peers.h"
 #include "jni/callback.h"
 #include "jni/jni_util.h"
 #include "natives.h"
@@ -27,13 +28,13 @@ jint parse(JNIEnv* env, jlong jdomain, jstring jfile_name, jobject jhandler, Rea
     const FileName name(env, jfile_name);
     if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
     auto domain = from_jlong<k_domain_t>(jdomain);
-    EnvScope scope(env, context_of(domain));
+    EnvScope scope(env, peers::context_of(domain));
     // A failed parse puts the domain back itself.  A handler can also throw
     // on a warning of a parse that then succeeds: the nodes it made are
     // deleted again (they have no Java peers yet).  A link file cannot get
     // that far: warnings come with strings, which it refuses.
     std::unordered_set<k_node_t> before;
-    if (nodes && jhandler != nullptr && context_of(domain) != nullptr) before = nodes_of(domain);
+    if (nodes && jhandler != nullptr && peers::context_of(domain) != nullptr) before = nodes_of(domain);
     ParseFrame frame{env, jhandler};
     const k_status_t status = read(domain, name.get(), &report_parse_error, &frame);
     if (!env->ExceptionCheck()) return status;

@@ -155,7 +155,7 @@ int Lexer::report_unexpected(int character) noexcept {
 
 int Lexer::fail(const char* message, k_error_t code) noexcept {
   report_error(message);
-  k_error_set(code);
+  failure_ = code;
   return TOKEN_ERROR;
 }
 

@@ -56,9 +56,10 @@ class Lexer {
   TokenReader reader() const noexcept { return reader_; }
 
   /// The next token, from the pushback stack first.  Lexical errors are
-  /// reported through the handler, set the thread's error code and give
+  /// reported through the handler, leave their code in failure() and give
   /// TOKEN_ERROR; two are silent (a number that does not convert, `\x`
-  /// without a hexadecimal digit).  Never throws.
+  /// without a hexadecimal digit) and leave failure() as it was.  Never
+  /// throws.
   int next_token() noexcept;
   /// Gives a token back (at most two are held); the last one given back is
   /// returned first.
@@ -79,14 +80,18 @@ class Lexer {
   std::uint64_t position() const noexcept;
   /// Errors reported so far (warnings do not count).
   std::int64_t error_count() const noexcept { return errors_; }
+  /// The code of the last lexical failure ("parse", "io" or "no_memory"),
+  /// "none" while there has been none.  Readers stop with it when a token
+  /// fails.
+  k_error_t failure() const noexcept { return failure_; }
 
   /// Reports an error to the handler (if any) and counts it.
   void report_error(const char* message) noexcept;
   /// Reports a warning to the handler (if any); not counted.
   void report_warning(const char* message) noexcept;
   /// Reports "unexpected end-of-file" (for EOF), "unexpected end-of-line"
-  /// (for a newline) or "unexpected character: `%c'", sets "parse" and
-  /// returns TOKEN_ERROR.
+  /// (for a newline) or "unexpected character: `%c'", records "parse" as
+  /// the failure and returns TOKEN_ERROR.
   int report_unexpected(int character) noexcept;
 
  private:
@@ -106,7 +111,8 @@ class Lexer {
   int read_number();
   int read_string();
   Escape read_escape(int& value) noexcept;
-  // Reports `message` as an error, sets `code`, returns TOKEN_ERROR.
+  // Reports `message` as an error, records `code` as the failure, returns
+  // TOKEN_ERROR.
   int fail(const char* message, k_error_t code) noexcept;
   int unget_failed() noexcept;
 
@@ -120,6 +126,7 @@ class Lexer {
   double number_ = 0.0;
   std::uint64_t line_ = 1;
   std::int64_t errors_ = 0;
+  k_error_t failure_ = K_ERROR_NONE;
   int pushed_[2] = {0, 0};
   int pushed_count_ = 0;
 };

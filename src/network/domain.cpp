@@ -34,7 +34,7 @@ Domain::~Domain() {
   for (Table* t : free_tables_) Destroy<Table>{}(t);
   free_tables_.clear();
   while (first_ != nullptr) destroy_node(first_);
-  drop_context(jni_);
+  drop_context(peers_);
   if (log_ != nullptr) std::fclose(log_);
 }
 
@@ -121,7 +121,7 @@ void Domain::destroy_node(Node* node) noexcept {
   --by_category_[category_slot(node->category())];
   if (node->is_discrete()) --discrete_;
   if (node->is_continuous()) --continuous_;
-  drop_peer(jni_, PeerField::node, node->peer);
+  drop_peer(peers_, PeerField::node, node->peer);
   delete node;
 }
 

@@ -78,7 +78,7 @@ class Domain : public Object {
   void* backpointer = nullptr;
 
   /// Java bookkeeping of the native layer.
-  JniContext& jni() noexcept { return jni_; }
+  PeerContext& peers() noexcept { return peers_; }
 
   /// The log stream (null when none); owned.
   std::FILE* log() const noexcept { return log_; }
@@ -160,7 +160,7 @@ class Domain : public Object {
   std::uint64_t continuous_ = 0;
   std::unordered_map<std::string, Node*> names_;
   AttributeList attributes_;
-  JniContext jni_;
+  PeerContext peers_;
   std::FILE* log_ = nullptr;
   ForestPtr forest_;
   std::uint64_t forest_serial_ = 0;

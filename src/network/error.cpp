@@ -38,6 +38,7 @@ const ErrorEntry* find_error(int code) noexcept {
 }
 
 const char* Error::what() const noexcept {
+  if (!message_.empty()) return message_.c_str();
   const ErrorEntry* e = find_error(code_);
   return e != nullptr ? e->name : "no_such_error";
 }

@@ -64,8 +64,8 @@ const char* Node::state_label(std::size_t i) const noexcept {
 void Node::resize_states(std::size_t count) {
   // Labels and values of every state; a count that could never be stored is
   // refused before anything is allocated.
-  constexpr std::uint64_t per_state = sizeof(std::optional<std::string>) + sizeof(double);
-  if (count >= (std::uint64_t{1} << 48) || !platform::allocation_possible(count * per_state))
+  constexpr std::uint64_t kPerState = sizeof(std::optional<std::string>) + sizeof(double);
+  if (count >= (std::uint64_t{1} << 48) || !platform::allocation_possible(count * kPerState))
     throw Error(K_ERROR_NO_MEMORY);
   std::vector<std::optional<std::string>> labels = state_labels_;
   labels.resize(count);

@@ -10,14 +10,14 @@ std::atomic<PeerDropFn> g_drop{nullptr};
 
 void install_peer_drop(PeerDropFn fn) noexcept { g_drop.store(fn); }
 
-void drop_peer(JniContext& context, PeerField field, PeerRef& ref) noexcept {
+void drop_peer(PeerContext& context, PeerField field, PeerRef& ref) noexcept {
   if (ref == nullptr) return;
   PeerDropFn fn = g_drop.load();
   if (fn != nullptr && context.env != nullptr) fn(context, &field, ref);
   ref = nullptr;
 }
 
-void drop_context(JniContext& context) noexcept {
+void drop_context(PeerContext& context) noexcept {
   PeerDropFn fn = g_drop.load();
   if (context.node_class != nullptr && fn != nullptr && context.env != nullptr)
     fn(context, nullptr, context.node_class);

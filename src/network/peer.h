@@ -6,10 +6,12 @@ namespace kelva {
 enum class PeerField { node = 0, table = 1, clique = 2, jt = 3, model = 4 };
 inline constexpr int kPeerFieldCount = 5;
 
-/// The Java bookkeeping a domain keeps for the native layer.  The engine
-/// never looks inside: `env` is the JNIEnv of the native call in progress
-/// (null between calls), the others are cached JNI identifiers.
-struct JniContext {
+/// The Java bookkeeping a domain keeps for the native layer, which reaches
+/// it through capi/peers.h.  `env` is the JNIEnv of the native call in
+/// progress (null between calls: no peer can be dropped then), the others
+/// are cached JNI identifiers; the engine reads only `env` and hands
+/// `node_class` back when the domain dies.
+struct PeerContext {
   void* env = nullptr;
   void* field_ids[kPeerFieldCount] = {};
   void* node_class = nullptr;  // global reference to the Java node class
@@ -21,7 +23,7 @@ using PeerRef = void*;
 /// How the native layer drops a peer: zero its handle field (when `field`
 /// names one) and delete the global reference.  `field` may be null for
 /// references that have no handle field (the cached node class).
-using PeerDropFn = void (*)(JniContext& context, const PeerField* field, PeerRef ref);
+using PeerDropFn = void (*)(PeerContext& context, const PeerField* field, PeerRef ref);
 
 /// Installed by the native layer when the library is loaded into a JVM.
 void install_peer_drop(PeerDropFn fn) noexcept;
@@ -29,9 +31,9 @@ void install_peer_drop(PeerDropFn fn) noexcept;
 /// Drops `ref` (if any) through the installed function and sets it to null.
 /// Without a JNIEnv in `context` or without a native layer it only forgets
 /// the reference.
-void drop_peer(JniContext& context, PeerField field, PeerRef& ref) noexcept;
+void drop_peer(PeerContext& context, PeerField field, PeerRef& ref) noexcept;
 
 /// Drops the context's cached references (used when a domain dies).
-void drop_context(JniContext& context) noexcept;
+void drop_context(PeerContext& context) noexcept;
 
 }  // namespace kelva

@@ -125,7 +125,7 @@ Table::Table(Domain& domain, const std::vector<Node*>& nodes, TableRole role, No
   }
 }
 
-Table::~Table() { drop_peer(domain_->jni(), PeerField::table, peer); }
+Table::~Table() { drop_peer(domain_->peers(), PeerField::table, peer); }
 
 double* Table::data() {
   if (data_.empty()) data_ = DoubleBuffer::zeros(size_);

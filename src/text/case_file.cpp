@@ -366,13 +366,11 @@ bool has_evidence(const Node& n) noexcept {
 
 void read_case(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data) {
   require(accepts_evidence(domain));
-  k_error_set(K_ERROR_NONE);  // codes left by lexical failures are read back
   Lexer lexer(stream, handler, data);
   run_parse(lexer, [&](Lexer& lx) { SingleCaseReader(lx, domain).read(); });
 }
 
 void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data) {
-  k_error_set(K_ERROR_NONE);
   const std::size_t before = domain.cases.size();
   const bool counts_set = domain.cases.counts_set();
   Lexer lexer(stream, handler, data);

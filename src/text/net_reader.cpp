@@ -38,14 +38,17 @@ std::string net_message(const char* format, ...) {
 
 void net_fail(Lexer& lexer, const std::string& message, int token) {
   lexer.report_error(message.c_str());
-  // A lexical failure has set its own code (parse, io or no_memory); a
-  // silent one has set none.
-  const k_error_t code = token == TOKEN_ERROR ? k_error_code() : K_ERROR_NONE;
+  // A lexical failure has recorded its own code (parse, io or no_memory); a
+  // silent one has recorded none.
+  const k_error_t code = token == TOKEN_ERROR ? lexer.failure() : K_ERROR_NONE;
   throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
 }
 
 void net_api_fail(Lexer& lexer, k_error_t code) {
-  lexer.report_error(net_message("API error: %s", k_error_description(code)).c_str());
+  const ErrorEntry* entry = find_error(code);
+  lexer.report_error(
+      net_message("API error: %s", entry != nullptr ? entry->description : "No such error.")
+          .c_str());
   throw Error(code);
 }
 
@@ -57,31 +60,6 @@ bool is_name(int token) noexcept { return token == TOKEN_NAME || token == TOKEN_
 
 bool is_real_function(const Node& n) noexcept {
   return n.category() == K_CATEGORY_FUNCTION && n.kind() == K_KIND_OTHER;
-}
-
-// Engine operations on models.  The model layer has no engine-level entry
-// for them yet, so they go through the C API and its error code.
-Model* new_model(Node& node, const std::vector<Node*>& model_nodes) {
-  std::vector<k_node_t> list;
-  for (Node* n : model_nodes) list.push_back(reinterpret_cast<k_node_t>(n));
-  list.push_back(nullptr);
-  k_model_t m = k_node_new_model(reinterpret_cast<k_node_t>(&node), list.data());
-  if (m == nullptr) throw Error(k_error_code());
-  return reinterpret_cast<Model*>(m);
-}
-
-void set_model_expression(Model& model, std::uint64_t index, Expression* e) {
-  if (k_model_set_expression(reinterpret_cast<k_model_t>(&model), index,
-                             reinterpret_cast<k_expression_t>(e)) != 0) {
-    const k_error_t code = k_error_code();
-    ExpressionFactory::release(e);
-    throw Error(code);
-  }
-}
-
-void set_samples_per_interval(Model& model, std::uint64_t count) {
-  if (k_model_set_number_of_samples_per_interval(reinterpret_cast<k_model_t>(&model), count) != 0)
-    throw Error(k_error_code());
 }
 
 // What one potential block has said so far.
@@ -593,7 +571,7 @@ class NetReader {
       if (!n.is_discrete()) fail("the `model_nodes' attribute must contain discrete nodes only");
       nodes.push_back(&n);
     }
-    p.model = api([&] { return new_model(child, nodes); });
+    p.model = &api([&]() -> Model& { return new_model(child, nodes); });
   }
 
   // model-data: `(` [expression] (`,` [expression])* `)`, one place per
@@ -607,7 +585,14 @@ class NetReader {
       if (t != ',' && t != ')') {
         lx_.push_back(t);
         Expression* e = parse_expression(lx_, domain_);
-        api([&] { set_model_expression(model, i, e); });
+        api([&] {
+          try {
+            set_model_expression(model, i, e);
+          } catch (...) {
+            ExpressionFactory::release(e);
+            throw;
+          }
+        });
         t = next();
       }
       if (i + 1 < size && t != ',') fail("`,' expected", t);
@@ -638,11 +623,11 @@ bool older_format(std::FILE* stream) {
         break;
       }
     }
+    // A look-ahead that broke the grammar is forgotten; other failures are
+    // not.
+    const k_error_t code = look.failure();
+    if (code != K_ERROR_NONE && code != K_ERROR_PARSE) throw Error(code);
   }
-  // A look-ahead that broke the grammar is forgotten; other failures are not.
-  const k_error_t code = k_error_code();
-  if (code == K_ERROR_PARSE) k_error_set(K_ERROR_NONE);
-  else if (code != K_ERROR_NONE) throw Error(code);
   if (std::fseek(stream, start, SEEK_SET) != 0) throw Error(K_ERROR_IO);
   return older;
 }
@@ -651,8 +636,6 @@ bool older_format(std::FILE* stream) {
 
 Domain* read_net_domain(std::FILE* stream, const char* file_name,
                         k_parse_error_handler_t handler, void* data) {
-  // Codes left by lexical failures are read back; start from none.
-  k_error_set(K_ERROR_NONE);
   auto domain = std::make_unique<Domain>();
   if (file_name != nullptr) domain->file_name = file_name;
   Lexer lexer(stream, handler, data);
@@ -667,7 +650,6 @@ Domain* read_net_domain(std::FILE* stream, const char* file_name,
 }
 
 Domain* read_net_domain(const char* text, k_parse_error_handler_t handler, void* data) {
-  k_error_set(K_ERROR_NONE);
   auto domain = std::make_unique<Domain>();
   Lexer lexer(text, handler, data);
   run_parse(lexer, [&](Lexer& lx) { NetReader(lx, *domain).read(); });

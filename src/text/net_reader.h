@@ -32,8 +32,8 @@ Domain* read_net_domain(const char* text, k_parse_error_handler_t handler, void*
 std::string net_message(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Reports `message` as an error and stops the parse: throws Error with the
-/// code the lexer set when `token` is TOKEN_ERROR (io, no_memory), "parse"
-/// otherwise.
+/// code of the lexer's last failure when `token` is TOKEN_ERROR (io,
+/// no_memory), "parse" otherwise.
 [[noreturn]] void net_fail(Lexer& lexer, const std::string& message, int token = 0);
 
 /// Reports "API error: %s" with the description of `code` and stops the

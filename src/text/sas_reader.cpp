@@ -78,7 +78,7 @@ class LineReader {
   // silent one (a number that does not convert) gets `message`.
   [[noreturn]] void fail(const std::string& message, int token = 0) {
     if (token == TOKEN_ERROR && lx_.error_count() > 0) {
-      const k_error_t code = k_error_code();
+      const k_error_t code = lx_.failure();
       throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
     }
     net_fail(lx_, message, token);
@@ -344,8 +344,6 @@ class LinkReader : LineReader {
 template <class Reader, class Undo>
 void run(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data,
          Undo undo) {
-  // Codes left by lexical failures are read back; start from none.
-  k_error_set(K_ERROR_NONE);
   Lexer lexer(stream, handler, data);
   Reader reader(lexer, domain);
   try {

@@ -298,13 +298,12 @@ TEST(Lexer, StringsAndEscapes) {
   // Warnings are not counted; errors are, with the "parse" code.
   Messages messages;
   Lexer lexer(R"("\0" "\z")", Messages::handler, &messages);
-  k_error_set(K_ERROR_NONE);
   EXPECT_EQ(lexer.next_token(), TOKEN_STRING);
   EXPECT_EQ(lexer.error_count(), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_EQ(lexer.failure(), K_ERROR_NONE);
   EXPECT_EQ(lexer.next_token(), TOKEN_ERROR);
   EXPECT_EQ(lexer.error_count(), 1);
-  EXPECT_EQ(k_error_code(), K_ERROR_PARSE);
+  EXPECT_EQ(lexer.failure(), K_ERROR_PARSE);
 }
 
 TEST(Lexer, PositionsErrorCodesAndTheUnexpected) {
@@ -325,9 +324,8 @@ TEST(Lexer, PositionsErrorCodesAndTheUnexpected) {
                          : Lexer("x\ny", Messages::handler, &messages);
     EXPECT_EQ(lexer.next_token(), TOKEN_NAME);
     EXPECT_EQ(lexer.next_token(), TOKEN_NAME);
-    k_error_set(K_ERROR_NONE);
     EXPECT_EQ(lexer.report_unexpected(EOF), TOKEN_ERROR);
-    EXPECT_EQ(k_error_code(), K_ERROR_PARSE);
+    EXPECT_EQ(lexer.failure(), K_ERROR_PARSE);
     EXPECT_EQ(lexer.report_unexpected('\n'), TOKEN_ERROR);
     EXPECT_EQ(lexer.report_unexpected('$'), TOKEN_ERROR);
     lexer.report_warning("warning: w");
@@ -341,10 +339,9 @@ TEST(Lexer, PositionsErrorCodesAndTheUnexpected) {
 
   // Without a handler errors are still counted and coded.
   Lexer silent("$", nullptr, nullptr);
-  k_error_set(K_ERROR_NONE);
   EXPECT_EQ(silent.next_token(), TOKEN_ERROR);
   EXPECT_EQ(silent.error_count(), 1);
-  EXPECT_EQ(k_error_code(), K_ERROR_PARSE);
+  EXPECT_EQ(silent.failure(), K_ERROR_PARSE);
 }
 
 TEST(Lexer, TokenTextOutOfMemory) {
@@ -354,12 +351,11 @@ TEST(Lexer, TokenTextOutOfMemory) {
   Lexer lexer(text.c_str(), Messages::handler, &messages);
   EXPECT_EQ(lexer.next_token(), TOKEN_NAME);
   for (int i = 0; i < 2; ++i) {
-    k_error_set(K_ERROR_NONE);
     test::fail_allocation_after(0);
     const int token = lexer.next_token();
     test::fail_allocation_after(-1);
     EXPECT_EQ(token, TOKEN_ERROR);
-    EXPECT_EQ(k_error_code(), K_ERROR_NO_MEMORY);
+    EXPECT_EQ(lexer.failure(), K_ERROR_NO_MEMORY);
     EXPECT_EQ(lexer.next_token(), TOKEN_NAME);  // the rest of the token
   }
   EXPECT_EQ(lexer.next_token(), TOKEN_ERROR);  // the closing quote opens a string

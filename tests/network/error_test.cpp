@@ -4,6 +4,7 @@
 #include <thread>
 
 #include "kelva/kelva.h"
+#include "network/error.h"
 
 namespace {
 
@@ -65,6 +66,16 @@ TEST(ErrorState, IsPerThreadAndResetOnEveryCall) {
   EXPECT_EQ(k_error_code(), K_ERROR_TWICE);
   EXPECT_EQ(k_domain_delete(d), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+}
+
+TEST(ErrorObject, WhatIsTheMessageOrElseTheCodeName) {
+  EXPECT_STREQ(kelva::Error(K_ERROR_PARSE).what(), "parse");
+  EXPECT_STREQ(kelva::Error(static_cast<k_error_t>(45)).what(), "no_such_error");
+  EXPECT_STREQ(kelva::Error(K_ERROR_IO, "").what(), "io");
+  const kelva::Error e(K_ERROR_IO, "cannot open `a.net'");
+  const kelva::Error copy = e;
+  EXPECT_EQ(copy.code(), K_ERROR_IO);
+  EXPECT_STREQ(copy.what(), "cannot open `a.net'");
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// gen_natives: turns the lists of native methods (natives/*.list) into the JNI
-// glue and prototypes (C++) and the Java declarations, and the error table
-// (error_codes.def) into the Java ErrorCode enum.  Built and run by CMake.
+// gen_natives: turns the lists of native methods (natives/*.list, read in the
+// order of natives/order.txt) into the JNI glue and prototypes (C++) and the
+// Java declarations, and the error table (error_codes.def) into the Java
+// ErrorCode enum.  Built and run by CMake.
 //
 //   gen_natives cpp  <natives-dir> <out-dir>
 //       writes natives.h (every native's prototype) and natives_glue.cpp
@@ -188,17 +189,37 @@ void read_list_file(const std::string& path, std::vector<Native>& natives,
   }
 }
 
-// Reads a list file, or every *.list file of a directory in name order (one
-// file per family of natives).
+// Reads a list file, or the *.list files of a directory (one per family of
+// natives) in the order its order.txt names them.  Every list file must be
+// named there exactly once, so none is left out or read twice.
 std::vector<Native> read_list(const std::string& path) {
   std::vector<Native> natives;
   std::set<std::string> names;
   if (std::filesystem::is_directory(path)) {
-    std::vector<std::filesystem::path> files;
-    for (const auto& entry : std::filesystem::directory_iterator(path))
-      if (entry.path().extension() == ".list") files.push_back(entry.path());
-    std::sort(files.begin(), files.end());
-    for (const auto& file : files) read_list_file(file.string(), natives, names);
+    const std::filesystem::path dir(path);
+    const std::string order_path = (dir / "order.txt").string();
+    std::ifstream order(order_path);
+    if (!order) throw std::runtime_error("cannot open " + order_path);
+    std::set<std::string> listed;
+    std::vector<std::string> files;
+    std::string text;
+    int line = 0;
+    while (std::getline(order, text)) {
+      ++line;
+      std::size_t hash = text.find('#');
+      if (hash != std::string::npos) text.resize(hash);
+      text = trim(text);
+      if (text.empty()) continue;
+      const std::string where = order_path + ":" + std::to_string(line);
+      if (std::filesystem::path(text).extension() != ".list" || text.find('/') != std::string::npos)
+        fail(where, "'" + text + "' is not a list file of this folder");
+      if (!listed.insert(text).second) fail(where, "'" + text + "' is named twice");
+      files.push_back(text);
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(dir))
+      if (entry.path().extension() == ".list" && listed.count(entry.path().filename().string()) == 0)
+        fail(order_path, "the list " + entry.path().filename().string() + " is not named");
+    for (const std::string& file : files) read_list_file((dir / file).string(), natives, names);
   } else {
     read_list_file(path, natives, names);
   }

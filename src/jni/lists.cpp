@@ -5,7 +5,6 @@
 
 #include "jni/jni_util.h"
 #include "natives.h"
-#include "table/size.h"
 
 using namespace kelva;
 using namespace kelva::jni;
@@ -15,8 +14,11 @@ static_assert(sizeof(void*) == sizeof(jlong), "list slots hold handles");
 extern "C" {
 
 JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNewList(JNIEnv*, jclass, jlong jn) {
-  // A count whose byte size overflows saturates, and that allocation fails.
-  const std::uint64_t bytes = sat_mul(static_cast<std::uint64_t>(jn), sizeof(void*));
+  // A count whose byte size overflows (a negative one too) asks for the
+  // all-ones size, and that allocation fails.
+  k_size_t bytes = 0;
+  if (__builtin_mul_overflow(static_cast<k_size_t>(jn), k_size_t{sizeof(void*)}, &bytes))
+    bytes = K_SIZE_ERROR;
   return to_jlong(std::malloc(static_cast<std::size_t>(bytes)));
 }
 

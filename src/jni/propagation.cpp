@@ -1,4 +1,4 @@
-// Inference natives with extra steps: a marginal table gets its Java peer.
+// Propagation natives with extra steps: a marginal table gets its Java peer.
 #include <jni.h>
 
 #include "jni/jni_util.h"
