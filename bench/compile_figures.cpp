@@ -30,12 +30,14 @@ std::uint64_t mul(std::uint64_t a, std::uint64_t b) {
 
 Sizes sizes(k_domain_t domain) {
   Sizes s;
-  for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt; jt = k_jt_get_next(jt)) {
+  for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt;
+       jt = k_jt_get_next(jt)) {
     for (k_clique_t* c = k_jt_get_cliques(jt); *c; ++c) {
       ++s.cliques;
       std::uint64_t size = 1;
       for (k_node_t* m = k_clique_get_members(*c); *m; ++m)
-        if (k_node_get_kind(*m) == K_KIND_DISCRETE) size = mul(size, k_node_get_number_of_states(*m));
+        if (k_node_get_kind(*m) == K_KIND_DISCRETE)
+          size = mul(size, k_node_get_number_of_states(*m));
       s.largest = std::max(s.largest, size);
     }
     const std::uint64_t t = k_jt_get_total_size(jt);
@@ -61,12 +63,13 @@ int main(int argc, char** argv) {
     if (entry.path().extension() == ".net") nets.push_back(entry.path());
   std::sort(nets.begin(), nets.end());
 
-  std::printf("| network | nodes | cliques | largest clique table | total clique size | compile s "
-              "| total 15 | total 16 | total 17 | total 18 |\n");
+  std::printf(
+      "| network | nodes | cliques | largest clique table | total clique size | compile s "
+      "| total 15 | total 16 | total 17 | total 18 |\n");
   std::printf("|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
   for (const fs::path& file : nets) {
-    k_domain_t domain =
-        k_net_parse_domain(file.string().c_str(), [](uint64_t, const char*, void*) {}, nullptr);
+    k_domain_t domain = k_net_parse_domain(
+        file.string().c_str(), [](uint64_t, const char*, void*) {}, nullptr);
     const std::string name = file.stem().string();
     if (!domain) {
       std::printf("| %s | refused by the reader |||||||||\n", name.c_str());
@@ -76,7 +79,8 @@ int main(int argc, char** argv) {
     for (k_node_t n = k_domain_get_first_node(domain); n; n = k_node_get_next(n)) ++nodes;
     const auto t0 = std::chrono::steady_clock::now();
     const k_status_t compiled = k_domain_compile(domain);
-    const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     std::string row = "| " + name + " | " + std::to_string(nodes) + " | ";
     if (compiled != 0 && k_domain_is_triangulated(domain) != 1) {
       // Too large to compile: the figures of the triangulation alone.
@@ -87,7 +91,8 @@ int main(int argc, char** argv) {
         continue;
       }
       const Sizes s = sizes(domain);
-      row += std::to_string(s.cliques) + " | " + text(s.largest) + " | " + text(s.total) + " | " + why;
+      row +=
+          std::to_string(s.cliques) + " | " + text(s.largest) + " | " + text(s.total) + " | " + why;
     } else {
       const Sizes s = sizes(domain);
       char t[32];

@@ -13,8 +13,8 @@
 #include <random>
 #include <string>
 
-#include "kelva/kelva.h"
 #include "dataset/data_set.h"
+#include "kelva/kelva.h"
 
 namespace {
 
@@ -38,8 +38,8 @@ std::size_t write_file(const std::string& path, std::size_t bytes, std::size_t c
     std::perror(path.c_str());
     std::exit(1);
   }
-  static const char* const labels[] = {"low", "mid", "high", "yes", "no", "A", "B", "C",
-                                       "none", "unknown", "state_1", "state_12"};
+  static const char* const labels[] = {"low", "mid", "high", "yes",     "no",      "A",
+                                       "B",   "C",   "none", "unknown", "state_1", "state_12"};
   static const char* const quoted[] = {"\"Oslo, NO\"", "\"a \"\"b\"\"\"", "\"x; y\"", "\" pad \""};
   std::mt19937_64 random(42);
   std::string line;
@@ -64,7 +64,8 @@ std::size_t write_file(const std::string& path, std::size_t bytes, std::size_t c
           line += number;
           break;
         case 3:
-          std::snprintf(number, sizeof number, "%.3f", static_cast<double>(random() % 1000000) / 997);
+          std::snprintf(number, sizeof number, "%.3f",
+                        static_cast<double>(random() % 1000000) / 997);
           line += number;
           break;
         default:
@@ -130,10 +131,10 @@ int main(int argc, char** argv) {
               mb / read_seconds, read_seconds * 1e9 / cells);
   std::printf("k_ds_save:         %7.3f s  %8.1f MB/s\n", save_seconds, mb / save_seconds);
   std::printf("k_ds_delete:       %7.3f s\n", delete_seconds);
-  std::printf("peak memory: %.1f MB before the read, %.1f MB after (%.1f bytes per cell, "
-              "file %.1f bytes per cell)\n",
-              before / 1024.0, after / 1024.0, (after - before) * 1024.0 / cells,
-              mb * (1 << 20) / cells);
+  std::printf(
+      "peak memory: %.1f MB before the read, %.1f MB after (%.1f bytes per cell, "
+      "file %.1f bytes per cell)\n",
+      before / 1024.0, after / 1024.0, (after - before) * 1024.0 / cells, mb * (1 << 20) / cells);
   if (argc <= 2) std::remove(path.c_str());
   return 0;
 }

@@ -10,9 +10,9 @@
 // own).  Prints key<TAB>value lines.
 
 #include <chrono>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
@@ -120,7 +120,8 @@ int main(int argc, char** argv) {
 
   k_domain_t h = k_net_parse_domain(argv[1], nullptr, nullptr);
   if (h == nullptr) {
-    std::fprintf(stderr, "bench_em: cannot read %s (%s)\n", argv[1], k_error_description(k_error_code()));
+    std::fprintf(stderr, "bench_em: cannot read %s (%s)\n", argv[1],
+                 k_error_description(k_error_code()));
     return 1;
   }
   Domain& d = *reinterpret_cast<Domain*>(h);
@@ -154,7 +155,8 @@ int main(int argc, char** argv) {
   const double propagate_seconds = seconds_since(start);
   const double propagate_cpu = cpu_seconds() - cpu;
   if (ll == 1.0) {
-    std::fprintf(stderr, "bench_em: log-likelihood failed (%s)\n", k_error_description(k_error_code()));
+    std::fprintf(stderr, "bench_em: log-likelihood failed (%s)\n",
+                 k_error_description(k_error_code()));
     return 1;
   }
 
@@ -184,7 +186,8 @@ int main(int argc, char** argv) {
   std::printf("compile_seconds\t%.3f\n", compile_seconds);
   std::printf("initial_log_likelihood\t%.10g\n", ll);
   std::printf("propagate_cases_seconds\t%.3f\n", propagate_seconds);
-  std::printf("propagation_seconds_per_case\t%.3g\n", propagate_seconds / static_cast<double>(cases));
+  std::printf("propagation_seconds_per_case\t%.3g\n",
+              propagate_seconds / static_cast<double>(cases));
   std::printf("iterations\t%llu\n", static_cast<unsigned long long>(iterations));
   std::printf("learn_seconds\t%.3f\n", learn_seconds);
   std::printf("seconds_per_iteration\t%.3f\n", per_iteration);

@@ -58,12 +58,14 @@ int main(int argc, char** argv) {
     k_domain_t domain = grow(n, width, parents, 17);
     const auto t1 = std::chrono::steady_clock::now();
     if (k_domain_triangulate(domain, K_TM_BEST_GREEDY) != 0) {
-      std::fprintf(stderr, "triangulation of %zu nodes failed: %s\n", n, k_error_name(k_error_code()));
+      std::fprintf(stderr, "triangulation of %zu nodes failed: %s\n", n,
+                   k_error_name(k_error_code()));
       return 1;
     }
     const auto t2 = std::chrono::steady_clock::now();
     std::size_t cliques = 0, total = 0;
-    for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt; jt = k_jt_get_next(jt)) {
+    for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt;
+         jt = k_jt_get_next(jt)) {
       for (k_clique_t* c = k_jt_get_cliques(jt); *c; ++c) ++cliques;
       total += k_jt_get_total_size(jt);
     }

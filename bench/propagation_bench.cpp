@@ -109,9 +109,9 @@ int main(int argc, char** argv) {
   if (files.empty()) {
     const char* env = std::getenv("KELVA_SHARED_DIR");
     const std::string dir = std::string(env != nullptr ? env : KELVA_DEFAULT_SHARED_DIR) + "/nets/";
-    for (const char* n : {"asia.net", "alarm.net", "hailfinder.net", "insurance.net", "water.net",
-                          "pigs.net", "munin2.net", "link.net", "diabetes.net", "barley.net",
-                          "mildew.net", "munin1.net"})
+    for (const char* n :
+         {"asia.net", "alarm.net", "hailfinder.net", "insurance.net", "water.net", "pigs.net",
+          "munin2.net", "link.net", "diabetes.net", "barley.net", "mildew.net", "munin1.net"})
       files.push_back(dir + n);
   }
   for (const std::string& f : files) run(f);

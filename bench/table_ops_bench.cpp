@@ -22,11 +22,11 @@ constexpr std::size_t kNodes = 20;
 // Small tables' nodes, as positions in the large table.
 const std::vector<std::vector<std::size_t>>& layouts() {
   static const std::vector<std::vector<std::size_t>> all{
-      {0, 1, 2, 3, 4, 5, 6, 7, 8, 9},                 // 0: leading block
-      {10, 11, 12, 13, 14, 15, 16, 17, 18, 19},       // 1: trailing block
-      {0, 2, 4, 6, 8, 10, 12, 14, 16, 18},            // 2: every other node
-      {17, 3, 11, 8, 19, 0, 5, 14},                   // 3: scattered, out of order
-      {},                                             // 4: a single entry
+      {0, 1, 2, 3, 4, 5, 6, 7, 8, 9},            // 0: leading block
+      {10, 11, 12, 13, 14, 15, 16, 17, 18, 19},  // 1: trailing block
+      {0, 2, 4, 6, 8, 10, 12, 14, 16, 18},       // 2: every other node
+      {17, 3, 11, 8, 19, 0, 5, 14},              // 3: scattered, out of order
+      {},                                        // 4: a single entry
   };
   return all;
 }

@@ -6,16 +6,15 @@
 #include <cstdlib>
 #include <string>
 
+#include "fuzz_check.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
 #include "network/error.h"
 
-#include "fuzz_check.h"
-
 namespace case_fuzz {
 
-inline k_node_t discrete(k_domain_t d, const char* name, k_category_t category,
-                         k_subtype_t subtype, k_size_t states) {
+inline k_node_t discrete(k_domain_t d, const char* name, k_category_t category, k_subtype_t subtype,
+                         k_size_t states) {
   k_node_t n = k_domain_new_node(d, category, K_KIND_DISCRETE, subtype);
   CHECK(n != nullptr && k_node_set_name(n, name) == 0);
   if (states > 0) CHECK(k_node_set_number_of_states(n, states) == 0);
@@ -54,8 +53,8 @@ inline kelva::Domain& engine(k_domain_t d) { return *reinterpret_cast<kelva::Dom
 /// succeeded, false when it threw Error (any other failure is a bug).
 template <class Read>
 bool read_text(const std::string& text, Read read) {
-  std::FILE* stream = text.empty() ? std::tmpfile()
-                                   : fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+  std::FILE* stream =
+      text.empty() ? std::tmpfile() : fmemopen(const_cast<char*>(text.data()), text.size(), "r");
   CHECK(stream != nullptr);
   bool ok = true;
   try {

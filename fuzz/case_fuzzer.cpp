@@ -49,7 +49,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CHECK(k_domain_retract_findings(d) == 0);
   CHECK(read(d, second));
   const std::string third = written(d);
-  if (second != third) std::fprintf(stderr, "second:\n%s\nthird:\n%s\n", second.c_str(), third.c_str());
+  if (second != third)
+    std::fprintf(stderr, "second:\n%s\nthird:\n%s\n", second.c_str(), third.c_str());
   CHECK(second == third);
   return 0;
 }

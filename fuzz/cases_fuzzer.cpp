@@ -23,7 +23,7 @@ std::string written(k_domain_t d, bool counts) {
   selection.counts = counts;
   selection.separator = counts ? "," : " ";
   selection.missing = counts ? "*" : "?";
-  kelva::check_case_selection(domain, selection);
+  kelva::verify_case_selection(domain, selection);
   kelva::TextSink sink;
   kelva::write_cases(domain, selection, sink);
   return sink.text();
@@ -61,7 +61,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CHECK(k_domain_set_number_of_cases(d, 0) == 0);
   CHECK(read(d, second));
   const std::string third = written(d, true);
-  if (second != third) std::fprintf(stderr, "second:\n%s\nthird:\n%s\n", second.c_str(), third.c_str());
+  if (second != third)
+    std::fprintf(stderr, "second:\n%s\nthird:\n%s\n", second.c_str(), third.c_str());
   CHECK(second == third);
 
   // Without counts, when the counts are small whole numbers, each case is

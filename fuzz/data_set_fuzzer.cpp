@@ -10,11 +10,10 @@
 #include <string>
 
 #include "dataset/data_set.h"
+#include "fuzz_check.h"
 #include "network/error.h"
 #include "text/data_set_file.h"
 #include "text/net_writer.h"
-
-#include "fuzz_check.h"
 
 namespace {
 
@@ -52,7 +51,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   kelva::TextSink sink;
   kelva::write_data_set(*first, separator, sink);
   auto again = read(sink.text(), separator);
-  if (again == nullptr) std::fprintf(stderr, "written text does not read:\n%s\n", sink.text().c_str());
+  if (again == nullptr)
+    std::fprintf(stderr, "written text does not read:\n%s\n", sink.text().c_str());
   CHECK(again != nullptr);
   CHECK(again->columns == first->columns);
   std::vector<kelva::DataSet::Row> expected;

@@ -11,15 +11,13 @@
 #include <string>
 
 #include "expr/expression.h"
+#include "fuzz_check.h"
 #include "kelva/kelva.h"
 #include "network/error.h"
 
-#include "fuzz_check.h"
-
 namespace {
 
-k_node_t make(k_domain_t d, const char* name, k_kind_t kind, k_subtype_t subtype,
-              k_size_t states) {
+k_node_t make(k_domain_t d, const char* name, k_kind_t kind, k_subtype_t subtype, k_size_t states) {
   k_node_t n = k_domain_new_node(d, K_CATEGORY_CHANCE, kind, subtype);
   CHECK(n != nullptr);
   CHECK(k_node_set_name(n, name) == 0);
@@ -80,7 +78,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   kelva::Expression* copy = kelva::copy_expression(*tree);
   CHECK(kelva::expression_to_string(copy) == printed);
   try {
-    kelva::check_types(*copy, true);
+    kelva::verify_types(*copy, true);
   } catch (const kelva::Error& e) {
     CHECK(e.code() == K_ERROR_INVALID_EXPRESSION);
   }

@@ -12,9 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "lexer/lexer.h"
-
 #include "fuzz_check.h"
+#include "lexer/lexer.h"
 
 namespace {
 

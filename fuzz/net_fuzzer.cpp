@@ -6,13 +6,10 @@
 #include <cstring>
 #include <string>
 
+#include "fuzz_check.h"
 #include "kelva/kelva.h"
 
-#include "fuzz_check.h"
-
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);

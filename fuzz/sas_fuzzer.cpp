@@ -11,11 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
 #include "text/sas_reader.h"
-
-#include "fuzz_check.h"
 
 namespace {
 
@@ -27,9 +26,8 @@ const char kNodes[] =
 template <class Read>
 bool parse(k_domain_t domain, const std::string& text, Read read) {
   // An empty buffer is no stream for fmemopen.
-  std::FILE* stream = text.empty()
-                          ? std::fopen("/dev/null", "r")
-                          : fmemopen(const_cast<char*>(text.data()), text.size(), "r");
+  std::FILE* stream = text.empty() ? std::fopen("/dev/null", "r")
+                                   : fmemopen(const_cast<char*>(text.data()), text.size(), "r");
   CHECK(stream != nullptr);
   bool ok = true;
   try {

@@ -20,8 +20,9 @@ static void fail(const char *what) {
 /* Makes a labelled chance node with two states, "yes" and "no". */
 static k_node_t new_yes_no_node(k_domain_t domain, const char *name) {
   k_node_t node = k_domain_new_node(domain, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
-  if (node == NULL || k_node_set_name(node, name) != 0 || k_node_set_number_of_states(node, 2) != 0 ||
-      k_node_set_state_label(node, 0, "yes") != 0 || k_node_set_state_label(node, 1, "no") != 0)
+  if (node == NULL || k_node_set_name(node, name) != 0 ||
+      k_node_set_number_of_states(node, 2) != 0 || k_node_set_state_label(node, 0, "yes") != 0 ||
+      k_node_set_state_label(node, 1, "no") != 0)
     fail(name);
   return node;
 }

@@ -62,7 +62,7 @@ typedef struct k_clique_s *k_clique_t;
 /** Sizes and counts; K_SIZE_ERROR (all ones) means "too large" or an error. */
 typedef uint64_t k_size_t;
 /** The all-ones size. */
-#define K_SIZE_ERROR ((k_size_t)~(k_size_t)0)
+#define K_SIZE_ERROR ((k_size_t) ~(k_size_t)0)
 /** Truth values: 1 true, 0 false, -1 error. */
 typedef int k_bool_t;
 /** Status: 0 success, non-zero failure. */
@@ -237,8 +237,7 @@ typedef enum k_operator_e {
 /** A parse error handler: called with the position (the line for a file,
  *  the count of characters consumed for a string), the message, and the
  *  data given with it. */
-typedef void (*k_parse_error_handler_t)(uint64_t position, const char *message,
-                                        void *data);
+typedef void (*k_parse_error_handler_t)(uint64_t position, const char *message, void *data);
 
 /* ------------------------------------------------------------------------ */
 /* Errors                                                                    */
@@ -279,16 +278,15 @@ KELVA_API k_status_t k_domain_delete(k_domain_t domain);
  *  continuous and decision or utility nodes would meet, and
  *  "cyclic_functional_dependency" when a new decision or utility node would
  *  close a cycle of function-node dependencies. */
-KELVA_API k_node_t k_domain_new_node(k_domain_t domain, k_category_t category,
-                                     k_kind_t kind, k_subtype_t subtype);
+KELVA_API k_node_t k_domain_new_node(k_domain_t domain, k_category_t category, k_kind_t kind,
+                                     k_subtype_t subtype);
 
 /** The first node of the domain's node chain.  New nodes are put at the head,
  *  so the chain runs from the newest node to the oldest.  Null when empty. */
 KELVA_API k_node_t k_domain_get_first_node(k_domain_t domain);
 
 /** The node named `name`, or null (no error) when there is none. */
-KELVA_API k_node_t k_domain_get_node_by_name(k_domain_t domain,
-                                             const char *name);
+KELVA_API k_node_t k_domain_get_node_by_name(k_domain_t domain, const char *name);
 
 /** Number of chance nodes, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_number_of_chance_nodes(k_domain_t domain);
@@ -300,8 +298,7 @@ KELVA_API k_size_t k_domain_get_number_of_utility_nodes(k_domain_t domain);
 KELVA_API k_size_t k_domain_get_number_of_instance_nodes(k_domain_t domain);
 
 /** Sets the size in which nodes are drawn. */
-KELVA_API k_status_t k_domain_set_node_size(k_domain_t domain, k_size_t width,
-                                            k_size_t height);
+KELVA_API k_status_t k_domain_set_node_size(k_domain_t domain, k_size_t width, k_size_t height);
 /** The width of drawn nodes, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_node_width(k_domain_t domain);
 /** The height of drawn nodes, or K_SIZE_ERROR on a null domain. */
@@ -312,26 +309,22 @@ KELVA_API k_status_t k_domain_set_grain_size(k_domain_t domain, k_size_t size);
 /** The grain size, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_grain_size(k_domain_t domain);
 /** Sets the number of threads of large table operations (not 0). */
-KELVA_API k_status_t k_domain_set_concurrency_level(k_domain_t domain,
-                                                    k_size_t level);
+KELVA_API k_status_t k_domain_set_concurrency_level(k_domain_t domain, k_size_t level);
 /** The concurrency level, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_concurrency_level(k_domain_t domain);
 
 /** Sets attribute `key` (a C identifier) to a copy of `value`; a null value
  *  removes the attribute.  New keys go to the head of the list. */
-KELVA_API k_status_t k_domain_set_attribute(k_domain_t domain, const char *key,
-                                            const char *value);
+KELVA_API k_status_t k_domain_set_attribute(k_domain_t domain, const char *key, const char *value);
 /** The value of attribute `key`, or null. */
-KELVA_API const char *k_domain_get_attribute(k_domain_t domain,
-                                             const char *key);
+KELVA_API const char *k_domain_get_attribute(k_domain_t domain, const char *key);
 /** The first (most recently added) attribute entry, or null. */
 KELVA_API k_attribute_t k_domain_get_first_attribute(k_domain_t domain);
 
 /** Opens `file_name` (UTF-8) as the domain's log, appending when `append` is
  *  non-zero, line-buffered with a 512-byte buffer; the previous log is
  *  closed.  A null name only closes the current log.  "io" on failure. */
-KELVA_API k_status_t k_domain_set_log_file(k_domain_t domain,
-                                           const char *file_name, int append);
+KELVA_API k_status_t k_domain_set_log_file(k_domain_t domain, const char *file_name, int append);
 
 /** Stores an opaque pointer with the domain for the caller. */
 KELVA_API k_status_t k_domain_set_backpointer(k_domain_t domain, void *data);
@@ -364,8 +357,7 @@ KELVA_API k_kind_t k_node_get_kind(k_node_t node);
 KELVA_API k_subtype_t k_node_get_subtype(k_node_t node);
 /** Changes the subtype of a discrete node.  Turning a node into a boolean
  *  node requires exactly 2 states. */
-KELVA_API k_status_t k_node_set_discrete_type(k_node_t node,
-                                              k_subtype_t subtype);
+KELVA_API k_status_t k_node_set_discrete_type(k_node_t node, k_subtype_t subtype);
 
 /** The node's name; a node without one is given a generated name now
  *  ("C12" for chance node number 12, the next free number when taken). */
@@ -394,29 +386,23 @@ KELVA_API k_status_t k_node_set_number_of_states(k_node_t node, k_size_t count);
  *  states, the empty text for other unlabelled states), or null. */
 KELVA_API const char *k_node_get_state_label(k_node_t node, k_size_t state);
 /** Sets the label of state `state` to a copy of `label`. */
-KELVA_API k_status_t k_node_set_state_label(k_node_t node, k_size_t state,
-                                            const char *label);
+KELVA_API k_status_t k_node_set_state_label(k_node_t node, k_size_t state, const char *label);
 /** The index of the only state with label `label`; -1 when none or several
  *  match (no error code for "not found"). */
-KELVA_API int64_t k_node_get_state_index_from_label(k_node_t node,
-                                                    const char *label);
+KELVA_API int64_t k_node_get_state_index_from_label(k_node_t node, const char *label);
 /** The value of state `state` of a numeric (number or interval) node, or -1. */
 KELVA_API double k_node_get_state_value(k_node_t node, k_size_t state);
 /** Sets the value of state `state` of a numeric node. */
-KELVA_API k_status_t k_node_set_state_value(k_node_t node, k_size_t state,
-                                            double value);
+KELVA_API k_status_t k_node_set_state_value(k_node_t node, k_size_t state, double value);
 /** The state of a numeric node whose value is `value`; for an interval node,
  *  the state whose interval [v(i), v(i+1)) holds it.  -1 when none. */
-KELVA_API int64_t k_node_get_state_index_from_value(k_node_t node,
-                                                    double value);
+KELVA_API int64_t k_node_get_state_index_from_value(k_node_t node, double value);
 /** Reorders the states of a discrete node: `order` holds every current label
  *  once, in the new order, ended by null.  Tables follow the states. */
-KELVA_API k_status_t k_node_reorder_states(k_node_t node,
-                                           const char *const *order);
+KELVA_API k_status_t k_node_reorder_states(k_node_t node, const char *const *order);
 
 /** Sets attribute `key` of the node (see k_domain_set_attribute). */
-KELVA_API k_status_t k_node_set_attribute(k_node_t node, const char *key,
-                                          const char *value);
+KELVA_API k_status_t k_node_set_attribute(k_node_t node, const char *key, const char *value);
 /** The value of attribute `key` of the node, or null. */
 KELVA_API const char *k_node_get_attribute(k_node_t node, const char *key);
 /** The node's first (most recently added) attribute entry, or null. */
@@ -447,8 +433,7 @@ KELVA_API k_status_t k_node_add_parent(k_node_t child, k_node_t parent);
 KELVA_API k_status_t k_node_remove_parent(k_node_t child, k_node_t parent);
 /** Replaces `old_parent` by `new_parent` (same kind and number of states) in
  *  `child`'s parents, keeping the table's data and position. */
-KELVA_API k_status_t k_node_switch_parent(k_node_t child, k_node_t old_parent,
-                                          k_node_t new_parent);
+KELVA_API k_status_t k_node_switch_parent(k_node_t child, k_node_t old_parent, k_node_t new_parent);
 /** Reverses the link node1 -> node2 (both discrete chance nodes) so that the
  *  joint distribution is unchanged (arc reversal by Bayes' rule). */
 KELVA_API k_status_t k_node_reverse_edge(k_node_t node1, k_node_t node2);
@@ -482,8 +467,7 @@ KELVA_API k_bool_t k_node_has_fading_table(k_node_t node);
 
 /** Creates a free-standing table over `nodes` (null-ended list of distinct
  *  nodes of `domain`), all entries 0.  The caller deletes it. */
-KELVA_API k_table_t k_domain_new_table(k_domain_t domain,
-                                       const k_node_t *nodes);
+KELVA_API k_table_t k_domain_new_table(k_domain_t domain, const k_node_t *nodes);
 
 /** The table's node list (owned by the table). */
 KELVA_API k_node_t *k_table_get_nodes(k_table_t table);
@@ -496,42 +480,35 @@ KELVA_API k_size_t k_table_get_cg_size(k_table_t table);
 /** The index of a configuration (one state index per table node, in list
  *  order, last node fastest); -1 when a state is out of range or the size
  *  is too large. */
-KELVA_API int64_t k_table_get_index_from_configuration(k_table_t table,
-                                                       const k_size_t *config);
+KELVA_API int64_t k_table_get_index_from_configuration(k_table_t table, const k_size_t *config);
 /** Fills `config` (one slot per discrete table node) with the configuration
  *  of `index`. */
-KELVA_API k_status_t k_table_get_configuration_from_index(k_table_t table,
-                                                          k_size_t *config,
+KELVA_API k_status_t k_table_get_configuration_from_index(k_table_t table, k_size_t *config,
                                                           k_size_t index);
 /** Copies entries start .. start+count-1 into array[0 .. count-1].
  *  "usage" when array is null, start is not below the size, count exceeds
  *  size - start, or count exceeds array_length. */
-KELVA_API k_status_t k_table_get_data(k_table_t table, double *array,
-                                      k_size_t array_length, k_size_t start,
-                                      k_size_t count);
+KELVA_API k_status_t k_table_get_data(k_table_t table, double *array, k_size_t array_length,
+                                      k_size_t start, k_size_t count);
 /** Copies array[0 .. count-1] into entries start .. start+count-1 (same
  *  rules as k_table_get_data) and marks the table changed. */
-KELVA_API k_status_t k_table_set_data(k_table_t table, const double *array,
-                                      k_size_t array_length, k_size_t start,
-                                      k_size_t count);
+KELVA_API k_status_t k_table_set_data(k_table_t table, const double *array, k_size_t array_length,
+                                      k_size_t start, k_size_t count);
 /** The entry at `index` (-1.0 with "usage" when out of range). */
 KELVA_API double k_table_get_data_item(k_table_t table, k_size_t index);
 /** Stores `value` at `index` and marks the table changed. */
-KELVA_API k_status_t k_table_set_data_item(k_table_t table, k_size_t index,
-                                           double value);
+KELVA_API k_status_t k_table_set_data_item(k_table_t table, k_size_t index, double value);
 /** Stores `value` in every entry and marks the table changed. */
 KELVA_API k_status_t k_table_set_all_data_items(k_table_t table, double value);
 
 /** The mean of continuous `node` in discrete configuration `index`. */
-KELVA_API double k_table_get_mean(k_table_t table, k_size_t index,
-                                  k_node_t node);
+KELVA_API double k_table_get_mean(k_table_t table, k_size_t index, k_node_t node);
 /** The variance of continuous `node` in discrete configuration `index`. */
-KELVA_API double k_table_get_variance(k_table_t table, k_size_t index,
-                                      k_node_t node);
+KELVA_API double k_table_get_variance(k_table_t table, k_size_t index, k_node_t node);
 /** The covariance of continuous nodes `node1`, `node2` in configuration
  *  `index`. */
-KELVA_API double k_table_get_covariance(k_table_t table, k_size_t index,
-                                        k_node_t node1, k_node_t node2);
+KELVA_API double k_table_get_covariance(k_table_t table, k_size_t index, k_node_t node1,
+                                        k_node_t node2);
 
 /** Multiplies `table` by `other` in place; other's nodes must all be among
  *  table's nodes. */
@@ -542,13 +519,11 @@ KELVA_API k_status_t k_table_divide(k_table_t table, k_table_t other);
 /** A new free-standing table over `nodes` (a null-ended subset of the
  *  table's nodes) summing (K_EQUILIBRIUM_SUM) or maximising
  *  (K_EQUILIBRIUM_MAX) over the others.  The caller deletes it. */
-KELVA_API k_table_t k_table_get_marginal(k_table_t table,
-                                         const k_node_t *nodes,
+KELVA_API k_table_t k_table_get_marginal(k_table_t table, const k_node_t *nodes,
                                          k_equilibrium_t code);
 /** Reorders the table's nodes to `nodes` (the same nodes, null-ended),
  *  permuting the data to the new configuration order. */
-KELVA_API k_status_t k_table_reorder_nodes(k_table_t table,
-                                           const k_node_t *nodes);
+KELVA_API k_status_t k_table_reorder_nodes(k_table_t table, const k_node_t *nodes);
 /** Copies `other`'s contents (same size and CG dimension) into `table` and
  *  marks it changed. */
 KELVA_API k_status_t k_table_update(k_table_t table, k_table_t other);
@@ -568,12 +543,11 @@ KELVA_API void *k_table_get_backpointer(k_table_t table);
 /** Reads a domain from the NET file `file_name` (UTF-8); the name is kept
  *  with the domain.  Messages go to `handler` (may be null) with line
  *  numbers.  Null with "parse" (or the error that stopped the parse). */
-KELVA_API k_domain_t k_net_parse_domain(const char *file_name,
-                                        k_parse_error_handler_t handler, void *data);
+KELVA_API k_domain_t k_net_parse_domain(const char *file_name, k_parse_error_handler_t handler,
+                                        void *data);
 /** Reads a domain from NET text in memory; positions given to `handler` are
  *  counts of characters consumed. */
-KELVA_API k_domain_t k_net_parse_domain_string(const char *text,
-                                               k_parse_error_handler_t handler,
+KELVA_API k_domain_t k_net_parse_domain_string(const char *text, k_parse_error_handler_t handler,
                                                void *data);
 /** Writes the domain as NET text to `file_name` and keeps the name with the
  *  domain.  "io" when the file cannot be written. */
@@ -622,8 +596,7 @@ KELVA_API char *k_expression_to_string(k_expression_t expression);
  *  domain that owns `model`.  Errors go to `handler` (may be null) with the
  *  count of characters consumed; "syntax" or "parse" on failure. */
 KELVA_API k_expression_t k_string_parse_expression(const char *text, k_model_t model,
-                                                   k_parse_error_handler_t handler,
-                                                   void *data);
+                                                   k_parse_error_handler_t handler, void *data);
 /** Deletes an expression that no composite holds (otherwise nothing is
  *  done); a composite releases its operands by the same rule. */
 KELVA_API k_status_t k_expression_delete(k_expression_t expression);
@@ -656,8 +629,7 @@ KELVA_API k_status_t k_model_set_expression_from_string(k_model_t model, k_size_
 KELVA_API k_expression_t k_model_get_expression(k_model_t model, k_size_t index);
 /** Sets the number of samples taken in each interval state of a parent
  *  (at least 1). */
-KELVA_API k_status_t k_model_set_number_of_samples_per_interval(k_model_t model,
-                                                                k_size_t count);
+KELVA_API k_status_t k_model_set_number_of_samples_per_interval(k_model_t model, k_size_t count);
 /** The number of samples per interval; K_SIZE_ERROR with "usage" for null. */
 KELVA_API k_size_t k_model_get_number_of_samples_per_interval(k_model_t model);
 /** The model's needs-generation flag as stored: 1 until the table has been
@@ -673,7 +645,6 @@ KELVA_API k_status_t k_node_generate_table(k_node_t node);
  *  order, stopping at the first failure. */
 KELVA_API k_status_t k_domain_generate_tables(k_domain_t domain);
 
-
 /* ------------------------------------------------------------------------ */
 /* Compilation: triangulation and the junction forest                        */
 /* ------------------------------------------------------------------------ */
@@ -685,15 +656,13 @@ KELVA_API k_status_t k_domain_generate_tables(k_domain_t domain);
  *  K_TM_TOTAL_WEIGHT is refused with "usage".  With a log file set, the
  *  moral links, fill-ins, costs, elimination sequence, cliques, junction
  *  forest and assignment of potentials are written to it. */
-KELVA_API k_status_t k_domain_triangulate(k_domain_t domain,
-                                          k_triangulation_method_t method);
+KELVA_API k_status_t k_domain_triangulate(k_domain_t domain, k_triangulation_method_t method);
 /** Triangulates by the elimination order `order` (a null-ended list of every
  *  discrete and continuous node, continuous ones first; first eliminated
  *  first) and builds the junction forest.  "enumeration" when the order
  *  holds a node of another domain, a node of kind "other", a node twice,
  *  a continuous node after a discrete one, or misses a node. */
-KELVA_API k_status_t k_domain_triangulate_with_order(k_domain_t domain,
-                                                     k_node_t *order);
+KELVA_API k_status_t k_domain_triangulate_with_order(k_domain_t domain, k_node_t *order);
 /** The elimination order of the current triangulation (first eliminated
  *  first), a null-ended list owned by the domain; null with "usage" when the
  *  domain is not triangulated. */
@@ -751,8 +720,7 @@ KELVA_API k_status_t k_node_select_state(k_node_t node, k_size_t state);
 /** Sets the finding of state `state` of a discrete node to `value`
  *  (0 <= value < largest double): 0 excludes the state, values other than
  *  0 and 1 make a likelihood. */
-KELVA_API k_status_t k_node_enter_finding(k_node_t node, k_size_t state,
-                                          double value);
+KELVA_API k_status_t k_node_enter_finding(k_node_t node, k_size_t state, double value);
 /** Enters a value: the value of a continuous node, or the state of a
  *  numeric (number or interval) discrete node that matches `value`. */
 KELVA_API k_status_t k_node_enter_value(k_node_t node, double value);
@@ -792,19 +760,15 @@ KELVA_API k_bool_t k_jt_evidence_is_propagated(k_junction_tree_t jt);
 KELVA_API k_bool_t k_jt_likelihood_is_propagated(k_junction_tree_t jt);
 KELVA_API k_bool_t k_jt_cg_evidence_is_propagated(k_junction_tree_t jt);
 KELVA_API k_bool_t k_jt_tables_to_propagate(k_junction_tree_t jt);
-KELVA_API k_bool_t k_jt_equilibrium_is(k_junction_tree_t jt,
-                                       k_equilibrium_t equilibrium);
-KELVA_API k_bool_t k_jt_evidence_mode_is(k_junction_tree_t jt,
-                                         k_evidence_mode_t mode);
+KELVA_API k_bool_t k_jt_equilibrium_is(k_junction_tree_t jt, k_equilibrium_t equilibrium);
+KELVA_API k_bool_t k_jt_evidence_mode_is(k_junction_tree_t jt, k_evidence_mode_t mode);
 KELVA_API k_bool_t k_domain_evidence_is_propagated(k_domain_t domain);
 KELVA_API k_bool_t k_domain_evidence_to_propagate(k_domain_t domain);
 KELVA_API k_bool_t k_domain_likelihood_is_propagated(k_domain_t domain);
 KELVA_API k_bool_t k_domain_cg_evidence_is_propagated(k_domain_t domain);
 KELVA_API k_bool_t k_domain_tables_to_propagate(k_domain_t domain);
-KELVA_API k_bool_t k_domain_equilibrium_is(k_domain_t domain,
-                                           k_equilibrium_t equilibrium);
-KELVA_API k_bool_t k_domain_evidence_mode_is(k_domain_t domain,
-                                             k_evidence_mode_t mode);
+KELVA_API k_bool_t k_domain_equilibrium_is(k_domain_t domain, k_equilibrium_t equilibrium);
+KELVA_API k_bool_t k_domain_evidence_mode_is(k_domain_t domain, k_evidence_mode_t mode);
 
 /* ------------------------------------------------------------------------ */
 /* Propagation and results                                                   */
@@ -815,16 +779,13 @@ KELVA_API k_bool_t k_domain_evidence_mode_is(k_domain_t domain,
  *  fast-retraction mode.  "not_compiled", "usage", "compressed",
  *  "inconsistency_or_underflow", "overflow", "no_memory"; after a failure the
  *  next propagation starts from the node tables. */
-KELVA_API k_status_t k_domain_propagate(k_domain_t domain,
-                                        k_equilibrium_t equilibrium,
+KELVA_API k_status_t k_domain_propagate(k_domain_t domain, k_equilibrium_t equilibrium,
                                         k_evidence_mode_t mode);
 /** Propagates one junction tree. */
-KELVA_API k_status_t k_jt_propagate(k_junction_tree_t jt,
-                                    k_equilibrium_t equilibrium,
+KELVA_API k_status_t k_jt_propagate(k_junction_tree_t jt, k_equilibrium_t equilibrium,
                                     k_evidence_mode_t mode);
 /** Propagates the clique's junction tree with the clique as root. */
-KELVA_API k_status_t k_clique_propagate(k_clique_t clique,
-                                        k_equilibrium_t equilibrium,
+KELVA_API k_status_t k_clique_propagate(k_clique_t clique, k_equilibrium_t equilibrium,
                                         k_evidence_mode_t mode);
 /** Brings the forest back to the node tables; the evidence stays entered
  *  and is to be propagated again. */
@@ -913,8 +874,7 @@ KELVA_API k_size_t k_domain_get_number_of_cases(k_domain_t domain);
  *  "no_memory" for a count that could never be stored. */
 KELVA_API k_status_t k_domain_set_number_of_cases(k_domain_t domain, k_size_t count);
 /** Sets the count of case `index`: finite and nonnegative, else "usage". */
-KELVA_API k_status_t k_domain_set_case_count(k_domain_t domain, k_size_t index,
-                                             double count);
+KELVA_API k_status_t k_domain_set_case_count(k_domain_t domain, k_size_t index, double count);
 /** The count of case `index` (1 until set), or -1.0 on error. */
 KELVA_API double k_domain_get_case_count(k_domain_t domain, k_size_t index);
 /** The total case count: the sum of the counts once any count has been set,
@@ -970,10 +930,9 @@ KELVA_API k_status_t k_domain_parse_cases(k_domain_t domain, const char *file_na
  *  domain, one that holds no case items or one listed twice, a flag other
  *  than 0 or 1, a null text, a case index out of range, or (without counts)
  *  a selected case whose count is not a finite whole number. */
-KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_name,
-                                         k_node_t *nodes, const int64_t *cases,
-                                         k_bool_t include_counts, const char *separator,
-                                         const char *missing);
+KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_name, k_node_t *nodes,
+                                         const int64_t *cases, k_bool_t include_counts,
+                                         const char *separator, const char *missing);
 
 /* ------------------------------------------------------------------------ */
 /* EM learning                                                               */
@@ -1002,13 +961,11 @@ KELVA_API k_status_t k_domain_learn_tables(k_domain_t domain);
 /** Sets the relative log-likelihood tolerance of EM: learning stops when
  *  two successive totals differ by at most tolerance times the newer one's
  *  absolute value.  "usage" for a negative value or NaN. */
-KELVA_API k_status_t k_domain_set_log_likelihood_tolerance(k_domain_t domain,
-                                                           double tolerance);
+KELVA_API k_status_t k_domain_set_log_likelihood_tolerance(k_domain_t domain, double tolerance);
 /** The tolerance (0.0001 for a new domain), or -1.0 with "usage" for null. */
 KELVA_API double k_domain_get_log_likelihood_tolerance(k_domain_t domain);
 /** Sets the maximum number of EM iterations (0: no limit). */
-KELVA_API k_status_t k_domain_set_max_number_of_em_iterations(k_domain_t domain,
-                                                              k_size_t count);
+KELVA_API k_status_t k_domain_set_max_number_of_em_iterations(k_domain_t domain, k_size_t count);
 /** The maximum number of EM iterations, or K_SIZE_ERROR for null. */
 KELVA_API k_size_t k_domain_get_max_number_of_em_iterations(k_domain_t domain);
 /** Sets (or with null clears) the EM progress call-back and its data. */
@@ -1073,20 +1030,17 @@ KELVA_API const char *k_ds_get_column_name(k_data_set_t data_set, k_size_t colum
 /** Renames a column: any text ("usage" for null).  k_domain_add_cases
  *  matches column names to node names exactly, so a column meant for a
  *  node carries the node's name. */
-KELVA_API k_status_t k_ds_set_column_name(k_data_set_t data_set, k_size_t column,
-                                          const char *name);
+KELVA_API k_status_t k_ds_set_column_name(k_data_set_t data_set, k_size_t column, const char *name);
 /** The text of a cell, owned by the data set and valid until the cell
  *  changes; null with the code "none" when the cell is missing, null with
  *  "usage" for a bad index. */
-KELVA_API const char *k_ds_get_data_item(k_data_set_t data_set, k_size_t row,
-                                         k_size_t column);
+KELVA_API const char *k_ds_get_data_item(k_data_set_t data_set, k_size_t row, k_size_t column);
 /** Sets the text of a cell (copied); null makes the cell missing. */
-KELVA_API k_status_t k_ds_set_data_item(k_data_set_t data_set, k_size_t row,
-                                        k_size_t column, const char *text);
+KELVA_API k_status_t k_ds_set_data_item(k_data_set_t data_set, k_size_t row, k_size_t column,
+                                        const char *text);
 /** Moves column `column` to position `new_index` (below the number of
  *  columns); the columns between shift by one place. */
-KELVA_API k_status_t k_ds_move_column(k_data_set_t data_set, k_size_t column,
-                                      k_size_t new_index);
+KELVA_API k_status_t k_ds_move_column(k_data_set_t data_set, k_size_t column, k_size_t new_index);
 /** Moves row `row` to position `new_index` (below the number of rows); the
  *  rows between shift by one place. */
 KELVA_API k_status_t k_ds_move_row(k_data_set_t data_set, k_size_t row, k_size_t new_index);
@@ -1113,13 +1067,12 @@ KELVA_API const char *const *k_ds_get_distinct_values(k_data_set_t data_set, k_s
 /** Sets every cell of a column that holds exactly `old_text` (a missing cell
  *  when null) to `new_text` (missing when null); returns the number of cells
  *  that matched, K_SIZE_ERROR on failure. */
-KELVA_API k_size_t k_ds_replace_values(k_data_set_t data_set, k_size_t column,
-                                       const char *old_text, const char *new_text);
+KELVA_API k_size_t k_ds_replace_values(k_data_set_t data_set, k_size_t column, const char *old_text,
+                                       const char *new_text);
 /** Orders the rows by their texts in a column, compared byte by byte,
  *  ascending or (with `descending` 1) descending.  The sort is stable, and
  *  rows whose cell is missing come last in their earlier order. */
-KELVA_API k_status_t k_ds_sort_rows(k_data_set_t data_set, k_size_t column,
-                                    k_bool_t descending);
+KELVA_API k_status_t k_ds_sort_rows(k_data_set_t data_set, k_size_t column, k_bool_t descending);
 /** As k_ds_sort_rows, comparing the cells as numbers; "invalid_expression"
  *  (and nothing moves) when a present cell is not a number. */
 KELVA_API k_status_t k_ds_sort_rows_numerically(k_data_set_t data_set, k_size_t column,
@@ -1152,8 +1105,8 @@ KELVA_API k_status_t k_ds_get_numbers(k_data_set_t data_set, k_size_t column, do
  *  missing with k_ds_replace_values first) is "usage", a state above 32767
  *  "case_state_too_large"; then no case is added.  "usage" when
  *  start+count exceeds the number of rows. */
-KELVA_API k_status_t k_domain_add_cases(k_domain_t domain, k_data_set_t data_set,
-                                        k_size_t start, k_size_t count);
+KELVA_API k_status_t k_domain_add_cases(k_domain_t domain, k_data_set_t data_set, k_size_t start,
+                                        k_size_t count);
 
 /* ------------------------------------------------------------------------ */
 /* Data set files                                                            */
@@ -1180,15 +1133,13 @@ KELVA_API k_data_set_t k_parse_data_set(const char *file_name, char separator,
 /** Reads a data set from `text` in memory; positions given to `handler` are
  *  counts of characters consumed. */
 KELVA_API k_data_set_t k_parse_data_set_string(const char *text, char separator,
-                                               k_parse_error_handler_t handler,
-                                               void *data);
+                                               k_parse_error_handler_t handler, void *data);
 /** Writes the data set to `file_name` (UTF-8) as k_parse_data_set reads it:
  *  a cell that is empty, begins or ends with white space, or holds a double
  *  quote or the separator is quoted; a missing cell is written as nothing.
  *  A cell holding a newline is written but cannot be read back.  "io" when
  *  the file cannot be written (the file may then be incomplete). */
-KELVA_API k_status_t k_ds_save(k_data_set_t data_set, const char *file_name,
-                               char separator);
+KELVA_API k_status_t k_ds_save(k_data_set_t data_set, const char *file_name, char separator);
 /** The data set as text, written as k_ds_save writes a file (malloc'ed; the
  *  caller frees it with free()).  Null with "no_memory" when it does not
  *  fit in memory. */
@@ -1221,13 +1172,11 @@ KELVA_API double k_ds_compute_mean_absolute_error(k_data_set_t data_set, k_size_
 /** The mean of |(x - y) / x| as a fraction (not times 100); an observed 0
  *  makes it infinite or not a number, without error. */
 KELVA_API double k_ds_compute_mean_absolute_percentage_error(k_data_set_t data_set,
-                                                             k_size_t observed,
-                                                             k_size_t predicted);
+                                                             k_size_t observed, k_size_t predicted);
 /** The mean absolute error divided by the mean of |x(i) - x(i-1)| over the
  *  observed column.  Needs two numbers or more: with one, -1.0 and the code
  *  "none". */
-KELVA_API double k_ds_compute_mean_absolute_scaled_error(k_data_set_t data_set,
-                                                         k_size_t observed,
+KELVA_API double k_ds_compute_mean_absolute_scaled_error(k_data_set_t data_set, k_size_t observed,
                                                          k_size_t predicted);
 
 /* ------------------------------------------------------------------------ */

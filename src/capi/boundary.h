@@ -1,15 +1,15 @@
 #pragma once
 
 #include <new>
-#include <utility>
 #include <string>
+#include <utility>
 #include <vector>
 
-#include "kelva/kelva.h"
 #include "compile/junction_forest.h"
+#include "dataset/data_set.h"
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "dataset/data_set.h"
+#include "kelva/kelva.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"

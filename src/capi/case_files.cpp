@@ -62,8 +62,8 @@ k_status_t k_domain_parse_cases(k_domain_t domain, const char* file_name,
 }
 
 k_status_t k_domain_save_cases(k_domain_t domain, const char* file_name, k_node_t* nodes,
-                               const int64_t* cases, k_bool_t include_counts,
-                               const char* separator, const char* missing) {
+                               const int64_t* cases, k_bool_t include_counts, const char* separator,
+                               const char* missing) {
   return guard_status([&] {
     kelva::Domain& d = get(domain);
     kelva::require(file_name != nullptr && include_counts >= 0 && include_counts <= 1);
@@ -78,7 +78,7 @@ k_status_t k_domain_save_cases(k_domain_t domain, const char* file_name, k_node_
     selection.separator = separator;
     selection.missing = missing;
     // Checked before the file is made: a refused call leaves no file.
-    kelva::check_case_selection(d, selection);
+    kelva::verify_case_selection(d, selection);
     write_file(file_name, [&](kelva::TextSink& sink) { kelva::write_cases(d, selection, sink); });
   });
 }

@@ -1,11 +1,12 @@
 // The stored cases of the C API: the domain's case list and counts, and the
 // nodes' items of each case.
+#include "learning/cases.h"
+
 #include <cmath>
 #include <cstdint>
 #include <limits>
 
 #include "capi/boundary.h"
-#include "learning/cases.h"
 #include "platform/memory.h"
 
 using kelva::CaseColumn;

@@ -1,8 +1,9 @@
 // C API of compilation: triangulation, the elimination order, compiling.
-#include "capi/boundary.h"
 #include "compile/compile.h"
-#include "inference/compile_domain.h"
+
+#include "capi/boundary.h"
 #include "compile/junction_forest.h"
+#include "inference/compile_domain.h"
 
 using kelva::Domain;
 using kelva::require;

@@ -1,5 +1,7 @@
 // The data set functions of the C API: the object, its columns, rows and
 // cells, the statistics of columns, and the cases a domain takes from it.
+#include "dataset/data_set.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
@@ -9,9 +11,8 @@
 #include <vector>
 
 #include "capi/boundary.h"
-#include "learning/cases.h"
-#include "dataset/data_set.h"
 #include "dataset/statistics.h"
+#include "learning/cases.h"
 
 using kelva::DataSet;
 using kelva::require;
@@ -72,7 +73,8 @@ k_size_t k_ds_new_column(k_data_set_t data_set, const char* name) {
 }
 
 k_size_t k_ds_new_row(k_data_set_t data_set) {
-  return guard<k_size_t>(K_SIZE_ERROR, [&] { return static_cast<k_size_t>(get(data_set).add_row()); });
+  return guard<k_size_t>(K_SIZE_ERROR,
+                         [&] { return static_cast<k_size_t>(get(data_set).add_row()); });
 }
 
 k_status_t k_ds_delete_column(k_data_set_t data_set, k_size_t column) {
@@ -88,15 +90,18 @@ k_status_t k_ds_delete_row(k_data_set_t data_set, k_size_t row) {
 }
 
 k_size_t k_ds_get_number_of_columns(k_data_set_t data_set) {
-  return guard<k_size_t>(K_SIZE_ERROR, [&] { return static_cast<k_size_t>(get(data_set).column_count()); });
+  return guard<k_size_t>(K_SIZE_ERROR,
+                         [&] { return static_cast<k_size_t>(get(data_set).column_count()); });
 }
 
 k_size_t k_ds_get_number_of_rows(k_data_set_t data_set) {
-  return guard<k_size_t>(K_SIZE_ERROR, [&] { return static_cast<k_size_t>(get(data_set).row_count()); });
+  return guard<k_size_t>(K_SIZE_ERROR,
+                         [&] { return static_cast<k_size_t>(get(data_set).row_count()); });
 }
 
 const char* k_ds_get_column_name(k_data_set_t data_set, k_size_t column) {
-  return guard<const char*>(nullptr, [&] { return with_column(data_set, column).columns[column].c_str(); });
+  return guard<const char*>(nullptr,
+                            [&] { return with_column(data_set, column).columns[column].c_str(); });
 }
 
 k_status_t k_ds_set_column_name(k_data_set_t data_set, k_size_t column, const char* name) {
@@ -116,7 +121,8 @@ const char* k_ds_get_data_item(k_data_set_t data_set, k_size_t row, k_size_t col
 
 k_status_t k_ds_set_data_item(k_data_set_t data_set, k_size_t row, k_size_t column,
                               const char* text) {
-  return guard_status([&] { with_cell(data_set, row, column).set_cell(row, column, text_of(text)); });
+  return guard_status(
+      [&] { with_cell(data_set, row, column).set_cell(row, column, text_of(text)); });
 }
 
 k_status_t k_ds_move_column(k_data_set_t data_set, k_size_t column, k_size_t new_index) {
@@ -168,20 +174,23 @@ k_size_t k_ds_find_row(k_data_set_t data_set, k_size_t column, const char* text,
     require(start <= d.row_count());
     for (std::size_t r = start; r < d.row_count(); ++r) {
       const std::string* cell = d.cell(r, column);
-      if (text == nullptr ? cell == nullptr : cell != nullptr && *cell == text) return static_cast<k_size_t>(r);
+      if (text == nullptr ? cell == nullptr : cell != nullptr && *cell == text)
+        return static_cast<k_size_t>(r);
     }
     return K_SIZE_ERROR;
   });
 }
 
 const char* const* k_ds_get_distinct_values(k_data_set_t data_set, k_size_t column) {
-  return guard<const char* const*>(nullptr, [&] { return with_column(data_set, column).distinct_values(column); });
+  return guard<const char* const*>(
+      nullptr, [&] { return with_column(data_set, column).distinct_values(column); });
 }
 
 k_size_t k_ds_replace_values(k_data_set_t data_set, k_size_t column, const char* old_text,
                              const char* new_text) {
   return guard<k_size_t>(K_SIZE_ERROR, [&] {
-    return static_cast<k_size_t>(with_column(data_set, column).replace_values(column, old_text, new_text));
+    return static_cast<k_size_t>(
+        with_column(data_set, column).replace_values(column, old_text, new_text));
   });
 }
 
@@ -251,18 +260,21 @@ double k_ds_compute_kurtosis(k_data_set_t data_set, k_size_t column) {
   return statistic([&] { return kelva::column_kurtosis(get(data_set), column); });
 }
 
-double k_ds_compute_mean_absolute_error(k_data_set_t data_set, k_size_t observed, k_size_t predicted) {
+double k_ds_compute_mean_absolute_error(k_data_set_t data_set, k_size_t observed,
+                                        k_size_t predicted) {
   return statistic([&] { return kelva::mean_absolute_error(get(data_set), observed, predicted); });
 }
 
 double k_ds_compute_mean_absolute_percentage_error(k_data_set_t data_set, k_size_t observed,
                                                    k_size_t predicted) {
-  return statistic([&] { return kelva::mean_absolute_percentage_error(get(data_set), observed, predicted); });
+  return statistic(
+      [&] { return kelva::mean_absolute_percentage_error(get(data_set), observed, predicted); });
 }
 
 double k_ds_compute_mean_absolute_scaled_error(k_data_set_t data_set, k_size_t observed,
                                                k_size_t predicted) {
-  return statistic([&] { return kelva::mean_absolute_scaled_error(get(data_set), observed, predicted); });
+  return statistic(
+      [&] { return kelva::mean_absolute_scaled_error(get(data_set), observed, predicted); });
 }
 
 }  // extern "C"

@@ -1,5 +1,7 @@
 // The C API of data set files: a data set read from a file or from text,
 // and written to a file or to text.
+#include "text/data_set_file.h"
+
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -8,7 +10,6 @@
 
 #include "capi/boundary.h"
 #include "platform/file.h"
-#include "text/data_set_file.h"
 #include "text/net_writer.h"
 
 using kelva::capi::get;

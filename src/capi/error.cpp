@@ -1,5 +1,6 @@
 // The error functions of the C API: the per-thread code and the table lookups.
 #include "network/error.h"
+
 #include "platform/thread_slot.h"
 
 extern "C" {

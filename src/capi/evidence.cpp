@@ -1,10 +1,11 @@
 // The evidence functions of the C API: entry, retraction and the queries of
 // nodes, junction trees and domains.
+#include "inference/evidence.h"
+
 #include <cstddef>
 
 #include "capi/boundary.h"
 #include "compile/junction_forest.h"
-#include "inference/evidence.h"
 
 using kelva::Evidence;
 using kelva::JunctionTree;
@@ -135,9 +136,8 @@ k_bool_t k_node_likelihood_is_propagated(k_node_t node) {
 }
 
 k_bool_t k_node_evidence_to_propagate(k_node_t node) {
-  return guard<k_bool_t>(kFailed, [&] {
-    return k_bool_t{kelva::evidence_to_propagate(evidence_node(node))};
-  });
+  return guard<k_bool_t>(
+      kFailed, [&] { return k_bool_t{kelva::evidence_to_propagate(evidence_node(node))}; });
 }
 
 double k_node_get_entered_finding(k_node_t node, k_size_t state) {
@@ -145,8 +145,7 @@ double k_node_get_entered_finding(k_node_t node, k_size_t state) {
 }
 
 double k_node_get_propagated_finding(k_node_t node, k_size_t state) {
-  return guard(-1.0,
-               [&] { return kelva::propagated_finding(discrete_state(node, state), state); });
+  return guard(-1.0, [&] { return kelva::propagated_finding(discrete_state(node, state), state); });
 }
 
 int64_t k_node_get_selected_state(k_node_t node) {

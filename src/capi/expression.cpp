@@ -1,20 +1,21 @@
 // The expression functions of the C API.
+#include "expr/expression.h"
+
 #include <cstdlib>
 #include <cstring>
 #include <string>
 #include <vector>
 
 #include "capi/boundary.h"
-#include "expr/expression.h"
 #include "expr/model.h"
 
 using kelva::Expression;
 using kelva::ExpressionFactory;
+using kelva::require;
 using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
-using kelva::require;
 
 namespace {
 
@@ -30,13 +31,11 @@ Expression& leaf(k_expression_t h, int op) {
 extern "C" {
 
 k_expression_t k_number_make_expression(double number) {
-  return guard<k_expression_t>(nullptr,
-                               [&] { return handle(ExpressionFactory::number(number)); });
+  return guard<k_expression_t>(nullptr, [&] { return handle(ExpressionFactory::number(number)); });
 }
 
 k_expression_t k_label_make_expression(const char* label) {
-  return guard<k_expression_t>(nullptr,
-                               [&] { return handle(ExpressionFactory::label(label)); });
+  return guard<k_expression_t>(nullptr, [&] { return handle(ExpressionFactory::label(label)); });
 }
 
 k_expression_t k_boolean_make_expression(int value) {
@@ -45,8 +44,7 @@ k_expression_t k_boolean_make_expression(int value) {
 }
 
 k_expression_t k_node_make_expression(k_node_t node) {
-  return guard<k_expression_t>(nullptr,
-                               [&] { return handle(ExpressionFactory::node(get(node))); });
+  return guard<k_expression_t>(nullptr, [&] { return handle(ExpressionFactory::node(get(node))); });
 }
 
 k_expression_t k_make_composite_expression(k_operator_t op, const k_expression_t* operands) {
@@ -63,8 +61,7 @@ k_bool_t k_expression_is_composite(k_expression_t e) {
 }
 
 k_operator_t k_expression_get_operator(k_expression_t e) {
-  return guard<k_operator_t>(K_OP_ERROR,
-                             [&] { return static_cast<k_operator_t>(get(e).op()); });
+  return guard<k_operator_t>(K_OP_ERROR, [&] { return static_cast<k_operator_t>(get(e).op()); });
 }
 
 k_expression_t* k_expression_get_operands(k_expression_t e) {

@@ -43,8 +43,7 @@ k_size_t k_jt_get_total_size(k_junction_tree_t jt) {
 k_size_t k_jt_get_total_cg_size(k_junction_tree_t jt) {
   return guard<k_size_t>(K_SIZE_ERROR, [&] {
     k_size_t total = 0;
-    for (const kelva::Clique* c : get(jt).cliques)
-      total = kelva::sat_add(total, c->cg_size());
+    for (const kelva::Clique* c : get(jt).cliques) total = kelva::sat_add(total, c->cg_size());
     return total;
   });
 }

@@ -1,4 +1,6 @@
 // The model and table-generation functions of the C API.
+#include "expr/model.h"
+
 #include <memory>
 #include <vector>
 
@@ -6,17 +8,16 @@
 #include "expr/evaluate.h"
 #include "expr/expression.h"
 #include "expr/generate.h"
-#include "expr/model.h"
 #include "table/size.h"
 
 using kelva::Expression;
 using kelva::Model;
 using kelva::Node;
+using kelva::require;
 using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
-using kelva::require;
 
 extern "C" {
 
@@ -25,7 +26,7 @@ k_model_t k_node_new_model(k_node_t node, const k_node_t* model_nodes) {
     Node& owner = get(node);
     require(model_nodes != nullptr);
     // The owner is refused before the list is looked at.
-    kelva::check_model_owner(owner);
+    kelva::verify_model_owner(owner);
     return handle(&kelva::new_model(owner, kelva::capi::node_list(model_nodes)));
   });
 }
@@ -85,9 +86,7 @@ k_expression_t k_model_get_expression(k_model_t model, k_size_t index) {
 }
 
 k_status_t k_model_set_number_of_samples_per_interval(k_model_t model, k_size_t count) {
-  return guard_status([&] {
-    kelva::set_samples_per_interval(get(model), count);
-  });
+  return guard_status([&] { kelva::set_samples_per_interval(get(model), count); });
 }
 
 k_size_t k_model_get_number_of_samples_per_interval(k_model_t model) {

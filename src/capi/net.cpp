@@ -12,12 +12,11 @@ using kelva::capi::handle;
 
 extern "C" {
 
-k_domain_t k_net_parse_domain(const char* file_name, k_parse_error_handler_t handler,
-                              void* data) {
+k_domain_t k_net_parse_domain(const char* file_name, k_parse_error_handler_t handler, void* data) {
   return guard<k_domain_t>(nullptr, [&] {
     kelva::require(file_name != nullptr);
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
-        kelva::platform::open_file(file_name, "r"), &std::fclose);
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(kelva::platform::open_file(file_name, "r"),
+                                                         &std::fclose);
     if (file == nullptr) throw kelva::Error(K_ERROR_IO);
     return handle(kelva::read_net_domain(file.get(), file_name, handler, data));
   });

@@ -9,11 +9,11 @@
 #include "platform/memory.h"
 #include "structure/structure.h"
 
+using kelva::require;
 using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
-using kelva::require;
 
 namespace {
 
@@ -43,7 +43,6 @@ kelva::Node& discrete_state(k_node_t h, k_size_t state) {
   require(state < n.state_count());
   return n;
 }
-
 
 // A model that refers to a parent that is gone (as a model node or in an
 // expression) cannot describe the table any more: it is deleted.
@@ -168,8 +167,7 @@ k_status_t k_node_set_number_of_states(k_node_t node, k_size_t count) {
     const std::size_t old = n.is_discrete() ? n.state_count() : 0;
     // Kept states keep their slots; new ones (index not below `old`) are empty.
     ModelReshape models(n, old, [&] {
-      require(kelva::platform::allocation_possible(count * sizeof(std::size_t)),
-              K_ERROR_NO_MEMORY);
+      require(kelva::platform::allocation_possible(count * sizeof(std::size_t)), K_ERROR_NO_MEMORY);
       std::vector<std::size_t> new_to_old(static_cast<std::size_t>(count));
       for (std::size_t t = 0; t < new_to_old.size(); ++t) new_to_old[t] = t;
       return new_to_old;
@@ -180,7 +178,8 @@ k_status_t k_node_set_number_of_states(k_node_t node, k_size_t count) {
 }
 
 const char* k_node_get_state_label(k_node_t node, k_size_t state) {
-  return guard<const char*>(nullptr, [&] { return discrete_state(node, state).state_label(state); });
+  return guard<const char*>(nullptr,
+                            [&] { return discrete_state(node, state).state_label(state); });
 }
 
 k_status_t k_node_set_state_label(k_node_t node, k_size_t state, const char* label) {
@@ -207,9 +206,7 @@ int64_t k_node_get_state_index_from_label(k_node_t node, const char* label) {
 }
 
 double k_node_get_state_value(k_node_t node, k_size_t state) {
-  return guard<double>(-1.0, [&] {
-    return numeric_slot(node, state).state_value(state);
-  });
+  return guard<double>(-1.0, [&] { return numeric_slot(node, state).state_value(state); });
 }
 
 k_status_t k_node_set_state_value(k_node_t node, k_size_t state, double value) {
@@ -217,7 +214,7 @@ k_status_t k_node_set_state_value(k_node_t node, k_size_t state, double value) {
     kelva::Node& n = numeric_slot(node, state);
     require(!std::isnan(value));
     n.set_state_value(state, value);
-    kelva::mark_for_generation(n, true);
+    kelva::flag_for_generation(n, true);
   });
 }
 
@@ -233,8 +230,7 @@ int64_t k_node_get_state_index_from_value(k_node_t node, double value) {
     }
     // Interval node: state i holds [v(i), v(i+1)).
     for (std::size_t i = 0; i < count; ++i)
-      if (n.state_value(i) <= value && value < n.state_value(i + 1))
-        return static_cast<int64_t>(i);
+      if (n.state_value(i) <= value && value < n.state_value(i + 1)) return static_cast<int64_t>(i);
     return int64_t{-1};
   });
 }

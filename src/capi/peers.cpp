@@ -80,7 +80,9 @@ void*& peer_slot(k_table_t table) noexcept { return reinterpret_cast<Table*>(tab
 
 void*& peer_slot(k_model_t model) noexcept { return reinterpret_cast<Model*>(model)->peer; }
 
-void*& peer_slot(k_junction_tree_t tree) noexcept { return reinterpret_cast<JunctionTree*>(tree)->peer; }
+void*& peer_slot(k_junction_tree_t tree) noexcept {
+  return reinterpret_cast<JunctionTree*>(tree)->peer;
+}
 
 void*& peer_slot(k_clique_t clique) noexcept { return reinterpret_cast<Clique*>(clique)->peer; }
 

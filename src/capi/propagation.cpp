@@ -149,11 +149,9 @@ k_table_t k_domain_get_marginal(k_domain_t domain, k_node_t* nodes) {
     const kelva::IndexPlan plan = kelva::IndexPlan::between(*best->table, *table);
     const kelva::Reduce how =
         tree->equilibrium == K_EQUILIBRIUM_MAX ? kelva::Reduce::max : kelva::Reduce::sum;
-    if (d.is_compressed())
-      kelva::compressed::marginalize_clique(*best, plan, table->data(), how);
+    if (d.is_compressed()) kelva::compressed::marginalize_clique(*best, plan, table->data(), how);
     else
-      kelva::marginalize(plan, best->table->data(), table->data(), how,
-                         kelva::Parallelism::of(d));
+      kelva::marginalize(plan, best->table->data(), table->data(), how, kelva::Parallelism::of(d));
     d.adopt_free_table(table.get());
     return handle(table.release());
   });

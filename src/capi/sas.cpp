@@ -15,8 +15,8 @@ namespace {
 template <class Read>
 void read_file(const char* file_name, Read read) {
   kelva::require(file_name != nullptr);
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
-      kelva::platform::open_file(file_name, "r"), &std::fclose);
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(kelva::platform::open_file(file_name, "r"),
+                                                       &std::fclose);
   if (file == nullptr) throw kelva::Error(K_ERROR_IO);
   read(file.get());
 }

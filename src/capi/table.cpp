@@ -133,8 +133,7 @@ int64_t k_table_get_index_from_configuration(k_table_t table, const k_size_t* co
   });
 }
 
-k_status_t k_table_get_configuration_from_index(k_table_t table, k_size_t* config,
-                                                k_size_t index) {
+k_status_t k_table_get_configuration_from_index(k_table_t table, k_size_t* config, k_size_t index) {
   return guard_status([&] {
     const Table& t = get(table);
     const std::vector<std::size_t>& counts = t.state_counts();
@@ -147,8 +146,8 @@ k_status_t k_table_get_configuration_from_index(k_table_t table, k_size_t* confi
   });
 }
 
-k_status_t k_table_get_data(k_table_t table, double* array, k_size_t array_length,
-                            k_size_t start, k_size_t count) {
+k_status_t k_table_get_data(k_table_t table, double* array, k_size_t array_length, k_size_t start,
+                            k_size_t count) {
   return guard_status([&] {
     const Table& t = get(table);
     check_range(t, array, array_length, start, count);

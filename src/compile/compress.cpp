@@ -85,7 +85,7 @@ CompressedSeparator compress_separator(const Separator& sep,
 }
 
 /// Checks the domain may be compressed (see compress_domain).
-void check_compressible(const Domain& domain) {
+void verify_compressible(const Domain& domain) {
   require(domain.chain_components.empty());
   // Expected utilities per state are computed over full clique tables.
   require(domain.count(K_CATEGORY_UTILITY) == 0);
@@ -121,12 +121,12 @@ const std::vector<std::uint32_t>& CompressedForest::assigned_map(
 }
 
 const std::vector<std::uint32_t>& CompressedForest::home_map(const Forest& forest,
-                                                            const NodeSlot& slot) const noexcept {
+                                                             const NodeSlot& slot) const noexcept {
   return home_maps[static_cast<std::size_t>(&slot - forest.nodes.data())];
 }
 
 double compress_domain(Domain& domain) {
-  check_compressible(domain);
+  verify_compressible(domain);
   Forest& forest = *domain.forest();
   if (forest.compressed) return 1.0;
 

@@ -123,10 +123,10 @@ class Eliminator {
         log_(log),
         graph_(input),
         recorder_(input.size()),
-        track_(greedy),
+        tracked_(greedy),
         weighted_(method == K_TM_CLIQUE_WEIGHT || method == K_TM_FILL_IN_WEIGHT),
         clique_first_(method == K_TM_CLIQUE_SIZE || method == K_TM_CLIQUE_WEIGHT),
-        mark_(input.size(), 0) {
+        marked_(input.size(), 0) {
     const std::size_t n = input.size();
     unit_.resize(n);
     discrete_.resize(n);
@@ -135,7 +135,7 @@ class Eliminator {
       discrete_[v] = node->is_discrete() ? 1 : 0;
       unit_[v] = weighted_ && node->is_discrete() ? node->state_count() : 1;
     }
-    if (track_) initial_measures();
+    if (tracked_) initial_measures();
   }
 
   EliminationResult run_greedy();
@@ -165,7 +165,7 @@ class Eliminator {
   void eliminate(Index v, IndexList& nb, bool write_line);
   void next_stamp() {
     if (++stamp_ == 0) {
-      std::fill(mark_.begin(), mark_.end(), 0);
+      std::fill(marked_.begin(), marked_.end(), 0);
       stamp_ = 1;
     }
   }
@@ -174,7 +174,7 @@ class Eliminator {
   const CompileLog& log_;
   DynamicGraph graph_;
   CliqueRecorder recorder_;
-  bool track_;
+  bool tracked_;
   bool weighted_;
   bool clique_first_;
   EliminationResult result_;
@@ -191,7 +191,7 @@ class Eliminator {
   std::vector<std::size_t> heap_pos_;
   static constexpr std::size_t kOut = static_cast<std::size_t>(-1);
 
-  std::vector<std::uint32_t> mark_;
+  std::vector<std::uint32_t> marked_;
   std::uint32_t stamp_ = 0;
   IndexList nb_, nb2_, covered_;
   std::vector<Index> common_;
@@ -259,13 +259,13 @@ void Eliminator::recompute_fill(Index x) {
   next_stamp();
   std::uint64_t sum = 0, squares = 0, adjacent = 0;
   graph_.for_each_neighbour(x, [&](Index a) {
-    mark_[a] = stamp_;
+    marked_[a] = stamp_;
     sum += unit_[a];
     squares += unit_[a] * unit_[a];
   });
   graph_.for_each_neighbour(x, [&](Index a) {
     graph_.for_each_neighbour(a, [&](Index b) {
-      if (b > a && mark_[b] == stamp_) adjacent += unit_[a] * unit_[b];
+      if (b > a && marked_[b] == stamp_) adjacent += unit_[a] * unit_[b];
     });
   });
   weight_sum_[x] = sum;
@@ -277,10 +277,8 @@ void Eliminator::recompute_clique(Index x) {
   Index continuous = discrete_[x] ? 0 : 1;
   if (weighted_)
     graph_.for_each_neighbour(x, [&](Index a) {
-      if (discrete_[a])
-        product *= static_cast<double>(input_.nodes[a]->state_count());
-      else
-        ++continuous;
+      if (discrete_[a]) product *= static_cast<double>(input_.nodes[a]->state_count());
+      else ++continuous;
     });
   product_[x] = product;
   continuous_[x] = continuous;
@@ -359,7 +357,7 @@ void Eliminator::heap_fix(Index v) {
 bool Eliminator::covered(Index w, std::size_t clique_size) {
   if (fill_[w] != 0 || graph_.degree(w) + 1 > clique_size || heap_pos_[w] == kOut) return false;
   bool inside = true;
-  graph_.for_each_neighbour(w, [&](Index a) { inside = inside && mark_[a] == stamp_; });
+  graph_.for_each_neighbour(w, [&](Index a) { inside = inside && marked_[a] == stamp_; });
   return inside;
 }
 
@@ -393,12 +391,12 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
   result_.order.push_back(v);
 
   std::uint64_t fill_total = 0;
-  if (track_) {
+  if (tracked_) {
     // Vertices outside {v} + nb adjacent to both ends of a fill-in lose
     // that pair from their fill-in measure.
     next_stamp();
-    mark_[v] = stamp_;
-    for (Index x : nb) mark_[x] = stamp_;
+    marked_[v] = stamp_;
+    for (Index x : nb) marked_[x] = stamp_;
     for (auto [i, j] : pairs_) {
       const Index a = nb[i], b = nb[j];
       const std::uint64_t w = unit_[a] * unit_[b];
@@ -406,7 +404,7 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
       const bool a_shorter = graph_.degree(a) <= graph_.degree(b);
       const Index s = a_shorter ? a : b, o = a_shorter ? b : a;
       graph_.for_each_neighbour(s, [&](Index x) {
-        if (mark_[x] != stamp_ && graph_.adjacent(x, o)) {
+        if (marked_[x] != stamp_ && graph_.adjacent(x, o)) {
           fill_[x] -= w;
           heap_fix(x);
         }
@@ -426,7 +424,7 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
       std::sort(added_[i].begin(), added_[i].end());
       graph_.add_neighbours(nb[i], added_[i]);
     }
-  if (!track_) return;
+  if (!tracked_) return;
   for (std::size_t i = 0; i < d; ++i) {
     const Index x = nb[i];
     if (!added_[i].empty()) {
@@ -441,8 +439,7 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
       if (discrete_[v]) {
         if (product_[x] < kExactLimit)
           product_[x] /= static_cast<double>(input_.nodes[v]->state_count());
-        else
-          recompute_clique(x);
+        else recompute_clique(x);
       } else {
         --continuous_[x];
       }
@@ -469,8 +466,8 @@ EliminationResult Eliminator::run_greedy() {
     // Covered simplicial neighbours go right after v; discrete ones only
     // once no continuous vertex is left, to keep continuous ones first.
     next_stamp();
-    mark_[v] = stamp_;
-    for (Index x : nb_) mark_[x] = stamp_;
+    marked_[v] = stamp_;
+    for (Index x : nb_) marked_[x] = stamp_;
     covered_.clear();
     for (Index w : nb_)
       if (!discrete_[w] && covered(w, nb_.size() + 1)) covered_.push_back(w);
@@ -490,8 +487,7 @@ EliminationResult Eliminator::run_greedy() {
 }
 
 EliminationResult Eliminator::run_in_order(const IndexList& order,
-                                           void (*on_vertex)(void*, std::size_t),
-                                           void* context) {
+                                           void (*on_vertex)(void*, std::size_t), void* context) {
   for (std::size_t step = 0; step < order.size(); ++step) {
     on_vertex(context, step);
     graph_.neighbours(order[step], nb_);
@@ -618,7 +614,7 @@ void remove_redundant_fill_ins(const EliminationInput& graph, EliminationResult&
       removed = true;
       if (log.active())
         log.write("\tRemoving redundant fill-in between %s and %s\n", name_of(graph.nodes[a]),
-                name_of(graph.nodes[b]));
+                  name_of(graph.nodes[b]));
       fills.erase(key(a, b));
       cliques[id].alive = false;
       IndexList parts[2];
@@ -656,7 +652,8 @@ bool is_perfect_elimination_order(const std::vector<IndexList>& adjacency, const
   for (Index v = 0; v < n; ++v) {
     Index parent = static_cast<Index>(-1);
     for (Index w : adjacency[v])
-      if (position[w] > position[v] && (parent == static_cast<Index>(-1) || position[w] < position[parent]))
+      if (position[w] > position[v] &&
+          (parent == static_cast<Index>(-1) || position[w] < position[parent]))
         parent = w;
     if (parent == static_cast<Index>(-1)) continue;
     for (Index w : adjacency[v])

@@ -57,8 +57,8 @@ void remove_redundant_fill_ins(const EliminationInput& graph, EliminationResult&
 /// maximal elimination sets.  Throws Error(io).
 template <class OnVertex>
 EliminationResult eliminate_in_order(const EliminationInput& graph,
-                                     const std::vector<std::uint32_t>& order,
-                                     const CompileLog& log, OnVertex on_vertex);
+                                     const std::vector<std::uint32_t>& order, const CompileLog& log,
+                                     OnVertex on_vertex);
 
 /// The sum of the weights of `cliques` over `nodes` (node_set_weight).
 double cliques_cost(const std::vector<Node*>& nodes,
@@ -82,18 +82,17 @@ std::vector<std::uint32_t> chordal_elimination_order(
 namespace detail {
 /// Shared core of eliminate_in_order, with the callback type-erased.
 EliminationResult eliminate_sequence(const EliminationInput& graph,
-                                     const std::vector<std::uint32_t>& order,
-                                     const CompileLog& log, void (*on_vertex)(void*, std::size_t),
-                                     void* context);
+                                     const std::vector<std::uint32_t>& order, const CompileLog& log,
+                                     void (*on_vertex)(void*, std::size_t), void* context);
 }  // namespace detail
 
 template <class OnVertex>
 EliminationResult eliminate_in_order(const EliminationInput& graph,
-                                     const std::vector<std::uint32_t>& order,
-                                     const CompileLog& log, OnVertex on_vertex) {
+                                     const std::vector<std::uint32_t>& order, const CompileLog& log,
+                                     OnVertex on_vertex) {
   return detail::eliminate_sequence(
-      graph, order, log,
-      [](void* c, std::size_t step) { (*static_cast<OnVertex*>(c))(step); }, &on_vertex);
+      graph, order, log, [](void* c, std::size_t step) { (*static_cast<OnVertex*>(c))(step); },
+      &on_vertex);
 }
 
 }  // namespace kelva

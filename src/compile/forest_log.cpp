@@ -19,10 +19,8 @@ const char* plural(std::size_t count) noexcept { return count == 1 ? "" : "s"; }
 
 std::string size_text(std::uint64_t discrete_size, std::uint64_t cg_size) {
   char text[64];
-  if (cg_size == 0)
-    std::snprintf(text, sizeof text, "%" PRIu64, discrete_size);
-  else
-    std::snprintf(text, sizeof text, "%" PRIu64 " + %" PRIu64, discrete_size, cg_size);
+  if (cg_size == 0) std::snprintf(text, sizeof text, "%" PRIu64, discrete_size);
+  else std::snprintf(text, sizeof text, "%" PRIu64 " + %" PRIu64, discrete_size, cg_size);
   return text;
 }
 

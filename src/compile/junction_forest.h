@@ -47,8 +47,8 @@ constexpr std::uint64_t cg_table_size(std::uint64_t discrete_size,
 struct Separator {
   Clique* parent = nullptr;
   Clique* child = nullptr;
-  NodeList members;  ///< discrete members first, in the table's order
-  TablePtr table;    ///< role potential, over `members`
+  NodeList members;       ///< discrete members first, in the table's order
+  TablePtr table;         ///< role potential, over `members`
   IndexPlan parent_plan;  ///< parent's clique table -> separator table
   IndexPlan child_plan;   ///< child's clique table -> separator table
   /// Room for the new separator values of a message, so that message
@@ -73,7 +73,7 @@ class Clique : public Object {
   std::uint64_t cg_entries = 0;     ///< CG entries per discrete configuration
   /// Discrete size times CG entries, saturating (0 without continuous members).
   std::uint64_t cg_size() const noexcept { return cg_table_size(discrete_size, cg_entries); }
-  Clique* parent = nullptr;         ///< neighbour towards the root, null at the root
+  Clique* parent = nullptr;  ///< neighbour towards the root, null at the root
 
   /// One entry per neighbour, in the order the links were made.
   struct Link {
@@ -98,8 +98,7 @@ class Clique : public Object {
 /// One junction tree of the forest, with its propagation state.
 class JunctionTree : public Object {
  public:
-  explicit JunctionTree(Domain& domain)
-      : Object(ObjectTag::junction_tree), domain(&domain) {}
+  explicit JunctionTree(Domain& domain) : Object(ObjectTag::junction_tree), domain(&domain) {}
 
   Domain* domain;
   Clique* root = nullptr;

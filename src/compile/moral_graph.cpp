@@ -81,8 +81,7 @@ MoralGraph build_moral_graph(const Domain& domain, CompileLog& log) {
       };
       if (const ChainComponent* c = component(child))
         for (Node* m : c->members) marry(m);
-      else
-        marry(child);
+      else marry(child);
     }
   }
 

@@ -124,7 +124,8 @@ class Assignment {
     const Table& table = *component.table;
     Clique* c = best_holding(all_, table);
     require(c != nullptr, K_ERROR_ERROR);
-    forest_.components.push_back(ComponentSlot{&component, c, IndexPlan::between(*c->table, table)});
+    forest_.components.push_back(
+        ComponentSlot{&component, c, IndexPlan::between(*c->table, table)});
     log.write("    Chain graph component (%s):\n\tParents assigned to clique %" PRIu64 "\n",
               joined_names(component.members).c_str(), c->number);
     log.write("    Potential (%s) assigned to clique %" PRIu64 "\n",
@@ -132,9 +133,9 @@ class Assignment {
   }
 
   Forest& forest_;
-  std::vector<Clique*> all_;                         // every clique in number order
-  std::vector<std::vector<std::size_t>> members_;    // per clique, its members' slots, sorted
-  std::vector<std::vector<Clique*>> cliques_of_;     // per slot, the cliques holding the node
+  std::vector<Clique*> all_;                       // every clique in number order
+  std::vector<std::vector<std::size_t>> members_;  // per clique, its members' slots, sorted
+  std::vector<std::vector<Clique*>> cliques_of_;   // per slot, the cliques holding the node
 };
 
 }  // namespace

@@ -11,9 +11,9 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
+#include "network/state_text.h"
 #include "platform/locale_guard.h"
 #include "table/table.h"
-#include "network/state_text.h"
 
 namespace kelva {
 
@@ -55,13 +55,14 @@ void write_configuration(const CompileLog& log, const Table& table, std::uint64_
   for (std::size_t i = 0; i < counts.size(); ++i) {
     if (i == skip) continue;
     Node& node = *table.nodes()[i];
-    log.write("    %s = %s\n", node.name_or_generate().c_str(), state_text(node, states[i]).c_str());
+    log.write("    %s = %s\n", node.name_or_generate().c_str(),
+              state_text(node, states[i]).c_str());
   }
 }
 
 // Checks the table of `node`; false when it holds an invalid value or a
 // zero- or infinite-sum distribution.
-bool check_table(const CompileLog& log, Node& node, const Table& table) {
+bool verify_table(const CompileLog& log, Node& node, const Table& table) {
   const std::size_t pos = table.nodes().index_of(&node);
   const std::size_t dims = table.discrete_count();
   if (pos >= dims || table.size() == 0) return true;
@@ -120,15 +121,16 @@ bool check_table(const CompileLog& log, Node& node, const Table& table) {
   }
   if (!valid) return false;
   if (any_sum && max - min > min * 0.0001)
-    log.write("\nWarning: Conditional distributions for %s sum to different values:\n"
-              "    min = %g\n    max = %g\n",
-              name, min, max);
+    log.write(
+        "\nWarning: Conditional distributions for %s sum to different values:\n"
+        "    min = %g\n    max = %g\n",
+        name, min, max);
   return true;
 }
 
 }  // namespace
 
-bool check_probability_potentials(Domain& domain) {
+bool verify_probability_potentials(Domain& domain) {
   platform::CLocaleGuard locale;
   require(locale.ok(), K_ERROR_LOCALE);
   CompileLog log(domain.log());
@@ -137,7 +139,7 @@ bool check_probability_potentials(Domain& domain) {
   bool valid = true;
   for (Node* node = domain.first_node(); node != nullptr; node = node->next) {
     if (!node->is_discrete() || node->table() == nullptr) continue;
-    if (!check_table(log, *node, *node->table())) valid = false;
+    if (!verify_table(log, *node, *node->table())) valid = false;
   }
   if (valid) log.write("\n    No errors found\n");
   return valid;

@@ -40,8 +40,7 @@ std::vector<IndexList> prime_components(const EliminationInput& graph) {
   }
   for (Index v = 0; v < n; ++v)
     if (!fill_neighbours[v].empty()) {
-      adjacency[v].insert(adjacency[v].end(), fill_neighbours[v].begin(),
-                          fill_neighbours[v].end());
+      adjacency[v].insert(adjacency[v].end(), fill_neighbours[v].begin(), fill_neighbours[v].end());
       std::sort(adjacency[v].begin(), adjacency[v].end());
     }
 
@@ -54,10 +53,8 @@ std::vector<IndexList> prime_components(const EliminationInput& graph) {
   // non-empty bucket.
   std::vector<Index> head(n + 1, kNone), next(n, kNone), prev(n, kNone);
   auto unlink = [&](Index v) {
-    if (prev[v] != kNone)
-      next[prev[v]] = next[v];
-    else
-      head[count[v]] = next[v];
+    if (prev[v] != kNone) next[prev[v]] = next[v];
+    else head[count[v]] = next[v];
     if (next[v] != kNone) prev[next[v]] = prev[v];
   };
   auto link = [&](Index v) {

@@ -64,8 +64,8 @@ std::vector<IndexList> sorted_adjacency(const MoralGraph& graph) {
 
 // The subgraph on `members` (sorted positions), renumbered 0..k-1.
 EliminationInput component_graph(const std::vector<Node*>& nodes,
-                                 const std::vector<IndexList>& adjacency,
-                                 const IndexList& members, std::vector<Index>& local) {
+                                 const std::vector<IndexList>& adjacency, const IndexList& members,
+                                 std::vector<Index>& local) {
   EliminationInput input;
   input.adjacency.resize(members.size());
   for (Index i = 0; i < members.size(); ++i) {
@@ -218,10 +218,8 @@ double node_set_weight(const std::vector<Node*>& nodes) noexcept {
   double product = 1.0;
   double continuous = 0.0;
   for (const Node* node : nodes) {
-    if (node->is_continuous())
-      continuous += 1.0;
-    else
-      product *= static_cast<double>(node->state_count());
+    if (node->is_continuous()) continuous += 1.0;
+    else product *= static_cast<double>(node->state_count());
   }
   if (continuous > 0.0) product *= (continuous + 3.0) * continuous / 2.0 + 1.0;
   return product;
@@ -229,8 +227,7 @@ double node_set_weight(const std::vector<Node*>& nodes) noexcept {
 
 Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
                           CompileLog& log) {
-  require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY &&
-          method != K_TM_TOTAL_WEIGHT);
+  require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY && method != K_TM_TOTAL_WEIGHT);
   const std::size_t n = graph.size();
   EliminationInput whole;
   whole.nodes = graph.vertices;

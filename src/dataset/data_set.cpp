@@ -1,10 +1,11 @@
 #include "dataset/data_set.h"
 
+#include <locale.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <locale.h>
 #include <string_view>
 #include <unordered_set>
 #include <utility>
@@ -48,7 +49,8 @@ template <class T>
 void move_element(std::vector<T>& v, std::size_t from, std::size_t to) noexcept {
   auto first = v.begin();
   if (from < to)
-    std::rotate(first + static_cast<std::ptrdiff_t>(from), first + static_cast<std::ptrdiff_t>(from) + 1,
+    std::rotate(first + static_cast<std::ptrdiff_t>(from),
+                first + static_cast<std::ptrdiff_t>(from) + 1,
                 first + static_cast<std::ptrdiff_t>(to) + 1);
   else if (to < from)
     std::rotate(first + static_cast<std::ptrdiff_t>(to), first + static_cast<std::ptrdiff_t>(from),

@@ -31,7 +31,6 @@ double mean_absolute_percentage_error(const DataSet& data, std::size_t observed,
                                       std::size_t predicted);
 /// The mean absolute error over the mean absolute one-step difference of
 /// the observed column; -1.0 (without error) for fewer than two values.
-double mean_absolute_scaled_error(const DataSet& data, std::size_t observed,
-                                  std::size_t predicted);
+double mean_absolute_scaled_error(const DataSet& data, std::size_t observed, std::size_t predicted);
 
 }  // namespace kelva

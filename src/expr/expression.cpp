@@ -27,58 +27,32 @@ struct OperatorRow {
 };
 
 constexpr OperatorRow kOperators[] = {
-    {"Normal", 2, 2},
-    {"LogNormal", 2, 3},
-    {"Beta", 2, 4},
-    {"Gamma", 2, 3},
-    {"Exponential", 1, 2},
-    {"Weibull", 2, 3},
-    {"Uniform", 2, 2},
-    {"Triangular", 3, 3},
-    {"PERT", 3, 4},
-    {"Binomial", 2, 2},
-    {"Poisson", 1, 1},
-    {"NegativeBinomial", 2, 2},
-    {"Geometric", 1, 1},
-    {"Distribution", 1, kAny},
-    {"NoisyOR", 2, kAny},
-    {"truncate", 2, 3},
-    {"aggregate", 2, 2},
-    {"probability", 1, 1},
-    {"variance", 1, 1},
-    {"min", 1, kAny},
-    {"max", 1, kAny},
-    {"log", 1, 1},
-    {"log2", 1, 1},
-    {"log10", 1, 1},
-    {"exp", 1, 1},
-    {"sin", 1, 1},
-    {"cos", 1, 1},
-    {"tan", 1, 1},
-    {"sinh", 1, 1},
-    {"cosh", 1, 1},
-    {"tanh", 1, 1},
-    {"sqrt", 1, 1},
-    {"abs", 1, 1},
-    {"floor", 1, 1},
-    {"ceil", 1, 1},
-    {"mod", 2, 2},
-    {"if", 3, 3},
-    {"and", 0, kAny},
-    {"or", 0, kAny},
-    {"not", 1, 1},
-    {"+", 2, 2},
-    {"-", 2, 2},
-    {"*", 2, 2},
-    {"/", 2, 2},
-    {"^", 2, 2},
-    {"-", 1, 1},
-    {"#", 1, 1},
-    {"==", 2, 2},
-    {"<", 2, 2},
-    {">", 2, 2},
-    {"!=", 2, 2},
-    {"<=", 2, 2},
+    {"Normal", 2, 2},      {"LogNormal", 2, 3},
+    {"Beta", 2, 4},        {"Gamma", 2, 3},
+    {"Exponential", 1, 2}, {"Weibull", 2, 3},
+    {"Uniform", 2, 2},     {"Triangular", 3, 3},
+    {"PERT", 3, 4},        {"Binomial", 2, 2},
+    {"Poisson", 1, 1},     {"NegativeBinomial", 2, 2},
+    {"Geometric", 1, 1},   {"Distribution", 1, kAny},
+    {"NoisyOR", 2, kAny},  {"truncate", 2, 3},
+    {"aggregate", 2, 2},   {"probability", 1, 1},
+    {"variance", 1, 1},    {"min", 1, kAny},
+    {"max", 1, kAny},      {"log", 1, 1},
+    {"log2", 1, 1},        {"log10", 1, 1},
+    {"exp", 1, 1},         {"sin", 1, 1},
+    {"cos", 1, 1},         {"tan", 1, 1},
+    {"sinh", 1, 1},        {"cosh", 1, 1},
+    {"tanh", 1, 1},        {"sqrt", 1, 1},
+    {"abs", 1, 1},         {"floor", 1, 1},
+    {"ceil", 1, 1},        {"mod", 2, 2},
+    {"if", 3, 3},          {"and", 0, kAny},
+    {"or", 0, kAny},       {"not", 1, 1},
+    {"+", 2, 2},           {"-", 2, 2},
+    {"*", 2, 2},           {"/", 2, 2},
+    {"^", 2, 2},           {"-", 1, 1},
+    {"#", 1, 1},           {"==", 2, 2},
+    {"<", 2, 2},           {">", 2, 2},
+    {"!=", 2, 2},          {"<=", 2, 2},
     {">=", 2, 2},
 };
 static_assert(std::size(kOperators) == kLastComposite - kFirstOperator + 1);
@@ -203,11 +177,18 @@ ExprType leaf_type(Expression& e, bool resolve) {
   if (!resolve) return ExprType::node;
   ExprType t = ExprType::node;
   switch (n.subtype()) {
-    case K_SUBTYPE_LABEL: t = ExprType::label; break;
-    case K_SUBTYPE_BOOLEAN: t = ExprType::boolean; break;
+    case K_SUBTYPE_LABEL:
+      t = ExprType::label;
+      break;
+    case K_SUBTYPE_BOOLEAN:
+      t = ExprType::boolean;
+      break;
     case K_SUBTYPE_NUMBER:
-    case K_SUBTYPE_INTERVAL: t = ExprType::numeric; break;
-    default: invalid();
+    case K_SUBTYPE_INTERVAL:
+      t = ExprType::numeric;
+      break;
+    default:
+      invalid();
   }
   e.set_type(t);
   return t;
@@ -215,7 +196,7 @@ ExprType leaf_type(Expression& e, bool resolve) {
 
 // Operand rule of "probability": one discrete node inside, and no nested
 // "probability".
-void check_probability_operand(const Expression& operand) {
+void verify_probability_operand(const Expression& operand) {
   const Node* only = nullptr;
   bool same = true;
   for_each_node_leaf(operand, [&](const Node& n) {
@@ -276,7 +257,7 @@ Expression* ExpressionFactory::composite(int op, const std::vector<Expression*>&
     height = std::max(height, operand->height_ + 1);
   }
   const ExprType type = result_type(op, operands, types);
-  if (op == K_OP_PROBABILITY) check_probability_operand(*operands[0]);
+  if (op == K_OP_PROBABILITY) verify_probability_operand(*operands[0]);
   check(height <= kMaxExpressionHeight);
 
   auto* e = new Expression();
@@ -318,11 +299,16 @@ void ExpressionFactory::let_go(Expression* e) noexcept {
 
 Expression* copy_expression(const Expression& e) {
   switch (e.op()) {
-    case K_OP_NUMBER: return ExpressionFactory::number(e.number());
-    case K_OP_LABEL: return ExpressionFactory::label(e.label().c_str());
-    case K_OP_BOOLEAN: return ExpressionFactory::boolean(e.boolean());
-    case K_OP_NODE: return ExpressionFactory::node(*e.node());
-    default: break;
+    case K_OP_NUMBER:
+      return ExpressionFactory::number(e.number());
+    case K_OP_LABEL:
+      return ExpressionFactory::label(e.label().c_str());
+    case K_OP_BOOLEAN:
+      return ExpressionFactory::boolean(e.boolean());
+    case K_OP_NODE:
+      return ExpressionFactory::node(*e.node());
+    default:
+      break;
   }
   std::vector<Expression*> copies;
   try {
@@ -335,11 +321,11 @@ Expression* copy_expression(const Expression& e) {
   }
 }
 
-ExprType check_types(Expression& e, bool resolve) {
+ExprType verify_types(Expression& e, bool resolve) {
   if (!e.is_composite()) return leaf_type(e, resolve);
   std::vector<ExprType> types;
   types.reserve(e.operands().size());
-  for (Expression* operand : e.operands()) types.push_back(check_types(*operand, resolve));
+  for (Expression* operand : e.operands()) types.push_back(verify_types(*operand, resolve));
   const std::vector<Expression*> operands(e.operands().begin(), e.operands().end());
   return result_type(e.op(), operands, types);
 }

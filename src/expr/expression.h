@@ -111,7 +111,7 @@ Expression* copy_expression(const Expression& e);
 /// is written into them (composites keep the unresolved type they were made
 /// with).  Without `resolve` every discrete node leaf counts as `node`.
 /// Throws Error(invalid_expression) when a rule fails.
-ExprType check_types(Expression& e, bool resolve);
+ExprType verify_types(Expression& e, bool resolve);
 
 /// Whether `e` contains operator `op` anywhere.
 bool contains_operator(const Expression& e, int op) noexcept;
@@ -135,8 +135,8 @@ std::string expression_to_string(const Expression* e);
 /// nested"), lexical ones "parse"; messages go to `handler` with the count
 /// of characters consumed.  Throws Error on failure, with every partial tree
 /// freed.
-Expression* parse_expression(const char* text, Domain& scope,
-                             k_parse_error_handler_t handler, void* data);
+Expression* parse_expression(const char* text, Domain& scope, k_parse_error_handler_t handler,
+                             void* data);
 
 /// The operator with function name `name` (codes 60..99), or -1.
 int function_operator(const char* name) noexcept;

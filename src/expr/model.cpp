@@ -18,12 +18,13 @@ bool is_real_function(const Node& n) noexcept {
 }
 
 // The checks an expression must pass before a model of `owner` may hold it.
-void check_for_owner(Expression& e, const Node& owner) {
+void verify_for_owner(Expression& e, const Node& owner) {
   auto invalid = [](bool failed) { require(!failed, K_ERROR_INVALID_EXPRESSION); };
   bool stranger = false;
-  for_each_node_leaf(e, [&](const Node& n) { stranger = stranger || !owner.parents().contains(&n); });
+  for_each_node_leaf(e,
+                     [&](const Node& n) { stranger = stranger || !owner.parents().contains(&n); });
   invalid(stranger);
-  const ExprType type = check_types(e, false);
+  const ExprType type = verify_types(e, false);
   invalid(is_real_function(owner) && type != ExprType::numeric && type != ExprType::node);
   const bool function = owner.category() == K_CATEGORY_FUNCTION;
   invalid(!function &&
@@ -58,8 +59,7 @@ Expression* Model::expression(std::uint64_t index) const noexcept {
 void Model::set_expression(std::uint64_t index, Expression* e) {
   require(index < size_);
   if (slots_.empty()) {
-    require(platform::allocation_possible(sat_mul(size_, sizeof(Expression*))),
-            K_ERROR_NO_MEMORY);
+    require(platform::allocation_possible(sat_mul(size_, sizeof(Expression*))), K_ERROR_NO_MEMORY);
     slots_.assign(static_cast<std::size_t>(size_), nullptr);
   }
   ExpressionFactory::hold(e);
@@ -78,8 +78,9 @@ std::vector<Expression*> Model::reshaped_slots(const Node& node, std::size_t old
   for (std::size_t k = pos + 1; k < nodes_.size(); ++k) inner *= nodes_[k]->state_count();
   const std::uint64_t outer = slots_.size() / (old_count * inner);
   const std::size_t count = new_to_old.size();
-  require(platform::allocation_possible(sat_mul(sat_mul(outer * inner, count), sizeof(Expression*))),
-          K_ERROR_NO_MEMORY);
+  require(
+      platform::allocation_possible(sat_mul(sat_mul(outer * inner, count), sizeof(Expression*))),
+      K_ERROR_NO_MEMORY);
   std::vector<Expression*> result(static_cast<std::size_t>(outer * count * inner), nullptr);
   for (std::uint64_t o = 0; o < outer; ++o)
     for (std::size_t t = 0; t < count; ++t) {
@@ -112,19 +113,18 @@ bool model_refers_to(const Model& model, const Node& node) noexcept {
   return false;
 }
 
-void check_model_owner(const Node& owner) {
+void verify_model_owner(const Node& owner) {
   require(owner.category() != K_CATEGORY_INSTANCE && !owner.is_continuous());
 }
 
 Model& new_model(Node& owner, const std::vector<Node*>& model_nodes) {
-  check_model_owner(owner);
+  verify_model_owner(owner);
   for (std::size_t i = 0; i < model_nodes.size(); ++i) {
     const Node& n = *model_nodes[i];
     require(&n.domain() == &owner.domain());
     require(n.is_discrete());
     require(owner.parents().contains(&n));
-    require(std::find(model_nodes.begin(), model_nodes.begin() + i, &n) ==
-            model_nodes.begin() + i);
+    require(std::find(model_nodes.begin(), model_nodes.begin() + i, &n) == model_nodes.begin() + i);
   }
   ModelPtr fresh(new Model(owner, model_nodes));
   Model& result = *fresh;
@@ -135,7 +135,7 @@ Model& new_model(Node& owner, const std::vector<Node*>& model_nodes) {
 
 void set_model_expression(Model& model, std::uint64_t index, Expression* e) {
   require(index < model.size());
-  if (e != nullptr) check_for_owner(*e, model.owner());
+  if (e != nullptr) verify_for_owner(*e, model.owner());
   model.set_expression(index, e);
   model.owner().needs_generation = true;
 }

@@ -6,11 +6,11 @@
 #include <vector>
 
 #include "expr/expression.h"
+#include "lexer/lexer.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
 #include "platform/locale_guard.h"
-#include "lexer/lexer.h"
 
 namespace kelva {
 
@@ -24,13 +24,20 @@ using Tree = std::unique_ptr<Expression, Releaser>;
 
 int comparison_operator(int token) noexcept {
   switch (token) {
-    case TOKEN_EQ: return K_OP_EQUALS;
-    case TOKEN_NE: return K_OP_NOT_EQUALS;
-    case TOKEN_LT: return K_OP_LESS_THAN;
-    case TOKEN_GT: return K_OP_GREATER_THAN;
-    case TOKEN_LE: return K_OP_LESS_THAN_OR_EQUALS;
-    case TOKEN_GE: return K_OP_GREATER_THAN_OR_EQUALS;
-    default: return -1;
+    case TOKEN_EQ:
+      return K_OP_EQUALS;
+    case TOKEN_NE:
+      return K_OP_NOT_EQUALS;
+    case TOKEN_LT:
+      return K_OP_LESS_THAN;
+    case TOKEN_GT:
+      return K_OP_GREATER_THAN;
+    case TOKEN_LE:
+      return K_OP_LESS_THAN_OR_EQUALS;
+    case TOKEN_GE:
+      return K_OP_GREATER_THAN_OR_EQUALS;
+    default:
+      return -1;
   }
 }
 
@@ -177,8 +184,7 @@ class Parser {
     if (token == '(') return call(function_operator(name.c_str()), name);
     lexer_.push_back(token);
     // A node named "true" or "false" wins over the constant.
-    if (Node* node = scope_.find(name))
-      return api([&] { return ExpressionFactory::node(*node); });
+    if (Node* node = scope_.find(name)) return api([&] { return ExpressionFactory::node(*node); });
     if (name == "true" || name == "false")
       return api([&] { return ExpressionFactory::boolean(name == "true"); });
     fail("no such node: " + name);

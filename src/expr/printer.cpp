@@ -1,11 +1,10 @@
 // The printed form of expressions: the text that the parser reads back into
 // the same tree.
-#include "expr/expression.h"
-
 #include <cmath>
 #include <cstdio>
 #include <string>
 
+#include "expr/expression.h"
 #include "network/error.h"
 #include "network/node.h"
 #include "platform/locale_guard.h"
@@ -62,12 +61,23 @@ void append_label(std::string& out, const std::string& text) {
   for (std::size_t i = 0; i < text.size(); ++i) {
     const auto c = static_cast<unsigned char>(text[i]);
     switch (c) {
-      case '\t': out += "\\t"; continue;
-      case '\n': out += "\\n"; continue;
-      case '\r': out += "\\r"; continue;
-      case '"': out += "\\\""; continue;
-      case '\\': out += "\\\\"; continue;
-      default: break;
+      case '\t':
+        out += "\\t";
+        continue;
+      case '\n':
+        out += "\\n";
+        continue;
+      case '\r':
+        out += "\\r";
+        continue;
+      case '"':
+        out += "\\\"";
+        continue;
+      case '\\':
+        out += "\\\\";
+        continue;
+      default:
+        break;
     }
     if (c >= 0x20 && c < 0x7F) {  // printable in the "C" locale
       out += static_cast<char>(c);
@@ -97,11 +107,20 @@ void print_operand(std::string& out, const Expression& parent, int side,
 
 void print(std::string& out, const Expression& e) {
   switch (e.op()) {
-    case K_OP_NUMBER: append_number(out, e.number()); return;
-    case K_OP_LABEL: append_label(out, e.label()); return;
-    case K_OP_BOOLEAN: out += e.boolean() ? "true" : "false"; return;
-    case K_OP_NODE: out += e.node()->name_or_generate(); return;
-    default: break;
+    case K_OP_NUMBER:
+      append_number(out, e.number());
+      return;
+    case K_OP_LABEL:
+      append_label(out, e.label());
+      return;
+    case K_OP_BOOLEAN:
+      out += e.boolean() ? "true" : "false";
+      return;
+    case K_OP_NODE:
+      out += e.node()->name_or_generate();
+      return;
+    default:
+      break;
   }
   const ExpressionList& operands = e.operands();
   if (e.op() <= K_OP_NOT) {

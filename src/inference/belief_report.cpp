@@ -9,8 +9,8 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
-#include "platform/locale_guard.h"
 #include "network/state_text.h"
+#include "platform/locale_guard.h"
 
 namespace kelva {
 
@@ -53,10 +53,8 @@ void write_node(const CompileLog& log, Node& node, bool with_utilities) {
     } catch (const Error&) {
       known = false;
     }
-    if (known)
-      log.write("\n    %s: %g\n", name, value);
-    else
-      log.write("\n    %s: N/A\n", name);
+    if (known) log.write("\n    %s: %g\n", name, value);
+    else log.write("\n    %s: N/A\n", name);
     return;
   }
   const NodeSlot& slot = propagated_slot(node);
@@ -78,25 +76,19 @@ void write_node(const CompileLog& log, Node& node, bool with_utilities) {
   if (selected >= 0) {
     const auto k = static_cast<std::size_t>(selected);
     log.write("\n    %s --> %s", name, case_state_text(node, k).c_str());
-    if (with_utilities)
-      log.write(" (%g)\n", expected_utility(slot, k));
-    else
-      log.write("\n");
+    if (with_utilities) log.write(" (%g)\n", expected_utility(slot, k));
+    else log.write("\n");
     return;
   }
   log.write("\n    %s:\n", name);
   for (std::size_t i = 0; i < node.state_count(); ++i) {
-    const double belief = i < slot.marginal.size() ? slot.marginal[i]
-                                                   : std::numeric_limits<double>::quiet_NaN();
+    const double belief =
+        i < slot.marginal.size() ? slot.marginal[i] : std::numeric_limits<double>::quiet_NaN();
     const char* label = node.state_label(i);
-    if (label[0] != '\0')
-      log.write("\t%-10s %g", label, belief);
-    else
-      log.write("\tstate%s   %g", std::to_string(i).c_str(), belief);
-    if (with_utilities)
-      log.write(" (%g)\n", expected_utility(slot, i));
-    else
-      log.write("\n");
+    if (label[0] != '\0') log.write("\t%-10s %g", label, belief);
+    else log.write("\tstate%s   %g", std::to_string(i).c_str(), belief);
+    if (with_utilities) log.write(" (%g)\n", expected_utility(slot, i));
+    else log.write("\n");
   }
 }
 
@@ -112,8 +104,8 @@ std::vector<Node*> nodes_where(const Domain& domain, Keep keep) {
 /// Writes `heading` (with the suffix) and the nodes `keep` accepts, when
 /// there are any.
 template <class Keep>
-void write_section(const CompileLog& log, Domain& domain, const char* heading,
-                   const char* suffix, bool with_utilities, Keep keep) {
+void write_section(const CompileLog& log, Domain& domain, const char* heading, const char* suffix,
+                   bool with_utilities, Keep keep) {
   const std::vector<Node*> nodes = nodes_where(domain, keep);
   if (nodes.empty()) return;
   log.write(heading, suffix);
@@ -139,9 +131,8 @@ void report_domain_beliefs(Domain& domain) {
   if (utilities) {
     log.write("\n\nExpected utilities for utility nodes:\n");
     double total = 0.0;
-    for (Node* n : nodes_where(domain, [](const Node& u) {
-           return u.category() == K_CATEGORY_UTILITY;
-         })) {
+    for (Node* n :
+         nodes_where(domain, [](const Node& u) { return u.category() == K_CATEGORY_UTILITY; })) {
       const double eu = expected_utility(propagated_slot(*n), 0);
       log.write("\n    %s: %g\n", n->name_or_generate().c_str(), eu);
       total += eu;

@@ -110,8 +110,7 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
   if (next != nullptr)
     multiply_marginalize(to_plan, to.table->data(), fresh, *next_plan, next->scratch.data(), how,
                          parallelism);
-  else
-    multiply(to_plan, to.table->data(), fresh, parallelism);
+  else multiply(to_plan, to.table->data(), fresh, parallelism);
 }
 
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism) {

@@ -29,8 +29,7 @@ void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism);
 
 /// Multiplies `vector` (one entry per state of the slot's node) into the
 /// node's home clique.
-void multiply_into_home(const NodeSlot& slot, const double* vector,
-                        const Parallelism& parallelism);
+void multiply_into_home(const NodeSlot& slot, const double* vector, const Parallelism& parallelism);
 
 /// Sends the message of `link`, outwards (inner to outer clique) or
 /// inwards: the sender's table is marginalized onto the separator, the new

@@ -118,8 +118,8 @@ void scale_clique(Clique& clique, double factor) {
 
 void node_marginal(NodeSlot& slot, Reduce how) {
   CompressedForest& z = tables_of(*slot.tree);
-  fold(z.clique(*slot.home).values, z.home_map(forest_of(*slot.tree), slot),
-       slot.marginal.data(), slot.marginal.size(), how);
+  fold(z.clique(*slot.home).values, z.home_map(forest_of(*slot.tree), slot), slot.marginal.data(),
+       slot.marginal.size(), how);
 }
 
 double expected_utility(const NodeSlot& slot) {
@@ -139,7 +139,8 @@ void marginalize_clique(const Clique& clique, const IndexPlan& plan, double* out
   map.reserve(c.index.size());
   std::size_t k = 0;
   plan.walk(0, plan.large_size(), [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-    for (; k < c.index.size() && c.index[k] < l + n; ++k) map.push_back(s + (c.index[k] - l) * stride);
+    for (; k < c.index.size() && c.index[k] < l + n; ++k)
+      map.push_back(s + (c.index[k] - l) * stride);
   });
   fold(c.values, map, out, plan.small_size(), how);
 }

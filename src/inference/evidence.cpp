@@ -25,8 +25,7 @@ JunctionTree* counting_tree(const Node& node) noexcept {
 // it back (as it is then) by commit(); the change in between cannot fail.
 class CountAdjustment {
  public:
-  explicit CountAdjustment(const Node& node) noexcept
-      : node_(node), tree_(counting_tree(node)) {
+  explicit CountAdjustment(const Node& node) noexcept : node_(node), tree_(counting_tree(node)) {
     if (tree_ != nullptr && evidence_to_propagate(node) && tree_->evidence_to_propagate > 0)
       --tree_->evidence_to_propagate;
   }
@@ -68,9 +67,9 @@ bool state_values_valid(const Node& node) noexcept {
 std::size_t state_holding(const Node& node, double value) noexcept {
   const std::size_t count = node.state_count();
   for (std::size_t i = 0; i < count; ++i) {
-    if (node.subtype() == K_SUBTYPE_NUMBER ? node.state_value(i) == value
-                                           : node.state_value(i) <= value &&
-                                                 value < node.state_value(i + 1))
+    if (node.subtype() == K_SUBTYPE_NUMBER
+            ? node.state_value(i) == value
+            : node.state_value(i) <= value && value < node.state_value(i + 1))
       return i;
   }
   return count;
@@ -129,8 +128,8 @@ bool evidence_to_propagate(const Node& node) noexcept {
     return false;
   }
   // Selecting the only state of a one-state node says nothing new.
-  if (node.state_count() == 1 && e.entered_code + e.propagated_code == -1 &&
-      e.entered_code >= -1 && e.propagated_code >= -1)
+  if (node.state_count() == 1 && e.entered_code + e.propagated_code == -1 && e.entered_code >= -1 &&
+      e.propagated_code >= -1)
     return false;
   return true;
 }
@@ -150,7 +149,7 @@ double propagated_finding(const Node& node, std::size_t state) noexcept {
   return finding_of(node.evidence.propagated_code, node.evidence.propagated_vector, state);
 }
 
-void mark_propagated(Node& node) {
+void note_propagated(Node& node) {
   Evidence& e = node.evidence;
   if (node.is_continuous()) {
     e.propagated = e.entered;

@@ -17,7 +17,8 @@ namespace kelva {
 namespace {
 
 // Entry i of the evidence vector that `code` and `vector` stand for.
-double evidence_entry(std::int64_t code, const std::vector<double>& vector, std::size_t i) noexcept {
+double evidence_entry(std::int64_t code, const std::vector<double>& vector,
+                      std::size_t i) noexcept {
   if (code >= 0) return static_cast<std::uint64_t>(code) == i ? 1.0 : 0.0;
   if (code == Evidence::kVector && i < vector.size()) return vector[i];
   return 1.0;
@@ -26,7 +27,7 @@ double evidence_entry(std::int64_t code, const std::vector<double>& vector, std:
 // The root total must be a normal, finite double.  A negative total (only
 // tables holding negative numbers give one) is let through; the total's
 // computation itself never fails.  NaN is overflow.
-void check_total(double x) {
+void verify_total(double x) {
   if (x < 0.0) return;
   if (x >= DBL_MIN && x < DBL_MAX) return;
   if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
@@ -39,7 +40,7 @@ bool is_chance_only(const Domain& domain) noexcept {
 }
 
 // The checks made before any table is touched, in their documented order.
-void check_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
+void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
   require((equilibrium == K_EQUILIBRIUM_SUM || equilibrium == K_EQUILIBRIUM_MAX) &&
           (mode == K_MODE_NORMAL || mode == K_MODE_FAST_RETRACTION));
   require(domain.is_compiled(), K_ERROR_NOT_COMPILED);
@@ -78,8 +79,8 @@ void build_schedule(JunctionTree& tree, Clique* root) {
     for (const Clique::Link& link : clique->links) {
       if (link.neighbour == from) continue;
       schedule.push_back({clique, link.neighbour, link.separator, plan_of(clique, *link.separator),
-                          plan_of(link.neighbour, *link.separator), parent,
-                          JunctionTree::kNoLink, first});
+                          plan_of(link.neighbour, *link.separator), parent, JunctionTree::kNoLink,
+                          first});
       first = false;
     }
   };
@@ -122,7 +123,8 @@ void prepare(JunctionTree& tree) {
       const std::size_t n = node.state_count();
       if (slot.marginal.size() != n) slot.marginal.assign(n, 0.0);
       if (utilities && slot.expected_utility.size() != n) slot.expected_utility.assign(n, 0.0);
-      if (node.evidence.propagated_vector.capacity() < n) node.evidence.propagated_vector.reserve(n);
+      if (node.evidence.propagated_vector.capacity() < n)
+        node.evidence.propagated_vector.reserve(n);
       if (n > most_states) most_states = n;
     } else if (node.category() == K_CATEGORY_UTILITY) {
       if (slot.expected_utility.size() != 1) slot.expected_utility.assign(1, 0.0);
@@ -155,7 +157,8 @@ void multiply_entered_evidence(JunctionTree& tree, const Parallelism& par) {
     if (!node.is_discrete() || node.evidence.entered_code == Evidence::kNone) continue;
     const NodeSlot* slot = forest.slot(node);
     if (slot == nullptr || slot->home == nullptr) continue;
-    evidence_vector(node.evidence.entered_code, node.evidence.entered_vector, node.state_count(), v);
+    evidence_vector(node.evidence.entered_code, node.evidence.entered_vector, node.state_count(),
+                    v);
     multiply_into_home(*slot, v, par);
   }
 }
@@ -192,7 +195,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   constexpr std::size_t kNone = JunctionTree::kNoLink;
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& link = schedule[i];
-    if (how == Reduce::max) check_total(clique_total(*link.outer, how, par));
+    if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
     const JunctionTree::Message* next =
         link.first_out && link.parent != kNone ? &schedule[link.parent] : nullptr;
     send_message(link, false, how, par, link.first_child != kNone,
@@ -201,7 +204,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   }
   Clique& root = *tree.schedule_root;
   const double x = clique_total(root, how, par);
-  check_total(x);
+  verify_total(x);
   scale_clique(root, 1.0 / x, par);
   tree.normalization_constant *= x;
   tree.log_normalization_constant += std::log(x);
@@ -234,8 +237,8 @@ void set_conditional_utilities(JunctionTree& tree, const Parallelism& par) {
   Forest& forest = *tree.domain->forest();
   double elsewhere = 0.0;
   for (const NodeSlot& slot : forest.nodes)
-    if (slot.node != nullptr && slot.node->category() == K_CATEGORY_UTILITY &&
-        slot.tree != &tree && slot.tree != nullptr && !slot.expected_utility.empty())
+    if (slot.node != nullptr && slot.node->category() == K_CATEGORY_UTILITY && slot.tree != &tree &&
+        slot.tree != nullptr && !slot.expected_utility.empty())
       elsewhere += slot.expected_utility[0];
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     NodeSlot* slot = forest.slot(**p);
@@ -277,7 +280,7 @@ void record_propagated_evidence(JunctionTree& tree) {
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     Node& node = **p;
     // The vector's room was reserved by prepare(): copying allocates nothing.
-    mark_propagated(node);
+    note_propagated(node);
     const Evidence& ev = node.evidence;
     if (node.is_discrete()) {
       if (ev.propagated_code == Evidence::kVector)
@@ -320,7 +323,8 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     if (!node.is_discrete()) continue;
     const Evidence& ev = node.evidence;
     if (ev.entered_code != Evidence::kNone) entered = true;
-    if (ev.entered_code != Evidence::kNone || ev.propagated_code != Evidence::kNone) involved = true;
+    if (ev.entered_code != Evidence::kNone || ev.propagated_code != Evidence::kNone)
+      involved = true;
     if (!evidence_to_propagate(node)) continue;
     waiting = true;
     if (!absorbable(node)) absorbs = false;
@@ -410,12 +414,12 @@ void unpropagate(Forest& forest) noexcept {
 
 void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
                     k_evidence_mode_t mode) {
-  check_request(*tree.domain, equilibrium, mode);
+  verify_request(*tree.domain, equilibrium, mode);
   run_tree(tree, root, equilibrium, mode);
 }
 
 void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
-  check_request(domain, equilibrium, mode);
+  verify_request(domain, equilibrium, mode);
   Forest& forest = *domain.forest();
   try {
     for (auto& tree : forest.trees) run_tree(*tree, nullptr, equilibrium, mode);

@@ -19,7 +19,8 @@ void report_parse_error(std::uint64_t position, const char* message, void* data)
   LocalRef<jstring> text(env, env->NewStringUTF(message));
   if (text.get() == nullptr) return;  // OutOfMemoryError is pending
   // Positions beyond the int range (texts of 2 GiB) are reported as the largest int.
-  const jint where = position > static_cast<std::uint64_t>(INT_MAX) ? INT_MAX : static_cast<jint>(position);
+  const jint where =
+      position > static_cast<std::uint64_t>(INT_MAX) ? INT_MAX : static_cast<jint>(position);
   env->CallVoidMethod(frame.handler, frame.method, where, text.get());
 }
 

@@ -74,8 +74,9 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSave
         if (cases[static_cast<std::size_t>(i)] < 0) return fail_with(K_ERROR_USAGE, jint{1});
     }
     return k_domain_save_cases(from_jlong<k_domain_t>(jdomain), name.get(),
-                               from_jlong<k_node_t*>(jnodes), jcases != nullptr ? cases.data() : nullptr,
-                               jinclude_counts, separator.get(), missing.get());
+                               from_jlong<k_node_t*>(jnodes),
+                               jcases != nullptr ? cases.data() : nullptr, jinclude_counts,
+                               separator.get(), missing.get());
   });
 }
 

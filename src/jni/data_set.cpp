@@ -54,7 +54,8 @@ JNIEXPORT jobjectArray JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDS
 }
 
 JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDSGetNumbers(
-    JNIEnv* env, jclass, jlong jds, jlong jcolumn, jdoubleArray jnumbers, jlong jstart, jlong jcount) {
+    JNIEnv* env, jclass, jlong jds, jlong jcolumn, jdoubleArray jnumbers, jlong jstart,
+    jlong jcount) {
   auto ds = from_jlong<k_data_set_t>(jds);
   const auto column = static_cast<k_size_t>(jcolumn);
   const auto start = static_cast<k_size_t>(jstart);
@@ -62,7 +63,8 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDSGetNumbe
   if (jnumbers == nullptr) return k_ds_get_numbers(ds, column, nullptr, 0, start, count);
   DoubleElements numbers(env, jnumbers);
   if (!numbers.ok()) return fail_with(K_ERROR_JNI, jint{1});
-  const k_status_t status = k_ds_get_numbers(ds, column, numbers.get(), numbers.length(), start, count);
+  const k_status_t status =
+      k_ds_get_numbers(ds, column, numbers.get(), numbers.length(), start, count);
   if (status == 0) numbers.commit();
   return status;
 }

@@ -38,7 +38,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kParseData
     const FileName name(env, jfile_name);
     if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
     ParseFrame frame{env, jhandler};
-    return parsed(env, k_parse_data_set(name.get(), as_char(separator), &report_parse_error, &frame));
+    return parsed(env,
+                  k_parse_data_set(name.get(), as_char(separator), &report_parse_error, &frame));
   });
 }
 
@@ -49,8 +50,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kParseData
     Utf text(env, jtext);
     if (!text.ok()) return fail_with(K_ERROR_JNI, jlong{0});
     ParseFrame frame{env, jhandler};
-    return parsed(env,
-                  k_parse_data_set_string(text.get(), as_char(separator), &report_parse_error, &frame));
+    return parsed(
+        env, k_parse_data_set_string(text.get(), as_char(separator), &report_parse_error, &frame));
   });
 }
 
@@ -66,9 +67,8 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDSSave(JNI
   });
 }
 
-JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDSToCSVString(JNIEnv* env,
-                                                                                       jclass, jlong jds,
-                                                                                       jint separator) {
+JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDSToCSVString(
+    JNIEnv* env, jclass, jlong jds, jint separator) {
   if (!is_byte(separator)) return fail_with(K_ERROR_USAGE, static_cast<jstring>(nullptr));
   return take_text(env, k_ds_to_csv_string(from_jlong<k_data_set_t>(jds), as_char(separator)));
 }

@@ -9,7 +9,8 @@ using namespace kelva::jni;
 
 extern "C" {
 
-JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainDelete(JNIEnv* env, jclass,
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainDelete(JNIEnv* env,
+                                                                                   jclass,
                                                                                    jlong jdomain) {
   auto domain = from_jlong<k_domain_t>(jdomain);
   // Not an EnvScope: on success the context dies with the domain.
@@ -33,8 +34,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNew
     k_node_t node = nullptr;
     {
       EnvScope scope(env, context);
-      node = k_domain_new_node(domain, static_cast<k_category_t>(jcategory), static_cast<k_kind_t>(jkind),
-                               static_cast<k_subtype_t>(jsubtype));
+      node = k_domain_new_node(domain, static_cast<k_category_t>(jcategory),
+                               static_cast<k_kind_t>(jkind), static_cast<k_subtype_t>(jsubtype));
     }
     if (node == nullptr) return 0;  // the reference is deleted with `peer`
     peers::peer_slot(node) = peer.release();
@@ -42,10 +43,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNew
   });
 }
 
-JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSetLogFile(JNIEnv* env, jclass,
-                                                                                       jlong jdomain,
-                                                                                       jstring jfile_name,
-                                                                                       jint jappend) {
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSetLogFile(
+    JNIEnv* env, jclass, jlong jdomain, jstring jfile_name, jint jappend) {
   return guard<jint>(1, [&]() -> jint {
     const FileName name(env, jfile_name);
     if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});

@@ -20,8 +20,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kStringPar
     Utf text(env, jtext);
     if (!text.ok()) return fail_with(K_ERROR_JNI, jlong{0});
     ParseFrame frame{env, jhandler};
-    k_expression_t expression =
-        k_string_parse_expression(text.get(), from_jlong<k_model_t>(jmodel), &report_parse_error, &frame);
+    k_expression_t expression = k_string_parse_expression(text.get(), from_jlong<k_model_t>(jmodel),
+                                                          &report_parse_error, &frame);
     if (env->ExceptionCheck()) {
       // The handler threw: the result is discarded and the exception is
       // left for the Java caller.

@@ -82,10 +82,8 @@ class In {
 
  private:
   static C convert(java_t<C> j) noexcept {
-    if constexpr (std::is_pointer_v<C>)
-      return from_jlong<C>(j);
-    else
-      return static_cast<C>(j);
+    if constexpr (std::is_pointer_v<C>) return from_jlong<C>(j);
+    else return static_cast<C>(j);
   }
   C value_;
 };

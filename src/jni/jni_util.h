@@ -154,7 +154,8 @@ class DoubleElements {
         length_(env->GetArrayLength(jarray)),
         data_(env->GetDoubleArrayElements(jarray, nullptr)) {}
   ~DoubleElements() {
-    if (data_ != nullptr) env_->ReleaseDoubleArrayElements(jarray_, data_, committed_ ? 0 : JNI_ABORT);
+    if (data_ != nullptr)
+      env_->ReleaseDoubleArrayElements(jarray_, data_, committed_ ? 0 : JNI_ABORT);
   }
   DoubleElements(const DoubleElements&) = delete;
   DoubleElements& operator=(const DoubleElements&) = delete;

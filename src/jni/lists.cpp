@@ -13,7 +13,8 @@ static_assert(sizeof(void*) == sizeof(jlong), "list slots hold handles");
 
 extern "C" {
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNewList(JNIEnv*, jclass, jlong jn) {
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNewList(JNIEnv*, jclass,
+                                                                               jlong jn) {
   // A count whose byte size overflows (a negative one too) asks for the
   // all-ones size, and that allocation fails.
   k_size_t bytes = 0;
@@ -29,7 +30,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kListGetIt
 }
 
 JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kListSetItem(JNIEnv*, jclass,
-                                                                                   jlong jlist, jlong jindex,
+                                                                                   jlong jlist,
+                                                                                   jlong jindex,
                                                                                    jlong jitem) {
   from_jlong<void**>(jlist)[jindex] = from_jlong<void*>(jitem);
   return jitem;

@@ -10,10 +10,8 @@ using namespace kelva::jni;
 
 extern "C" {
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeNewModel(JNIEnv* env, jclass,
-                                                                                    jlong jnode,
-                                                                                    jlong jnodes,
-                                                                                    jobject jmodel) {
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeNewModel(
+    JNIEnv* env, jclass, jlong jnode, jlong jnodes, jobject jmodel) {
   return guard<jlong>(0, [&]() -> jlong {
     auto node = from_jlong<k_node_t>(jnode);
     PeerContext* context = peers::context_of(node);
@@ -35,9 +33,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeNewMo
   });
 }
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetModel(JNIEnv* env, jclass,
-                                                                                    jlong jnode,
-                                                                                    jobject jmodel) {
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetModel(
+    JNIEnv* env, jclass, jlong jnode, jobject jmodel) {
   k_model_t model = k_node_get_model(from_jlong<k_node_t>(jnode));
   if (model == nullptr) return 0;
   if (!attach_model_peer(env, model, jmodel)) return 0;

@@ -29,9 +29,8 @@ jlong parsed(JNIEnv* env, k_domain_t domain) noexcept {
 
 extern "C" {
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNetParseDomain(JNIEnv* env, jclass,
-                                                                                      jstring jfile_name,
-                                                                                      jobject jhandler) {
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNetParseDomain(
+    JNIEnv* env, jclass, jstring jfile_name, jobject jhandler) {
   return guard<jlong>(0, [&]() -> jlong {
     const FileName name(env, jfile_name);
     if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
@@ -50,9 +49,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNetParseD
   });
 }
 
-JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSaveAsNet(JNIEnv* env, jclass,
-                                                                                      jlong jdomain,
-                                                                                      jstring jfile_name) {
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSaveAsNet(
+    JNIEnv* env, jclass, jlong jdomain, jstring jfile_name) {
   return guard<jint>(1, [&]() -> jint {
     const FileName name(env, jfile_name);
     if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
@@ -60,21 +58,19 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSave
   });
 }
 
-JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainToNetString(JNIEnv* env,
-                                                                                           jclass,
-                                                                                           jlong jdomain) {
+JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainToNetString(
+    JNIEnv* env, jclass, jlong jdomain) {
   return take_text(env, k_domain_to_net_string(from_jlong<k_domain_t>(jdomain)));
 }
 
-JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainGetFileName(JNIEnv* env,
-                                                                                           jclass,
-                                                                                           jlong jdomain) {
+JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainGetFileName(
+    JNIEnv* env, jclass, jlong jdomain) {
   return guard<jstring>(nullptr, [&]() -> jstring {
     const char* name = k_domain_get_file_name(from_jlong<k_domain_t>(jdomain));
     if (name == nullptr) return nullptr;
     const std::u16string chars = utf8_to_utf16(name);
-    jstring s =
-        env->NewString(reinterpret_cast<const jchar*>(chars.data()), static_cast<jsize>(chars.size()));
+    jstring s = env->NewString(reinterpret_cast<const jchar*>(chars.data()),
+                               static_cast<jsize>(chars.size()));
     if (s == nullptr) k_error_set(K_ERROR_JNI);
     return s;
   });

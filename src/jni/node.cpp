@@ -27,9 +27,8 @@ jlong node_table(JNIEnv* env, jlong jnode, jobject jtable, Get get) noexcept {
 
 extern "C" {
 
-JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeReorderStates(JNIEnv* env, jclass,
-                                                                                        jlong jnode,
-                                                                                        jobjectArray jorder) {
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeReorderStates(
+    JNIEnv* env, jclass, jlong jnode, jobjectArray jorder) {
   return guard<jint>(1, [&]() -> jint {
     auto node = from_jlong<k_node_t>(jnode);
     if (jorder == nullptr) return k_node_reorder_states(node, nullptr);
@@ -55,18 +54,17 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeReorde
   });
 }
 
-JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeAttachPeer(JNIEnv* env, jclass,
-                                                                                     jlong jnode,
-                                                                                     jobject jpeer) {
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeAttachPeer(
+    JNIEnv* env, jclass, jlong jnode, jobject jpeer) {
   auto node = from_jlong<k_node_t>(jnode);
-  if (peers::context_of(node) == nullptr || jpeer == nullptr) return fail_with(K_ERROR_USAGE, jint{1});
+  if (peers::context_of(node) == nullptr || jpeer == nullptr)
+    return fail_with(K_ERROR_USAGE, jint{1});
   k_error_set(K_ERROR_NONE);
   return attach_node_peer(env, node, jpeer) ? 0 : 1;
 }
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetTable(JNIEnv* env, jclass,
-                                                                                    jlong jnode,
-                                                                                    jobject jtable) {
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetTable(
+    JNIEnv* env, jclass, jlong jnode, jobject jtable) {
   return node_table(env, jnode, jtable, k_node_get_table);
 }
 
@@ -75,9 +73,8 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetEx
   return node_table(env, jnode, jtable, k_node_get_experience_table);
 }
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetFadingTable(JNIEnv* env, jclass,
-                                                                                          jlong jnode,
-                                                                                          jobject jtable) {
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetFadingTable(
+    JNIEnv* env, jclass, jlong jnode, jobject jtable) {
   return node_table(env, jnode, jtable, k_node_get_fading_table);
 }
 

@@ -1,8 +1,9 @@
 // Java peers: the drop function the engine calls, peer attachment, and the
 // library's load hook that installs the drop function.
+#include "capi/peers.h"
+
 #include <jni.h>
 
-#include "capi/peers.h"
 #include "jni/jni_util.h"
 
 namespace kelva::jni {
@@ -51,8 +52,8 @@ bool cache_node_field(JNIEnv* env, PeerContext& context, jobject jnode) noexcept
 bool attach_peer(JNIEnv* env, PeerContext& context, int field, void*& peer, jobject jpeer,
                  jlong handle) noexcept {
   // Indexed by the peers::k...Field numbers.
-  static const char* const names[peers::kFieldCount] = {"nodePeer", "tablePeer", "cliquePeer", "jtPeer",
-                                                        "modelPeer"};
+  static const char* const names[peers::kFieldCount] = {"nodePeer", "tablePeer", "cliquePeer",
+                                                        "jtPeer", "modelPeer"};
   if (jpeer == nullptr) return true;
   if (peer != nullptr && env->IsSameObject(static_cast<jobject>(peer), jpeer)) return true;
   void*& id = peers::field_id_slot(context, field);
@@ -75,12 +76,13 @@ bool attach_peer(JNIEnv* env, PeerContext& context, int field, void*& peer, jobj
 bool attach_node_peer(JNIEnv* env, k_node_t node, jobject jnode) noexcept {
   PeerContext& context = *peers::context_of(node);
   if (jnode != nullptr && !cache_node_field(env, context, jnode)) return false;
-  return attach_peer(env, context, peers::kNodeField, peers::peer_slot(node), jnode, to_jlong(node));
+  return attach_peer(env, context, peers::kNodeField, peers::peer_slot(node), jnode,
+                     to_jlong(node));
 }
 
 bool attach_table_peer(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
-  return attach_peer(env, *peers::context_of(table), peers::kTableField, peers::peer_slot(table), jtable,
-                     to_jlong(table));
+  return attach_peer(env, *peers::context_of(table), peers::kTableField, peers::peer_slot(table),
+                     jtable, to_jlong(table));
 }
 
 jlong hand_new_table(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
@@ -96,8 +98,8 @@ jlong hand_new_table(JNIEnv* env, k_table_t table, jobject jtable) noexcept {
 }
 
 bool attach_model_peer(JNIEnv* env, k_model_t model, jobject jmodel) noexcept {
-  return attach_peer(env, *peers::context_of(model), peers::kModelField, peers::peer_slot(model), jmodel,
-                     to_jlong(model));
+  return attach_peer(env, *peers::context_of(model), peers::kModelField, peers::peer_slot(model),
+                     jmodel, to_jlong(model));
 }
 
 }  // namespace kelva::jni
@@ -107,4 +109,6 @@ extern "C" JNIEXPORT jint JNICALL JNI_OnLoad(JavaVM*, void*) {
   return JNI_VERSION_1_8;
 }
 
-extern "C" JNIEXPORT void JNICALL JNI_OnUnload(JavaVM*, void*) { kelva::peers::install_drop(nullptr); }
+extern "C" JNIEXPORT void JNICALL JNI_OnUnload(JavaVM*, void*) {
+  kelva::peers::install_drop(nullptr);
+}

@@ -34,7 +34,8 @@ jint parse(JNIEnv* env, jlong jdomain, jstring jfile_name, jobject jhandler, Rea
     // deleted again (they have no Java peers yet).  A link file cannot get
     // that far: warnings come with strings, which it refuses.
     std::unordered_set<k_node_t> before;
-    if (nodes && jhandler != nullptr && peers::context_of(domain) != nullptr) before = nodes_of(domain);
+    if (nodes && jhandler != nullptr && peers::context_of(domain) != nullptr)
+      before = nodes_of(domain);
     ParseFrame frame{env, jhandler};
     const k_status_t status = read(domain, name.get(), &report_parse_error, &frame);
     if (!env->ExceptionCheck()) return status;

@@ -32,8 +32,8 @@ bool count_nodes(k_table_t table, NodeCounts& counts) noexcept {
 // the engine never reads or writes outside it whatever the Java array's
 // length; the Java array must cover the discrete nodes.
 std::vector<k_size_t> configuration_buffer(const NodeCounts& counts, jsize java_length) {
-  return std::vector<k_size_t>(std::max<std::size_t>({counts.all, static_cast<std::size_t>(java_length), 1}),
-                               0);
+  return std::vector<k_size_t>(
+      std::max<std::size_t>({counts.all, static_cast<std::size_t>(java_length), 1}), 0);
 }
 
 }  // namespace
@@ -64,32 +64,39 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kTableSetDa
   return k_table_set_data(table, data.get(), data.length(), start, count);
 }
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kTableGetIndexFromConfiguration(
+JNIEXPORT jlong JNICALL
+Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kTableGetIndexFromConfiguration(
     JNIEnv* env, jclass, jlong jtable, jlongArray jconfiguration) {
   return guard<jlong>(-1, [&]() -> jlong {
     auto table = from_jlong<k_table_t>(jtable);
     NodeCounts counts;
-    if (!count_nodes(table, counts) || jconfiguration == nullptr) return fail_with(K_ERROR_USAGE, jlong{-1});
+    if (!count_nodes(table, counts) || jconfiguration == nullptr)
+      return fail_with(K_ERROR_USAGE, jlong{-1});
     const jsize length = env->GetArrayLength(jconfiguration);
-    if (static_cast<std::size_t>(length) < counts.discrete) return fail_with(K_ERROR_USAGE, jlong{-1});
+    if (static_cast<std::size_t>(length) < counts.discrete)
+      return fail_with(K_ERROR_USAGE, jlong{-1});
     std::vector<k_size_t> configuration = configuration_buffer(counts, length);
-    env->GetLongArrayRegion(jconfiguration, 0, length, reinterpret_cast<jlong*>(configuration.data()));
+    env->GetLongArrayRegion(jconfiguration, 0, length,
+                            reinterpret_cast<jlong*>(configuration.data()));
     if (env->ExceptionCheck()) return fail_with(K_ERROR_JNI, jlong{-1});
     return k_table_get_index_from_configuration(table, configuration.data());
   });
 }
 
-JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kTableGetConfigurationFromIndex(
+JNIEXPORT jint JNICALL
+Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kTableGetConfigurationFromIndex(
     JNIEnv* env, jclass, jlong jtable, jlongArray jconfiguration, jlong jindex) {
   return guard<jint>(1, [&]() -> jint {
     auto table = from_jlong<k_table_t>(jtable);
     NodeCounts counts;
-    if (!count_nodes(table, counts) || jconfiguration == nullptr) return fail_with(K_ERROR_USAGE, jint{1});
+    if (!count_nodes(table, counts) || jconfiguration == nullptr)
+      return fail_with(K_ERROR_USAGE, jint{1});
     const jsize length = env->GetArrayLength(jconfiguration);
-    if (static_cast<std::size_t>(length) < counts.discrete) return fail_with(K_ERROR_USAGE, jint{1});
+    if (static_cast<std::size_t>(length) < counts.discrete)
+      return fail_with(K_ERROR_USAGE, jint{1});
     std::vector<k_size_t> configuration = configuration_buffer(counts, length);
-    const k_status_t status =
-        k_table_get_configuration_from_index(table, configuration.data(), static_cast<k_size_t>(jindex));
+    const k_status_t status = k_table_get_configuration_from_index(table, configuration.data(),
+                                                                   static_cast<k_size_t>(jindex));
     if (status != 0) return status;
     env->SetLongArrayRegion(jconfiguration, 0, static_cast<jsize>(counts.discrete),
                             reinterpret_cast<const jlong*>(configuration.data()));

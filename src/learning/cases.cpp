@@ -110,10 +110,8 @@ void add_cases(Domain& domain, const DataSet& data, std::size_t first, std::size
     used.push_back(Items{c, node, {}, {}});
   }
   for (Items& u : used) {
-    if (u.node->is_discrete())
-      u.states.assign(count, CaseColumn::kUnset);
-    else
-      u.values.assign(count, std::nan(""));
+    if (u.node->is_discrete()) u.states.assign(count, CaseColumn::kUnset);
+    else u.values.assign(count, std::nan(""));
     for (std::size_t i = 0; i < count; ++i) {
       const std::string* text = data.cell(first + i, u.column);
       if (text == nullptr) continue;
@@ -174,12 +172,9 @@ bool case_can_be_entered(const Domain& domain, std::size_t c) noexcept {
 void enter_case_evidence(Domain& domain, std::size_t c, bool continuous_items) {
   for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
     if (!n->is_discrete() && !n->is_continuous()) continue;
-    if (!n->cases.is_set(c) || (n->is_continuous() && !continuous_items))
-      retract_findings(*n);
-    else if (n->is_discrete())
-      select_state(*n, static_cast<std::size_t>(n->cases.state(c)));
-    else
-      enter_value(*n, n->cases.value(c));
+    if (!n->cases.is_set(c) || (n->is_continuous() && !continuous_items)) retract_findings(*n);
+    else if (n->is_discrete()) select_state(*n, static_cast<std::size_t>(n->cases.state(c)));
+    else enter_value(*n, n->cases.value(c));
   }
 }
 

@@ -18,9 +18,9 @@
 #include <vector>
 
 #include "compile/compile.h"
-#include "inference/compile_domain.h"
 #include "compile/compile_log.h"
 #include "compile/junction_forest.h"
+#include "inference/compile_domain.h"
 #include "inference/evidence.h"
 #include "inference/propagate.h"
 #include "learning/cases.h"
@@ -207,9 +207,8 @@ void Learner::add_case(Home& home, std::size_t c, double weight) {
     }
     return;
   }
-  const double* data = forest_.compressed
-                           ? forest_.compressed->clique(*home.clique).values.data()
-                           : home.clique->table->data();
+  const double* data = forest_.compressed ? forest_.compressed->clique(*home.clique).values.data()
+                                          : home.clique->table->data();
   double* sum = home.sum.data();
   const std::size_t n = home.sum.size();
   for (std::size_t i = 0; i < n; ++i) sum[i] += weight * data[i];
@@ -323,8 +322,7 @@ double free_parameters(const Domain& domain) {
       if (p->is_discrete()) configurations *= static_cast<double>(p->state_count());
       else if (p->is_continuous()) ++continuous_parents;
     }
-    if (node->is_discrete())
-      n += static_cast<double>(node->state_count() - 1) * configurations;
+    if (node->is_discrete()) n += static_cast<double>(node->state_count() - 1) * configurations;
     else if (node->is_continuous())
       n += static_cast<double>(continuous_parents + 2) * configurations;
   }
@@ -359,8 +357,7 @@ void learn_tables(Domain& domain) {
     if (log.active()) {
       if (domain.cases.counts_set())
         log.write("\n\nEM learning with %g cases:\n\n", domain.cases.total_count());
-      else
-        log.write("\n\nEM learning with %s cases:\n\n", std::to_string(number).c_str());
+      else log.write("\n\nEM learning with %s cases:\n\n", std::to_string(number).c_str());
       log.flush();
     }
     double previous = -std::numeric_limits<double>::max();

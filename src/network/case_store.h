@@ -67,7 +67,8 @@ class CaseColumn {
   void permute_states(const std::vector<std::size_t>& new_to_old) {
     std::vector<std::int16_t> old_to_new(new_to_old.size(), static_cast<std::int16_t>(kUnset));
     for (std::size_t i = 0; i < new_to_old.size(); ++i)
-      if (new_to_old[i] < old_to_new.size()) old_to_new[new_to_old[i]] = static_cast<std::int16_t>(i);
+      if (new_to_old[i] < old_to_new.size())
+        old_to_new[new_to_old[i]] = static_cast<std::int16_t>(i);
     for (auto& s : states_)
       if (s >= 0 && static_cast<std::size_t>(s) < old_to_new.size()) s = old_to_new[s];
   }

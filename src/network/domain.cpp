@@ -14,12 +14,18 @@ namespace {
 // Index of a category in the per-category counters.
 int category_slot(k_category_t category) noexcept {
   switch (category) {
-    case K_CATEGORY_FUNCTION: return 0;
-    case K_CATEGORY_INSTANCE: return 1;
-    case K_CATEGORY_CHANCE: return 2;
-    case K_CATEGORY_DECISION: return 3;
-    case K_CATEGORY_UTILITY: return 4;
-    default: return -1;
+    case K_CATEGORY_FUNCTION:
+      return 0;
+    case K_CATEGORY_INSTANCE:
+      return 1;
+    case K_CATEGORY_CHANCE:
+      return 2;
+    case K_CATEGORY_DECISION:
+      return 3;
+    case K_CATEGORY_UTILITY:
+      return 4;
+    default:
+      return -1;
   }
 }
 
@@ -79,8 +85,7 @@ Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype
     default:
       break;
   }
-  if (kind == K_KIND_DISCRETE)
-    require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
+  if (kind == K_KIND_DISCRETE) require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
   // Instance nodes come with classes, which this domain cannot hold.
   require(category != K_CATEGORY_INSTANCE);
 
@@ -102,11 +107,11 @@ Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype
   // The junction forest does not cover the new node.
   uncompile();
   Node* raw = node.release();
-  link_at_head(raw);
+  insert_at_head(raw);
   return raw;
 }
 
-void Domain::link_at_head(Node* node) noexcept {
+void Domain::insert_at_head(Node* node) noexcept {
   node->next = first_;
   node->prev = nullptr;
   if (first_ != nullptr) first_->prev = node;

@@ -2,12 +2,11 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
-
-#include <memory>
-#include <optional>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -151,7 +150,7 @@ class Domain : public Object {
   const std::unordered_set<Table*>& free_tables() const noexcept { return free_tables_; }
 
  private:
-  void link_at_head(Node* node) noexcept;
+  void insert_at_head(Node* node) noexcept;
 
   Node* first_ = nullptr;
   std::uint64_t counter_ = 0;

@@ -25,8 +25,7 @@ const ErrorEntry* find_error(int code) noexcept;
 class Error : public std::exception {
  public:
   explicit Error(k_error_t code) noexcept : code_(code) {}
-  Error(k_error_t code, std::string message) noexcept
-      : code_(code), message_(std::move(message)) {}
+  Error(k_error_t code, std::string message) noexcept : code_(code), message_(std::move(message)) {}
   k_error_t code() const noexcept { return code_; }
   /// The message, or the empty text when there is none.
   const std::string& message() const noexcept { return message_; }

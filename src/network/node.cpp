@@ -10,12 +10,18 @@ namespace kelva {
 
 char category_letter(k_category_t category) noexcept {
   switch (category) {
-    case K_CATEGORY_FUNCTION: return 'F';
-    case K_CATEGORY_INSTANCE: return 'I';
-    case K_CATEGORY_CHANCE: return 'C';
-    case K_CATEGORY_DECISION: return 'D';
-    case K_CATEGORY_UTILITY: return 'U';
-    default: return 'X';
+    case K_CATEGORY_FUNCTION:
+      return 'F';
+    case K_CATEGORY_INSTANCE:
+      return 'I';
+    case K_CATEGORY_CHANCE:
+      return 'C';
+    case K_CATEGORY_DECISION:
+      return 'D';
+    case K_CATEGORY_UTILITY:
+      return 'U';
+    default:
+      return 'X';
   }
 }
 

@@ -108,7 +108,7 @@ void refuse_parent_sort(const Node& child, const Node& parent) {
 
 }  // namespace
 
-void mark_for_generation(Node& node, bool with_children) noexcept {
+void flag_for_generation(Node& node, bool with_children) noexcept {
   node.needs_generation = true;
   if (with_children)
     for (Node* c : node.children()) c->needs_generation = true;
@@ -150,8 +150,8 @@ Table& experience_table(Node& node) {
 Table& fading_table(Node& node) {
   require(node.category() == K_CATEGORY_CHANCE && node.is_discrete());
   if (node.fading_table() == nullptr) {
-    TablePtr table(new Table(node.domain(), discrete_parents_newest_first(node),
-                             TableRole::fading, &node));
+    TablePtr table(
+        new Table(node.domain(), discrete_parents_newest_first(node), TableRole::fading, &node));
     double* data = table->data();
     std::fill(data, data + table->size(), 1.0);
     node.fading_slot() = std::move(table);
@@ -214,7 +214,7 @@ void add_parent(Node& child, Node& parent) {
   domain.forget_graph_queries();
   child.parents_mut().push_back(&parent);
   parent.children_mut().push_back(&child);
-  mark_for_generation(child, false);
+  flag_for_generation(child, false);
 }
 
 void remove_parent(Node& child, Node& parent) {
@@ -226,7 +226,7 @@ void remove_parent(Node& child, Node& parent) {
   batch.commit();
   child.parents_mut().remove(&parent);
   parent.children_mut().remove(&child);
-  mark_for_generation(child, false);
+  flag_for_generation(child, false);
   child.domain().uncompile();
   child.domain().forget_graph_queries();
 }
@@ -250,7 +250,7 @@ void switch_parent(Node& child, Node& old_parent, Node& new_parent) {
   child.parents_mut().replace(pos, &new_parent);
   old_parent.children_mut().remove(&child);
   new_parent.children_mut().push_back(&child);
-  mark_for_generation(child, false);
+  flag_for_generation(child, false);
   domain.uncompile();
   domain.forget_graph_queries();
 }
@@ -350,8 +350,8 @@ void reverse_edge(Node& from, Node& to) {
   const std::vector<std::uint64_t> no_strides(all.size(), 0);
   std::array<std::vector<std::uint64_t>, 4> strides{
       old_from != nullptr ? strides_in(*old_from, all) : no_strides,
-      old_to != nullptr ? strides_in(*old_to, all) : no_strides,
-      strides_in(*new_to_table, all), strides_in(*new_from_table, all)};
+      old_to != nullptr ? strides_in(*old_to, all) : no_strides, strides_in(*new_to_table, all),
+      strides_in(*new_from_table, all)};
   const double* pf = old_from != nullptr ? old_from->data() : nullptr;
   const double* pt = old_to != nullptr ? old_to->data() : nullptr;
   double* nt = new_to_table->data();
@@ -392,8 +392,8 @@ void reverse_edge(Node& from, Node& to) {
   }
   from.parents_mut().push_back(&to);
   to.children_mut().push_back(&from);
-  mark_for_generation(from, false);
-  mark_for_generation(to, false);
+  flag_for_generation(from, false);
+  flag_for_generation(to, false);
   domain.uncompile();
   domain.forget_graph_queries();
 }
@@ -403,16 +403,18 @@ void set_number_of_states(Node& node, std::size_t count) {
   const std::size_t old = node.state_count();
   if (count == old) return;
   EditBatch batch;
-  for (Table* t : tables_holding(node, node)) batch.copy_of(*t).change_state_count(&node, old, count);
+  for (Table* t : tables_holding(node, node))
+    batch.copy_of(*t).change_state_count(&node, old, count);
   for (Node* c : node.children())
-    for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).change_state_count(&node, old, count);
+    for (Table* t : tables_holding(*c, node))
+      batch.copy_of(*t).change_state_count(&node, old, count);
   for (Table* t : node.domain().free_tables())
     if (holds(t, &node)) batch.copy_of(*t).change_state_count(&node, old, count);
   for (Table* t : component_tables_holding(node))
     batch.copy_of(*t).change_state_count(&node, old, count);
   node.resize_states(count);
   batch.commit();
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
   node.domain().uncompile();
 }
 
@@ -445,10 +447,11 @@ void reorder_states(Node& node, const std::vector<const char*>& order) {
     for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).permute_states(&node, new_to_old);
   for (Table* t : node.domain().free_tables())
     if (holds(t, &node)) batch.copy_of(*t).permute_states(&node, new_to_old);
-  for (Table* t : component_tables_holding(node)) batch.copy_of(*t).permute_states(&node, new_to_old);
+  for (Table* t : component_tables_holding(node))
+    batch.copy_of(*t).permute_states(&node, new_to_old);
   node.permute_states(new_to_old);
   batch.commit();
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
   node.domain().uncompile();
 }
 
@@ -457,7 +460,7 @@ void set_discrete_type(Node& node, k_subtype_t subtype) {
   require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
   require(subtype != K_SUBTYPE_BOOLEAN || node.state_count() == 2);
   node.set_subtype(subtype);
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
 }
 
 void delete_node(Node& node) {
@@ -468,7 +471,7 @@ void delete_node(Node& node) {
   for (Table* t : domain.free_tables())
     if (holds(t, &node)) batch.copy_of(*t).remove_node(&node);
   batch.commit();
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
   // A chain-graph component that holds the node cannot stand without it.
   std::erase_if(domain.chain_components, [&](const std::unique_ptr<ChainComponent>& c) {
     return c->members.contains(&node) || c->parents.contains(&node);

@@ -13,7 +13,6 @@
 
 namespace kelva {
 
-
 namespace {
 
 // In a column map, a new column that takes no old one (its entries are 0).
@@ -195,9 +194,8 @@ void Table::commit(Shape& shape) noexcept {
   coefficients_.swap(shape.coefficients);
 }
 
-void Table::remap_all(Shape& s, std::uint64_t outer, std::size_t old_count,
-                      std::size_t new_count, std::uint64_t inner,
-                      const std::vector<std::size_t>& map) const {
+void Table::remap_all(Shape& s, std::uint64_t outer, std::size_t old_count, std::size_t new_count,
+                      std::uint64_t inner, const std::vector<std::size_t>& map) const {
   const std::uint64_t d = cg_dimension();
   s.data = remap_axis(data_, outer, old_count, new_count, inner, map);
   s.means = remap_axis(means_, outer, old_count, new_count, inner * d, map);
@@ -338,7 +336,8 @@ void Table::reorder(const std::vector<Node*>& order) {
       gather(plan, s.data.data(), data_.data(), Parallelism::of(*domain_));
     }
     s.means = remap_columns(gather_blocks(plan, means_, d), size_, d, columns, false);
-    s.covariances = remap_columns(gather_blocks(plan, covariances_, d * d), size_, d, columns, true);
+    s.covariances =
+        remap_columns(gather_blocks(plan, covariances_, d * d), size_, d, columns, true);
     s.coefficients = remap_columns(gather_blocks(plan, coefficients_, d), size_, d, columns, false);
   }
   commit(s);
@@ -359,7 +358,12 @@ void Table::assign_contents(const Table& other) {
 
 std::unique_ptr<Table> Table::clone() const {
   auto copy = std::make_unique<Table>(*domain_, std::vector<Node*>{}, TableRole::free, nullptr);
-  Shape s{nodes_, counts_, discrete_count_, data_.copy(), means_.copy(), covariances_.copy(),
+  Shape s{nodes_,
+          counts_,
+          discrete_count_,
+          data_.copy(),
+          means_.copy(),
+          covariances_.copy(),
           coefficients_.copy()};
   copy->commit(s);
   return copy;

@@ -20,8 +20,8 @@ enum class TableRole : int {
   conditional = 1,  // a node's conditional table (or utility / function table)
   experience = 2,
   fading = 3,
-  potential = 4,    // clique or separator potential
-  free = 5,         // free-standing, owned by the caller
+  potential = 4,  // clique or separator potential
+  free = 5,       // free-standing, owned by the caller
 };
 
 /// A function over the joint configurations of a list of nodes: a dense
@@ -140,9 +140,8 @@ class Table : public Object {
   /// Fills the arrays of `shape` from this table's with one axis remapped:
   /// new state t of the axis (between `outer` and `inner` entries) takes old
   /// state map[t].
-  void remap_all(Shape& shape, std::uint64_t outer, std::size_t old_count,
-                 std::size_t new_count, std::uint64_t inner,
-                 const std::vector<std::size_t>& map) const;
+  void remap_all(Shape& shape, std::uint64_t outer, std::size_t old_count, std::size_t new_count,
+                 std::uint64_t inner, const std::vector<std::size_t>& map) const;
   void ensure_cg();
 
   std::vector<std::size_t> counts_;  // per discrete node

@@ -104,11 +104,16 @@ void fold_mapped(const IndexPlan& plan, const double* large, double* small, std:
   }
   const std::uint64_t run = plan.axes().back().count;
   switch (run) {
-    case 2: return fold_mapped_runs<Fold, 2>(large, small, m, begin, end);
-    case 3: return fold_mapped_runs<Fold, 3>(large, small, m, begin, end);
-    case 4: return fold_mapped_runs<Fold, 4>(large, small, m, begin, end);
-    case 5: return fold_mapped_runs<Fold, 5>(large, small, m, begin, end);
-    case 6: return fold_mapped_runs<Fold, 6>(large, small, m, begin, end);
+    case 2:
+      return fold_mapped_runs<Fold, 2>(large, small, m, begin, end);
+    case 3:
+      return fold_mapped_runs<Fold, 3>(large, small, m, begin, end);
+    case 4:
+      return fold_mapped_runs<Fold, 4>(large, small, m, begin, end);
+    case 5:
+      return fold_mapped_runs<Fold, 5>(large, small, m, begin, end);
+    case 6:
+      return fold_mapped_runs<Fold, 6>(large, small, m, begin, end);
     default:
       for (std::uint64_t i = begin; i < end; i += run)
         small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, run));
@@ -126,7 +131,7 @@ void fold_walk(const IndexPlan& plan, const double* large, double* small, std::s
   const std::uint64_t ss = plan.inner_small_stride();
   auto walk = [&](auto&& run) {
     if (slice_axis == static_cast<std::size_t>(-1)) plan.walk(0, plan.large_size(), run);
-    else plan.walk_slice(slice_axis, first, last, run);
+    else plan.visit_slice(slice_axis, first, last, run);
   };
   if (ss == 0) {
     walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
@@ -236,7 +241,8 @@ void update_plan(const IndexPlan& plan, double* large, const double* small,
   const std::uint64_t n = plan.large_size();
   const std::uint64_t pieces = piece_count(n, par);
   auto body = [&](std::uint64_t j) {
-    update_walk<Update>(plan, large, small, piece_start(n, pieces, j), piece_start(n, pieces, j + 1));
+    update_walk<Update>(plan, large, small, piece_start(n, pieces, j),
+                        piece_start(n, pieces, j + 1));
   };
   run_pieces(pieces, par.threads, body);
 }

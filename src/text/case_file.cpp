@@ -12,10 +12,10 @@
 #include <utility>
 
 #include "inference/evidence.h"
+#include "lexer/lexer.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "network/state_text.h"
-#include "lexer/lexer.h"
 #include "text/net_reader.h"
 #include "text/net_writer.h"
 
@@ -33,17 +33,19 @@ struct Finding {
 };
 
 bool is_numeric(const Node& n) noexcept {
-  return n.is_discrete() &&
-         (n.subtype() == K_SUBTYPE_NUMBER || n.subtype() == K_SUBTYPE_INTERVAL);
+  return n.is_discrete() && (n.subtype() == K_SUBTYPE_NUMBER || n.subtype() == K_SUBTYPE_INTERVAL);
 }
 
 // The nodes that take findings and case items.
 bool takes_findings(const Node& n) noexcept {
   switch (n.category()) {
     case K_CATEGORY_CHANCE:
-    case K_CATEGORY_DECISION: return n.is_discrete() || n.is_continuous();
-    case K_CATEGORY_FUNCTION: return n.is_discrete();
-    default: return false;
+    case K_CATEGORY_DECISION:
+      return n.is_discrete() || n.is_continuous();
+    case K_CATEGORY_FUNCTION:
+      return n.is_discrete();
+    default:
+      return false;
   }
 }
 
@@ -107,13 +109,17 @@ class CaseReader {
   Finding finding(Node& n, int token) {
     switch (token) {
       case TOKEN_NAME:
-      case TOKEN_STRING: return by_label(n, token);
-      case TOKEN_NUMBER: return by_number(n, lx_.number());
-      case '#': return by_index(n);
+      case TOKEN_STRING:
+        return by_label(n, token);
+      case TOKEN_NUMBER:
+        return by_number(n, lx_.number());
+      case '#':
+        return by_index(n);
       case '(':
         if (!data_file_) return likelihood(n);
         break;
-      default: break;
+      default:
+        break;
     }
     unexpected(token);
   }
@@ -154,15 +160,17 @@ class CaseReader {
 
   Finding by_number(Node& n, double v) {
     if (n.is_continuous()) {
-      if (!std::isfinite(v)) fail(net_message("the value of `%s' must be finite", n.name().c_str()));
+      if (!std::isfinite(v))
+        fail(net_message("the value of `%s' must be finite", n.name().c_str()));
       Finding f;
       f.kind = Finding::Kind::value;
       f.value = v;
       return f;
     }
     if (!is_numeric(n))
-      fail(net_message("node %s: numeric findings are only allowed for CG, numbered, and interval nodes",
-                       n.name().c_str()));
+      fail(net_message(
+          "node %s: numeric findings are only allowed for CG, numbered, and interval nodes",
+          n.name().c_str()));
     if (!values_increase(n))
       fail(net_message("the state values of `%s' do not form an increasing sequence",
                        n.name().c_str()));
@@ -224,7 +232,8 @@ class SingleCaseReader : CaseReader {
       if (t != ':') t == TOKEN_EOF ? unexpected(t) : fail("`:' expected", t);
       Finding f = finding(n, lx_.next_token());
       if (!seen.insert(&n).second) {
-        lx_.report_error(net_message("findings specified twice for `%s'", n.name().c_str()).c_str());
+        lx_.report_error(
+            net_message("findings specified twice for `%s'", n.name().c_str()).c_str());
         continue;
       }
       findings.emplace_back(&n, std::move(f));
@@ -245,12 +254,18 @@ class SingleCaseReader : CaseReader {
     for (auto& [n, f] : findings) {
       retract_findings(*n);
       switch (f.kind) {
-        case Finding::Kind::state: select_state(*n, f.state); break;
-        case Finding::Kind::value: enter_value(*n, f.value); break;
-        case Finding::Kind::likelihood:
-          for (std::size_t i = 0; i < f.likelihood.size(); ++i) enter_finding(*n, i, f.likelihood[i]);
+        case Finding::Kind::state:
+          select_state(*n, f.state);
           break;
-        case Finding::Kind::missing: break;
+        case Finding::Kind::value:
+          enter_value(*n, f.value);
+          break;
+        case Finding::Kind::likelihood:
+          for (std::size_t i = 0; i < f.likelihood.size(); ++i)
+            enter_finding(*n, i, f.likelihood[i]);
+          break;
+        case Finding::Kind::missing:
+          break;
       }
     }
   }
@@ -288,8 +303,7 @@ class DataFileReader : CaseReader {
       if (t == ',') continue;
       if (t != TOKEN_NAME && t != TOKEN_DOTTED_NAME) unexpected(t);
       Node& n = node_named();
-      if (!listed.insert(&n).second)
-        fail(net_message("node `%s' listed twice", n.name().c_str()));
+      if (!listed.insert(&n).second) fail(net_message("node `%s' listed twice", n.name().c_str()));
       columns_.push_back(&n);
     }
     return t;
@@ -319,7 +333,8 @@ class DataFileReader : CaseReader {
       if (lx_.line() != line) {
         // The line ended early: the report names it, not the next one.
         lx_.set_line(line);
-        fail(comma && columns_.size() > 1 ? "the case has too few data items" : "line is incomplete");
+        fail(comma && columns_.size() > 1 ? "the case has too few data items"
+                                          : "line is incomplete");
       }
       if (t == ',') {  // an empty place
         comma = true;
@@ -394,12 +409,9 @@ void write_case(Domain& domain, TextSink& sink) {
   for (Node* n : nodes) {
     std::string line = n->name();
     line += ": ";
-    if (n->is_continuous())
-      line += format_number("%G", n->evidence.entered_value);
-    else if (n->evidence.entered_code == Evidence::kVector)
-      line += likelihood_text(*n);
-    else
-      line += case_state_text(*n, static_cast<std::size_t>(n->evidence.entered_code));
+    if (n->is_continuous()) line += format_number("%G", n->evidence.entered_value);
+    else if (n->evidence.entered_code == Evidence::kVector) line += likelihood_text(*n);
+    else line += case_state_text(*n, static_cast<std::size_t>(n->evidence.entered_code));
     if (n->label && !n->label->empty()) {
       line += "\t% ";
       line += quote_net_string(*n->label);
@@ -409,7 +421,7 @@ void write_case(Domain& domain, TextSink& sink) {
   }
 }
 
-void check_case_selection(const Domain& domain, const CaseSelection& selection) {
+void verify_case_selection(const Domain& domain, const CaseSelection& selection) {
   require(!selection.nodes.empty() && selection.separator != nullptr &&
           selection.missing != nullptr);
   std::unordered_set<const Node*> listed;
@@ -445,12 +457,9 @@ void write_cases(Domain& domain, const CaseSelection& selection, TextSink& sink)
     for (std::size_t i = 0; i < selection.nodes.size(); ++i) {
       const Node& n = *selection.nodes[i];
       if (i > 0) line += separator;
-      if (!n.cases.is_set(c))
-        line += selection.missing;
-      else if (n.is_continuous())
-        line += format_number("%G", n.cases.value(c));
-      else
-        line += case_state_text(n, static_cast<std::size_t>(n.cases.state(c)));
+      if (!n.cases.is_set(c)) line += selection.missing;
+      else if (n.is_continuous()) line += format_number("%G", n.cases.value(c));
+      else line += case_state_text(n, static_cast<std::size_t>(n.cases.state(c)));
     }
     line += '\n';
     const double count = domain.cases.count(c);

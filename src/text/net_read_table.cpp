@@ -5,10 +5,10 @@
 #include <cstdint>
 #include <vector>
 
+#include "lexer/lexer.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "table/table.h"
-#include "lexer/lexer.h"
 #include "text/net_reader.h"
 
 namespace kelva {

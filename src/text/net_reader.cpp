@@ -15,11 +15,11 @@
 #include "expr/expression.h"
 #include "expr/model.h"
 #include "expr/parser.h"
+#include "lexer/lexer.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "structure/structure.h"
 #include "table/table.h"
-#include "lexer/lexer.h"
 
 namespace kelva {
 
@@ -306,8 +306,7 @@ class NetReader {
       else fail("state value expected", t);
     }
     lx_.set_reader(TokenReader::basic);
-    const std::size_t wanted =
-        node.state_count() + (node.subtype() == K_SUBTYPE_INTERVAL ? 1 : 0);
+    const std::size_t wanted = node.state_count() + (node.subtype() == K_SUBTYPE_INTERVAL ? 1 : 0);
     if (values.size() != wanted) {
       error("incorrect number of state values");
       return;
@@ -332,8 +331,8 @@ class NetReader {
       (in_parents ? p.parents : p.children).push_back(&named_node());
     }
     if (p.children.empty()) fail("empty child node list");
-    check_potential_nodes(p);
-    check_links(p);
+    verify_potential_nodes(p);
+    verify_links(p);
     add_links(p);
     for (Node* c : p.children)
       if (!has_potential_.insert(c).second)
@@ -362,7 +361,7 @@ class NetReader {
   }
 
   // The checks of the node lists of a potential, in their fixed order.
-  void check_potential_nodes(const Potential& p) {
+  void verify_potential_nodes(const Potential& p) {
     if (p.children.size() > 1) {
       for (const auto* list : {&p.children, &p.parents})
         for (Node* n : *list)
@@ -379,8 +378,8 @@ class NetReader {
     for (const auto* list : {&p.children, &p.parents})
       for (Node* n : *list)
         if (!seen.insert(n).second)
-          fail(net_message("node `%s' appears twice in potential specification",
-                           n->name().c_str()));
+          fail(
+              net_message("node `%s' appears twice in potential specification", n->name().c_str()));
     // Function nodes are evaluated from their parents, whatever their kind,
     // so they may have continuous parents (as links allow).
     for (Node* c : p.children)
@@ -408,7 +407,7 @@ class NetReader {
   }
 
   // Links already there: none may be repeated, none left out.
-  void check_links(const Potential& p) {
+  void verify_links(const Potential& p) {
     for (Node* c : p.children)
       for (Node* n : p.parents)
         if (c->parents().contains(n))
@@ -417,9 +416,10 @@ class NetReader {
       bool missing = false;
       for (Node* n : c->parents()) {
         if (std::find(p.parents.begin(), p.parents.end(), n) != p.parents.end()) continue;
-        error(net_message("the directed link %s --> %s should have been included in the "
-                          "potential for %s",
-                          n->name().c_str(), c->name().c_str(), c->name().c_str()));
+        error(
+            net_message("the directed link %s --> %s should have been included in the "
+                        "potential for %s",
+                        n->name().c_str(), c->name().c_str(), c->name().c_str()));
         missing = true;
       }
       if (missing)
@@ -634,8 +634,8 @@ bool older_format(std::FILE* stream) {
 
 }  // namespace
 
-Domain* read_net_domain(std::FILE* stream, const char* file_name,
-                        k_parse_error_handler_t handler, void* data) {
+Domain* read_net_domain(std::FILE* stream, const char* file_name, k_parse_error_handler_t handler,
+                        void* data) {
   auto domain = std::make_unique<Domain>();
   if (file_name != nullptr) domain->file_name = file_name;
   Lexer lexer(stream, handler, data);

@@ -19,8 +19,8 @@ class Table;
 /// numbers).  Returns the new domain, or throws Error (the "parse" code when
 /// the text broke the grammar) with nothing left behind.  `file_name`, when
 /// given, is kept with the domain.
-Domain* read_net_domain(std::FILE* stream, const char* file_name,
-                        k_parse_error_handler_t handler, void* data);
+Domain* read_net_domain(std::FILE* stream, const char* file_name, k_parse_error_handler_t handler,
+                        void* data);
 
 /// Reads a domain from NET text in memory (messages carry the count of
 /// characters consumed).

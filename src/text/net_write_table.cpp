@@ -1,7 +1,5 @@
 // Table text of the NET writer: nested rows with configuration comments,
 // numbers or conditional-Gaussian items innermost.
-#include "text/net_writer.h"
-
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
@@ -13,6 +11,7 @@
 #include "network/state_text.h"
 #include "table/size.h"
 #include "table/table.h"
+#include "text/net_writer.h"
 
 namespace kelva {
 
@@ -44,10 +43,8 @@ std::string state_text(const Node& node, std::size_t s) {
   // break out of it.
   std::string out;
   for (char c : text) {
-    if (c == '\n')
-      out += "\\n";
-    else
-      out += c;
+    if (c == '\n') out += "\\n";
+    else out += c;
   }
   return out;
 }
@@ -116,10 +113,8 @@ std::string cg_item(const NetTableText& table_text, std::uint64_t config) {
   for (const Node* parent : table_text.cg_parents) {
     const double c = table == nullptr ? 0.0 : table->coefficient(config, cg_index(*table, parent));
     if (c == 0.0) continue;
-    if (text.empty())
-      text += c < 0.0 ? "-" : "";
-    else
-      text += c < 0.0 ? " - " : " + ";
+    if (text.empty()) text += c < 0.0 ? "-" : "";
+    else text += c < 0.0 ? " - " : " + ";
     if (std::fabs(c) != 1.0) {
       text += format_number("%.8G", std::fabs(c));
       text += " * ";
@@ -142,7 +137,8 @@ void write_net_table(TextSink& sink, const NetTableText& table_text) {
   const std::size_t k = table_text.order.size();
   const bool cg = table_text.cg_child != nullptr;
   const double* data = nullptr;
-  if (!cg && table_text.table != nullptr && table_text.table->has_data()) data = table_text.table->data();
+  if (!cg && table_text.table != nullptr && table_text.table->has_data())
+    data = table_text.table->data();
 
   // One level of parentheses per discrete node (at least one).  A row is one
   // configuration of the nodes its comment names: all of them when the

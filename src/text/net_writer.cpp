@@ -15,8 +15,8 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
-#include "platform/locale_guard.h"
 #include "network/state_text.h"
+#include "platform/locale_guard.h"
 #include "structure/structure.h"
 #include "table/table.h"
 
@@ -117,7 +117,7 @@ std::vector<const Attribute*> oldest_first(const AttributeList& list) {
 
 class NetWriter {
  public:
-  NetWriter(TextSink& sink, const Indent& indent) : sink_(sink), indent_(indent) {}
+  NetWriter(TextSink& sink, const Indent& indent) : out_(sink), indent_(indent) {}
 
   void domain(const Domain& domain) {
     // Names are made before anything is written: generating one may fail.
@@ -142,8 +142,8 @@ class NetWriter {
   }
 
  private:
-  void write(const char* text) { sink_.write(text); }
-  void write(const std::string& text) { sink_.write(text); }
+  void write(const char* text) { out_.write(text); }
+  void write(const std::string& text) { out_.write(text); }
 
   // Writes each piece in turn (no temporary concatenations).
   template <class... Pieces>
@@ -273,7 +273,7 @@ class NetWriter {
     } else {
       attribute_line("data = ");
     }
-    write_net_table(sink_, table_text);
+    write_net_table(out_, table_text);
   }
 
   void table_line(const char* words, const Table& table, const std::vector<Node*>& parents) {
@@ -282,7 +282,7 @@ class NetWriter {
     table_text.order = written_order(table, {&parents});
     table_text.row_indent = indent_.data;
     attribute_line(words);
-    write_net_table(sink_, table_text);
+    write_net_table(out_, table_text);
   }
 
   void chain_block(const ChainComponent& component) {
@@ -301,11 +301,11 @@ class NetWriter {
     }
     table_text.row_indent = indent_.data;
     attribute_line("data = ");
-    write_net_table(sink_, table_text);
+    write_net_table(out_, table_text);
     write_all(indent_.outer, "}\n");
   }
 
-  TextSink& sink_;
+  TextSink& out_;
   const Indent& indent_;
 };
 

@@ -12,11 +12,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "lexer/lexer.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "structure/structure.h"
 #include "table/table.h"
-#include "lexer/lexer.h"
 #include "text/net_reader.h"
 
 namespace kelva {
@@ -173,8 +173,8 @@ class NodeReader : LineReader {
       made = &create(name, *type);
     } else {
       if (!matches(*node, *type)) fail("type specifier doesn't match previous specification");
-      const auto it = std::find_if(made_.begin(), made_.end(),
-                                   [&](const Made& m) { return m.node == node; });
+      const auto it =
+          std::find_if(made_.begin(), made_.end(), [&](const Made& m) { return m.node == node; });
       if (it == made_.end())
         fail(net_message("attempt to change existing node %s in the network", name.c_str()));
       made = &*it;
@@ -320,8 +320,8 @@ class LinkReader : LineReader {
     for (const Saved& s : saved_)
       if (s.child == &child) return;
     auto copy = [](const Table* t) { return t != nullptr ? t->clone() : nullptr; };
-    Saved s{&child, copy(child.table()), copy(child.experience_table()),
-            copy(child.fading_table()), child.needs_generation};
+    Saved s{&child, copy(child.table()), copy(child.experience_table()), copy(child.fading_table()),
+            child.needs_generation};
     saved_.push_back(std::move(s));
   }
 
@@ -359,8 +359,7 @@ void run(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, voi
 void read_sas_nodes(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler,
                     void* data) {
   const std::uint64_t counter = domain.counter();
-  run<NodeReader>(domain, stream, handler, data,
-                  [&](NodeReader& r) { r.undo(counter); });
+  run<NodeReader>(domain, stream, handler, data, [&](NodeReader& r) { r.undo(counter); });
 }
 
 void read_sas_links(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler,

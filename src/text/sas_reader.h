@@ -14,15 +14,13 @@ class Domain;
 /// at the first error and throws Error ("parse", or the code of a failed
 /// engine operation or read); the domain is then as it was, except that a
 /// compiled domain is left uncompiled once a node had been created.
-void read_sas_nodes(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler,
-                    void* data);
+void read_sas_nodes(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data);
 
 /// Reads a SAS link file from an open stream into `domain`: one line per
 /// child, its name followed by the names of its parents.  Stops at the first
 /// error and throws Error; the links added before it are removed again and
 /// the children's tables get their old contents back (a compiled domain is
 /// left uncompiled once a link had been added).
-void read_sas_links(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler,
-                    void* data);
+void read_sas_links(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data);
 
 }  // namespace kelva

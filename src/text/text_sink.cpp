@@ -1,8 +1,7 @@
-#include "text/net_writer.h"
-
 #include <cstring>
 
 #include "network/error.h"
+#include "text/net_writer.h"
 
 namespace kelva {
 

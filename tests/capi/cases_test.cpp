@@ -95,10 +95,10 @@ TEST_F(Cases, BadArgumentsChangeNothing) {
   usage(k_domain_get_case_count(d, 1) == -1.0);
 
   usage(k_node_set_case_state(nullptr, 0, 0) != 0);
-  usage(k_node_set_case_state(a, 1, 0) != 0);   // no such case
-  usage(k_node_set_case_state(a, 0, 2) != 0);   // no such state
-  usage(k_node_set_case_state(x, 0, 0) != 0);   // continuous
-  usage(k_node_set_case_state(u, 0, 0) != 0);   // utility
+  usage(k_node_set_case_state(a, 1, 0) != 0);  // no such case
+  usage(k_node_set_case_state(a, 0, 2) != 0);  // no such state
+  usage(k_node_set_case_state(x, 0, 0) != 0);  // continuous
+  usage(k_node_set_case_state(u, 0, 0) != 0);  // utility
   usage(k_node_get_case_state(x, 0) == K_SIZE_ERROR);
   usage(k_node_set_case_value(a, 0, 1.0) != 0);
   for (double bad : {kNaN, kInf, -kInf}) usage(k_node_set_case_value(x, 0, bad) != 0);

@@ -27,7 +27,8 @@ inline RandomNetwork random_network(unsigned seed, std::size_t count, bool raw =
   RandomNetwork net;
   net.domain = k_new_domain();
   for (std::size_t i = 0; i < count; ++i) {
-    k_node_t node = k_domain_new_node(net.domain, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+    k_node_t node =
+        k_domain_new_node(net.domain, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
     k_node_set_number_of_states(node, 2 + rng() % 3);
     const std::size_t parents = i == 0 ? 0 : rng() % std::min<std::size_t>(i + 1, 4);
     std::vector<std::size_t> picked;

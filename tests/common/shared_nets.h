@@ -47,8 +47,8 @@ struct DomainHandle {
 
 /// Reads a NET file quietly; null when the reader refuses it.
 inline k_domain_t parse_net_quietly(const std::filesystem::path& file) {
-  return k_net_parse_domain(file.string().c_str(), [](uint64_t, const char*, void*) {},
-                            nullptr);
+  return k_net_parse_domain(
+      file.string().c_str(), [](uint64_t, const char*, void*) {}, nullptr);
 }
 
 /// The nodes of a null-ended list.
@@ -61,8 +61,7 @@ inline std::vector<k_node_t> node_list(k_node_t* list) {
 /// The domain's nodes in chain order (newest first).
 inline std::vector<k_node_t> domain_nodes(k_domain_t domain) {
   std::vector<k_node_t> nodes;
-  for (k_node_t n = k_domain_get_first_node(domain); n; n = k_node_get_next(n))
-    nodes.push_back(n);
+  for (k_node_t n = k_domain_get_first_node(domain); n; n = k_node_get_next(n)) nodes.push_back(n);
   return nodes;
 }
 

@@ -61,7 +61,8 @@ std::string read_file(const fs::path& path) {
 class LogFile {
  public:
   explicit LogFile(const std::string& name)
-      : path_(fs::temp_directory_path() / ("kelva-compile-" + std::to_string(::getpid()) + "-" + name)) {}
+      : path_(fs::temp_directory_path() /
+              ("kelva-compile-" + std::to_string(::getpid()) + "-" + name)) {}
   ~LogFile() {
     std::error_code ignored;
     fs::remove(path_, ignored);
@@ -145,8 +146,8 @@ TEST(CompileLog, WholeLogsMatchTheExpectedOnes) {
 }
 
 TEST(CompileLog, ChordalNetworksGetNoFillInUnderAnyMethod) {
-  for (k_triangulation_method_t method :
-       {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE, K_TM_FILL_IN_WEIGHT, K_TM_BEST_GREEDY}) {
+  for (k_triangulation_method_t method : {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE,
+                                          K_TM_FILL_IN_WEIGHT, K_TM_BEST_GREEDY}) {
     for (const char* net : {"chordal.net", "two_parts.net", "chain.net"}) {
       SCOPED_TRACE(std::string(net) + " method " + std::to_string(method));
       const std::string log = logged_run(net, triangulate(method));
@@ -171,7 +172,8 @@ TEST(CompileLog, InvalidOrdersAreRefusedWithoutAnyChange) {
       {"continuous after discrete", d, nodes(d, {"Y", "A", "X", "B", "C"})},
       {"a node omitted", d, nodes(d, {"Y", "X", "A", "B"})},
       {"a node twice", d, nodes(d, {"Y", "X", "A", "B", "B", "C"})},
-      {"a node of another domain", d,
+      {"a node of another domain",
+       d,
        {node(d, "Y"), node(d, "X"), node(d, "A"), node(d, "B"), node(other.get(), "C"), nullptr}},
       {"a utility node", utility.get(), nodes(utility.get(), {"U", "A", "B"})},
       {"a utility node last", utility.get(), nodes(utility.get(), {"A", "B", "U"})},
@@ -233,7 +235,9 @@ TEST(CompileLog, RefusedCallsLeaveTheStateAsItWas) {
 
   // A domain of utility nodes only has nothing to compile.
   DomainPtr only_utility(k_new_domain());
-  ASSERT_NE(k_domain_new_node(only_utility.get(), K_CATEGORY_UTILITY, K_KIND_OTHER, K_SUBTYPE_LABEL), nullptr);
+  ASSERT_NE(
+      k_domain_new_node(only_utility.get(), K_CATEGORY_UTILITY, K_KIND_OTHER, K_SUBTYPE_LABEL),
+      nullptr);
   EXPECT_NE(k_domain_compile(only_utility.get()), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   EXPECT_NE(k_domain_triangulate(only_utility.get(), K_TM_BEST_GREEDY), 0);
@@ -247,7 +251,9 @@ TEST(CompileLog, StructuralEditsUncompile) {
       [](k_domain_t d) { return k_node_delete(node(d, "F")); },
       [](k_domain_t d) { return k_node_set_number_of_states(node(d, "A"), 3); },
       [](k_domain_t d) {
-        return k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL) != nullptr ? 0 : 1;
+        return k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL) != nullptr
+                   ? 0
+                   : 1;
       },
   };
   for (std::size_t i = 0; i < edits.size(); ++i) {
@@ -291,7 +297,9 @@ TEST(CompileLog, FailedAllocationsKeepTheTriangulationState) {
       bool succeeded = false;
       for (long n = 0; !succeeded && n < 100000; ++n) {
         DomainPtr d = load(net);
-        if (triangulated_before) { ASSERT_EQ(k_domain_triangulate(d.get(), K_TM_BEST_GREEDY), 0); }
+        if (triangulated_before) {
+          ASSERT_EQ(k_domain_triangulate(d.get(), K_TM_BEST_GREEDY), 0);
+        }
         kelva::test::fail_allocation_after(n);
         const k_status_t status = k_domain_compile(d.get());
         const bool failed = kelva::test::allocations_left() == -1 && status != 0;

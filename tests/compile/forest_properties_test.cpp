@@ -8,9 +8,9 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <cstdint>
 #include <sstream>
 #include <string>
 #include <unordered_map>
@@ -28,9 +28,7 @@ class Graph {
   explicit Graph(std::size_t n) : n_(n), words_((n + 63) / 64), bits_(n * words_, 0) {}
   std::size_t size() const { return n_; }
   std::size_t words() const { return words_; }
-  bool has(std::size_t u, std::size_t v) const {
-    return (row(u)[v / 64] >> (v % 64)) & 1u;
-  }
+  bool has(std::size_t u, std::size_t v) const { return (row(u)[v / 64] >> (v % 64)) & 1u; }
   void add(std::size_t u, std::size_t v) {
     if (u == v) return;
     bits_[u * words_ + v / 64] |= uint64_t{1} << (v % 64);
@@ -158,7 +156,9 @@ Moral moral_graph(k_domain_t domain) {
   // The discrete boundary of every connected set of continuous vertices is
   // made complete.
   const std::size_t n = m.vertices.size();
-  auto continuous = [&](std::size_t v) { return k_node_get_kind(m.vertices[v]) == K_KIND_CONTINUOUS; };
+  auto continuous = [&](std::size_t v) {
+    return k_node_get_kind(m.vertices[v]) == K_KIND_CONTINUOUS;
+  };
   std::vector<bool> seen(n, false);
   std::vector<std::pair<std::size_t, std::size_t>> fill_ins;
   for (std::size_t start = 0; start < n; ++start) {
@@ -223,7 +223,8 @@ std::string check_forest(k_domain_t domain, bool direct_minimality) {
   std::unordered_map<k_clique_t, std::size_t> clique_index;
   std::vector<std::vector<std::size_t>> tree_cliques;
   std::vector<k_junction_tree_t> trees;
-  for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt; jt = k_jt_get_next(jt)) {
+  for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt;
+       jt = k_jt_get_next(jt)) {
     trees.push_back(jt);
     tree_cliques.emplace_back();
     for (k_clique_t* c = k_jt_get_cliques(jt); c && *c; ++c) {
@@ -275,7 +276,9 @@ std::string check_forest(k_domain_t domain, bool direct_minimality) {
       for (std::size_t b : adjacent[a])
         if (std::count(adjacent[b].begin(), adjacent[b].end(), a) != 1)
           faults << "clique links are not symmetric or are repeated\n";
-    const std::size_t root = clique_index.count(k_jt_get_root(trees[t])) ? clique_index[k_jt_get_root(trees[t])] : cliques.size();
+    const std::size_t root = clique_index.count(k_jt_get_root(trees[t]))
+                                 ? clique_index[k_jt_get_root(trees[t])]
+                                 : cliques.size();
     if (root == cliques.size() || cliques[root].tree != t) {
       faults << "the root is not a clique of its tree\n";
       continue;
@@ -380,7 +383,8 @@ std::string check_forest(k_domain_t domain, bool direct_minimality) {
       faults << "continuous " << name(x) << " is eliminated after a discrete node\n";
     discrete_seen = discrete_seen || k_node_get_kind(x) == K_KIND_DISCRETE;
   }
-  if (order.size() != n) faults << "the elimination order has " << order.size() << " of " << n << " vertices\n";
+  if (order.size() != n)
+    faults << "the elimination order has " << order.size() << " of " << n << " vertices\n";
   else if (!perfect_elimination(tri, order))
     faults << "the elimination order is no perfect elimination ordering\n";
 
@@ -418,9 +422,8 @@ TEST(ForestProperties, GraphTestsSeeFaults) {
   EXPECT_FALSE(complete(split, common));
 }
 
-const k_triangulation_method_t kMethods[] = {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT,
-                                             K_TM_FILL_IN_SIZE, K_TM_FILL_IN_WEIGHT,
-                                             K_TM_BEST_GREEDY};
+const k_triangulation_method_t kMethods[] = {
+    K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE, K_TM_FILL_IN_WEIGHT, K_TM_BEST_GREEDY};
 
 // The sum over the cliques of their numbers of discrete configurations.
 double clique_cost(k_domain_t domain) {
@@ -429,7 +432,8 @@ double clique_cost(k_domain_t domain) {
     for (k_clique_t* c = k_jt_get_cliques(jt); *c; ++c) {
       double size = 1.0;
       for (k_node_t x : node_list(k_clique_get_members(*c)))
-        if (k_node_get_kind(x) == K_KIND_DISCRETE) size *= static_cast<double>(k_node_get_number_of_states(x));
+        if (k_node_get_kind(x) == K_KIND_DISCRETE)
+          size *= static_cast<double>(k_node_get_number_of_states(x));
       cost += size;
     }
   return cost;
@@ -439,7 +443,8 @@ double clique_cost(k_domain_t domain) {
 // also cost no more than any single heuristic.
 void check_all_methods(k_domain_t domain, const std::string& what, bool direct_minimality) {
   bool discrete = true;
-  for (k_node_t n : domain_nodes(domain)) discrete = discrete && k_node_get_kind(n) != K_KIND_CONTINUOUS;
+  for (k_node_t n : domain_nodes(domain))
+    discrete = discrete && k_node_get_kind(n) != K_KIND_CONTINUOUS;
   double cheapest_single = 0.0, best_greedy = 0.0;
   for (k_triangulation_method_t method : kMethods) {
     SCOPED_TRACE(what + ", method " + std::to_string(method));
@@ -450,7 +455,9 @@ void check_all_methods(k_domain_t domain, const std::string& what, bool direct_m
     else if (cheapest_single == 0.0 || cost < cheapest_single) cheapest_single = cost;
     ASSERT_EQ(k_domain_uncompile(domain), 0);
   }
-  if (discrete) { EXPECT_LE(best_greedy, cheapest_single) << what; }
+  if (discrete) {
+    EXPECT_LE(best_greedy, cheapest_single) << what;
+  }
 }
 
 TEST(ForestProperties, SharedNetworks) {
@@ -517,7 +524,8 @@ TEST(ForestProperties, OwnNetworks) {
     k_node_t hub = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Hub", {});
     k_node_t prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "R0", {hub});
     for (int i = 1; i < 6; ++i)
-      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, std::string("R").append(std::to_string(i)).c_str(), {hub, prev});
+      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
+                 std::string("R").append(std::to_string(i)).c_str(), {hub, prev});
     check_all_methods(d.get(), "chordal", true);
   }
   {
@@ -525,7 +533,8 @@ TEST(ForestProperties, OwnNetworks) {
     DomainHandle d(k_new_domain());
     std::vector<k_node_t> ring{add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q0", {})};
     for (int i = 1; i < 7; ++i)
-      ring.push_back(add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, std::string("Q").append(std::to_string(i)).c_str(), {ring.back()}));
+      ring.push_back(add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
+                         std::string("Q").append(std::to_string(i)).c_str(), {ring.back()}));
     add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q7", {ring.front(), ring.back()});
     check_all_methods(d.get(), "cycle", true);
   }

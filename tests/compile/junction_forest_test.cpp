@@ -16,10 +16,10 @@
 #include "common/fail_new.h"
 #include "common/shared_nets.h"
 #include "compile/compile_log.h"
+#include "compile/forest_fixture.h"
 #include "compile/forest_log.h"
 #include "compile/moral_graph.h"
 #include "compile/triangulate.h"
-#include "compile/forest_fixture.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
 #include "table/size.h"
@@ -29,10 +29,10 @@ namespace kelva {
 namespace {
 
 using test::build_forest;
-using test::LogCapture;
-using test::named;
 using test::eliminate;
 using test::eliminate_greedily;
+using test::LogCapture;
+using test::named;
 
 // A domain read from NET text, deleted at the end of the test.
 struct NetDomain {
@@ -365,7 +365,8 @@ TEST(JunctionForest, SharedNetworks) {
     if (!net) continue;
     Domain& domain = *reinterpret_cast<Domain*>(net.get());
     CompileLog silent(nullptr);
-    const Triangulation t = triangulate(build_moral_graph(domain, silent), K_TM_BEST_GREEDY, silent);
+    const Triangulation t =
+        triangulate(build_moral_graph(domain, silent), K_TM_BEST_GREEDY, silent);
     // munin1's tables take about 1.5 GB: too much for every test run.
     if (t.cost > 5e7) {
       std::printf("%-28s skipped: triangulation cost %.0f\n", file.stem().c_str(), t.cost);
@@ -528,7 +529,7 @@ TEST(JunctionForest, AllocationFailures) {
   for (const char* text : {kMixed, kChainAndUtility}) {
     NetDomain net(text);
     Domain& domain = net.domain();
-      const Triangulation t = eliminate_greedily(domain);
+    const Triangulation t = eliminate_greedily(domain);
     for (long n = 0;; ++n) {
       LogCapture log;
       test::fail_allocation_after(n);

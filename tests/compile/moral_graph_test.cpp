@@ -53,7 +53,8 @@ TEST(MoralGraph, DiscreteNetworkWithDecisionsUtilitiesFunctionsAndChains) {
     potential (R | C) { }
   )");
   MoralGraph graph;
-  const std::string log = capture([&](CompileLog& l) { graph = build_moral_graph(net.domain(), l); });
+  const std::string log =
+      capture([&](CompileLog& l) { graph = build_moral_graph(net.domain(), l); });
   EXPECT_EQ(log,
             "\n\nMoral links:\n\n"
             "    Marrying B and G\n"
@@ -97,7 +98,8 @@ TEST(MoralGraph, NecessaryFillInsCompleteTheDiscreteBoundaries) {
     potential (D4 | D1) { }
   )");
   MoralGraph graph;
-  const std::string log = capture([&](CompileLog& l) { graph = build_moral_graph(net.domain(), l); });
+  const std::string log =
+      capture([&](CompileLog& l) { graph = build_moral_graph(net.domain(), l); });
   EXPECT_EQ(log,
             "\n\nMoral links:\n\n"
             "    Marrying D2 and X1\n"

@@ -132,9 +132,16 @@ TEST(Triangulate, RedundantFillInIsRemoved) {
   // vertex ties) and its fill-in A-B is redundant once the cycles are
   // triangulated.
   NetDomain net(discrete_nodes({"A", "P", "Q", "R", "B", "X", "Y", "Z", "V"}));
-  const MoralGraph graph = graph_with_links(
-      net.domain(), {{"A", "P"}, {"P", "Q"}, {"Q", "R"}, {"R", "A"}, {"B", "X"}, {"X", "Y"},
-                     {"Y", "Z"}, {"Z", "B"}, {"V", "A"}, {"V", "B"}});
+  const MoralGraph graph = graph_with_links(net.domain(), {{"A", "P"},
+                                                           {"P", "Q"},
+                                                           {"Q", "R"},
+                                                           {"R", "A"},
+                                                           {"B", "X"},
+                                                           {"X", "Y"},
+                                                           {"Y", "Z"},
+                                                           {"Z", "B"},
+                                                           {"V", "A"},
+                                                           {"V", "B"}});
   EliminationInput input;
   input.nodes = graph.vertices;
   for (const auto& list : graph.neighbours) {
@@ -278,10 +285,21 @@ TEST(Triangulate, BestGreedyKeepsTheFirstCheapestRun) {
   // cost here; the first run's is kept.
   runs.clear();
   NetDomain equal(discrete_nodes({"A", "B", "C", "D", "E", "F", "G", "H"}));
-  const MoralGraph graph = graph_with_links(
-      equal.domain(), {{"A", "B"}, {"A", "D"}, {"A", "E"}, {"A", "H"}, {"B", "C"}, {"B", "H"},
-                       {"C", "E"}, {"C", "G"}, {"D", "E"}, {"D", "F"}, {"D", "G"}, {"E", "G"},
-                       {"E", "H"}, {"F", "H"}, {"G", "H"}});
+  const MoralGraph graph = graph_with_links(equal.domain(), {{"A", "B"},
+                                                             {"A", "D"},
+                                                             {"A", "E"},
+                                                             {"A", "H"},
+                                                             {"B", "C"},
+                                                             {"B", "H"},
+                                                             {"C", "E"},
+                                                             {"C", "G"},
+                                                             {"D", "E"},
+                                                             {"D", "F"},
+                                                             {"D", "G"},
+                                                             {"E", "G"},
+                                                             {"E", "H"},
+                                                             {"F", "H"},
+                                                             {"G", "H"}});
   Triangulation best, by_size, by_fill;
   run(graph, K_TM_BEST_GREEDY, &best);
   ASSERT_EQ(runs.size(), 2u);

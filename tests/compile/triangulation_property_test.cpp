@@ -169,19 +169,18 @@ std::string random_dag(std::mt19937& rng, int n, bool mixed, double density) {
     std::string discrete_parents, continuous_parents;
     for (int j = 0; j < i; ++j) {
       if (unit(rng) >= density || (continuous[j] && !continuous[i])) continue;
-      (continuous[j] ? continuous_parents : discrete_parents) += std::string(" N") + std::to_string(j);
+      (continuous[j] ? continuous_parents : discrete_parents) +=
+          std::string(" N") + std::to_string(j);
     }
-    text += std::string("potential (N") + std::to_string(i) + " |" + discrete_parents + continuous_parents +
-            ") { }\n";
+    text += std::string("potential (N") + std::to_string(i) + " |" + discrete_parents +
+            continuous_parents + ") { }\n";
   }
   return text;
 }
 
-void check_all_methods(const MoralGraph& graph, std::mt19937& rng,
-                       const std::string& what) {
-  for (k_triangulation_method_t method :
-       {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE, K_TM_FILL_IN_WEIGHT,
-        K_TM_BEST_GREEDY}) {
+void check_all_methods(const MoralGraph& graph, std::mt19937& rng, const std::string& what) {
+  for (k_triangulation_method_t method : {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE,
+                                          K_TM_FILL_IN_WEIGHT, K_TM_BEST_GREEDY}) {
     CompileLog silent(nullptr);
     check(graph, triangulate(graph, method, silent), true,
           what + " method " + std::to_string(method));

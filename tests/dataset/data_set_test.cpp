@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "common/fail_new.h"
-#include "kelva/kelva.h"
 #include "dataset/data_set_fixture.h"
+#include "kelva/kelva.h"
 
 namespace {
 
@@ -47,8 +47,8 @@ TEST(DataSet, KeepsMissingAndEmptyCellsApart) {
   EXPECT_EQ(k_ds_new_row(ds), 1u);
   EXPECT_EQ(k_ds_set_data_item(ds, 1, 1, " x, \"y\" "), 0);
   EXPECT_EQ(k_ds_new_column(ds, "c"), 2u);  // existing rows get a missing cell
-  EXPECT_EQ(snapshot(ds), (Cells{"a", "", "c", "|", missing, missing, missing, missing,
-                                 " x, \"y\" ", missing}));
+  EXPECT_EQ(snapshot(ds),
+            (Cells{"a", "", "c", "|", missing, missing, missing, missing, " x, \"y\" ", missing}));
   EXPECT_EQ(k_ds_set_column_name(ds, 2, "two words"), 0);
   EXPECT_STREQ(k_ds_get_column_name(ds, 2), "two words");
 }
@@ -133,7 +133,8 @@ TEST(DataSet, MovesCopiesAndDeletesCarryEveryCellAlong) {
 
   ASSERT_EQ(k_ds_delete_column(ds, 1), 0);
   ASSERT_EQ(k_ds_delete_row(ds, 0), 0);
-  EXPECT_EQ(snapshot(ds), (Cells{"a", "c", "b", "|", missing, "c1", "b1", missing, missing, missing}));
+  EXPECT_EQ(snapshot(ds),
+            (Cells{"a", "c", "b", "|", missing, "c1", "b1", missing, missing, missing}));
   ASSERT_EQ(k_ds_delete_column(ds, 0), 0);
   ASSERT_EQ(k_ds_delete_column(ds, 0), 0);
   ASSERT_EQ(k_ds_delete_column(ds, 0), 0);
@@ -201,10 +202,10 @@ TEST(DataSet, FindsReplacesAndListsValues) {
 
 TEST(DataSet, ReadsDecimalNumbersOnly) {
   const std::vector<std::pair<const char*, bool>> texts = {
-      {"1", true},     {"-2.5", true}, {"+.5", true},   {"1.", true},     {"1e3", true},
-      {" 7\t", true},  {"1E-5", true}, {"1e-400", true}, {"1e400", false}, {"inf", false},
-      {"nan", false},  {"0x10", false}, {"", false},    {" ", false},     {".", false},
-      {"e5", false},   {"1e", false},  {"1 2", false},  {"--1", false},   {"1,5", false},
+      {"1", true},    {"-2.5", true},  {"+.5", true},    {"1.", true},     {"1e3", true},
+      {" 7\t", true}, {"1E-5", true},  {"1e-400", true}, {"1e400", false}, {"inf", false},
+      {"nan", false}, {"0x10", false}, {"", false},      {" ", false},     {".", false},
+      {"e5", false},  {"1e", false},   {"1 2", false},   {"--1", false},   {"1,5", false},
   };
   for (const auto& [text, number] : texts) {
     DataSetHandle ds;
@@ -234,12 +235,22 @@ TEST(DataSet, ReadsDecimalNumbersOnly) {
 // the data set exactly as it was.
 TEST(DataSet, FailedAllocationChangesNothing) {
   const std::vector<std::pair<const char*, std::function<bool(k_data_set_t)>>> calls = {
-      {"new column", [](k_data_set_t ds) { return k_ds_new_column(ds, "a long column name here") != K_SIZE_ERROR; }},
+      {"new column",
+       [](k_data_set_t ds) {
+         return k_ds_new_column(ds, "a long column name here") != K_SIZE_ERROR;
+       }},
       {"new row", [](k_data_set_t ds) { return k_ds_new_row(ds) != K_SIZE_ERROR; }},
       {"copy column", [](k_data_set_t ds) { return k_ds_copy_column(ds, 0) != K_SIZE_ERROR; }},
-      {"set cell", [](k_data_set_t ds) { return k_ds_set_data_item(ds, 2, 1, "a long cell text here") == 0; }},
-      {"rename", [](k_data_set_t ds) { return k_ds_set_column_name(ds, 1, "another long column name") == 0; }},
-      {"replace", [](k_data_set_t ds) { return k_ds_replace_values(ds, 1, nullptr, "a long replacement text") != K_SIZE_ERROR; }},
+      {"set cell",
+       [](k_data_set_t ds) { return k_ds_set_data_item(ds, 2, 1, "a long cell text here") == 0; }},
+      {"rename",
+       [](k_data_set_t ds) {
+         return k_ds_set_column_name(ds, 1, "another long column name") == 0;
+       }},
+      {"replace",
+       [](k_data_set_t ds) {
+         return k_ds_replace_values(ds, 1, nullptr, "a long replacement text") != K_SIZE_ERROR;
+       }},
       {"sort", [](k_data_set_t ds) { return k_ds_sort_rows_numerically(ds, 0, 1) == 0; }},
   };
   for (const auto& [name, call] : calls) {

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "kelva/kelva.h"
 #include "dataset/data_set_fixture.h"
+#include "kelva/kelva.h"
 
 namespace {
 
@@ -47,7 +47,10 @@ std::string text(double v) {
 TEST(Statistics, SmallColumnsGiveTheKnownValues) {
   DataSetHandle ds;
   fill(ds, {"x", "obs", "pred", "skewed"},
-       {{"1", "2", "1", "0"}, {"2", "4", "5", "0"}, {"3", missing, missing, "0"}, {"4", missing, missing, "3"}});
+       {{"1", "2", "1", "0"},
+        {"2", "4", "5", "0"},
+        {"3", missing, missing, "0"},
+        {"4", missing, missing, "3"}});
   EXPECT_DOUBLE_EQ(k_ds_compute_mean(ds, 0), 2.5);
   EXPECT_DOUBLE_EQ(k_ds_compute_variance(ds, 0), 1.25);
   EXPECT_DOUBLE_EQ(k_ds_compute_kurtosis(ds, 0), 1.64);
@@ -63,7 +66,8 @@ TEST(Statistics, SmallColumnsGiveTheKnownValues) {
 
 TEST(Statistics, OneValueAndNoSpread) {
   DataSetHandle ds;
-  fill(ds, {"one", "pred", "flat"}, {{missing, missing, "2"}, {"7", "5", "2"}, {missing, missing, "2"}});
+  fill(ds, {"one", "pred", "flat"},
+       {{missing, missing, "2"}, {"7", "5", "2"}, {missing, missing, "2"}});
   EXPECT_EQ(k_ds_compute_mean(ds, 0), 7.0);
   EXPECT_EQ(k_ds_compute_variance(ds, 0), 0.0);
   EXPECT_EQ(k_ds_compute_skewness(ds, 0), 0.0);
@@ -146,15 +150,19 @@ TEST(Statistics, FailuresReturnMinusOneWithTheirCode) {
   const std::vector<std::tuple<const char*, Call, k_error_t>> calls = {
       {"null", [] { return k_ds_compute_mean(nullptr, 0); }, K_ERROR_USAGE},
       {"no rows", [&] { return k_ds_compute_variance(no_rows, 0); }, K_ERROR_USAGE},
-      {"no rows, two columns", [&] { return k_ds_compute_mean_absolute_error(no_rows, 0, 1); }, K_ERROR_USAGE},
+      {"no rows, two columns", [&] { return k_ds_compute_mean_absolute_error(no_rows, 0, 1); },
+       K_ERROR_USAGE},
       {"column out of range", [&] { return k_ds_compute_skewness(ds, 5); }, K_ERROR_USAGE},
-      {"second column out of range", [&] { return k_ds_compute_mean_absolute_error(ds, 0, 5); }, K_ERROR_USAGE},
+      {"second column out of range", [&] { return k_ds_compute_mean_absolute_error(ds, 0, 5); },
+       K_ERROR_USAGE},
       {"no values", [&] { return k_ds_compute_kurtosis(ds, 4); }, K_ERROR_USAGE},
-      {"no values, two columns", [&] { return k_ds_compute_mean_absolute_error(ds, 4, 4); }, K_ERROR_USAGE},
+      {"no values, two columns", [&] { return k_ds_compute_mean_absolute_error(ds, 4, 4); },
+       K_ERROR_USAGE},
       {"not a number", [&] { return k_ds_compute_mean(ds, 3); }, K_ERROR_INVALID_EXPRESSION},
       {"not a number, predicted", [&] { return k_ds_compute_mean_absolute_scaled_error(ds, 0, 3); },
        K_ERROR_INVALID_EXPRESSION},
-      {"missing cells differ", [&] { return k_ds_compute_mean_absolute_error(ds, 0, 2); }, K_ERROR_USAGE},
+      {"missing cells differ", [&] { return k_ds_compute_mean_absolute_error(ds, 0, 2); },
+       K_ERROR_USAGE},
       {"missing cells differ, not a number",
        [&] { return k_ds_compute_mean_absolute_percentage_error(ds, 2, 3); }, K_ERROR_USAGE},
   };

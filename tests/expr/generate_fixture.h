@@ -4,6 +4,7 @@
 // through the C API.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -12,8 +13,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "kelva/kelva.h"
 
@@ -133,8 +132,7 @@ inline void set(k_model_t m, k_size_t index, k_expression_t e) {
 inline void expect_close(const std::vector<double>& actual, const std::vector<double>& expected) {
   ASSERT_EQ(actual.size(), expected.size());
   for (std::size_t i = 0; i < actual.size(); ++i)
-    EXPECT_NEAR(actual[i], expected[i], 1e-12 * std::fabs(expected[i]) + 1e-300)
-        << "entry " << i;
+    EXPECT_NEAR(actual[i], expected[i], 1e-12 * std::fabs(expected[i]) + 1e-300) << "entry " << i;
 }
 
 /// The standard normal distribution function.

@@ -79,21 +79,18 @@ TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   k_expression_delete(unused);
 
-  k_expression_t probability =
-      op(K_OP_PROBABILITY, {op(K_OP_EQUALS, {leaf(a), lab("a0")})});
+  k_expression_t probability = op(K_OP_PROBABILITY, {op(K_OP_EQUALS, {leaf(a), lab("a0")})});
   k_expression_t variance = op(K_OP_VARIANCE, {leaf(n)});
   k_expression_t aggregate = op(K_OP_AGGREGATE, {leaf(n), leaf(a)});
   struct Case {
     k_model_t model;
     k_expression_t e;
   } invalid[] = {
-      {m, leaf(stranger)},                                    // not a parent
-      {m, leaf(c)},                                           // the owner itself
-      {m, probability},                                       // not a function owner
-      {m, variance},
-      {m, aggregate},                                         // not a discrete function
-      {fm, aggregate},
-      {fm, op(K_OP_NORMAL, {num(0), num(1)})},                // real-valued needs a number
+      {m, leaf(stranger)},                                           // not a parent
+      {m, leaf(c)},                                                  // the owner itself
+      {m, probability},                                              // not a function owner
+      {m, variance},       {m, aggregate},                           // not a discrete function
+      {fm, aggregate},     {fm, op(K_OP_NORMAL, {num(0), num(1)})},  // real-valued needs a number
       {fm, lab("x")},
   };
   for (const Case& k : invalid) {

@@ -40,9 +40,9 @@ TEST(PropagationAllocation, NoAllocationAfterTheFirstPropagation) {
     ASSERT_EQ(propagate_without_allocation(net, K_EQUILIBRIUM_SUM, K_MODE_FAST_RETRACTION), 0);
     // Another root.
     fail_allocation_after(0);
-    const k_status_t status = k_clique_propagate(
-        reinterpret_cast<k_clique_t>(net.d().forest()->cliques.back().get()), K_EQUILIBRIUM_SUM,
-        K_MODE_NORMAL);
+    const k_status_t status =
+        k_clique_propagate(reinterpret_cast<k_clique_t>(net.d().forest()->cliques.back().get()),
+                           K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
     fail_allocation_after(-1);
     EXPECT_EQ(status, 0);
     EXPECT_GE(k_node_get_belief(reinterpret_cast<k_node_t>(net.nodes[3]), 0), 0.0);

@@ -2,6 +2,7 @@
 // its error codes.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstdio>
@@ -10,8 +11,6 @@
 #include <sstream>
 #include <string>
 #include <vector>
-
-#include <unistd.h>
 
 #include "compile/junction_forest.h"
 #include "kelva/kelva.h"
@@ -67,8 +66,7 @@ class ReportNet {
     tree_ = forest->trees.back().get();
     tree_->equilibrium = equilibrium;
     for (Node* n = domain().first_node(); n != nullptr; n = n->next) {
-      if (!n->is_discrete() && !n->is_continuous() && n->category() != K_CATEGORY_UTILITY)
-        continue;
+      if (!n->is_discrete() && !n->is_continuous() && n->category() != K_CATEGORY_UTILITY) continue;
       n->forest_slot = forest->nodes.size();
       NodeSlot slot;
       slot.node = n;
@@ -78,9 +76,7 @@ class ReportNet {
     domain().install_forest(std::move(forest));
     domain().set_compiled(true);
   }
-  NodeSlot& slot(k_node_t n) {
-    return *domain().forest()->slot(*reinterpret_cast<Node*>(n));
-  }
+  NodeSlot& slot(k_node_t n) { return *domain().forest()->slot(*reinterpret_cast<Node*>(n)); }
   void set(k_node_t n, std::vector<double> marginal, std::vector<double> utilities = {}) {
     slot(n).marginal = std::move(marginal);
     slot(n).expected_utility = std::move(utilities);

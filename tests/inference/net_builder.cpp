@@ -62,7 +62,8 @@ void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::siz
         if (std::find(parents.begin(), parents.end(), p) == parents.end()) parents.push_back(p);
       }
     }
-    Node* n = net.add(K_CATEGORY_CHANCE, std::uniform_int_distribution<std::size_t>(2, 3)(rng), parents);
+    Node* n =
+        net.add(K_CATEGORY_CHANCE, std::uniform_int_distribution<std::size_t>(2, 3)(rng), parents);
     net.randomize(n, rng);
   }
 }

@@ -18,7 +18,9 @@ struct TestNet {
   TestNet() = default;
   TestNet(const TestNet&) = delete;
   TestNet& operator=(const TestNet&) = delete;
-  ~TestNet() { if (domain != nullptr) k_domain_delete(domain); }
+  ~TestNet() {
+    if (domain != nullptr) k_domain_delete(domain);
+  }
 
   /// Adds a node with `states` states (0 for a utility node) and `parents`.
   Node* add(k_category_t category, std::size_t states, const std::vector<Node*>& parents);

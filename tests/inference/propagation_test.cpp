@@ -109,10 +109,13 @@ TEST(Propagation, AnyRootAndUnconnectedPartsGiveTheSameBeliefs) {
     ASSERT_EQ(k_domain_initialize(net.domain), 0);
     for (auto& t : net.d().forest()->trees)
       if (t.get() != c->tree) {
-        ASSERT_EQ(k_jt_propagate(reinterpret_cast<k_junction_tree_t>(t.get()), K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+        ASSERT_EQ(k_jt_propagate(reinterpret_cast<k_junction_tree_t>(t.get()), K_EQUILIBRIUM_SUM,
+                                 K_MODE_NORMAL),
+                  0);
       }
-    ASSERT_EQ(k_clique_propagate(reinterpret_cast<k_clique_t>(c.get()), K_EQUILIBRIUM_SUM,
-                                 K_MODE_NORMAL), 0);
+    ASSERT_EQ(
+        k_clique_propagate(reinterpret_cast<k_clique_t>(c.get()), K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
+        0);
     expect_matches(net, false, "clique as root");
     EXPECT_EQ(k_node_get_conflict_clique(h(y)) == reinterpret_cast<k_clique_t>(c.get()),
               c->tree == net.d().forest()->slot(*y)->tree);
@@ -217,7 +220,9 @@ struct Coin {
     node->table()->data()[1] = second;
     compiled = compile_for_test(net.d());
   }
-  k_status_t propagate() { return k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL); }
+  k_status_t propagate() {
+    return k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+  }
 };
 
 TEST(Propagation, RootTotalValidity) {
@@ -378,7 +383,8 @@ TEST(Propagation, ApiErrors) {
   ASSERT_EQ(compile_for_test(net.d()), 0);
   EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_NONE, K_MODE_NORMAL), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, static_cast<k_evidence_mode_t>(22)), 0);
+  EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, static_cast<k_evidence_mode_t>(22)),
+            0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   EXPECT_EQ(k_node_get_belief(h(n), n->state_count()), -1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);

@@ -104,7 +104,7 @@ TEST(Reference, SharedNetworksMatchReferenceMarginals) {
 
   std::size_t compared = 0;
   for (const fs::path& tsv : tsvs) {
-    const std::string stem = tsv.stem().string();           // NAME.eK
+    const std::string stem = tsv.stem().string();  // NAME.eK
     const std::string name = stem.substr(0, stem.rfind('.'));
     const fs::path net = shared_dir() / "nets" / (name + ".net");
     SCOPED_TRACE(stem);

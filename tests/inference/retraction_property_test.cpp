@@ -26,7 +26,8 @@ void change(std::mt19937& rng, const RandomNetwork& normal, const RandomNetwork&
   const std::size_t s = rng() % states;
   const unsigned what = rng() % 10;
   if (what < 3) {
-    for (const RandomNetwork* net : {&normal, &fast}) ASSERT_EQ(k_node_select_state(net->nodes[i], s), 0);
+    for (const RandomNetwork* net : {&normal, &fast})
+      ASSERT_EQ(k_node_select_state(net->nodes[i], s), 0);
     f.assign(states, 0.0);
     f[s] = 1.0;
   } else if (what < 7) {
@@ -37,10 +38,12 @@ void change(std::mt19937& rng, const RandomNetwork& normal, const RandomNetwork&
       ASSERT_EQ(k_node_enter_finding(net->nodes[i], s, v), 0);
     f[s] = v;
   } else if (what < 9) {
-    for (const RandomNetwork* net : {&normal, &fast}) ASSERT_EQ(k_node_retract_findings(net->nodes[i]), 0);
+    for (const RandomNetwork* net : {&normal, &fast})
+      ASSERT_EQ(k_node_retract_findings(net->nodes[i]), 0);
     f.assign(states, 1.0);
   } else {
-    for (const RandomNetwork* net : {&normal, &fast}) ASSERT_EQ(k_domain_retract_findings(net->domain), 0);
+    for (const RandomNetwork* net : {&normal, &fast})
+      ASSERT_EQ(k_domain_retract_findings(net->domain), 0);
     for (Finding& g : evidence) g.assign(g.size(), 1.0);
   }
 }
@@ -90,7 +93,8 @@ TEST(RetractionProperty, IncrementalAndFastRetractionAgreeWithPropagationFromScr
       EXPECT_EQ(k_domain_evidence_mode_is(fast.domain, K_MODE_FAST_RETRACTION), 1);
       for (const RandomNetwork* net : {&normal, &fast, &scratch}) {
         EXPECT_NEAR(k_domain_get_normalization_constant(net->domain) / a.evidence, 1.0, 1e-10);
-        EXPECT_NEAR(k_domain_get_log_normalization_constant(net->domain), std::log(a.evidence), 1e-10);
+        EXPECT_NEAR(k_domain_get_log_normalization_constant(net->domain), std::log(a.evidence),
+                    1e-10);
       }
       // Conflict: after a propagation from the node tables, 1 / P(e); in
       // fast-retraction mode the product of each finding's prior probability
@@ -98,7 +102,8 @@ TEST(RetractionProperty, IncrementalAndFastRetractionAgreeWithPropagationFromScr
       double separate = 1.0;
       for (std::size_t i = 0; i < count; ++i) {
         double p = 0.0;
-        for (std::size_t s = 0; s < evidence[i].size(); ++s) p += prior.beliefs[i][s] * evidence[i][s];
+        for (std::size_t s = 0; s < evidence[i].size(); ++s)
+          p += prior.beliefs[i][s] * evidence[i][s];
         separate *= p;
       }
       EXPECT_NEAR(k_domain_get_conflict(scratch.domain) * a.evidence, 1.0, 1e-10);

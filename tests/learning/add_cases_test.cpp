@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/fail_new.h"
-#include "kelva/kelva.h"
 #include "dataset/data_set_fixture.h"
+#include "kelva/kelva.h"
 #include "network/domain.h"
 #include "network/node.h"
 
@@ -34,7 +34,8 @@ struct CaseDomain : ::testing::Test {
     k_node_t n = k_domain_new_node(d, category, kind, subtype);
     k_node_set_name(n, name);
     EXPECT_NE(n, nullptr) << name << ": " << k_error_name(k_error_code());
-    if (kind == K_KIND_DISCRETE && subtype != K_SUBTYPE_BOOLEAN) k_node_set_number_of_states(n, states);
+    if (kind == K_KIND_DISCRETE && subtype != K_SUBTYPE_BOOLEAN)
+      k_node_set_number_of_states(n, states);
     return n;
   }
   CaseDomain() {
@@ -110,8 +111,8 @@ TEST_F(CaseDomain, RefusedCellsAddNothing) {
   fill(good, {"L", "C"}, {{"high", "3"}});
   ASSERT_EQ(k_domain_add_cases(d, good, 0, 1), 0);
 
-  const std::vector<std::tuple<std::vector<std::string>, std::vector<std::optional<std::string>>,
-                               k_error_t>>
+  const std::vector<
+      std::tuple<std::vector<std::string>, std::vector<std::optional<std::string>>, k_error_t>>
       refused = {
           {{"L"}, {"medium"}, K_ERROR_USAGE},
           {{"L"}, {""}, K_ERROR_USAGE},

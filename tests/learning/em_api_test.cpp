@@ -123,8 +123,10 @@ TEST(EmApi, ScoresByHand) {
   // configuration, c being their continuous parents; utility and decision
   // nodes nothing.
   Net cg(kPair);
-  const k_node_t x = k_domain_new_node(cg.domain, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL);
-  const k_node_t y = k_domain_new_node(cg.domain, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL);
+  const k_node_t x =
+      k_domain_new_node(cg.domain, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL);
+  const k_node_t y =
+      k_domain_new_node(cg.domain, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL);
   ASSERT_EQ(k_node_add_parent(x, cg.h("A")), 0);
   ASSERT_EQ(k_node_add_parent(y, x), 0);
   ASSERT_EQ(k_node_add_parent(y, cg.h("B")), 0);
@@ -151,7 +153,8 @@ TEST(EmApi, LogText) {
   ASSERT_EQ(k_domain_set_max_number_of_em_iterations(net.domain, 1), 0);
   ASSERT_EQ(k_domain_learn_tables(net.domain), 0);
   ASSERT_EQ(k_domain_set_log_file(net.domain, nullptr, 0), 0);
-  const std::string golden = read_file(std::filesystem::path(KELVA_TEST_DATA_DIR) / "learning" / "em.log");
+  const std::string golden =
+      read_file(std::filesystem::path(KELVA_TEST_DATA_DIR) / "learning" / "em.log");
   EXPECT_EQ(read_file(path), golden);
   std::filesystem::remove(path);
 }

@@ -79,7 +79,8 @@ template <class StateOf>
 std::uint64_t entry_of(const Table& table, StateOf state_of) {
   std::uint64_t index = 0;
   for (std::size_t i = 0; i < table.discrete_count(); ++i)
-    index = index * table.state_counts()[i] + static_cast<std::uint64_t>(state_of(table.nodes()[i]));
+    index =
+        index * table.state_counts()[i] + static_cast<std::uint64_t>(state_of(table.nodes()[i]));
   return index;
 }
 
@@ -165,7 +166,8 @@ void enumerate(const Domain& d, Visit visit) {
 template <class StateOf>
 bool agrees(const Domain& d, std::size_t c, StateOf state_of) {
   for (Node* n = d.first_node(); n != nullptr; n = n->next)
-    if (n->is_discrete() && n->cases.state(c) >= 0 && n->cases.state(c) != state_of(n)) return false;
+    if (n->is_discrete() && n->cases.state(c) >= 0 && n->cases.state(c) != state_of(n))
+      return false;
   return true;
 }
 

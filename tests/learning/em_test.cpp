@@ -1,5 +1,7 @@
 // EM learning: recovery of known tables, the E- and M-steps against brute
 // force, case counts, the stopping rules and the learning preconditions.
+#include "learning/em.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -7,7 +9,6 @@
 #include <vector>
 
 #include "em_fixture.h"
-#include "learning/em.h"
 
 namespace kelva::test {
 namespace {
@@ -143,8 +144,8 @@ TEST(EmLearning, OneIterationMatchesBruteForceExpectedCounts) {
         sum += counts[i][row * n + k];
       }
       for (std::size_t k = 0; k < n; ++k) {
-        const double want = (counts[i][row * n + k] + prior * before[i][row * n + k] / old_sum) /
-                            (sum + prior);
+        const double want =
+            (counts[i][row * n + k] + prior * before[i][row * n + k] / old_sum) / (sum + prior);
         EXPECT_NEAR(got[row * n + k], want, 1e-12) << kNames[i] << " row " << row;
       }
     }
@@ -164,7 +165,8 @@ potential (B | A) { data = ((0.5 0.5) (0.25 0.75) (0.6 0.4)); }
   net.all_experience();
   ASSERT_EQ(k_domain_compile(net.domain), 0);
   // A = a2 never occurs.
-  const std::vector<std::vector<int>> cases = {{0, 0}, {0, 1}, {0, 1}, {1, 0}, {0, 0}, {1, 1}, {1, 1}};
+  const std::vector<std::vector<int>> cases = {{0, 0}, {0, 1}, {0, 1}, {1, 0},
+                                               {0, 0}, {1, 1}, {1, 1}};
   for (const auto& c : cases) net.add_case({"A", "B"}, c);
   Progress progress;
   progress.attach(net.domain);

@@ -82,7 +82,7 @@ TEST_F(Names, GeneratedNamesSkipTakenNumbersAndMoveTheCounterOn) {
   EXPECT_EQ(k_node_set_name(n1, "C3"), 0);
   EXPECT_STREQ(k_node_get_name(n2), "C2");
   EXPECT_STREQ(k_node_get_name(n3), "C4");  // C3 taken: the counter moved to 4
-  k_node_t n5 = chance(nullptr);             // so this node is number 5
+  k_node_t n5 = chance(nullptr);            // so this node is number 5
   EXPECT_STREQ(k_node_get_name(n5), "C5");
   k_node_t dec = k_domain_new_node(d, K_CATEGORY_DECISION, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
   k_node_t util = k_domain_new_node(d, K_CATEGORY_UTILITY, K_KIND_OTHER, K_SUBTYPE_LABEL);

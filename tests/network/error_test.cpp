@@ -1,10 +1,11 @@
+#include "network/error.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <thread>
 
 #include "kelva/kelva.h"
-#include "network/error.h"
 
 namespace {
 
@@ -37,7 +38,8 @@ TEST(ErrorTable, NamesAndDescriptionsAreExact) {
   for (int a = 0; a <= 48; ++a) {
     if (std::string(k_error_name(static_cast<k_error_t>(a))) == "no_such_error") continue;
     for (int b = a + 1; b <= 48; ++b)
-      EXPECT_STRNE(k_error_name(static_cast<k_error_t>(a)), k_error_name(static_cast<k_error_t>(b)));
+      EXPECT_STRNE(k_error_name(static_cast<k_error_t>(a)),
+                   k_error_name(static_cast<k_error_t>(b)));
   }
 }
 

@@ -3,8 +3,8 @@
 
 #include <cmath>
 #include <cstdlib>
-#include <string>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -310,8 +310,8 @@ TEST(ChainComponents, FixTheirLinksAndFollowStateChanges) {
   EXPECT_EQ(k_node_get_table(x), nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   EXPECT_NE(k_node_remove_parent(x, p), 0);
-  EXPECT_NE(k_node_add_parent(y, k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE,
-                                                   K_SUBTYPE_LABEL)),
+  EXPECT_NE(k_node_add_parent(
+                y, k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL)),
             0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   // The component's table follows the states of its nodes.

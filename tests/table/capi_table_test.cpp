@@ -125,8 +125,8 @@ TEST(TableApi, SizesSaturateAtAllOnes) {
 
   // 2^63 configurations fit, but not twice that with two continuous nodes.
   k_node_t x = net.continuous(), y = net.continuous();
-  std::vector<k_node_t> cg{nodes[0], nodes[1], nodes[2], nodes[3], nodes[4], nodes[5], nodes[6],
-                           net.discrete(128), x, y, nullptr};
+  std::vector<k_node_t> cg{nodes[0], nodes[1],          nodes[2], nodes[3], nodes[4], nodes[5],
+                           nodes[6], net.discrete(128), x,        y,        nullptr};
   k_table_t c = k_domain_new_table(net.d, cg.data());
   EXPECT_EQ(k_table_get_size(c), std::uint64_t{1} << 63);
   EXPECT_EQ(k_error_code(), K_ERROR_NONE);
@@ -192,9 +192,12 @@ TEST(TableApi, MarginalsSumOrMaximiseOverTheOtherNodes) {
     k_table_t table;
     const k_node_t* nodes;
     k_equilibrium_t code;
-  } refused[] = {{t, nullptr, K_EQUILIBRIUM_SUM},       {t, in_other.data(), K_EQUILIBRIUM_SUM},
-                 {t, not_in_table.data(), K_EQUILIBRIUM_MAX}, {t, just_b, K_EQUILIBRIUM_NONE},
-                 {tx, continuous.data(), K_EQUILIBRIUM_SUM}, {t, twice.data(), K_EQUILIBRIUM_SUM}};
+  } refused[] = {{t, nullptr, K_EQUILIBRIUM_SUM},
+                 {t, in_other.data(), K_EQUILIBRIUM_SUM},
+                 {t, not_in_table.data(), K_EQUILIBRIUM_MAX},
+                 {t, just_b, K_EQUILIBRIUM_NONE},
+                 {tx, continuous.data(), K_EQUILIBRIUM_SUM},
+                 {t, twice.data(), K_EQUILIBRIUM_SUM}};
   for (const auto& r : refused) {
     EXPECT_EQ(k_table_get_marginal(r.table, r.nodes, r.code), nullptr);
     EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
@@ -209,8 +212,8 @@ TEST(TableApi, ReorderAndUpdateKeepTheFunction) {
   EXPECT_EQ(k_table_reorder_nodes(t, ba), 0);
   EXPECT_EQ(k_table_get_nodes(t)[0], b);
   EXPECT_EQ(values(t), (Data{0, 3, 1, 4, 2, 5}));
-  const std::vector<std::vector<k_node_t>> refused{{b, nullptr}, {b, c, nullptr},
-                                                   {b, b, nullptr}, {b, a, c, nullptr}};
+  const std::vector<std::vector<k_node_t>> refused{
+      {b, nullptr}, {b, c, nullptr}, {b, b, nullptr}, {b, a, c, nullptr}};
   for (const auto& r : refused) {
     EXPECT_NE(k_table_reorder_nodes(t, r.data()), 0);
     EXPECT_EQ(k_error_code(), K_ERROR_USAGE);

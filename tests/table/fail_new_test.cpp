@@ -1,13 +1,13 @@
 // The allocation hook every test program shares: its forms must pair up, or
 // the sanitizer build reports mismatches in standard algorithms that take
 // temporary buffers with the nothrow form.
+#include "common/fail_new.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <new>
 #include <vector>
-
-#include "common/fail_new.h"
 
 TEST(FailNew, EveryFormPairsAndCountsAllocations) {
   std::vector<int> v(1000);

@@ -1,5 +1,7 @@
 // Index plans and their kernels against the decode/re-encode oracle, and the
 // threaded forms against the single-threaded ones.
+#include "table/index_plan.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -14,7 +16,6 @@
 #include "network/error.h"
 #include "oracle.h"
 #include "platform/worker_pool.h"
-#include "table/index_plan.h"
 #include "table/table_ops.h"
 
 namespace kelva {
@@ -104,7 +105,7 @@ TEST(IndexPlan, WalksAndKernelsMatchOracleOnRandomLayouts) {
       const std::uint64_t v = l / axes[a].large_stride % axes[a].count;
       if (v >= first && v < last) expect_l.push_back(l);
     }
-    plan.walk_slice(a, first, last, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
+    plan.visit_slice(a, first, last, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
       for (std::uint64_t k = 0; k < len; ++k) {
         got_l.push_back(l + k);
         EXPECT_EQ(s + k * plan.inner_small_stride(), oracle[l + k]);
@@ -179,8 +180,8 @@ TEST(IndexPlan, ThreadedResultsEqualSingleThreadedBitForBit) {
   std::uniform_real_distribution<double> dist(0.0, 1.0);
   std::vector<double> large(32768);
   for (double& x : large) x = dist(rng);
-  const std::vector<std::vector<std::size_t>> layouts{
-      {}, {0}, {5}, {1, 3}, {3, 1}, {0, 2, 4}, {2}, {5, 4, 3, 2, 1, 0}};
+  const std::vector<std::vector<std::size_t>> layouts{{},     {0},       {5}, {1, 3},
+                                                      {3, 1}, {0, 2, 4}, {2}, {5, 4, 3, 2, 1, 0}};
   const std::uint64_t grain = 1000;
   for (const auto& axes : layouts) {
     SCOPED_TRACE(::testing::Message() << "layout of " << axes.size() << " nodes");

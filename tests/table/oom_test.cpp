@@ -29,7 +29,8 @@ std::string snapshot(k_domain_t d) {
     out << " parents";
     for (k_node_t* p = k_node_get_parents(n); *p != nullptr; ++p) out << ' ' << k_node_get_name(*p);
     out << " children";
-    for (k_node_t* c = k_node_get_children(n); *c != nullptr; ++c) out << ' ' << k_node_get_name(*c);
+    for (k_node_t* c = k_node_get_children(n); *c != nullptr; ++c)
+      out << ' ' << k_node_get_name(*c);
     if (k_node_has_table(n) == 1) table("table", k_node_get_table(n));
     if (k_node_has_experience_table(n) == 1) table("experience", k_node_get_experience_table(n));
     if (k_node_has_fading_table(n) == 1) table("fading", k_node_get_fading_table(n));
@@ -90,7 +91,9 @@ TEST(OutOfMemory, StructureEditsAreAllOrNothing) {
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_reorder_states(a, order); }), 0);
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_remove_parent(c, a); }), 0);
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_set_attribute(c, "key", "value"); }), 0);
-  EXPECT_GT(fail_each_allocation(d, [&] { return k_node_set_name(c, "a_much_longer_name_than_sso"); }), 0);
+  EXPECT_GT(
+      fail_each_allocation(d, [&] { return k_node_set_name(c, "a_much_longer_name_than_sso"); }),
+      0);
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_reverse_edge(b, c); }), 0);
   EXPECT_GT(fail_each_allocation(d, [&] { return k_node_delete(c); }), 0);
   k_domain_delete(d);

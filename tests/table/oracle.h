@@ -10,7 +10,8 @@
 namespace kelva::test {
 
 /// The states of `index` in a table with state counts `counts` (last fastest).
-inline std::vector<std::size_t> decode(std::uint64_t index, const std::vector<std::size_t>& counts) {
+inline std::vector<std::size_t> decode(std::uint64_t index,
+                                       const std::vector<std::size_t>& counts) {
   std::vector<std::size_t> states(counts.size());
   for (std::size_t k = counts.size(); k-- > 0;) {
     states[k] = index % counts[k];

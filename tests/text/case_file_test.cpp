@@ -1,7 +1,6 @@
 // Case files through the C API: single cases and data files written and read
 // back, the exact text written, and the reader's messages with their lines.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cstdio>
@@ -88,7 +87,8 @@ struct CaseFiles : ::testing::Test {
   std::string saved_cases(std::vector<k_node_t> nodes, bool counts, const int64_t* cases = nullptr,
                           const char* separator = ",", const char* missing = "*") {
     nodes.push_back(nullptr);
-    EXPECT_EQ(k_domain_save_cases(d, path.c_str(), nodes.data(), cases, counts, separator, missing), 0);
+    EXPECT_EQ(k_domain_save_cases(d, path.c_str(), nodes.data(), cases, counts, separator, missing),
+              0);
     return read();
   }
 
@@ -115,12 +115,9 @@ struct CaseFiles : ::testing::Test {
     for (k_size_t c = 0; c < k_domain_get_number_of_cases(d); ++c) {
       out += std::to_string(k_domain_get_case_count(d, c)) + ":";
       for (k_node_t n : all()) {
-        if (k_node_case_is_set(n, c) != 1)
-          out += "* ";
-        else if (n == x)
-          out += std::to_string(k_node_get_case_value(n, c)) + " ";
-        else
-          out += std::to_string(k_node_get_case_state(n, c)) + " ";
+        if (k_node_case_is_set(n, c) != 1) out += "* ";
+        else if (n == x) out += std::to_string(k_node_get_case_value(n, c)) + " ";
+        else out += std::to_string(k_node_get_case_state(n, c)) + " ";
       }
       out += "\n";
     }
@@ -223,8 +220,10 @@ TEST_F(CaseFiles, SingleCaseRefusalsLeaveTheEvidence) {
       {": low", "1:illegal token"},
       {"Q: low", "1:the domain has no node named `Q'"},
       {"R: 1", "1:node `R' is not a chance, a decision, or a discrete function node"},
-      {"L: low\nB: true\nL: high\nN: 1\nB: false", "3:findings specified twice for `L'|5:findings specified twice for `B'"},
-      {"L: low\nL: high\nB: maybe", "2:findings specified twice for `L'|3:state of boolean node should be `false' or `true'"},
+      {"L: low\nB: true\nL: high\nN: 1\nB: false",
+       "3:findings specified twice for `L'|5:findings specified twice for `B'"},
+      {"L: low\nL: high\nB: maybe",
+       "2:findings specified twice for `L'|3:state of boolean node should be `false' or `true'"},
       {"L: \"low\\q\"", "1:illegal escape sequence: `\\q'|1:illegal token"},
   };
   for (const auto& [text, expected] : cases) {
@@ -425,8 +424,8 @@ TEST_F(CaseFiles, StatesAboveTheCaseLimitAreRefused) {
   k_node_t wide = discrete("W", K_CATEGORY_CHANCE, K_SUBTYPE_LABEL, 40000);
   EXPECT_NE(parse_cases("W\n#32768\n"), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_CASE_STATE_TOO_LARGE);
-  EXPECT_EQ(messages, std::string("2:API error: ") +
-                          k_error_description(K_ERROR_CASE_STATE_TOO_LARGE));
+  EXPECT_EQ(messages,
+            std::string("2:API error: ") + k_error_description(K_ERROR_CASE_STATE_TOO_LARGE));
   EXPECT_EQ(parse_cases("W\n#32767\n"), 0);
   EXPECT_EQ(k_node_get_case_state(wide, 0), 32767u);
 }

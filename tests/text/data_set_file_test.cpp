@@ -3,7 +3,6 @@
 // the reader with its position for a file and for a string, and the C API's
 // refusals.
 #include <gtest/gtest.h>
-
 #include <unistd.h>
 
 #include <cstdio>
@@ -16,8 +15,8 @@
 #include <vector>
 
 #include "common/fail_new.h"
-#include "kelva/kelva.h"
 #include "dataset/data_set.h"
+#include "kelva/kelva.h"
 
 namespace kelva {
 namespace {
@@ -145,7 +144,8 @@ TEST(DataSetFile, WriteThenReadGivesTheSameCells) {
   const std::string alphabet = "ab ,;\t|\"\r\v\f\xA7x";
   auto text = [&](std::size_t max) {
     std::string s;
-    for (std::size_t n = random() % (max + 1); n > 0; --n) s += alphabet[random() % alphabet.size()];
+    for (std::size_t n = random() % (max + 1); n > 0; --n)
+      s += alphabet[random() % alphabet.size()];
     return s;
   };
   for (char separator : {',', ';', '\t', ' ', '|', '\xA7'}) {

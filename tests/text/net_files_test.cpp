@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -31,16 +31,45 @@ namespace fs = std::filesystem;
 // ones break the grammar: an unquoted attribute value, node names that are
 // numbers, dotted names with a part that starts with a digit, too few levels
 // of parentheses, `((7 8))` for a one-node table.
-const char* const kAccepted[] = {
-    "admission-binary-samiam.net", "admission-samiam.net", "agrum-test3.net",
-    "alarm-samiam.net", "alarm.net", "andes.net", "asia-pgmpy.net", "asia-unbbayes.net",
-    "asia.net", "barley.net", "bn191-tw20-unbbayes.net", "cancer.net", "child.net",
-    "classifier1-samiam.net", "diabetes.net", "earthquake.net", "hailfinder.net",
-    "hepar2-unbbayes-mebn.net", "hepar2.net", "insurance.net", "ksl-deal.net",
-    "learned48-unbbayes.net", "link.net", "mildew.net", "munin1.net", "munin2.net", "munin3.net",
-    "pathfinder.net", "pigs.net", "rats-deal.net", "sachs.net", "survey.net",
-    "toynetwork-unbbayes-test.net", "water.net", "win95pts-crlf.net", "win95pts.net",
-    "wmc-carpo.net", "wmc-example-determinism.net", "wmc-test3.net"};
+const char* const kAccepted[] = {"admission-binary-samiam.net",
+                                 "admission-samiam.net",
+                                 "agrum-test3.net",
+                                 "alarm-samiam.net",
+                                 "alarm.net",
+                                 "andes.net",
+                                 "asia-pgmpy.net",
+                                 "asia-unbbayes.net",
+                                 "asia.net",
+                                 "barley.net",
+                                 "bn191-tw20-unbbayes.net",
+                                 "cancer.net",
+                                 "child.net",
+                                 "classifier1-samiam.net",
+                                 "diabetes.net",
+                                 "earthquake.net",
+                                 "hailfinder.net",
+                                 "hepar2-unbbayes-mebn.net",
+                                 "hepar2.net",
+                                 "insurance.net",
+                                 "ksl-deal.net",
+                                 "learned48-unbbayes.net",
+                                 "link.net",
+                                 "mildew.net",
+                                 "munin1.net",
+                                 "munin2.net",
+                                 "munin3.net",
+                                 "pathfinder.net",
+                                 "pigs.net",
+                                 "rats-deal.net",
+                                 "sachs.net",
+                                 "survey.net",
+                                 "toynetwork-unbbayes-test.net",
+                                 "water.net",
+                                 "win95pts-crlf.net",
+                                 "win95pts.net",
+                                 "wmc-carpo.net",
+                                 "wmc-example-determinism.net",
+                                 "wmc-test3.net"};
 // Empty potential blocks of decision nodes; tiny negative entries in nested data.
 const std::map<std::string, std::size_t> kWarnings = {
     {"id-example-unbbayes.net", 1}, {"id-featuretransition-unbbayes.net", 2},
@@ -180,12 +209,11 @@ TEST(NetFiles, EachSharedNetworkIsAcceptedOrRefusedAsListed) {
   for (const fs::path& file : files) {
     const std::string name = file.filename().string();
     SCOPED_TRACE(name);
-    const bool accepted = std::find(std::begin(kAccepted), std::end(kAccepted), name) !=
-                          std::end(kAccepted);
+    const bool accepted =
+        std::find(std::begin(kAccepted), std::end(kAccepted), name) != std::end(kAccepted);
     const auto warned = kWarnings.find(name);
     const auto refused = kRefused.find(name);
-    ASSERT_TRUE(accepted || warned != kWarnings.end() || refused != kRefused.end())
-        << "not listed";
+    ASSERT_TRUE(accepted || warned != kWarnings.end() || refused != kRefused.end()) << "not listed";
 
     std::string messages;
     k_domain_t d = k_net_parse_domain(file.c_str(), &collect, &messages);

@@ -331,11 +331,10 @@ TEST(NetReader, ValuesGoIntoTheChildsOwnOrder) {
   // C's tables keep the parents most recent first (B, A, C); the text gives
   // them as written (A, B, C), in either form.
   const std::string head = kNet + "potential (C | A B) {\n";
-  for (const char* body :
-       {" data = (1 2 3 4 5 6 7 8 9 10 11 12);\n experience = (1 2 3 4 5 6);\n"
-        " fading = (1 2 3 4 5 6); }",
-        " data = (((1 2) (3 4) (5 6)) ((7 8) (9 10) (11 12)));\n"
-        " experience = ((1 2 3) (4 5 6));\n fading = ((1 2 3) (4 5 6)); }"}) {
+  for (const char* body : {" data = (1 2 3 4 5 6 7 8 9 10 11 12);\n experience = (1 2 3 4 5 6);\n"
+                           " fading = (1 2 3 4 5 6); }",
+                           " data = (((1 2) (3 4) (5 6)) ((7 8) (9 10) (11 12)));\n"
+                           " experience = ((1 2 3) (4 5 6));\n fading = ((1 2 3) (4 5 6)); }"}) {
     Parsed p(head + body);
     ASSERT_NE(p.d, nullptr) << p.messages;
     Node& a = p.node("A");
@@ -442,18 +441,17 @@ TEST(NetReader, FilesAndTheOlderFormat) {
 }
 
 TEST(NetReader, WriteReadWriteGivesTheSameText) {
-  Parsed first(
-      kNet +
-          "net { node_size = (80 40); title = \"a \\\"net\\\"\"; colour = \"red\"; }\n"
-          "node N { label = \"n\"; position = (10 -20); states = (\"lo\" \"hi\"); "
-          "subtype = interval; state_values = (-infinity 0 infinity); size = \"2\"; }\n"
-          "node G { states = (\"g0\" \"g1\"); } node H { states = (\"h0\" \"h1\"); }\n"
-          "potential (C | A B) { data = (1 2 3 4 5 6 7 8 9 10 11 12);\n"
-          "  experience = (1 2 3 4 5 6); }\n"
-          "potential (X | A Y) { data = (normal (1 + 2 * Y, 3) normal (-Y, 1)); }\n"
-          "potential (N | A) { model_nodes = (A); model_data = (Normal (0, 1), ); }\n"
-          "potential (H G | A) { data = (((1 2) (3 4)) ((5 6) (7 8))); }\n",
-      true);
+  Parsed first(kNet +
+                   "net { node_size = (80 40); title = \"a \\\"net\\\"\"; colour = \"red\"; }\n"
+                   "node N { label = \"n\"; position = (10 -20); states = (\"lo\" \"hi\"); "
+                   "subtype = interval; state_values = (-infinity 0 infinity); size = \"2\"; }\n"
+                   "node G { states = (\"g0\" \"g1\"); } node H { states = (\"h0\" \"h1\"); }\n"
+                   "potential (C | A B) { data = (1 2 3 4 5 6 7 8 9 10 11 12);\n"
+                   "  experience = (1 2 3 4 5 6); }\n"
+                   "potential (X | A Y) { data = (normal (1 + 2 * Y, 3) normal (-Y, 1)); }\n"
+                   "potential (N | A) { model_nodes = (A); model_data = (Normal (0, 1), ); }\n"
+                   "potential (H G | A) { data = (((1 2) (3 4)) ((5 6) (7 8))); }\n",
+               true);
   ASSERT_NE(first.d, nullptr) << first.messages;
   char* once = k_domain_to_net_string(first.d);
   Parsed second(once, true);

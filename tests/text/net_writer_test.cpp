@@ -3,7 +3,6 @@
 // experience and fading tables, chain components), the file and string
 // sinks and their failures.
 #include "text/net_writer.h"
-#include "network/state_text.h"
 
 #include <gtest/gtest.h>
 
@@ -18,13 +17,14 @@
 #include <string>
 #include <vector>
 
+#include "common/fail_new.h"
 #include "expr/expression.h"
 #include "expr/model.h"
-#include "common/fail_new.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
+#include "network/state_text.h"
 #include "table/table.h"
 
 namespace kelva {

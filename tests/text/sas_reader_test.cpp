@@ -214,8 +214,8 @@ TEST(SasNodes, EngineRefusalsAreApiErrors) {
   ASSERT_EQ(k_node_set_name(decision, "D"), 0);
   EXPECT_NE(s.nodes("A, L, a\nC1, C\n"), 0);
   EXPECT_EQ(s.code, K_ERROR_CG_LIMIDS_NOT_SUPPORTED);
-  EXPECT_EQ(s.messages, std::string("2:API error: ") +
-                            k_error_description(K_ERROR_CG_LIMIDS_NOT_SUPPORTED));
+  EXPECT_EQ(s.messages,
+            std::string("2:API error: ") + k_error_description(K_ERROR_CG_LIMIDS_NOT_SUPPORTED));
   EXPECT_EQ(s.count(), 1u);
 }
 
@@ -225,7 +225,7 @@ TEST(SasLinks, AddLinksInTheOrderWritten) {
   ASSERT_EQ(s.links("% child, then parents\n"
                     "Y A B\n"
                     "Z, Y, W\n"
-                    "A\n"            // a single name adds nothing
+                    "A\n"  // a single name adds nothing
                     "n.m, A\n"
                     "W"),
             0)
@@ -242,10 +242,10 @@ TEST(SasLinks, RefusalsAndTheDomainAfterThem) {
   const std::vector<Refusal> refusals = {
       {"Q A\n", "1:node `Q' not found"},
       {"Y A\n\n\nY Q\n", "4:node `Q' not found"},
-      {"Y A\nA Y\n", "2:adding link from `Y' to `A' failed"},     // a cycle
+      {"Y A\nA Y\n", "2:adding link from `Y' to `A' failed"},  // a cycle
       {"Y Y\n", "1:adding link from `Y' to `Y' failed"},
-      {"Y A\nY A\n", "2:adding link from `A' to `Y' failed"},     // twice
-      {"Y A C\n", "1:adding link from `C' to `Y' failed"},        // continuous to discrete
+      {"Y A\nY A\n", "2:adding link from `A' to `Y' failed"},  // twice
+      {"Y A C\n", "1:adding link from `C' to `Y' failed"},     // continuous to discrete
       {"3 A\n", "1:node name expected"},
       {"Y A 3\n", "1:node name expected"},
       {"Y \"A\"\n", "1:node name expected"},

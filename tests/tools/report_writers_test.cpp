@@ -3,13 +3,13 @@
 // decision and utility nodes, a continuous node, a table without members,
 // and texts that TSV must escape.
 
-#include <cstdio>
-#include <cstdlib>
-#include <string>
+#include "report_writers.h"
 
 #include <gtest/gtest.h>
 
-#include "report_writers.h"
+#include <cstdio>
+#include <cstdlib>
+#include <string>
 
 namespace kelva::cli {
 namespace {

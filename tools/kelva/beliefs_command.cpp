@@ -36,9 +36,10 @@ k_size_t find_state(k_node_t node, const std::string& name, const std::string& t
     matches += label != nullptr && text == label;
   }
   if (matches > 1)
-    throw UsageError("--set: the label '" + text + "' is not unique among the states of node '" + name +
-                     "' (" + states + "); use #INDEX");
-  throw UsageError("--set: node '" + name + "' has no state '" + text + "' (states: " + states + ")");
+    throw UsageError("--set: the label '" + text + "' is not unique among the states of node '" +
+                     name + "' (" + states + "); use #INDEX");
+  throw UsageError("--set: node '" + name + "' has no state '" + text + "' (states: " + states +
+                   ")");
 }
 
 /// Enters `finding` (NODE=STATE) as evidence on the domain.
@@ -50,8 +51,7 @@ void enter_finding(k_domain_t domain, const std::string& finding) {
   if (node == nullptr) throw UsageError("--set: no node named '" + name + "'");
   if (checked(k_node_get_kind(node)) != K_KIND_DISCRETE)
     throw UsageError("--set: node '" + name + "' is not discrete");
-  if (k_node_select_state(node, find_state(node, name, state)) != 0)
-    throw ApiError(k_error_code());
+  if (k_node_select_state(node, find_state(node, name, state)) != 0) throw ApiError(k_error_code());
 }
 
 }  // namespace
@@ -76,10 +76,8 @@ void run_beliefs(std::FILE* out, const Options& options) {
   info.equilibrium = equilibrium;
   if (!options.case_file.empty()) info.findings.push_back("case " + options.case_file);
   info.findings.insert(info.findings.end(), options.findings.begin(), options.findings.end());
-  if (options.format == Format::tsv)
-    write_beliefs_tsv(out, info);
-  else
-    write_beliefs_text(out, info);
+  if (options.format == Format::tsv) write_beliefs_tsv(out, info);
+  else write_beliefs_text(out, info);
 }
 
 }  // namespace kelva::cli

@@ -179,7 +179,8 @@ void run_bench(std::FILE* out, const Options& options) {
   std::fprintf(out, "propagate_seconds\t%.6g\n", propagate_seconds);
   std::fprintf(out, "evidence_propagate_seconds\t%.6g\n", median(evidence_times));
   std::fprintf(out, "bytes_per_propagation\t%.17g\n", shape.bytes_per_propagation);
-  std::fprintf(out, "effective_gbps\t%.6g\n", shape.bytes_per_propagation / propagate_seconds / 1e9);
+  std::fprintf(out, "effective_gbps\t%.6g\n",
+               shape.bytes_per_propagation / propagate_seconds / 1e9);
   std::fprintf(out, "stream_gbps\t%.6g\n", triad.gbps);
 }
 

@@ -31,7 +31,9 @@ std::string io_reason(const std::string& path, FileUse use, int saved) {
   } else {
     // A new file: its folder must exist and be writable.
     const std::size_t slash = path.find_last_of('/');
-    const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr(0, slash);
+    const std::string folder = slash == std::string::npos ? "."
+                               : slash == 0               ? "/"
+                                                          : path.substr(0, slash);
     if (::access(folder.c_str(), W_OK | X_OK) != 0) return std::strerror(errno);
   }
   if (saved != 0) return std::strerror(saved);

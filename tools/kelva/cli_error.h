@@ -8,9 +8,9 @@
 namespace kelva::cli {
 
 /// Exit status of a run that failed inside the library or on output.
-inline constexpr int exit_failure = 1;
+inline constexpr int kExitFailure = 1;
 /// Exit status of a command line that could not be understood.
-inline constexpr int exit_usage = 2;
+inline constexpr int kExitUsage = 2;
 
 /// A command line the tool cannot run; printed with a hint to --help.
 class UsageError : public std::runtime_error {

@@ -14,12 +14,14 @@ namespace kelva::cli {
 
 namespace {
 
-constexpr std::uint64_t saturated = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kSaturated = std::numeric_limits<std::uint64_t>::max();
 
-std::uint64_t add(std::uint64_t a, std::uint64_t b) { return a > saturated - b ? saturated : a + b; }
+std::uint64_t add(std::uint64_t a, std::uint64_t b) {
+  return a > kSaturated - b ? kSaturated : a + b;
+}
 
 std::uint64_t multiply(std::uint64_t a, std::uint64_t b) {
-  return b != 0 && a > saturated / b ? saturated : a * b;
+  return b != 0 && a > kSaturated / b ? kSaturated : a * b;
 }
 
 /// What `compile` reports.
@@ -57,7 +59,8 @@ void add_clique(ForestSummary& summary, k_clique_t clique) {
 
 ForestSummary summarize(k_domain_t domain) {
   ForestSummary summary;
-  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr; n = checked(k_node_get_next(n)))
+  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr;
+       n = checked(k_node_get_next(n)))
     ++summary.nodes;
   for (k_junction_tree_t jt = checked(k_domain_get_first_junction_tree(domain)); jt != nullptr;
        jt = checked(k_jt_get_next(jt))) {
@@ -94,7 +97,8 @@ void run_compile(std::FILE* out, const Options& options) {
   const Progress progress(options.quiet);
   DomainHandle domain = open_network(options.source, progress);
   if (!options.log.empty())
-    checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log, FileUse::write);
+    checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log,
+                 FileUse::write);
   const auto start = std::chrono::steady_clock::now();
   compile_network(domain.get(), source_name(options.source), progress, options.method);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
@@ -102,10 +106,8 @@ void run_compile(std::FILE* out, const Options& options) {
 
   ForestSummary summary = summarize(domain.get());
   summary.seconds = elapsed.count();
-  if (options.format == Format::tsv)
-    write_tsv(out, summary);
-  else
-    write_text(out, source_name(options.source), summary);
+  if (options.format == Format::tsv) write_tsv(out, summary);
+  else write_text(out, source_name(options.source), summary);
 }
 
 }  // namespace kelva::cli

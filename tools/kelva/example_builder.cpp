@@ -47,14 +47,16 @@ void fill_table(k_domain_t domain, const ExampleNode& entry) {
     layout_stride[i] = size;
     size *= checked(k_node_get_number_of_states(layout[i]));
   }
-  if (size != entry.table.size()) throw std::logic_error(std::string("bad table size for ") + entry.name);
+  if (size != entry.table.size())
+    throw std::logic_error(std::string("bad table size for ") + entry.name);
 
   k_table_t table = checked(k_node_get_table(node));
   std::vector<k_size_t> count, stride;
   for (k_node_t* member = checked(k_table_get_nodes(table)); *member != nullptr; ++member) {
     std::size_t pos = 0;
     while (pos < layout.size() && layout[pos] != *member) ++pos;
-    if (pos == layout.size()) throw std::logic_error(std::string("unexpected table member of ") + entry.name);
+    if (pos == layout.size())
+      throw std::logic_error(std::string("unexpected table member of ") + entry.name);
     count.push_back(checked(k_node_get_number_of_states(*member)));
     stride.push_back(layout_stride[pos]);
   }
@@ -83,7 +85,8 @@ DomainHandle build_example_network(const ExampleNetwork& example) {
   for (const ExampleNode& entry : example.nodes) add_node(domain.get(), entry);
   for (const ExampleNode& entry : example.nodes)
     for (const char* parent : entry.parents)
-      checked(k_node_add_parent(node_named(domain.get(), entry.name), node_named(domain.get(), parent)));
+      checked(k_node_add_parent(node_named(domain.get(), entry.name),
+                                node_named(domain.get(), parent)));
   for (const ExampleNode& entry : example.nodes) fill_table(domain.get(), entry);
   return domain;
 }

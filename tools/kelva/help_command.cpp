@@ -13,11 +13,11 @@ namespace {
 /// The bit of `command` in OptionHelp::commands.
 constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(command); }
 
-constexpr unsigned all_commands = bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) |
-                                  bit(Command::bench) | bit(Command::compile) | bit(Command::sample) |
-                                  bit(Command::learn);
-constexpr unsigned from_network = all_commands & ~bit(Command::bench);
-constexpr unsigned with_progress = all_commands;
+constexpr unsigned kAllCommands =
+    bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
+    bit(Command::compile) | bit(Command::sample) | bit(Command::learn);
+constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
+constexpr unsigned kWithProgress = kAllCommands;
 
 /// One option: its forms, its description (continuation lines indented to
 /// the description column) and the commands that take it.
@@ -27,26 +27,36 @@ struct OptionHelp {
   unsigned commands;
 };
 
-constexpr OptionHelp option_help[] = {
-    {"FILE.net", "read the network from a NET file; the reader's\n"
-                 "messages are printed as \"FILE:LINE: MESSAGE\"", from_network | bit(Command::bench)},
-    {"--example NAME", "use a network bundled with kelva (see kelva --help)", from_network},
+constexpr OptionHelp kOptionHelp[] = {
+    {"FILE.net",
+     "read the network from a NET file; the reader's\n"
+     "messages are printed as \"FILE:LINE: MESSAGE\"",
+     kFromNetwork | bit(Command::bench)},
+    {"--example NAME", "use a network bundled with kelva (see kelva --help)", kFromNetwork},
     {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
     {"-o OUT.net", "where convert and learn write the network, sample the\ndata file",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn)},
-    {"--case FILE", "evidence for beliefs from a single-case file (lines\n"
-                    "NODE: STATE), entered before the --set items", bit(Command::beliefs)},
-    {"--set NODE=STATE", "evidence for beliefs: NODE is in state STATE, given by\n"
-                         "its label or as #INDEX (counting from 0); repeatable,\n"
-                         "once per node", bit(Command::beliefs)},
-    {"--max", "propagate to max equilibrium: max-marginals instead of\n"
-              "beliefs, and the probability of the most probable\n"
-              "configuration as normalization constant", bit(Command::beliefs)},
+    {"--case FILE",
+     "evidence for beliefs from a single-case file (lines\n"
+     "NODE: STATE), entered before the --set items",
+     bit(Command::beliefs)},
+    {"--set NODE=STATE",
+     "evidence for beliefs: NODE is in state STATE, given by\n"
+     "its label or as #INDEX (counting from 0); repeatable,\n"
+     "once per node",
+     bit(Command::beliefs)},
+    {"--max",
+     "propagate to max equilibrium: max-marginals instead of\n"
+     "beliefs, and the probability of the most probable\n"
+     "configuration as normalization constant",
+     bit(Command::beliefs)},
     {"--repeat N", "how often bench repeats each measurement (default 3)", bit(Command::bench)},
     {"--evidence K", "nodes per random evidence set of bench (default 5)", bit(Command::bench)},
-    {"--threads T", "worker threads of table operations and of the bandwidth\n"
-                    "measurement (default 1)", bit(Command::bench)},
+    {"--threads T",
+     "worker threads of table operations and of the bandwidth\n"
+     "measurement (default 1)",
+     bit(Command::bench)},
     {"--seed S", "seed of bench's random evidence and of sample's\ncases (default 1)",
      bit(Command::bench) | bit(Command::sample)},
     {"-n N", "how many cases sample draws", bit(Command::sample)},
@@ -54,17 +64,25 @@ constexpr OptionHelp option_help[] = {
      bit(Command::sample)},
     {"--max-iterations N", "the most EM iterations learn makes (default 0: no\nlimit)",
      bit(Command::learn)},
-    {"--tolerance T", "learn stops when the log-likelihood changes by at most\n"
-                      "T times its value (default 0.0001)", bit(Command::learn)},
-    {"--strict-columns", "refuse a data set column that names no node (by\n"
-                         "default learn warns and ignores the column)", bit(Command::learn)},
-    {"--method METHOD", "how compile triangulates: clique-size, clique-weight,\n"
-                        "fill-in-size, fill-in-weight or best-greedy (default)", bit(Command::compile)},
+    {"--tolerance T",
+     "learn stops when the log-likelihood changes by at most\n"
+     "T times its value (default 0.0001)",
+     bit(Command::learn)},
+    {"--strict-columns",
+     "refuse a data set column that names no node (by\n"
+     "default learn warns and ignores the column)",
+     bit(Command::learn)},
+    {"--method METHOD",
+     "how compile triangulates: clique-size, clique-weight,\n"
+     "fill-in-size, fill-in-weight or best-greedy (default)",
+     bit(Command::compile)},
     {"--log LOG", "the file to which compile or learn writes its log\n(replaced)",
      bit(Command::compile) | bit(Command::learn)},
-    {"-q, --quiet", "no progress notes (they are written to standard error\n"
-                    "only when it is a terminal)", with_progress},
-    {"-h, --help", "print this help", all_commands},
+    {"-q, --quiet",
+     "no progress notes (they are written to standard error\n"
+     "only when it is a terminal)",
+     kWithProgress},
+    {"-h, --help", "print this help", kAllCommands},
 };
 
 /// One command: its usage (continuation lines are indented under the first
@@ -78,7 +96,7 @@ struct CommandHelp {
   const char* example;
 };
 
-constexpr CommandHelp command_help[] = {
+constexpr CommandHelp kCommandHelp[] = {
     {Command::nodes, "nodes", "(FILE.net | --example NAME) [--format text|tsv] [--quiet]",
      "print a network's nodes with their states and tables, then its\nlinks",
      R"TXT(Text output of nodes: the line "network NAME: N nodes, M links", then for
@@ -114,11 +132,14 @@ entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
     {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--quiet]",
-     "read a network and write it as a NET file", "Output of convert: the NET file OUT.net; nothing is printed.\n",
+     "read a network and write it as a NET file",
+     "Output of convert: the NET file OUT.net; nothing is printed.\n",
      "kelva convert --example asia -o asia.net"},
     {Command::beliefs, "beliefs",
-     "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] [--quiet]",
-     "compile a network, enter evidence, propagate it and print the\nbeliefs of every discrete node",
+     "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "
+     "[--quiet]",
+     "compile a network, enter evidence, propagate it and print the\nbeliefs of every discrete "
+     "node",
      R"TXT(Text output of beliefs: the line "beliefs of NAME (sum|max equilibrium), N
 nodes", the line "evidence: NODE=STATE..." (or "evidence: none"), then for
 each discrete node (chance, decision and discrete function nodes, in the
@@ -132,8 +153,10 @@ discrete node, in the same order, STATE the label or "#INDEX", BELIEF with
 "%.17g"; then the line normalization_constant<TAB>VALUE.
 )TXT",
      "kelva beliefs examples/networks/commute.net --set Weather=snow --set MissMeeting=yes"},
-    {Command::bench, "bench", "FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]\n[--quiet]",
-     "time reading, parsing, writing, compiling and propagating FILE\nand measure the memory bandwidth",
+    {Command::bench, "bench",
+     "FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]\n[--quiet]",
+     "time reading, parsing, writing, compiling and propagating FILE\nand measure the memory "
+     "bandwidth",
      R"TXT(Output of bench: four lines "file", "read bytes", "parse" and "write string"
 with the best of N runs, then KEY<TAB>VALUE lines: nodes, cliques,
 total_clique_size, compile_seconds, propagate_seconds (median of N
@@ -158,7 +181,8 @@ cliques, junction_trees, max_clique_size, total_clique_size,
 triangulation_cost and compile_seconds (numbers printed with "%.17g").
 )TXT",
      "kelva compile --example asia --method fill-in-weight --format tsv"},
-    {Command::sample, "sample", "(FILE.net | --example NAME) -n N -o DATA [--seed S] [--hide P]\n[--quiet]",
+    {Command::sample, "sample",
+     "(FILE.net | --example NAME) -n N -o DATA [--seed S] [--hide P]\n[--quiet]",
      "draw N cases from a network's tables and write them as a\nmulti-case data file",
      R"TXT(Output of sample: a data file whose first line names the network's discrete
 chance nodes (parents before children), then a blank line, then one line
@@ -186,7 +210,7 @@ with its log-likelihood.
      "kelva learn --example asia asia.dat -o learned.net --max-iterations 20"},
 };
 
-constexpr const char* exit_text = R"TXT(
+constexpr const char* kExitText = R"TXT(
 Exit status: 0 on success, 1 when the library reports an error (printed as
 "kelva: ERROR-NAME: MESSAGE"; a file's error names the file and the
 system's reason, a reader's error is its "FILE:LINE: MESSAGE" lines), 2 for
@@ -217,7 +241,7 @@ void print_indented(std::FILE* out, const char* text, std::size_t column) {
 /// Prints the options that `commands` take.
 void print_options(std::FILE* out, unsigned commands) {
   std::fputs("\nOptions:\n", out);
-  for (const OptionHelp& o : option_help) {
+  for (const OptionHelp& o : kOptionHelp) {
     if ((o.commands & commands) == 0) continue;
     std::fprintf(out, "  %-18s  ", o.forms);
     print_indented(out, o.text, 22);
@@ -228,27 +252,28 @@ void print_options(std::FILE* out, unsigned commands) {
 
 void run_help(std::FILE* out) {
   std::fputs("usage: kelva --help\n       kelva --version\n", out);
-  for (const CommandHelp& c : command_help) print_usage(out, "       ", c);
+  for (const CommandHelp& c : kCommandHelp) print_usage(out, "       ", c);
   std::fputs("\nCommands:\n", out);
-  for (const CommandHelp& c : command_help) {
+  for (const CommandHelp& c : kCommandHelp) {
     std::fprintf(out, "  %-9s  ", c.name);
     print_indented(out, c.summary, 13);
   }
-  print_options(out, all_commands);
+  print_options(out, kAllCommands);
   std::fputs("  --version           print \"kelva\" and the library version\n", out);
-  for (const CommandHelp& c : command_help) {
+  for (const CommandHelp& c : kCommandHelp) {
     std::fputc('\n', out);
     std::fputs(c.output, out);
   }
-  std::fputs(exit_text, out);
-  std::fputs("\nRun 'kelva COMMAND --help' for one command's usage, options and an example.\n", out);
+  std::fputs(kExitText, out);
+  std::fputs("\nRun 'kelva COMMAND --help' for one command's usage, options and an example.\n",
+             out);
   std::fputs("\nBundled example networks:\n", out);
   for (const ExampleNetwork& example : example_networks())
     std::fprintf(out, "  %-10s %s\n", example.name, example.description);
 }
 
 void run_command_help(std::FILE* out, Command command) {
-  for (const CommandHelp& c : command_help) {
+  for (const CommandHelp& c : kCommandHelp) {
     if (c.command != command) continue;
     print_usage(out, "usage: ", c);
     std::fputc('\n', out);
@@ -259,7 +284,7 @@ void run_command_help(std::FILE* out, Command command) {
     std::fputc('\n', out);
     std::fputs(c.output, out);
     std::fprintf(out, "\nExample:\n  %s\n", c.example);
-    std::fputs(exit_text, out);
+    std::fputs(kExitText, out);
     return;
   }
   run_help(out);

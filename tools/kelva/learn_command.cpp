@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
-#include <type_traits>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "cli_error.h"
@@ -35,7 +35,8 @@ void check_columns(k_domain_t domain, k_data_set_t data, const std::string& file
   for (k_size_t c = 0; c < columns; ++c) {
     const std::string name = checked(k_ds_get_column_name(data, c));
     if (name == "#" || k_domain_get_node_by_name(domain, name.c_str()) != nullptr) continue;
-    const std::string what = file + ": column '" + printable(name) + "' names no node of the network";
+    const std::string what =
+        file + ": column '" + printable(name) + "' names no node of the network";
     if (strict) throw ApiError(K_ERROR_USAGE, what);
     std::fprintf(stderr, "kelva: warning: %s; its cells are not used\n", what.c_str());
   }
@@ -65,12 +66,10 @@ void check_columns(k_domain_t domain, k_data_set_t data, const std::string& file
       std::string what = file + ": row " + std::to_string(r + 1) + ", column '" + printable(name) +
                          "': '" + printable(cell) + "' ";
       k_node_t node = name == "#" ? nullptr : k_domain_get_node_by_name(domain, name.c_str());
-      if (name == "#")
-        what += "is not a case count (a number, at least 0)";
+      if (name == "#") what += "is not a case count (a number, at least 0)";
       else if (node != nullptr && checked(k_node_get_kind(node)) == K_KIND_DISCRETE)
         what += "names no state of node `" + name + "' (states: " + state_list(node) + ")";
-      else
-        what += "is not a number";
+      else what += "is not a number";
       throw ApiError(cell_code, what);
     }
     break;
@@ -86,14 +85,16 @@ void read_cases(k_domain_t domain, const std::string& file, bool strict_columns)
   char* name = const_cast<char*>(file.c_str());
   take_reader_messages();
   if (!ends_with(file, ".csv")) {
-    checked_file(k_domain_parse_cases(domain, file.c_str(), print_parse_error, name), file, FileUse::read);
+    checked_file(k_domain_parse_cases(domain, file.c_str(), print_parse_error, name), file,
+                 FileUse::read);
     return;
   }
   DataSetHandle data(k_parse_data_set(file.c_str(), ',', print_parse_error, name));
   if (!data) throw file_error(file, FileUse::read);
   const k_size_t columns = checked(k_ds_get_number_of_columns(data.get()));
   for (k_size_t c = 0; c < columns; ++c)
-    for (const char* missing : {"*", "?"}) checked(k_ds_replace_values(data.get(), c, missing, nullptr));
+    for (const char* missing : {"*", "?"})
+      checked(k_ds_replace_values(data.get(), c, missing, nullptr));
   check_columns(domain, data.get(), file, strict_columns);
   const k_size_t rows = checked(k_ds_get_number_of_rows(data.get()));
   if (k_domain_add_cases(domain, data.get(), 0, rows) != 0)
@@ -133,13 +134,15 @@ void run_learn(std::FILE* out, const Options& options) {
   for (k_node_t n = checked(k_domain_get_first_node(domain.get())); n != nullptr;
        n = checked(k_node_get_next(n))) {
     if (checked(k_node_get_category(n)) != K_CATEGORY_CHANCE ||
-        checked(k_node_get_kind(n)) != K_KIND_DISCRETE || checked(k_node_has_experience_table(n)) == 1)
+        checked(k_node_get_kind(n)) != K_KIND_DISCRETE ||
+        checked(k_node_has_experience_table(n)) == 1)
       continue;
     added.push_back(checked(k_node_get_experience_table(n)));
   }
   compile_network(domain.get(), source_name(options.source), progress);
   if (!options.log.empty())
-    checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log, FileUse::write);
+    checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log,
+                 FileUse::write);
   checked(k_domain_set_max_number_of_em_iterations(domain.get(), options.max_iterations));
   if (options.tolerance >= 0.0)
     checked(k_domain_set_log_likelihood_tolerance(domain.get(), options.tolerance));
@@ -149,14 +152,16 @@ void run_learn(std::FILE* out, const Options& options) {
 
   const auto start = std::chrono::steady_clock::now();
   checked(k_domain_learn_tables(domain.get()));
-  const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+  const double seconds =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   const double ll = checked(k_domain_get_log_likelihood(domain.get()));
   const double aic = checked(k_domain_get_aic(domain.get()));
   const double bic = checked(k_domain_get_bic(domain.get()));
   const double cases = checked(k_domain_count_cases(domain.get()));
 
   for (k_table_t t : added) checked(k_table_delete(t));
-  checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output, FileUse::write);
+  checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output,
+               FileUse::write);
   if (!options.log.empty()) checked(k_domain_set_log_file(domain.get(), nullptr, 0));
 
   std::fprintf(out, "cases\t%.17g\n", cases);

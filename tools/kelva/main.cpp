@@ -18,15 +18,33 @@ void run(const kelva::cli::Options& options) {
     return;
   }
   switch (options.command) {
-    case Command::help: kelva::cli::run_help(stdout); break;
-    case Command::version: kelva::cli::run_version(stdout); break;
-    case Command::nodes: kelva::cli::run_nodes(stdout, options); break;
-    case Command::convert: kelva::cli::run_convert(options); break;
-    case Command::beliefs: kelva::cli::run_beliefs(stdout, options); break;
-    case Command::bench: kelva::cli::run_bench(stdout, options); break;
-    case Command::compile: kelva::cli::run_compile(stdout, options); break;
-    case Command::sample: kelva::cli::run_sample(options); break;
-    case Command::learn: kelva::cli::run_learn(stdout, options); break;
+    case Command::help:
+      kelva::cli::run_help(stdout);
+      break;
+    case Command::version:
+      kelva::cli::run_version(stdout);
+      break;
+    case Command::nodes:
+      kelva::cli::run_nodes(stdout, options);
+      break;
+    case Command::convert:
+      kelva::cli::run_convert(options);
+      break;
+    case Command::beliefs:
+      kelva::cli::run_beliefs(stdout, options);
+      break;
+    case Command::bench:
+      kelva::cli::run_bench(stdout, options);
+      break;
+    case Command::compile:
+      kelva::cli::run_compile(stdout, options);
+      break;
+    case Command::sample:
+      kelva::cli::run_sample(options);
+      break;
+    case Command::learn:
+      kelva::cli::run_learn(stdout, options);
+      break;
   }
 }
 
@@ -39,17 +57,17 @@ int main(int argc, char** argv) {
     run(parse_options(args));
     if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
       std::fprintf(stderr, "kelva: cannot write the output\n");
-      return exit_failure;
+      return kExitFailure;
     }
     return 0;
   } catch (const UsageError& e) {
     std::fprintf(stderr, "kelva: %s\nTry 'kelva --help' for more information.\n", e.what());
-    return exit_usage;
+    return kExitUsage;
   } catch (const ApiError& e) {
     if (e.printed()) std::fprintf(stderr, "kelva: %s\n", e.what());
-    return exit_failure;
+    return kExitFailure;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "kelva: internal error: %s\n", e.what());
-    return exit_failure;
+    return kExitFailure;
   }
 }

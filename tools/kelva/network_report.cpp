@@ -38,7 +38,8 @@ TableInfo read_table(k_node_t node, k_kind_t kind, const std::map<k_node_t, std:
   TableInfo info;
   k_table_t table = checked(k_node_get_table(node));
   for (k_node_t* member = checked(k_table_get_nodes(table)); *member != nullptr; ++member)
-    if (checked(k_node_get_kind(*member)) == K_KIND_DISCRETE) info.members.push_back(index.at(*member));
+    if (checked(k_node_get_kind(*member)) == K_KIND_DISCRETE)
+      info.members.push_back(index.at(*member));
   k_size_t size = checked(k_table_get_size(table));
   if (kind == K_KIND_CONTINUOUS) {
     for (k_size_t i = 0; i < size; ++i) {
@@ -70,38 +71,54 @@ NetworkInfo read_network(k_domain_t domain, std::string source) {
     for (k_node_t* parent = checked(k_node_get_parents(nodes[i])); *parent != nullptr; ++parent)
       info.parents.push_back(index.at(*parent));
     network.link_count += info.parents.size();
-    if (checked(k_node_has_table(nodes[i])) == 1) info.table = read_table(nodes[i], info.kind, index);
+    if (checked(k_node_has_table(nodes[i])) == 1)
+      info.table = read_table(nodes[i], info.kind, index);
   }
   return network;
 }
 
 const char* category_name(k_category_t category) {
   switch (category) {
-    case K_CATEGORY_FUNCTION: return "function";
-    case K_CATEGORY_INSTANCE: return "instance";
-    case K_CATEGORY_CHANCE: return "chance";
-    case K_CATEGORY_DECISION: return "decision";
-    case K_CATEGORY_UTILITY: return "utility";
-    default: return "unknown";
+    case K_CATEGORY_FUNCTION:
+      return "function";
+    case K_CATEGORY_INSTANCE:
+      return "instance";
+    case K_CATEGORY_CHANCE:
+      return "chance";
+    case K_CATEGORY_DECISION:
+      return "decision";
+    case K_CATEGORY_UTILITY:
+      return "utility";
+    default:
+      return "unknown";
   }
 }
 
 const char* kind_name(k_kind_t kind) {
   switch (kind) {
-    case K_KIND_DISCRETE: return "discrete";
-    case K_KIND_CONTINUOUS: return "continuous";
-    case K_KIND_OTHER: return "other";
-    default: return "unknown";
+    case K_KIND_DISCRETE:
+      return "discrete";
+    case K_KIND_CONTINUOUS:
+      return "continuous";
+    case K_KIND_OTHER:
+      return "other";
+    default:
+      return "unknown";
   }
 }
 
 const char* subtype_name(k_subtype_t subtype) {
   switch (subtype) {
-    case K_SUBTYPE_LABEL: return "label";
-    case K_SUBTYPE_BOOLEAN: return "boolean";
-    case K_SUBTYPE_NUMBER: return "number";
-    case K_SUBTYPE_INTERVAL: return "interval";
-    default: return "unknown";
+    case K_SUBTYPE_LABEL:
+      return "label";
+    case K_SUBTYPE_BOOLEAN:
+      return "boolean";
+    case K_SUBTYPE_NUMBER:
+      return "number";
+    case K_SUBTYPE_INTERVAL:
+      return "interval";
+    default:
+      return "unknown";
   }
 }
 

@@ -11,10 +11,8 @@ namespace kelva::cli {
 void run_nodes(std::FILE* out, const Options& options) {
   DomainHandle domain = open_network(options.source, Progress(options.quiet));
   NetworkInfo network = read_network(domain.get(), source_name(options.source));
-  if (options.format == Format::tsv)
-    write_tsv_report(out, network);
-  else
-    write_text_report(out, network);
+  if (options.format == Format::tsv) write_tsv_report(out, network);
+  else write_text_report(out, network);
 }
 
 }  // namespace kelva::cli

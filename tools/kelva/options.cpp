@@ -58,8 +58,9 @@ k_triangulation_method_t parse_method(std::string_view value) {
   if (value == "fill-in-size") return K_TM_FILL_IN_SIZE;
   if (value == "fill-in-weight") return K_TM_FILL_IN_WEIGHT;
   if (value == "best-greedy") return K_TM_BEST_GREEDY;
-  throw UsageError("unknown method '" + std::string(value) +
-                   "' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)");
+  throw UsageError(
+      "unknown method '" + std::string(value) +
+      "' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)");
 }
 
 /// Reads a number from `low` to `high` for option `name`.
@@ -74,7 +75,8 @@ double parse_number(const std::string& value, std::string_view name, double low,
 }
 
 /// Refuses `name` unless the command is one of `wanted`.
-void only_for(const Options& options, std::initializer_list<Command> wanted, std::string_view name) {
+void only_for(const Options& options, std::initializer_list<Command> wanted,
+              std::string_view name) {
   for (Command c : wanted)
     if (options.command == c) return;
   throw UsageError("unknown option '" + std::string(name) + "'");
@@ -219,7 +221,8 @@ std::string format_number(double x) {
   char text[32];
   const auto [end, error] = std::to_chars(text, text + sizeof text, x);
   std::string result(text, error == std::errc() ? end : text);
-  if (const std::size_t plus = result.find("e+"); plus != std::string::npos) result.erase(plus + 1, 1);
+  if (const std::size_t plus = result.find("e+"); plus != std::string::npos)
+    result.erase(plus + 1, 1);
   return result;
 }
 

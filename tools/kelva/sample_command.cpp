@@ -33,13 +33,16 @@ struct Sampled {
 /// nodes are left out of the file (continuous values are not drawn).
 std::vector<Sampled> sampling_order(k_domain_t domain) {
   std::vector<k_node_t> pending;
-  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr; n = checked(k_node_get_next(n)))
+  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr;
+       n = checked(k_node_get_next(n)))
     if (checked(k_node_get_category(n)) == K_CATEGORY_CHANCE &&
         checked(k_node_get_kind(n)) == K_KIND_DISCRETE)
       pending.push_back(n);
   std::reverse(pending.begin(), pending.end());  // creation order reads best
   std::vector<k_node_t> order;
-  auto placed = [&order](k_node_t n) { return std::find(order.begin(), order.end(), n) != order.end(); };
+  auto placed = [&order](k_node_t n) {
+    return std::find(order.begin(), order.end(), n) != order.end();
+  };
   while (!pending.empty()) {
     const std::size_t before = order.size();
     for (auto it = pending.begin(); it != pending.end();) {
@@ -59,8 +62,13 @@ std::vector<Sampled> sampling_order(k_domain_t domain) {
   }
   std::vector<Sampled> result;
   for (k_node_t n : order) {
-    Sampled s{n, checked(k_node_get_name(n)), static_cast<std::size_t>(checked(k_node_get_number_of_states(n))),
-              {}, {}, {}, 0};
+    Sampled s{n,
+              checked(k_node_get_name(n)),
+              static_cast<std::size_t>(checked(k_node_get_number_of_states(n))),
+              {},
+              {},
+              {},
+              0};
     k_table_t table = checked(k_node_get_table(n));
     const k_size_t size = checked(k_table_get_size(table));
     s.data.resize(size);
@@ -68,7 +76,9 @@ std::vector<Sampled> sampling_order(k_domain_t domain) {
     for (k_node_t* m = checked(k_table_get_nodes(table)); *m != nullptr; ++m) {
       if (checked(k_node_get_kind(*m)) != K_KIND_DISCRETE) continue;
       const auto at = std::find(order.begin(), order.end(), *m);
-      if (at == order.end()) throw UsageError(std::string("node ") + s.name + " has a parent that is not a discrete chance node; sample cannot draw it");
+      if (at == order.end())
+        throw UsageError(std::string("node ") + s.name +
+                         " has a parent that is not a discrete chance node; sample cannot draw it");
       if (*m == n) s.self = s.members.size();
       s.members.push_back(static_cast<std::size_t>(at - order.begin()));
       s.counts.push_back(static_cast<std::size_t>(checked(k_node_get_number_of_states(*m))));

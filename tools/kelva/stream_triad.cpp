@@ -58,7 +58,8 @@ TriadResult run_stream_triad(int repeat, int threads) {
       const double* __restrict pc = c.get();
       for (std::size_t i = begin; i < end; ++i) pa[i] = pb[i] + s * pc[i];
     });
-    const double t = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double t =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (r == 0 || t < best) best = t;
   }
   // Keeps the stores from being optimised away.

@@ -63,7 +63,8 @@ void write_table(std::FILE* out, const NetworkInfo& network, const NodeInfo& nod
   Grid grid;
   bool continuous = node.kind == K_KIND_CONTINUOUS;
   // Columns: the last member's states, unless the node is continuous.
-  std::size_t keys = continuous ? table.members.size() : table.members.size() - (table.members.empty() ? 0 : 1);
+  std::size_t keys =
+      continuous ? table.members.size() : table.members.size() - (table.members.empty() ? 0 : 1);
   grid.key_columns = keys;
   std::vector<std::string> header;
   for (std::size_t k = 0; k < keys; ++k) header.push_back(network.nodes[table.members[k]].name);
@@ -111,8 +112,7 @@ void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node
       std::string text = state.label.empty() ? "(no label)" : state.label;
       if (state.upper)
         text += ", interval [" + number_text(*state.value) + ", " + number_text(*state.upper) + ")";
-      else if (state.value)
-        text += ", value " + number_text(*state.value);
+      else if (state.value) text += ", value " + number_text(*state.value);
       std::fprintf(out, "    %zu: %s\n", s, text.c_str());
     }
   }
@@ -125,8 +125,8 @@ void write_node(std::FILE* out, const NetworkInfo& network, const NodeInfo& node
 }  // namespace
 
 void write_text_report(std::FILE* out, const NetworkInfo& network) {
-  std::fprintf(out, "network %s: %zu nodes, %zu links\n", network.source.c_str(), network.nodes.size(),
-               network.link_count);
+  std::fprintf(out, "network %s: %zu nodes, %zu links\n", network.source.c_str(),
+               network.nodes.size(), network.link_count);
   for (const NodeInfo& node : network.nodes) write_node(out, network, node);
   std::fprintf(out, "\nlinks:\n");
   for (const NodeInfo& node : network.nodes)

@@ -78,7 +78,8 @@ std::string jni_type(const std::string& java, const std::string& where) {
   std::size_t start = 0;
   while (true) {
     std::size_t dot = java.find('.', start);
-    if (!is_identifier(java.substr(start, dot - start))) fail(where, "unknown Java type '" + java + "'");
+    if (!is_identifier(java.substr(start, dot - start)))
+      fail(where, "unknown Java type '" + java + "'");
     if (dot == std::string::npos) break;
     start = dot + 1;
   }
@@ -90,9 +91,10 @@ std::string jni_type(const std::string& java, const std::string& where) {
 // takes the object's handle first.  The others make objects from values
 // (kNew..., kNumberMakeExpression), parse texts or answer global questions.
 bool takes_handle(const std::string& name) {
-  static const char* const families[] = {"Domain", "Node",      "DS",        "Table",           "JT",
-                                         "Class",  "CC",        "Model",     "Expression",      "Clique",
-                                         "List",   "Attribute", "Solution",  "AmbiguousRegion", "UncertainEdge"};
+  static const char* const families[] = {
+      "Domain", "Node",      "DS",       "Table",           "JT",
+      "Class",  "CC",        "Model",    "Expression",      "Clique",
+      "List",   "Attribute", "Solution", "AmbiguousRegion", "UncertainEdge"};
   for (const char* family : families) {
     const std::string prefix = std::string("k") + family;
     if (name.size() > prefix.size() && name.rfind(prefix, 0) == 0 &&
@@ -121,7 +123,8 @@ Native parse_entry(const std::string& text, const std::string& where, int line) 
     while (std::getline(ps, piece, ',')) {
       std::istringstream one(piece);
       Param p;
-      if (!(one >> p.type >> p.name) || (one >> extra)) fail(where, "bad parameter '" + trim(piece) + "'");
+      if (!(one >> p.type >> p.name) || (one >> extra))
+        fail(where, "bad parameter '" + trim(piece) + "'");
       if (!is_identifier(p.name)) fail(where, "bad parameter name '" + p.name + "'");
       n.params.push_back(p);
     }
@@ -217,7 +220,8 @@ std::vector<Native> read_list(const std::string& path) {
       files.push_back(text);
     }
     for (const auto& entry : std::filesystem::directory_iterator(dir))
-      if (entry.path().extension() == ".list" && listed.count(entry.path().filename().string()) == 0)
+      if (entry.path().extension() == ".list" &&
+          listed.count(entry.path().filename().string()) == 0)
         fail(order_path, "the list " + entry.path().filename().string() + " is not named");
     for (const std::string& file : files) read_list_file((dir / file).string(), natives, names);
   } else {
@@ -304,7 +308,8 @@ std::string javadoc_of(const Native& n) {
   else
     s << "Calls the engine operation {@code " << n.function << "}"
       << (n.kind == "custom" ? ", with the conversions of the native layer." : ".");
-  for (const Param& p : n.params) s << "\n   * @param " << p.name << " argument {@code " << p.name << "}";
+  for (const Param& p : n.params)
+    s << "\n   * @param " << p.name << " argument {@code " << p.name << "}";
   if (n.ret != "void") s << "\n   * @return the operation's result";
   return s.str();
 }
@@ -329,7 +334,8 @@ std::vector<ErrorRow> read_errors(const std::string& path) {
     const std::string where = path + ":" + std::to_string(line);
     std::size_t quote = text.find('"');
     std::size_t end = text.rfind(')');
-    if (quote == std::string::npos || end == std::string::npos || end < quote) fail(where, "bad error row");
+    if (quote == std::string::npos || end == std::string::npos || end < quote)
+      fail(where, "bad error row");
     std::istringstream fields(text.substr(12, quote - 12));
     ErrorRow r;
     std::string code, name, upper;
@@ -353,16 +359,11 @@ std::string literal_text(const std::string& literal) {
   for (std::size_t i = 1; i + 1 < literal.size(); ++i) {
     if (literal[i] == '\\' && i + 2 < literal.size()) ++i;
     char c = literal[i];
-    if (c == '<')
-      out += "&lt;";
-    else if (c == '>')
-      out += "&gt;";
-    else if (c == '&')
-      out += "&amp;";
-    else if (c == '@')
-      out += "&#64;";
-    else
-      out += c;
+    if (c == '<') out += "&lt;";
+    else if (c == '>') out += "&gt;";
+    else if (c == '&') out += "&amp;";
+    else if (c == '@') out += "&#64;";
+    else out += c;
   }
   return out;
 }
@@ -385,8 +386,8 @@ void write_java(const std::vector<Native>& natives, const std::vector<ErrorRow>&
        "  /** For subclasses only; every method is static. */\n"
        "  protected AbstractNativeKAPI() {}\n";
   for (const Native& n : natives) {
-    j << "\n  /**\n   * " << javadoc_of(n) << "\n   */\n  public static native " << n.ret << " " << n.name
-      << "(";
+    j << "\n  /**\n   * " << javadoc_of(n) << "\n   */\n  public static native " << n.ret << " "
+      << n.name << "(";
     for (std::size_t i = 0; i < n.params.size(); ++i)
       j << (i ? ", " : "") << n.params[i].type << " " << n.params[i].name;
     j << ");\n";
@@ -401,21 +402,26 @@ void write_java(const std::vector<Native>& natives, const std::vector<ErrorRow>&
        "public enum ErrorCode {\n";
   for (std::size_t i = 0; i < errors.size(); ++i) {
     const ErrorRow& r = errors[i];
-    e << "  /** " << r.code << " \"" << r.name << "\": " << literal_text(r.literal) << " */\n  " << r.upper
-      << "(" << r.code << ", \"" << r.name << "\",\n      " << r.literal << ")"
+    e << "  /** " << r.code << " \"" << r.name << "\": " << literal_text(r.literal) << " */\n  "
+      << r.upper << "(" << r.code << ", \"" << r.name << "\",\n      " << r.literal << ")"
       << (i + 1 < errors.size() ? ",\n" : ";\n");
   }
   e << "\n  private static final ErrorCode[] BY_CODE = new ErrorCode[" << errors.back().code + 1
     << "];\n\n"
        "  static {\n    for (ErrorCode c : values()) BY_CODE[c.code] = c;\n  }\n\n"
-       "  private final int code;\n  private final String shortName;\n  private final String description;\n\n"
+       "  private final int code;\n  private final String shortName;\n  private final String "
+       "description;\n\n"
        "  ErrorCode(int code, String shortName, String description) {\n"
-       "    this.code = code;\n    this.shortName = shortName;\n    this.description = description;\n  }\n\n"
-       "  /**\n   * The number that crosses the native boundary.\n   *\n   * @return the code\n   */\n"
+       "    this.code = code;\n    this.shortName = shortName;\n    this.description = "
+       "description;\n  }\n\n"
+       "  /**\n   * The number that crosses the native boundary.\n   *\n   * @return the code\n   "
+       "*/\n"
        "  public int code() {\n    return code;\n  }\n\n"
-       "  /**\n   * The short name, e.g. {@code \"usage\"}.\n   *\n   * @return the short name\n   */\n"
+       "  /**\n   * The short name, e.g. {@code \"usage\"}.\n   *\n   * @return the short name\n   "
+       "*/\n"
        "  public String shortName() {\n    return shortName;\n  }\n\n"
-       "  /**\n   * The description, one or more sentences.\n   *\n   * @return the description\n   */\n"
+       "  /**\n   * The description, one or more sentences.\n   *\n   * @return the description\n  "
+       " */\n"
        "  public String description() {\n    return description;\n  }\n\n"
        "  /**\n   * The error code with number {@code code}.\n   *\n   * @param code a code\n"
        "   * @return the code's constant, or null for a number that is no code\n   */\n"
