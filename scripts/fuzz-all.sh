@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets of fuzz/ with clang into build/fuzz and runs
-# each for a short time on a copy of its seed corpus (fuzz/corpus/<name>/),
-# so the checked-in corpus never changes.  Prints one line per target and
-# exits non-zero when any target crashed, leaked, timed out or produced a
-# sanitizer report; the input and the log are kept under build/fuzz/runs/.
+# Builds the libFuzzer targets of fuzz/ with clang into build/fuzz (warnings
+# are errors) and runs each for a short time on a copy of its seed corpus
+# (fuzz/corpus/<name>/), so the checked-in corpus never changes.  Prints
+# one line per target and exits non-zero when any target crashed, leaked,
+# timed out or produced a sanitizer report; the input and the log are kept
+# under build/fuzz/runs/.
 #
 # Environment: KELVA_FUZZ_SECONDS (default 30, per target), KELVA_JOBS
 # (default 2), KELVA_FUZZ_TARGETS (default: every target, e.g. "lexer").
@@ -15,7 +16,7 @@ jobs=${KELVA_JOBS:-2}
 build=build/fuzz
 
 mkdir -p "$build"
-if ! { cmake -S fuzz -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ &&
+if ! { cmake -S fuzz -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DKELVA_WERROR=ON &&
   cmake --build "$build" -j"$jobs"; } >"$build/build.log" 2>&1; then
   tail -n 40 "$build/build.log"
   echo "fuzz: build failed (log $build/build.log)"

@@ -3,8 +3,9 @@
 # on the release preset's compile_commands.json), then builds and runs every
 # test suite through CTest: the release build (GoogleTest, JUnit, tool
 # tests), then the AddressSanitizer + UndefinedBehaviorSanitizer build, then
-# every fuzz target briefly.  Runs every step even after a failure and exits
-# non-zero when anything failed.
+# every fuzz target briefly.  Every build treats compiler warnings as errors
+# (KELVA_WERROR), so a new warning fails the run.  Runs every step even after
+# a failure and exits non-zero when anything failed.
 #
 # Environment: KELVA_PRESETS (default "release sanitize"; "debug" is the
 # third), KELVA_JOBS (default 2), KELVA_SHARED_DIR (default ../shared beside
@@ -31,7 +32,7 @@ broken=()
 run_preset() {
   local preset=$1
   echo "=== $preset: configure and build"
-  if ! cmake --preset "$preset" || ! cmake --build --preset "$preset" -j"$jobs"; then
+  if ! cmake --preset "$preset" -DKELVA_WERROR=ON || ! cmake --build --preset "$preset" -j"$jobs"; then
     broken+=("$preset (build)")
     return
   fi

@@ -34,7 +34,7 @@ std::string state_text(const Node& node, std::size_t s) {
         text += ')';
         break;
       default:
-        text = "<";
+        text.assign(1, '<');
         text += std::to_string(s);
         text += '>';
     }
@@ -121,7 +121,7 @@ std::string cg_item(const NetTableText& table_text, std::uint64_t config) {
     }
     text += parent->name();
   }
-  if (text.empty()) text = "0";
+  if (text.empty()) text.push_back('0');
   std::string item = "normal ( ";
   item += text;
   item += ", ";

@@ -285,7 +285,9 @@ TEST(CompileLog, FailedAllocationsKeepTheTriangulationState) {
       bool succeeded = false;
       for (long n = 0; !succeeded && n < 100000; ++n) {
         DomainPtr d = load(net);
-        if (triangulated_before) ASSERT_EQ(k_domain_triangulate(d.get(), K_TM_BEST_GREEDY), 0);
+        if (triangulated_before) {
+          ASSERT_EQ(k_domain_triangulate(d.get(), K_TM_BEST_GREEDY), 0);
+        }
         kelva::test::fail_allocation_after(n);
         const k_status_t status = k_domain_compile(d.get());
         const bool failed = kelva::test::allocations_left() == -1 && status != 0;

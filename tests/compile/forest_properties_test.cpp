@@ -455,7 +455,9 @@ void check_all_methods(k_domain_t domain, const std::string& what, bool direct_m
     else if (cheapest_single == 0.0 || cost < cheapest_single) cheapest_single = cost;
     ASSERT_EQ(k_domain_uncompile(domain), 0);
   }
-  if (discrete) EXPECT_LE(best_greedy, cheapest_single) << what;
+  if (discrete) {
+    EXPECT_LE(best_greedy, cheapest_single) << what;
+  }
 }
 
 TEST(ForestProperties, SharedNetworks) {
@@ -465,7 +467,7 @@ TEST(ForestProperties, SharedNetworks) {
   for (const auto& file : nets) {
     DomainHandle domain(parse_net_quietly(file));
     if (!domain) {
-      refused += " " + file.filename().string();
+      (refused += ' ') += file.filename().string();
       continue;
     }
     const auto start = std::chrono::steady_clock::now();
@@ -522,8 +524,8 @@ TEST(ForestProperties, OwnNetworks) {
     k_node_t hub = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Hub", {});
     k_node_t prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "R0", {hub});
     for (int i = 1; i < 6; ++i)
-      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, ("R" + std::to_string(i)).c_str(),
-                 {hub, prev});
+      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
+                 std::string("R").append(std::to_string(i)).c_str(), {hub, prev});
     check_all_methods(d.get(), "chordal", true);
   }
   {
@@ -532,7 +534,7 @@ TEST(ForestProperties, OwnNetworks) {
     std::vector<k_node_t> ring{add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q0", {})};
     for (int i = 1; i < 7; ++i)
       ring.push_back(add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
-                         ("Q" + std::to_string(i)).c_str(), {ring.back()}));
+                         std::string("Q").append(std::to_string(i)).c_str(), {ring.back()}));
     add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q7", {ring.front(), ring.back()});
     check_all_methods(d.get(), "cycle", true);
   }

@@ -35,9 +35,10 @@ void expect_matches(const TestNet& net, bool max, const char* what) {
     }
     for (std::size_t s = 0; s < n->state_count(); ++s) {
       EXPECT_NEAR(k_node_get_belief(h(n), s), o.marginals[i][s], 1e-12) << "node " << i;
-      if (!o.utilities.empty())
+      if (!o.utilities.empty()) {
         EXPECT_NEAR(k_node_get_expected_utility(h(n), s), o.state_utilities[i][s], 1e-12)
             << "node " << i << " state " << s;
+      }
     }
   }
 }
@@ -108,10 +109,11 @@ TEST(Propagation, AnyRootAndUnconnectedPartsGiveTheSameBeliefs) {
   for (auto& c : net.d().forest()->cliques) {
     ASSERT_EQ(k_domain_initialize(net.domain), 0);
     for (auto& t : net.d().forest()->trees)
-      if (t.get() != c->tree)
+      if (t.get() != c->tree) {
         ASSERT_EQ(k_jt_propagate(reinterpret_cast<k_junction_tree_t>(t.get()), K_EQUILIBRIUM_SUM,
                                  K_MODE_NORMAL),
                   0);
+      }
     ASSERT_EQ(
         k_clique_propagate(reinterpret_cast<k_clique_t>(c.get()), K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
         0);

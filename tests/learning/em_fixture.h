@@ -50,8 +50,9 @@ struct Net {
   /// Gives every discrete chance node an experience table of zeros.
   void all_experience() const {
     for (Node* n = d().first_node(); n != nullptr; n = n->next)
-      if (n->category() == K_CATEGORY_CHANCE && n->is_discrete())
+      if (n->category() == K_CATEGORY_CHANCE && n->is_discrete()) {
         ASSERT_NE(k_node_get_experience_table(reinterpret_cast<k_node_t>(n)), nullptr);
+      }
   }
   /// Sets every conditional table to the uniform distribution.
   void uniform() const {

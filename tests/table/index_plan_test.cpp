@@ -83,9 +83,11 @@ TEST(IndexPlan, WalksAndKernelsMatchOracleOnRandomLayouts) {
     ASSERT_EQ(plan.large_size(), n);
     ASSERT_EQ(plan.small_size(), m);
     ASSERT_EQ(walked_map(plan, 0, n), oracle);
-    if (const std::uint16_t* map = plan.map())
+    if (const std::uint16_t* map = plan.map()) {
       ASSERT_TRUE(std::equal(oracle.begin(), oracle.end(), map));
-    else if (trial % 8 == 0) ASSERT_GT(n, IndexPlan::kMapMaxLarge);
+    } else if (trial % 8 == 0) {
+      ASSERT_GT(n, IndexPlan::kMapMaxLarge);
+    }
 
     // A walk may start and stop anywhere.
     const std::uint64_t b = rng() % (n + 1), e = b + rng() % (n - b + 1);

@@ -192,7 +192,8 @@ fs::path shared_nets() {
 
 void collect(std::uint64_t line, const char* message, void* data) {
   std::string& all = *static_cast<std::string*>(data);
-  all += (all.empty() ? "" : "|") + std::to_string(line) + ":" + message;
+  if (!all.empty()) all += '|';
+  ((all += std::to_string(line)) += ':') += message;
 }
 
 TEST(NetFiles, EachSharedNetworkIsAcceptedOrRefusedAsListed) {

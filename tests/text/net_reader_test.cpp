@@ -56,7 +56,8 @@ struct Parsed {
 
   static void handler(std::uint64_t position, const char* message, void* data) {
     std::string& all = static_cast<Parsed*>(data)->messages;
-    all += (all.empty() ? "" : "|") + std::to_string(position) + ":" + message;
+    if (!all.empty()) all += '|';
+    ((all += std::to_string(position)) += ':') += message;
   }
   Domain& domain() const { return *reinterpret_cast<Domain*>(d); }
   Node& node(const char* name) const { return *domain().find(name); }
@@ -258,7 +259,8 @@ std::string listed(const Table& table, const std::vector<Node*>& order, Value va
           std::find(order.begin(), order.end(), table.nodes()[k]) - order.begin();
       index = index * table.state_counts()[k] + states[pos];
     }
-    out += (out.empty() ? "" : " ") + value(index);
+    if (!out.empty()) out += ' ';
+    out += value(index);
     std::size_t k = order.size();
     while (k > 0 && ++states[k - 1] == order[k - 1]->state_count()) states[--k] = 0;
     if (k == 0) return out;
@@ -303,10 +305,10 @@ TEST(NetReader, NodesInFileOrder) {
   };
   for (Node* n = p.domain().first_node(); n != nullptr; n = n->next) {
     nodes += n->name() + " " + std::to_string(n->category()) + " " + std::to_string(n->kind());
-    if (n->is_discrete()) nodes += " " + std::to_string(n->subtype());
+    if (n->is_discrete()) (nodes += ' ') += std::to_string(n->subtype());
     for (std::size_t i = 0; n->is_discrete() && i < n->state_count(); ++i) {
       nodes += std::string(" ") + n->state_label(i);
-      if (n->subtype() >= K_SUBTYPE_NUMBER) nodes += "=" + number(n->state_value(i));
+      if (n->subtype() >= K_SUBTYPE_NUMBER) (nodes += '=') += number(n->state_value(i));
     }
     if (n->subtype() == K_SUBTYPE_INTERVAL) nodes += " <" + number(n->state_value(2));
     nodes += "\n";

@@ -55,7 +55,8 @@ struct Sas {
 
   static void handler(std::uint64_t line, const char* message, void* data) {
     std::string& all = static_cast<Sas*>(data)->messages;
-    all += (all.empty() ? "" : "|") + std::to_string(line) + ":" + message;
+    if (!all.empty()) all += '|';
+    ((all += std::to_string(line)) += ':') += message;
   }
   Domain& domain() const { return *reinterpret_cast<Domain*>(d); }
   Node* find(const char* name) const { return domain().find(name); }

@@ -81,6 +81,42 @@ status=0
 "$kelva" learn --example asia -o "$work/x.net" >/dev/null 2>&1 || status=$?
 [[ $status == 2 ]] || fail "learn without a data file exits with $status"
 
+# Data set files: a bad cell names its row, column and the node's states; a
+# column that names no node is warned about and ignored, or refused with
+# --strict-columns; a file without cases says so once.
+learn_csv() {
+  local status=0
+  "$kelva" learn --example asia "$@" -o "$work/x.net" >"$work/csv.out" 2>"$work/csv.err" || status=$?
+  echo "$status $(cat "$work/csv.err")"
+}
+printf 'dysp,Xray,#\nyes,no,2\nno,yes,1\n' >"$work/cols.csv"
+printf 'dysp,xray\nyes,no\nno,maybe\n' >"$work/cell.csv"
+printf 'dysp,xray\n' >"$work/none.csv"
+: >"$work/none.dat"
+while IFS='|' read -r file want; do
+  read -r -a args <<<"$file"
+  got=$(learn_csv "$work/${args[0]}" "${args[@]:1}")
+  [[ $got == "$want" ]] || fail "learn ${file}: '$got', not '$want'"
+done <<EOF
+cols.csv|0 kelva: warning: $work/cols.csv: column 'Xray' names no node of the network; its cells are not used
+cols.csv --strict-columns|1 kelva: usage: $work/cols.csv: column 'Xray' names no node of the network
+cell.csv|1 kelva: usage: $work/cell.csv: row 2, column 'xray': 'maybe' names no state of node \`xray' (states: yes, no)
+none.csv|1 kelva: usage: $work/none.csv: file contains no cases
+none.dat|1 $work/none.dat:1: warning: file contains no cases
+EOF
+
+# Progress notes go to standard error when it is a terminal (EM iterations
+# with their log-likelihood), never into the output, and --quiet drops them.
+if command -v script >/dev/null; then
+  for quiet in "" --quiet; do
+    script -qec "'$kelva' learn --example asia '$work/l.dat' -o '$work/x.net' --max-iterations 2 $quiet \
+      >'$work/tty.out'" /dev/null >"$work/tty.err" </dev/null || fail "learn on a terminal failed"
+    notes=$(grep -c '^kelva: EM iteration [12]: log-likelihood -[0-9]' "$work/tty.err" || true)
+    [[ $notes == "$([[ -z $quiet ]] && echo 2 || echo 0)" && $(grep -c kelva "$work/tty.out") == 0 ]] ||
+      fail "learn progress ($quiet): $(cat "$work/tty.err")"
+  done
+fi
+
 if ((failures > 0)); then
   echo "$failures sample and learn checks failed" >&2
   exit 1

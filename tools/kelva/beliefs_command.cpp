@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <string>
 
 #include "beliefs_report.h"
 #include "cli_error.h"
@@ -14,7 +15,8 @@ namespace kelva::cli {
 namespace {
 
 /// The state named by `text` of `node` called `name`: "#INDEX" or a label.
-/// Throws UsageError when there is no such state.
+/// Throws UsageError, listing the states, when there is no such state or
+/// more than one state has that label.
 k_size_t find_state(k_node_t node, const std::string& name, const std::string& text) {
   const k_size_t count = checked(k_node_get_number_of_states(node));
   if (text.size() > 1 && text[0] == '#') {
@@ -27,7 +29,17 @@ k_size_t find_state(k_node_t node, const std::string& name, const std::string& t
     const int64_t index = k_node_get_state_index_from_label(node, text.c_str());
     if (index >= 0) return static_cast<k_size_t>(index);
   }
-  throw UsageError("--set: node '" + name + "' has no state '" + text + "'");
+  const std::string states = state_list(node);
+  int matches = 0;
+  for (k_size_t s = 0; s < count; ++s) {
+    const char* label = checked(k_node_get_state_label(node, s));
+    matches += label != nullptr && text == label;
+  }
+  if (matches > 1)
+    throw UsageError("--set: the label '" + text + "' is not unique among the states of node '" +
+                     name + "' (" + states + "); use #INDEX");
+  throw UsageError("--set: node '" + name + "' has no state '" + text + "' (states: " + states +
+                   ")");
 }
 
 /// Enters `finding` (NODE=STATE) as evidence on the domain.
@@ -45,12 +57,15 @@ void enter_finding(k_domain_t domain, const std::string& finding) {
 }  // namespace
 
 void run_beliefs(std::FILE* out, const Options& options) {
-  DomainHandle domain = open_network(options.source);
-  if (k_domain_compile(domain.get()) != 0) throw ApiError(k_error_code());
-  if (!options.case_file.empty() &&
-      k_domain_parse_case(domain.get(), options.case_file.c_str(), print_parse_error,
-                          const_cast<char*>(options.case_file.c_str())) != 0)
-    throw ApiError(k_error_code());
+  const Progress progress(options.quiet);
+  DomainHandle domain = open_network(options.source, progress);
+  compile_network(domain.get(), source_name(options.source), progress);
+  if (!options.case_file.empty()) {
+    take_reader_messages();
+    checked_file(k_domain_parse_case(domain.get(), options.case_file.c_str(), print_parse_error,
+                                     const_cast<char*>(options.case_file.c_str())),
+                 options.case_file, FileUse::read);
+  }
   for (const std::string& finding : options.findings) enter_finding(domain.get(), finding);
   const k_equilibrium_t equilibrium =
       options.max_equilibrium ? K_EQUILIBRIUM_MAX : K_EQUILIBRIUM_SUM;

@@ -6,8 +6,11 @@
 
 namespace kelva::cli {
 
-/// Prints the help text.
+/// Prints the help text of every command.
 void run_help(std::FILE* out);
+
+/// Prints the usage, options, output and an example of one command.
+void run_command_help(std::FILE* out, Command command);
 
 /// Prints "kelva VERSION".
 void run_version(std::FILE* out);

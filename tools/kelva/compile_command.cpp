@@ -14,14 +14,14 @@ namespace kelva::cli {
 
 namespace {
 
-constexpr std::uint64_t saturated = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t kSaturated = std::numeric_limits<std::uint64_t>::max();
 
 std::uint64_t add(std::uint64_t a, std::uint64_t b) {
-  return a > saturated - b ? saturated : a + b;
+  return a > kSaturated - b ? kSaturated : a + b;
 }
 
 std::uint64_t multiply(std::uint64_t a, std::uint64_t b) {
-  return b != 0 && a > saturated / b ? saturated : a * b;
+  return b != 0 && a > kSaturated / b ? kSaturated : a * b;
 }
 
 /// What `compile` reports.
@@ -94,13 +94,15 @@ void write_tsv(std::FILE* out, const ForestSummary& s) {
 }  // namespace
 
 void run_compile(std::FILE* out, const Options& options) {
-  DomainHandle domain = open_network(options.source);
-  if (!options.log.empty()) checked(k_domain_set_log_file(domain.get(), options.log.c_str(), 0));
+  const Progress progress(options.quiet);
+  DomainHandle domain = open_network(options.source, progress);
+  if (!options.log.empty())
+    checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log,
+                 FileUse::write);
   const auto start = std::chrono::steady_clock::now();
-  if (options.method != K_TM_BEST_GREEDY)
-    checked(k_domain_triangulate(domain.get(), options.method));
-  checked(k_domain_compile(domain.get()));
+  compile_network(domain.get(), source_name(options.source), progress, options.method);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+  progress.note("compiled in %.3f s", elapsed.count());
 
   ForestSummary summary = summarize(domain.get());
   summary.seconds = elapsed.count();

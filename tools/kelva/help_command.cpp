@@ -1,4 +1,6 @@
-// `kelva --help` and `kelva --version`.
+// `kelva --help`, `kelva COMMAND --help` and `kelva --version`.
+
+#include <string>
 
 #include "commands.h"
 #include "example_network.h"
@@ -8,70 +10,96 @@ namespace kelva::cli {
 
 namespace {
 
-constexpr const char* usage_text = R"HELP(usage: kelva --help
-       kelva --version
-       kelva nodes (FILE.net | --example NAME) [--format text|tsv]
-       kelva convert (FILE.net | --example NAME) -o OUT.net
-       kelva beliefs (FILE.net | --example NAME) [--set NODE=STATE]... [--max]
-                     [--format text|tsv]
-       kelva bench FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]
-       kelva compile (FILE.net | --example NAME) [--method METHOD]
-                     [--log LOG] [--format text|tsv]
-       kelva sample (FILE.net | --example NAME) -n N -o DATA [--seed S]
-                    [--hide P]
-       kelva learn (FILE.net | --example NAME) DATA -o OUT.net
-                   [--max-iterations N] [--tolerance T] [--log LOG]
+/// The bit of `command` in OptionHelp::commands.
+constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(command); }
 
-Commands:
-  nodes      print a network's nodes with their states and tables, then its
-             links
-  convert    read a network and write it as a NET file
-  beliefs    compile a network, enter evidence, propagate it and print the
-             beliefs of every discrete node
-  bench      time reading, parsing, writing, compiling and propagating FILE
-             and measure the memory bandwidth (see below)
-  compile    compile a network and print the size of its junction forest
-  sample     draw N cases from a network's tables and write them as a
-             multi-case data file
-  learn      learn the tables of a network's discrete chance nodes from the
-             cases of a data file by EM and write the learned network
+constexpr unsigned kAllCommands =
+    bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
+    bit(Command::compile) | bit(Command::sample) | bit(Command::learn);
+constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
+constexpr unsigned kWithProgress = kAllCommands;
 
-Options:
-  FILE.net            read the network from a NET file; the reader's
-                      messages are printed as "FILE:LINE: MESSAGE"
-  --example NAME      use a network bundled with kelva (see below)
-  --format text|tsv   output format of nodes, beliefs and compile (default
-                      text)
-  -o OUT.net          where convert and learn write the network, sample the
-                      data file
-  --set NODE=STATE    evidence for beliefs: NODE is in state STATE, given by
-                      its label or as #INDEX (counting from 0); repeatable
-  --max               propagate to max equilibrium: max-marginals instead of
-                      beliefs, and the probability of the most probable
-                      configuration as normalization constant
-  --case FILE         evidence for beliefs from a single-case file (lines
-                      NODE: STATE), entered before the --set items
-  --repeat N          how often bench repeats each measurement (default 3)
-  --evidence K        nodes per random evidence set of bench (default 5)
-  --threads T         worker threads of table operations and of the bandwidth
-                      measurement (default 1)
-  --seed S            seed of bench's random evidence and of sample's
-                      cases (default 1)
-  -n N                how many cases sample draws
-  --hide P            the probability with which sample leaves an item
-                      missing ("*"; default 0)
-  --max-iterations N  the most EM iterations learn makes (default 0: no
-                      limit)
-  --tolerance T       learn stops when the log-likelihood changes by at most
-                      T times its value (default 0.0001)
-  --method METHOD     how compile triangulates: clique-size, clique-weight,
-                      fill-in-size, fill-in-weight or best-greedy (default)
-  --log LOG           the file to which compile or learn writes its log
-                      (replaced)
-  -h, --help          print this help
-  --version           print "kelva" and the library version
+/// One option: its forms, its description (continuation lines indented to
+/// the description column) and the commands that take it.
+struct OptionHelp {
+  const char* forms;
+  const char* text;
+  unsigned commands;
+};
 
-Text output of nodes: the line "network NAME: N nodes, M links", then for
+constexpr OptionHelp kOptionHelp[] = {
+    {"FILE.net",
+     "read the network from a NET file; the reader's\n"
+     "messages are printed as \"FILE:LINE: MESSAGE\"",
+     kFromNetwork | bit(Command::bench)},
+    {"--example NAME", "use a network bundled with kelva (see kelva --help)", kFromNetwork},
+    {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
+     bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
+    {"-o OUT.net", "where convert and learn write the network, sample the\ndata file",
+     bit(Command::convert) | bit(Command::sample) | bit(Command::learn)},
+    {"--case FILE",
+     "evidence for beliefs from a single-case file (lines\n"
+     "NODE: STATE), entered before the --set items",
+     bit(Command::beliefs)},
+    {"--set NODE=STATE",
+     "evidence for beliefs: NODE is in state STATE, given by\n"
+     "its label or as #INDEX (counting from 0); repeatable,\n"
+     "once per node",
+     bit(Command::beliefs)},
+    {"--max",
+     "propagate to max equilibrium: max-marginals instead of\n"
+     "beliefs, and the probability of the most probable\n"
+     "configuration as normalization constant",
+     bit(Command::beliefs)},
+    {"--repeat N", "how often bench repeats each measurement (default 3)", bit(Command::bench)},
+    {"--evidence K", "nodes per random evidence set of bench (default 5)", bit(Command::bench)},
+    {"--threads T",
+     "worker threads of table operations and of the bandwidth\n"
+     "measurement (default 1)",
+     bit(Command::bench)},
+    {"--seed S", "seed of bench's random evidence and of sample's\ncases (default 1)",
+     bit(Command::bench) | bit(Command::sample)},
+    {"-n N", "how many cases sample draws", bit(Command::sample)},
+    {"--hide P", "the probability with which sample leaves an item\nmissing (\"*\"; default 0)",
+     bit(Command::sample)},
+    {"--max-iterations N", "the most EM iterations learn makes (default 0: no\nlimit)",
+     bit(Command::learn)},
+    {"--tolerance T",
+     "learn stops when the log-likelihood changes by at most\n"
+     "T times its value (default 0.0001)",
+     bit(Command::learn)},
+    {"--strict-columns",
+     "refuse a data set column that names no node (by\n"
+     "default learn warns and ignores the column)",
+     bit(Command::learn)},
+    {"--method METHOD",
+     "how compile triangulates: clique-size, clique-weight,\n"
+     "fill-in-size, fill-in-weight or best-greedy (default)",
+     bit(Command::compile)},
+    {"--log LOG", "the file to which compile or learn writes its log\n(replaced)",
+     bit(Command::compile) | bit(Command::learn)},
+    {"-q, --quiet",
+     "no progress notes (they are written to standard error\n"
+     "only when it is a terminal)",
+     kWithProgress},
+    {"-h, --help", "print this help", kAllCommands},
+};
+
+/// One command: its usage (continuation lines are indented under the first
+/// argument), what it does, its output and an example.
+struct CommandHelp {
+  Command command;
+  const char* name;
+  const char* usage;
+  const char* summary;
+  const char* output;
+  const char* example;
+};
+
+constexpr CommandHelp kCommandHelp[] = {
+    {Command::nodes, "nodes", "(FILE.net | --example NAME) [--format text|tsv] [--quiet]",
+     "print a network's nodes with their states and tables, then its\nlinks",
+     R"TXT(Text output of nodes: the line "network NAME: N nodes, M links", then for
 each node, in the domain's order, an empty line and the block
   node NAME
     label: LABEL
@@ -101,8 +129,18 @@ printed with "%.17g", and \ tab newline return in texts written as \\ \t \n \r:
   link     PARENT  CHILD
 Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
-
-Text output of beliefs: the line "beliefs of NAME (sum|max equilibrium), N
+)TXT",
+     "kelva nodes --example asia --format tsv"},
+    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--quiet]",
+     "read a network and write it as a NET file",
+     "Output of convert: the NET file OUT.net; nothing is printed.\n",
+     "kelva convert --example asia -o asia.net"},
+    {Command::beliefs, "beliefs",
+     "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "
+     "[--quiet]",
+     "compile a network, enter evidence, propagate it and print the\nbeliefs of every discrete "
+     "node",
+     R"TXT(Text output of beliefs: the line "beliefs of NAME (sum|max equilibrium), N
 nodes", the line "evidence: NODE=STATE..." (or "evidence: none"), then for
 each discrete node (chance, decision and discrete function nodes, in the
 domain's order) an empty line, its name (followed by " (evidence)" when
@@ -113,11 +151,16 @@ evidence).  Numbers are printed with "%g"; an unlabelled state is "#INDEX".
 TSV output of beliefs: one line NODE<TAB>STATE<TAB>BELIEF per state of every
 discrete node, in the same order, STATE the label or "#INDEX", BELIEF with
 "%.17g"; then the line normalization_constant<TAB>VALUE.
-
-Output of bench: four lines "file", "read bytes", "parse" and "write string"
+)TXT",
+     "kelva beliefs examples/networks/commute.net --set Weather=snow --set MissMeeting=yes"},
+    {Command::bench, "bench",
+     "FILE.net [--repeat N] [--evidence K] [--threads T] [--seed S]\n[--quiet]",
+     "time reading, parsing, writing, compiling and propagating FILE\nand measure the memory "
+     "bandwidth",
+     R"TXT(Output of bench: four lines "file", "read bytes", "parse" and "write string"
 with the best of N runs, then KEY<TAB>VALUE lines: nodes, cliques,
-total_clique_size, parse_seconds, compile_seconds, propagate_seconds (median
-of N propagations from the node tables without evidence),
+total_clique_size, compile_seconds, propagate_seconds (median of N
+propagations from the node tables without evidence),
 evidence_propagate_seconds (median over N random evidence sets of K nodes
 whose states have non-zero belief, each propagated from the equilibrium
 without evidence), bytes_per_propagation (8 bytes per table entry that a full
@@ -125,20 +168,34 @@ propagation's table operations read or write), effective_gbps (those bytes
 over propagate_seconds) and stream_gbps (the best rate of the triad
 a[i] = b[i] + s*c[i] over arrays far larger than the last-level cache,
 counting 24 bytes per index).
-
-Output of compile: the network's name and the time taken, then the number
+)TXT",
+     "kelva bench examples/networks/commute.net --repeat 5"},
+    {Command::compile, "compile",
+     "(FILE.net | --example NAME) [--method METHOD] [--log LOG]\n[--format text|tsv] [--quiet]",
+     "compile a network and print the size of its junction forest",
+     R"TXT(Output of compile: the network's name and the time taken, then the number
 of nodes, junction trees and cliques, the largest and the total discrete
 clique table size, and the triangulation cost (the sum of the clique
 weights).  With --format tsv, one "KEY<TAB>VALUE" line each for nodes,
 cliques, junction_trees, max_clique_size, total_clique_size,
 triangulation_cost and compile_seconds (numbers printed with "%.17g").
-
-Output of sample: a data file whose first line names the network's discrete
+)TXT",
+     "kelva compile --example asia --method fill-in-weight --format tsv"},
+    {Command::sample, "sample",
+     "(FILE.net | --example NAME) -n N -o DATA [--seed S] [--hide P]\n[--quiet]",
+     "draw N cases from a network's tables and write them as a\nmulti-case data file",
+     R"TXT(Output of sample: a data file whose first line names the network's discrete
 chance nodes (parents before children), then a blank line, then one line
 per case with one item per node: "#INDEX" (the state drawn, counting from
 0) or "*" (hidden).  Nothing is printed.
-
-Output of learn: every discrete chance node without an experience table
+)TXT",
+     "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
+    {Command::learn, "learn",
+     "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
+     "[--tolerance T] [--strict-columns] [--log LOG] [--quiet]",
+     "learn the tables of a network's discrete chance nodes from the\n"
+     "cases of a data file by EM and write the learned network",
+     R"TXT(Output of learn: every discrete chance node without an experience table
 gets one of zeros (no prior; a node's own experience table is kept and
 used), the network is compiled and learned, and written to OUT.net without
 the experience tables learn added; then KEY<TAB>VALUE lines: cases (the
@@ -146,20 +203,91 @@ total case count), iterations, seconds (of learning), log_likelihood, aic
 and bic (of the learned tables, "%.17g").  DATA is a multi-case data file,
 or, when its name ends in .csv, a comma-separated data set file whose header
 names the nodes ("*", "?" or an empty field for a missing item; a column
-"#" gives case counts).
+"#" gives case counts).  A cell that names no state of its node is reported
+with its row and column.  With progress notes, each EM iteration is noted
+with its log-likelihood.
+)TXT",
+     "kelva learn --example asia asia.dat -o learned.net --max-iterations 20"},
+};
 
+constexpr const char* kExitText = R"TXT(
 Exit status: 0 on success, 1 when the library reports an error (printed as
-"kelva: ERROR-NAME: DESCRIPTION"), 2 for a command line kelva cannot use.
+"kelva: ERROR-NAME: MESSAGE"; a file's error names the file and the
+system's reason, a reader's error is its "FILE:LINE: MESSAGE" lines), 2 for
+a command line kelva cannot use.
+)TXT";
 
-Bundled example networks:
-)HELP";
+/// Prints the usage lines of `c` after `lead` ("usage: " or its width).
+void print_usage(std::FILE* out, const char* lead, const CommandHelp& c) {
+  const std::string head = std::string(lead) + "kelva " + c.name + " ";
+  const std::string indent(head.size(), ' ');
+  std::fputs(head.c_str(), out);
+  for (const char* p = c.usage; *p != '\0'; ++p) {
+    std::fputc(*p, out);
+    if (*p == '\n') std::fputs(indent.c_str(), out);
+  }
+  std::fputc('\n', out);
+}
+
+/// Prints `text` starting in column `column`, its continuation lines too.
+void print_indented(std::FILE* out, const char* text, std::size_t column) {
+  for (const char* p = text; *p != '\0'; ++p) {
+    std::fputc(*p, out);
+    if (*p == '\n') std::fprintf(out, "%*s", static_cast<int>(column), "");
+  }
+  std::fputc('\n', out);
+}
+
+/// Prints the options that `commands` take.
+void print_options(std::FILE* out, unsigned commands) {
+  std::fputs("\nOptions:\n", out);
+  for (const OptionHelp& o : kOptionHelp) {
+    if ((o.commands & commands) == 0) continue;
+    std::fprintf(out, "  %-18s  ", o.forms);
+    print_indented(out, o.text, 22);
+  }
+}
 
 }  // namespace
 
 void run_help(std::FILE* out) {
-  std::fputs(usage_text, out);
+  std::fputs("usage: kelva --help\n       kelva --version\n", out);
+  for (const CommandHelp& c : kCommandHelp) print_usage(out, "       ", c);
+  std::fputs("\nCommands:\n", out);
+  for (const CommandHelp& c : kCommandHelp) {
+    std::fprintf(out, "  %-9s  ", c.name);
+    print_indented(out, c.summary, 13);
+  }
+  print_options(out, kAllCommands);
+  std::fputs("  --version           print \"kelva\" and the library version\n", out);
+  for (const CommandHelp& c : kCommandHelp) {
+    std::fputc('\n', out);
+    std::fputs(c.output, out);
+  }
+  std::fputs(kExitText, out);
+  std::fputs("\nRun 'kelva COMMAND --help' for one command's usage, options and an example.\n",
+             out);
+  std::fputs("\nBundled example networks:\n", out);
   for (const ExampleNetwork& example : example_networks())
     std::fprintf(out, "  %-10s %s\n", example.name, example.description);
+}
+
+void run_command_help(std::FILE* out, Command command) {
+  for (const CommandHelp& c : kCommandHelp) {
+    if (c.command != command) continue;
+    print_usage(out, "usage: ", c);
+    std::fputc('\n', out);
+    std::string summary = c.summary;
+    summary[0] = static_cast<char>(summary[0] - 'a' + 'A');
+    std::fprintf(out, "%s.\n", summary.c_str());
+    print_options(out, bit(command));
+    std::fputc('\n', out);
+    std::fputs(c.output, out);
+    std::fprintf(out, "\nExample:\n  %s\n", c.example);
+    std::fputs(kExitText, out);
+    return;
+  }
+  run_help(out);
 }
 
 void run_version(std::FILE* out) { std::fprintf(out, "kelva %s\n", KELVA_VERSION); }

@@ -13,6 +13,10 @@ namespace {
 /// Runs the command of `options`, printing to standard output.
 void run(const kelva::cli::Options& options) {
   using kelva::cli::Command;
+  if (options.help) {
+    kelva::cli::run_command_help(stdout, options.command);
+    return;
+  }
   switch (options.command) {
     case Command::help:
       kelva::cli::run_help(stdout);
@@ -53,17 +57,17 @@ int main(int argc, char** argv) {
     run(parse_options(args));
     if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
       std::fprintf(stderr, "kelva: cannot write the output\n");
-      return exit_failure;
+      return kExitFailure;
     }
     return 0;
   } catch (const UsageError& e) {
     std::fprintf(stderr, "kelva: %s\nTry 'kelva --help' for more information.\n", e.what());
-    return exit_usage;
+    return kExitUsage;
   } catch (const ApiError& e) {
-    std::fprintf(stderr, "kelva: %s\n", e.what());
-    return exit_failure;
+    if (e.printed()) std::fprintf(stderr, "kelva: %s\n", e.what());
+    return kExitFailure;
   } catch (const std::exception& e) {
     std::fprintf(stderr, "kelva: internal error: %s\n", e.what());
-    return exit_failure;
+    return kExitFailure;
   }
 }

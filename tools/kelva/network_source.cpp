@@ -1,23 +1,37 @@
 #include "network_source.h"
 
-#include <cstdint>
-#include <cstdio>
+#include <algorithm>
+#include <vector>
 
 #include "cli_error.h"
 #include "example_network.h"
 
 namespace kelva::cli {
 
-void print_parse_error(uint64_t line, const char* message, void* data) {
-  std::fprintf(stderr, "%s:%llu: %s\n", static_cast<const char*>(data),
-               static_cast<unsigned long long>(line), message);
+namespace {
+
+/// True when every entry of `table` is 0, read in blocks.
+bool all_zero(k_table_t table) {
+  const k_size_t size = checked(k_table_get_size(table));
+  std::vector<double> block(std::min<k_size_t>(size, 1 << 16));
+  for (k_size_t start = 0; start < size; start += block.size()) {
+    const k_size_t count = std::min<k_size_t>(block.size(), size - start);
+    checked(k_table_get_data(table, block.data(), block.size(), start, count));
+    for (k_size_t i = 0; i < count; ++i)
+      if (block[i] != 0.0) return false;
+  }
+  return true;
 }
 
-DomainHandle open_network(const NetworkSource& source) {
+}  // namespace
+
+DomainHandle open_network(const NetworkSource& source, const Progress& progress) {
   if (!source.file.empty()) {
+    progress.note("reading %s", source.file.c_str());
+    take_reader_messages();
     DomainHandle domain(k_net_parse_domain(source.file.c_str(), print_parse_error,
                                            const_cast<char*>(source.file.c_str())));
-    if (!domain) throw ApiError(k_error_code());
+    if (!domain) throw file_error(source.file, FileUse::read);
     return domain;
   }
   const ExampleNetwork* example = find_example_network(source.example);
@@ -30,6 +44,43 @@ DomainHandle open_network(const NetworkSource& source) {
     throw UsageError("unknown example '" + source.example + "' (known: " + known + ")");
   }
   return build_example_network(*example);
+}
+
+void check_compilable(k_domain_t domain, const std::string& name) {
+  k_node_t first = checked(k_domain_get_first_node(domain));
+  if (first == nullptr) throw ApiError(K_ERROR_USAGE, "the network " + name + " has no nodes");
+  for (k_node_t n = first; n != nullptr; n = checked(k_node_get_next(n))) {
+    if (checked(k_node_get_category(n)) != K_CATEGORY_CHANCE ||
+        checked(k_node_get_kind(n)) != K_KIND_DISCRETE || !all_zero(checked(k_node_get_table(n))))
+      continue;
+    throw ApiError(K_ERROR_INCONSISTENCY_OR_UNDERFLOW,
+                   std::string("node `") + checked(k_node_get_name(n)) +
+                       "' has no table (every entry is 0, so nothing is possible)");
+  }
+}
+
+void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
+                     k_triangulation_method_t method) {
+  check_compilable(domain, name);
+  progress.note("compiling %s (triangulation, junction forest, first propagation)", name.c_str());
+  if (method != K_TM_BEST_GREEDY) checked(k_domain_triangulate(domain, method));
+  checked(k_domain_compile(domain));
+}
+
+std::string state_list(k_node_t node) {
+  std::string states;
+  const k_size_t count = checked(k_node_get_number_of_states(node));
+  for (k_size_t s = 0; s < count; ++s) {
+    if (s != 0) states += ", ";
+    const char* label = checked(k_node_get_state_label(node, s));
+    if (label != nullptr && *label != '\0') {
+      states += label;
+    } else {
+      states += '#';
+      states += std::to_string(s);
+    }
+  }
+  return states;
 }
 
 std::string source_name(const NetworkSource& source) {

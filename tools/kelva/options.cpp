@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cstdlib>
 #include <initializer_list>
 #include <optional>
@@ -68,8 +69,8 @@ double parse_number(const std::string& value, std::string_view name, double low,
   errno = 0;
   const double x = std::strtod(value.c_str(), &end);
   if (value.empty() || *end != '\0' || errno != 0 || !(x >= low && x <= high))
-    throw UsageError(std::string(name) + " needs a number from " + std::to_string(low) + " to " +
-                     std::to_string(high));
+    throw UsageError(std::string(name) + " needs a number from " + format_number(low) + " to " +
+                     format_number(high));
   return x;
 }
 
@@ -115,8 +116,12 @@ Options parse_options(std::span<const char* const> args) {
   for (std::size_t i = 1; i < args.size(); ++i) {
     std::string_view arg = args[i];
     if (arg == "--help" || arg == "-h") {
-      options.command = Command::help;
+      options.help = true;
       return options;
+    }
+    if (arg == "--quiet" || arg == "-q") {
+      options.quiet = true;
+      continue;
     }
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
@@ -126,8 +131,12 @@ Options parse_options(std::span<const char* const> args) {
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--set")) {
       only_for(options, Command::beliefs, "--set");
-      if (value->find('=') == std::string::npos)
-        throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
+      const std::size_t eq = value->find('=');
+      if (eq == std::string::npos) throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
+      for (const std::string& earlier : options.findings)
+        if (earlier.compare(0, earlier.find('='), *value, 0, eq) == 0 && earlier != *value)
+          throw UsageError("--set: node '" + value->substr(0, eq) + "' is set twice (" + earlier +
+                           " and " + *value + ")");
       options.findings.push_back(*value);
     } else if (auto value = option_value(args, i, "--case")) {
       only_for(options, Command::beliefs, "--case");
@@ -160,6 +169,9 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--tolerance")) {
       only_for(options, Command::learn, "--tolerance");
       options.tolerance = parse_number(*value, "--tolerance", 0.0, 1e300);
+    } else if (arg == "--strict-columns") {
+      only_for(options, Command::learn, "--strict-columns");
+      options.strict_columns = true;
     } else if (auto value = option_value(args, i, "--method")) {
       only_for(options, Command::compile, "--method");
       options.method = parse_method(*value);
@@ -203,6 +215,15 @@ Options parse_options(std::span<const char* const> args) {
   if (options.command == Command::sample && options.cases < 0)
     throw UsageError("sample needs the number of cases (use -n N)");
   return options;
+}
+
+std::string format_number(double x) {
+  char text[32];
+  const auto [end, error] = std::to_chars(text, text + sizeof text, x);
+  std::string result(text, error == std::errc() ? end : text);
+  if (const std::size_t plus = result.find("e+"); plus != std::string::npos)
+    result.erase(plus + 1, 1);
+  return result;
 }
 
 }  // namespace kelva::cli

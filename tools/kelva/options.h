@@ -25,6 +25,12 @@ struct NetworkSource {
 /// The parsed command line.
 struct Options {
   Command command = Command::help;
+  /// `COMMAND --help`: print that command's help instead of running it.
+  bool help = false;
+  /// --quiet: no progress notes on standard error.
+  bool quiet = false;
+  /// `learn --strict-columns`: refuse data set columns that match no node.
+  bool strict_columns = false;
   NetworkSource source;
   Format format = Format::text;
   /// Where `convert` and `learn` write their NET file, `sample` its data
@@ -60,5 +66,9 @@ struct Options {
 
 /// Parses the arguments after the program name; throws UsageError.
 Options parse_options(std::span<const char* const> args);
+
+/// `x` as people write it: the shortest text that reads back as `x`, with
+/// an exponent as in 1e300.
+std::string format_number(double x);
 
 }  // namespace kelva::cli

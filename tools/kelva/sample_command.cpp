@@ -119,10 +119,12 @@ struct FileCloser {
 }  // namespace
 
 void run_sample(const Options& options) {
-  DomainHandle domain = open_network(options.source);
+  const Progress progress(options.quiet);
+  DomainHandle domain = open_network(options.source, progress);
   const std::vector<Sampled> nodes = sampling_order(domain.get());
   std::unique_ptr<std::FILE, FileCloser> out(std::fopen(options.output.c_str(), "w"));
-  if (!out) throw ApiError(K_ERROR_IO);
+  if (!out) throw io_error(options.output, FileUse::write);
+  progress.note("drawing %ld cases into %s", options.cases, options.output.c_str());
   std::mt19937_64 rng(options.seed);
   std::uniform_real_distribution<double> u(0.0, 1.0);
   // Header: the names, then a blank line; items are state indexes (#k), a
@@ -137,12 +139,18 @@ void run_sample(const Options& options) {
     for (std::size_t i = 0; i < nodes.size(); ++i) {
       state[i] = draw(nodes[i], state, rng);
       if (i != 0) line += ' ';
-      line += u(rng) < options.hide ? "*" : "#" + std::to_string(state[i]);
+      if (u(rng) < options.hide) {
+        line += '*';
+      } else {
+        line += '#';
+        line += std::to_string(state[i]);
+      }
     }
     line += '\n';
     std::fputs(line.c_str(), out.get());
   }
-  if (std::ferror(out.get()) || std::fclose(out.release()) != 0) throw ApiError(K_ERROR_IO);
+  if (std::ferror(out.get()) || std::fclose(out.release()) != 0)
+    throw io_error(options.output, FileUse::write);
 }
 
 }  // namespace kelva::cli
