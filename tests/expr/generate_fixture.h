@@ -53,7 +53,7 @@ struct GenNet {
     return n;
   }
   /// A numbered node with these state values.
-  k_node_t numbered(const char* name, const std::vector<double>& values,
+  k_node_t numbered(const char* name, std::initializer_list<double> values,
                     k_category_t category = K_CATEGORY_CHANCE) {
     k_node_t n = node(name, K_SUBTYPE_NUMBER, values.size(), category);
     std::size_t i = 0;
@@ -61,7 +61,7 @@ struct GenNet {
     return n;
   }
   /// An interval node with these bounds (one more than the states).
-  k_node_t interval(const char* name, const std::vector<double>& bounds,
+  k_node_t interval(const char* name, std::initializer_list<double> bounds,
                     k_category_t category = K_CATEGORY_CHANCE) {
     k_node_t n = node(name, K_SUBTYPE_INTERVAL, bounds.size() - 1, category);
     std::size_t i = 0;

@@ -23,18 +23,6 @@ std::string fmt(const char* format, ...) {
 
 const std::string kUsing = "Using model for B to generate a conditional probability table\n";
 
-// A node of a table case: numbered or interval with the given values, or
-// labelled with states "x" and "y".
-struct Owner {
-  k_subtype_t subtype;
-  std::vector<double> values;
-};
-k_node_t make(GenNet& net, const char* name, const Owner& o) {
-  if (o.subtype == K_SUBTYPE_NUMBER) return net.numbered(name, o.values);
-  if (o.subtype == K_SUBTYPE_INTERVAL) return net.interval(name, o.values);
-  return net.labelled(name, {"x", "y"});
-}
-
 TEST(Generate, SlotsFollowTheModelNodesWhateverTheTableOrder) {
   GenNet net;
   k_node_t a = net.labelled("A", {"a0", "a1", "a2"});
@@ -85,20 +73,38 @@ TEST(Generate, EverySlotIsCheckedAndLoggedBeforeFailing) {
 
 TEST(Generate, StateValuesMustIncreaseAndBeInfiniteOnlyAtTheEnds) {
   struct Case {
-    Owner parent;
+    std::function<k_node_t(GenNet&)> parent;
     const char* problem;
   } cases[] = {
-      {{K_SUBTYPE_NUMBER, {0, 2, 1}}, "do not form an increasing sequence"},
-      {{K_SUBTYPE_NUMBER, {0, 1, 1}}, "do not form an increasing sequence"},
-      {{K_SUBTYPE_NUMBER, {0, kInf}}, "use infinite values incorrectly"},
-      {{K_SUBTYPE_INTERVAL, {0, kInf, kInf}}, "use infinite values incorrectly"},
-      {{K_SUBTYPE_INTERVAL, {0, -kInf}}, "use infinite values incorrectly"},
-      {{K_SUBTYPE_INTERVAL, {0, 2, 1}}, "do not form an increasing sequence"},
+      {[](GenNet& n) {
+         return n.numbered("P", {0, 2, 1});
+       },
+       "do not form an increasing sequence"},
+      {[](GenNet& n) {
+         return n.numbered("P", {0, 1, 1});
+       },
+       "do not form an increasing sequence"},
+      {[](GenNet& n) {
+         return n.numbered("P", {0, kInf});
+       },
+       "use infinite values incorrectly"},
+      {[](GenNet& n) {
+         return n.interval("P", {0, kInf, kInf});
+       },
+       "use infinite values incorrectly"},
+      {[](GenNet& n) {
+         return n.interval("P", {0, -kInf});
+       },
+       "use infinite values incorrectly"},
+      {[](GenNet& n) {
+         return n.interval("P", {0, 2, 1});
+       },
+       "do not form an increasing sequence"},
   };
   for (const Case& c : cases) {
     GenNet net;
     net.open_log();
-    k_node_t p = make(net, "P", c.parent);
+    k_node_t p = c.parent(net);
     k_node_t b = net.labelled("B", {"b0", "b1"});
     link(p, b);
     set(model(b), 0, op(K_OP_DISTRIBUTION, {num(1), num(1)}));
@@ -435,60 +441,79 @@ TEST(Generate, CountingDistributions) {
     return choose[k] * std::pow(0.3, k) * std::pow(0.7, 4 - k);
   };
   struct Case {
-    Owner owner;
+    std::function<k_node_t(GenNet&)> owner;
     k_expression_t e;
     std::vector<double> expected;
   } cases[] = {
-      {{K_SUBTYPE_NUMBER, {0, 1, 2, 3}},
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2, 3});
+       },
        op(K_OP_POISSON, {num(lambda)}),
        {p0, p1, p2, 1 - p0 - p1 - p2}},
-      {{K_SUBTYPE_INTERVAL, {0, 2, kInf}}, op(K_OP_POISSON, {num(lambda)}), {p0 + p1, 1 - p0 - p1}},
-      {{K_SUBTYPE_INTERVAL, {-1, 1, 2.5, 10}},
+      {[](GenNet& n) {
+         return n.interval("B", {0, 2, kInf});
+       },
+       op(K_OP_POISSON, {num(lambda)}),
+       {p0 + p1, 1 - p0 - p1}},
+      {[](GenNet& n) {
+         return n.interval("B", {-1, 1, 2.5, 10});
+       },
        op(K_OP_BINOMIAL, {num(4), num(0.3)}),
        {binomial(0), binomial(1) + binomial(2), binomial(3) + binomial(4)}},
-      {{K_SUBTYPE_NUMBER, {0, 1, 2, 3, 4, 5}},
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2, 3, 4, 5});
+       },
        op(K_OP_BINOMIAL, {num(4), num(0.3)}),
        {binomial(0), binomial(1), binomial(2), binomial(3), binomial(4), 0}},
-      {{K_SUBTYPE_NUMBER, {0, 1, 2}}, op(K_OP_GEOMETRIC, {num(0.25)}), {0.25, 0.1875, 0.5625}},
-      {{K_SUBTYPE_NUMBER, {0, 1, 2, 3}},
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2});
+       },
+       op(K_OP_GEOMETRIC, {num(0.25)}),
+       {0.25, 0.1875, 0.5625}},
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1, 2, 3});
+       },
        op(K_OP_NEGATIVE_BINOMIAL, {num(2), num(0.5)}),  // (k + 1) / 2^(k + 2)
        {0.25, 0.25, 0.1875, 0.3125}},
   };
   for (const Case& c : cases) {
     GenNet net;
-    k_node_t b = make(net, "B", c.owner);
+    k_node_t b = c.owner(net);
     set(model(b), 0, c.e);
     ASSERT_EQ(k_node_generate_table(b), 0) << k_error_name(k_error_code());
     expect_close(table_of(b), c.expected);
   }
 
   struct Failure {
-    Owner owner;
+    std::function<k_node_t(GenNet&)> owner;
     k_expression_t e;
     k_error_t code;
     std::string message;
   } failures[] = {
-      {{K_SUBTYPE_NUMBER, {1, 2, 3}},
-       op(K_OP_POISSON, {num(1)}),
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
-       ""},
-      {{K_SUBTYPE_INTERVAL, {0, 1, 4}},
-       op(K_OP_BINOMIAL, {num(4), num(0.3)}),
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
+      {[](GenNet& n) {
+         return n.numbered("B", {1, 2, 3});
+       },
+       op(K_OP_POISSON, {num(1)}), K_ERROR_INSUFFICIENT_STATE_RANGE, ""},
+      {[](GenNet& n) {
+         return n.interval("B", {0, 1, 4});
+       },
+       op(K_OP_BINOMIAL, {num(4), num(0.3)}), K_ERROR_INSUFFICIENT_STATE_RANGE,
        "Node B: State range must include [0, 4] for Binomial distribution\n"},
-      {{K_SUBTYPE_LABEL, {}},
-       op(K_OP_POISSON, {num(1)}),
-       K_ERROR_INVALID_EXPRESSION,
+      {[](GenNet& n) {
+         return n.labelled("B", {"x", "y"});
+       },
+       op(K_OP_POISSON, {num(1)}), K_ERROR_INVALID_EXPRESSION,
        "The Poisson distribution can only be applied to numbered or interval nodes\n"},
-      {{K_SUBTYPE_NUMBER, {0, 1}},
-       op(K_OP_TRUNCATE, {num(0), op(K_OP_GEOMETRIC, {num(0.5)})}),
-       K_ERROR_INVALID_EXPRESSION,
+      {[](GenNet& n) {
+         return n.numbered("B", {0, 1});
+       },
+       op(K_OP_TRUNCATE, {num(0), op(K_OP_GEOMETRIC, {num(0.5)})}), K_ERROR_INVALID_EXPRESSION,
        "Truncation is not supported for the Geometric distribution\n"},
   };
   for (const Failure& f : failures) {
     GenNet net;
     net.open_log();
-    k_node_t b = make(net, "B", f.owner);
+    k_node_t b = f.owner(net);
     set(model(b), 0, f.e);
     EXPECT_NE(k_node_generate_table(b), 0);
     EXPECT_EQ(k_error_code(), f.code);
