@@ -23,7 +23,7 @@ std::string written(k_domain_t d, bool counts) {
   selection.counts = counts;
   selection.separator = counts ? "," : " ";
   selection.missing = counts ? "*" : "?";
-  kelva::check_case_selection(domain, selection);
+  kelva::verify_case_selection(domain, selection);
   kelva::TextSink sink;
   kelva::write_cases(domain, selection, sink);
   return sink.text();

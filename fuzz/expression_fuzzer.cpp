@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   kelva::Expression* copy = kelva::copy_expression(*tree);
   CHECK(kelva::expression_to_string(copy) == printed);
   try {
-    kelva::check_types(*copy, true);
+    kelva::verify_types(*copy, true);
   } catch (const kelva::Error& e) {
     CHECK(e.code() == K_ERROR_INVALID_EXPRESSION);
   }

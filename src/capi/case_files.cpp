@@ -78,7 +78,7 @@ k_status_t k_domain_save_cases(k_domain_t domain, const char* file_name, k_node_
     selection.separator = separator;
     selection.missing = missing;
     // Checked before the file is made: a refused call leaves no file.
-    kelva::check_case_selection(d, selection);
+    kelva::verify_case_selection(d, selection);
     write_file(file_name, [&](kelva::TextSink& sink) { kelva::write_cases(d, selection, sink); });
   });
 }

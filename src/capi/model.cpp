@@ -26,7 +26,7 @@ k_model_t k_node_new_model(k_node_t node, const k_node_t* model_nodes) {
     Node& owner = get(node);
     require(model_nodes != nullptr);
     // The owner is refused before the list is looked at.
-    kelva::check_model_owner(owner);
+    kelva::verify_model_owner(owner);
     return handle(&kelva::new_model(owner, kelva::capi::node_list(model_nodes)));
   });
 }

@@ -214,7 +214,7 @@ k_status_t k_node_set_state_value(k_node_t node, k_size_t state, double value) {
     kelva::Node& n = numeric_slot(node, state);
     require(!std::isnan(value));
     n.set_state_value(state, value);
-    kelva::mark_for_generation(n, true);
+    kelva::flag_for_generation(n, true);
   });
 }
 

@@ -27,6 +27,6 @@ void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& ord
 /// writing the "Checking conditional probability potentials" section to the
 /// domain's log (which must be set).  Returns true when every table is
 /// valid; throws Error(io) on a failed write.
-bool check_probability_potentials(Domain& domain);
+bool verify_probability_potentials(Domain& domain);
 
 }  // namespace kelva

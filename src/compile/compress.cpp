@@ -85,7 +85,7 @@ CompressedSeparator compress_separator(const Separator& sep,
 }
 
 /// Checks the domain may be compressed (see compress_domain).
-void check_compressible(const Domain& domain) {
+void verify_compressible(const Domain& domain) {
   require(domain.chain_components.empty());
   // Expected utilities per state are computed over full clique tables.
   require(domain.count(K_CATEGORY_UTILITY) == 0);
@@ -126,7 +126,7 @@ const std::vector<std::uint32_t>& CompressedForest::home_map(const Forest& fores
 }
 
 double compress_domain(Domain& domain) {
-  check_compressible(domain);
+  verify_compressible(domain);
   Forest& forest = *domain.forest();
   if (forest.compressed) return 1.0;
 

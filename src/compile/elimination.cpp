@@ -123,10 +123,10 @@ class Eliminator {
         log_(log),
         graph_(input),
         recorder_(input.size()),
-        track_(greedy),
+        tracked_(greedy),
         weighted_(method == K_TM_CLIQUE_WEIGHT || method == K_TM_FILL_IN_WEIGHT),
         clique_first_(method == K_TM_CLIQUE_SIZE || method == K_TM_CLIQUE_WEIGHT),
-        mark_(input.size(), 0) {
+        marked_(input.size(), 0) {
     const std::size_t n = input.size();
     unit_.resize(n);
     discrete_.resize(n);
@@ -135,7 +135,7 @@ class Eliminator {
       discrete_[v] = node->is_discrete() ? 1 : 0;
       unit_[v] = weighted_ && node->is_discrete() ? node->state_count() : 1;
     }
-    if (track_) initial_measures();
+    if (tracked_) initial_measures();
   }
 
   EliminationResult run_greedy();
@@ -165,7 +165,7 @@ class Eliminator {
   void eliminate(Index v, IndexList& nb, bool write_line);
   void next_stamp() {
     if (++stamp_ == 0) {
-      std::fill(mark_.begin(), mark_.end(), 0);
+      std::fill(marked_.begin(), marked_.end(), 0);
       stamp_ = 1;
     }
   }
@@ -174,7 +174,7 @@ class Eliminator {
   const CompileLog& log_;
   DynamicGraph graph_;
   CliqueRecorder recorder_;
-  bool track_;
+  bool tracked_;
   bool weighted_;
   bool clique_first_;
   EliminationResult result_;
@@ -191,7 +191,7 @@ class Eliminator {
   std::vector<std::size_t> heap_pos_;
   static constexpr std::size_t kOut = static_cast<std::size_t>(-1);
 
-  std::vector<std::uint32_t> mark_;
+  std::vector<std::uint32_t> marked_;
   std::uint32_t stamp_ = 0;
   IndexList nb_, nb2_, covered_;
   std::vector<Index> common_;
@@ -259,13 +259,13 @@ void Eliminator::recompute_fill(Index x) {
   next_stamp();
   std::uint64_t sum = 0, squares = 0, adjacent = 0;
   graph_.for_each_neighbour(x, [&](Index a) {
-    mark_[a] = stamp_;
+    marked_[a] = stamp_;
     sum += unit_[a];
     squares += unit_[a] * unit_[a];
   });
   graph_.for_each_neighbour(x, [&](Index a) {
     graph_.for_each_neighbour(a, [&](Index b) {
-      if (b > a && mark_[b] == stamp_) adjacent += unit_[a] * unit_[b];
+      if (b > a && marked_[b] == stamp_) adjacent += unit_[a] * unit_[b];
     });
   });
   weight_sum_[x] = sum;
@@ -357,7 +357,7 @@ void Eliminator::heap_fix(Index v) {
 bool Eliminator::covered(Index w, std::size_t clique_size) {
   if (fill_[w] != 0 || graph_.degree(w) + 1 > clique_size || heap_pos_[w] == kOut) return false;
   bool inside = true;
-  graph_.for_each_neighbour(w, [&](Index a) { inside = inside && mark_[a] == stamp_; });
+  graph_.for_each_neighbour(w, [&](Index a) { inside = inside && marked_[a] == stamp_; });
   return inside;
 }
 
@@ -391,12 +391,12 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
   result_.order.push_back(v);
 
   std::uint64_t fill_total = 0;
-  if (track_) {
+  if (tracked_) {
     // Vertices outside {v} + nb adjacent to both ends of a fill-in lose
     // that pair from their fill-in measure.
     next_stamp();
-    mark_[v] = stamp_;
-    for (Index x : nb) mark_[x] = stamp_;
+    marked_[v] = stamp_;
+    for (Index x : nb) marked_[x] = stamp_;
     for (auto [i, j] : pairs_) {
       const Index a = nb[i], b = nb[j];
       const std::uint64_t w = unit_[a] * unit_[b];
@@ -404,7 +404,7 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
       const bool a_shorter = graph_.degree(a) <= graph_.degree(b);
       const Index s = a_shorter ? a : b, o = a_shorter ? b : a;
       graph_.for_each_neighbour(s, [&](Index x) {
-        if (mark_[x] != stamp_ && graph_.adjacent(x, o)) {
+        if (marked_[x] != stamp_ && graph_.adjacent(x, o)) {
           fill_[x] -= w;
           heap_fix(x);
         }
@@ -424,7 +424,7 @@ void Eliminator::eliminate(Index v, IndexList& nb, bool write_line) {
       std::sort(added_[i].begin(), added_[i].end());
       graph_.add_neighbours(nb[i], added_[i]);
     }
-  if (!track_) return;
+  if (!tracked_) return;
   for (std::size_t i = 0; i < d; ++i) {
     const Index x = nb[i];
     if (!added_[i].empty()) {
@@ -466,8 +466,8 @@ EliminationResult Eliminator::run_greedy() {
     // Covered simplicial neighbours go right after v; discrete ones only
     // once no continuous vertex is left, to keep continuous ones first.
     next_stamp();
-    mark_[v] = stamp_;
-    for (Index x : nb_) mark_[x] = stamp_;
+    marked_[v] = stamp_;
+    for (Index x : nb_) marked_[x] = stamp_;
     covered_.clear();
     for (Index w : nb_)
       if (!discrete_[w] && covered(w, nb_.size() + 1)) covered_.push_back(w);

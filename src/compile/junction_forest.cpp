@@ -45,8 +45,8 @@ std::vector<std::vector<std::size_t>> member_slots(const Forest& forest,
 
 // Every participating node lies in a clique, and so does every link of the
 // triangulated graph; anything else is a fault of triangulation.
-void check_cover(const Forest& forest, const Triangulation& triangulation,
-                 const std::vector<std::vector<std::size_t>>& members) {
+void verify_cover(const Forest& forest, const Triangulation& triangulation,
+                  const std::vector<std::vector<std::size_t>>& members) {
   std::vector<std::vector<std::size_t>> cliques_of(forest.nodes.size());
   for (std::size_t c = 0; c < members.size(); ++c)
     for (std::size_t s : members[c]) cliques_of[s].push_back(c);
@@ -114,7 +114,7 @@ void make_cliques(Forest& forest, const Triangulation& triangulation, const Cliq
 
 // Links every clique to its candidate (or makes it the root of a new tree),
 // in clique order, writing "The junction forest" section.
-void link_cliques(Forest& forest, const CliqueOrder& order, const CompileLog& log) {
+void connect_cliques(Forest& forest, const CliqueOrder& order, const CompileLog& log) {
   write_forest_head(log);
   for (std::size_t i = 0; i < forest.cliques.size(); ++i) {
     Clique& clique = *forest.cliques[i];
@@ -184,11 +184,11 @@ ForestPtr build_junction_forest(Domain& domain, const Triangulation& triangulati
   ForestPtr forest(new Forest(domain));
   make_node_slots(*forest);
   const auto members = member_slots(*forest, triangulation);
-  check_cover(*forest, triangulation, members);
+  verify_cover(*forest, triangulation, members);
   const CliqueOrder order = order_cliques(triangulation.cliques);
   make_cliques(*forest, triangulation, order, members);
   write_cliques(log, *forest);
-  link_cliques(*forest, order, log);
+  connect_cliques(*forest, order, log);
   plan_tables(*forest);
   give_default_tables(domain, log);
   assign_potentials(*forest, log);

@@ -62,7 +62,7 @@ void write_configuration(const CompileLog& log, const Table& table, std::uint64_
 
 // Checks the table of `node`; false when it holds an invalid value or a
 // zero- or infinite-sum distribution.
-bool check_table(const CompileLog& log, Node& node, const Table& table) {
+bool verify_table(const CompileLog& log, Node& node, const Table& table) {
   const std::size_t pos = table.nodes().index_of(&node);
   const std::size_t dims = table.discrete_count();
   if (pos >= dims || table.size() == 0) return true;
@@ -130,7 +130,7 @@ bool check_table(const CompileLog& log, Node& node, const Table& table) {
 
 }  // namespace
 
-bool check_probability_potentials(Domain& domain) {
+bool verify_probability_potentials(Domain& domain) {
   platform::CLocaleGuard locale;
   require(locale.ok(), K_ERROR_LOCALE);
   CompileLog log(domain.log());
@@ -139,7 +139,7 @@ bool check_probability_potentials(Domain& domain) {
   bool valid = true;
   for (Node* node = domain.first_node(); node != nullptr; node = node->next) {
     if (!node->is_discrete() || node->table() == nullptr) continue;
-    if (!check_table(log, *node, *node->table())) valid = false;
+    if (!verify_table(log, *node, *node->table())) valid = false;
   }
   if (valid) log.write("\n    No errors found\n");
   return valid;

@@ -224,7 +224,7 @@ class ContinuousLaw {
 };
 
 // The parameter rules of the continuous distributions, with their messages.
-void check_continuous(const DistributionValue& d, const GenerationLog& log) {
+void verify_continuous(const DistributionValue& d, const GenerationLog& log) {
   const std::vector<double>& a = d.args;
   auto refuse = [] { throw Error(K_ERROR_INAPPROPRIATE_ARGUMENTS); };
   switch (d.op) {
@@ -324,7 +324,7 @@ void write_range(const GenerationLog& log, const Node& owner, double lo, double 
 void continuous(const DistributionValue& d, Node& owner, const GenerationLog& log,
                 std::vector<double>& out) {
   const std::size_t n = owner.state_count();
-  check_continuous(d, log);
+  verify_continuous(d, log);
   const ContinuousLaw law(d.op, d.args);
   const double lo = std::max(law.lower(), d.lower);
   const double hi = std::min(law.upper(), d.upper);
@@ -416,7 +416,7 @@ class CountLaw {
 
 bool is_count(double v) noexcept { return v >= 0.0 && std::floor(v) == v && std::isfinite(v); }
 
-void check_counting(const DistributionValue& d, const GenerationLog& log) {
+void verify_counting(const DistributionValue& d, const GenerationLog& log) {
   const std::vector<double>& a = d.args;
   bool ok = true;
   switch (d.op) {
@@ -466,7 +466,7 @@ void counting(const DistributionValue& d, Node& owner, const GenerationLog& log,
     for (std::size_t i = 0; i < n; ++i)
       if (owner.state_value(i) != static_cast<double>(i))
         throw Error(K_ERROR_INSUFFICIENT_STATE_RANGE);
-  check_counting(d, log);
+  verify_counting(d, log);
   const CountLaw law(d.op, d.args);
   try {
     if (subtype == K_SUBTYPE_NUMBER) {

@@ -171,7 +171,7 @@ double Evaluator::function_value(const Node& node) {
     if (e == nullptr) throw Error(K_ERROR_INVALID_EXPRESSION);
     if (checked_functions_.insert(&node).second) {
       try {
-        check_types(*e, true);
+        verify_types(*e, true);
       } catch (...) {
         checked_functions_.erase(&node);
         throw;

@@ -196,7 +196,7 @@ ExprType leaf_type(Expression& e, bool resolve) {
 
 // Operand rule of "probability": one discrete node inside, and no nested
 // "probability".
-void check_probability_operand(const Expression& operand) {
+void verify_probability_operand(const Expression& operand) {
   const Node* only = nullptr;
   bool same = true;
   for_each_node_leaf(operand, [&](const Node& n) {
@@ -259,7 +259,7 @@ Expression* ExpressionFactory::composite(int op, const std::vector<Expression*>&
     height = std::max(height, operand->height_ + (chain ? 0 : 1));
   }
   const ExprType type = result_type(op, operands, types);
-  if (op == K_OP_PROBABILITY) check_probability_operand(*operands[0]);
+  if (op == K_OP_PROBABILITY) verify_probability_operand(*operands[0]);
   check(height <= kMaxExpressionHeight);
 
   auto* e = new Expression();
@@ -346,16 +346,16 @@ Expression* copy_expression(const Expression& e) {
   }
 }
 
-ExprType check_types(Expression& e, bool resolve) {
+ExprType verify_types(Expression& e, bool resolve) {
   if (!e.is_composite()) return leaf_type(e, resolve);
   if (heads_chain(e)) {
     // The operands of a chain link are its left neighbour and a right operand.
     const std::vector<const Expression*> links = chain_links(e);
     Expression* left = links.back()->operands()[0];
-    ExprType type = check_types(*left, resolve);
+    ExprType type = verify_types(*left, resolve);
     for (std::size_t i = links.size(); i-- > 0;) {
       Expression* right = links[i]->operands()[1];
-      const ExprType right_type = check_types(*right, resolve);
+      const ExprType right_type = verify_types(*right, resolve);
       type = result_type(links[i]->op(), {left, right}, {type, right_type});
       left = const_cast<Expression*>(links[i]);
     }
@@ -363,7 +363,7 @@ ExprType check_types(Expression& e, bool resolve) {
   }
   std::vector<ExprType> types;
   types.reserve(e.operands().size());
-  for (Expression* operand : e.operands()) types.push_back(check_types(*operand, resolve));
+  for (Expression* operand : e.operands()) types.push_back(verify_types(*operand, resolve));
   const std::vector<Expression*> operands(e.operands().begin(), e.operands().end());
   return result_type(e.op(), operands, types);
 }

@@ -127,7 +127,7 @@ Expression* copy_expression(const Expression& e);
 /// is written into them (composites keep the unresolved type they were made
 /// with).  Without `resolve` every discrete node leaf counts as `node`.
 /// Throws Error(invalid_expression) when a rule fails.
-ExprType check_types(Expression& e, bool resolve);
+ExprType verify_types(Expression& e, bool resolve);
 
 /// Whether `e` contains operator `op` anywhere.
 bool contains_operator(const Expression& e, int op) noexcept;

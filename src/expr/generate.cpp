@@ -62,7 +62,7 @@ const char* table_kind(const Node& n) noexcept {
 
 // Values of a numbered node must increase strictly; those of an interval
 // node may repeat (an empty interval) and may be infinite at the two ends.
-void check_state_values(Node& n, const GenerationLog& log) {
+void verify_state_values(Node& n, const GenerationLog& log) {
   if (!is_numeric(n)) return;
   const bool interval = n.subtype() == K_SUBTYPE_INTERVAL;
   const std::size_t count = n.state_count() + (interval ? 1 : 0);
@@ -84,7 +84,7 @@ void check_state_values(Node& n, const GenerationLog& log) {
 }
 
 // Every slot is checked and logged before the verdict.
-void check_slots(const Model& model, const GenerationLog& log) {
+void verify_slots(const Model& model, const GenerationLog& log) {
   bool ok = true;
   for (std::uint64_t i = 0; i < model.size(); ++i) {
     Expression* e = model.expression(i);
@@ -94,7 +94,7 @@ void check_slots(const Model& model, const GenerationLog& log) {
       continue;
     }
     try {
-      check_types(*e, true);
+      verify_types(*e, true);
     } catch (const Error&) {
       log.write("Invalid expression at index %s\n", std::to_string(i).c_str());
       ok = false;
@@ -141,7 +141,7 @@ void evaluate_function_parents(Node& owner, const Model& model, const Beliefs& b
 void value_row(const Value& v, Node& owner, const GenerationLog& log, std::vector<double>& out) {
   const std::size_t n = owner.state_count();
   out.assign(n, 0.0);
-  auto pick_label = [&](const char* label) {
+  auto choose_label = [&](const char* label) {
     std::size_t found = n;
     std::size_t matches = 0;
     for (std::size_t i = 0; i < n; ++i)
@@ -158,11 +158,11 @@ void value_row(const Value& v, Node& owner, const GenerationLog& log, std::vecto
   };
   switch (v.kind) {
     case Value::Kind::label:
-      pick_label(v.label);
+      choose_label(v.label);
       return;
     case Value::Kind::boolean:
       if (owner.subtype() == K_SUBTYPE_BOOLEAN) out[v.boolean ? 1 : 0] = 1.0;
-      else pick_label(v.boolean ? "true" : "false");
+      else choose_label(v.boolean ? "true" : "false");
       return;
     case Value::Kind::number:
       if (owner.subtype() == K_SUBTYPE_NUMBER) {
@@ -358,9 +358,9 @@ void generate(Node& owner, Model& model, const Beliefs& beliefs, const Generatio
     throw Error(K_ERROR_INVALID_EXPRESSION);
   }
   log.write("Using model for %s to generate a %s table\n", name.c_str(), table_kind(owner));
-  check_state_values(owner, log);
-  for (Node* p : owner.parents()) check_state_values(*p, log);
-  check_slots(model, log);
+  verify_state_values(owner, log);
+  for (Node* p : owner.parents()) verify_state_values(*p, log);
+  verify_slots(model, log);
 
   Generator generator(owner, model, beliefs, log);
   if (owner.category() == K_CATEGORY_FUNCTION)

@@ -18,13 +18,13 @@ bool is_real_function(const Node& n) noexcept {
 }
 
 // The checks an expression must pass before a model of `owner` may hold it.
-void check_for_owner(Expression& e, const Node& owner) {
+void verify_for_owner(Expression& e, const Node& owner) {
   auto invalid = [](bool failed) { require(!failed, K_ERROR_INVALID_EXPRESSION); };
   bool stranger = false;
   for_each_node_leaf(e,
                      [&](const Node& n) { stranger = stranger || !owner.parents().contains(&n); });
   invalid(stranger);
-  const ExprType type = check_types(e, false);
+  const ExprType type = verify_types(e, false);
   invalid(is_real_function(owner) && type != ExprType::numeric && type != ExprType::node);
   const bool function = owner.category() == K_CATEGORY_FUNCTION;
   invalid(!function &&
@@ -113,12 +113,12 @@ bool model_refers_to(const Model& model, const Node& node) noexcept {
   return false;
 }
 
-void check_model_owner(const Node& owner) {
+void verify_model_owner(const Node& owner) {
   require(owner.category() != K_CATEGORY_INSTANCE && !owner.is_continuous());
 }
 
 Model& new_model(Node& owner, const std::vector<Node*>& model_nodes) {
-  check_model_owner(owner);
+  verify_model_owner(owner);
   for (std::size_t i = 0; i < model_nodes.size(); ++i) {
     const Node& n = *model_nodes[i];
     require(&n.domain() == &owner.domain());
@@ -135,7 +135,7 @@ Model& new_model(Node& owner, const std::vector<Node*>& model_nodes) {
 
 void set_model_expression(Model& model, std::uint64_t index, Expression* e) {
   require(index < model.size());
-  if (e != nullptr) check_for_owner(*e, model.owner());
+  if (e != nullptr) verify_for_owner(*e, model.owner());
   model.set_expression(index, e);
   model.owner().needs_generation = true;
 }

@@ -62,7 +62,7 @@ bool model_refers_to(const Model& model, const Node& node) noexcept;
 
 /// Error(usage) unless `owner` can have a model: instance nodes and
 /// continuous nodes cannot.
-void check_model_owner(const Node& owner);
+void verify_model_owner(const Node& owner);
 
 /// Gives `owner` a new model over `model_nodes` (all slots empty) in place
 /// of the one it had, and marks its table for generation.  Error(usage)

@@ -24,7 +24,7 @@ void compile_domain(Domain& domain) {
     domain.set_compiled(true);
     generate_tables(domain, PriorBeliefs());
     // Invalid tables are only reported: propagation has the last word.
-    if (log.active()) check_probability_potentials(domain);
+    if (log.active()) verify_probability_potentials(domain);
     for (const auto& tree : domain.forest()->trees) tree->needs_initialisation = true;
     propagate_domain(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
     if (log.active()) {

@@ -149,7 +149,7 @@ double propagated_finding(const Node& node, std::size_t state) noexcept {
   return finding_of(node.evidence.propagated_code, node.evidence.propagated_vector, state);
 }
 
-void mark_propagated(Node& node) {
+void note_propagated(Node& node) {
   Evidence& e = node.evidence;
   if (node.is_continuous()) {
     e.propagated = e.entered;

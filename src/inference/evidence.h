@@ -37,7 +37,7 @@ double propagated_finding(const Node& node, std::size_t state) noexcept;
 
 /// Makes the node's entered evidence its propagated evidence (code and
 /// vector, or flag and value).  Called by propagation only.
-void mark_propagated(Node& node);
+void note_propagated(Node& node);
 
 /// Selects state `state` of a discrete node (k_node_select_state).  Throws
 /// Error(usage) for a node of another kind, a state out of range or a

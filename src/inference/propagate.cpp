@@ -27,7 +27,7 @@ double evidence_entry(std::int64_t code, const std::vector<double>& vector,
 // The root total must be a normal, finite double.  A negative total (only
 // tables holding negative numbers give one) is let through; the total's
 // computation itself never fails.  NaN is overflow.
-void check_total(double x) {
+void verify_total(double x) {
   if (x < 0.0) return;
   if (x >= DBL_MIN && x < DBL_MAX) return;
   if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
@@ -40,7 +40,7 @@ bool is_chance_only(const Domain& domain) noexcept {
 }
 
 // The checks made before any table is touched, in their documented order.
-void check_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
+void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
   require((equilibrium == K_EQUILIBRIUM_SUM || equilibrium == K_EQUILIBRIUM_MAX) &&
           (mode == K_MODE_NORMAL || mode == K_MODE_FAST_RETRACTION));
   require(domain.is_compiled(), K_ERROR_NOT_COMPILED);
@@ -195,7 +195,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   constexpr std::size_t kNone = JunctionTree::kNoLink;
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& link = schedule[i];
-    if (how == Reduce::max) check_total(clique_total(*link.outer, how, par));
+    if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
     const JunctionTree::Message* next =
         link.first_out && link.parent != kNone ? &schedule[link.parent] : nullptr;
     send_message(link, false, how, par, link.first_child != kNone,
@@ -204,7 +204,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   }
   Clique& root = *tree.schedule_root;
   const double x = clique_total(root, how, par);
-  check_total(x);
+  verify_total(x);
   scale_clique(root, 1.0 / x, par);
   tree.normalization_constant *= x;
   tree.log_normalization_constant += std::log(x);
@@ -280,7 +280,7 @@ void record_propagated_evidence(JunctionTree& tree) {
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     Node& node = **p;
     // The vector's room was reserved by prepare(): copying allocates nothing.
-    mark_propagated(node);
+    note_propagated(node);
     const Evidence& ev = node.evidence;
     if (node.is_discrete()) {
       if (ev.propagated_code == Evidence::kVector)
@@ -414,12 +414,12 @@ void unpropagate(Forest& forest) noexcept {
 
 void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
                     k_evidence_mode_t mode) {
-  check_request(*tree.domain, equilibrium, mode);
+  verify_request(*tree.domain, equilibrium, mode);
   run_tree(tree, root, equilibrium, mode);
 }
 
 void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
-  check_request(domain, equilibrium, mode);
+  verify_request(domain, equilibrium, mode);
   Forest& forest = *domain.forest();
   try {
     for (auto& tree : forest.trees) run_tree(*tree, nullptr, equilibrium, mode);

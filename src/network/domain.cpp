@@ -107,11 +107,11 @@ Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype
   // The junction forest does not cover the new node.
   uncompile();
   Node* raw = node.release();
-  link_at_head(raw);
+  insert_at_head(raw);
   return raw;
 }
 
-void Domain::link_at_head(Node* node) noexcept {
+void Domain::insert_at_head(Node* node) noexcept {
   node->next = first_;
   node->prev = nullptr;
   if (first_ != nullptr) first_->prev = node;

@@ -153,7 +153,7 @@ class Domain : public Object {
   const std::unordered_set<Table*>& free_tables() const noexcept { return free_tables_; }
 
  private:
-  void link_at_head(Node* node) noexcept;
+  void insert_at_head(Node* node) noexcept;
 
   Node* first_ = nullptr;
   std::uint64_t counter_ = 0;

@@ -108,7 +108,7 @@ void refuse_parent_sort(const Node& child, const Node& parent) {
 
 }  // namespace
 
-void mark_for_generation(Node& node, bool with_children) noexcept {
+void flag_for_generation(Node& node, bool with_children) noexcept {
   node.needs_generation = true;
   if (with_children)
     for (Node* c : node.children()) c->needs_generation = true;
@@ -214,7 +214,7 @@ void add_parent(Node& child, Node& parent) {
   domain.forget_graph_queries();
   child.parents_mut().push_back(&parent);
   parent.children_mut().push_back(&child);
-  mark_for_generation(child, false);
+  flag_for_generation(child, false);
 }
 
 void remove_parent(Node& child, Node& parent) {
@@ -226,7 +226,7 @@ void remove_parent(Node& child, Node& parent) {
   batch.commit();
   child.parents_mut().remove(&parent);
   parent.children_mut().remove(&child);
-  mark_for_generation(child, false);
+  flag_for_generation(child, false);
   child.domain().uncompile();
   child.domain().forget_graph_queries();
 }
@@ -250,7 +250,7 @@ void switch_parent(Node& child, Node& old_parent, Node& new_parent) {
   child.parents_mut().replace(pos, &new_parent);
   old_parent.children_mut().remove(&child);
   new_parent.children_mut().push_back(&child);
-  mark_for_generation(child, false);
+  flag_for_generation(child, false);
   domain.uncompile();
   domain.forget_graph_queries();
 }
@@ -392,8 +392,8 @@ void reverse_edge(Node& from, Node& to) {
   }
   from.parents_mut().push_back(&to);
   to.children_mut().push_back(&from);
-  mark_for_generation(from, false);
-  mark_for_generation(to, false);
+  flag_for_generation(from, false);
+  flag_for_generation(to, false);
   domain.uncompile();
   domain.forget_graph_queries();
 }
@@ -414,7 +414,7 @@ void set_number_of_states(Node& node, std::size_t count) {
     batch.copy_of(*t).change_state_count(&node, old, count);
   node.resize_states(count);
   batch.commit();
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
   node.domain().uncompile();
 }
 
@@ -451,7 +451,7 @@ void reorder_states(Node& node, const std::vector<const char*>& order) {
     batch.copy_of(*t).permute_states(&node, new_to_old);
   node.permute_states(new_to_old);
   batch.commit();
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
   node.domain().uncompile();
 }
 
@@ -460,7 +460,7 @@ void set_discrete_type(Node& node, k_subtype_t subtype) {
   require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
   require(subtype != K_SUBTYPE_BOOLEAN || node.state_count() == 2);
   node.set_subtype(subtype);
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
 }
 
 void delete_node(Node& node) {
@@ -471,7 +471,7 @@ void delete_node(Node& node) {
   for (Table* t : domain.free_tables())
     if (holds(t, &node)) batch.copy_of(*t).remove_node(&node);
   batch.commit();
-  mark_for_generation(node, true);
+  flag_for_generation(node, true);
   // A chain-graph component that holds the node cannot stand without it.
   std::erase_if(domain.chain_components, [&](const std::unique_ptr<ChainComponent>& c) {
     return c->members.contains(&node) || c->parents.contains(&node);

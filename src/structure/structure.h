@@ -17,7 +17,7 @@ class Table;
 
 /// Marks `node` (and, when its states or values changed, its children) for
 /// table generation.
-void mark_for_generation(Node& node, bool with_children) noexcept;
+void flag_for_generation(Node& node, bool with_children) noexcept;
 
 /// The node's table, created (all 0) over its current parents when it has
 /// none: discrete parents most recent first, the node, continuous parents in

@@ -73,7 +73,7 @@ class IndexPlan {
   /// small entries small_index + k * inner_small_stride().
   template <class Run>
   void walk(std::uint64_t begin, std::uint64_t end, Run&& run) const {
-    walk_axes(axes_.data(), axes_.size(), 0, 0, begin, end, run);
+    visit_axes(axes_.data(), axes_.size(), 0, 0, begin, end, run);
   }
 
   /// As walk(), over the large entries whose value on axis `axis` lies in
@@ -82,7 +82,7 @@ class IndexPlan {
   /// each small entry meets its large entries in the same order as in a
   /// whole walk.
   template <class Run>
-  void walk_slice(std::size_t axis, std::uint64_t first, std::uint64_t last, Run&& run) const {
+  void visit_slice(std::size_t axis, std::uint64_t first, std::uint64_t last, Run&& run) const {
     if (first >= last) return;
     std::array<PlanAxis, kMaxPlanAxes> sliced;
     std::copy(axes_.begin(), axes_.end(), sliced.begin());
@@ -94,15 +94,15 @@ class IndexPlan {
     a.count = count;
     a.large_back = a.large_stride * (count - 1);
     a.small_back = a.small_stride * (count - 1);
-    walk_axes(sliced.data(), axes_.size(), large_base, small_base, 0, entries, run);
+    visit_axes(sliced.data(), axes_.size(), large_base, small_base, 0, entries, run);
   }
 
  private:
   // The odometer: positions [begin, end) of the space spanned by `axes`,
   // starting from indexes (large, small) at position 0.
   template <class Run>
-  static void walk_axes(const PlanAxis* axes, std::size_t n, std::uint64_t large,
-                        std::uint64_t small, std::uint64_t begin, std::uint64_t end, Run& run) {
+  static void visit_axes(const PlanAxis* axes, std::size_t n, std::uint64_t large,
+                         std::uint64_t small, std::uint64_t begin, std::uint64_t end, Run& run) {
     if (begin >= end) return;
     const PlanAxis& inner = axes[n - 1];
     std::uint64_t counter[kMaxPlanAxes];

@@ -131,7 +131,7 @@ void fold_walk(const IndexPlan& plan, const double* large, double* small, std::s
   const std::uint64_t ss = plan.inner_small_stride();
   auto walk = [&](auto&& run) {
     if (slice_axis == static_cast<std::size_t>(-1)) plan.walk(0, plan.large_size(), run);
-    else plan.walk_slice(slice_axis, first, last, run);
+    else plan.visit_slice(slice_axis, first, last, run);
   };
   if (ss == 0) {
     walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {

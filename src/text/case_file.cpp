@@ -421,7 +421,7 @@ void write_case(Domain& domain, TextSink& sink) {
   }
 }
 
-void check_case_selection(const Domain& domain, const CaseSelection& selection) {
+void verify_case_selection(const Domain& domain, const CaseSelection& selection) {
   require(!selection.nodes.empty() && selection.separator != nullptr &&
           selection.missing != nullptr);
   std::unordered_set<const Node*> listed;

@@ -32,7 +32,7 @@ void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handl
 
 /// What write_cases writes: the columns, the cases (every case when
 /// `all_cases`), whether counts are written, the separator and the text of
-/// a missing item.  The caller has checked them (check_case_selection).
+/// a missing item.  The caller has checked them (verify_case_selection).
 struct CaseSelection {
   std::vector<Node*> nodes;
   std::vector<std::size_t> cases;
@@ -47,7 +47,7 @@ struct CaseSelection {
 /// separator and missing texts given; every case index in range; and
 /// without counts, every selected case's count a finite whole number (a
 /// line is written that many times).
-void check_case_selection(const Domain& domain, const CaseSelection& selection);
+void verify_case_selection(const Domain& domain, const CaseSelection& selection);
 
 /// Writes stored cases as a multi-case data file under the "C" locale.
 /// Throws Error (io, locale, no_memory).

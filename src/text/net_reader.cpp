@@ -331,8 +331,8 @@ class NetReader {
       (in_parents ? p.parents : p.children).push_back(&named_node());
     }
     if (p.children.empty()) fail("empty child node list");
-    check_potential_nodes(p);
-    check_links(p);
+    verify_potential_nodes(p);
+    verify_links(p);
     add_links(p);
     for (Node* c : p.children)
       if (!has_potential_.insert(c).second)
@@ -361,7 +361,7 @@ class NetReader {
   }
 
   // The checks of the node lists of a potential, in their fixed order.
-  void check_potential_nodes(const Potential& p) {
+  void verify_potential_nodes(const Potential& p) {
     if (p.children.size() > 1) {
       for (const auto* list : {&p.children, &p.parents})
         for (Node* n : *list)
@@ -407,7 +407,7 @@ class NetReader {
   }
 
   // Links already there: none may be repeated, none left out.
-  void check_links(const Potential& p) {
+  void verify_links(const Potential& p) {
     for (Node* c : p.children)
       for (Node* n : p.parents)
         if (c->parents().contains(n))

@@ -118,7 +118,7 @@ std::vector<const Attribute*> oldest_first(const AttributeList& list) {
 class NetWriter {
  public:
   NetWriter(TextSink& sink, const Indent& indent, int digits)
-      : sink_(sink), indent_(indent), digits_(digits) {}
+      : out_(sink), indent_(indent), digits_(digits) {}
 
   void domain(const Domain& domain) {
     // Names are made before anything is written: generating one may fail.
@@ -143,8 +143,8 @@ class NetWriter {
   }
 
  private:
-  void write(const char* text) { sink_.write(text); }
-  void write(const std::string& text) { sink_.write(text); }
+  void write(const char* text) { out_.write(text); }
+  void write(const std::string& text) { out_.write(text); }
 
   // Writes each piece in turn (no temporary concatenations).
   template <class... Pieces>
@@ -275,7 +275,7 @@ class NetWriter {
     } else {
       attribute_line("data = ");
     }
-    write_net_table(sink_, table_text);
+    write_net_table(out_, table_text);
   }
 
   void table_line(const char* words, const Table& table, const std::vector<Node*>& parents) {
@@ -285,7 +285,7 @@ class NetWriter {
     table_text.row_indent = indent_.data;
     table_text.digits = digits_;
     attribute_line(words);
-    write_net_table(sink_, table_text);
+    write_net_table(out_, table_text);
   }
 
   void chain_block(const ChainComponent& component) {
@@ -305,11 +305,11 @@ class NetWriter {
     table_text.row_indent = indent_.data;
     table_text.digits = digits_;
     attribute_line("data = ");
-    write_net_table(sink_, table_text);
+    write_net_table(out_, table_text);
     write_all(indent_.outer, "}\n");
   }
 
-  TextSink& sink_;
+  TextSink& out_;
   const Indent& indent_;
   int digits_;
 };

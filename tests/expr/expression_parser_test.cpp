@@ -206,7 +206,7 @@ TEST(ExpressionParser, FlatChainsAreOneLevel) {
     EXPECT_EQ(text(&e), c.text);
     Expression* copy = copy_expression(e);
     EXPECT_EQ(text(copy), c.text);
-    EXPECT_EQ(check_types(*copy, true), ExprType::distribution);
+    EXPECT_EQ(verify_types(*copy, true), ExprType::distribution);
     EXPECT_FALSE(contains_operator(*copy, K_OP_NEGATE));
     ExpressionFactory::release(copy);
     ASSERT_EQ(k_node_generate_table(a), 0) << k_error_name(k_error_code());

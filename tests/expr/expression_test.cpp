@@ -139,7 +139,7 @@ TEST(ExpressionFactory, TypeRules) {
     try {
       Expression* e = net.keep(ExpressionFactory::composite(c.op, c.operands));
       EXPECT_EQ(static_cast<int>(e->type()), c.type) << c.what;
-      EXPECT_EQ(static_cast<int>(check_types(*e, false)), c.type) << c.what;
+      EXPECT_EQ(static_cast<int>(verify_types(*e, false)), c.type) << c.what;
     } catch (const Error& error) {
       EXPECT_EQ(c.type, 0) << c.what;
       EXPECT_EQ(error.code(), K_ERROR_INVALID_EXPRESSION) << c.what;
@@ -204,23 +204,23 @@ TEST(ExpressionFactory, ResolvedTypesFollowTheNodeSubtypes) {
   // subtype says, and the leaf keeps the resolved type.
   Expression* a = net.leaf(net.a);
   Expression* on_a = net.op(K_OP_IF, {net.leaf(net.B), a, net.num(1)});
-  EXPECT_EQ(check_types(*on_a, false), ExprType::numeric);
-  EXPECT_THROW(check_types(*on_a, true), Error);
+  EXPECT_EQ(verify_types(*on_a, false), ExprType::numeric);
+  EXPECT_THROW(verify_types(*on_a, true), Error);
   EXPECT_EQ(a->type(), ExprType::label);
-  EXPECT_EQ(check_types(*on_a, false), ExprType::numeric);
+  EXPECT_EQ(verify_types(*on_a, false), ExprType::numeric);
   // A composite made after the resolution still sees a node.
   EXPECT_EQ(net.op(K_OP_ADD, {a, net.num(1)})->type(), ExprType::numeric);
 
   Expression* on_n = net.op(K_OP_IF, {net.leaf(net.B), net.leaf(net.N), net.num(1)});
-  EXPECT_EQ(check_types(*on_n, true), ExprType::numeric);
+  EXPECT_EQ(verify_types(*on_n, true), ExprType::numeric);
   Expression* on_i = net.op(K_OP_IF, {net.leaf(net.I), net.num(1), net.num(2)});
-  EXPECT_THROW(check_types(*on_i, true), Error);  // a condition must be boolean
+  EXPECT_THROW(verify_types(*on_i, true), Error);  // a condition must be boolean
   Expression* on_b = net.op(K_OP_IF, {net.leaf(net.B), net.leaf(net.B), net.bln(false)});
-  EXPECT_EQ(check_types(*on_b, true), ExprType::boolean);
+  EXPECT_EQ(verify_types(*on_b, true), ExprType::boolean);
   Expression* mixed = net.op(
       K_OP_IF, {net.leaf(net.B), net.op(K_OP_NORMAL, {net.num(0), net.num(1)}), net.leaf(net.a)});
   EXPECT_EQ(mixed->type(), ExprType::distribution_or_node);
-  EXPECT_EQ(check_types(*mixed, true), ExprType::distribution_or_label);
+  EXPECT_EQ(verify_types(*mixed, true), ExprType::distribution_or_label);
   EXPECT_EQ(mixed->type(), ExprType::distribution_or_node);  // composites keep theirs
 
   // Leaves of nodes that are not discrete are numbers.
@@ -274,7 +274,7 @@ TEST(ExpressionFactory, HeightIsBounded) {
   EXPECT_EQ(text(e).size(), static_cast<std::size_t>(3 * kMaxExpressionHeight - 1));
   Expression* copy = net.keep(copy_expression(*e));
   EXPECT_EQ(text(copy), text(e));
-  EXPECT_EQ(check_types(*copy, true), ExprType::numeric);
+  EXPECT_EQ(verify_types(*copy, true), ExprType::numeric);
 }
 
 TEST(ExpressionFactory, CopiesAreDeepAndKeepNodes) {

@@ -249,7 +249,7 @@ TEST_F(Evidence, WhatIsToBePropagated) {
   EXPECT_EQ(k_node_evidence_to_propagate(n), 0);
   ASSERT_EQ(k_node_enter_finding(n, 0, 0.5), 0);
   EXPECT_EQ(k_node_evidence_to_propagate(n), 1);
-  kelva::mark_propagated(nn);
+  kelva::note_propagated(nn);
   EXPECT_EQ(k_node_evidence_to_propagate(n), 0);
   EXPECT_EQ(k_node_likelihood_is_propagated(n), 1);
   EXPECT_EQ(k_node_get_propagated_finding(n, 0), 0.5);
@@ -262,7 +262,7 @@ TEST_F(Evidence, WhatIsToBePropagated) {
   ASSERT_EQ(k_node_select_state(one, 0), 0);
   EXPECT_EQ(k_node_evidence_is_entered(one), 1);
   EXPECT_EQ(k_node_evidence_to_propagate(one), 0);
-  kelva::mark_propagated(node_of(one));
+  kelva::note_propagated(node_of(one));
   ASSERT_EQ(k_node_retract_findings(one), 0);
   EXPECT_EQ(k_node_evidence_to_propagate(one), 0);
   EXPECT_EQ(k_node_evidence_is_propagated(one), 1);
@@ -270,7 +270,7 @@ TEST_F(Evidence, WhatIsToBePropagated) {
 
   // Continuous: flags, then values (NaN always differs).
   ASSERT_EQ(k_node_enter_value(c, 1.0), 0);
-  kelva::mark_propagated(node_of(c));
+  kelva::note_propagated(node_of(c));
   EXPECT_EQ(k_node_evidence_to_propagate(c), 0);
   EXPECT_EQ(k_node_get_propagated_value(c), 1.0);
   ASSERT_EQ(k_node_enter_value(c, 2.0), 0);
@@ -310,7 +310,7 @@ TEST_F(Evidence, TreeCountsFollowEveryEntryAndRetraction) {
 
   // After a propagation, retraction is the change.
   ASSERT_EQ(k_node_select_state(a, 1), 0);
-  for (k_node_t n : {a, b, c}) kelva::mark_propagated(node_of(n));
+  for (k_node_t n : {a, b, c}) kelva::note_propagated(node_of(n));
   trees[0]->evidence_to_propagate = kelva::count_evidence_to_propagate(*trees[0]);
   trees[0]->evidence_propagated = true;
   EXPECT_EQ(trees[0]->evidence_to_propagate, 0u);

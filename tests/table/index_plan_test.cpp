@@ -103,7 +103,7 @@ TEST(IndexPlan, WalksAndKernelsMatchOracleOnRandomLayouts) {
       const std::uint64_t v = l / axes[a].large_stride % axes[a].count;
       if (v >= first && v < last) expect_l.push_back(l);
     }
-    plan.walk_slice(a, first, last, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
+    plan.visit_slice(a, first, last, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
       for (std::uint64_t k = 0; k < len; ++k) {
         got_l.push_back(l + k);
         EXPECT_EQ(s + k * plan.inner_small_stride(), oracle[l + k]);
