@@ -554,6 +554,18 @@ KELVA_API k_domain_t k_net_parse_domain_string(const char *text, k_parse_error_h
 KELVA_API k_status_t k_domain_save_as_net(k_domain_t domain, const char *file_name);
 /** The domain as NET text (malloc'ed; the caller frees it with free()). */
 KELVA_API char *k_domain_to_net_string(k_domain_t domain);
+/** Sets how k_domain_save_as_net and k_domain_to_net_string write the
+ *  numbers of tables (data, experience, fading, CG items), of model
+ *  expressions and state values: 0 (the default) keeps the usual formats,
+ *  "%G" for table values and expressions and "%.8G" for CG items and state
+ *  values, which lose precision; 1 to 17 writes every such number with that
+ *  many significant digits ("%.*G"), and 17 reads back bit for bit.
+ *  "usage" for a null domain or a count above 17.  The setting is not part
+ *  of the NET text. */
+KELVA_API k_status_t k_domain_set_net_digits(k_domain_t domain, int digits);
+/** The digits set by k_domain_set_net_digits (0 for a new domain), or -1
+ *  with "usage" for a null domain. */
+KELVA_API int k_domain_get_net_digits(k_domain_t domain);
 /** The file the domain was read from or last saved to, or null (no error)
  *  when there is none. */
 KELVA_API const char *k_domain_get_file_name(k_domain_t domain);

@@ -33,6 +33,18 @@ k_status_t k_domain_save_as_net(k_domain_t domain, const char* file_name) {
   });
 }
 
+k_status_t k_domain_set_net_digits(k_domain_t domain, int digits) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::require(digits >= 0 && digits <= 17);
+    d.net_digits = digits;
+  });
+}
+
+int k_domain_get_net_digits(k_domain_t domain) {
+  return guard<int>(-1, [&] { return get(domain).net_digits; });
+}
+
 char* k_domain_to_net_string(k_domain_t domain) {
   return guard<char*>(nullptr, [&] {
     kelva::TextSink sink;

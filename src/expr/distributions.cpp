@@ -77,9 +77,17 @@ const char* name_of(int op) noexcept {
 // A node's name for a message (generated first if it has none).
 const char* node_name(const Node& n) { return const_cast<Node&>(n).name_or_generate().c_str(); }
 
+// A state bound at or beyond the largest finite double is unbounded: NET
+// text writes infinity as that double.
+double unbounded(double v) noexcept {
+  if (v >= std::numeric_limits<double>::max()) return kInf;
+  if (v <= -std::numeric_limits<double>::max()) return -kInf;
+  return v;
+}
+
 // State bounds of an interval node: state i is [value(i), value(i + 1)).
-double lower_of(const Node& n, std::size_t i) noexcept { return n.state_value(i); }
-double upper_of(const Node& n, std::size_t i) noexcept { return n.state_value(i + 1); }
+double lower_of(const Node& n, std::size_t i) noexcept { return unbounded(n.state_value(i)); }
+double upper_of(const Node& n, std::size_t i) noexcept { return unbounded(n.state_value(i + 1)); }
 
 void fail_computation() { throw Error(K_ERROR_COMPUTATION_FAILED); }
 
@@ -611,6 +619,8 @@ void aggregate(const DistributionValue& d, const Node& owner, const GenerationLo
 }  // namespace
 
 double interval_point(double lo, double hi) noexcept {
+  lo = unbounded(lo);
+  hi = unbounded(hi);
   if (std::isinf(lo) && std::isinf(hi)) return 0.0;
   if (std::isinf(lo)) return hi > 0.0 ? hi * 0.999 : hi < 0.0 ? hi * 1.001 : -1.0;
   if (std::isinf(hi)) return lo > 0.0 ? lo * 1.001 : lo < 0.0 ? lo * 0.999 : 1.0;
@@ -618,6 +628,8 @@ double interval_point(double lo, double hi) noexcept {
 }
 
 std::vector<double> interval_samples(double lo, double hi, std::uint64_t samples) {
+  lo = unbounded(lo);
+  hi = unbounded(hi);
   if (std::isinf(lo) || std::isinf(hi)) return {interval_point(lo, hi)};
   if (hi == lo) return {lo};
   std::vector<double> points;

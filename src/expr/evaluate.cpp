@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "expr/expression.h"
 #include "expr/model.h"
@@ -274,16 +275,31 @@ Value Evaluator::call(const Expression& e) {
     case K_OP_NOT:
       return boolean_value(!truth(*ops[0]));
     case K_OP_ADD:
-      return number_value(finite(arg(0) + arg(1)));
     case K_OP_SUBTRACT:
-      return number_value(finite(arg(0) - arg(1)));
     case K_OP_MULTIPLY:
-      return number_value(finite(arg(0) * arg(1)));
     case K_OP_DIVIDE: {
-      const double a = arg(0);
-      const double b = arg(1);
-      if (b == 0.0) throw Error(K_ERROR_DIVISION_BY_ZERO);
-      return number_value(finite(a / b));
+      // A chain (a flat sum, say) in a loop, left to right.
+      const std::vector<const Expression*> links = chain_links(e);
+      double a = number(*links.back()->operands()[0]);
+      for (std::size_t i = links.size(); i-- > 0;) {
+        const double b = number(*links[i]->operands()[1]);
+        switch (links[i]->op()) {
+          case K_OP_ADD:
+            a = finite(a + b);
+            break;
+          case K_OP_SUBTRACT:
+            a = finite(a - b);
+            break;
+          case K_OP_MULTIPLY:
+            a = finite(a * b);
+            break;
+          default:
+            if (b == 0.0) throw Error(K_ERROR_DIVISION_BY_ZERO);
+            a = finite(a / b);
+            break;
+        }
+      }
+      return number_value(a);
     }
     case K_OP_POWER: {
       const double a = arg(0);

@@ -252,9 +252,11 @@ Expression* ExpressionFactory::composite(int op, const std::vector<Expression*>&
   std::vector<ExprType> types;
   types.reserve(operands.size());
   int height = 0;
-  for (Expression* operand : operands) {
-    types.push_back(leaf_type(*operand, false));  // composites: their own type
-    height = std::max(height, operand->height_ + 1);
+  for (std::size_t i = 0; i < operands.size(); ++i) {
+    const Expression* operand = operands[i];
+    types.push_back(leaf_type(*operands[i], false));  // composites: their own type
+    const bool chain = i == 0 && continues_chain(op, *operand);
+    height = std::max(height, operand->height_ + (chain ? 0 : 1));
   }
   const ExprType type = result_type(op, operands, types);
   if (op == K_OP_PROBABILITY) verify_probability_operand(*operands[0]);
@@ -278,13 +280,19 @@ Expression* ExpressionFactory::composite(int op, const std::vector<Expression*>&
 }
 
 void ExpressionFactory::release(Expression* e) noexcept {
-  // Recursion is bounded by kMaxExpressionHeight.
-  if (e == nullptr || e->use_count_ > 0) return;
-  for (Expression* operand : e->operands_) {
-    --operand->use_count_;
-    release(operand);
+  // Recursion is bounded by kMaxExpressionHeight: the left operand that
+  // continues a chain is released in the loop.
+  while (e != nullptr && e->use_count_ == 0) {
+    Expression* next = nullptr;
+    for (std::size_t i = 0; i < e->operands_.size(); ++i) {
+      Expression* operand = e->operands_[i];
+      --operand->use_count_;
+      if (i == 0 && continues_chain(e->op_, *operand)) next = operand;
+      else release(operand);
+    }
+    delete e;
+    e = next;
   }
-  delete e;
 }
 
 void ExpressionFactory::hold(Expression* e) noexcept {
@@ -310,6 +318,23 @@ Expression* copy_expression(const Expression& e) {
     default:
       break;
   }
+  if (heads_chain(e)) {
+    // Bottom up along the chain, each copy the left operand of the next.
+    const std::vector<const Expression*> links = chain_links(e);
+    Expression* made = copy_expression(*links.back()->operands()[0]);
+    for (std::size_t i = links.size(); i-- > 0;) {
+      Expression* right = nullptr;
+      try {
+        right = copy_expression(*links[i]->operands()[1]);
+        made = ExpressionFactory::composite(links[i]->op(), {made, right});
+      } catch (...) {
+        ExpressionFactory::release(made);
+        ExpressionFactory::release(right);
+        throw;
+      }
+    }
+    return made;
+  }
   std::vector<Expression*> copies;
   try {
     copies.reserve(e.operands().size());
@@ -323,6 +348,19 @@ Expression* copy_expression(const Expression& e) {
 
 ExprType verify_types(Expression& e, bool resolve) {
   if (!e.is_composite()) return leaf_type(e, resolve);
+  if (heads_chain(e)) {
+    // The operands of a chain link are its left neighbour and a right operand.
+    const std::vector<const Expression*> links = chain_links(e);
+    Expression* left = links.back()->operands()[0];
+    ExprType type = verify_types(*left, resolve);
+    for (std::size_t i = links.size(); i-- > 0;) {
+      Expression* right = links[i]->operands()[1];
+      const ExprType right_type = verify_types(*right, resolve);
+      type = result_type(links[i]->op(), {left, right}, {type, right_type});
+      left = const_cast<Expression*>(links[i]);
+    }
+    return type;
+  }
   std::vector<ExprType> types;
   types.reserve(e.operands().size());
   for (Expression* operand : e.operands()) types.push_back(verify_types(*operand, resolve));
@@ -331,9 +369,33 @@ ExprType verify_types(Expression& e, bool resolve) {
 }
 
 bool contains_operator(const Expression& e, int op) noexcept {
-  if (e.op() == op) return true;
-  return std::any_of(e.operands().begin(), e.operands().end(),
-                     [op](const Expression* operand) { return contains_operator(*operand, op); });
+  for (const Expression* x = &e; x != nullptr;) {
+    if (x->op() == op) return true;
+    const Expression* next = nullptr;
+    const ExpressionList& operands = x->operands();
+    for (std::size_t i = 0; i < operands.size(); ++i) {
+      if (i == 0 && continues_chain(x->op(), *operands[0])) next = operands[0];
+      else if (contains_operator(*operands[i], op)) return true;
+    }
+    x = next;
+  }
+  return false;
+}
+
+bool continues_chain(int op, const Expression& left) noexcept {
+  const auto additive = [](int o) { return o == K_OP_ADD || o == K_OP_SUBTRACT; };
+  const auto multiplicative = [](int o) { return o == K_OP_MULTIPLY || o == K_OP_DIVIDE; };
+  return (additive(op) && additive(left.op())) || (multiplicative(op) && multiplicative(left.op()));
+}
+
+bool heads_chain(const Expression& e) noexcept {
+  return !e.operands().empty() && continues_chain(e.op(), *e.operands()[0]);
+}
+
+std::vector<const Expression*> chain_links(const Expression& e) {
+  std::vector<const Expression*> links{&e};
+  while (heads_chain(*links.back())) links.push_back(links.back()->operands()[0]);
+  return links;
 }
 
 int function_operator(const char* name) noexcept {

@@ -34,7 +34,9 @@ using ExpressionList = PtrList<Expression>;
 /// walk over a tree recurses once per level, so the bound keeps the stack
 /// safe on threads with small stacks (those of a Java VM, say); a deeper
 /// composite is refused as "invalid_expression", and the parser refuses
-/// deeper nesting as a syntax error.
+/// deeper nesting as a syntax error.  A left-associative chain (a flat sum
+/// `a + b - c + ...`, or product) is one level however long: walks go down
+/// its left operands in a loop.
 inline constexpr int kMaxExpressionHeight = 500;
 
 /// One node of an expression tree.  Operands are shared between composites
@@ -48,7 +50,8 @@ class Expression : public Object {
   int use_count() const noexcept { return use_count_; }
   bool is_composite() const noexcept { return op_ < K_OP_NUMBER; }
   /// Levels below this one: 0 for a leaf, else one more than the highest
-  /// operand.
+  /// operand, except that a left operand continuing the chain counts as
+  /// its own height (see continues_chain).
   int height() const noexcept { return height_; }
 
   double number() const noexcept { return number_; }
@@ -101,6 +104,19 @@ class ExpressionFactory {
   static void let_go(Expression* e) noexcept;
 };
 
+/// Whether `left`, as the left operand of an operator `op`, continues a
+/// left-associative chain: both are "+" or two-operand "-", or both are "*"
+/// or "/".
+bool continues_chain(int op, const Expression& left) noexcept;
+
+/// Whether the first operand of `e` continues a chain with it.
+bool heads_chain(const Expression& e) noexcept;
+
+/// The links of the chain that `e` heads, from `e` down (each the left
+/// operand of the one before); just `e` when it heads none.  The first
+/// operand of the last link is where evaluation starts.
+std::vector<const Expression*> chain_links(const Expression& e);
+
 /// A deep copy of `e` (node pointers kept); Error on failure, with nothing
 /// left behind.
 Expression* copy_expression(const Expression& e);
@@ -115,19 +131,26 @@ ExprType verify_types(Expression& e, bool resolve);
 
 /// Whether `e` contains operator `op` anywhere.
 bool contains_operator(const Expression& e, int op) noexcept;
-/// Calls f(node) for every node leaf of `e`.
+/// Calls f(node) for every node leaf of `e`.  A chain's links are visited
+/// in a loop, so recursion stays within the tree's height.
 template <class F>
 void for_each_node_leaf(const Expression& e, F&& f) {
-  if (e.op() == K_OP_NODE) {
-    f(*e.node());
-    return;
+  for (const Expression* x = &e; x != nullptr;) {
+    if (x->op() == K_OP_NODE) f(*x->node());
+    const Expression* next = nullptr;
+    const ExpressionList& operands = x->operands();
+    for (std::size_t i = 0; i < operands.size(); ++i) {
+      if (i == 0 && continues_chain(x->op(), *operands[0])) next = operands[0];
+      else for_each_node_leaf(*operands[i], f);
+    }
+    x = next;
   }
-  for (const Expression* operand : e.operands()) for_each_node_leaf(*operand, f);
 }
 
-/// The printed form of `e` (the empty text for null).  Throws Error(locale)
-/// when the "C" locale cannot be established.
-std::string expression_to_string(const Expression* e);
+/// The printed form of `e` (the empty text for null): numbers with "%G", or
+/// with `digits` significant digits when that is not 0.  Throws
+/// Error(locale) when the "C" locale cannot be established.
+std::string expression_to_string(const Expression* e, int digits = 0);
 
 /// Parses `text` into a new expression whose names are resolved among the
 /// nodes of `scope`, under the "C" locale.  Grammar errors set "syntax"

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "expr/expression.h"
 #include "network/error.h"
@@ -48,9 +49,10 @@ bool needs_parentheses(const Expression& parent, int side, const Expression& ope
   }
 }
 
-void append_number(std::string& out, double value) {
+void append_number(std::string& out, double value, int digits) {
   char buffer[64];
-  const int n = std::snprintf(buffer, sizeof buffer, "%G", value);
+  const int n = digits == 0 ? std::snprintf(buffer, sizeof buffer, "%G", value)
+                            : std::snprintf(buffer, sizeof buffer, "%.*G", digits, value);
   out.append(buffer, static_cast<std::size_t>(n));
 }
 
@@ -92,23 +94,23 @@ void append_label(std::string& out, const std::string& text) {
   out += '"';
 }
 
-void print(std::string& out, const Expression& e);
+void print(std::string& out, const Expression& e, int digits);
 
-void print_operand(std::string& out, const Expression& parent, int side,
-                   const Expression& operand) {
+void print_operand(std::string& out, const Expression& parent, int side, const Expression& operand,
+                   int digits) {
   if (needs_parentheses(parent, side, operand)) {
     out += '(';
-    print(out, operand);
+    print(out, operand, digits);
     out += ')';
   } else {
-    print(out, operand);
+    print(out, operand, digits);
   }
 }
 
-void print(std::string& out, const Expression& e) {
+void print(std::string& out, const Expression& e, int digits) {
   switch (e.op()) {
     case K_OP_NUMBER:
-      append_number(out, e.number());
+      append_number(out, e.number(), digits);
       return;
     case K_OP_LABEL:
       append_label(out, e.label());
@@ -128,28 +130,33 @@ void print(std::string& out, const Expression& e) {
     out += " (";
     for (std::size_t i = 0; i < operands.size(); ++i) {
       if (i > 0) out += ", ";
-      print(out, *operands[i]);
+      print(out, *operands[i], digits);
     }
     out += ')';
   } else if (e.op() == K_OP_NEGATE || e.op() == K_OP_STATE_INDEX) {
     out += operator_name(e.op());
-    print_operand(out, e, 0, *operands[0]);
+    print_operand(out, e, 0, *operands[0], digits);
   } else {
-    print_operand(out, e, 0, *operands[0]);
-    out += ' ';
-    out += operator_name(e.op());
-    out += ' ';
-    print_operand(out, e, 1, *operands[1]);
+    // A chain of "+"/"-" (or "*"/"/") is printed in a loop from its
+    // innermost left operand out; the links themselves need no parentheses.
+    const std::vector<const Expression*> links = chain_links(e);
+    print_operand(out, *links.back(), 0, *links.back()->operands()[0], digits);
+    for (std::size_t i = links.size(); i-- > 0;) {
+      out += ' ';
+      out += operator_name(links[i]->op());
+      out += ' ';
+      print_operand(out, *links[i], 1, *links[i]->operands()[1], digits);
+    }
   }
 }
 
 }  // namespace
 
-std::string expression_to_string(const Expression* e) {
+std::string expression_to_string(const Expression* e, int digits) {
   platform::CLocaleGuard locale;
   require(locale.ok(), K_ERROR_LOCALE);
   std::string out;
-  if (e != nullptr) print(out, *e);
+  if (e != nullptr) print(out, *e, digits);
   return out;
 }
 

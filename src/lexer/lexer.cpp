@@ -161,8 +161,14 @@ int Lexer::fail(const char* message, k_error_t code) noexcept {
 
 int Lexer::unget_failed() noexcept { return fail("could not unget character", K_ERROR_IO); }
 
-int Lexer::get_char() noexcept {
-  if (stream_ != nullptr) return std::getc(stream_);
+int Lexer::get_char() {
+  if (stream_ != nullptr) {
+    const int c = std::getc(stream_);
+    // A read error is not the end of the input (a directory opened as a
+    // file reads with EISDIR); errno is left for the caller to name.
+    if (c == EOF && std::ferror(stream_)) throw Error(K_ERROR_IO);
+    return c;
+  }
   if (*pos_ == '\0') return EOF;
   return static_cast<unsigned char>(*pos_++);
 }
@@ -178,7 +184,7 @@ bool Lexer::unget_char(int c) noexcept {
   return false;
 }
 
-int Lexer::next_token() noexcept {
+int Lexer::next_token() {
   if (pushed_count_ > 0) return pushed_[--pushed_count_];
   try {
     return read_token();
@@ -190,7 +196,7 @@ int Lexer::next_token() noexcept {
 
 // blanks: (white space | `%` any-but-newline* (newline | end of input))*
 // Returns the first character after them.
-int Lexer::skip_blanks() noexcept {
+int Lexer::skip_blanks() {
   for (;;) {
     int c = get_char();
     if (c == '\n') {
@@ -297,7 +303,10 @@ int Lexer::read_number() {
   text_.clear();
   if (stream_ != nullptr) {
     double value = 0.0;
-    if (std::fscanf(stream_, "%lg", &value) != 1) return TOKEN_ERROR;
+    if (std::fscanf(stream_, "%lg", &value) != 1) {
+      if (std::ferror(stream_)) throw Error(K_ERROR_IO);
+      return TOKEN_ERROR;
+    }
     number_ = value;
     return TOKEN_NUMBER;
   }
@@ -341,7 +350,7 @@ int Lexer::read_string() {
 // escape: `\` (newline | `"` | `'` | `?` | `\` | `a` | `b` | `f` | `n` | `r`
 //         | `t` | `v` | `x` hex-digit+ | octal-digit{1,3})
 // Leaves the byte to store in `value`.
-Lexer::Escape Lexer::read_escape(int& value) noexcept {
+Lexer::Escape Lexer::read_escape(int& value) {
   const int c = get_char();
   switch (c) {
     case '\n':

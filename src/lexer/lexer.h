@@ -58,9 +58,9 @@ class Lexer {
   /// The next token, from the pushback stack first.  Lexical errors are
   /// reported through the handler, leave their code in failure() and give
   /// TOKEN_ERROR; two are silent (a number that does not convert, `\x`
-  /// without a hexadecimal digit) and leave failure() as it was.  Never
-  /// throws.
-  int next_token() noexcept;
+  /// without a hexadecimal digit) and leave failure() as it was.  A read
+  /// error of the stream throws Error(io) with nothing reported.
+  int next_token();
   /// Gives a token back (at most two are held); the last one given back is
   /// returned first.
   void push_back(int token) noexcept;
@@ -96,8 +96,9 @@ class Lexer {
 
  private:
   // Character source: the next byte (0..255) or EOF; the terminating NUL of
-  // a string source is EOF and is never stepped over.
-  int get_char() noexcept;
+  // a string source is EOF and is never stepped over.  Throws Error(io) on
+  // a read error of the stream.
+  int get_char();
   // Gives back the character just read; giving back EOF does nothing.
   bool unget_char(int c) noexcept;
 
@@ -105,12 +106,12 @@ class Lexer {
   enum class Escape { stored, joined, failed };
 
   int read_token();
-  int skip_blanks() noexcept;
+  int skip_blanks();
   int read_name(int first);
   int read_word(int first);
   int read_number();
   int read_string();
-  Escape read_escape(int& value) noexcept;
+  Escape read_escape(int& value);
   // Reports `message` as an error, records `code` as the failure, returns
   // TOKEN_ERROR.
   int fail(const char* message, k_error_t code) noexcept;

@@ -74,6 +74,9 @@ class Domain : public Object {
   std::uint64_t node_height = 0;
   std::uint64_t grain_size = 10000;
   std::uint64_t concurrency_level = 1;
+  /// Significant digits of the numbers of tables, models and state values in
+  /// written NET text; 0 keeps the usual formats ("%G", "%.8G").
+  int net_digits = 0;
   void* backpointer = nullptr;
 
   /// Java bookkeeping of the native layer.

@@ -55,10 +55,17 @@ std::string format_number(const char* format, double value) {
   return buffer;
 }
 
-std::string format_state_value(double value) {
+std::string format_number(const char* format, double value, int digits) {
+  if (digits == 0) return format_number(format, value);
+  char buffer[64];
+  std::snprintf(buffer, sizeof buffer, "%.*G", digits, value);
+  return buffer;
+}
+
+std::string format_state_value(double value, int digits) {
   if (value <= -DBL_MAX) return "-infinity";
   if (value >= DBL_MAX) return "infinity";
-  return format_number("%.8G", value);
+  return format_number("%.8G", value, digits);
 }
 
 namespace {

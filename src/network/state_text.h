@@ -15,10 +15,14 @@ std::string quote_net_string(const std::string& text);
 /// `value` printed with the printf format `format` (one double conversion);
 /// the caller holds the "C" locale.
 std::string format_number(const char* format, double value);
+/// As above, but with `digits` significant digits ("%.*G") when `digits`
+/// is not 0; 17 digits read back as the same double.
+std::string format_number(const char* format, double value, int digits);
 
 /// A state value as NET text: "infinity" / "-infinity" at or beyond the
-/// largest finite double, "%.8G" otherwise.
-std::string format_state_value(double value);
+/// largest finite double, "%.8G" (or `digits` significant digits, when not
+/// 0) otherwise.
+std::string format_state_value(double value, int digits = 0);
 
 /// State `state` of discrete `node` as case files write a selected state:
 /// the quoted label of a label node when it is non-empty and no other state

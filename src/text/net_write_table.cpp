@@ -109,14 +109,15 @@ std::string cg_item(const NetTableText& table_text, std::uint64_t config) {
     variance = table->covariance(config, child, child);
   }
   std::string text;
-  if (mean != 0.0) text = format_number("%.8G", mean);
+  const int digits = table_text.digits;
+  if (mean != 0.0) text = format_number("%.8G", mean, digits);
   for (const Node* parent : table_text.cg_parents) {
     const double c = table == nullptr ? 0.0 : table->coefficient(config, cg_index(*table, parent));
     if (c == 0.0) continue;
     if (text.empty()) text += c < 0.0 ? "-" : "";
     else text += c < 0.0 ? " - " : " + ";
     if (std::fabs(c) != 1.0) {
-      text += format_number("%.8G", std::fabs(c));
+      text += format_number("%.8G", std::fabs(c), digits);
       text += " * ";
     }
     text += parent->name();
@@ -125,7 +126,7 @@ std::string cg_item(const NetTableText& table_text, std::uint64_t config) {
   std::string item = "normal ( ";
   item += text;
   item += ", ";
-  item += format_number("%.8G", variance);
+  item += format_number("%.8G", variance, digits);
   item += " )";
   return item;
 }
@@ -169,12 +170,12 @@ void write_net_table(TextSink& sink, const NetTableText& table_text) {
       line += cg_item(table_text, index());
     } else if (k == 0) {
       line += ' ';
-      line += format_number("%G", data == nullptr ? 0.0 : data[0]);
+      line += format_number("%G", data == nullptr ? 0.0 : data[0], table_text.digits);
     } else {
       for (std::size_t s = 0; s < layout.counts[k - 1]; ++s) {
         states[k - 1] = s;
         line += ' ';
-        line += format_number("%G", data == nullptr ? 0.0 : data[index()]);
+        line += format_number("%G", data == nullptr ? 0.0 : data[index()], table_text.digits);
       }
       states[k - 1] = 0;
     }

@@ -117,7 +117,8 @@ std::vector<const Attribute*> oldest_first(const AttributeList& list) {
 
 class NetWriter {
  public:
-  NetWriter(TextSink& sink, const Indent& indent) : out_(sink), indent_(indent) {}
+  NetWriter(TextSink& sink, const Indent& indent, int digits)
+      : out_(sink), indent_(indent), digits_(digits) {}
 
   void domain(const Domain& domain) {
     // Names are made before anything is written: generating one may fail.
@@ -180,7 +181,7 @@ class NetWriter {
         std::string values = "state_values = (";
         for (std::size_t s = 0; s < count; ++s) {
           if (s > 0) values += ' ';
-          values += format_state_value(node.state_value(s));
+          values += format_state_value(node.state_value(s), digits_);
         }
         attribute_line(values, ");\n");
       }
@@ -241,7 +242,7 @@ class NetWriter {
         text += ",\n";
         text += indent_.data;
       }
-      text += expression_to_string(model.expression(i));
+      text += expression_to_string(model.expression(i), digits_);
     }
     attribute_line(text, " );\n");
   }
@@ -250,6 +251,7 @@ class NetWriter {
     NetTableText table_text;
     table_text.table = node.table();
     table_text.row_indent = indent_.data;
+    table_text.digits = digits_;
     std::vector<Node*> discrete_parents;
     for (Node* p : parents)
       if (p->is_discrete()) discrete_parents.push_back(p);
@@ -281,6 +283,7 @@ class NetWriter {
     table_text.table = &table;
     table_text.order = written_order(table, {&parents});
     table_text.row_indent = indent_.data;
+    table_text.digits = digits_;
     attribute_line(words);
     write_net_table(out_, table_text);
   }
@@ -300,6 +303,7 @@ class NetWriter {
           if (n->is_discrete()) table_text.order.push_back(n);
     }
     table_text.row_indent = indent_.data;
+    table_text.digits = digits_;
     attribute_line("data = ");
     write_net_table(out_, table_text);
     write_all(indent_.outer, "}\n");
@@ -307,6 +311,7 @@ class NetWriter {
 
   TextSink& out_;
   const Indent& indent_;
+  int digits_;
 };
 
 }  // namespace
@@ -314,7 +319,7 @@ class NetWriter {
 void write_net_domain(const Domain& domain, TextSink& sink) {
   platform::CLocaleGuard locale;
   if (!locale.ok()) throw Error(K_ERROR_LOCALE);
-  NetWriter(sink, kDomainIndent).domain(domain);
+  NetWriter(sink, kDomainIndent, domain.net_digits).domain(domain);
 }
 
 }  // namespace kelva

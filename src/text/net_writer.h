@@ -53,6 +53,8 @@ struct NetTableText {
   std::vector<Node*> cg_parents;
   /// Indentation of every row after the first.
   const char* row_indent = "\t";
+  /// Significant digits of every number, or 0 for the usual formats.
+  int digits = 0;
 };
 
 /// Writes the nested table text of `table_text` (from the first "(" to the final

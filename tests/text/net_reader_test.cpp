@@ -5,9 +5,12 @@
 #include "text/net_reader.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -438,6 +441,60 @@ TEST(NetReader, FilesAndTheOlderFormat) {
   EXPECT_EQ(k_error_code(), K_ERROR_IO);
   EXPECT_EQ(k_net_parse_domain_string(nullptr, nullptr, nullptr), nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+}
+
+TEST(NetReader, ReadErrorsAreNotEndOfFile) {
+  // A directory opens as a file but reads with EISDIR: every reader fails
+  // with "io" instead of reading nothing.
+  const std::string dir = ::testing::TempDir() + "read_error_dir.net";
+  ASSERT_TRUE(mkdir(dir.c_str(), 0700) == 0 || errno == EEXIST);
+  EXPECT_EQ(k_net_parse_domain(dir.c_str(), nullptr, nullptr), nullptr);
+  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  Parsed net(kNet, true);
+  EXPECT_NE(k_domain_parse_case(net.d, dir.c_str(), nullptr, nullptr), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_NE(k_domain_parse_cases(net.d, dir.c_str(), nullptr, nullptr), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_NE(k_domain_parse_sas_nodes(net.d, dir.c_str(), nullptr, nullptr), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  EXPECT_EQ(k_parse_data_set(dir.c_str(), ',', nullptr, nullptr), nullptr);
+  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  rmdir(dir.c_str());
+  // A stream that cannot be read (opened for writing only).
+  TempFile file("net { }\n");
+  std::FILE* stream = std::fopen(file.path.c_str(), "w");
+  ASSERT_NE(stream, nullptr);
+  try {
+    delete read_net_domain(stream, nullptr, nullptr, nullptr);
+    ADD_FAILURE() << "a write-only stream was read";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.code(), K_ERROR_IO);
+  }
+  std::fclose(stream);
+}
+
+TEST(NetReader, NormalModelOverTheWholeLine) {
+  // "infinity" in the text is the largest double: the ends count as
+  // unbounded, so the Normal's support fits and the table is exact.
+  Parsed p(
+      "node N { states = (\"a\" \"b\" \"c\" \"d\"); subtype = interval;\n"
+      "  state_values = (-infinity -1 0 1 infinity); }\n"
+      "potential (N) { model_nodes = (); model_data = (Normal (0, 1)); }\n");
+  ASSERT_NE(p.d, nullptr) << p.messages;
+  ASSERT_EQ(k_node_generate_table(reinterpret_cast<k_node_t>(&p.node("N"))), 0)
+      << k_error_name(k_error_code());
+  const double phi_1 = 0.5 * std::erfc(1.0 / std::sqrt(2.0));  // P(X < -1)
+  const double expected[] = {phi_1, 0.5 - phi_1, 0.5 - phi_1, phi_1};
+  const Table& t = *p.node("N").table();
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_NEAR(t.data()[i], expected[i], 1e-15) << i;
+  // A range that starts at 0 still does not hold the Normal.
+  Parsed half(
+      "node N { states = (\"a\" \"b\"); subtype = interval;\n"
+      "  state_values = (0 1 infinity); }\n"
+      "potential (N) { model_nodes = (); model_data = (Normal (0, 1)); }\n");
+  ASSERT_NE(half.d, nullptr) << half.messages;
+  EXPECT_NE(k_node_generate_table(reinterpret_cast<k_node_t>(&half.node("N"))), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_INSUFFICIENT_STATE_RANGE);
 }
 
 TEST(NetReader, WriteReadWriteGivesTheSameText) {

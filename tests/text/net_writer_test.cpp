@@ -594,5 +594,67 @@ TEST(NetWriter, SharedNetworksRoundTrip) {
   EXPECT_GT(written, 0) << "the reader accepted none of " << files.size() << " files in " << dir;
 }
 
+// With 17 digits every number reads back bit for bit: alarm's tables and
+// P(e) equal the original's, numbers of CG items, state values and models
+// are written in full, and writing again gives the same bytes.
+TEST(NetWriter, SeventeenDigitsReadBackExactly) {
+  const char* env = std::getenv("KELVA_SHARED_DIR");
+  const std::filesystem::path alarm =
+      std::filesystem::path(env != nullptr ? env : KELVA_DEFAULT_SHARED_DIR) / "nets" / "alarm.net";
+  if (!std::filesystem::exists(alarm)) GTEST_SKIP() << "no " << alarm;
+  const k_domain_t small = k_net_parse_domain_string(
+      "node A { states = (\"a\" \"b\"); } continuous node X { }\n"
+      "node N { states = (\"lo\" \"hi\"); subtype = interval; state_values = (0 0.1 infinity); }\n"
+      "potential (A) { data = (0.1 0.9); }\n"
+      "potential (X | A) { data = (normal (0.1, 0.2) normal (1, 1)); }\n"
+      "potential (N) { model_nodes = (); model_data = (Uniform (0, 0.1)); }\n",
+      nullptr, nullptr);
+  const k_domain_t original = k_net_parse_domain(alarm.c_str(), nullptr, nullptr);
+  ASSERT_NE(small, nullptr);
+  ASSERT_NE(original, nullptr);
+  EXPECT_EQ(k_domain_get_net_digits(original), 0);
+  EXPECT_NE(k_domain_set_net_digits(original, 18), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(k_domain_get_net_digits(nullptr), -1);
+  std::vector<std::string> texts;
+  for (const k_domain_t d : {small, original}) {
+    ASSERT_EQ(k_domain_set_net_digits(d, 17), 0);
+    char* once = k_domain_to_net_string(d);
+    const k_domain_t copy = k_net_parse_domain_string(once, nullptr, nullptr);
+    ASSERT_NE(copy, nullptr) << once;
+    ASSERT_EQ(k_domain_set_net_digits(copy, 17), 0);
+    char* twice = k_domain_to_net_string(copy);
+    EXPECT_STREQ(once, twice);
+    texts.emplace_back(once);
+    std::free(once);
+    std::free(twice);
+    if (d == original) {
+      for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n)) {
+        const Table& a = *reinterpret_cast<Node*>(n)->table();
+        const Table& b =
+            *reinterpret_cast<Node*>(k_domain_get_node_by_name(copy, k_node_get_name(n)))->table();
+        EXPECT_TRUE(std::equal(a.data(), a.data() + a.size(), b.data(), b.data() + b.size()))
+            << k_node_get_name(n);
+      }
+      double pe[2];
+      for (int i = 0; i < 2; ++i) {
+        const k_domain_t x = i == 0 ? d : copy;
+        ASSERT_EQ(k_domain_compile(x), 0);
+        ASSERT_EQ(k_node_select_state(k_domain_get_node_by_name(x, "HR"), 2), 0);
+        ASSERT_EQ(k_domain_propagate(x, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+        pe[i] = k_domain_get_normalization_constant(x);
+      }
+      EXPECT_EQ(pe[0], pe[1]);
+    }
+    k_domain_delete(copy);
+    k_domain_delete(d);
+  }
+  for (const char* part : {"state_values = (0 0.10000000000000001 infinity);",
+                           "normal ( 0.10000000000000001, 0.20000000000000001 )",
+                           "model_data = ( Uniform (0, 0.10000000000000001) );",
+                           "( 0.10000000000000001 0.90000000000000002 );"})
+    EXPECT_NE(texts[0].find(part), std::string::npos) << part << "\n" << texts[0];
+}
+
 }  // namespace
 }  // namespace kelva

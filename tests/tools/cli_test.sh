@@ -108,6 +108,10 @@ run convert_again convert "$work/asia1.net" -o "$work/asia2.net"
 expect_status convert_again 0
 checks=$((checks + 1))
 cmp -s "$work/asia1.net" "$work/asia2.net" || fail "convert: a second conversion changed the file"
+# --digits 17 writes table numbers in full (0.7 is not 0.7 in binary).
+run convert_digits convert --example asia -o "$work/asia17.net" --digits 17
+expect_status convert_digits 0
+grep -q '0\.69999999999999996' "$work/asia17.net" || fail "convert --digits 17: numbers cut short"
 run nodes_file nodes "$work/asia1.net" --format tsv
 expect_status nodes_file 0
 checks=$((checks + 1))

@@ -1,4 +1,5 @@
-// `kelva convert`: read a network, write it as a NET file.
+// `kelva convert`: read a network, write it as a NET file (numbers in the
+// usual short formats, or with --digits N significant digits).
 
 #include "cli_error.h"
 #include "commands.h"
@@ -9,6 +10,7 @@ namespace kelva::cli {
 
 void run_convert(const Options& options) {
   DomainHandle domain = open_network(options.source, Progress(options.quiet));
+  if (options.digits != 0) checked(k_domain_set_net_digits(domain.get(), options.digits));
   checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output,
                FileUse::write);
 }

@@ -37,6 +37,11 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
     {"-o OUT.net", "where convert and learn write the network, sample the\ndata file",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn)},
+    {"--digits N",
+     "significant digits of convert's table and model numbers:\n"
+     "0 (default) keeps the NET format's own (\"%G\" for tables),\n"
+     "17 writes numbers that read back bit for bit",
+     bit(Command::convert)},
     {"--case FILE",
      "evidence for beliefs from a single-case file (lines\n"
      "NODE: STATE), entered before the --set items",
@@ -131,10 +136,10 @@ Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
-    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--quiet]",
+    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--digits N] [--quiet]",
      "read a network and write it as a NET file",
      "Output of convert: the NET file OUT.net; nothing is printed.\n",
-     "kelva convert --example asia -o asia.net"},
+     "kelva convert --example asia -o asia.net --digits 17"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "
      "[--quiet]",

@@ -179,6 +179,9 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, {Command::compile, Command::learn}, "--log");
       if (value->empty()) throw UsageError("--log needs a file name");
       options.log = *value;
+    } else if (auto value = option_value(args, i, "--digits")) {
+      only_for(options, Command::convert, "--digits");
+      options.digits = static_cast<int>(parse_count(*value, "--digits", 0, 17));
     } else if (auto value = option_value(args, i, "-o")) {
       only_for(options, {Command::convert, Command::sample, Command::learn}, "-o");
       options.output = *value;

@@ -62,6 +62,9 @@ struct Options {
   k_triangulation_method_t method = K_TM_BEST_GREEDY;
   /// The log file `compile` and `learn` write (none when empty).
   std::string log;
+  /// `convert --digits`: significant digits of the numbers written (0: the
+  /// usual NET formats; 17 reads back exactly).
+  int digits = 0;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

@@ -758,6 +758,29 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Sets how many significant digits {@link #saveAsNet} and {@link
+   * #toNetString} give the numbers of tables, models and state values: 0 (the
+   * default) keeps the usual short formats, 17 writes numbers that read back
+   * exactly.
+   *
+   * @param digits 0 to 17
+   * @throws KelvaException "usage" for a count outside 0 to 17
+   */
+  public void setNetDigits(int digits) {
+    check(kDomainSetNetDigits(handle, digits));
+  }
+
+  /**
+   * The digits set by {@link #setNetDigits} (0 for a new domain).
+   *
+   * @return the count of significant digits, 0 for the usual formats
+   * @throws KelvaException when the domain is closed
+   */
+  public int getNetDigits() {
+    return check(kDomainGetNetDigits(handle));
+  }
+
+  /**
    * The file the domain was read from or last saved to.
    *
    * @return the file name, or null when there is none
