@@ -16,14 +16,8 @@ k_error_t k_error_code(void) {
   return static_cast<k_error_t>(static_cast<const kelva::ErrorEntry*>(slot)->code);
 }
 
-const char* k_error_name(k_error_t code) {
-  const kelva::ErrorEntry* e = kelva::find_error(code);
-  return e != nullptr ? e->name : "no_such_error";
-}
+const char* k_error_name(k_error_t code) { return kelva::error_name(code); }
 
-const char* k_error_description(k_error_t code) {
-  const kelva::ErrorEntry* e = kelva::find_error(code);
-  return e != nullptr ? e->description : "No such error.";
-}
+const char* k_error_description(k_error_t code) { return kelva::error_description(code); }
 
 }  // extern "C"

@@ -37,10 +37,18 @@ const ErrorEntry* find_error(int code) noexcept {
   return e.name != nullptr ? &e : nullptr;
 }
 
-const char* Error::what() const noexcept {
-  if (!message_.empty()) return message_.c_str();
-  const ErrorEntry* e = find_error(code_);
+const char* error_name(int code) noexcept {
+  const ErrorEntry* e = find_error(code);
   return e != nullptr ? e->name : "no_such_error";
+}
+
+const char* error_description(int code) noexcept {
+  const ErrorEntry* e = find_error(code);
+  return e != nullptr ? e->description : "No such error.";
+}
+
+const char* Error::what() const noexcept {
+  return message_.empty() ? error_name(code_) : message_.c_str();
 }
 
 }  // namespace kelva

@@ -19,6 +19,11 @@ struct ErrorEntry {
 /// above 48, or one of the reserved 44..46).
 const ErrorEntry* find_error(int code) noexcept;
 
+/// The name and description of `code`, or "no_such_error" and "No such
+/// error." for a code outside the table.
+const char* error_name(int code) noexcept;
+const char* error_description(int code) noexcept;
+
 /// A failure inside the engine: a code and, optionally, a message that says
 /// more.  Thrown by engine code and turned into the thread's error code at
 /// the C boundary (capi/boundary.h); never crosses it.

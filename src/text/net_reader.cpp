@@ -45,10 +45,7 @@ void net_fail(Lexer& lexer, const std::string& message, int token) {
 }
 
 void net_api_fail(Lexer& lexer, k_error_t code) {
-  const ErrorEntry* entry = find_error(code);
-  lexer.report_error(
-      net_message("API error: %s", entry != nullptr ? entry->description : "No such error.")
-          .c_str());
+  lexer.report_error(net_message("API error: %s", error_description(code)).c_str());
   throw Error(code);
 }
 
