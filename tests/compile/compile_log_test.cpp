@@ -145,18 +145,6 @@ TEST(CompileLog, WholeLogsMatchTheExpectedOnes) {
   }
 }
 
-TEST(CompileLog, ChordalNetworksGetNoFillInUnderAnyMethod) {
-  for (k_triangulation_method_t method : {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE,
-                                          K_TM_FILL_IN_WEIGHT, K_TM_BEST_GREEDY}) {
-    for (const char* net : {"chordal.net", "two_parts.net", "chain.net"}) {
-      SCOPED_TRACE(std::string(net) + " method " + std::to_string(method));
-      const std::string log = logged_run(net, triangulate(method));
-      EXPECT_EQ(log.find("fill-in between"), std::string::npos);
-      EXPECT_NE(log.find("Elimination sequence:"), std::string::npos);
-    }
-  }
-}
-
 TEST(CompileLog, InvalidOrdersAreRefusedWithoutAnyChange) {
   DomainPtr mixed = load("mixed.net");
   DomainPtr other = load("mixed.net");

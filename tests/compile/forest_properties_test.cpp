@@ -1,9 +1,13 @@
-// Properties of the junction forest, checked from the outside: the moral graph
-// is rebuilt here from parents and children, the triangulated graph is the
-// union of the cliques read back through the C API, and chordality, minimality,
-// running intersection and the elimination order are tested with algorithms of
-// this file's own.  Runs over every shared network and a few networks built
-// here (function, utility and continuous nodes, disconnected parts).
+// Properties of triangulations and junction forests, checked with graph
+// algorithms of this file's own.  The forest is checked from the outside:
+// the moral graph is rebuilt here from parents and children, the
+// triangulated graph is the union of the cliques read back through the C
+// API, and chordality, minimality, running intersection and the elimination
+// order are tested, over every shared network and a few networks built here
+// (function, utility and continuous nodes, disconnected parts).  Random
+// graphs (moral graphs of random DAGs, mixed ones included, and arbitrary
+// undirected graphs) are triangulated by every method and by random user
+// orders, and checked against a brute-force reading of the result.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -11,12 +15,18 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <map>
+#include <random>
+#include <set>
 #include <sstream>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "common/shared_nets.h"
+#include "compile/elimination.h"
+#include "compile/fixtures.h"
+#include "compile/triangulate.h"
 #include "kelva/kelva.h"
 
 namespace kelva::test {
@@ -450,6 +460,7 @@ void check_all_methods(k_domain_t domain, const std::string& what, bool direct_m
     SCOPED_TRACE(what + ", method " + std::to_string(method));
     ASSERT_EQ(k_domain_triangulate(domain, method), 0) << k_error_name(k_error_code());
     EXPECT_EQ(check_forest(domain, direct_minimality), "");
+    check_forest_records(capi::get(domain));
     const double cost = clique_cost(domain);
     if (method == K_TM_BEST_GREEDY) best_greedy = cost;
     else if (cheapest_single == 0.0 || cost < cheapest_single) cheapest_single = cost;
@@ -537,6 +548,189 @@ TEST(ForestProperties, OwnNetworks) {
                          std::string("Q").append(std::to_string(i)).c_str(), {ring.back()}));
     add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q7", {ring.front(), ring.back()});
     check_all_methods(d.get(), "cycle", true);
+  }
+}
+
+// The maximal cliques of a graph of at most 32 vertices, as sorted lists.
+std::set<std::vector<std::size_t>> maximal_cliques(const Graph& g) {
+  std::set<std::vector<std::size_t>> result;
+  for (uint64_t bits = 1; bits < (uint64_t{1} << g.size()); ++bits) {
+    const Bits set{bits};
+    bool maximal = complete(g, set);
+    for (std::size_t v = 0; v < g.size() && maximal; ++v)
+      maximal = (bits >> v & 1u) || !subset(set, g.row(v));
+    if (maximal) result.insert(members_of(set));
+  }
+  return result;
+}
+
+// Checks one triangulation of `graph` (of at most 32 vertices); `minimal`
+// for the greedy methods.
+void check(const MoralGraph& graph, const Triangulation& t, bool minimal, const std::string& what) {
+  SCOPED_TRACE(what);
+  const std::size_t n = graph.size();
+  Graph g(n), h(n);
+  for (std::size_t v = 0; v < n; ++v)
+    for (std::uint32_t w : graph.neighbours[v]) g.add(v, w);
+  std::set<std::pair<std::size_t, std::size_t>> seen;
+  for (auto [a, b] : t.links) {
+    const std::size_t i = graph.position.at(a), j = graph.position.at(b);
+    ASSERT_NE(i, j);
+    ASSERT_TRUE(seen.insert({std::min(i, j), std::max(i, j)}).second) << "link twice";
+    h.add(i, j);
+  }
+  for (std::size_t v = 0; v < n; ++v)
+    ASSERT_TRUE(subset(Bits{g.row(v)[0]}, h.row(v))) << "moral link lost";
+  ASSERT_TRUE(chordal(h));
+
+  // The order is a perfect elimination ordering, continuous vertices first.
+  ASSERT_EQ(t.elimination_order.size(), n);
+  std::vector<std::size_t> order;
+  bool discrete_seen = false;
+  for (Node* node : t.elimination_order) {
+    order.push_back(graph.position.at(node));
+    ASSERT_EQ(std::count(order.begin(), order.end(), order.back()), 1) << "vertex twice";
+    discrete_seen = discrete_seen || node->is_discrete();
+    ASSERT_FALSE(discrete_seen && node->is_continuous()) << "continuous after discrete";
+  }
+  ASSERT_TRUE(perfect_elimination(h, order));
+
+  // The cliques are exactly the maximal cliques, each once; the cost is
+  // their weight.
+  std::set<std::vector<std::size_t>> found;
+  double cost = 0.0;
+  for (const auto& clique : t.cliques) {
+    std::vector<std::size_t> set;
+    for (Node* node : clique) set.push_back(graph.position.at(node));
+    std::sort(set.begin(), set.end());
+    ASSERT_TRUE(found.insert(set).second) << "clique twice";
+    cost += node_set_weight(clique);
+  }
+  EXPECT_EQ(found, maximal_cliques(h));
+  EXPECT_DOUBLE_EQ(t.cost, cost);
+
+  if (!minimal) return;
+  for (std::size_t i = 0; i < n; ++i)
+    for (std::size_t j : h.neighbours(i))
+      if (j > i && !g.has(i, j)) {
+        h.remove(i, j);
+        EXPECT_FALSE(chordal(h)) << "fill-in " << graph.vertices[i]->name() << "-"
+                                 << graph.vertices[j]->name() << " is redundant";
+        h.add(i, j);
+      }
+}
+
+// A random network of `n` nodes: some continuous (only with continuous
+// children), the rest discrete with 1 to 4 states.
+std::string random_dag(std::mt19937& rng, int n, bool mixed, double density) {
+  std::uniform_real_distribution<double> unit(0.0, 1.0);
+  std::vector<bool> continuous(n);
+  std::string text;
+  for (int i = 0; i < n; ++i) {
+    // Continuous nodes come last, so that no discrete node gets a continuous
+    // parent.
+    continuous[i] = mixed && i >= n / 2 && unit(rng) < 0.7;
+    const std::string name = std::string("N") + std::to_string(i);
+    if (continuous[i]) {
+      text += "continuous node " + name + " { }\n";
+    } else {
+      text += "node " + name + " { states = (";
+      const int states = 1 + static_cast<int>(rng() % 4);
+      for (int s = 0; s < states; ++s) text += std::string(" \"s") + std::to_string(s) + "\"";
+      text += " ); }\n";
+    }
+  }
+  for (int i = 0; i < n; ++i) {
+    std::string discrete_parents, continuous_parents;
+    for (int j = 0; j < i; ++j) {
+      if (unit(rng) >= density || (continuous[j] && !continuous[i])) continue;
+      (continuous[j] ? continuous_parents : discrete_parents) +=
+          std::string(" N") + std::to_string(j);
+    }
+    text += std::string("potential (N") + std::to_string(i) + " |" + discrete_parents +
+            continuous_parents + ") { }\n";
+  }
+  return text;
+}
+
+void check_triangulations(const MoralGraph& graph, std::mt19937& rng, const std::string& what) {
+  for (k_triangulation_method_t method : kMethods) {
+    CompileLog silent(nullptr);
+    check(graph, triangulate(graph, method, silent), true,
+          what + " method " + std::to_string(method));
+  }
+  // A random user order, continuous nodes first.
+  std::vector<Node*> order = graph.vertices;
+  std::shuffle(order.begin(), order.end(), rng);
+  std::partition(order.begin(), order.end(), [](Node* x) { return x->is_continuous(); });
+  CompileLog silent(nullptr);
+  const Triangulation t = triangulate_by_order(graph, order, silent);
+  check(graph, t, false, what + " user order");
+  EXPECT_EQ(t.elimination_order, order);
+
+  // The same order thinned: random orders leave many redundant fill-ins.
+  EliminationInput input{graph.vertices, graph.neighbours};
+  for (auto& list : input.adjacency) std::sort(list.begin(), list.end());
+  std::vector<std::uint32_t> positions, rank(graph.size());
+  for (Node* node : order) positions.push_back(graph.position.at(node));
+  EliminationResult thinned = eliminate_in_order(input, positions, silent, [](std::size_t) {});
+  remove_redundant_fill_ins(input, thinned, silent);
+  Triangulation as_result;
+  auto adjacency = input.adjacency;
+  for (auto [a, b] : thinned.fill_ins) {
+    adjacency[a].push_back(b);
+    adjacency[b].push_back(a);
+  }
+  std::vector<bool> discrete(graph.size());
+  for (std::uint32_t v = 0; v < graph.size(); ++v) {
+    std::sort(adjacency[v].begin(), adjacency[v].end());
+    for (std::uint32_t w : adjacency[v])
+      if (w > v) as_result.links.emplace_back(graph.vertices[v], graph.vertices[w]);
+    discrete[v] = graph.vertices[v]->is_discrete();
+    rank[positions[v]] = v;
+  }
+  for (const auto& clique : thinned.cliques) {
+    as_result.cliques.emplace_back();
+    for (std::uint32_t v : clique) as_result.cliques.back().push_back(graph.vertices[v]);
+  }
+  as_result.cost = cliques_cost(graph.vertices, thinned.cliques);
+  for (std::uint32_t v : chordal_elimination_order(adjacency, discrete, rank))
+    as_result.elimination_order.push_back(graph.vertices[v]);
+  check(graph, as_result, true, what + " user order thinned");
+}
+
+TEST(TriangulationProperty, RandomNetworksAndGraphs) {
+  std::mt19937 rng(20261122);
+  for (int round = 0; round < 150; ++round) {
+    const int n = 2 + static_cast<int>(rng() % 10);
+    const bool mixed = round % 3 == 0;
+    const double density = 0.15 + 0.1 * (round % 5);
+    NetDomain net(random_dag(rng, n, mixed, density));
+    MoralGraph graph;
+    CompileLog silent(nullptr);
+    graph = build_moral_graph(net.domain(), silent);
+    check_triangulations(graph, rng, std::string("DAG round ") + std::to_string(round));
+    if (HasFatalFailure()) return;
+  }
+  // Arbitrary undirected graphs over discrete nodes with mixed state counts.
+  for (int round = 0; round < 150; ++round) {
+    const int n = 3 + static_cast<int>(rng() % 10);
+    std::string text;
+    std::vector<std::string> names;
+    for (int i = 0; i < n; ++i) {
+      names.push_back(std::string("V") + std::to_string(i));
+      text += discrete_nodes({names.back()}, 1 + static_cast<int>(rng() % 3));
+    }
+    NetDomain net(text);
+    std::vector<std::pair<std::string, std::string>> links;
+    const double density = 0.2 + 0.1 * (round % 5);
+    for (int i = 0; i < n; ++i)
+      for (int j = i + 1; j < n; ++j)
+        if (std::uniform_real_distribution<double>(0, 1)(rng) < density)
+          links.emplace_back(names[i], names[j]);
+    const MoralGraph graph = graph_with_links(net.domain(), links);
+    check_triangulations(graph, rng, std::string("graph round ") + std::to_string(round));
+    if (HasFatalFailure()) return;
   }
 }
 

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <random>
 #include <string>
@@ -15,18 +14,98 @@
 
 #include "common/expect_code.h"
 #include "common/fail_new.h"
-#include "common/shared_nets.h"
-#include "compile/compile_log.h"
-#include "compile/forest_fixture.h"
+#include "compile/fixtures.h"
 #include "compile/forest_log.h"
-#include "compile/moral_graph.h"
-#include "compile/triangulate.h"
-#include "kelva/kelva.h"
-#include "network/domain.h"
-#include "table/size.h"
 #include "table/table.h"
 
 namespace kelva {
+
+namespace test {
+
+// The cliques holding `table`.
+static bool holds(const Clique& clique, const Table& table) {
+  for (Node* n : table.nodes())
+    if (!clique.members.contains(n)) return false;
+  return true;
+}
+
+// The cliques holding a node are connected and lie in one tree, separators
+// are the intersections, and clique tables lead with the parent separator.
+void check_forest_records(const Domain& domain) {
+  const Forest& forest = *domain.forest();
+  for (const auto& c : forest.cliques) {
+    const Clique& clique = *c;
+    // Discrete members first; the number order puts parents first.
+    for (std::size_t i = 0; i < clique.members.size(); ++i)
+      EXPECT_EQ(clique.members[i]->is_discrete(), i < clique.discrete_members);
+    EXPECT_EQ(clique.tree->cliques.contains(&clique), true);
+    if (clique.parent == nullptr) {
+      EXPECT_EQ(clique.tree->root, &clique);
+      continue;
+    }
+    EXPECT_LT(clique.parent->number, clique.number);
+    EXPECT_EQ(clique.parent->tree, clique.tree);
+    const Separator& sep = *clique.links[0].separator;
+    EXPECT_EQ(sep.child, &clique);
+    std::vector<Node*> shared;
+    for (Node* n : clique.parent->members)
+      if (clique.members.contains(n)) shared.push_back(n);
+    EXPECT_EQ(std::vector<Node*>(sep.members.begin(), sep.members.end()), shared);
+    EXPECT_FALSE(shared.empty());
+    // The separator's discrete members lead the clique table, in order.
+    std::size_t lead = 0;
+    for (Node* n : shared)
+      if (n->is_discrete()) {
+        EXPECT_EQ(clique.members[lead++], n);
+      }
+    bool separator_discrete = true;
+    bool residual_continuous = true;
+    for (Node* n : clique.members) {
+      if (sep.members.contains(n)) separator_discrete &= n->is_discrete();
+      else residual_continuous &= n->is_continuous();
+    }
+    EXPECT_TRUE(separator_discrete || residual_continuous) << "clique " << clique.number;
+  }
+  for (const NodeSlot& slot : forest.nodes) {
+    const Node& node = *slot.node;
+    ASSERT_NE(slot.tree, nullptr) << node.name();
+    if (node.kind() != K_KIND_OTHER) {
+      std::size_t tops = 0;  // cliques holding the node whose parent does not
+      for (const auto& c : forest.cliques)
+        if (c->members.contains(slot.node)) {
+          EXPECT_EQ(c->tree, slot.home->tree);
+          tops += c->parent == nullptr || !c->parent->members.contains(slot.node);
+          EXPECT_GE(c->discrete_size, slot.home->discrete_size);
+        }
+      EXPECT_EQ(tops, 1u) << node.name();
+    }
+    const Table* table = node.table();
+    if (table == nullptr) {
+      EXPECT_EQ(slot.assigned, nullptr);
+      continue;
+    }
+    ASSERT_NE(slot.assigned, nullptr) << node.name();
+    EXPECT_TRUE(holds(*slot.assigned, *table));
+    EXPECT_EQ(slot.assigned_plan.large_size(), slot.assigned->table->size());
+    EXPECT_EQ(slot.assigned_plan.small_size(), table->size());
+    if (node.is_continuous()) {
+      const Clique* parent = slot.assigned->parent;
+      EXPECT_TRUE(parent == nullptr || !holds(*parent, *table)) << node.name();
+      continue;
+    }
+    // No clique that holds the table is better, nor as good and earlier.
+    for (const auto& c : forest.cliques) {
+      if (!holds(*c, *table) || (node.is_discrete() && !c->members.contains(slot.node))) continue;
+      const bool earlier = c->number < slot.assigned->number;
+      const auto key = std::make_pair(c->discrete_size, c->cg_entries);
+      const auto mine = std::make_pair(slot.assigned->discrete_size, slot.assigned->cg_entries);
+      EXPECT_TRUE(key > mine || (key == mine && !earlier)) << node.name();
+    }
+  }
+}
+
+}  // namespace test
+
 namespace {
 
 using test::build_forest;
@@ -34,18 +113,7 @@ using test::eliminate;
 using test::eliminate_greedily;
 using test::LogCapture;
 using test::named;
-
-// A domain read from NET text, deleted at the end of the test.
-struct NetDomain {
-  k_domain_t d;
-  explicit NetDomain(const char* text) : d(k_net_parse_domain_string(text, nullptr, nullptr)) {
-    EXPECT_NE(d, nullptr) << k_error_name(k_error_code());
-  }
-  ~NetDomain() { k_domain_delete(d); }
-  NetDomain(const NetDomain&) = delete;
-  NetDomain& operator=(const NetDomain&) = delete;
-  Domain& domain() const { return *reinterpret_cast<Domain*>(d); }
-};
+using test::NetDomain;
 
 std::vector<std::string> names(const NodeList& nodes) {
   std::vector<std::string> result;
@@ -142,7 +210,7 @@ TEST(JunctionForest, TwoPartsLogTreesAndTies) {
   EXPECT_EQ(names(forest.elimination_order), (std::vector<std::string>{"B", "C", "A", "D"}));
 
   // Uncompiling frees the forest and forgets every slot.
-  EXPECT_EQ(k_domain_uncompile(net.d), 0);
+  EXPECT_EQ(k_domain_uncompile(net.handle()), 0);
   for (Node* n = domain.first_node(); n != nullptr; n = n->next)
     EXPECT_EQ(n->forest_slot, Node::kNoSlot);
 }
@@ -212,8 +280,8 @@ TEST(JunctionForest, StrongRootOfCgTree) {
   const Forest& forest = *domain.forest();
   EXPECT_EQ(forest.cliques[0]->cg_entries, 2u);
   EXPECT_EQ(forest.cliques[1]->cg_entries, 5u);
-  EXPECT_EQ(k_jt_get_total_size(k_domain_get_first_junction_tree(net.d)), 6u);
-  EXPECT_EQ(k_jt_get_total_cg_size(k_domain_get_first_junction_tree(net.d)), 18u);
+  EXPECT_EQ(k_jt_get_total_size(k_domain_get_first_junction_tree(net.handle())), 6u);
+  EXPECT_EQ(k_jt_get_total_cg_size(k_domain_get_first_junction_tree(net.handle())), 18u);
   // Y's home is the smaller clique, X's the first of two of equal size.
   EXPECT_EQ(forest.nodes[named(domain, "Y")->forest_slot].home, forest.cliques[1].get());
   EXPECT_EQ(forest.nodes[named(domain, "X")->forest_slot].home, forest.cliques[1].get());
@@ -251,90 +319,6 @@ k_domain_t random_domain(std::mt19937& rng, bool continuous) {
   return d;
 }
 
-// The cliques holding `table`.
-bool holds(const Clique& clique, const Table& table) {
-  for (Node* n : table.nodes())
-    if (!clique.members.contains(n)) return false;
-  return true;
-}
-
-// Every tree has the running-intersection property (the cliques holding a
-// node are connected, and all lie in one tree), separators are the
-// intersections, CG trees have strong roots, clique tables lead with the
-// parent separator, and every table sits where the assignment rules say.
-void check_forest(const Domain& domain) {
-  const Forest& forest = *domain.forest();
-  for (const auto& c : forest.cliques) {
-    const Clique& clique = *c;
-    // Discrete members first; the number order puts parents first.
-    for (std::size_t i = 0; i < clique.members.size(); ++i)
-      EXPECT_EQ(clique.members[i]->is_discrete(), i < clique.discrete_members);
-    EXPECT_EQ(clique.tree->cliques.contains(&clique), true);
-    if (clique.parent == nullptr) {
-      EXPECT_EQ(clique.tree->root, &clique);
-      continue;
-    }
-    EXPECT_LT(clique.parent->number, clique.number);
-    EXPECT_EQ(clique.parent->tree, clique.tree);
-    const Separator& sep = *clique.links[0].separator;
-    EXPECT_EQ(sep.child, &clique);
-    std::vector<Node*> shared;
-    for (Node* n : clique.parent->members)
-      if (clique.members.contains(n)) shared.push_back(n);
-    EXPECT_EQ(std::vector<Node*>(sep.members.begin(), sep.members.end()), shared);
-    EXPECT_FALSE(shared.empty());
-    // The separator's discrete members lead the clique table, in order.
-    std::size_t lead = 0;
-    for (Node* n : shared)
-      if (n->is_discrete()) {
-        EXPECT_EQ(clique.members[lead++], n);
-      }
-    bool separator_discrete = true;
-    bool residual_continuous = true;
-    for (Node* n : clique.members) {
-      if (sep.members.contains(n)) separator_discrete &= n->is_discrete();
-      else residual_continuous &= n->is_continuous();
-    }
-    EXPECT_TRUE(separator_discrete || residual_continuous) << "clique " << clique.number;
-  }
-  for (const NodeSlot& slot : forest.nodes) {
-    const Node& node = *slot.node;
-    ASSERT_NE(slot.tree, nullptr) << node.name();
-    if (node.kind() != K_KIND_OTHER) {
-      std::size_t tops = 0;  // cliques holding the node whose parent does not
-      for (const auto& c : forest.cliques)
-        if (c->members.contains(slot.node)) {
-          EXPECT_EQ(c->tree, slot.home->tree);
-          tops += c->parent == nullptr || !c->parent->members.contains(slot.node);
-          EXPECT_GE(c->discrete_size, slot.home->discrete_size);
-        }
-      EXPECT_EQ(tops, 1u) << node.name();
-    }
-    const Table* table = node.table();
-    if (table == nullptr) {
-      EXPECT_EQ(slot.assigned, nullptr);
-      continue;
-    }
-    ASSERT_NE(slot.assigned, nullptr) << node.name();
-    EXPECT_TRUE(holds(*slot.assigned, *table));
-    EXPECT_EQ(slot.assigned_plan.large_size(), slot.assigned->table->size());
-    EXPECT_EQ(slot.assigned_plan.small_size(), table->size());
-    if (node.is_continuous()) {
-      const Clique* parent = slot.assigned->parent;
-      EXPECT_TRUE(parent == nullptr || !holds(*parent, *table)) << node.name();
-      continue;
-    }
-    // No clique that holds the table is better, nor as good and earlier.
-    for (const auto& c : forest.cliques) {
-      if (!holds(*c, *table) || (node.is_discrete() && !c->members.contains(slot.node))) continue;
-      const bool earlier = c->number < slot.assigned->number;
-      const auto key = std::make_pair(c->discrete_size, c->cg_entries);
-      const auto mine = std::make_pair(slot.assigned->discrete_size, slot.assigned->cg_entries);
-      EXPECT_TRUE(key > mine || (key == mine && !earlier)) << node.name();
-    }
-  }
-}
-
 TEST(JunctionForest, RandomNetworksHaveValidTrees) {
   std::mt19937 rng(20261122);
   for (int round = 0; round < 300; ++round) {
@@ -346,45 +330,12 @@ TEST(JunctionForest, RandomNetworksHaveValidTrees) {
                                                 K_TM_BEST_GREEDY};
     ASSERT_EQ(k_domain_triangulate(d, methods[round % 5]), 0)
         << "round " << round << ": " << k_error_name(k_error_code());
-    check_forest(domain);
+    test::check_forest_records(domain);
     // Every chance and utility node now has a table.
     for (Node* n = domain.first_node(); n != nullptr; n = n->next)
       EXPECT_EQ(n->table() != nullptr, n->category() != K_CATEGORY_DECISION);
     k_domain_delete(d);
     if (testing::Test::HasFailure()) FAIL() << "round " << round;
-  }
-}
-
-// Every shared network the reader accepts gets a sound forest from its
-// best-greedy triangulation (those whose tables would take more than
-// 400 MB are left out); the large ones report their construction time.
-TEST(JunctionForest, SharedNetworks) {
-  const auto nets = test::shared_nets();
-  if (nets.empty()) GTEST_SKIP() << "no shared networks in " << test::shared_dir();
-  for (const auto& file : nets) {
-    test::DomainHandle net(test::parse_net_quietly(file));
-    if (!net) continue;
-    Domain& domain = *reinterpret_cast<Domain*>(net.get());
-    CompileLog silent(nullptr);
-    const Triangulation t =
-        triangulate(build_moral_graph(domain, silent), K_TM_BEST_GREEDY, silent);
-    // munin1's tables take about 1.5 GB: too much for every test run.
-    if (t.cost > 5e7) {
-      std::printf("%-28s skipped: triangulation cost %.0f\n", file.stem().c_str(), t.cost);
-      continue;
-    }
-    const auto start = std::chrono::steady_clock::now();
-    ASSERT_EQ(build_forest(domain, t), 0) << file << ": " << k_error_name(k_error_code());
-    const double ms =
-        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
-    check_forest(domain);
-    if (t.cliques.size() >= 100) {
-      std::uint64_t total = 0;
-      for (const auto& c : domain.forest()->cliques) total = sat_add(total, c->discrete_size);
-      std::printf("%-28s %5zu cliques, %3zu trees, total size %12llu, built in %7.1f ms\n",
-                  file.stem().c_str(), t.cliques.size(), domain.forest()->trees.size(),
-                  static_cast<unsigned long long>(total), ms);
-    }
   }
 }
 
@@ -425,7 +376,7 @@ TEST(JunctionForest, ChainComponentsAndUtilities) {
     EXPECT_EQ(slot.assigned, nullptr);
     EXPECT_NE(slot.home, nullptr);
   }
-  check_forest(domain);
+  test::check_forest_records(domain);
 }
 
 TEST(JunctionForest, Queries) {
@@ -446,12 +397,12 @@ TEST(JunctionForest, Queries) {
   EXPECT_TRUE(usage(k_clique_get_junction_tree(nullptr) == nullptr));
   EXPECT_TRUE(usage(k_node_get_junction_tree(nullptr) == nullptr));
   // A handle of the wrong sort is refused.
-  EXPECT_TRUE(usage(k_jt_get_root(reinterpret_cast<k_junction_tree_t>(net.d)) == nullptr));
-  EXPECT_NULL_WITH(k_domain_get_first_junction_tree(net.d), K_ERROR_NONE);
+  EXPECT_TRUE(usage(k_jt_get_root(reinterpret_cast<k_junction_tree_t>(net.handle())) == nullptr));
+  EXPECT_NULL_WITH(k_domain_get_first_junction_tree(net.handle()), K_ERROR_NONE);
   EXPECT_NULL_WITH(k_node_get_junction_tree(a), K_ERROR_NOT_COMPILED);
 
   ASSERT_EQ(build_forest(domain, eliminate(domain, named(domain, {"B", "C", "A", "D"}))), 0);
-  k_junction_tree_t first = k_domain_get_first_junction_tree(net.d);
+  k_junction_tree_t first = k_domain_get_first_junction_tree(net.handle());
   ASSERT_NE(first, nullptr);
   k_junction_tree_t second = k_jt_get_next(first);
   ASSERT_NE(second, nullptr);
@@ -536,7 +487,7 @@ TEST(JunctionForest, AllocationFailures) {
       for (Node* node = domain.first_node(); node != nullptr; node = node->next)
         ASSERT_EQ(node->forest_slot, Node::kNoSlot) << n;
     }
-    check_forest(domain);
+    test::check_forest_records(domain);
   }
 }
 

@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "compile/graph_fixtures.h"
+#include "compile/fixtures.h"
 
 namespace kelva {
 namespace {

@@ -38,21 +38,27 @@ Node* TestNet::add_continuous(const std::vector<Node*>& parents) {
   return n;
 }
 
-void TestNet::randomize(Node* node, std::mt19937& rng, bool normalize) {
+void TestNet::randomize(Node* node, std::mt19937& rng, bool normalize, double zeros) {
   Table& t = node_table(*node);
   double* data = t.data();
   std::uniform_real_distribution<double> u(0.05, 1.0);
   for (std::uint64_t i = 0; i < t.size(); ++i) data[i] = u(rng);
-  if (!normalize || !node->is_discrete()) return;
+  if (!node->is_discrete()) return;
   const std::size_t n = node->state_count();
+  std::bernoulli_distribution zero(zeros);
   for (std::uint64_t i = 0; i < t.size(); i += n) {
     double s = 0;
-    for (std::size_t k = 0; k < n; ++k) s += data[i + k];
-    for (std::size_t k = 0; k < n; ++k) data[i + k] /= s;
+    for (std::size_t k = 0; k < n; ++k) {
+      if (zeros > 0.0 && zero(rng)) data[i + k] = 0.0;
+      s += data[i + k];
+    }
+    if (s == 0.0) data[i] = s = 1.0;
+    for (std::size_t k = 0; k < n && normalize; ++k) data[i + k] /= s;
   }
 }
 
-void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents) {
+void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents,
+                    bool normalize, double zeros) {
   for (std::size_t i = 0; i < count; ++i) {
     std::vector<Node*> parents;
     if (i > 0) {
@@ -64,7 +70,7 @@ void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::siz
     }
     Node* n =
         net.add(K_CATEGORY_CHANCE, std::uniform_int_distribution<std::size_t>(2, 3)(rng), parents);
-    net.randomize(n, rng);
+    net.randomize(n, rng, normalize, zeros);
   }
 }
 
@@ -90,28 +96,22 @@ void enter_vector(Node& node, const std::vector<double>& vector) {
 
 void retract(Node& node) { k_node_retract_findings(reinterpret_cast<k_node_t>(&node)); }
 
-namespace {
-
-std::uint64_t index_in(const Table& t, const std::vector<std::size_t>& state, const TestNet& net) {
-  std::uint64_t idx = 0;
-  for (Node* n : t.nodes()) {
-    if (!n->is_discrete()) continue;
-    const auto pos = std::find(net.nodes.begin(), net.nodes.end(), n) - net.nodes.begin();
-    idx = idx * n->state_count() + state[pos];
-  }
-  return idx;
-}
-
-}  // namespace
-
-Oracle enumerate(const TestNet& net, bool max) {
+Oracle enumerate(const TestNet& net, bool max, const std::vector<std::vector<double>>* findings) {
   Oracle o;
-  std::vector<Node*> discrete;
-  for (Node* n : net.nodes) o.marginals.emplace_back(n->is_discrete() ? n->state_count() : 0, 0.0);
-  o.state_utilities = o.marginals;
   std::vector<double> eu_sum;
-  for (Node* n : net.nodes)
+  // Per node with a discrete table: the positions of its discrete nodes.
+  std::vector<std::vector<std::size_t>> dims(net.nodes.size());
+  for (std::size_t i = 0; i < net.nodes.size(); ++i) {
+    Node* n = net.nodes[i];
+    o.marginals.emplace_back(n->is_discrete() ? n->state_count() : 0, 0.0);
     if (n->category() == K_CATEGORY_UTILITY) eu_sum.push_back(0.0);
+    // Continuous densities integrate to one; decisions have no table.
+    if (n->table() == nullptr || n->is_continuous()) continue;
+    for (Node* m : n->table()->nodes())
+      if (m->is_discrete())
+        dims[i].push_back(std::find(net.nodes.begin(), net.nodes.end(), m) - net.nodes.begin());
+  }
+  o.state_utilities = o.marginals;
   std::vector<std::size_t> state(net.nodes.size(), 0);
   for (;;) {
     double p = 1.0;
@@ -119,19 +119,18 @@ Oracle enumerate(const TestNet& net, bool max) {
     std::vector<double> utilities;
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       Node* n = net.nodes[i];
-      // Continuous densities integrate to one; decisions have no table.
       if (n->table() == nullptr || n->is_continuous()) continue;
-      const Table& t = *n->table();
-      const double v = t.data()[index_in(t, state, net)];
-      if (n->category() == K_CATEGORY_UTILITY) {
-        utilities.push_back(v);
-        continue;
-      }
-      p *= v;
+      std::uint64_t index = 0;
+      for (std::size_t d : dims[i]) index = index * net.nodes[d]->state_count() + state[d];
+      const double v = n->table()->data()[index];
+      if (n->category() == K_CATEGORY_UTILITY) utilities.push_back(v);
+      else p *= v;
     }
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       const Evidence& e = net.nodes[i]->evidence;
-      if (e.entered_code >= 0) p *= state[i] == static_cast<std::size_t>(e.entered_code) ? 1 : 0;
+      if (findings != nullptr) p *= (*findings)[i].empty() ? 1.0 : (*findings)[i][state[i]];
+      else if (e.entered_code >= 0)
+        p *= state[i] == static_cast<std::size_t>(e.entered_code) ? 1 : 0;
       else if (e.entered_code == Evidence::kVector) p *= e.entered_vector[state[i]];
     }
     double all = 0.0;

@@ -27,14 +27,16 @@ struct TestNet {
   /// Adds a continuous chance node with `parents`, mean 1 and variance 2
   /// for every configuration of its discrete parents.
   Node* add_continuous(const std::vector<Node*>& parents);
-  /// Fills the node's table with random positive numbers, normalized per
-  /// parent configuration when `normalize`.
-  void randomize(Node* node, std::mt19937& rng, bool normalize = true);
+  /// Fills the node's table with random positive numbers, about `zeros` of
+  /// them 0 (never a whole row), normalized per parent configuration when
+  /// `normalize`.
+  void randomize(Node* node, std::mt19937& rng, bool normalize = true, double zeros = 0.0);
 };
 
 /// A random network of `count` discrete chance nodes with 2..3 states and up
-/// to `max_parents` parents each, random tables.
-void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents);
+/// to `max_parents` parents each, random tables as `randomize` makes them.
+void random_network(TestNet& net, std::mt19937& rng, std::size_t count, std::size_t max_parents,
+                    bool normalize = true, double zeros = 0.0);
 
 /// Triangulates the domain by fewest fill-ins, builds its junction
 /// forest, installs it and marks the domain compiled; then
@@ -50,8 +52,8 @@ void retract(Node& node);
 
 /// The enumeration oracle: P(e) (sum) or max P(x, e) (max) over the joint
 /// of the discrete nodes (continuous nodes integrate to one), with the
-/// entered discrete evidence; and each node's
-/// (max-)marginal normalized by that total.
+/// entered discrete evidence, or else with `findings` (one vector per node);
+/// and each node's (max-)marginal normalized by that total.
 struct Oracle {
   double total = 0.0;
   std::vector<std::vector<double>> marginals;  ///< per node of the net
@@ -61,6 +63,7 @@ struct Oracle {
   /// state (sum only; 0 for a state of probability 0).
   std::vector<std::vector<double>> state_utilities;
 };
-Oracle enumerate(const TestNet& net, bool max);
+Oracle enumerate(const TestNet& net, bool max,
+                 const std::vector<std::vector<double>>* findings = nullptr);
 
 }  // namespace kelva::test
