@@ -3,16 +3,13 @@ package COM.kelva.KAPI;
 import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.util.stream.LongStream;
 import org.junit.jupiter.api.Test;
 
 /** Entering, reading and retracting evidence through the Java API. */
 class EvidenceTest {
   private static double[] findings(Node n) {
-    double[] v = new double[(int) n.getNumberOfStates()];
-    for (int i = 0; i < v.length; i++) {
-      v[i] = n.getEnteredFinding(i);
-    }
-    return v;
+    return LongStream.range(0, n.getNumberOfStates()).mapToDouble(n::getEnteredFinding).toArray();
   }
 
   @Test
