@@ -50,30 +50,17 @@ bool is_digit(int c) { return c >= '0' && c <= '9'; }
 // The single-character tokens of each reader.
 bool is_single(TokenReader reader, int c) {
   if (c <= 0 || c > 127) return false;
-  switch (reader) {
-    case TokenReader::basic:
-      return std::strchr("#()*,:;{|}=?", c) != nullptr;
-    case TokenReader::full:
-      return std::strchr("#()*,:;{|}+-/^", c) != nullptr;
-    case TokenReader::word:
-      return c == '(' || c == ')';
-  }
-  return false;
+  const char* singles = reader == TokenReader::basic  ? "#()*,:;{|}=?"
+                        : reader == TokenReader::full ? "#()*,:;{|}+-/^"
+                                                      : "()";
+  return std::strchr(singles, c) != nullptr;
 }
 
 // The codes every reader may return besides single characters and operators.
 bool is_known_code(int token) {
-  switch (token) {
-    case kelva::TOKEN_NAME:
-    case kelva::TOKEN_NUMBER:
-    case kelva::TOKEN_STRING:
-    case kelva::TOKEN_DOTTED_NAME:
-    case kelva::TOKEN_EOF:
-    case kelva::TOKEN_ERROR:
-      return true;
-    default:
-      return false;
-  }
+  return token == kelva::TOKEN_NAME || token == kelva::TOKEN_NUMBER ||
+         token == kelva::TOKEN_STRING || token == kelva::TOKEN_DOTTED_NAME ||
+         token == kelva::TOKEN_EOF || token == kelva::TOKEN_ERROR;
 }
 
 void check_text(TokenReader reader, int token, const std::string& text) {

@@ -4,6 +4,7 @@
 
 #include <clocale>
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -65,115 +66,82 @@ TEST(ExpressionFactory, TypeRules) {
   ExprNet net;
   auto normal = [&] { return net.op(K_OP_NORMAL, {net.num(0), net.num(1)}); };
   auto is_s = [&](k_node_t n) { return net.op(K_OP_EQUALS, {net.leaf(n), net.lab("s")}); };
-  struct Case {
-    const char* what;
-    int op;
-    std::vector<Expression*> operands;
-    int type;  // 0: refused
+  // Making `op` over `operands` gives `type` (0: refused, and the operands
+  // keep their use counts).
+  auto rule = [&](const char* what, int op, std::vector<Expression*> operands, int type) {
+    SCOPED_TRACE(what);
+    std::vector<int> before;
+    for (Expression* e : operands) before.push_back(e->use_count());
+    try {
+      Expression* e = net.keep(ExpressionFactory::composite(op, operands));
+      EXPECT_EQ(static_cast<int>(e->type()), type);
+      EXPECT_EQ(static_cast<int>(verify_types(*e, false)), type);
+    } catch (const Error& error) {
+      EXPECT_EQ(type, 0);
+      EXPECT_EQ(error.code(), K_ERROR_INVALID_EXPRESSION);
+      for (std::size_t i = 0; i < operands.size(); ++i)
+        EXPECT_EQ(operands[i]->use_count(), before[i]);
+    }
   };
-  const std::vector<Case> cases = {
-      {"Normal of numbers and nodes", K_OP_NORMAL, {net.leaf(net.x), net.leaf(net.N)}, 5},
-      {"Normal of a label", K_OP_NORMAL, {net.lab("s"), net.num(1)}, 0},
-      {"Distribution of a distribution", K_OP_DISTRIBUTION, {normal()}, 0},
-      {"NoisyOR pairs",
-       K_OP_NOISY_OR,
-       {net.leaf(net.B), net.num(0.1), net.leaf(net.a), net.num(0.2)},
-       5},
-      {"NoisyOR number first", K_OP_NOISY_OR, {net.num(1), net.num(0.1)}, 0},
-      {"NoisyOR boolean second", K_OP_NOISY_OR, {net.leaf(net.B), net.bln(true)}, 0},
-      {"truncate low, dist, high", K_OP_TRUNCATE, {net.num(0), normal(), net.leaf(net.x)}, 5},
-      {"truncate dist, high", K_OP_TRUNCATE, {normal(), net.num(1)}, 5},
-      {"truncate dist, high, more", K_OP_TRUNCATE, {normal(), net.num(1), net.num(2)}, 0},
-      {"truncate without dist", K_OP_TRUNCATE, {net.num(0), net.num(1)}, 0},
-      {"truncate of dist or number",
-       K_OP_TRUNCATE,
-       {net.num(0), net.op(K_OP_IF, {net.leaf(net.B), normal(), net.num(1)})},
-       0},
-      {"aggregate of discrete nodes", K_OP_AGGREGATE, {net.leaf(net.N), net.leaf(net.I)}, 5},
-      {"aggregate of a continuous node", K_OP_AGGREGATE, {net.leaf(net.N), net.leaf(net.x)}, 0},
-      {"variance of a discrete node", K_OP_VARIANCE, {net.leaf(net.a)}, 1},
-      {"variance of a utility node", K_OP_VARIANCE, {net.leaf(net.U)}, 1},
-      {"variance of a real-valued function node", K_OP_VARIANCE, {net.leaf(net.F)}, 0},
-      {"# of a discrete node", K_OP_STATE_INDEX, {net.leaf(net.I)}, 1},
-      {"# of a composite", K_OP_STATE_INDEX, {net.op(K_OP_NEGATE, {net.leaf(net.N)})}, 0},
-      {"== node and label", K_OP_EQUALS, {net.leaf(net.a), net.lab("s")}, 3},
-      {"!= booleans", K_OP_NOT_EQUALS, {net.leaf(net.B), net.bln(false)}, 3},
-      {"== label and number", K_OP_EQUALS, {net.lab("s"), net.num(1)}, 0},
-      {"== continuous node and label", K_OP_EQUALS, {net.leaf(net.x), net.lab("s")}, 0},
-      {"== distribution and node", K_OP_EQUALS, {normal(), net.leaf(net.a)}, 0},
-      {"!= distribution or node and node",
-       K_OP_NOT_EQUALS,
-       {net.op(K_OP_IF, {net.leaf(net.B), normal(), net.leaf(net.a)}), net.leaf(net.a)},
-       0},
-      {"< of labels", K_OP_LESS_THAN, {net.lab("s"), net.lab("t")}, 0},
-      {"and of booleans and nodes", K_OP_AND, {net.leaf(net.B), net.leaf(net.a), net.bln(true)}, 3},
-      {"or of a number", K_OP_OR, {net.num(1)}, 0},
-      {"not of a continuous node", K_OP_NOT, {net.leaf(net.x)}, 0},
-      {"if with a number condition", K_OP_IF, {net.num(1), net.num(1), net.num(2)}, 0},
-      {"+ of a comparison", K_OP_ADD, {is_s(net.a), net.num(1)}, 0},
-      // "probability": one discrete node inside, no nested "probability".
-      {"probability of one node", K_OP_PROBABILITY, {is_s(net.a)}, 1},
-      {"probability of a node leaf", K_OP_PROBABILITY, {net.leaf(net.B)}, 1},
-      {"probability of two nodes",
-       K_OP_PROBABILITY,
-       {net.op(K_OP_AND, {is_s(net.a), is_s(net.b)})},
-       0},
-      {"probability without a node", K_OP_PROBABILITY, {net.bln(true)}, 0},
-      {"probability of a continuous node",
-       K_OP_PROBABILITY,
-       {net.op(K_OP_GREATER_THAN, {net.leaf(net.x), net.num(0)})},
-       0},
-      {"probability inside probability",
-       K_OP_PROBABILITY,
+  rule("Normal of numbers and nodes", K_OP_NORMAL, {net.leaf(net.x), net.leaf(net.N)}, 5);
+  rule("Normal of a label", K_OP_NORMAL, {net.lab("s"), net.num(1)}, 0);
+  rule("Distribution of a distribution", K_OP_DISTRIBUTION, {normal()}, 0);
+  rule("NoisyOR pairs", K_OP_NOISY_OR,
+       {net.leaf(net.B), net.num(0.1), net.leaf(net.a), net.num(0.2)}, 5);
+  rule("NoisyOR number first", K_OP_NOISY_OR, {net.num(1), net.num(0.1)}, 0);
+  rule("NoisyOR boolean second", K_OP_NOISY_OR, {net.leaf(net.B), net.bln(true)}, 0);
+  rule("truncate low, dist, high", K_OP_TRUNCATE, {net.num(0), normal(), net.leaf(net.x)}, 5);
+  rule("truncate dist, high", K_OP_TRUNCATE, {normal(), net.num(1)}, 5);
+  rule("truncate dist, high, more", K_OP_TRUNCATE, {normal(), net.num(1), net.num(2)}, 0);
+  rule("truncate without dist", K_OP_TRUNCATE, {net.num(0), net.num(1)}, 0);
+  rule("truncate of dist or number", K_OP_TRUNCATE,
+       {net.num(0), net.op(K_OP_IF, {net.leaf(net.B), normal(), net.num(1)})}, 0);
+  rule("aggregate of discrete nodes", K_OP_AGGREGATE, {net.leaf(net.N), net.leaf(net.I)}, 5);
+  rule("aggregate of a continuous node", K_OP_AGGREGATE, {net.leaf(net.N), net.leaf(net.x)}, 0);
+  rule("variance of a discrete node", K_OP_VARIANCE, {net.leaf(net.a)}, 1);
+  rule("variance of a utility node", K_OP_VARIANCE, {net.leaf(net.U)}, 1);
+  rule("variance of a real-valued function node", K_OP_VARIANCE, {net.leaf(net.F)}, 0);
+  rule("# of a discrete node", K_OP_STATE_INDEX, {net.leaf(net.I)}, 1);
+  rule("# of a composite", K_OP_STATE_INDEX, {net.op(K_OP_NEGATE, {net.leaf(net.N)})}, 0);
+  rule("== node and label", K_OP_EQUALS, {net.leaf(net.a), net.lab("s")}, 3);
+  rule("!= booleans", K_OP_NOT_EQUALS, {net.leaf(net.B), net.bln(false)}, 3);
+  rule("== label and number", K_OP_EQUALS, {net.lab("s"), net.num(1)}, 0);
+  rule("== continuous node and label", K_OP_EQUALS, {net.leaf(net.x), net.lab("s")}, 0);
+  rule("== distribution and node", K_OP_EQUALS, {normal(), net.leaf(net.a)}, 0);
+  rule("!= distribution or node and node", K_OP_NOT_EQUALS,
+       {net.op(K_OP_IF, {net.leaf(net.B), normal(), net.leaf(net.a)}), net.leaf(net.a)}, 0);
+  rule("< of labels", K_OP_LESS_THAN, {net.lab("s"), net.lab("t")}, 0);
+  rule("and of booleans and nodes", K_OP_AND, {net.leaf(net.B), net.leaf(net.a), net.bln(true)}, 3);
+  rule("or of a number", K_OP_OR, {net.num(1)}, 0);
+  rule("not of a continuous node", K_OP_NOT, {net.leaf(net.x)}, 0);
+  rule("if with a number condition", K_OP_IF, {net.num(1), net.num(1), net.num(2)}, 0);
+  rule("+ of a comparison", K_OP_ADD, {is_s(net.a), net.num(1)}, 0);
+  // "probability": one discrete node inside, no nested "probability".
+  rule("probability of one node", K_OP_PROBABILITY, {is_s(net.a)}, 1);
+  rule("probability of a node leaf", K_OP_PROBABILITY, {net.leaf(net.B)}, 1);
+  rule("probability of two nodes", K_OP_PROBABILITY, {net.op(K_OP_AND, {is_s(net.a), is_s(net.b)})},
+       0);
+  rule("probability without a node", K_OP_PROBABILITY, {net.bln(true)}, 0);
+  rule("probability of a continuous node", K_OP_PROBABILITY,
+       {net.op(K_OP_GREATER_THAN, {net.leaf(net.x), net.num(0)})}, 0);
+  rule("probability inside probability", K_OP_PROBABILITY,
        {net.op(K_OP_AND,
                {is_s(net.a), net.op(K_OP_GREATER_THAN,
                                     {net.op(K_OP_PROBABILITY, {is_s(net.a)}), net.num(0.5)})})},
-       0},
-  };
-  for (const Case& c : cases) {
-    const std::vector<int> before = [&] {
-      std::vector<int> counts;
-      for (Expression* e : c.operands) counts.push_back(e->use_count());
-      return counts;
-    }();
-    try {
-      Expression* e = net.keep(ExpressionFactory::composite(c.op, c.operands));
-      EXPECT_EQ(static_cast<int>(e->type()), c.type) << c.what;
-      EXPECT_EQ(static_cast<int>(verify_types(*e, false)), c.type) << c.what;
-    } catch (const Error& error) {
-      EXPECT_EQ(c.type, 0) << c.what;
-      EXPECT_EQ(error.code(), K_ERROR_INVALID_EXPRESSION) << c.what;
-      for (std::size_t i = 0; i < c.operands.size(); ++i)
-        EXPECT_EQ(c.operands[i]->use_count(), before[i]) << c.what;
-    }
-  }
+       0);
 }
 
 TEST(ExpressionFactory, IfLattice) {
   ExprNet net;
-  // One branch of each type 1..9.
-  auto branch = [&](int type) -> Expression* {
-    auto normal = [&] { return net.op(K_OP_NORMAL, {net.num(0), net.num(1)}); };
-    switch (type) {
-      case 1:
-        return net.num(1);
-      case 2:
-        return net.lab("s");
-      case 3:
-        return net.bln(true);
-      case 4:
-        return net.leaf(net.a);
-      case 5:
-        return normal();
-      case 6:
-        return net.op(K_OP_IF, {net.leaf(net.B), normal(), net.num(1)});
-      case 7:
-        return net.op(K_OP_IF, {net.leaf(net.B), normal(), net.lab("s")});
-      case 8:
-        return net.op(K_OP_IF, {net.leaf(net.B), normal(), net.bln(true)});
-      default:
-        return net.op(K_OP_IF, {net.leaf(net.B), normal(), net.leaf(net.a)});
-    }
+  // One branch of each type 1..9: 6..9 are "distribution or" 1..4.
+  auto normal = [&] { return net.op(K_OP_NORMAL, {net.num(0), net.num(1)}); };
+  std::function<Expression*(int)> branch = [&](int type) -> Expression* {
+    if (type == 1) return net.num(1);
+    if (type == 2) return net.lab("s");
+    if (type == 3) return net.bln(true);
+    if (type == 4) return net.leaf(net.a);
+    if (type == 5) return normal();
+    return net.op(K_OP_IF, {net.leaf(net.B), normal(), branch(type - 5)});
   };
   // Result of "if" for branch types (row, column); 0: refused.
   const int lattice[9][9] = {

@@ -52,21 +52,25 @@ struct GenNet {
     for (const char* l : labels) EXPECT_EQ(k_node_set_state_label(n, i++, l), 0);
     return n;
   }
-  /// A numbered node with these state values.
-  k_node_t numbered(const char* name, std::initializer_list<double> values,
-                    k_category_t category = K_CATEGORY_CHANCE) {
-    k_node_t n = node(name, K_SUBTYPE_NUMBER, values.size(), category);
-    std::size_t i = 0;
-    for (double v : values) EXPECT_EQ(k_node_set_state_value(n, i++, v), 0);
+  /// A numbered node (`values` are its states) or an interval node (`values`
+  /// are its bounds, one more than the states); a labelled node takes only
+  /// the count.
+  k_node_t valued(const char* name, k_subtype_t subtype, const std::vector<double>& values,
+                  k_category_t category = K_CATEGORY_CHANCE) {
+    const std::size_t states = values.size() - (subtype == K_SUBTYPE_INTERVAL ? 1 : 0);
+    k_node_t n = node(name, subtype, states, category);
+    if (subtype == K_SUBTYPE_LABEL) return n;
+    for (std::size_t i = 0; i < values.size(); ++i)
+      EXPECT_EQ(k_node_set_state_value(n, i, values[i]), 0);
     return n;
   }
-  /// An interval node with these bounds (one more than the states).
-  k_node_t interval(const char* name, std::initializer_list<double> bounds,
+  k_node_t numbered(const char* name, const std::vector<double>& values,
                     k_category_t category = K_CATEGORY_CHANCE) {
-    k_node_t n = node(name, K_SUBTYPE_INTERVAL, bounds.size() - 1, category);
-    std::size_t i = 0;
-    for (double v : bounds) EXPECT_EQ(k_node_set_state_value(n, i++, v), 0);
-    return n;
+    return valued(name, K_SUBTYPE_NUMBER, values, category);
+  }
+  k_node_t interval(const char* name, const std::vector<double>& bounds,
+                    k_category_t category = K_CATEGORY_CHANCE) {
+    return valued(name, K_SUBTYPE_INTERVAL, bounds, category);
   }
 
   /// Starts a fresh log file for the domain.

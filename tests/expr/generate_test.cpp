@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdarg>
+#include <cstdlib>
 #include <functional>
 
 #include "common/expect_code.h"
@@ -22,6 +23,30 @@ std::string fmt(const char* format, ...) {
 }
 
 const std::string kUsing = "Using model for B to generate a conditional probability table\n";
+
+// Generating `e` over a node B of this subtype with these state values
+// gives `expected`.
+void generates(k_subtype_t subtype, const std::vector<double>& values, k_expression_t e,
+               const std::vector<double>& expected) {
+  GenNet net;
+  k_node_t b = net.valued("B", subtype, values);
+  set(model(b), 0, e);
+  ASSERT_EQ(k_node_generate_table(b), 0) << k_error_name(k_error_code());
+  expect_close(table_of(b), expected);
+}
+
+// ... or fails with `code`, logging `message`.
+void refuses(k_subtype_t subtype, const std::vector<double>& values, k_expression_t e,
+             k_error_t code, const std::string& message) {
+  SCOPED_TRACE(message);
+  GenNet net;
+  net.open_log();
+  k_node_t b = net.valued("B", subtype, values);
+  set(model(b), 0, e);
+  EXPECT_NE(k_node_generate_table(b), 0);
+  EXPECT_EQ(k_error_code(), code);
+  EXPECT_EQ(net.log(), kUsing + message);
+}
 
 TEST(Generate, SlotsFollowTheModelNodesWhateverTheTableOrder) {
   GenNet net;
@@ -72,39 +97,21 @@ TEST(Generate, EverySlotIsCheckedAndLoggedBeforeFailing) {
 }
 
 TEST(Generate, StateValuesMustIncreaseAndBeInfiniteOnlyAtTheEnds) {
-  struct Case {
-    std::function<k_node_t(GenNet&)> parent;
+  const char* increasing = "do not form an increasing sequence";
+  const char* infinite = "use infinite values incorrectly";
+  const struct {
+    k_subtype_t subtype;
+    std::vector<double> values;
     const char* problem;
   } cases[] = {
-      {[](GenNet& n) {
-         return n.numbered("P", {0, 2, 1});
-       },
-       "do not form an increasing sequence"},
-      {[](GenNet& n) {
-         return n.numbered("P", {0, 1, 1});
-       },
-       "do not form an increasing sequence"},
-      {[](GenNet& n) {
-         return n.numbered("P", {0, kInf});
-       },
-       "use infinite values incorrectly"},
-      {[](GenNet& n) {
-         return n.interval("P", {0, kInf, kInf});
-       },
-       "use infinite values incorrectly"},
-      {[](GenNet& n) {
-         return n.interval("P", {0, -kInf});
-       },
-       "use infinite values incorrectly"},
-      {[](GenNet& n) {
-         return n.interval("P", {0, 2, 1});
-       },
-       "do not form an increasing sequence"},
+      {K_SUBTYPE_NUMBER, {0, 2, 1}, increasing},  {K_SUBTYPE_NUMBER, {0, 1, 1}, increasing},
+      {K_SUBTYPE_NUMBER, {0, kInf}, infinite},    {K_SUBTYPE_INTERVAL, {0, kInf, kInf}, infinite},
+      {K_SUBTYPE_INTERVAL, {0, -kInf}, infinite}, {K_SUBTYPE_INTERVAL, {0, 2, 1}, increasing},
   };
-  for (const Case& c : cases) {
+  for (const auto& c : cases) {
     GenNet net;
     net.open_log();
-    k_node_t p = c.parent(net);
+    k_node_t p = net.valued("P", c.subtype, c.values);
     k_node_t b = net.labelled("B", {"b0", "b1"});
     link(p, b);
     set(model(b), 0, op(K_OP_DISTRIBUTION, {num(1), num(1)}));
@@ -112,11 +119,8 @@ TEST(Generate, StateValuesMustIncreaseAndBeInfiniteOnlyAtTheEnds) {
     EXPECT_EQ(net.log(), kUsing + "The state values of node P " + c.problem + ".\n");
   }
   // Equal bounds make an empty interval, which is allowed.
-  GenNet net;
-  k_node_t b = net.interval("B", {-kInf, 1, 1, kInf});
-  set(model(b), 0, op(K_OP_NORMAL, {num(0), num(1)}));
-  ASSERT_EQ(k_node_generate_table(b), 0);
-  expect_close(table_of(b), {phi(1), 0, 1 - phi(1)});
+  generates(K_SUBTYPE_INTERVAL, {-kInf, 1, 1, kInf}, op(K_OP_NORMAL, {num(0), num(1)}),
+            {phi(1), 0, 1 - phi(1)});
 }
 
 TEST(Generate, ValueExpressionsPickAState) {
@@ -275,161 +279,100 @@ TEST(Generate, ContinuousDistributionsMatchTheirDistributionFunctions) {
     if (x >= 4) return 1.0;
     return 1 - (4 - x) * (4 - x) / 12;
   };
-  struct Case {
-    k_expression_t e;
-    std::vector<double> bounds;
-    Cdf cdf;
-    double lo = -kInf;  // truncation
-    double hi = kInf;
-  } cases[] = {
-      {op(K_OP_NORMAL, {num(1), num(4)}), {-kInf, -1, 0.5, 2, 4, kInf}, normal(1, 4)},
-      {op(K_OP_TRUNCATE, {num(0), op(K_OP_NORMAL, {num(1), num(4)}), num(3)}),
-       {0, 1, 2, 3},
-       normal(1, 4),
-       0,
-       3},
-      {op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(0)}),
-       {-kInf, -1, 0},
-       normal(0, 1),
-       -kInf,
-       0},
-      {op(K_OP_TRUNCATE, {num(-1), op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(1)})}),
-       {-1, 0, 1},
-       normal(0, 1),
-       -1,
-       1},
-      {op(K_OP_UNIFORM, {num(0), num(4)}), {-1, 1, 2, 10}, uniform},
-      {op(K_OP_TRIANGULAR, {num(0), num(1), num(4)}), {0, 0.5, 2, 4}, triangular},
-      {op(K_OP_EXPONENTIAL, {num(2), num(1)}), {0, 1.5, 3, kInf}, expo(2, 1)},
-      {op(K_OP_EXPONENTIAL, {num(0.5)}), {0, 1, kInf}, expo(0.5, 0)},
-      {op(K_OP_WEIBULL, {num(2), num(3)}), {0, 1, 4, kInf}, weibull(2, 3, 0)},
-      {op(K_OP_WEIBULL, {num(2), num(3), num(-1)}), {-1, 1, 4, kInf}, weibull(2, 3, -1)},
-      {op(K_OP_LOGNORMAL, {num(0), num(1)}), {0, 1, 2, kInf}, lognormal(0)},
-      {op(K_OP_LOGNORMAL, {num(0), num(1), num(2)}), {2, 3, 4, kInf}, lognormal(2)},
-      {op(K_OP_GAMMA, {num(2), num(0.5)}), {0, 1, 2, kInf}, gamma2(0.5, 0)},
-      {op(K_OP_GAMMA, {num(2), num(0.5), num(1)}), {0, 1.5, 2, kInf}, gamma2(0.5, 1)},
-      {op(K_OP_BETA, {num(2), num(2)}), {0, 0.25, 0.5, 1}, beta(2, 2, 0, 1)},
-      {op(K_OP_BETA, {num(2), num(3), num(10), num(14)}), {10, 11, 12, 14}, beta(2, 3, 10, 14)},
-      {op(K_OP_PERT, {num(0), num(0.5), num(1)}), {0, 0.25, 0.5, 1}, beta(3, 3, 0, 1)},
-      {op(K_OP_PERT, {num(0), num(0.25), num(1), num(8)}), {-1, 0.25, 0.5, 1}, beta(3, 7, 0, 1)},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(&c - cases);
+  // Generating `e` over an interval node B with these bounds gives each
+  // state the mass of `cdf` between its bounds, inside the truncation [lo, hi].
+  auto expect_cdf = [](k_expression_t e, const std::vector<double>& bounds, const Cdf& cdf,
+                       double lo = -kInf, double hi = kInf) {
+    char* text = k_expression_to_string(e);
+    SCOPED_TRACE(text);
+    std::free(text);
     GenNet net;
-    k_node_t b = net.node("B", K_SUBTYPE_INTERVAL, c.bounds.size() - 1);
-    for (std::size_t i = 0; i < c.bounds.size(); ++i) k_node_set_state_value(b, i, c.bounds[i]);
-    set(model(b), 0, c.e);
+    k_node_t b = net.interval("B", bounds);
+    set(model(b), 0, e);
     ASSERT_EQ(k_node_generate_table(b), 0) << k_error_name(k_error_code());
-    // The distribution function inside the truncation bounds.
     auto at = [&](double x) {
-      const double y = std::clamp(x, c.lo, c.hi);
-      return std::isinf(y) ? (y > 0 ? 1.0 : 0.0) : c.cdf(y);
+      const double y = std::clamp(x, lo, hi);
+      return std::isinf(y) ? (y > 0 ? 1.0 : 0.0) : cdf(y);
     };
-    const double mass = at(c.hi) - at(c.lo);
+    const double mass = at(hi) - at(lo);
     std::vector<double> expected;
-    for (std::size_t i = 0; i + 1 < c.bounds.size(); ++i)
-      expected.push_back((at(c.bounds[i + 1]) - at(c.bounds[i])) / mass);
+    for (std::size_t i = 0; i + 1 < bounds.size(); ++i)
+      expected.push_back((at(bounds[i + 1]) - at(bounds[i])) / mass);
     expect_close(table_of(b), expected);
-  }
+  };
+  expect_cdf(op(K_OP_NORMAL, {num(1), num(4)}), {-kInf, -1, 0.5, 2, 4, kInf}, normal(1, 4));
+  expect_cdf(op(K_OP_TRUNCATE, {num(0), op(K_OP_NORMAL, {num(1), num(4)}), num(3)}), {0, 1, 2, 3},
+             normal(1, 4), 0, 3);
+  expect_cdf(op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(0)}), {-kInf, -1, 0},
+             normal(0, 1), -kInf, 0);
+  expect_cdf(
+      op(K_OP_TRUNCATE, {num(-1), op(K_OP_TRUNCATE, {op(K_OP_NORMAL, {num(0), num(1)}), num(1)})}),
+      {-1, 0, 1}, normal(0, 1), -1, 1);
+  expect_cdf(op(K_OP_UNIFORM, {num(0), num(4)}), {-1, 1, 2, 10}, uniform);
+  expect_cdf(op(K_OP_TRIANGULAR, {num(0), num(1), num(4)}), {0, 0.5, 2, 4}, triangular);
+  expect_cdf(op(K_OP_EXPONENTIAL, {num(2), num(1)}), {0, 1.5, 3, kInf}, expo(2, 1));
+  expect_cdf(op(K_OP_EXPONENTIAL, {num(0.5)}), {0, 1, kInf}, expo(0.5, 0));
+  expect_cdf(op(K_OP_WEIBULL, {num(2), num(3)}), {0, 1, 4, kInf}, weibull(2, 3, 0));
+  expect_cdf(op(K_OP_WEIBULL, {num(2), num(3), num(-1)}), {-1, 1, 4, kInf}, weibull(2, 3, -1));
+  expect_cdf(op(K_OP_LOGNORMAL, {num(0), num(1)}), {0, 1, 2, kInf}, lognormal(0));
+  expect_cdf(op(K_OP_LOGNORMAL, {num(0), num(1), num(2)}), {2, 3, 4, kInf}, lognormal(2));
+  expect_cdf(op(K_OP_GAMMA, {num(2), num(0.5)}), {0, 1, 2, kInf}, gamma2(0.5, 0));
+  expect_cdf(op(K_OP_GAMMA, {num(2), num(0.5), num(1)}), {0, 1.5, 2, kInf}, gamma2(0.5, 1));
+  expect_cdf(op(K_OP_BETA, {num(2), num(2)}), {0, 0.25, 0.5, 1}, beta(2, 2, 0, 1));
+  expect_cdf(op(K_OP_BETA, {num(2), num(3), num(10), num(14)}), {10, 11, 12, 14},
+             beta(2, 3, 10, 14));
+  expect_cdf(op(K_OP_PERT, {num(0), num(0.5), num(1)}), {0, 0.25, 0.5, 1}, beta(3, 3, 0, 1));
+  expect_cdf(op(K_OP_PERT, {num(0), num(0.25), num(1), num(8)}), {-1, 0.25, 0.5, 1},
+             beta(3, 7, 0, 1));
 }
 
 TEST(Generate, TheStatesMustCoverTheSupport) {
-  struct Case {
-    k_expression_t e;
-    std::vector<double> bounds;
-    k_error_t code;
-    const char* message;
-  } cases[] = {
-      {op(K_OP_NORMAL, {num(0), num(1)}),
-       {0, 1, kInf},
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
-       "Node B: State range must include (-inf, inf) for Normal distribution\n"},
-      {op(K_OP_TRUNCATE, {num(0), op(K_OP_NORMAL, {num(0), num(1)})}),
-       {1, 2, kInf},
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
-       "Node B: State range must include [0, inf) for truncated Normal distribution\n"},
-      {op(K_OP_TRUNCATE, {op(K_OP_EXPONENTIAL, {num(1)}), num(2.5)}),
-       {0, 2},
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
-       "Node B: State range must include [0, 2.5] for truncated Exponential distribution\n"},
-      {op(K_OP_UNIFORM, {num(0), num(5)}),
-       {0, 1, 4},
-       K_ERROR_INSUFFICIENT_STATE_RANGE,
-       "Node B: State range must include [0, 5] for Uniform distribution\n"},
-      {op(K_OP_TRUNCATE, {num(100), op(K_OP_NORMAL, {num(0), num(1)}), num(101)}),
-       {-kInf, kInf},
-       K_ERROR_INVALID_EXPRESSION,
-       "Invalid truncation of the Normal distribution (insufficient probability mass)\n"},
-      {op(K_OP_NORMAL, {num(0), num(0)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Variance for a Normal distribution must be positive (observed: 0)\n"},
-      {op(K_OP_LOGNORMAL, {num(0), num(-1)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "The variance parameter of a LogNormal distribution must be positive (observed: -1)\n"},
-      {op(K_OP_BETA, {num(0), num(0), num(2), num(2)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Beta distribution: Interval must have positive length (observed: [2, 2])\n"},
-      {op(K_OP_BETA, {num(0), num(1)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Beta distribution (shape) parameters must be positive (observed: 0 and 1)\n"},
-      {op(K_OP_GAMMA, {num(1), num(-2)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Gamma distribution parameters must be positive (observed: shape = 1, scale = -2)\n"},
-      {op(K_OP_EXPONENTIAL, {num(-0.5)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Exponential distribution parameter must be positive (observed: -0.5)\n"},
-      {op(K_OP_WEIBULL, {num(0), num(1)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Weibull distribution parameters must be positive (observed: a = 0, b = 1)\n"},
-      {op(K_OP_UNIFORM, {num(3), num(1)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Uniform distribution: Interval must have positive length (observed: [3, 1])\n"},
-      {op(K_OP_TRIANGULAR, {num(0), num(2), num(1)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "Triangular distribution parameters must obey a <= m <= b and a < b "
-       "(observed: a = 0, m = 2, b = 1)\n"},
-      {op(K_OP_PERT, {num(0), num(0), num(1)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "PERT parameters must obey a < m < b (observed: a = 0, m = 0, b = 1)\n"},
-      {op(K_OP_PERT, {num(0), num(0.5), num(1), num(0)}),
-       {-kInf, kInf},
-       K_ERROR_INAPPROPRIATE_ARGUMENTS,
-       "The fourth parameter of a PERT distribution must be positive (observed: 0)\n"},
+  auto fails = [](k_expression_t e, const std::vector<double>& bounds, k_error_t code,
+                  const std::string& message) {
+    refuses(K_SUBTYPE_INTERVAL, bounds, e, code, message);
   };
-  for (const Case& c : cases) {
-    GenNet net;
-    net.open_log();
-    k_node_t b = net.node("B", K_SUBTYPE_INTERVAL, c.bounds.size() - 1);
-    for (std::size_t i = 0; i < c.bounds.size(); ++i) k_node_set_state_value(b, i, c.bounds[i]);
-    set(model(b), 0, c.e);
-    EXPECT_NE(k_node_generate_table(b), 0);
-    EXPECT_EQ(k_error_code(), c.code);
-    EXPECT_EQ(net.log(), kUsing + c.message);
-  }
+  const std::vector<double> line{-kInf, kInf};
+  fails(op(K_OP_NORMAL, {num(0), num(1)}), {0, 1, kInf}, K_ERROR_INSUFFICIENT_STATE_RANGE,
+        "Node B: State range must include (-inf, inf) for Normal distribution\n");
+  fails(op(K_OP_TRUNCATE, {num(0), op(K_OP_NORMAL, {num(0), num(1)})}), {1, 2, kInf},
+        K_ERROR_INSUFFICIENT_STATE_RANGE,
+        "Node B: State range must include [0, inf) for truncated Normal distribution\n");
+  fails(op(K_OP_TRUNCATE, {op(K_OP_EXPONENTIAL, {num(1)}), num(2.5)}), {0, 2},
+        K_ERROR_INSUFFICIENT_STATE_RANGE,
+        "Node B: State range must include [0, 2.5] for truncated Exponential distribution\n");
+  fails(op(K_OP_UNIFORM, {num(0), num(5)}), {0, 1, 4}, K_ERROR_INSUFFICIENT_STATE_RANGE,
+        "Node B: State range must include [0, 5] for Uniform distribution\n");
+  fails(op(K_OP_TRUNCATE, {num(100), op(K_OP_NORMAL, {num(0), num(1)}), num(101)}), line,
+        K_ERROR_INVALID_EXPRESSION,
+        "Invalid truncation of the Normal distribution (insufficient probability mass)\n");
+  fails(op(K_OP_NORMAL, {num(0), num(0)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Variance for a Normal distribution must be positive (observed: 0)\n");
+  fails(op(K_OP_LOGNORMAL, {num(0), num(-1)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "The variance parameter of a LogNormal distribution must be positive (observed: -1)\n");
+  fails(op(K_OP_BETA, {num(0), num(0), num(2), num(2)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Beta distribution: Interval must have positive length (observed: [2, 2])\n");
+  fails(op(K_OP_BETA, {num(0), num(1)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Beta distribution (shape) parameters must be positive (observed: 0 and 1)\n");
+  fails(op(K_OP_GAMMA, {num(1), num(-2)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Gamma distribution parameters must be positive (observed: shape = 1, scale = -2)\n");
+  fails(op(K_OP_EXPONENTIAL, {num(-0.5)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Exponential distribution parameter must be positive (observed: -0.5)\n");
+  fails(op(K_OP_WEIBULL, {num(0), num(1)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Weibull distribution parameters must be positive (observed: a = 0, b = 1)\n");
+  fails(op(K_OP_UNIFORM, {num(3), num(1)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Uniform distribution: Interval must have positive length (observed: [3, 1])\n");
+  fails(op(K_OP_TRIANGULAR, {num(0), num(2), num(1)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "Triangular distribution parameters must obey a <= m <= b and a < b "
+        "(observed: a = 0, m = 2, b = 1)\n");
+  fails(op(K_OP_PERT, {num(0), num(0), num(1)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "PERT parameters must obey a < m < b (observed: a = 0, m = 0, b = 1)\n");
+  fails(op(K_OP_PERT, {num(0), num(0.5), num(1), num(0)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
+        "The fourth parameter of a PERT distribution must be positive (observed: 0)\n");
   // The same Normal over states that span the whole line generates.
-  GenNet net;
-  k_node_t b = net.interval("B", {-kInf, 0, kInf});
-  set(model(b), 0, op(K_OP_NORMAL, {num(0), num(1)}));
-  EXPECT_EQ(k_node_generate_table(b), 0);
-  expect_close(table_of(b), {0.5, 0.5});
+  generates(K_SUBTYPE_INTERVAL, {-kInf, 0, kInf}, op(K_OP_NORMAL, {num(0), num(1)}), {0.5, 0.5});
   // Continuous distributions need an interval owner.
-  GenNet other;
-  other.open_log();
-  k_node_t n = other.numbered("B", {0, 1});
-  set(model(n), 0, op(K_OP_NORMAL, {num(0), num(1)}));
-  EXPECT_FAILS(k_node_generate_table(n), K_ERROR_INVALID_EXPRESSION);
-  EXPECT_EQ(other.log(),
-            kUsing + "The Normal distribution can only be applied to interval nodes\n");
+  refuses(K_SUBTYPE_NUMBER, {0, 1}, op(K_OP_NORMAL, {num(0), num(1)}), K_ERROR_INVALID_EXPRESSION,
+          "The Normal distribution can only be applied to interval nodes\n");
 }
 
 TEST(Generate, CountingDistributions) {
@@ -440,94 +383,35 @@ TEST(Generate, CountingDistributions) {
     const double choose[] = {1, 4, 6, 4, 1};
     return choose[k] * std::pow(0.3, k) * std::pow(0.7, 4 - k);
   };
-  struct Case {
-    std::function<k_node_t(GenNet&)> owner;
-    k_expression_t e;
-    std::vector<double> expected;
-  } cases[] = {
-      {[](GenNet& n) {
-         return n.numbered("B", {0, 1, 2, 3});
-       },
-       op(K_OP_POISSON, {num(lambda)}),
-       {p0, p1, p2, 1 - p0 - p1 - p2}},
-      {[](GenNet& n) {
-         return n.interval("B", {0, 2, kInf});
-       },
-       op(K_OP_POISSON, {num(lambda)}),
-       {p0 + p1, 1 - p0 - p1}},
-      {[](GenNet& n) {
-         return n.interval("B", {-1, 1, 2.5, 10});
-       },
-       op(K_OP_BINOMIAL, {num(4), num(0.3)}),
-       {binomial(0), binomial(1) + binomial(2), binomial(3) + binomial(4)}},
-      {[](GenNet& n) {
-         return n.numbered("B", {0, 1, 2, 3, 4, 5});
-       },
-       op(K_OP_BINOMIAL, {num(4), num(0.3)}),
-       {binomial(0), binomial(1), binomial(2), binomial(3), binomial(4), 0}},
-      {[](GenNet& n) {
-         return n.numbered("B", {0, 1, 2});
-       },
-       op(K_OP_GEOMETRIC, {num(0.25)}),
-       {0.25, 0.1875, 0.5625}},
-      {[](GenNet& n) {
-         return n.numbered("B", {0, 1, 2, 3});
-       },
-       op(K_OP_NEGATIVE_BINOMIAL, {num(2), num(0.5)}),  // (k + 1) / 2^(k + 2)
-       {0.25, 0.25, 0.1875, 0.3125}},
-  };
-  for (const Case& c : cases) {
-    GenNet net;
-    k_node_t b = c.owner(net);
-    set(model(b), 0, c.e);
-    ASSERT_EQ(k_node_generate_table(b), 0) << k_error_name(k_error_code());
-    expect_close(table_of(b), c.expected);
-  }
-
-  struct Failure {
-    std::function<k_node_t(GenNet&)> owner;
-    k_expression_t e;
-    k_error_t code;
-    std::string message;
-  } failures[] = {
-      {[](GenNet& n) {
-         return n.numbered("B", {1, 2, 3});
-       },
-       op(K_OP_POISSON, {num(1)}), K_ERROR_INSUFFICIENT_STATE_RANGE, ""},
-      {[](GenNet& n) {
-         return n.interval("B", {0, 1, 4});
-       },
-       op(K_OP_BINOMIAL, {num(4), num(0.3)}), K_ERROR_INSUFFICIENT_STATE_RANGE,
-       "Node B: State range must include [0, 4] for Binomial distribution\n"},
-      {[](GenNet& n) {
-         return n.labelled("B", {"x", "y"});
-       },
-       op(K_OP_POISSON, {num(1)}), K_ERROR_INVALID_EXPRESSION,
-       "The Poisson distribution can only be applied to numbered or interval nodes\n"},
-      {[](GenNet& n) {
-         return n.numbered("B", {0, 1});
-       },
-       op(K_OP_TRUNCATE, {num(0), op(K_OP_GEOMETRIC, {num(0.5)})}), K_ERROR_INVALID_EXPRESSION,
-       "Truncation is not supported for the Geometric distribution\n"},
-  };
-  for (const Failure& f : failures) {
-    GenNet net;
-    net.open_log();
-    k_node_t b = f.owner(net);
-    set(model(b), 0, f.e);
-    EXPECT_NE(k_node_generate_table(b), 0);
-    EXPECT_EQ(k_error_code(), f.code);
-    EXPECT_EQ(net.log(), kUsing + f.message);
-  }
+  generates(K_SUBTYPE_NUMBER, {0, 1, 2, 3}, op(K_OP_POISSON, {num(lambda)}),
+            {p0, p1, p2, 1 - p0 - p1 - p2});
+  generates(K_SUBTYPE_INTERVAL, {0, 2, kInf}, op(K_OP_POISSON, {num(lambda)}),
+            {p0 + p1, 1 - p0 - p1});
+  generates(K_SUBTYPE_INTERVAL, {-1, 1, 2.5, 10}, op(K_OP_BINOMIAL, {num(4), num(0.3)}),
+            {binomial(0), binomial(1) + binomial(2), binomial(3) + binomial(4)});
+  generates(K_SUBTYPE_NUMBER, {0, 1, 2, 3, 4, 5}, op(K_OP_BINOMIAL, {num(4), num(0.3)}),
+            {binomial(0), binomial(1), binomial(2), binomial(3), binomial(4), 0});
+  generates(K_SUBTYPE_NUMBER, {0, 1, 2}, op(K_OP_GEOMETRIC, {num(0.25)}), {0.25, 0.1875, 0.5625});
+  // Negative binomial (2, 0.5): (k + 1) / 2^(k + 2).
+  generates(K_SUBTYPE_NUMBER, {0, 1, 2, 3}, op(K_OP_NEGATIVE_BINOMIAL, {num(2), num(0.5)}),
+            {0.25, 0.25, 0.1875, 0.3125});
+  refuses(K_SUBTYPE_NUMBER, {1, 2, 3}, op(K_OP_POISSON, {num(1)}), K_ERROR_INSUFFICIENT_STATE_RANGE,
+          "");
+  refuses(K_SUBTYPE_INTERVAL, {0, 1, 4}, op(K_OP_BINOMIAL, {num(4), num(0.3)}),
+          K_ERROR_INSUFFICIENT_STATE_RANGE,
+          "Node B: State range must include [0, 4] for Binomial distribution\n");
+  refuses(K_SUBTYPE_LABEL, {0, 0}, op(K_OP_POISSON, {num(1)}), K_ERROR_INVALID_EXPRESSION,
+          "The Poisson distribution can only be applied to numbered or interval nodes\n");
+  refuses(K_SUBTYPE_NUMBER, {0, 1}, op(K_OP_TRUNCATE, {num(0), op(K_OP_GEOMETRIC, {num(0.5)})}),
+          K_ERROR_INVALID_EXPRESSION,
+          "Truncation is not supported for the Geometric distribution\n");
 }
 
 TEST(Generate, DistributionAndNoisyOr) {
   GenNet net;
-  net.open_log();
   k_node_t a1 = net.node("A1", K_SUBTYPE_BOOLEAN, 2);
   k_node_t a2 = net.node("A2", K_SUBTYPE_BOOLEAN, 2);
   k_node_t o = net.node("O", K_SUBTYPE_BOOLEAN, 2);
-  k_node_t b = net.labelled("B", {"x", "y", "z"});
   link(a1, o);
   link(a2, o);  // table order: A2, A1, O
   set(model(o), 0,
@@ -542,31 +426,20 @@ TEST(Generate, DistributionAndNoisyOr) {
     }
   expect_close(table_of(o), expected);
 
-  k_model_t m = model(b);
-  set(m, 0, op(K_OP_DISTRIBUTION, {num(1), num(2), num(1)}));
-  ASSERT_EQ(k_node_generate_table(b), 0);
-  expect_close(table_of(b), {0.25, 0.5, 0.25});
-  const char* messages[] = {
-      "The number of arguments of a Distribution expression must match the number of states\n",
-      "Negative value in Distribution expression (state 1)\n",
-      "At least one argument of a Distribution expression must be positive\n",
-      "A NoisyOR distribution can only be applied to boolean nodes\n",
-  };
-  k_expression_t bad[] = {
-      op(K_OP_DISTRIBUTION, {num(1), num(2)}),
-      op(K_OP_DISTRIBUTION, {num(1), num(-1), num(0)}),
-      op(K_OP_DISTRIBUTION, {num(0), num(0), num(0)}),
-      op(K_OP_NOISY_OR, {k_boolean_make_expression(0), num(0.5)}),
-  };
-  std::string log = "Using model for O to generate a conditional probability table\n" + kUsing;
-  for (int i = 0; i < 4; ++i) {
-    set(m, 0, bad[i]);
-    EXPECT_NE(k_node_generate_table(b), 0);
-    EXPECT_EQ(k_error_code(), i < 3 ? K_ERROR_INAPPROPRIATE_ARGUMENTS : K_ERROR_INVALID_EXPRESSION);
-    log += kUsing + messages[i];
-  }
-  EXPECT_EQ(net.log(), log);
-  expect_close(table_of(b), {0.25, 0.5, 0.25});
+  const std::vector<double> three{0, 0, 0};  // three unnamed labels
+  generates(K_SUBTYPE_LABEL, three, op(K_OP_DISTRIBUTION, {num(1), num(2), num(1)}),
+            {0.25, 0.5, 0.25});
+  refuses(K_SUBTYPE_LABEL, three, op(K_OP_DISTRIBUTION, {num(1), num(2)}),
+          K_ERROR_INAPPROPRIATE_ARGUMENTS,
+          "The number of arguments of a Distribution expression must match the number of states\n");
+  refuses(K_SUBTYPE_LABEL, three, op(K_OP_DISTRIBUTION, {num(1), num(-1), num(0)}),
+          K_ERROR_INAPPROPRIATE_ARGUMENTS, "Negative value in Distribution expression (state 1)\n");
+  refuses(K_SUBTYPE_LABEL, three, op(K_OP_DISTRIBUTION, {num(0), num(0), num(0)}),
+          K_ERROR_INAPPROPRIATE_ARGUMENTS,
+          "At least one argument of a Distribution expression must be positive\n");
+  refuses(K_SUBTYPE_LABEL, three, op(K_OP_NOISY_OR, {k_boolean_make_expression(0), num(0.5)}),
+          K_ERROR_INVALID_EXPRESSION,
+          "A NoisyOR distribution can only be applied to boolean nodes\n");
 }
 
 TEST(Generate, IntervalParentsAreSampledAndTheSpreadLogged) {
@@ -604,32 +477,24 @@ TEST(Generate, IntervalParentsAreSampledAndTheSpreadLogged) {
 
   // Points just inside a single finite bound, and 0 for the whole line.
   const struct {
-    double bound;
-    double below;
-    double above;
-  } edges[] = {{3, 3 * 0.999, 3 * 1.001}, {-3, -3 * 1.001, -3 * 0.999}, {0, -1.0, 1.0}};
-  auto logistic = [](double x) {
-    return std::vector<double>{1 / (1 + std::exp(x)), std::exp(x) / (1 + std::exp(x))};
-  };
+    std::vector<double> bounds;
+    std::vector<double> points;
+  } edges[] = {{{-kInf, 3, kInf}, {3 * 0.999, 3 * 1.001}},
+               {{-kInf, -3, kInf}, {-3 * 1.001, -3 * 0.999}},
+               {{-kInf, 0, kInf}, {-1.0, 1.0}},
+               {{-kInf, kInf}, {0.0}}};
   for (const auto& edge : edges) {
     GenNet n;
-    k_node_t q = n.interval("Q", {-kInf, edge.bound, kInf});
+    k_node_t q = n.interval("Q", edge.bounds);
     k_node_t c = n.node("B", K_SUBTYPE_BOOLEAN, 2);
     link(q, c);
     set(model(c), 0, op(K_OP_DISTRIBUTION, {num(1), op(K_OP_EXP, {leaf(q)})}));
     ASSERT_EQ(k_node_generate_table(c), 0);
-    std::vector<double> want = logistic(edge.below);
-    const std::vector<double> second = logistic(edge.above);
-    want.insert(want.end(), second.begin(), second.end());
+    std::vector<double> want;  // logistic rows at the points
+    for (double x : edge.points)
+      want.insert(want.end(), {1 / (1 + std::exp(x)), std::exp(x) / (1 + std::exp(x))});
     expect_close(table_of(c), want);
   }
-  GenNet whole;
-  k_node_t q = whole.interval("Q", {-kInf, kInf});
-  k_node_t c = whole.node("B", K_SUBTYPE_BOOLEAN, 2);
-  link(q, c);
-  set(model(c), 0, op(K_OP_DISTRIBUTION, {num(1), op(K_OP_EXP, {leaf(q)})}));
-  ASSERT_EQ(k_node_generate_table(c), 0);
-  expect_close(table_of(c), {0.5, 0.5});
 }
 
 TEST(Generate, SamplingNestsOverSeveralIntervalParents) {

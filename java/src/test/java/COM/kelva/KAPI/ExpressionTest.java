@@ -15,11 +15,7 @@ class ExpressionTest {
   /** A domain with discrete nodes "A" (states "x", "y") and its child "B". */
   private static Domain twoNodes() {
     Domain d = new Domain();
-    Node a = d.newNode(Category.CHANCE, Kind.DISCRETE);
-    a.setName("A");
-    a.setNumberOfStates(2);
-    a.setStateLabel(0, "x");
-    a.setStateLabel(1, "y");
+    Node a = labelled(d, "A", "x", "y");
     Node b = d.newNode(Category.CHANCE, Kind.DISCRETE);
     b.setName("B");
     b.addParent(a);

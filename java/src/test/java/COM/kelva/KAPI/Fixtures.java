@@ -24,4 +24,19 @@ final class Fixtures {
     }
     return n;
   }
+
+  /** A data set with the given column names and rows (null: a missing cell). */
+  static DataSet dataSet(String[] names, String[]... rows) {
+    DataSet ds = new DataSet();
+    for (String name : names) {
+      ds.newColumn(name);
+    }
+    for (String[] row : rows) {
+      long r = ds.newRow();
+      for (int c = 0; c < row.length; c++) {
+        ds.setDataItem(r, c, row[c]);
+      }
+    }
+    return ds;
+  }
 }

@@ -16,15 +16,8 @@ class InferenceTest {
   /** rain -> wet: P(rain) = 0.2, P(wet | rain) = 0.9, P(wet | no rain) = 0.25. */
   private static Domain rain() {
     Domain d = new Domain();
-    Node rain = d.newNode(Category.CHANCE, Kind.DISCRETE);
-    Node wet = d.newNode(Category.CHANCE, Kind.DISCRETE);
-    rain.setName("rain");
-    wet.setName("wet");
-    for (Node n : List.of(rain, wet)) {
-      n.setNumberOfStates(2);
-      n.setStateLabel(0, "yes");
-      n.setStateLabel(1, "no");
-    }
+    Node rain = labelled(d, "rain", "yes", "no");
+    Node wet = labelled(d, "wet", "yes", "no");
     wet.addParent(rain);
     rain.getTable().setData(new double[] {0.2, 0.8});
     wet.getTable().setData(new double[] {0.9, 0.1, 0.25, 0.75});
@@ -80,9 +73,6 @@ class InferenceTest {
       d.propagate(Equilibrium.SUM, EvidenceMode.NORMAL);
       assertFalse(d.evidenceIsPropagated());
       assertEquals(0.2, rain.getBelief(0), EPS);
-
-      assertFails(ErrorCode.USAGE, () -> rain.getBelief(2));
-      assertFails(ErrorCode.USAGE, () -> d.propagate(Equilibrium.NONE, EvidenceMode.NORMAL));
     }
   }
 

@@ -7,6 +7,7 @@ import COM.kelva.KAPI.Native.AbstractNativeKAPI;
 import java.lang.reflect.Method;
 import java.lang.reflect.Modifier;
 import java.util.HashSet;
+import java.util.Map;
 import java.util.Set;
 import java.util.concurrent.atomic.AtomicInteger;
 import java.util.regex.Pattern;
@@ -24,18 +25,9 @@ class NativeMethodsTest {
       "k(Domain|Node|DS|Table|JT|Class|CC|Model|Expression|Clique|List|Attribute|Solution"
           + "|AmbiguousRegion|UncertainEdge)[A-Z]");
 
-  private static Object zero(Class<?> type) {
-    if (type == long.class) {
-      return 0L;
-    }
-    if (type == int.class) {
-      return 0;
-    }
-    if (type == double.class) {
-      return 0.0;
-    }
-    return null;
-  }
+  /** The zero of each primitive parameter type; other parameters get null. */
+  private static final Map<Class<?>, Object> ZERO =
+      Map.of(long.class, 0L, int.class, 0, double.class, 0.0);
 
   @Test
   void everyNativeIsStaticUniqueAndLinkedAndRefusesNullHandles() throws Exception {
@@ -58,7 +50,7 @@ class NativeMethodsTest {
       // linked, no crash, "usage" and a neutral result.
       Object[] args = new Object[params.length];
       for (int i = 0; i < args.length; i++) {
-        args[i] = zero(params[i]);
+        args[i] = ZERO.get(params[i]);
       }
       Object result = m.invoke(null, args);
       assertEquals(ErrorCode.USAGE.code(), kErrorCode(), name);

@@ -22,11 +22,7 @@ class SASTest {
   }
 
   private static List<String> names(List<Node> nodes) {
-    List<String> result = new ArrayList<>();
-    for (Node n : nodes) {
-      result.add(n.getName());
-    }
-    return result;
+    return nodes.stream().map(Node::getName).toList();
   }
 
   @Test
