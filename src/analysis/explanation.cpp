@@ -30,7 +30,8 @@ std::vector<Node*> evidence_items(const Domain& domain, const Node& hypothesis) 
 // away, and enters the items of each subset in turn.
 class Scorer {
  public:
-  Scorer(Domain& domain, Node& node, std::size_t state) : domain_(domain), node_(node), state_(state) {
+  Scorer(Domain& domain, Node& node, std::size_t state)
+      : domain_(domain), node_(node), state_(state) {
     require(&node.domain() == &domain && node.is_discrete() && state < node.state_count());
     require_queryable(domain);
     query_slot(node);

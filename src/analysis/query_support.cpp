@@ -63,14 +63,12 @@ EvidenceScope::~EvidenceScope() {
   for (std::size_t i = 0; i < nodes_.size(); ++i) copy_entered(nodes_[i]->evidence, saved_[i]);
   Forest* forest = domain_.forest();
   if (forest == nullptr) return;
-  for (auto& tree : forest->trees)
-    tree->evidence_to_propagate = count_evidence_to_propagate(*tree);
+  for (auto& tree : forest->trees) tree->evidence_to_propagate = count_evidence_to_propagate(*tree);
   try {
     if (had_equilibrium_)
       propagate_domain(domain_, static_cast<k_equilibrium_t>(equilibrium_),
                        static_cast<k_evidence_mode_t>(mode_));
-    else
-      initialise_domain(domain_);
+    else initialise_domain(domain_);
   } catch (...) {
     // A failed propagation leaves the trees reset; the evidence is back.
   }

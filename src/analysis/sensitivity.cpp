@@ -109,7 +109,8 @@ std::pair<double, double> linear(const double* theta, const std::vector<double>&
   const std::size_t x = static_cast<std::size_t>((i / c.stride) % c.states);
   const std::uint64_t first = i - x * c.stride;
   double rest = total;  // the part of the total that no entry of the column scales
-  for (std::size_t k = 0; k < c.states; ++k) rest -= theta[first + k * c.stride] * q[first + k * c.stride];
+  for (std::size_t k = 0; k < c.states; ++k)
+    rest -= theta[first + k * c.stride] * q[first + k * c.stride];
   // The column mates keep their proportions and fill the column up to 1;
   // when they are all 0 they share it equally.
   double mates = 0.0;
@@ -194,8 +195,8 @@ void compute_sensitivity(Domain& domain, const std::vector<SensitivityOutput>& o
     for (std::size_t o = 0; o < outputs.size(); ++o) {
       if (!in_set(o, n)) continue;
       std::vector<double> q;
-      const double factor =
-          with_state(domain, *outputs[o].first, outputs[o].second, [&] { q = ones_derivative(*n); });
+      const double factor = with_state(domain, *outputs[o].first, outputs[o].second,
+                                       [&] { q = ones_derivative(*n); });
       for (double& v : q) v *= factor;
       if (!q.empty()) qy[n][o] = std::move(q);
     }

@@ -1,5 +1,6 @@
 // Explanations of a hypothesis by subsets of the evidence through the C API.
 #include "analysis/explanation.h"
+
 #include "capi/boundary.h"
 
 using kelva::capi::get;

@@ -1,9 +1,10 @@
 // Graph queries and information measures through the C API.
+#include "structure/graph_queries.h"
+
 #include <algorithm>
 
 #include "analysis/information.h"
 #include "capi/boundary.h"
-#include "structure/graph_queries.h"
 
 using kelva::Domain;
 using kelva::Node;

@@ -1,7 +1,8 @@
 // Sensitivity analysis through the C API.
+#include "analysis/sensitivity.h"
+
 #include <array>
 
-#include "analysis/sensitivity.h"
 #include "capi/boundary.h"
 
 using kelva::Domain;
@@ -59,9 +60,8 @@ k_status_t k_node_get_sensitivity_constants2(k_node_t node, k_size_t input, k_si
 }
 
 k_node_t* k_domain_get_sensitivity_set(k_domain_t domain, k_size_t output) {
-  return guard<k_node_t*>(nullptr, [&] {
-    return handle(kelva::sensitivity_set(get(domain), output).data());
-  });
+  return guard<k_node_t*>(
+      nullptr, [&] { return handle(kelva::sensitivity_set(get(domain), output).data()); });
 }
 
 }  // extern "C"

@@ -62,8 +62,7 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetSen
   });
 }
 
-JNIEXPORT jint JNICALL
-Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetSensitivityConstants2(
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNodeGetSensitivityConstants2(
     JNIEnv* env, jclass, jlong jnode, jlong jinput, jlong joutput, jdoubleArray jconstants) {
   return guard<jint>(1, [&]() -> jint {
     return constants_to_java(env, jconstants, [&](double* constants) {

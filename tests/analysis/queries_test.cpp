@@ -33,7 +33,8 @@ struct Joint {
         k_table_t t = k_node_get_table(net.nodes[i]);
         std::size_t index = 0;
         for (k_node_t* m = k_table_get_nodes(t); *m != nullptr; ++m) {
-          const std::size_t j = std::find(net.nodes.begin(), net.nodes.end(), *m) - net.nodes.begin();
+          const std::size_t j =
+              std::find(net.nodes.begin(), net.nodes.end(), *m) - net.nodes.begin();
           index = index * states[j] + config[j];
         }
         p[c] *= k_table_get_data_item(t, index);
@@ -155,8 +156,8 @@ TEST(Sensitivity, ConstantsReproduceTheOutputForPerturbedEntries) {
         for (double t : {0.05, 0.5, 0.97}) {
           perturb(x, i, t, base);
           if (k_domain_propagate(c.net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) continue;
-          EXPECT_NEAR(k_node_get_belief(c.net.nodes[y], state), (k[0] * t + k[1]) / (k[2] * t + k[3]),
-                      1e-9)
+          EXPECT_NEAR(k_node_get_belief(c.net.nodes[y], state),
+                      (k[0] * t + k[1]) / (k[2] * t + k[3]), 1e-9)
               << "seed " << seed << ", entry " << i;
           ++checked;
         }
@@ -198,7 +199,8 @@ TEST(Explanation, ScoresAreBayesFactorsOfTheJoint) {
     auto factor = [&](const std::vector<k_node_t>& subset) {
       std::vector<long> ev(6, -1);
       for (k_node_t n : subset) {
-        const std::size_t i = std::find(c.net.nodes.begin(), c.net.nodes.end(), n) - c.net.nodes.begin();
+        const std::size_t i =
+            std::find(c.net.nodes.begin(), c.net.nodes.end(), n) - c.net.nodes.begin();
         ev[i] = c.evidence[i];
       }
       const double q = Joint(c.net, ev).pair(h, 0, h, 0), p = prior.pair(h, 0, h, 0);

@@ -162,9 +162,9 @@ void run_sensitivity(std::FILE* out, const Options& options) {
   });
   for (const Row& r : rows)
     std::fprintf(out, "%s\t%s\t%s\t%s\t%s\t%s\t%s\n", format_number(r.derivative).c_str(),
-                 r.parameter.c_str(), format_number(r.value).c_str(),
-                 format_number(r.k[0]).c_str(), format_number(r.k[1]).c_str(),
-                 format_number(r.k[2]).c_str(), format_number(r.k[3]).c_str());
+                 r.parameter.c_str(), format_number(r.value).c_str(), format_number(r.k[0]).c_str(),
+                 format_number(r.k[1]).c_str(), format_number(r.k[2]).c_str(),
+                 format_number(r.k[3]).c_str());
 }
 
 void run_voi(std::FILE* out, const Options& options) {

@@ -239,7 +239,8 @@ becomes t and the other entries of its column are scaled to keep their sum
 current value GAMMA t + DELTA = 1, and DERIVATIVE is the slope there.
 )TXT",
      "kelva sensitivity --example asia --target lung=yes --set dysp=yes"},
-    {Command::voi, "voi", "(FILE.net | --example NAME) --target NODE [--set NODE=STATE]...\n"
+    {Command::voi, "voi",
+     "(FILE.net | --example NAME) --target NODE [--set NODE=STATE]...\n"
      "[--quiet]",
      "rank the unobserved chance nodes by how much observing them\nwould tell about NODE",
      R"TXT(Output of voi: one line MUTUAL-INFORMATION<TAB>NODE per unobserved discrete
