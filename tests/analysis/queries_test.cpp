@@ -136,6 +136,13 @@ TEST(Sensitivity, ConstantsReproduceTheOutputForPerturbedEntries) {
     std::size_t y = seed % 6;
     while (c.evidence[y] >= 0) y = (y + 1) % 6;
     const std::size_t state = seed % k_node_get_number_of_states(c.net.nodes[y]);
+    // A likelihood on an unobserved node (every third seed the output's own).
+    std::size_t soft = seed % 3 == 0 ? y : (y + seed) % 6;
+    if (c.evidence[soft] < 0) {
+      for (std::size_t s = 0; s < k_node_get_number_of_states(c.net.nodes[soft]); ++s)
+        k_node_enter_finding(c.net.nodes[soft], s, 0.25 + 0.5 * ((s + seed) % 3));
+      ASSERT_EQ(k_domain_propagate(c.net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+    }
     ASSERT_EQ(k_node_compute_sensitivity_data(c.net.nodes[y], state), 0);
     const double p = k_node_get_belief(c.net.nodes[y], state);
     std::vector<k_node_t> set;
