@@ -869,6 +869,90 @@ KELVA_API k_status_t k_domain_report_beliefs(k_domain_t domain);
 KELVA_API k_status_t k_node_report_beliefs(k_node_t node);
 
 /* ------------------------------------------------------------------------ */
+/* Graph queries, sensitivity, explanations and information                  */
+/* ------------------------------------------------------------------------ */
+
+/* Lists handed out here belong to the node or domain that holds them: a
+ * node keeps the list of its last ancestor, descendant or moral-neighbour
+ * query, the domain those of its last d-separation query (forgotten when a
+ * link changes) and of its last sensitivity and explanation analyses.
+ * Analyses that propagate (sensitivity, explanations, mutual information)
+ * work on discrete chance and utility nodes only ("usage" otherwise), and
+ * leave the entered evidence and the trees' propagation state as they were
+ * ("compressed" on a compressed domain). */
+
+/** The node's ancestors (not itself), breadth-first from its parents. */
+KELVA_API k_node_t *k_node_get_ancestors(k_node_t node);
+/** The node's descendants (not itself), breadth-first from its children. */
+KELVA_API k_node_t *k_node_get_descendants(k_node_t node);
+/** The node's neighbours in the moral graph: parents, children, and the
+ *  children's other parents. */
+KELVA_API k_node_t *k_node_get_moral_neighbors(k_node_t node);
+/** The nodes d-connected to some node of `source` given hard evidence on
+ *  the nodes of `hard` and likelihood evidence on those of `soft` (each list
+ *  may be null for none; a likelihood acts as an observed child), found by
+ *  the Bayes ball: the unobserved nodes the ball reaches, sources included,
+ *  in the domain's node order. */
+KELVA_API k_node_t *k_domain_get_d_connected_nodes(k_domain_t domain, k_node_t *source,
+                                                   k_node_t *hard, k_node_t *soft);
+/** The other nodes of the domain (observed nodes among them), in the
+ *  domain's node order. */
+KELVA_API k_node_t *k_domain_get_d_separated_nodes(k_domain_t domain, k_node_t *source,
+                                                   k_node_t *hard, k_node_t *soft);
+
+/** Computes the sensitivity of P(node = state | evidence) to every entry of
+ *  every chance node's table: entry theta varies, the other entries of its
+ *  column scaled to keep the sum 1 (shared equally when they are all 0), and
+ *  the output is (alpha theta + beta) / (gamma theta + delta), scaled so
+ *  that gamma theta + delta is 1 at the current value.  "not_compiled",
+ *  "inconsistency_or_underflow" for impossible evidence. */
+KELVA_API k_status_t k_node_compute_sensitivity_data(k_node_t node, k_size_t state);
+/** The same for several outputs at once: nodes[i] = states[i] (`states`
+ *  has one entry per node of the list). */
+KELVA_API k_status_t k_domain_compute_sensitivity_data(k_domain_t domain, k_node_t *nodes,
+                                                       const k_size_t *states);
+/** Stores alpha, beta, gamma, delta of entry `input` of the node's table
+ *  (first output) in constants[0..3]; "usage" when no sensitivity data were
+ *  computed on the current junction forest. */
+KELVA_API k_status_t k_node_get_sensitivity_constants(k_node_t node, k_size_t input,
+                                                      double *constants);
+/** As k_node_get_sensitivity_constants, for output `output`. */
+KELVA_API k_status_t k_node_get_sensitivity_constants2(k_node_t node, k_size_t input,
+                                                       k_size_t output, double *constants);
+/** The chance nodes whose tables can change output `output` (the others
+ *  have constants 0, p, 0, 1), in the domain's node order. */
+KELVA_API k_node_t *k_domain_get_sensitivity_set(k_domain_t domain, k_size_t output);
+
+/** Scores every subset of at most `max_subset_size` (1 or more) items of
+ *  the evidence (selected states of other nodes) as an explanation of the
+ *  hypothesis node = state by its Bayes factor P(s | h) / P(s | not h);
+ *  likelihood evidence stays entered as background, the node's own
+ *  evidence is left out.  Best first; "usage" when the hypothesis is
+ *  certain or impossible without the items, or for more than 2^20
+ *  subsets. */
+KELVA_API k_status_t k_node_compute_explanation_data(k_node_t node, k_size_t state,
+                                                     k_size_t max_subset_size);
+/** The number of explanations of the last computation (K_SIZE_ERROR and
+ *  "usage" when none was made on the current junction forest). */
+KELVA_API k_size_t k_domain_get_number_of_explanations(k_domain_t domain);
+/** The nodes of explanation `index` (their entered states), in the
+ *  domain's node order. */
+KELVA_API k_node_t *k_domain_get_explanation(k_domain_t domain, k_size_t index);
+/** The Bayes factor of explanation `index` (may be infinity), -1 on error. */
+KELVA_API double k_domain_get_explanation_score(k_domain_t domain, k_size_t index);
+/** The Bayes factor of all items of the evidence for node = state (the
+ *  conventions of k_node_compute_explanation_data); -1 on error. */
+KELVA_API double k_node_get_total_impact(k_node_t node, k_size_t state);
+
+/** The entropy (natural logarithm) of the node's propagated beliefs;
+ *  -1 on error ("no_equilibrium", "usage" for a max equilibrium). */
+KELVA_API double k_node_get_entropy(k_node_t node);
+/** The mutual information (natural logarithm) of two discrete nodes under
+ *  the entered evidence: the expected fall of the entropy of one when the
+ *  other is observed; -1 on error. */
+KELVA_API double k_node_get_mutual_information(k_node_t node, k_node_t other);
+
+/* ------------------------------------------------------------------------ */
 /* Stored cases                                                              */
 /* ------------------------------------------------------------------------ */
 

@@ -25,6 +25,9 @@ namespace kelva {
 class Forest;
 /// A junction forest, destroyed as the compilation layer registered.
 using ForestPtr = Owned<Forest>;
+/// Results of sensitivity and explanation analyses, destroyed as the
+/// analysis layer registered.
+class QueryResults;
 
 struct ChainComponent {
   NodeList members;
@@ -106,7 +109,16 @@ class Domain : public Object {
   /// no forest.
   void uncompile() noexcept;
   /// Discards cached results of graph queries (d-separation, requisite sets).
-  void forget_graph_queries() noexcept {}
+  void forget_graph_queries() noexcept {
+    d_connected.clear();
+    d_separated.clear();
+  }
+  /// The lists handed out by the d-separation queries, kept until the next
+  /// query or link edit.
+  NodeList d_connected;
+  NodeList d_separated;
+  /// The last sensitivity and explanation results (null before the first).
+  Owned<QueryResults> query_results;
 
   /// Counts writes of table data; results computed before a change are stale.
   std::uint64_t table_changes() const noexcept { return table_changes_; }

@@ -38,4 +38,15 @@ void run_sample(const Options& options);
 /// the learned network and prints the scores.
 void run_learn(std::FILE* out, const Options& options);
 
+/// Lists the nodes d-connected to the --from nodes given the --set nodes.
+void run_dsep(std::FILE* out, const Options& options);
+
+/// Prints the sensitivity of the --target probability to every table entry
+/// that can change it, most influential first.
+void run_sensitivity(std::FILE* out, const Options& options);
+
+/// Prints the mutual information of the --target node with every other
+/// unobserved chance node, most informative first.
+void run_voi(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

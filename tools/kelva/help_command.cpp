@@ -15,7 +15,8 @@ constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(com
 
 constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
-    bit(Command::compile) | bit(Command::sample) | bit(Command::learn);
+    bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
+    bit(Command::sensitivity) | bit(Command::voi);
 constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
 constexpr unsigned kWithProgress = kAllCommands;
 
@@ -49,8 +50,13 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--set NODE=STATE",
      "evidence for beliefs: NODE is in state STATE, given by\n"
      "its label or as #INDEX (counting from 0); repeatable,\n"
-     "once per node",
-     bit(Command::beliefs)},
+     "once per node (dsep takes the nodes as observed)",
+     bit(Command::beliefs) | bit(Command::dsep) | bit(Command::sensitivity) | bit(Command::voi)},
+    {"--from NODE,...", "the source nodes of dsep", bit(Command::dsep)},
+    {"--target T",
+     "what sensitivity and voi ask about: NODE=STATE, the\n"
+     "probability of a state (sensitivity), or NODE (voi)",
+     bit(Command::sensitivity) | bit(Command::voi)},
     {"--max",
      "propagate to max equilibrium: max-marginals instead of\n"
      "beliefs, and the probability of the most probable\n"
@@ -213,6 +219,37 @@ with its row and column.  With progress notes, each EM iteration is noted
 with its log-likelihood.
 )TXT",
      "kelva learn --example asia asia.dat -o learned.net --max-iterations 20"},
+    {Command::dsep, "dsep", "(FILE.net | --example NAME) --from NODE,... [--set NODE=STATE]...",
+     "list the nodes d-connected to the --from nodes given the\n--set nodes",
+     R"TXT(Output of dsep: the name of every node that a path not blocked by the
+observed (--set) nodes joins to a --from node, one per line, in the domain's
+order; the --from nodes themselves are listed unless observed.  The states
+given with --set play no part, and the network is not compiled.
+)TXT",
+     "kelva dsep --example asia --from smoke --set dysp=yes"},
+    {Command::sensitivity, "sensitivity",
+     "(FILE.net | --example NAME) --target NODE=STATE\n[--set NODE=STATE]... [--quiet]",
+     "print how the probability of a state under the evidence depends\non each table entry",
+     R"TXT(Output of sensitivity: one line per entry of the table of every chance node
+that can change P(target | evidence), the steepest first:
+  DERIVATIVE  NODE=STATE|PARENT=STATE,...  VALUE  ALPHA  BETA  GAMMA  DELTA
+separated by tabs ("-" for a node without parents).  When the entry (VALUE)
+becomes t and the other entries of its column are scaled to keep their sum
+1, P(target | evidence) = (ALPHA t + BETA) / (GAMMA t + DELTA); at the
+current value GAMMA t + DELTA = 1, and DERIVATIVE is the slope there.
+)TXT",
+     "kelva sensitivity --example asia --target lung=yes --set dysp=yes"},
+    {Command::voi, "voi",
+     "(FILE.net | --example NAME) --target NODE [--set NODE=STATE]...\n"
+     "[--quiet]",
+     "rank the unobserved chance nodes by how much observing them\nwould tell about NODE",
+     R"TXT(Output of voi: one line MUTUAL-INFORMATION<TAB>NODE per unobserved discrete
+chance node other than the target, the largest first: the mutual
+information (natural logarithm) of the node and the target under the
+evidence, the expected fall of the target's entropy when the node is
+observed.
+)TXT",
+     "kelva voi --example asia --target lung --set dysp=yes"},
 };
 
 constexpr const char* kExitText = R"TXT(

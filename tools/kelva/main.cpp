@@ -45,6 +45,15 @@ void run(const kelva::cli::Options& options) {
     case Command::learn:
       kelva::cli::run_learn(stdout, options);
       break;
+    case Command::dsep:
+      kelva::cli::run_dsep(stdout, options);
+      break;
+    case Command::sensitivity:
+      kelva::cli::run_sensitivity(stdout, options);
+      break;
+    case Command::voi:
+      kelva::cli::run_voi(stdout, options);
+      break;
   }
 }
 

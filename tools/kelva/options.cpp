@@ -109,6 +109,12 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::sample;
   } else if (command == "learn") {
     options.command = Command::learn;
+  } else if (command == "dsep") {
+    options.command = Command::dsep;
+  } else if (command == "sensitivity") {
+    options.command = Command::sensitivity;
+  } else if (command == "voi") {
+    options.command = Command::voi;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -130,7 +136,8 @@ Options parse_options(std::span<const char* const> args) {
         only_for(options, Command::beliefs, "--format");
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--set")) {
-      only_for(options, Command::beliefs, "--set");
+      only_for(options, {Command::beliefs, Command::dsep, Command::sensitivity, Command::voi},
+               "--set");
       const std::size_t eq = value->find('=');
       if (eq == std::string::npos) throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
       for (const std::string& earlier : options.findings)
@@ -138,6 +145,22 @@ Options parse_options(std::span<const char* const> args) {
           throw UsageError("--set: node '" + value->substr(0, eq) + "' is set twice (" + earlier +
                            " and " + *value + ")");
       options.findings.push_back(*value);
+    } else if (auto value = option_value(args, i, "--from")) {
+      only_for(options, Command::dsep, "--from");
+      for (std::size_t start = 0; start <= value->size();) {
+        std::size_t comma = value->find(',', start);
+        if (comma == std::string::npos) comma = value->size();
+        if (comma == start) throw UsageError("--from needs NODE,NODE,..., not '" + *value + "'");
+        options.from_nodes.push_back(value->substr(start, comma - start));
+        start = comma + 1;
+      }
+    } else if (auto value = option_value(args, i, "--target")) {
+      only_for(options, {Command::sensitivity, Command::voi}, "--target");
+      if (value->empty() ||
+          (options.command == Command::sensitivity) != (value->find('=') != std::string::npos))
+        throw UsageError(options.command == Command::sensitivity ? "--target needs NODE=STATE"
+                                                                 : "--target needs NODE");
+      options.target = *value;
     } else if (auto value = option_value(args, i, "--case")) {
       only_for(options, Command::beliefs, "--case");
       options.case_file = *value;
@@ -215,6 +238,11 @@ Options parse_options(std::span<const char* const> args) {
        options.command == Command::learn) &&
       options.output.empty())
     throw UsageError("no output file given (use -o FILE)");
+  if (options.command == Command::dsep && options.from_nodes.empty())
+    throw UsageError("dsep needs the source nodes (use --from NODE,...)");
+  if ((options.command == Command::sensitivity || options.command == Command::voi) &&
+      options.target.empty())
+    throw UsageError("no target given (use --target)");
   if (options.command == Command::sample && options.cases < 0)
     throw UsageError("sample needs the number of cases (use -n N)");
   return options;

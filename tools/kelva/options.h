@@ -9,7 +9,21 @@
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, beliefs, bench, compile, sample, learn };
+enum class Command {
+  help,
+  version,
+  nodes,
+  convert,
+  beliefs,
+  bench,
+  compile,
+  sample,
+  learn,
+  // Questions asked of a network under evidence.
+  dsep,
+  sensitivity,
+  voi,
+};
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -62,6 +76,10 @@ struct Options {
   k_triangulation_method_t method = K_TM_BEST_GREEDY;
   /// The log file `compile` and `learn` write (none when empty).
   std::string log;
+  /// `dsep --from`: the source nodes.  `sensitivity --target NODE=STATE`,
+  /// `voi --target NODE`: the output probability or node.
+  std::vector<std::string> from_nodes;
+  std::string target;
   /// `convert --digits`: significant digits of the numbers written (0: the
   /// usual NET formats; 17 reads back exactly).
   int digits = 0;

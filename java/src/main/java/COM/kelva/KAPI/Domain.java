@@ -712,6 +712,101 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * The nodes d-connected to some source node given hard evidence on
+   * {@code hard} and likelihood evidence on {@code soft} (a likelihood acts
+   * as an observed child): the unobserved nodes a path not blocked by the
+   * evidence reaches, the sources included, in the domain's node order.
+   *
+   * @param source the source nodes
+   * @param hard the nodes with a selected state
+   * @param soft the nodes with likelihood evidence
+   * @return the d-connected nodes
+   * @throws KelvaException "usage" for nodes of another domain
+   */
+  public List<Node> getDConnectedNodes(List<Node> source, List<Node> hard, List<Node> soft) {
+    return Calls.nodes(this, check(Calls.withList(source, s -> Calls.withList(hard,
+        h -> Calls.withList(soft, l -> kDomainGetDConnectedNodes(handle, s, h, l))))));
+  }
+
+  /**
+   * The nodes that {@link #getDConnectedNodes} leaves out (the observed
+   * nodes among them), in the domain's node order.
+   *
+   * @param source the source nodes
+   * @param hard the nodes with a selected state
+   * @param soft the nodes with likelihood evidence
+   * @return the d-separated nodes
+   * @throws KelvaException "usage" for nodes of another domain
+   */
+  public List<Node> getDSeparatedNodes(List<Node> source, List<Node> hard, List<Node> soft) {
+    return Calls.nodes(this, check(Calls.withList(source, s -> Calls.withList(hard,
+        h -> Calls.withList(soft, l -> kDomainGetDSeparatedNodes(handle, s, h, l))))));
+  }
+
+  /**
+   * Computes the sensitivity of several output probabilities, P(nodes[i] =
+   * states[i] | evidence), to every entry of every chance node's table; read
+   * them with {@link Node#getSensitivityConstants(long, long)}.
+   *
+   * @param nodes the output nodes
+   * @param states one state per output node
+   * @throws KelvaException "usage", "not_compiled", "compressed",
+   *     "inconsistency_or_underflow" for impossible evidence
+   */
+  public void computeSensitivityData(List<Node> nodes, long[] states) {
+    Calls.withList(nodes, list -> kDomainComputeSensitivityData(handle, list, states));
+    check();
+  }
+
+  /**
+   * The chance nodes whose tables can change output {@code output} of the
+   * last sensitivity computation, in the domain's node order.
+   *
+   * @param output the output's index
+   * @return the nodes
+   * @throws KelvaException "usage" when no sensitivity data were computed on
+   *     the current junction forest
+   */
+  public List<Node> getSensitivitySet(long output) {
+    return Calls.nodes(this, check(kDomainGetSensitivitySet(handle, output)));
+  }
+
+  /**
+   * The number of explanations found by the last
+   * {@link Node#computeExplanationData}.
+   *
+   * @return the count
+   * @throws KelvaException "usage" when none were computed on the current
+   *     junction forest
+   */
+  public long getNumberOfExplanations() {
+    return check(kDomainGetNumberOfExplanations(handle));
+  }
+
+  /**
+   * The nodes of explanation {@code index}, best first; their entered
+   * states are the explanation.
+   *
+   * @param index the explanation's index
+   * @return the nodes
+   * @throws KelvaException "usage" for an index out of range
+   */
+  public List<Node> getExplanation(long index) {
+    return Calls.nodes(this, check(kDomainGetExplanation(handle, index)));
+  }
+
+  /**
+   * The Bayes factor of explanation {@code index}: P(s | h) / P(s | not h).
+   *
+   * @param index the explanation's index
+   * @return the score (may be infinite)
+   * @throws KelvaException "usage" for an index out of range
+   */
+  public double getExplanationScore(long index) {
+    return check(kDomainGetExplanationScore(handle, index));
+  }
+
+  /**
    * Replaces the clique and separator tables by tables that keep only their
    * non-zero entries.
    *

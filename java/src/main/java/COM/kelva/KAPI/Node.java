@@ -723,6 +723,117 @@ public final class Node {
   }
 
   /**
+   * The ancestors (not the node itself), breadth-first from the parents.
+   *
+   * @return the ancestors
+   * @throws KelvaException when the node is dead
+   */
+  public List<Node> getAncestors() {
+    return Calls.nodes(domain, check(kNodeGetAncestors(nodePeer)));
+  }
+
+  /**
+   * The descendants (not the node itself), breadth-first from the children.
+   *
+   * @return the descendants
+   * @throws KelvaException when the node is dead
+   */
+  public List<Node> getDescendants() {
+    return Calls.nodes(domain, check(kNodeGetDescendants(nodePeer)));
+  }
+
+  /**
+   * The neighbours in the moral graph: parents, children and the children's
+   * other parents.
+   *
+   * @return the moral neighbours
+   * @throws KelvaException when the node is dead
+   */
+  public List<Node> getMoralNeighbors() {
+    return Calls.nodes(domain, check(kNodeGetMoralNeighbors(nodePeer)));
+  }
+
+  /**
+   * The entropy (natural logarithm) of the propagated beliefs.
+   *
+   * @return the entropy
+   * @throws KelvaException "usage", "not_compiled", "no_equilibrium"
+   */
+  public double getEntropy() {
+    return check(kNodeGetEntropy(nodePeer));
+  }
+
+  /**
+   * The mutual information (natural logarithm) of this node and
+   * {@code other} under the entered evidence: the expected fall of this
+   * node's entropy when {@code other} is observed.
+   *
+   * @param other a discrete node of the same domain
+   * @return the mutual information
+   * @throws KelvaException "usage", "not_compiled", "compressed"
+   */
+  public double getMutualInformation(Node other) {
+    return check(kNodeGetMutualInformation(nodePeer, other.handle()));
+  }
+
+  /**
+   * Computes the sensitivity of P(this = state | evidence) to every entry of
+   * every chance node's table.
+   *
+   * @param state the output state
+   * @throws KelvaException "usage", "not_compiled", "compressed",
+   *     "inconsistency_or_underflow" for impossible evidence
+   */
+  public void computeSensitivityData(long state) {
+    check(kNodeComputeSensitivityData(nodePeer, state));
+  }
+
+  /**
+   * The constants alpha, beta, gamma, delta of entry {@code input} of this
+   * node's table for output {@code output} of the last sensitivity
+   * computation: with the entry at t (its column mates scaled to keep the
+   * sum 1), the output is (alpha t + beta) / (gamma t + delta).
+   *
+   * @param input the entry's index in the node's table
+   * @param output the output's index (0 for the single output)
+   * @return the four constants
+   * @throws KelvaException "usage" when no data were computed on the current
+   *     junction forest, or an index is out of range
+   */
+  public double[] getSensitivityConstants(long input, long output) {
+    double[] constants = new double[4];
+    check(kNodeGetSensitivityConstants2(nodePeer, input, output, constants));
+    return constants;
+  }
+
+  /**
+   * Scores every subset of at most {@code maxSubsetSize} items of the
+   * evidence (the selected states of other nodes) as an explanation of this
+   * node being in {@code state}, by its Bayes factor; read them from the
+   * domain, best first.
+   *
+   * @param state the hypothesis state
+   * @param maxSubsetSize the largest subset (1 or more)
+   * @throws KelvaException "usage" when the hypothesis is certain or
+   *     impossible without the evidence, "not_compiled"
+   */
+  public void computeExplanationData(long state, long maxSubsetSize) {
+    check(kNodeComputeExplanationData(nodePeer, state, maxSubsetSize));
+  }
+
+  /**
+   * The Bayes factor of all the evidence's items for this node being in
+   * {@code state}.
+   *
+   * @param state the hypothesis state
+   * @return the factor (may be infinite)
+   * @throws KelvaException as {@link #computeExplanationData}
+   */
+  public double getTotalImpact(long state) {
+    return check(kNodeGetTotalImpact(nodePeer, state));
+  }
+
+  /**
    * The expected utility of a utility node.
    *
    * @return the expected utility
