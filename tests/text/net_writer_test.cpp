@@ -19,6 +19,7 @@
 
 #include "common/expect_code.h"
 #include "common/fail_new.h"
+#include "common/shared_nets.h"
 #include "expr/expression.h"
 #include "expr/model.h"
 #include "kelva/kelva.h"
@@ -27,6 +28,7 @@
 #include "network/node.h"
 #include "network/state_text.h"
 #include "table/table.h"
+#include "text/text_files.h"
 
 namespace kelva {
 namespace {
@@ -99,15 +101,10 @@ std::string block(const std::string& text, const std::string& head) {
   return text.substr(start + 1, brace + 2 - (start + 1));
 }
 
-// Collects the reader's messages.
-void collect(std::uint64_t position, const char* message, void* data) {
-  *static_cast<std::string*>(data) += std::to_string(position) + ": " + message + "\n";
-}
-
 // The text of a domain read from `text`, written again: the same bytes.
 void expect_round_trip(const std::string& text) {
   std::string messages;
-  k_domain_t copy = k_net_parse_domain_string(text.c_str(), collect, &messages);
+  k_domain_t copy = k_net_parse_domain_string(text.c_str(), test::collect, &messages);
   ASSERT_NE(copy, nullptr) << k_error_name(k_error_code()) << "\n" << messages << text;
   char* again = k_domain_to_net_string(copy);
   k_domain_delete(copy);
@@ -149,6 +146,13 @@ TEST(NetWriter, NetworkBlockNodeKindsAndEmptyPotentials) {
   net.add(K_CATEGORY_FUNCTION, K_KIND_OTHER, K_SUBTYPE_LABEL, "R");
   net.add(K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL, nullptr);  // named when written
 
+  // Blocks of nodes without label or position, and of potentials of one node.
+  auto plain = [](const std::string& head, const std::string& rest = "") {
+    return "\n" + head + "\n{\n    label = \"\";\n    position = (0 0);\n" + rest + "}\n";
+  };
+  auto potential = [](const std::string& name, const std::string& data) {
+    return "\npotential (" + name + ")\n{\n    data = ( " + data + " );\n}\n";
+  };
   EXPECT_EQ(net.text(),
             "net\n{\n"
             "    node_size = (80 40);\n"
@@ -161,59 +165,20 @@ TEST(NetWriter, NetworkBlockNodeKindsAndEmptyPotentials) {
             "    states = (\"yes\" \"no\");\n"
             "    colour = \"red\";\n"
             "    size = \"big\";\n"
-            "}\n"
-            "\nnode B\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "    states = (\"false\" \"true\");\n"
-            "    subtype = boolean;\n"
-            "}\n"
-            "\nnode N\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "    states = (\"\" \"\" \"many\");\n"
-            "    subtype = number;\n"
-            "    state_values = (0 1.5 infinity);\n"
-            "}\n"
-            "\nnode I\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "    states = (\"\" \"\");\n"
-            "    subtype = interval;\n"
-            "    state_values = (-infinity 0.33333333 infinity);\n"
-            "}\n"
-            "\ndecision D\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "    states = (\"go\" \"stop\");\n"
-            "}\n"
-            "\nutility U\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "}\n"
-            "\ndiscrete function F\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "    states = (\"\");\n"
-            "}\n"
-            "\nfunction R\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "}\n"
-            "\nnode C9\n{\n"
-            "    label = \"\";\n"
-            "    position = (0 0);\n"
-            "    states = (\"\");\n"
-            "}\n"
-            "\npotential (A)\n{\n    data = ( 0.25 0.75 );\n}\n"
-            "\npotential (B)\n{\n    data = ( 0 0 );\n}\n"
-            "\npotential (N)\n{\n    data = ( 0 0 0 );\n}\n"
-            "\npotential (I)\n{\n    data = ( 0 0 );\n}\n"
-            "\npotential (D) {}\n"
-            "\npotential (U)\n{\n    data = ( 0 );\n}\n"
-            "\npotential (F)\n{\n    data = ( 0 );\n}\n"
-            "\npotential (R) {}\n"
-            "\npotential (C9)\n{\n    data = ( 0 );\n}\n");
+            "}\n" +
+                plain("node B", "    states = (\"false\" \"true\");\n    subtype = boolean;\n") +
+                plain("node N",
+                      "    states = (\"\" \"\" \"many\");\n    subtype = number;\n"
+                      "    state_values = (0 1.5 infinity);\n") +
+                plain("node I",
+                      "    states = (\"\" \"\");\n    subtype = interval;\n"
+                      "    state_values = (-infinity 0.33333333 infinity);\n") +
+                plain("decision D", "    states = (\"go\" \"stop\");\n") + plain("utility U") +
+                plain("discrete function F", "    states = (\"\");\n") + plain("function R") +
+                plain("node C9", "    states = (\"\");\n") + potential("A", "0.25 0.75") +
+                potential("B", "0 0") + potential("N", "0 0 0") + potential("I", "0 0") +
+                "\npotential (D) {}\n" + potential("U", "0") + potential("F", "0") +
+                "\npotential (R) {}\n" + potential("C9", "0"));
   // Writing made no tables and changed nothing but the generated name.
   EXPECT_EQ(k_node_has_table(k_domain_get_node_by_name(net.d, "B")), 0);
   EXPECT_EQ(net.text(), net.text());
@@ -511,15 +476,11 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
   EXPECT_FALSE(kept.has_value());
 
   const std::string dir = ::testing::TempDir();
-  const std::string name = dir + "/net_writer_test.net";
+  const test::TempFile file;
+  const std::string& name = file.path;
   ASSERT_EQ(k_domain_save_as_net(net.d, name.c_str()), 0) << k_error_name(k_error_code());
   EXPECT_EQ(kept, name);
-  std::FILE* file = std::fopen(name.c_str(), "r");
-  ASSERT_NE(file, nullptr);
-  std::string content;
-  for (int ch; (ch = std::fgetc(file)) != EOF;) content += static_cast<char>(ch);
-  std::fclose(file);
-  EXPECT_EQ(content, net.text());
+  EXPECT_EQ(file.contents(), net.text());
 
   // A file that cannot be opened, and one whose writes fail.
   EXPECT_FAILS(k_domain_save_as_net(net.d, (dir + "/no/such/dir/x.net").c_str()), K_ERROR_IO);
@@ -538,7 +499,6 @@ TEST(NetWriter, SaveAsNetKeepsTheNameOnlyOnSuccess) {
     EXPECT_EQ(e.code(), K_ERROR_IO);
   }
   std::fclose(read_only);
-  std::remove(name.c_str());
 
   EXPECT_FAILS(k_domain_save_as_net(net.d, nullptr), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_save_as_net(nullptr, name.c_str()), K_ERROR_USAGE);
@@ -571,14 +531,8 @@ TEST(NetWriter, OutOfMemoryFailsCleanly) {
 // Every file of the shared networks that the reader accepts writes, reads
 // back and writes again to the same bytes.
 TEST(NetWriter, SharedNetworksRoundTrip) {
-  const char* env = std::getenv("KELVA_SHARED_DIR");
-  const std::filesystem::path dir =
-      std::filesystem::path(env != nullptr ? env : KELVA_DEFAULT_SHARED_DIR) / "nets";
-  if (!std::filesystem::is_directory(dir)) GTEST_SKIP() << "no shared networks at " << dir;
-  std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(dir))
-    if (entry.path().extension() == ".net") files.push_back(entry.path());
-  std::sort(files.begin(), files.end());
+  const std::vector<std::filesystem::path> files = test::shared_nets();
+  if (files.empty()) GTEST_SKIP() << "no shared networks";
   int written = 0;
   for (const auto& file : files) {
     SCOPED_TRACE(file.filename().string());
@@ -591,16 +545,14 @@ TEST(NetWriter, SharedNetworksRoundTrip) {
     std::free(text);
     ++written;
   }
-  EXPECT_GT(written, 0) << "the reader accepted none of " << files.size() << " files in " << dir;
+  EXPECT_GT(written, 0) << "the reader accepted none of " << files.size() << " files";
 }
 
 // With 17 digits every number reads back bit for bit: alarm's tables and
 // P(e) equal the original's, numbers of CG items, state values and models
 // are written in full, and writing again gives the same bytes.
 TEST(NetWriter, SeventeenDigitsReadBackExactly) {
-  const char* env = std::getenv("KELVA_SHARED_DIR");
-  const std::filesystem::path alarm =
-      std::filesystem::path(env != nullptr ? env : KELVA_DEFAULT_SHARED_DIR) / "nets" / "alarm.net";
+  const std::filesystem::path alarm = test::shared_dir() / "nets" / "alarm.net";
   if (!std::filesystem::exists(alarm)) GTEST_SKIP() << "no " << alarm;
   const k_domain_t small = k_net_parse_domain_string(
       "node A { states = (\"a\" \"b\"); } continuous node X { }\n"
