@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "capi/case_domain.h"
 #include "common/fail_new.h"
 #include "dataset/data_set_fixture.h"
 #include "kelva/kelva.h"
@@ -21,47 +22,15 @@ const std::nullopt_t missing = std::nullopt;
 kelva::Node& engine(k_node_t n) { return *reinterpret_cast<kelva::Node*>(n); }
 kelva::Domain& engine(k_domain_t d) { return *reinterpret_cast<kelva::Domain*>(d); }
 
-// A domain with one node of each sort that cases can hold, plus one that
-// cannot: L labelled (low, mid, high), B boolean (a discrete function
-// node), N numbered (1, 2.5, 4), I interval ([0, 1), [1, 10)), C continuous,
-// U a real-valued function node.
-struct CaseDomain : ::testing::Test {
-  k_domain_t d = k_new_domain();
-  k_node_t L, B, N, I, C, U;
-
-  k_node_t node(const char* name, k_category_t category, k_kind_t kind, k_subtype_t subtype,
-                std::size_t states) {
-    k_node_t n = k_domain_new_node(d, category, kind, subtype);
-    k_node_set_name(n, name);
-    EXPECT_NE(n, nullptr) << name << ": " << k_error_name(k_error_code());
-    if (kind == K_KIND_DISCRETE && subtype != K_SUBTYPE_BOOLEAN)
-      k_node_set_number_of_states(n, states);
-    return n;
-  }
-  CaseDomain() {
-    L = node("L", K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL, 3);
-    const char* labels[] = {"low", "mid", "high"};
-    for (k_size_t i = 0; i < 3; ++i) k_node_set_state_label(L, i, labels[i]);
-    B = node("B", K_CATEGORY_FUNCTION, K_KIND_DISCRETE, K_SUBTYPE_BOOLEAN, 2);
-    N = node("N", K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_NUMBER, 3);
-    const double values[] = {1, 2.5, 4};
-    for (k_size_t i = 0; i < 3; ++i) k_node_set_state_value(N, i, values[i]);
-    I = node("I", K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_INTERVAL, 2);
-    const double bounds[] = {0, 1, 10};
-    for (k_size_t i = 0; i < 3; ++i) k_node_set_state_value(I, i, bounds[i]);
-    C = node("C", K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL, 0);
-    U = node("U", K_CATEGORY_FUNCTION, K_KIND_OTHER, K_SUBTYPE_LABEL, 0);
-  }
-  ~CaseDomain() override { k_domain_delete(d); }
-
-  // The items of case `c`: a state index, a value or "-" per node.
+// The items of stored cases: a state index, a value or "-" per node.
+struct CaseDomain : kelva::test::CaseDomain {
   std::vector<std::string> items(std::size_t c) {
     std::vector<std::string> out;
-    for (k_node_t n : {L, B, N, I}) {
+    for (k_node_t n : {level, flag, number, interval, function}) {
       const auto s = engine(n).cases.state(c);
       out.push_back(s < 0 ? "-" : std::to_string(s));
     }
-    const double v = engine(C).cases.value(c);
+    const double v = engine(x).cases.value(c);
     out.push_back(std::isnan(v) ? "-" : std::to_string(v));
     return out;
   }
@@ -72,17 +41,17 @@ using Items = std::vector<std::string>;
 
 TEST_F(CaseDomain, EachSortOfNodeReadsItsCells) {
   DataSetHandle ds;
-  fill(ds, {"N", "unknown", "L", "B", "I", "C", "U"},
-       {{"2.5", "zz", "mid", "true", "0", "-1.5", "99"},
-        {" 4 ", missing, "#2", "false", "9.99", "1e2", "x"},
-        {missing, missing, missing, missing, missing, missing, missing},
-        {"#0", "", "low", "#1", "#1", "0", ""}});
+  fill(ds, {"N", "unknown", "L", "B", "I", "X", "R", "F"},
+       {{"2.5", "zz", "mid dle", "true", "0", "-1.5", "99", "#1"},
+        {" 10 ", missing, "#2", "false", "4.99", "1e2", "x", missing},
+        {missing, missing, missing, missing, missing, missing, missing, missing},
+        {"#0", "", "low", "#1", "#1", "0", "", "#0"}});
   ASSERT_EQ(k_domain_add_cases(d, ds, 0, 4), 0) << k_error_name(k_error_code());
   ASSERT_EQ(cases(), 4u);
-  EXPECT_EQ(items(0), (Items{"1", "1", "1", "0", std::to_string(-1.5)}));
-  EXPECT_EQ(items(1), (Items{"2", "0", "2", "1", std::to_string(100.0)}));
-  EXPECT_EQ(items(2), (Items{"-", "-", "-", "-", "-"}));
-  EXPECT_EQ(items(3), (Items{"0", "1", "0", "1", std::to_string(0.0)}));
+  EXPECT_EQ(items(0), (Items{"1", "1", "1", "0", "1", std::to_string(-1.5)}));
+  EXPECT_EQ(items(1), (Items{"2", "0", "2", "1", "-", std::to_string(100.0)}));
+  EXPECT_EQ(items(2), (Items{"-", "-", "-", "-", "-", "-"}));
+  EXPECT_EQ(items(3), (Items{"0", "1", "0", "1", "0", std::to_string(0.0)}));
   EXPECT_FALSE(engine(d).cases.counts_set());
   EXPECT_EQ(engine(d).cases.count(3), 1.0);
 
@@ -108,7 +77,7 @@ TEST_F(CaseDomain, CountColumnWeighsCases) {
 // Every refusal leaves the stored cases, their items and counts as they were.
 TEST_F(CaseDomain, RefusedCellsAddNothing) {
   DataSetHandle good;
-  fill(good, {"L", "C"}, {{"high", "3"}});
+  fill(good, {"L", "X"}, {{"high", "3"}});
   ASSERT_EQ(k_domain_add_cases(d, good, 0, 1), 0);
 
   const std::vector<
@@ -121,10 +90,10 @@ TEST_F(CaseDomain, RefusedCellsAddNothing) {
           {{"B"}, {"yes"}, K_ERROR_USAGE},
           {{"B"}, {"TRUE"}, K_ERROR_USAGE},
           {{"N"}, {"3"}, K_ERROR_USAGE},
-          {{"I"}, {"10"}, K_ERROR_USAGE},  // intervals hold their low end only
+          {{"I"}, {"5"}, K_ERROR_USAGE},  // intervals hold their low end only
           {{"I"}, {"-0.5"}, K_ERROR_USAGE},
-          {{"C"}, {"nan"}, K_ERROR_USAGE},
-          {{"C"}, {"low"}, K_ERROR_USAGE},
+          {{"X"}, {"nan"}, K_ERROR_USAGE},
+          {{"X"}, {"low"}, K_ERROR_USAGE},
           {{"#"}, {"-1"}, K_ERROR_USAGE},
           {{"#"}, {"x"}, K_ERROR_USAGE},
           {{"L", "L"}, {"low", "low"}, K_ERROR_USAGE},
@@ -138,13 +107,13 @@ TEST_F(CaseDomain, RefusedCellsAddNothing) {
     EXPECT_NE(k_domain_add_cases(d, ds, 0, 2), 0) << names[0] << " " << line[0].value_or("-");
     EXPECT_EQ(k_error_code(), code);
     ASSERT_EQ(cases(), 1u);
-    EXPECT_EQ(items(0), (Items{"2", "-", "-", "-", std::to_string(3.0)}));
+    EXPECT_EQ(items(0), (Items{"2", "-", "-", "-", "-", std::to_string(3.0)}));
     EXPECT_FALSE(engine(d).cases.counts_set());
   }
 }
 
 TEST_F(CaseDomain, StatesAboveTheCaseLimitAreRefused) {
-  k_node_t wide = node("W", K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL, 40000);
+  k_node_t wide = discrete("W", K_CATEGORY_CHANCE, K_SUBTYPE_LABEL, 40000);
   DataSetHandle ds;
   fill(ds, {"W"}, {{"#32767"}, {"#32768"}});
   ASSERT_EQ(k_domain_add_cases(d, ds, 0, 1), 0);
@@ -156,8 +125,8 @@ TEST_F(CaseDomain, StatesAboveTheCaseLimitAreRefused) {
 
 TEST_F(CaseDomain, FailedAllocationAddsNothing) {
   DataSetHandle ds;
-  fill(ds, {"#", "L", "B", "N", "I", "C"},
-       {{"2", "low", "true", "1", "0.5", "1"}, {missing, "high", "false", "4", "5", "2"}});
+  fill(ds, {"#", "L", "B", "N", "I", "X"},
+       {{"2", "low", "true", "1", "0.5", "1"}, {missing, "high", "false", "10", "4.5", "2"}});
   long n = 0;
   for (;; ++n) {
     kelva::test::fail_allocation_after(n);
@@ -166,12 +135,12 @@ TEST_F(CaseDomain, FailedAllocationAddsNothing) {
     if (status == 0) break;
     ASSERT_EQ(k_error_code(), K_ERROR_NO_MEMORY);
     ASSERT_EQ(cases(), 0u);
-    for (k_node_t node : {L, B, N, I, C}) EXPECT_FALSE(engine(node).cases.is_set(0));
+    for (k_node_t node : all()) EXPECT_FALSE(engine(node).cases.is_set(0));
     EXPECT_FALSE(engine(d).cases.counts_set());
     ASSERT_LT(n, 1000);
   }
   EXPECT_GT(n, 5);
-  EXPECT_EQ(items(1), (Items{"2", "0", "2", "1", std::to_string(2.0)}));
+  EXPECT_EQ(items(1), (Items{"2", "0", "2", "1", "-", std::to_string(2.0)}));
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 #include "common/fail_new.h"
 #include "em_fixture.h"
 #include "learning/em.h"
+#include "text/text_files.h"
 
 namespace kelva::test {
 namespace {
@@ -30,11 +31,6 @@ std::string read_file(const std::filesystem::path& path) {
   std::ostringstream text;
   text << in.rdbuf();
   return text.str();
-}
-
-std::filesystem::path temp_log(const char* name) {
-  return std::filesystem::temp_directory_path() /
-         (std::string("kelva-em-") + name + "-" + std::to_string(::getpid()) + ".log");
 }
 
 TEST(EmApi, PreconditionsInTheirOrder) {
@@ -139,8 +135,8 @@ TEST(EmApi, LogText) {
   net.add_case({"A", "B"}, {-1, 2});
   net.add_case({"A", "B"}, {1, -1});
   net.add_case({"A", "B"}, {1, 1});
-  const auto path = temp_log("text");
-  ASSERT_EQ(k_domain_set_log_file(net.domain, path.string().c_str(), 0), 0);
+  const TempFile log;
+  ASSERT_EQ(k_domain_set_log_file(net.domain, log.path.c_str(), 0), 0);
   ASSERT_EQ(k_domain_set_max_number_of_em_iterations(net.domain, 3), 0);
   ASSERT_EQ(k_domain_learn_tables(net.domain), 0);
   // With counts set, the header gives their total.
@@ -150,8 +146,7 @@ TEST(EmApi, LogText) {
   ASSERT_EQ(k_domain_set_log_file(net.domain, nullptr, 0), 0);
   const std::string golden =
       read_file(std::filesystem::path(KELVA_TEST_DATA_DIR) / "learning" / "em.log");
-  EXPECT_EQ(read_file(path), golden);
-  std::filesystem::remove(path);
+  EXPECT_EQ(log.contents(), golden);
 }
 
 // A failed write to the log is "io", and the tables are as before.
@@ -166,12 +161,6 @@ TEST(EmApi, LogWriteFailure) {
   EXPECT_EQ(net.table("B"), (std::vector<double>{0.5, 0.25, 0.25, 0.1, 0.2, 0.7}));
   ASSERT_EQ(k_domain_set_log_file(net.domain, nullptr, 0), 0);
 }
-
-}  // namespace
-}  // namespace kelva::test
-
-namespace kelva::test {
-namespace {
 
 // Every allocation of a learning run failing in turn: "no_memory", the
 // tables as before, and the domain still usable.

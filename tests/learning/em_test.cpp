@@ -1,5 +1,6 @@
 // EM learning: recovery of known tables, the E- and M-steps against brute
-// force, case counts, the stopping rules and the learning preconditions.
+// force, case counts, impossible cases and compressed forests, the stopping
+// rules.
 #include "learning/em.h"
 
 #include <gtest/gtest.h>
@@ -211,97 +212,63 @@ TEST(EmLearning, CallbackStopsARunWithoutTolerance) {
 }
 
 // A case of count 3 weighs as three copies of it; a case of count 0 adds
-// nothing, even when it is impossible.
+// nothing, even when it is impossible, but counted it fails the run.  A
+// compressed forest (only the non-zero clique entries) learns the same.
 TEST(EmLearning, CaseCountsWeightCases) {
   Net weighted(kSixNodes);
   Net copied(kSixNodes);
+  Net compressed(kSixNodes);
   std::mt19937_64 rng(11);
-  for (Net* net : {&weighted, &copied}) {
+  for (Net* net : {&weighted, &copied, &compressed}) {
     net->uniform();
     net->all_experience();
-    // A = a0 cannot go with B = b1 in either network, so such a case is
+    // A = a0 cannot go with B = b1 in any network, so such a case is
     // impossible.
     net->set_table("B", {0.5, 0.0, 0.5, 0.3, 0.3, 0.4});
     ASSERT_EQ(k_domain_compile(net->domain), 0);
     ASSERT_EQ(k_domain_set_max_number_of_em_iterations(net->domain, 5), 0);
   }
+  ASSERT_GT(k_domain_compress(compressed.domain), 0.0);
   Net truth(kSixNodes);
   truth.set_table("B", {0.5, 0.0, 0.5, 0.3, 0.3, 0.4});
-  std::vector<std::vector<int>> cases;
-  sample_cases(truth, copied, 30, 0.4, rng);
+  Net sampled(kSixNodes);
+  sample_cases(truth, sampled, 30, 0.4, rng);
   for (std::size_t c = 0; c < 30; ++c) {
     std::vector<int> states;
-    for (const char* name : kNames) states.push_back(copied.node(name).cases.state(c));
-    cases.push_back(states);
-  }
-  for (std::size_t c = 0; c < 30; ++c) weighted.add_case(kNames, cases[c], c % 3 == 0 ? 3.0 : 1.0);
-  for (std::size_t c = 0; c < 30; c += 3) {
-    copied.add_case(kNames, cases[c]);
-    copied.add_case(kNames, cases[c]);
+    for (const char* name : kNames) states.push_back(sampled.node(name).cases.state(c));
+    weighted.add_case(kNames, states, c % 3 == 0 ? 3.0 : 1.0);
+    for (Net* net : {&copied, &compressed})
+      for (int copies = c % 3 == 0 ? 3 : 1; copies > 0; --copies) net->add_case(kNames, states);
   }
   weighted.add_case({"A", "B"}, {0, 1}, 0.0);
-  ASSERT_EQ(k_domain_learn_tables(weighted.domain), 0);
-  ASSERT_EQ(k_domain_learn_tables(copied.domain), 0);
+  for (Net* net : {&weighted, &copied, &compressed})
+    ASSERT_EQ(k_domain_learn_tables(net->domain), 0);
   for (const char* name : kNames) {
-    const std::vector<double> a = weighted.table(name);
-    const std::vector<double> b = copied.table(name);
-    for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(a[i], b[i], 1e-12) << name << i;
+    const std::vector<double> a = copied.table(name);
+    for (const Net* net : {&weighted, &compressed}) {
+      const std::vector<double> b = net->table(name);
+      for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(a[i], b[i], 1e-12) << name << i;
+    }
   }
+  EXPECT_EQ(compressed.table("B")[1], 0.0);
   EXPECT_NEAR(k_domain_get_log_likelihood(weighted.domain),
               k_domain_get_log_likelihood(copied.domain), 1e-9);
   EXPECT_EQ(weighted.d().cases.total_count(), 50.0);
-}
 
-// An impossible case ends the run with the propagation's error; the tables
-// are as before and the domain stays compiled and usable.
-TEST(EmLearning, ImpossibleCaseFailsAndRestoresTables) {
-  Net net(kSixNodes);
-  net.all_experience();
-  net.set_table("B", {0.5, 0.0, 0.5, 0.3, 0.3, 0.4});
-  ASSERT_EQ(k_domain_compile(net.domain), 0);
-  Net truth(kSixNodes);
-  truth.set_table("B", {0.5, 0.0, 0.5, 0.3, 0.3, 0.4});
-  std::mt19937_64 rng(5);
-  sample_cases(truth, net, 50, 0.3, rng);
+  // Counted once, the impossible case ends the run with the propagation's
+  // error; the tables are as before and the domain stays compiled and usable.
+  weighted.d().cases.set_count(30, 1.0);
+  weighted.d().cases.add();  // an empty case after it
   std::vector<std::vector<double>> before;
-  for (const char* name : kNames) before.push_back(net.table(name));
-  net.add_case({"A", "B"}, {0, 1});
-  net.d().cases.add();  // an empty case after it
-  EXPECT_NE(k_domain_learn_tables(net.domain), 0);
+  for (const char* name : kNames) before.push_back(weighted.table(name));
+  EXPECT_NE(k_domain_learn_tables(weighted.domain), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
-  for (std::size_t i = 0; i < kNames.size(); ++i) EXPECT_EQ(net.table(kNames[i]), before[i]);
-  EXPECT_EQ(k_domain_get_log_likelihood(net.domain), 1.0);
+  for (std::size_t i = 0; i < kNames.size(); ++i) EXPECT_EQ(weighted.table(kNames[i]), before[i]);
+  EXPECT_EQ(k_domain_get_log_likelihood(weighted.domain), 1.0);
   EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
-  EXPECT_EQ(k_domain_is_compiled(net.domain), 1);
-  EXPECT_EQ(k_node_evidence_is_entered(net.h("A")), 0);
-  EXPECT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-}
-
-// A compressed forest keeps only the non-zero clique entries; learning on
-// it gives what it gives on the full tables.
-TEST(EmLearning, CompressedForestLearnsTheSame) {
-  Net full(kSixNodes);
-  Net compressed(kSixNodes);
-  Net truth(kSixNodes);
-  const std::vector<double> b = {0.5, 0.0, 0.5, 0.3, 0.3, 0.4};
-  truth.set_table("B", b);
-  for (Net* net : {&full, &compressed}) {
-    net->set_table("B", b);
-    net->all_experience();
-    ASSERT_EQ(k_domain_compile(net->domain), 0);
-    ASSERT_EQ(k_domain_set_max_number_of_em_iterations(net->domain, 3), 0);
-    std::mt19937_64 rng(9);
-    sample_cases(truth, *net, 100, 0.3, rng);
-  }
-  ASSERT_GT(k_domain_compress(compressed.domain), 0.0);
-  ASSERT_EQ(k_domain_learn_tables(full.domain), 0);
-  ASSERT_EQ(k_domain_learn_tables(compressed.domain), 0);
-  for (const char* name : kNames) {
-    const std::vector<double> x = full.table(name);
-    const std::vector<double> y = compressed.table(name);
-    for (std::size_t i = 0; i < x.size(); ++i) EXPECT_NEAR(x[i], y[i], 1e-12) << name << i;
-  }
-  EXPECT_EQ(full.table("B")[1], 0.0);
+  EXPECT_EQ(k_domain_is_compiled(weighted.domain), 1);
+  EXPECT_EQ(k_node_evidence_is_entered(weighted.h("A")), 0);
+  EXPECT_EQ(k_domain_propagate(weighted.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
 }
 
 }  // namespace

@@ -1,75 +1,28 @@
 // Case files through the C API: single cases and data files written and read
 // back, the exact text written, and the reader's messages with their lines.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "capi/case_domain.h"
 #include "common/expect_code.h"
 #include "kelva/kelva.h"
+#include "text/text_files.h"
 
 namespace {
 
-// "line:message" of every report, joined by "|".
-void collect(std::uint64_t position, const char* message, void* data) {
-  auto& out = *static_cast<std::string*>(data);
-  if (!out.empty()) out += '|';
-  out += std::to_string(position) + ":" + message;
-}
+using kelva::test::collect;
 
-struct CaseFiles : ::testing::Test {
-  k_domain_t d = k_new_domain();
-  k_node_t level, flag, number, interval, x, function, real;
-  std::string path = ::testing::TempDir() + "kelva_case_" + std::to_string(::getpid());
+struct CaseFiles : kelva::test::CaseDomain {
+  kelva::test::TempFile file;
+  const std::string path = file.path;
   std::string messages;
 
-  CaseFiles() {
-    level = discrete("L", K_CATEGORY_CHANCE, K_SUBTYPE_LABEL, 3);
-    for (k_size_t i = 0; i < 3; ++i) {
-      const char* labels[] = {"low", "mid dle", "high"};
-      k_node_set_state_label(level, i, labels[i]);
-    }
-    k_node_set_label(level, "The \"level\"");
-    flag = discrete("B", K_CATEGORY_CHANCE, K_SUBTYPE_BOOLEAN, 0);
-    number = discrete("N", K_CATEGORY_CHANCE, K_SUBTYPE_NUMBER, 3);
-    const double values[] = {1, 2.5, 10};
-    for (k_size_t i = 0; i < 3; ++i) k_node_set_state_value(number, i, values[i]);
-    interval = discrete("I", K_CATEGORY_CHANCE, K_SUBTYPE_INTERVAL, 2);
-    const double bounds[] = {0, 1, 5};
-    for (k_size_t i = 0; i < 3; ++i) k_node_set_state_value(interval, i, bounds[i]);
-    x = k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL);
-    k_node_set_name(x, "X");
-    function = discrete("F", K_CATEGORY_FUNCTION, K_SUBTYPE_LABEL, 2);
-    real = k_domain_new_node(d, K_CATEGORY_FUNCTION, K_KIND_OTHER, K_SUBTYPE_LABEL);
-    k_node_set_name(real, "R");
-  }
-  ~CaseFiles() override {
-    k_domain_delete(d);
-    std::remove(path.c_str());
-  }
-
-  k_node_t discrete(const char* name, k_category_t category, k_subtype_t subtype, k_size_t states) {
-    k_node_t n = k_domain_new_node(d, category, K_KIND_DISCRETE, subtype);
-    EXPECT_EQ(k_node_set_name(n, name), 0);
-    if (states > 0) {
-      EXPECT_EQ(k_node_set_number_of_states(n, states), 0);
-    }
-    return n;
-  }
-  std::vector<k_node_t> all() const { return {level, flag, number, interval, x, function}; }
-
   void write(const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-  std::string read() {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-  }
   // Parses `text` as a single case / a data file; returns the status.
   k_status_t parse_case(const std::string& text) {
     write(text);
@@ -83,14 +36,14 @@ struct CaseFiles : ::testing::Test {
   }
   std::string saved_case() {
     EXPECT_EQ(k_domain_save_case(d, path.c_str()), 0);
-    return read();
+    return file.contents();
   }
   std::string saved_cases(std::vector<k_node_t> nodes, bool counts, const int64_t* cases = nullptr,
                           const char* separator = ",", const char* missing = "*") {
     nodes.push_back(nullptr);
     EXPECT_EQ(k_domain_save_cases(d, path.c_str(), nodes.data(), cases, counts, separator, missing),
               0);
-    return read();
+    return file.contents();
   }
 
   // Every node's entered evidence as text, for comparisons.

@@ -3,11 +3,9 @@
 // the reader with its position for a file and for a string, and the C API's
 // refusals.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <optional>
 #include <random>
@@ -18,35 +16,14 @@
 #include "common/fail_new.h"
 #include "dataset/data_set.h"
 #include "kelva/kelva.h"
+#include "text/text_files.h"
 
 namespace kelva {
 namespace {
 
-using Cells = std::vector<std::vector<std::optional<std::string>>>;
+using test::TempFile;
 
-// A file holding `text` (or only a name when `text` is null), removed at the
-// end of the test.
-struct TempFile {
-  std::string path = ::testing::TempDir() + "data_set_XXXXXX";
-  explicit TempFile(const std::string* text = nullptr) {
-    const int fd = mkstemp(path.data());
-    if (text != nullptr) {
-      EXPECT_EQ(write(fd, text->data(), text->size()), static_cast<ssize_t>(text->size()));
-    }
-    close(fd);
-  }
-  ~TempFile() { std::remove(path.c_str()); }
-  std::string contents() const {
-    std::string out;
-    if (std::FILE* f = std::fopen(path.c_str(), "rb")) {
-      char buffer[4096];
-      std::size_t n;
-      while ((n = std::fread(buffer, 1, sizeof buffer, f)) > 0) out.append(buffer, n);
-      std::fclose(f);
-    }
-    return out;
-  }
-};
+using Cells = std::vector<std::vector<std::optional<std::string>>>;
 
 std::unique_ptr<DataSet> owned(k_data_set_t h) {
   return std::unique_ptr<DataSet>(reinterpret_cast<DataSet*>(h));
@@ -63,18 +40,13 @@ struct Parsed {
   // From a file (positions are lines) or, with `string`, from memory.
   Parsed(const std::string& text, char separator, bool string) {
     if (string) {
-      ds = owned(k_parse_data_set_string(text.c_str(), separator, &handler, this));
+      ds = owned(k_parse_data_set_string(text.c_str(), separator, &test::collect, &messages));
     } else {
-      TempFile file(&text);
-      ds = owned(k_parse_data_set(file.path.c_str(), separator, &handler, this));
+      TempFile file(text);
+      ds = owned(k_parse_data_set(file.path.c_str(), separator, &test::collect, &messages));
     }
     code = k_error_code();
     EXPECT_EQ(ds == nullptr, code != K_ERROR_NONE);
-  }
-  static void handler(std::uint64_t position, const char* message, void* data) {
-    auto& self = *static_cast<Parsed*>(data);
-    if (!self.messages.empty()) self.messages += '|';
-    self.messages += std::to_string(position) + ':' + message;
   }
 };
 
@@ -304,13 +276,8 @@ TEST(DataSetFile, FieldsAcrossTheBuffer) {
 
 TEST(DataSetFile, RefusalsOfTheCApi) {
   auto ds = make({{"x"}, {"1"}});
-  TempFile file;
   const std::string kept = "kept\n";
-  {
-    std::FILE* f = std::fopen(file.path.c_str(), "w");
-    std::fputs(kept.c_str(), f);
-    std::fclose(f);
-  }
+  TempFile file(kept);
   // Bad separators: "usage" before anything is read or written (the file
   // is not even truncated).
   for (char separator : {'\0', '\n', '"', '\r', '\v', '\f'}) {
