@@ -45,6 +45,9 @@ void run(const kelva::cli::Options& options) {
     case Command::learn:
       kelva::cli::run_learn(stdout, options);
       break;
+    case Command::map:
+      kelva::cli::run_map(stdout, options);
+      break;
   }
 }
 

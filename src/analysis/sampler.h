@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+namespace kelva {
+
+class Clique;
+class Domain;
+class Node;
+
+/// The conditional tables of exact sampling from a calibrated junction
+/// forest, made from its clique tables.  A step per clique (parents before
+/// children): the clique's entries grouped by the configuration of its
+/// separator with its parent (a single group at a root), each group with
+/// the running sums of its entries, so that drawing the clique given the
+/// separator is one binary search.
+class Sampler {
+ public:
+  /// Builds the tables of the domain's current forest.
+  explicit Sampler(Domain& domain);
+
+  struct Step {
+    /// Separator members: forest records and their strides in the group
+    /// index.
+    std::vector<std::size_t> separator_slots;
+    std::vector<std::uint64_t> separator_strides;
+    /// Members first met here (the others are in the separator): forest
+    /// records, strides and state counts in the clique's entry index.
+    std::vector<std::size_t> new_slots;
+    std::vector<std::uint64_t> new_strides;
+    std::vector<std::uint64_t> new_counts;
+    /// Group g holds positions start[g] to start[g + 1] of `entries` (the
+    /// clique entry indexes) and `cumulative` (running sums within it).
+    std::vector<std::uint64_t> start;
+    std::vector<std::uint64_t> entries;
+    std::vector<double> cumulative;
+  };
+  std::vector<Step> steps;
+
+  /// Continuous nodes, parents before children, and utility nodes, with
+  /// their forest records.
+  std::vector<std::size_t> continuous;
+  std::vector<std::size_t> utilities;
+
+  /// The forest and the calibration count the tables were made from.
+  std::uint64_t forest = 0;
+  std::uint64_t calibrations = 0;
+};
+
+}  // namespace kelva
