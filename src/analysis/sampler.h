@@ -27,15 +27,15 @@ class Sampler {
     std::vector<std::size_t> separator_slots;
     std::vector<std::uint64_t> separator_strides;
     /// Members first met here (the others are in the separator): forest
-    /// records, strides and state counts in the clique's entry index.
+    /// records.
     std::vector<std::size_t> new_slots;
-    std::vector<std::uint64_t> new_strides;
-    std::vector<std::uint64_t> new_counts;
-    /// Group g holds positions start[g] to start[g + 1] of `entries` (the
-    /// clique entry indexes) and `cumulative` (running sums within it).
+    /// Group g holds positions start[g] to start[g + 1] of `cumulative`
+    /// (running sums of the clique's entries within the group) and of
+    /// `drawn` (per position, the states of the new members, new_slots.size()
+    /// entries each).
     std::vector<std::uint64_t> start;
-    std::vector<std::uint64_t> entries;
     std::vector<double> cumulative;
+    std::vector<std::uint32_t> drawn;
   };
   std::vector<Step> steps;
 

@@ -49,6 +49,7 @@ Sampler::Step make_step(const Forest& forest, const Clique& clique) {
   };
   std::vector<std::size_t> group_members;  // positions in the clique
   std::vector<std::uint64_t> group_counts;
+  std::vector<std::size_t> new_members;  // positions in the clique
   for (std::size_t i = 0; i < d; ++i) {
     const std::size_t slot = clique.members[i]->forest_slot;
     if (in_separator(clique.members[i])) {
@@ -57,8 +58,7 @@ Sampler::Step make_step(const Forest& forest, const Clique& clique) {
       step.separator_slots.push_back(slot);
     } else {
       step.new_slots.push_back(slot);
-      step.new_strides.push_back(strides[i]);
-      step.new_counts.push_back(counts[i]);
+      new_members.push_back(i);
     }
   }
   step.separator_strides = strides_of(group_counts);
@@ -90,12 +90,16 @@ Sampler::Step make_step(const Forest& forest, const Clique& clique) {
   for (std::uint64_t e : index) ++step.start[group_of(e) + 1];
   for (std::uint64_t g = 0; g < groups; ++g) step.start[g + 1] += step.start[g];
   std::vector<std::uint64_t> fill(step.start.begin(), step.start.end() - 1);
-  step.entries.resize(index.size());
+  const std::size_t width = new_members.size();
   step.cumulative.resize(index.size());
+  step.drawn.resize(index.size() * width);
   for (std::size_t k = 0; k < index.size(); ++k) {
     const std::uint64_t at = fill[group_of(index[k])]++;
-    step.entries[at] = index[k];
     step.cumulative[at] = values[k];
+    for (std::size_t j = 0; j < width; ++j) {
+      const std::size_t m = new_members[j];
+      step.drawn[at * width + j] = static_cast<std::uint32_t>(index[k] / strides[m] % counts[m]);
+    }
   }
   for (std::uint64_t g = 0; g < groups; ++g)
     for (std::uint64_t k = step.start[g] + 1; k < step.start[g + 1]; ++k)
@@ -178,22 +182,34 @@ void simulate_domain(Domain& domain) {
   const Sampler& sampler = *a.sampler;
   const Forest& forest = *domain.forest();
 
-  std::vector<std::int64_t> states(forest.nodes.size(), -1);
-  std::vector<double> values(forest.nodes.size(), std::nan(""));
+  // Written in place: a failure leaves no sample.
+  a.sample_forest = 0;
+  std::vector<std::int64_t>& states = a.sampled_states;
+  std::vector<double>& values = a.sampled_values;
+  states.assign(forest.nodes.size(), -1);
+  values.assign(forest.nodes.size(), std::nan(""));
   for (const Sampler::Step& step : sampler.steps) {
     std::uint64_t g = 0;
     for (std::size_t k = 0; k < step.separator_slots.size(); ++k)
       g += static_cast<std::uint64_t>(states[step.separator_slots[k]]) * step.separator_strides[k];
-    const auto first = step.cumulative.begin() + static_cast<std::ptrdiff_t>(step.start[g]);
-    const auto last = step.cumulative.begin() + static_cast<std::ptrdiff_t>(step.start[g + 1]);
-    if (first == last || !(*(last - 1) > 0.0))
+    const std::uint64_t first = step.start[g];
+    const std::uint64_t last = step.start[g + 1];
+    if (first == last || !(step.cumulative[last - 1] > 0.0))
       throw Error(K_ERROR_ERROR, "a clique gives no weight to a separator state drawn");
-    const double r = uniform_deviate(domain) * *(last - 1);
-    const auto at = std::min(std::upper_bound(first, last, r), last - 1);
-    const std::uint64_t e = step.entries[static_cast<std::size_t>(at - step.cumulative.begin())];
-    for (std::size_t k = 0; k < step.new_slots.size(); ++k)
-      states[step.new_slots[k]] =
-          static_cast<std::int64_t>(e / step.new_strides[k] % step.new_counts[k]);
+    const double r = uniform_deviate(domain) * step.cumulative[last - 1];
+    // Groups are mostly a few entries: a scan, or a binary search when long.
+    std::uint64_t at = first;
+    if (last - first > 16) {
+      const auto begin = step.cumulative.begin();
+      at = static_cast<std::uint64_t>(
+          std::upper_bound(begin + static_cast<std::ptrdiff_t>(first),
+                           begin + static_cast<std::ptrdiff_t>(last - 1), r) -
+          begin);
+    } else {
+      while (at + 1 < last && step.cumulative[at] <= r) ++at;
+    }
+    const std::size_t width = step.new_slots.size();
+    for (std::size_t j = 0; j < width; ++j) states[step.new_slots[j]] = step.drawn[at * width + j];
   }
   for (std::size_t slot : sampler.continuous) {
     const Node& node = *forest.nodes[slot].node;
@@ -224,8 +240,6 @@ void simulate_domain(Domain& domain) {
     else if (node->subtype() == K_SUBTYPE_INTERVAL)
       values[slot] = (node->state_value(s) + node->state_value(s + 1)) / 2.0;
   }
-  a.sampled_states.swap(states);
-  a.sampled_values.swap(values);
   a.sample_forest = domain.forest_serial();
 }
 

@@ -61,9 +61,9 @@ constexpr OptionHelp kOptionHelp[] = {
      "sample then draws from the posterior",
      bit(Command::map) | bit(Command::sample)},
     {"--nodes A,B,...", "the nodes whose configurations map lists", bit(Command::map)},
-    {"--min-probability P",
-     "the smallest probability of a configuration map lists\n"
-     "(above 0; default 0.01)",
+    {"--min-probability",
+     "P: the smallest probability of a configuration map\n"
+     "lists (above 0; default 0.01)",
      bit(Command::map)},
     {"--max",
      "propagate to max equilibrium: max-marginals instead of\n"
