@@ -6,43 +6,47 @@
 
 namespace kelva {
 
-class Clique;
 class Domain;
-class Node;
 
 /// The conditional tables of exact sampling from a calibrated junction
 /// forest, made from its clique tables.  A step per clique (parents before
-/// children): the clique's entries grouped by the configuration of its
-/// separator with its parent (a single group at a root), each group with
-/// the running sums of its entries, so that drawing the clique given the
-/// separator is one binary search.
+/// children): the clique's entries reordered into blocks, one per
+/// configuration of its separator with its parent (a single block at a
+/// root), each block holding the running sums of its entries over the
+/// configurations of the members first met in this clique; drawing the
+/// clique given the separator is then a short scan, or a binary search,
+/// in one block.  One double per clique entry, in a few flat arrays read in
+/// step order, so that a draw touches little memory.
 class Sampler {
  public:
   /// Builds the tables of the domain's current forest.
   explicit Sampler(Domain& domain);
 
   struct Step {
-    /// Separator members: forest records and their strides in the group
-    /// index.
-    std::vector<std::size_t> separator_slots;
-    std::vector<std::uint64_t> separator_strides;
-    /// Members first met here (the others are in the separator): forest
-    /// records.
-    std::vector<std::size_t> new_slots;
-    /// Group g holds positions start[g] to start[g + 1] of `cumulative`
-    /// (running sums of the clique's entries within the group) and of
-    /// `drawn` (per position, the states of the new members, new_slots.size()
-    /// entries each).
-    std::vector<std::uint64_t> start;
-    std::vector<double> cumulative;
-    std::vector<std::uint32_t> drawn;
+    /// The separator members are separator_slots[separator, separator +
+    /// separator_count), with their strides in the block number; the
+    /// members first met here are new_slots[fresh, fresh + width), with
+    /// their state counts in new_counts (the last fastest in a block).
+    std::uint32_t separator = 0;
+    std::uint32_t separator_count = 0;
+    std::uint32_t fresh = 0;
+    std::uint32_t width = 0;
+    /// Block g is cumulative[base + g * block, base + (g + 1) * block).
+    std::uint64_t base = 0;
+    std::uint64_t block = 1;
   };
   std::vector<Step> steps;
+  std::vector<std::uint32_t> separator_slots;
+  std::vector<std::uint64_t> separator_strides;
+  std::vector<std::uint32_t> new_slots;
+  std::vector<std::uint32_t> new_counts;
+  std::vector<double> cumulative;
 
-  /// Continuous nodes, parents before children, and utility nodes, with
-  /// their forest records.
+  /// Continuous nodes, parents before children; utility nodes; discrete
+  /// number and interval nodes: forest records.
   std::vector<std::size_t> continuous;
   std::vector<std::size_t> utilities;
+  std::vector<std::size_t> numeric;
 
   /// The forest and the calibration count the tables were made from.
   std::uint64_t forest = 0;

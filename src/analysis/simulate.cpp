@@ -33,7 +33,8 @@ const Separator* parent_separator(const Clique& clique) noexcept {
   return nullptr;
 }
 
-Sampler::Step make_step(const Forest& forest, const Clique& clique) {
+/// Appends the step of `clique` to the sampler.
+void add_step(Sampler& sampler, const Forest& forest, const Clique& clique) {
   Sampler::Step step;
   const std::size_t d = clique.discrete_members;
   std::vector<std::uint64_t> counts(d);
@@ -50,61 +51,55 @@ Sampler::Step make_step(const Forest& forest, const Clique& clique) {
   std::vector<std::size_t> group_members;  // positions in the clique
   std::vector<std::uint64_t> group_counts;
   std::vector<std::size_t> new_members;  // positions in the clique
+  std::vector<std::uint64_t> fresh_counts;
+  step.separator = static_cast<std::uint32_t>(sampler.separator_slots.size());
+  step.fresh = static_cast<std::uint32_t>(sampler.new_slots.size());
   for (std::size_t i = 0; i < d; ++i) {
-    const std::size_t slot = clique.members[i]->forest_slot;
+    const auto slot = static_cast<std::uint32_t>(clique.members[i]->forest_slot);
     if (in_separator(clique.members[i])) {
       group_members.push_back(i);
       group_counts.push_back(counts[i]);
-      step.separator_slots.push_back(slot);
+      sampler.separator_slots.push_back(slot);
     } else {
-      step.new_slots.push_back(slot);
       new_members.push_back(i);
+      fresh_counts.push_back(counts[i]);
+      sampler.new_slots.push_back(slot);
+      sampler.new_counts.push_back(static_cast<std::uint32_t>(counts[i]));
     }
   }
-  step.separator_strides = strides_of(group_counts);
-  std::uint64_t groups = 1;
-  for (std::uint64_t c : group_counts) groups *= c;
+  step.separator_count = static_cast<std::uint32_t>(group_members.size());
+  step.width = static_cast<std::uint32_t>(new_members.size());
+  const std::vector<std::uint64_t> group_strides = strides_of(group_counts);
+  const std::vector<std::uint64_t> fresh_strides = strides_of(fresh_counts);
+  sampler.separator_strides.insert(sampler.separator_strides.end(), group_strides.begin(),
+                                   group_strides.end());
+  for (std::uint64_t c : fresh_counts) step.block *= c;
+  step.base = sampler.cumulative.size();
+  const std::uint64_t size = clique.table->size();
+  sampler.cumulative.resize(step.base + size, 0.0);
 
-  // The clique's non-zero entries, from the full or the compressed table.
-  std::vector<std::uint64_t> index;
-  std::vector<double> values;
-  if (forest.compressed) {
-    const CompressedClique& c = forest.compressed->cliques[clique.number];
-    index = c.index;
-    values = c.values;
-  } else {
-    const double* data = clique.table->data();
-    for (std::uint64_t e = 0; e < clique.table->size(); ++e)
-      if (data[e] != 0.0) {
-        index.push_back(e);
-        values.push_back(data[e]);
-      }
-  }
-  auto group_of = [&](std::uint64_t e) {
+  // Entry e of the clique goes to its separator state's block, at its new
+  // members' configuration.
+  auto position = [&](std::uint64_t e) {
     std::uint64_t g = 0;
     for (std::size_t k = 0; k < group_members.size(); ++k)
-      g += (e / strides[group_members[k]]) % counts[group_members[k]] * step.separator_strides[k];
-    return g;
+      g += (e / strides[group_members[k]]) % counts[group_members[k]] * group_strides[k];
+    std::uint64_t local = 0;
+    for (std::size_t k = 0; k < new_members.size(); ++k)
+      local += (e / strides[new_members[k]]) % counts[new_members[k]] * fresh_strides[k];
+    return step.base + g * step.block + local;
   };
-  step.start.assign(groups + 1, 0);
-  for (std::uint64_t e : index) ++step.start[group_of(e) + 1];
-  for (std::uint64_t g = 0; g < groups; ++g) step.start[g + 1] += step.start[g];
-  std::vector<std::uint64_t> fill(step.start.begin(), step.start.end() - 1);
-  const std::size_t width = new_members.size();
-  step.cumulative.resize(index.size());
-  step.drawn.resize(index.size() * width);
-  for (std::size_t k = 0; k < index.size(); ++k) {
-    const std::uint64_t at = fill[group_of(index[k])]++;
-    step.cumulative[at] = values[k];
-    for (std::size_t j = 0; j < width; ++j) {
-      const std::size_t m = new_members[j];
-      step.drawn[at * width + j] = static_cast<std::uint32_t>(index[k] / strides[m] % counts[m]);
-    }
+  double* out = sampler.cumulative.data();
+  if (forest.compressed) {
+    const CompressedClique& c = forest.compressed->cliques[clique.number];
+    for (std::size_t k = 0; k < c.index.size(); ++k) out[position(c.index[k])] = c.values[k];
+  } else {
+    const double* data = clique.table->data();
+    for (std::uint64_t e = 0; e < size; ++e) out[position(e)] = data[e];
   }
-  for (std::uint64_t g = 0; g < groups; ++g)
-    for (std::uint64_t k = step.start[g] + 1; k < step.start[g + 1]; ++k)
-      step.cumulative[k] += step.cumulative[k - 1];
-  return step;
+  for (std::uint64_t b = step.base; b < step.base + size; b += step.block)
+    for (std::uint64_t k = b + 1; k < b + step.block; ++k) out[k] += out[k - 1];
+  sampler.steps.push_back(step);
 }
 
 /// The index of the configuration of the discrete members of `table` in
@@ -151,8 +146,7 @@ Sampler::Sampler(Domain& domain) {
   Destroy<Sampler>::registered = destroy_sampler;
   Forest& forest = *domain.forest();
   for (const auto& tree : forest.trees)
-    for (Clique* const* c = tree->cliques.data(); *c != nullptr; ++c)
-      steps.push_back(make_step(forest, **c));
+    for (Clique* const* c = tree->cliques.data(); *c != nullptr; ++c) add_step(*this, forest, **c);
   // Continuous nodes after their continuous parents.
   std::vector<char> placed(forest.nodes.size(), 0);
   std::function<void(const Node&)> place = [&](const Node& node) {
@@ -168,6 +162,9 @@ Sampler::Sampler(Domain& domain) {
     if (slot.node->is_continuous()) place(*slot.node);
     else if (slot.node->category() == K_CATEGORY_UTILITY)
       utilities.push_back(slot.node->forest_slot);
+    else if (slot.node->is_discrete() && (slot.node->subtype() == K_SUBTYPE_NUMBER ||
+                                          slot.node->subtype() == K_SUBTYPE_INTERVAL))
+      numeric.push_back(slot.node->forest_slot);
   }
   this->forest = domain.forest_serial();
   calibrations = domain.analysis.calibrations;
@@ -188,28 +185,33 @@ void simulate_domain(Domain& domain) {
   std::vector<double>& values = a.sampled_values;
   states.assign(forest.nodes.size(), -1);
   values.assign(forest.nodes.size(), std::nan(""));
+  const double* cumulative = sampler.cumulative.data();
   for (const Sampler::Step& step : sampler.steps) {
     std::uint64_t g = 0;
-    for (std::size_t k = 0; k < step.separator_slots.size(); ++k)
-      g += static_cast<std::uint64_t>(states[step.separator_slots[k]]) * step.separator_strides[k];
-    const std::uint64_t first = step.start[g];
-    const std::uint64_t last = step.start[g + 1];
-    if (first == last || !(step.cumulative[last - 1] > 0.0))
+    for (std::uint32_t k = step.separator; k < step.separator + step.separator_count; ++k)
+      g += static_cast<std::uint64_t>(states[sampler.separator_slots[k]]) *
+           sampler.separator_strides[k];
+    const std::uint64_t first = step.base + g * step.block;
+    const std::uint64_t last = first + step.block;
+    if (!(cumulative[last - 1] > 0.0))
       throw Error(K_ERROR_ERROR, "a clique gives no weight to a separator state drawn");
-    const double r = uniform_deviate(domain) * step.cumulative[last - 1];
-    // Groups are mostly a few entries: a scan, or a binary search when long.
+    const double total = cumulative[last - 1];
+    // Below the total even where u * total rounds up to it.
+    const double r = std::min(uniform_deviate(domain) * total, std::nextafter(total, 0.0));
+    // Blocks are mostly a few entries: a scan, or a binary search when long.
+    // Entries of weight 0 never hold the first running sum above r.
     std::uint64_t at = first;
-    if (last - first > 16) {
-      const auto begin = step.cumulative.begin();
+    if (step.block > 16)
       at = static_cast<std::uint64_t>(
-          std::upper_bound(begin + static_cast<std::ptrdiff_t>(first),
-                           begin + static_cast<std::ptrdiff_t>(last - 1), r) -
-          begin);
-    } else {
-      while (at + 1 < last && step.cumulative[at] <= r) ++at;
+          std::upper_bound(cumulative + first, cumulative + last - 1, r) - cumulative);
+    else
+      while (at + 1 < last && cumulative[at] <= r) ++at;
+    std::uint64_t local = at - first;
+    for (std::uint32_t j = step.width; j-- > 0;) {
+      const std::uint32_t count = sampler.new_counts[step.fresh + j];
+      states[sampler.new_slots[step.fresh + j]] = static_cast<std::int64_t>(local % count);
+      local /= count;
     }
-    const std::size_t width = step.new_slots.size();
-    for (std::size_t j = 0; j < width; ++j) states[step.new_slots[j]] = step.drawn[at * width + j];
   }
   for (std::size_t slot : sampler.continuous) {
     const Node& node = *forest.nodes[slot].node;
@@ -232,13 +234,12 @@ void simulate_domain(Domain& domain) {
     const Table& table = *forest.nodes[slot].node->table();
     values[slot] = table.data()[drawn_configuration(table, states)];
   }
-  for (std::size_t slot = 0; slot < forest.nodes.size(); ++slot) {
-    const Node* node = forest.nodes[slot].node;
-    if (node == nullptr || !node->is_discrete() || states[slot] < 0) continue;
+  for (std::size_t slot : sampler.numeric) {
+    const Node& node = *forest.nodes[slot].node;
     const auto s = static_cast<std::size_t>(states[slot]);
-    if (node->subtype() == K_SUBTYPE_NUMBER) values[slot] = node->state_value(s);
-    else if (node->subtype() == K_SUBTYPE_INTERVAL)
-      values[slot] = (node->state_value(s) + node->state_value(s + 1)) / 2.0;
+    values[slot] = node.subtype() == K_SUBTYPE_NUMBER
+                       ? node.state_value(s)
+                       : (node.state_value(s) + node.state_value(s + 1)) / 2.0;
   }
   a.sample_forest = domain.forest_serial();
 }
