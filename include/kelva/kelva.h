@@ -1306,6 +1306,78 @@ KELVA_API k_status_t k_domain_parse_sas_nodes(k_domain_t domain, const char *fil
 KELVA_API k_status_t k_domain_parse_sas_links(k_domain_t domain, const char *file_name,
                                               k_parse_error_handler_t handler, void *data);
 
+/* MAP configurations, simulation and approximation.  Each needs a compiled
+ * domain ("not_compiled") in sum equilibrium ("no_equilibrium" when a tree
+ * holds none, "usage" for max equilibrium) with nothing left to propagate
+ * ("usage"). */
+
+/** Finds every configuration of `nodes` (null-ended, distinct discrete
+ *  chance nodes of `domain`) whose probability given the propagated
+ *  evidence is at least `min_probability` (above 0, at most 1), exactly, by
+ *  a depth-first search over the nodes with a propagation per partial
+ *  configuration kept.  The domain ends with the same evidence and
+ *  equilibrium.  The configurations are kept in the domain, most probable
+ *  first (equal probabilities in configuration order, the last node
+ *  fastest), until the next search or the domain is uncompiled.  "usage"
+ *  also for an empty or bad list, a minimum out of range and fast-retraction
+ *  mode; on failure the previous configurations are kept. */
+KELVA_API k_status_t k_domain_find_map_configurations(k_domain_t domain, k_node_t *nodes,
+                                                      double min_probability);
+/** The number of configurations the last search found; the all-ones value
+ *  on error ("usage" when no search was made on this compilation). */
+KELVA_API k_size_t k_domain_get_number_of_map_configurations(k_domain_t domain);
+/** The states of configuration `index` (0 is the most probable), one per
+ *  node in the order given to the search; the array belongs to the domain.
+ *  Null on error ("usage" for an index out of range or no search). */
+KELVA_API const k_size_t *k_domain_get_map_configuration(k_domain_t domain, k_size_t index);
+/** The probability of configuration `index` given the evidence; -1 on
+ *  error. */
+KELVA_API double k_domain_get_probability_of_map_configuration(k_domain_t domain, k_size_t index);
+
+/** Draws one configuration of all nodes from the distribution of the last
+ *  propagation (the posterior given the evidence), exactly: per junction
+ *  tree, the root clique from its table, then every other clique given its
+ *  separator with its parent; continuous nodes from their conditional
+ *  Gaussians given their drawn parents (the domain's evidence may hold no
+ *  continuous values).  Draws from the domain's random stream. */
+KELVA_API k_status_t k_domain_simulate(k_domain_t domain);
+/** The state the last simulation drew for a discrete node; -1 on error
+ *  ("usage" for another node, "no_value" when nothing was drawn on this
+ *  compilation). */
+KELVA_API int64_t k_node_get_sampled_state(k_node_t node);
+/** The value the last simulation drew for a continuous node, or the state
+ *  value of the drawn state of a number node (the middle of the interval
+ *  of an interval node); -1 on error, also a possible value: read
+ *  k_error_code(). */
+KELVA_API double k_node_get_sampled_value(k_node_t node);
+/** A utility node's utility for the states the last simulation drew for
+ *  its parents; -1 on error, also a possible utility. */
+KELVA_API double k_node_get_sampled_utility(k_node_t node);
+/** Restarts the domain's random stream with `seed`: the stream is
+ *  std::mt19937_64 seeded with `seed` (a new domain is seeded with 0), so a
+ *  seed gives the same draws on every platform. */
+KELVA_API k_status_t k_domain_seed_random(k_domain_t domain, k_size_t seed);
+/** A uniform deviate in [0, 1) from the domain's stream (the top 53 bits
+ *  of one 64-bit output); -1 on error. */
+KELVA_API double k_domain_get_uniform_deviate(k_domain_t domain);
+/** A normal deviate with `mean` and `variance` (finite, variance at least
+ *  0, else "usage") from the domain's stream, by the Box-Muller transform of
+ *  two uniform deviates; -1 on error, also a possible deviate. */
+KELVA_API double k_domain_get_normal_deviate(k_domain_t domain, double mean, double variance);
+
+/** Approximates a domain without evidence: in each normalized clique table
+ *  the smallest entries are set to zero for as long as their total stays
+ *  at most `epsilon` (0 <= epsilon < 1), the domain is compressed so that
+ *  they stay zero (see k_domain_compress) and propagated again.  Returns
+ *  the approximation constant, the probability mass the approximation
+ *  keeps (at most 1); -1 on error: "usage" also for evidence entered or
+ *  propagated and for domains k_domain_compress refuses, "compressed" for a
+ *  compressed domain.  On failure the clique tables are as they were. */
+KELVA_API double k_domain_approximate(k_domain_t domain, double epsilon);
+/** The constant of the last approximation on this compilation, 1 when the
+ *  domain was not approximated; -1 on error ("not_compiled"). */
+KELVA_API double k_domain_get_approximation_constant(k_domain_t domain);
+
 #ifdef __cplusplus
 }
 #endif

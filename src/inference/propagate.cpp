@@ -338,6 +338,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
   if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
 
   const bool was_valid = tree.equilibrium != K_EQUILIBRIUM_NONE;
+  ++domain.analysis.calibrations;  // the clique tables change from here on
   try {
     for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c)
       (*c)->normalization_factor = (*c)->conflict_factor = 1.0;

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <memory>
 #include <optional>
+#include <random>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -28,6 +29,10 @@ using ForestPtr = Owned<Forest>;
 /// Results of sensitivity and explanation analyses, destroyed as the
 /// analysis layer registered.
 class QueryResults;
+class Sampler;
+/// The tables of exact posterior sampling, destroyed as the analysis layer
+/// registered.
+using SamplerPtr = Owned<Sampler>;
 
 struct ChainComponent {
   NodeList members;
@@ -157,6 +162,36 @@ class Domain : public Object {
 
   /// Chain-graph components, in the order they were made.
   std::vector<std::unique_ptr<ChainComponent>> chain_components;
+
+  /// What MAP search, simulation and approximation keep for their getters
+  /// (written by the analysis layer).  Results belong to the forest whose
+  /// serial they carry and read as absent once it is replaced.
+  struct Analysis {
+    /// The stream of simulation and of the deviates: seeded with 0 at
+    /// creation, restarted by k_domain_seed_random.
+    std::mt19937_64 random{0};
+    /// The last MAP search: its nodes, the states of each configuration
+    /// (one row of map_nodes.size() entries each, most probable first) and
+    /// their probabilities.
+    std::vector<Node*> map_nodes;
+    std::vector<k_size_t> map_states;
+    std::vector<double> map_probabilities;
+    std::uint64_t map_forest = 0;
+    /// The last simulated configuration, per forest node record: the state
+    /// (-1 for nodes without one), and the value of continuous and numeric
+    /// nodes or the utility of utility nodes.
+    std::vector<std::int64_t> sampled_states;
+    std::vector<double> sampled_values;
+    std::uint64_t sample_forest = 0;
+    /// The conditional tables that simulation draws from, kept between
+    /// draws while the clique tables they were made from are unchanged.
+    SamplerPtr sampler;
+    /// The mass the last approximation kept (k_domain_approximate).
+    double approximation_constant = 1.0;
+    std::uint64_t approximation_forest = 0;
+    /// Counts propagations that wrote clique tables (stale samplers).
+    std::uint64_t calibrations = 0;
+  } analysis;
 
   /// Free-standing tables over this domain's nodes; the domain frees those the
   /// caller leaves behind.

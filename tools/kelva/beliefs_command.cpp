@@ -1,72 +1,21 @@
 // `kelva beliefs`: compile a network, enter evidence, propagate and print
 // the beliefs of every discrete node.
 
-#include <cerrno>
-#include <cstdlib>
 #include <string>
 
 #include "beliefs_report.h"
 #include "cli_error.h"
 #include "commands.h"
+#include "evidence_input.h"
 #include "network_source.h"
 
 namespace kelva::cli {
-
-namespace {
-
-/// The state named by `text` of `node` called `name`: "#INDEX" or a label.
-/// Throws UsageError, listing the states, when there is no such state or
-/// more than one state has that label.
-k_size_t find_state(k_node_t node, const std::string& name, const std::string& text) {
-  const k_size_t count = checked(k_node_get_number_of_states(node));
-  if (text.size() > 1 && text[0] == '#') {
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long index = std::strtoull(text.c_str() + 1, &end, 10);
-    if (*end == '\0' && errno == 0 && text[1] != '-' && text[1] != '+' && index < count)
-      return index;
-  } else {
-    const int64_t index = k_node_get_state_index_from_label(node, text.c_str());
-    if (index >= 0) return static_cast<k_size_t>(index);
-  }
-  const std::string states = state_list(node);
-  int matches = 0;
-  for (k_size_t s = 0; s < count; ++s) {
-    const char* label = checked(k_node_get_state_label(node, s));
-    matches += label != nullptr && text == label;
-  }
-  if (matches > 1)
-    throw UsageError("--set: the label '" + text + "' is not unique among the states of node '" +
-                     name + "' (" + states + "); use #INDEX");
-  throw UsageError("--set: node '" + name + "' has no state '" + text + "' (states: " + states +
-                   ")");
-}
-
-/// Enters `finding` (NODE=STATE) as evidence on the domain.
-void enter_finding(k_domain_t domain, const std::string& finding) {
-  const std::size_t eq = finding.find('=');
-  const std::string name = finding.substr(0, eq);
-  const std::string state = finding.substr(eq + 1);
-  k_node_t node = k_domain_get_node_by_name(domain, name.c_str());
-  if (node == nullptr) throw UsageError("--set: no node named '" + name + "'");
-  if (checked(k_node_get_kind(node)) != K_KIND_DISCRETE)
-    throw UsageError("--set: node '" + name + "' is not discrete");
-  if (k_node_select_state(node, find_state(node, name, state)) != 0) throw ApiError(k_error_code());
-}
-
-}  // namespace
 
 void run_beliefs(std::FILE* out, const Options& options) {
   const Progress progress(options.quiet);
   DomainHandle domain = open_network(options.source, progress);
   compile_network(domain.get(), source_name(options.source), progress);
-  if (!options.case_file.empty()) {
-    take_reader_messages();
-    checked_file(k_domain_parse_case(domain.get(), options.case_file.c_str(), print_parse_error,
-                                     const_cast<char*>(options.case_file.c_str())),
-                 options.case_file, FileUse::read);
-  }
-  for (const std::string& finding : options.findings) enter_finding(domain.get(), finding);
+  enter_evidence(domain.get(), options);
   const k_equilibrium_t equilibrium =
       options.max_equilibrium ? K_EQUILIBRIUM_MAX : K_EQUILIBRIUM_SUM;
   if (k_domain_propagate(domain.get(), equilibrium, K_MODE_NORMAL) != 0)

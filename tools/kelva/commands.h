@@ -34,6 +34,11 @@ void run_compile(std::FILE* out, const Options& options);
 /// Draws cases from the chosen network and writes them as a data file.
 void run_sample(const Options& options);
 
+/// Compiles the chosen network, enters the evidence and prints the
+/// configurations of the --nodes whose probability is at least
+/// --min-probability, most probable first, one per line in TSV.
+void run_map(std::FILE* out, const Options& options);
+
 /// Learns the tables of the chosen network from a data file by EM, writes
 /// the learned network and prints the scores.
 void run_learn(std::FILE* out, const Options& options);

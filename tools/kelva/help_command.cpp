@@ -16,7 +16,7 @@ constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(com
 constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
-    bit(Command::sensitivity) | bit(Command::voi);
+    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map);
 constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
 constexpr unsigned kWithProgress = kAllCommands;
 
@@ -44,19 +44,26 @@ constexpr OptionHelp kOptionHelp[] = {
      "17 writes numbers that read back bit for bit",
      bit(Command::convert)},
     {"--case FILE",
-     "evidence for beliefs from a single-case file (lines\n"
-     "NODE: STATE), entered before the --set items",
-     bit(Command::beliefs)},
+     "evidence from a single-case file (lines NODE: STATE),\n"
+     "entered before the --set items",
+     bit(Command::beliefs) | bit(Command::map) | bit(Command::sample)},
     {"--set NODE=STATE",
-     "evidence for beliefs: NODE is in state STATE, given by\n"
-     "its label or as #INDEX (counting from 0); repeatable,\n"
-     "once per node (dsep takes the nodes as observed)",
-     bit(Command::beliefs) | bit(Command::dsep) | bit(Command::sensitivity) | bit(Command::voi)},
+     "evidence: NODE is in state STATE, given by its label or\n"
+     "as #INDEX (counting from 0); repeatable, once per node\n"
+     "(dsep takes the nodes as observed; sample then draws\n"
+     "from the posterior)",
+     bit(Command::beliefs) | bit(Command::dsep) | bit(Command::sensitivity) | bit(Command::voi) |
+         bit(Command::map) | bit(Command::sample)},
     {"--from NODE,...", "the source nodes of dsep", bit(Command::dsep)},
     {"--target T",
      "what sensitivity and voi ask about: NODE=STATE, the\n"
      "probability of a state (sensitivity), or NODE (voi)",
      bit(Command::sensitivity) | bit(Command::voi)},
+    {"--nodes A,B,...", "the nodes whose configurations map lists", bit(Command::map)},
+    {"--min-probability",
+     "P: the smallest probability of a configuration map\n"
+     "lists (above 0; default 0.01)",
+     bit(Command::map)},
     {"--max",
      "propagate to max equilibrium: max-marginals instead of\n"
      "beliefs, and the probability of the most probable\n"
@@ -193,12 +200,16 @@ triangulation_cost and compile_seconds (numbers printed with "%.17g").
 )TXT",
      "kelva compile --example asia --method fill-in-weight --format tsv"},
     {Command::sample, "sample",
-     "(FILE.net | --example NAME) -n N -o DATA [--seed S] [--hide P]\n[--quiet]",
-     "draw N cases from a network's tables and write them as a\nmulti-case data file",
+     "(FILE.net | --example NAME) -n N -o DATA [--seed S] [--hide P]\n"
+     "[--case FILE] [--set NODE=STATE]... [--quiet]",
+     "draw N cases from a network's tables, or from its posterior\n"
+     "given evidence, and write them as a multi-case data file",
      R"TXT(Output of sample: a data file whose first line names the network's discrete
 chance nodes (parents before children), then a blank line, then one line
 per case with one item per node: "#INDEX" (the state drawn, counting from
-0) or "*" (hidden).  Nothing is printed.
+0) or "*" (hidden).  Nothing is printed.  With --set or --case the network
+is compiled, the evidence propagated and each case drawn exactly from the
+posterior through the junction tree (the library's stream, seeded with S).
 )TXT",
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
@@ -250,6 +261,18 @@ evidence, the expected fall of the target's entropy when the node is
 observed.
 )TXT",
      "kelva voi --example asia --target lung --set dysp=yes"},
+    {Command::map, "map",
+     "(FILE.net | --example NAME) --nodes A,B,... [--min-probability P]\n"
+     "[--case FILE] [--set NODE=STATE]... [--quiet]",
+     "list the configurations of some nodes whose probability given\n"
+     "the evidence is at least P, most probable first",
+     R"TXT(Output of map: one line per configuration, most probable first (equal
+probabilities in configuration order), PROBABILITY<TAB>A=STATE<TAB>B=STATE...
+with the nodes in the order of --nodes, STATE the label or "#INDEX", the
+probability given the evidence printed with "%.17g".  Every configuration
+at or above P is listed, found exactly; no line when there is none.
+)TXT",
+     "kelva map --example asia --nodes tub,lung,bronc --set xray=yes --set dysp=yes"},
 };
 
 constexpr const char* kExitText = R"TXT(

@@ -54,6 +54,9 @@ void run(const kelva::cli::Options& options) {
     case Command::voi:
       kelva::cli::run_voi(stdout, options);
       break;
+    case Command::map:
+      kelva::cli::run_map(stdout, options);
+      break;
   }
 }
 

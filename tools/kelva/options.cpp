@@ -1,5 +1,6 @@
 #include "options.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
@@ -74,6 +75,22 @@ double parse_number(const std::string& value, std::string_view name, double low,
   return x;
 }
 
+/// The names of a comma-separated list; refuses empty names and repeats.
+std::vector<std::string> split_names(const std::string& value) {
+  std::vector<std::string> names;
+  std::size_t from = 0;
+  for (;;) {
+    const std::size_t comma = std::min(value.find(',', from), value.size());
+    std::string name = value.substr(from, comma - from);
+    if (name.empty()) throw UsageError("--nodes needs names separated by commas");
+    if (std::find(names.begin(), names.end(), name) != names.end())
+      throw UsageError("--nodes: node '" + name + "' is named twice");
+    names.push_back(std::move(name));
+    if (comma == value.size()) return names;
+    from = comma + 1;
+  }
+}
+
 /// Refuses `name` unless the command is one of `wanted`.
 void only_for(const Options& options, std::initializer_list<Command> wanted,
               std::string_view name) {
@@ -115,6 +132,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::sensitivity;
   } else if (command == "voi") {
     options.command = Command::voi;
+  } else if (command == "map") {
+    options.command = Command::map;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -136,7 +155,9 @@ Options parse_options(std::span<const char* const> args) {
         only_for(options, Command::beliefs, "--format");
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--set")) {
-      only_for(options, {Command::beliefs, Command::dsep, Command::sensitivity, Command::voi},
+      only_for(options,
+               {Command::beliefs, Command::dsep, Command::sensitivity, Command::voi, Command::map,
+                Command::sample},
                "--set");
       const std::size_t eq = value->find('=');
       if (eq == std::string::npos) throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
@@ -162,7 +183,7 @@ Options parse_options(std::span<const char* const> args) {
                                                                  : "--target needs NODE");
       options.target = *value;
     } else if (auto value = option_value(args, i, "--case")) {
-      only_for(options, Command::beliefs, "--case");
+      only_for(options, {Command::beliefs, Command::map, Command::sample}, "--case");
       options.case_file = *value;
     } else if (arg == "--max") {
       only_for(options, Command::beliefs, "--max");
@@ -205,6 +226,14 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--digits")) {
       only_for(options, Command::convert, "--digits");
       options.digits = static_cast<int>(parse_count(*value, "--digits", 0, 17));
+    } else if (auto value = option_value(args, i, "--nodes")) {
+      only_for(options, Command::map, "--nodes");
+      options.map_nodes = split_names(*value);
+    } else if (auto value = option_value(args, i, "--min-probability")) {
+      only_for(options, Command::map, "--min-probability");
+      options.min_probability = parse_number(*value, "--min-probability", 0.0, 1.0);
+      if (options.min_probability == 0.0)
+        throw UsageError("--min-probability needs a number above 0");
     } else if (auto value = option_value(args, i, "-o")) {
       only_for(options, {Command::convert, Command::sample, Command::learn}, "-o");
       options.output = *value;
@@ -243,6 +272,8 @@ Options parse_options(std::span<const char* const> args) {
   if ((options.command == Command::sensitivity || options.command == Command::voi) &&
       options.target.empty())
     throw UsageError("no target given (use --target)");
+  if (options.command == Command::map && options.map_nodes.empty())
+    throw UsageError("map needs the nodes (use --nodes A,B,...)");
   if (options.command == Command::sample && options.cases < 0)
     throw UsageError("sample needs the number of cases (use -n N)");
   return options;

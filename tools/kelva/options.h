@@ -23,6 +23,7 @@ enum class Command {
   dsep,
   sensitivity,
   voi,
+  map,
 };
 
 /// How reports are printed.
@@ -61,10 +62,11 @@ struct Options {
   double hide = 0.0;
   /// How often `bench` repeats each measurement.
   int repeat = 3;
-  /// `beliefs --case`: a single-case file whose findings are entered before
-  /// the --set items (none when empty).
+  /// `--case` of beliefs, map and sample: a single-case file whose findings
+  /// are entered before the --set items (none when empty).
   std::string case_file;
-  /// Evidence of `beliefs`: NODE=STATE texts in the order given.
+  /// Evidence of `beliefs`, `map` and `sample`: NODE=STATE texts in the
+  /// order given.
   std::vector<std::string> findings;
   /// `beliefs --max`: propagate to max equilibrium.
   bool max_equilibrium = false;
@@ -83,6 +85,10 @@ struct Options {
   /// `convert --digits`: significant digits of the numbers written (0: the
   /// usual NET formats; 17 reads back exactly).
   int digits = 0;
+  /// `map`: the nodes whose configurations are listed, and the smallest
+  /// probability listed.
+  std::vector<std::string> map_nodes;
+  double min_probability = 0.01;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

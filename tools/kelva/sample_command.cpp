@@ -1,4 +1,5 @@
-// `kelva sample`: draw cases from a network by forward sampling and write
+// `kelva sample`: draw cases from a network by forward sampling, or from
+// its posterior given evidence through the library's simulation, and write
 // them as a multi-case data file, for `kelva learn` and its measurements.
 
 #include <algorithm>
@@ -10,6 +11,7 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "evidence_input.h"
 #include "network_source.h"
 
 namespace kelva::cli {
@@ -132,12 +134,24 @@ void run_sample(const Options& options) {
   for (std::size_t i = 0; i < nodes.size(); ++i)
     std::fprintf(out.get(), "%s%s", i == 0 ? "" : " ", nodes[i].name.c_str());
   std::fputs("\n\n", out.get());
+  // With evidence, the library draws each case from the posterior.
+  const bool posterior = !options.findings.empty() || !options.case_file.empty();
+  if (posterior) {
+    compile_network(domain.get(), source_name(options.source), progress);
+    enter_evidence(domain.get(), options);
+    if (k_domain_propagate(domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0)
+      throw ApiError(k_error_code());
+    checked(k_domain_seed_random(domain.get(), options.seed));
+  }
   std::vector<std::size_t> state(nodes.size());
   std::string line;
   for (long c = 0; c < options.cases; ++c) {
     line.clear();
+    if (posterior && k_domain_simulate(domain.get()) != 0) throw ApiError(k_error_code());
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-      state[i] = draw(nodes[i], state, rng);
+      state[i] = posterior
+                     ? static_cast<std::size_t>(checked(k_node_get_sampled_state(nodes[i].node)))
+                     : draw(nodes[i], state, rng);
       if (i != 0) line += ' ';
       if (u(rng) < options.hide) {
         line += '*';

@@ -1245,6 +1245,133 @@ public final class Domain implements AutoCloseable {
     check(kDomainParseSASLinks(handle, fileName, listener));
   }
 
+  // MAP configurations, simulation and approximation.
+
+  /** The nodes of the last MAP search, in the order given to it. */
+  private List<Node> mapNodes = List.of();
+
+  /**
+   * Finds every configuration of {@code nodes} whose probability given the
+   * propagated evidence is at least {@code minProbability}, exactly; they are
+   * read with {@link #getMAPConfiguration} in order of decreasing
+   * probability.  The domain keeps its evidence and equilibrium.
+   *
+   * @param nodes distinct discrete chance nodes of this domain
+   * @param minProbability the smallest probability kept, above 0 and at most 1
+   * @throws KelvaException "not_compiled", "no_equilibrium", "usage" for bad
+   *     nodes or minimum, max equilibrium or evidence not yet propagated
+   */
+  public void findMAPConfigurations(List<Node> nodes, double minProbability) {
+    Calls.withList(nodes, list -> check(kDomainFindMAPConfigurations(handle, list, minProbability)));
+    mapNodes = List.copyOf(nodes);
+  }
+
+  /**
+   * The number of configurations the last MAP search found.
+   *
+   * @return the count
+   * @throws KelvaException "usage" when there was no search on this
+   *     compilation
+   */
+  public long getNumberOfMAPConfigurations() {
+    return check(kDomainGetNumberOfMAPConfigurations(handle));
+  }
+
+  /**
+   * The states of a configuration found by the last MAP search.
+   *
+   * @param index 0 for the most probable
+   * @return one state index per node, in the order given to the search
+   * @throws KelvaException "usage" for an index out of range or no search
+   */
+  public long[] getMAPConfiguration(long index) {
+    long states = check(kDomainGetMAPConfiguration(handle, index));
+    long[] result = new long[mapNodes.size()];
+    for (int i = 0; i < result.length; i++) {
+      result[i] = kListGetItem(states, i);
+    }
+    return result;
+  }
+
+  /**
+   * The probability given the evidence of a configuration of the last MAP
+   * search.
+   *
+   * @param index 0 for the most probable
+   * @return the probability
+   * @throws KelvaException "usage" for an index out of range or no search
+   */
+  public double getProbabilityOfMAPConfiguration(long index) {
+    return check(kDomainGetProbabilityOfMAPConfiguration(handle, index));
+  }
+
+  /**
+   * Draws one configuration of all nodes from the posterior given the
+   * propagated evidence; read it with {@link Node#getSampledState} and the
+   * like.
+   *
+   * @throws KelvaException "not_compiled", "no_equilibrium", "usage" for max
+   *     equilibrium or evidence not yet propagated
+   */
+  public void simulate() {
+    check(kDomainSimulate(handle));
+  }
+
+  /**
+   * Restarts the domain's random stream (a 64-bit Mersenne Twister seeded
+   * with {@code seed}; a new domain has seed 0).
+   *
+   * @param seed the seed
+   */
+  public void seedRandom(long seed) {
+    check(kDomainSeedRandom(handle, seed));
+  }
+
+  /**
+   * A uniform deviate from the domain's random stream.
+   *
+   * @return a number in [0, 1)
+   */
+  public double getUniformDeviate() {
+    return check(kDomainGetUniformDeviate(handle));
+  }
+
+  /**
+   * A normal deviate from the domain's random stream.
+   *
+   * @param mean the mean
+   * @param variance the variance, at least 0
+   * @return the deviate
+   * @throws KelvaException "usage" for a negative or non-finite variance
+   */
+  public double getNormalDeviate(double mean, double variance) {
+    return check(kDomainGetNormalDeviate(handle, mean, variance));
+  }
+
+  /**
+   * Sets to zero the smallest entries of each clique table whose total
+   * probability is at most {@code epsilon}, compresses the domain and
+   * propagates it again.
+   *
+   * @param epsilon at least 0, below 1
+   * @return the probability mass kept
+   * @throws KelvaException "usage" with evidence or for domains that cannot
+   *     be compressed, "compressed", "not_compiled", "no_equilibrium"
+   */
+  public double approximate(double epsilon) {
+    return check(kDomainApproximate(handle, epsilon));
+  }
+
+  /**
+   * The probability mass the last approximation kept.
+   *
+   * @return the constant, 1 when the domain was not approximated
+   * @throws KelvaException "not_compiled"
+   */
+  public double getApproximationConstant() {
+    return check(kDomainGetApproximationConstant(handle));
+  }
+
   /** Gives every engine node that has no Java node yet (nodes a file made) one. */
   private void adoptNewNodes() {
     for (long n = check(kDomainGetFirstNode(handle)); n != 0; n = check(kNodeGetNext(n))) {

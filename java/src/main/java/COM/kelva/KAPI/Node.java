@@ -977,4 +977,39 @@ public final class Node {
   public boolean caseIsSet(long index) {
     return check(kNodeCaseIsSet(nodePeer, index)) == 1;
   }
+
+  // Simulation.
+
+  /**
+   * The state the last {@link Domain#simulate} drew for this discrete node.
+   *
+   * @return the state index
+   * @throws KelvaException "usage" for a node that is not discrete,
+   *     "no_value" when nothing was drawn on this compilation
+   */
+  public long getSampledState() {
+    return check(kNodeGetSampledState(nodePeer));
+  }
+
+  /**
+   * The value the last simulation drew: a continuous node's value, or the
+   * value of the drawn state of a numbered or interval node.
+   *
+   * @return the value
+   * @throws KelvaException "usage" for another node, "no_value"
+   */
+  public double getSampledValue() {
+    return check(kNodeGetSampledValue(nodePeer));
+  }
+
+  /**
+   * The utility of this utility node for the states the last simulation
+   * drew for its parents.
+   *
+   * @return the utility
+   * @throws KelvaException "usage" for another node, "no_value"
+   */
+  public double getSampledUtility() {
+    return check(kNodeGetSampledUtility(nodePeer));
+  }
 }

@@ -1,0 +1,87 @@
+package COM.kelva.KAPI;
+
+import static COM.kelva.KAPI.Fixtures.*;
+import static org.junit.jupiter.api.Assertions.*;
+
+import java.util.List;
+import org.junit.jupiter.api.Test;
+
+/** MAP configurations, simulation and approximation through the Java API. */
+class AnalysisTest {
+  /** rain -> wet: P(rain) = 0.2, P(wet | rain) = 0.9, P(wet | no rain) = 0.25. */
+  private static Domain rain() {
+    Domain d = new Domain();
+    Node rain = labelled(d, "rain", "yes", "no");
+    Node wet = labelled(d, "wet", "yes", "no");
+    wet.addParent(rain);
+    rain.getTable().setData(new double[] {0.2, 0.8});
+    wet.getTable().setData(new double[] {0.9, 0.1, 0.25, 0.75});
+    d.compile();
+    return d;
+  }
+
+  @Test
+  void mapConfigurationsInOrderOfProbability() {
+    try (Domain d = rain()) {
+      Node rain = d.getNodeByName("rain");
+      Node wet = d.getNodeByName("wet");
+      assertFails(ErrorCode.USAGE, () -> d.getNumberOfMAPConfigurations());
+      d.findMAPConfigurations(List.of(wet, rain), 0.1);
+      assertEquals(3, d.getNumberOfMAPConfigurations());
+      assertArrayEquals(new long[] {1, 1}, d.getMAPConfiguration(0));
+      assertArrayEquals(new long[] {0, 1}, d.getMAPConfiguration(1));
+      assertArrayEquals(new long[] {0, 0}, d.getMAPConfiguration(2));
+      assertEquals(0.6, d.getProbabilityOfMAPConfiguration(0), 1e-12);
+      assertEquals(0.18, d.getProbabilityOfMAPConfiguration(2), 1e-12);
+      assertFails(ErrorCode.USAGE, () -> d.getMAPConfiguration(3));
+      assertFails(ErrorCode.USAGE, () -> d.findMAPConfigurations(List.of(rain), 0.0));
+    }
+  }
+
+  @Test
+  void simulationRepeatsForASeedAndRespectsEvidence() {
+    try (Domain d = rain()) {
+      Node rain = d.getNodeByName("rain");
+      Node wet = d.getNodeByName("wet");
+      assertFails(ErrorCode.NO_VALUE, () -> rain.getSampledState());
+      d.seedRandom(42);
+      long[] first = new long[50];
+      for (int i = 0; i < first.length; i++) {
+        d.simulate();
+        first[i] = rain.getSampledState() * 2 + wet.getSampledState();
+      }
+      d.seedRandom(42);
+      for (long expected : first) {
+        d.simulate();
+        assertEquals(expected, rain.getSampledState() * 2 + wet.getSampledState());
+      }
+      wet.selectState(1);
+      assertFails(ErrorCode.USAGE, d::simulate);
+      d.propagate(Equilibrium.SUM, EvidenceMode.NORMAL);
+      int rainy = 0;
+      for (int i = 0; i < 20000; i++) {
+        d.simulate();
+        assertEquals(1, wet.getSampledState());
+        rainy += rain.getSampledState() == 0 ? 1 : 0;
+      }
+      // P(rain | dry) = 0.02 / 0.62; standard error about 0.0013.
+      assertEquals(0.02 / 0.62, rainy / 20000.0, 0.007);
+      double u = d.getUniformDeviate();
+      assertTrue(u >= 0 && u < 1);
+      assertFails(ErrorCode.USAGE, () -> d.getNormalDeviate(0, -1));
+      assertFails(ErrorCode.USAGE, () -> rain.getSampledValue());
+    }
+  }
+
+  @Test
+  void approximationKeepsMostOfTheMass() {
+    try (Domain d = rain()) {
+      assertEquals(1.0, d.getApproximationConstant());
+      // The clique (rain, wet) loses its smallest entry, 0.02.
+      assertEquals(0.98, d.approximate(0.05), 1e-12);
+      assertEquals(0.98, d.getApproximationConstant(), 1e-12);
+      assertTrue(d.isCompressed());
+      assertFails(ErrorCode.COMPRESSED, () -> d.approximate(0.05));
+    }
+  }
+}

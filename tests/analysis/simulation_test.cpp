@@ -1,0 +1,172 @@
+// Posterior sampling against exact beliefs (a chi-square test over the
+// joint configurations), reproducibility under a seed, the deviates, and
+// the refusals.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+#include <vector>
+
+#include "common/expect_code.h"
+#include "common/random_network.h"
+
+namespace kelva::test {
+namespace {
+
+/// The upper tail of the chi-square distribution with `dof` degrees of
+/// freedom at `x`, by the Wilson-Hilferty normal approximation.
+double chi_square_tail(double x, double dof) {
+  const double h = 2.0 / (9.0 * dof);
+  const double z = (std::cbrt(x / dof) - (1.0 - h)) / std::sqrt(h);
+  return 0.5 * std::erfc(z / std::sqrt(2.0));
+}
+
+/// P(x | e) of every configuration x of the nodes (the last node fastest),
+/// by enumeration of the joint.
+std::vector<double> joint(const RandomNetwork& net, const std::vector<Finding>& evidence) {
+  const std::size_t n = net.nodes.size();
+  std::vector<std::size_t> counts(n);
+  for (std::size_t i = 0; i < n; ++i) counts[i] = k_node_get_number_of_states(net.nodes[i]);
+  std::vector<double> result;
+  double total = 0.0;
+  std::vector<std::size_t> config(n, 0);
+  for (;;) {
+    double p = 1.0;
+    for (std::size_t i = 0; i < n; ++i) {
+      k_table_t t = k_node_get_table(net.nodes[i]);
+      std::vector<k_size_t> at;
+      for (k_node_t* d = k_table_get_nodes(t); *d; ++d)
+        at.push_back(config[std::find(net.nodes.begin(), net.nodes.end(), *d) - net.nodes.begin()]);
+      p *= k_table_get_data_item(t, k_table_get_index_from_configuration(t, at.data())) *
+           evidence[i][config[i]];
+    }
+    result.push_back(p);
+    total += p;
+    std::size_t i = n;
+    while (i > 0 && ++config[i - 1] == counts[i - 1]) config[--i] = 0;
+    if (i == 0) break;
+  }
+  for (double& p : result) p /= total;
+  return result;
+}
+
+TEST(Simulation, DrawsTheJointPosteriorAndRepeatsUnderASeed) {
+  for (unsigned seed : {4u, 11u}) {
+    SCOPED_TRACE(seed);
+    std::mt19937 rng(seed);
+    RandomNetwork net = random_network(seed, 6);
+    ASSERT_EQ(k_domain_compile(net.domain), 0);
+    std::vector<Finding> evidence;
+    do {
+      evidence = random_evidence(rng, net, 0.4);
+      enter(net, evidence);
+    } while (k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0);
+    const std::vector<double> p = joint(net, evidence);
+
+    ASSERT_EQ(k_domain_seed_random(net.domain, 2024), 0);
+    const long draws = 100000;
+    std::vector<long> count(p.size(), 0);
+    std::vector<std::size_t> first;
+    for (long d = 0; d < draws; ++d) {
+      ASSERT_EQ(k_domain_simulate(net.domain), 0);
+      std::size_t cell = 0;
+      for (k_node_t node : net.nodes) {
+        const int64_t s = k_node_get_sampled_state(node);
+        ASSERT_GE(s, 0);
+        cell = cell * k_node_get_number_of_states(node) + static_cast<std::size_t>(s);
+      }
+      if (d < 20) first.push_back(cell);
+      ASSERT_GT(p[cell], 0.0) << "drew an impossible configuration";
+      ++count[cell];
+    }
+    // Cells expecting fewer than 5 draws are pooled.
+    double chi = 0.0, pooled_expected = 0.0, pooled_count = 0.0;
+    int cells = 0;
+    for (std::size_t c = 0; c < p.size(); ++c) {
+      const double e = p[c] * draws;
+      if (e < 5.0) {
+        pooled_expected += e;
+        pooled_count += static_cast<double>(count[c]);
+        continue;
+      }
+      chi += (count[c] - e) * (count[c] - e) / e;
+      ++cells;
+    }
+    if (pooled_expected >= 5.0) {
+      chi += (pooled_count - pooled_expected) * (pooled_count - pooled_expected) / pooled_expected;
+      ++cells;
+    }
+    ASSERT_GT(cells, 1);
+    EXPECT_GT(chi_square_tail(chi, cells - 1), 0.001) << "chi-square " << chi << " over " << cells;
+
+    // The same seed draws the same configurations; another seed does not.
+    for (unsigned again : {2024u, 7u}) {
+      k_domain_seed_random(net.domain, again);
+      bool same = true;
+      for (std::size_t d = 0; d < first.size(); ++d) {
+        k_domain_simulate(net.domain);
+        std::size_t cell = 0;
+        for (k_node_t node : net.nodes)
+          cell = cell * k_node_get_number_of_states(node) +
+                 static_cast<std::size_t>(k_node_get_sampled_state(node));
+        same = same && cell == first[d];
+      }
+      EXPECT_EQ(same, again == 2024u);
+    }
+    k_domain_delete(net.domain);
+  }
+}
+
+TEST(Simulation, DeviatesFollowTheirLawsAndRefusalsHaveTheirCodes) {
+  RandomNetwork net = random_network(5, 4);
+  k_domain_seed_random(net.domain, 1);
+  double sum = 0.0, square = 0.0, low = 1.0, high = 0.0;
+  for (int i = 0; i < 100000; ++i) {
+    const double u = k_domain_get_uniform_deviate(net.domain);
+    low = std::min(low, u);
+    high = std::max(high, u);
+    const double z = k_domain_get_normal_deviate(net.domain, 3.0, 4.0);
+    sum += z;
+    square += (z - 3.0) * (z - 3.0);
+  }
+  EXPECT_GE(low, 0.0);
+  EXPECT_LT(high, 1.0);
+  EXPECT_NEAR(sum / 100000, 3.0, 0.03);    // standard error 0.0063
+  EXPECT_NEAR(square / 100000, 4.0, 0.1);  // standard error 0.018
+  EXPECT_EQ(k_domain_get_normal_deviate(net.domain, 0.0, -1.0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(k_domain_get_normal_deviate(net.domain, NAN, 1.0), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+
+  EXPECT_FAILS(k_domain_simulate(net.domain), K_ERROR_NOT_COMPILED);
+  ASSERT_EQ(k_domain_compile(net.domain), 0);
+  EXPECT_EQ(k_node_get_sampled_state(net.nodes[0]), -1);
+  EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
+  ASSERT_EQ(k_domain_simulate(net.domain), 0);
+  EXPECT_GE(k_node_get_sampled_state(net.nodes[0]), 0);
+  EXPECT_EQ(k_node_get_sampled_value(net.nodes[0]), -1.0);  // a label node has no value
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(k_node_get_sampled_utility(net.nodes[0]), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+
+  // A selected state is always drawn; evidence still to propagate and max
+  // equilibrium are refused.
+  k_node_select_state(net.nodes[3], 1);
+  EXPECT_FAILS(k_domain_simulate(net.domain), K_ERROR_USAGE);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  for (int i = 0; i < 50; ++i) {
+    ASSERT_EQ(k_domain_simulate(net.domain), 0);
+    EXPECT_EQ(k_node_get_sampled_state(net.nodes[3]), 1);
+  }
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+  EXPECT_FAILS(k_domain_simulate(net.domain), K_ERROR_USAGE);
+  k_domain_uncompile(net.domain);
+  EXPECT_EQ(k_node_get_sampled_state(net.nodes[0]), -1);
+  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  k_domain_delete(net.domain);
+}
+
+}  // namespace
+}  // namespace kelva::test
