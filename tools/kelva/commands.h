@@ -38,4 +38,8 @@ void run_sample(const Options& options);
 /// the learned network and prints the scores.
 void run_learn(std::FILE* out, const Options& options);
 
+/// Adapts the tables of the chosen network to the cases of a data file, one
+/// case at a time, writes the adapted network and prints a summary.
+void run_adapt(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -45,6 +45,9 @@ void run(const kelva::cli::Options& options) {
     case Command::learn:
       kelva::cli::run_learn(stdout, options);
       break;
+    case Command::adapt:
+      kelva::cli::run_adapt(stdout, options);
+      break;
   }
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -9,7 +10,7 @@
 namespace kelva::cli {
 
 /// What the tool was asked to do.
-enum class Command { help, version, nodes, convert, beliefs, bench, compile, sample, learn };
+enum class Command { help, version, nodes, convert, beliefs, bench, compile, sample, learn, adapt };
 
 /// How reports are printed.
 enum class Format { text, tsv };
@@ -36,8 +37,16 @@ struct Options {
   /// Where `convert` and `learn` write their NET file, `sample` its data
   /// file.
   std::string output;
-  /// `learn`: the data file of the cases (the second file argument).
+  /// `learn`, `adapt`: the data file of the cases (the second file
+  /// argument).
   std::string data;
+  /// `learn`, `adapt --discretize`: new interval bounds for interval nodes
+  /// from their numeric columns (none: the nodes' own bounds).
+  std::optional<k_discretization_t> discretize;
+  /// `adapt --fading`: the fading factor of every adapted node (1: none),
+  /// and `--experience`: the experience count given to nodes without one.
+  double fading = 1.0;
+  double experience = 1.0;
   /// `learn`: the largest number of EM iterations (0: no limit) and the
   /// relative log-likelihood tolerance (negative: the library's default).
   unsigned long long max_iterations = 0;
