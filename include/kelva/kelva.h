@@ -397,6 +397,28 @@ KELVA_API k_status_t k_node_set_state_value(k_node_t node, k_size_t state, doubl
 /** The state of a numeric node whose value is `value`; for an interval node,
  *  the state whose interval [v(i), v(i+1)) holds it.  -1 when none. */
 KELVA_API int64_t k_node_get_state_index_from_value(k_node_t node, double value);
+/** Splits every state of an interval node in two at the midpoint of its
+ *  interval, doubling the number of states.  An interval with one infinite
+ *  bound is split at its finite bound minus (or plus) the width of the
+ *  neighbouring finite interval, or 1 when there is none; (-infinity,
+ *  infinity) is split at 0.  The node's table gives each half half of the
+ *  state's probability; children's tables repeat the state's rows for both
+ *  halves, their experience tables give each half half of its counts, and
+ *  their fading tables repeat its factors.  The state labels are removed.
+ *  The node and its children are marked for table generation and the
+ *  domain is uncompiled.  "usage" (not an interval node, a continuous
+ *  child), "invalid_state_values" (values not increasing). */
+KELVA_API k_status_t k_node_double_number_of_intervals(k_node_t node);
+/** Merges the states of an interval node two by two (states 2i and 2i+1
+ *  become state i, with the interval from the lower one's low bound to the
+ *  higher one's high bound), halving an even number of states.  The node's
+ *  table adds the two probabilities; children's tables average the two
+ *  rows, their experience tables add the counts, their fading tables
+ *  average the factors.  The state labels are removed.  The node and its
+ *  children are marked for table generation and the domain is uncompiled.
+ *  "usage" (not an interval node, an odd number of states, a continuous
+ *  child). */
+KELVA_API k_status_t k_node_halve_number_of_intervals(k_node_t node);
 /** Reorders the states of a discrete node: `order` holds every current label
  *  once, in the new order, ended by null.  Tables follow the states. */
 KELVA_API k_status_t k_node_reorder_states(k_node_t node, const char *const *order);
@@ -1085,6 +1107,30 @@ KELVA_API double k_domain_get_aic(k_domain_t domain);
 KELVA_API double k_domain_get_bic(k_domain_t domain);
 
 /* ------------------------------------------------------------------------ */
+/* Adaptation                                                                */
+/* ------------------------------------------------------------------------ */
+
+/** Sequential updating of the conditional tables from the evidence now
+ *  propagated: the evidence is one case.  Every discrete chance node with
+ *  an experience table takes part; the others are left alone.  For each
+ *  parent configuration j with experience count n >= 0 (a negative count
+ *  marks a row that is not adapted), with w_k the posterior probability of
+ *  state k together with j and w their sum: the fading factor L of j (1
+ *  without a fading table) applies as far as the case speaks about j,
+ *  f = 1 - w (1 - L); the row's counts n p_k become f n p_k + w_k, the
+ *  experience becomes f n + w, and the row p becomes the counts over the
+ *  new experience (unchanged when w is 0).  A complete case thus adds 1 to
+ *  its configuration's count after fading it by L.  Missing items and
+ *  likelihood evidence give fractional counts.
+ *  The evidence stays entered and the equilibrium stays that of the old
+ *  tables; the next propagation starts from the new tables (so retracting
+ *  and propagating gives the adapted network's prior beliefs).  Errors:
+ *  "usage" (null; evidence entered but not propagated, or not at sum
+ *  equilibrium, or a table changed since), "not_compiled", "compressed";
+ *  on failure nothing changes. */
+KELVA_API k_status_t k_domain_adapt(k_domain_t domain);
+
+/* ------------------------------------------------------------------------ */
 /* Data sets                                                                 */
 /* ------------------------------------------------------------------------ */
 
@@ -1193,7 +1239,8 @@ KELVA_API k_status_t k_ds_get_numbers(k_data_set_t data_set, k_size_t column, do
  *  node's item unset; a present cell becomes:
  *  - for a continuous chance node, its value (a number);
  *  - for a numbered node, the state whose value equals the number; for an
- *    interval node, the state whose interval [low, high) holds it;
+ *    interval node, the state whose interval [low, high) holds it, or whose
+ *    bounds an interval text "[low;high)" gives (see k_ds_discretize_column);
  *  - for a boolean node, "false" state 0 and "true" state 1;
  *  - for any discrete node, the state whose label is the text, when only
  *    one state has it; then "#" and a state index (e.g. "#2").
@@ -1274,6 +1321,68 @@ KELVA_API double k_ds_compute_mean_absolute_percentage_error(k_data_set_t data_s
  *  "none". */
 KELVA_API double k_ds_compute_mean_absolute_scaled_error(k_data_set_t data_set, k_size_t observed,
                                                          k_size_t predicted);
+
+/* Discretisation of numeric columns.  Cut points are finite and strictly
+ * increasing; cut points c1 < ... < ck make the k + 1 intervals
+ * [-infinity;c1), [c1;c2), ..., [ck;infinity), so that every number falls
+ * into one, a number equal to a cut point into the interval above it (as
+ * with the states of an interval node).  A discretised cell holds the text
+ * of its interval, "[lo;hi)", each bound the shortest decimal text that
+ * reads back as it, or the words "-infinity" and "infinity".
+ * k_domain_add_cases takes such a cell for the state of an interval node
+ * with exactly those bounds.  The functions that return cut points return
+ * their number and write the first min(number, cuts_length) of them into
+ * cuts (which may be null when cuts_length is 0); K_SIZE_ERROR on failure. */
+
+/** How k_ds_discretize_column places its cut points. */
+typedef enum {
+  /** Equal widths: the cut points divide [min, max] of the values into
+   *  `intervals` equal parts. */
+  K_DISCRETIZE_EQUAL_WIDTH = 0,
+  /** Equal frequency: each cut point lies midway between two consecutive
+   *  sorted values so that the intervals hold equal numbers of values,
+   *  within one when the values are distinct; a run of equal values is
+   *  never cut, so ties can give fewer, less even intervals. */
+  K_DISCRETIZE_EQUAL_FREQUENCY = 1
+} k_discretization_t;
+
+/** Minimum-description-length entropy discretisation of a numeric column
+ *  against the classes (the distinct texts) of `class_column`: the cut
+ *  point that leaves the least class entropy is kept when its information
+ *  gain passes the minimum-description-length test, and both sides are
+ *  cut again the same way.  Rows with a missing cell in either column are
+ *  left out.  Candidate cut points lie midway between consecutive distinct
+ *  values; of equal entropies the lowest cut point wins.  The data set is
+ *  not changed.  "usage" (null, column out of range), "invalid_expression"
+ *  (a value cell that is not a number). */
+KELVA_API k_size_t k_ds_compute_intervals_iem(k_data_set_t data_set, k_size_t column,
+                                              k_size_t class_column, double *cuts,
+                                              k_size_t cuts_length);
+/** Cuts the numbers of a column into at most `intervals` (at least 1)
+ *  intervals by `method` and rewrites every present cell as its interval's
+ *  text.  Values that are all equal give no cut point.  "usage" (null,
+ *  column out of range, no present cell, intervals 0, unknown method),
+ *  "invalid_expression" (a present cell that is not a number); on failure
+ *  the column is not changed. */
+KELVA_API k_size_t k_ds_discretize_column(k_data_set_t data_set, k_size_t column,
+                                          k_discretization_t method, k_size_t intervals,
+                                          double *cuts, k_size_t cuts_length);
+/** Rewrites every present cell of a column as the text of the interval of
+ *  the given cut points that holds its number (no cut points: every cell
+ *  becomes "[-infinity;infinity)").  "usage" when cuts is null with count
+ *  above 0 or the cut points are not finite and strictly increasing;
+ *  "invalid_expression" when a present cell is not a number; on failure
+ *  the column is not changed. */
+KELVA_API k_status_t k_ds_apply_discretization(k_data_set_t data_set, k_size_t column,
+                                               const double *cuts, k_size_t count);
+/** 1 when every present cell of the column is an interval text (also when
+ *  it has none), 0 when not, -1 on error. */
+KELVA_API k_bool_t k_ds_column_data_are_intervals(k_data_set_t data_set, k_size_t column);
+/** Moves the cells of a column `shift` rows down (up when negative), as
+ *  for a lagged copy of a time series: the cell of row r goes to row
+ *  r + shift, cells moved past either end are dropped, and the cells left
+ *  behind are missing. */
+KELVA_API k_status_t k_ds_shift_column_data(k_data_set_t data_set, k_size_t column, int64_t shift);
 
 /* ------------------------------------------------------------------------ */
 /* SAS node and link files                                                   */

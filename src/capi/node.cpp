@@ -177,6 +177,36 @@ k_status_t k_node_set_number_of_states(k_node_t node, k_size_t count) {
   });
 }
 
+// Children's model slots follow the intervals: both halves of a split
+// interval keep its expression, a merged pair keeps the lower one's.
+k_status_t k_node_double_number_of_intervals(k_node_t node) {
+  return guard_status([&] {
+    kelva::Node& n = get(node);
+    const std::size_t old = n.is_discrete() ? n.state_count() : 0;
+    ModelReshape models(n, old, [&] {
+      std::vector<std::size_t> new_to_old(2 * old);
+      for (std::size_t t = 0; t < new_to_old.size(); ++t) new_to_old[t] = t / 2;
+      return new_to_old;
+    });
+    kelva::double_number_of_intervals(n);
+    models.commit();
+  });
+}
+
+k_status_t k_node_halve_number_of_intervals(k_node_t node) {
+  return guard_status([&] {
+    kelva::Node& n = get(node);
+    const std::size_t old = n.is_discrete() ? n.state_count() : 0;
+    ModelReshape models(n, old, [&] {
+      std::vector<std::size_t> new_to_old(old / 2);
+      for (std::size_t t = 0; t < new_to_old.size(); ++t) new_to_old[t] = 2 * t;
+      return new_to_old;
+    });
+    kelva::halve_number_of_intervals(n);
+    models.commit();
+  });
+}
+
 const char* k_node_get_state_label(k_node_t node, k_size_t state) {
   return guard<const char*>(nullptr,
                             [&] { return discrete_state(node, state).state_label(state); });

@@ -4,10 +4,12 @@
 
 #include <cmath>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <vector>
 
 #include "dataset/data_set.h"
+#include "dataset/discretize.h"
 #include "inference/evidence.h"
 #include "network/domain.h"
 #include "network/error.h"
@@ -38,6 +40,19 @@ std::int64_t state_of_value(const Node& node, double x) noexcept {
   return -1;
 }
 
+// The state of an interval node whose bounds are [lo, hi), or -1.  A bound
+// at or beyond the largest double counts as infinite, as NET text has it.
+std::int64_t state_of_interval(const Node& node, double lo, double hi) noexcept {
+  const auto same = [](double a, double b) {
+    const double big = std::numeric_limits<double>::max();
+    return a == b || (a >= big && b >= big) || (a <= -big && b <= -big);
+  };
+  for (std::size_t i = 0; i < node.state_count(); ++i)
+    if (same(node.state_value(i), lo) && same(node.state_value(i + 1), hi))
+      return static_cast<std::int64_t>(i);
+  return -1;
+}
+
 // The one state labelled `text`, or -1 (none, or more than one).
 std::int64_t state_of_label(const Node& node, const std::string& text) noexcept {
   std::int64_t found = -1;
@@ -62,14 +77,18 @@ std::int64_t state_of_index(const Node& node, const std::string& text) noexcept 
 }
 
 // The state a cell names for a discrete node: a number for number and
-// interval nodes, false/true for boolean nodes, a unique label, or `#` and
+// interval nodes (or an interval text for interval nodes), false/true for
+// boolean nodes, a unique label, or `#` and
 // an index.  Error(usage) when it names none.
 std::int32_t cell_state(const Node& node, const std::string& text) {
   std::int64_t state = -1;
   double x = 0.0;
   const bool numeric = node.subtype() == K_SUBTYPE_NUMBER || node.subtype() == K_SUBTYPE_INTERVAL;
+  double lo = 0.0, hi = 0.0;
   if (numeric && cell_number(text, x)) {
     state = state_of_value(node, x);
+  } else if (node.subtype() == K_SUBTYPE_INTERVAL && parse_interval(text, lo, hi)) {
+    state = state_of_interval(node, lo, hi);
   } else {
     if (node.subtype() == K_SUBTYPE_BOOLEAN && node.state_count() == 2) {
       if (text == "false") state = 0;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <limits>
 #include <memory>
 #include <string_view>
 #include <unordered_set>
@@ -481,6 +483,132 @@ void delete_node(Node& node) {
   domain.uncompile();
   domain.forget_graph_queries();
   domain.destroy_node(&node);
+}
+
+namespace {
+
+// How the states of an interval node are regrouped: new state i takes the
+// sum over (old state, weight) of weight times the old state's entries.
+using StateMix = std::vector<std::vector<std::pair<std::size_t, double>>>;
+
+// The copy `copy` of `original`, its axis of `node` already resized, filled
+// from the original's data through `mix`.
+void remix_axis(Table& copy, const Table& original, const Node& node, const StateMix& mix) {
+  if (!original.has_data()) return;
+  const auto& counts = original.state_counts();
+  std::size_t axis = 0;
+  while (original.nodes()[axis] != &node) ++axis;
+  std::uint64_t inner = 1;
+  for (std::size_t i = axis + 1; i < original.discrete_count(); ++i) inner *= counts[i];
+  const std::uint64_t old_block = counts[axis] * inner, new_block = mix.size() * inner;
+  const std::uint64_t outer = original.size() / old_block;
+  const double* from = original.data();
+  double* to = copy.data();
+  for (std::uint64_t o = 0; o < outer; ++o)
+    for (std::size_t s = 0; s < mix.size(); ++s)
+      for (std::uint64_t i = 0; i < inner; ++i) {
+        double v = 0.0;
+        for (const auto& [old, weight] : mix[s])
+          v += weight * from[o * old_block + old * inner + i];
+        to[o * new_block + s * inner + i] = v;
+      }
+}
+
+// Regroups the states of interval node `node` into new_values.size() - 1
+// states, through `own` in its own table, `rows` in the tables of children
+// and free tables, `counts` in children's experience tables and `factors`
+// in their fading tables.
+void regroup_intervals(Node& node, const std::vector<double>& new_values, const StateMix& own,
+                       const StateMix& rows, const StateMix& counts, const StateMix& factors) {
+  const std::size_t old = node.state_count(), count = new_values.size() - 1;
+  EditBatch batch;
+  auto edit = [&](Table* t, const StateMix& mix) {
+    Table& copy = batch.copy_of(*t);
+    copy.change_state_count(&node, old, count);
+    remix_axis(copy, *t, node, mix);
+  };
+  for (Table* t : tables_holding(node, node)) edit(t, own);
+  for (Node* c : node.children()) {
+    if (holds(c->table(), &node)) edit(c->table(), rows);
+    if (holds(c->experience_table(), &node)) edit(c->experience_table(), counts);
+    if (holds(c->fading_table(), &node)) edit(c->fading_table(), factors);
+  }
+  for (Table* t : node.domain().free_tables())
+    if (holds(t, &node)) edit(t, rows);
+  for (Table* t : component_tables_holding(node)) edit(t, rows);
+  node.resize_states(0);
+  node.resize_states(count);
+  for (std::size_t i = 0; i <= count; ++i) node.set_state_value(i, new_values[i]);
+  batch.commit();
+  flag_for_generation(node, true);
+  node.domain().uncompile();
+}
+
+// The checks common to doubling and halving.
+void require_interval_node(const Node& node) {
+  if (!node.is_discrete() || node.subtype() != K_SUBTYPE_INTERVAL)
+    throw Error(K_ERROR_USAGE, "not an interval node");
+  for (const Node* c : node.children())
+    if (c->is_continuous()) throw Error(K_ERROR_USAGE, "an interval node with a continuous child");
+}
+
+}  // namespace
+
+// A bound at or beyond the largest double: NET text writes "infinity" for it.
+bool unbounded(double x) noexcept { return !(std::fabs(x) < std::numeric_limits<double>::max()); }
+
+void double_number_of_intervals(Node& node) {
+  require_interval_node(node);
+  const std::size_t n = node.state_count();
+  std::vector<double> v(n + 1);
+  for (std::size_t i = 0; i <= n; ++i) v[i] = node.state_value(i);
+  for (std::size_t i = 0; i < n; ++i)
+    if (!(v[i] < v[i + 1]))
+      throw Error(K_ERROR_INVALID_STATE_VALUES, "the interval bounds do not increase");
+  // The width of the finite interval next to interval i, or 1.
+  auto neighbour_width = [&](std::size_t i, bool below) {
+    if (below && i + 2 <= n && !unbounded(v[i + 1]) && !unbounded(v[i + 2]))
+      return v[i + 2] - v[i + 1];
+    if (!below && i >= 1 && !unbounded(v[i - 1]) && !unbounded(v[i])) return v[i] - v[i - 1];
+    return 1.0;
+  };
+  std::vector<double> values;
+  values.reserve(2 * n + 1);
+  StateMix own, rows, counts;
+  for (std::size_t i = 0; i < n; ++i) {
+    const double lo = v[i], hi = v[i + 1];
+    double mid = 0.0;
+    if (unbounded(lo) && unbounded(hi)) mid = 0.0;
+    else if (unbounded(lo)) mid = hi - neighbour_width(i, true);
+    else if (unbounded(hi)) mid = lo + neighbour_width(i, false);
+    else mid = lo + (hi - lo) / 2.0;
+    if (!(lo < mid && mid < hi))
+      throw Error(K_ERROR_INVALID_STATE_VALUES, "an interval too narrow to split");
+    values.push_back(lo);
+    values.push_back(mid);
+    for (int half = 0; half < 2; ++half) {
+      own.push_back({{i, 0.5}});
+      rows.push_back({{i, 1.0}});
+    }
+  }
+  values.push_back(v[n]);
+  counts = own;
+  regroup_intervals(node, values, own, rows, counts, rows);
+}
+
+void halve_number_of_intervals(Node& node) {
+  require_interval_node(node);
+  const std::size_t n = node.state_count();
+  if (n % 2 != 0) throw Error(K_ERROR_USAGE, "an odd number of intervals");
+  std::vector<double> values;
+  StateMix own, rows;
+  for (std::size_t i = 0; i < n; i += 2) {
+    values.push_back(node.state_value(i));
+    own.push_back({{i, 1.0}, {i + 1, 1.0}});
+    rows.push_back({{i, 0.5}, {i + 1, 0.5}});
+  }
+  values.push_back(node.state_value(n));
+  regroup_intervals(node, values, own, rows, own, rows);
 }
 
 }  // namespace kelva

@@ -58,6 +58,12 @@ std::vector<std::size_t> state_order(const Node& node, const std::vector<const c
 void reorder_states(Node& node, const std::vector<const char*>& order);
 /// Changes the subtype of a discrete node.
 void set_discrete_type(Node& node, k_subtype_t subtype);
+/// Splits every interval of an interval node in two (see
+/// k_node_double_number_of_intervals), reshaping the tables that hold it.
+void double_number_of_intervals(Node& node);
+/// Merges the intervals of an interval node two by two (see
+/// k_node_halve_number_of_intervals).
+void halve_number_of_intervals(Node& node);
 /// Deletes a node: its links (as remove_parent), its tables, its name.
 void delete_node(Node& node);
 

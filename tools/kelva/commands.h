@@ -54,4 +54,8 @@ void run_sensitivity(std::FILE* out, const Options& options);
 /// unobserved chance node, most informative first.
 void run_voi(std::FILE* out, const Options& options);
 
+/// Adapts the tables of the chosen network to the cases of a data file, one
+/// case at a time, writes the adapted network and prints a summary.
+void run_adapt(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -16,7 +16,8 @@ constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(com
 constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
-    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map);
+    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) |
+    bit(Command::adapt);
 constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
 constexpr unsigned kWithProgress = kAllCommands;
 
@@ -36,8 +37,8 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--example NAME", "use a network bundled with kelva (see kelva --help)", kFromNetwork},
     {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
-    {"-o OUT.net", "where convert and learn write the network, sample the\ndata file",
-     bit(Command::convert) | bit(Command::sample) | bit(Command::learn)},
+    {"-o OUT.net", "where convert, learn and adapt write the network,\nsample the data file",
+     bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt)},
     {"--digits N",
      "significant digits of convert's table and model numbers:\n"
      "0 (default) keeps the NET format's own (\"%G\" for tables),\n"
@@ -89,7 +90,22 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--strict-columns",
      "refuse a data set column that names no node (by\n"
      "default learn warns and ignores the column)",
-     bit(Command::learn)},
+     bit(Command::learn) | bit(Command::adapt)},
+    {"--discretize HOW",
+     "new bounds for each interval node from its .csv column:\n"
+     "width (equal widths) or frequency (equal counts), as\n"
+     "many intervals as the node has states, the outer ones\n"
+     "unbounded",
+     bit(Command::learn) | bit(Command::adapt)},
+    {"--fading F",
+     "the fading factor (0 < F <= 1) of every adapted node:\n"
+     "before each case its experience is multiplied by F\n"
+     "(default 1: nothing is forgotten)",
+     bit(Command::adapt)},
+    {"--experience N",
+     "the experience count (weight of the current table) of\n"
+     "nodes without an experience table (default 1)",
+     bit(Command::adapt)},
     {"--method METHOD",
      "how compile triangulates: clique-size, clique-weight,\n"
      "fill-in-size, fill-in-weight or best-greedy (default)",
@@ -273,6 +289,22 @@ probability given the evidence printed with "%.17g".  Every configuration
 at or above P is listed, found exactly; no line when there is none.
 )TXT",
      "kelva map --example asia --nodes tub,lung,bronc --set xray=yes --set dysp=yes"},
+    {Command::adapt, "adapt",
+     "(FILE.net | --example NAME) DATA -o OUT.net [--fading F]\n"
+     "[--experience N] [--discretize HOW] [--strict-columns] [--quiet]",
+     "adapt the tables of a network's discrete chance nodes to the\n"
+     "cases of a data file, one case after another",
+     R"TXT(Output of adapt: every discrete chance node without an experience table
+gets one of N counts; the network is compiled, and each case in turn is
+entered, propagated and adapted to: its expected counts are added to the
+experience (after fading it by F) and each table row becomes its counts
+normalised.  A case that is impossible under the tables so far is skipped;
+case counts are not used.  OUT.net holds the adapted tables with their
+experience (and fading) tables, ready for further adaptation.  Then
+KEY<TAB>VALUE lines: cases (adapted to), skipped, seconds.  DATA is read as
+learn reads it.
+)TXT",
+     "kelva adapt --example asia asia.dat -o adapted.net --fading 0.99"},
 };
 
 constexpr const char* kExitText = R"TXT(

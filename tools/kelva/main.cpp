@@ -57,6 +57,9 @@ void run(const kelva::cli::Options& options) {
     case Command::map:
       kelva::cli::run_map(stdout, options);
       break;
+    case Command::adapt:
+      kelva::cli::run_adapt(stdout, options);
+      break;
   }
 }
 

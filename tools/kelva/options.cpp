@@ -134,6 +134,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::voi;
   } else if (command == "map") {
     options.command = Command::map;
+  } else if (command == "adapt") {
+    options.command = Command::adapt;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -213,8 +215,20 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--tolerance")) {
       only_for(options, Command::learn, "--tolerance");
       options.tolerance = parse_number(*value, "--tolerance", 0.0, 1e300);
+    } else if (auto value = option_value(args, i, "--discretize")) {
+      only_for(options, {Command::learn, Command::adapt}, "--discretize");
+      if (*value == "width") options.discretize = K_DISCRETIZE_EQUAL_WIDTH;
+      else if (*value == "frequency") options.discretize = K_DISCRETIZE_EQUAL_FREQUENCY;
+      else throw UsageError("--discretize takes width or frequency, not '" + *value + "'");
+    } else if (auto value = option_value(args, i, "--fading")) {
+      only_for(options, Command::adapt, "--fading");
+      options.fading = parse_number(*value, "--fading", 0.0, 1.0);
+      if (!(options.fading > 0.0)) throw UsageError("--fading must be above 0");
+    } else if (auto value = option_value(args, i, "--experience")) {
+      only_for(options, Command::adapt, "--experience");
+      options.experience = parse_number(*value, "--experience", 0.0, 1e300);
     } else if (arg == "--strict-columns") {
-      only_for(options, Command::learn, "--strict-columns");
+      only_for(options, {Command::learn, Command::adapt}, "--strict-columns");
       options.strict_columns = true;
     } else if (auto value = option_value(args, i, "--method")) {
       only_for(options, Command::compile, "--method");
@@ -235,11 +249,11 @@ Options parse_options(std::span<const char* const> args) {
       if (options.min_probability == 0.0)
         throw UsageError("--min-probability needs a number above 0");
     } else if (auto value = option_value(args, i, "-o")) {
-      only_for(options, {Command::convert, Command::sample, Command::learn}, "-o");
+      only_for(options, {Command::convert, Command::sample, Command::learn, Command::adapt}, "-o");
       options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
-    } else if (options.command == Command::learn) {
+    } else if (options.command == Command::learn || options.command == Command::adapt) {
       learn_files.emplace_back(arg);
     } else if (options.source.file.empty()) {
       options.source.file = arg;
@@ -249,11 +263,12 @@ Options parse_options(std::span<const char* const> args) {
   }
   // learn takes the network file (unless --example names one), then the
   // data file.
-  if (options.command == Command::learn) {
+  if (options.command == Command::learn || options.command == Command::adapt) {
     const std::size_t wanted = options.source.example.empty() ? 2 : 1;
     if (learn_files.size() > wanted)
       throw UsageError("unexpected argument '" + learn_files[wanted] + "'");
-    if (learn_files.size() < wanted) throw UsageError("learn needs a network and a data file");
+    if (learn_files.size() < wanted)
+      throw UsageError(std::string(command) + " needs a network and a data file");
     if (wanted == 2) options.source.file = learn_files[0];
     options.data = learn_files[wanted - 1];
   }
@@ -264,7 +279,7 @@ Options parse_options(std::span<const char* const> args) {
   if (options.command == Command::bench && options.source.file.empty())
     throw UsageError("bench needs a NET file");
   if ((options.command == Command::convert || options.command == Command::sample ||
-       options.command == Command::learn) &&
+       options.command == Command::learn || options.command == Command::adapt) &&
       options.output.empty())
     throw UsageError("no output file given (use -o FILE)");
   if (options.command == Command::dsep && options.from_nodes.empty())

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -19,6 +20,7 @@ enum class Command {
   compile,
   sample,
   learn,
+  adapt,
   // Questions asked of a network under evidence.
   dsep,
   sensitivity,
@@ -51,8 +53,16 @@ struct Options {
   /// Where `convert` and `learn` write their NET file, `sample` its data
   /// file.
   std::string output;
-  /// `learn`: the data file of the cases (the second file argument).
+  /// `learn`, `adapt`: the data file of the cases (the second file
+  /// argument).
   std::string data;
+  /// `learn`, `adapt --discretize`: new interval bounds for interval nodes
+  /// from their numeric columns (none: the nodes' own bounds).
+  std::optional<k_discretization_t> discretize;
+  /// `adapt --fading`: the fading factor of every adapted node (1: none),
+  /// and `--experience`: the experience count given to nodes without one.
+  double fading = 1.0;
+  double experience = 1.0;
   /// `learn`: the largest number of EM iterations (0: no limit) and the
   /// relative log-likelihood tolerance (negative: the library's default).
   unsigned long long max_iterations = 0;

@@ -323,6 +323,88 @@ public final class DataSet implements AutoCloseable {
     return numbers;
   }
 
+  // ---- Discretisation ----
+
+  // Cut points c1 < ... < ck make the intervals [-infinity;c1), [c1;c2),
+  // ..., [ck;infinity); a number equal to a cut point falls into the
+  // interval above it.  A discretised cell holds its interval's text, such
+  // as "[2.5;4)".
+
+  /** Equal widths between the smallest and largest value. */
+  public static final int EQUAL_WIDTH = 0;
+  /** Equal numbers of values (within one when the values are distinct). */
+  public static final int EQUAL_FREQUENCY = 1;
+
+  /**
+   * The cut points of a numeric column by minimum-description-length
+   * entropy discretisation against the classes (distinct texts) of another
+   * column; the data set is not changed.
+   *
+   * @param column the numeric column
+   * @param classColumn the class column
+   * @return the cut points, increasing (none when no cut pays off)
+   * @throws KelvaException "invalid_expression" for a value that is not a
+   *     number, "usage" for an index out of range
+   */
+  public double[] computeIntervalsIEM(long column, long classColumn) {
+    int count = (int) check(kDSComputeIntervalsIEM(handle, column, classColumn, null));
+    double[] cuts = new double[count];
+    check(kDSComputeIntervalsIEM(handle, column, classColumn, cuts));
+    return cuts;
+  }
+
+  /**
+   * Cuts the numbers of a column into at most the given number of
+   * intervals and replaces each present cell by its interval's text.
+   *
+   * @param column the numeric column
+   * @param method {@link #EQUAL_WIDTH} or {@link #EQUAL_FREQUENCY}
+   * @param intervals the number of intervals wanted, at least 1
+   * @return the cut points used (fewer when values are equal)
+   * @throws KelvaException "invalid_expression" for a present cell that is
+   *     not a number, "usage" for a bad argument or a column without values
+   */
+  public double[] discretizeColumn(long column, int method, long intervals) {
+    double[] room = new double[(int) Math.max(0, Math.min(intervals - 1, 1 << 20))];
+    int count = (int) check(kDSDiscretizeColumn(handle, column, method, intervals, room));
+    return java.util.Arrays.copyOf(room, count);
+  }
+
+  /**
+   * Replaces each present cell of a column by the text of the interval of
+   * the given cut points that holds its number.
+   *
+   * @param column the numeric column
+   * @param cuts finite, strictly increasing cut points
+   * @throws KelvaException "usage" for bad cut points,
+   *     "invalid_expression" for a present cell that is not a number
+   */
+  public void applyDiscretization(long column, double[] cuts) {
+    check(kDSApplyDiscretization(handle, column, cuts));
+  }
+
+  /**
+   * Whether every present cell of a column is an interval text.
+   *
+   * @param column the column's index
+   * @return true also for a column without present cells
+   */
+  public boolean columnDataAreIntervals(long column) {
+    return check(kDSColumnDataAreIntervals(handle, column)) == 1;
+  }
+
+  /**
+   * Moves the cells of a column down by {@code shift} rows (up when
+   * negative); cells moved past either end are dropped and those left
+   * behind are missing.  A shifted copy of a column is a lagged series.
+   *
+   * @param column the column's index
+   * @param shift the number of rows
+   */
+  public void shiftColumnData(long column, long shift) {
+    check(kDSShiftColumnData(handle, column, shift));
+  }
+
   // ---- Files ----
 
   // Data set files are delimited text: a header line of column names, then

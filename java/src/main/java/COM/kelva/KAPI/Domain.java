@@ -1038,6 +1038,24 @@ public final class Domain implements AutoCloseable {
         kDomainSaveCases(handle, fileName, list, cases, counts ? 1 : 0, separator, missing)));
   }
 
+  // ---- Adaptation ----
+
+  /**
+   * Updates the conditional tables of the nodes with an experience table
+   * from the evidence now propagated, taken as one more case: its expected
+   * counts are added to the experience (after fading the experience of the
+   * parent configurations the case speaks about by the fading table's
+   * factors) and each row becomes its counts normalised.  A row whose
+   * experience count is negative is not adapted.  The evidence stays
+   * entered; the next propagation uses the new tables.
+   *
+   * @throws KelvaException "usage" when evidence is not propagated to sum
+   *     equilibrium under the current tables; "not_compiled"; "compressed"
+   */
+  public void adapt() {
+    check(kDomainAdapt(handle));
+  }
+
   // ---- EM learning ----
 
   /** The listener of {@link #learnTables}, or null. */

@@ -206,6 +206,33 @@ public final class Node {
   }
 
   /**
+   * Splits every interval of an interval node in two at its midpoint (an
+   * unbounded interval next to its finite bound, a neighbour's width away).
+   * The node's table halves each state's probability between the halves;
+   * children's tables repeat the rows, their experience halves the counts.
+   * State labels are removed; the domain is uncompiled.
+   *
+   * @throws KelvaException "usage" for a node that is not an interval node
+   *     or has a continuous child; "invalid_state_values"
+   */
+  public void doubleNumberOfIntervals() {
+    check(kNodeDoubleNumberOfIntervals(nodePeer));
+  }
+
+  /**
+   * Merges the intervals of an interval node two by two: the node's table
+   * adds the two probabilities, children's tables average the two rows and
+   * add their experience counts.  State labels are removed; the domain is
+   * uncompiled.
+   *
+   * @throws KelvaException "usage" for a node that is not an interval node,
+   *     has an odd number of states or a continuous child
+   */
+  public void halveNumberOfIntervals() {
+    check(kNodeHalveNumberOfIntervals(nodePeer));
+  }
+
+  /**
    * The label of a state: its own label, else "false" or "true" for a
    * boolean node, else the empty string.
    *
