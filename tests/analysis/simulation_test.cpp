@@ -168,5 +168,34 @@ TEST(Simulation, DeviatesFollowTheirLawsAndRefusalsHaveTheirCodes) {
   k_domain_delete(net.domain);
 }
 
+TEST(Simulation, NumberedNodesGiveTheirValueAndUtilityNodesTheirUtility) {
+  k_domain_t domain = k_new_domain();
+  k_node_t a = k_domain_new_node(domain, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_NUMBER);
+  k_node_t u = k_domain_new_node(domain, K_CATEGORY_UTILITY, K_KIND_OTHER, K_SUBTYPE_ERROR);
+  ASSERT_TRUE(a && u);
+  ASSERT_EQ(k_node_set_number_of_states(a, 3), 0);
+  const double values[] = {-2.5, 0.0, 7.0}, utilities[] = {10.0, -20.0, 30.0};
+  for (k_size_t s = 0; s < 3; ++s) {
+    ASSERT_EQ(k_node_set_state_value(a, s, values[s]), 0);
+    ASSERT_EQ(k_table_set_data_item(k_node_get_table(a), s, 1.0 / 3.0), 0);
+  }
+  ASSERT_EQ(k_node_add_parent(u, a), 0);
+  for (k_size_t s = 0; s < 3; ++s)
+    ASSERT_EQ(k_table_set_data_item(k_node_get_table(u), s, utilities[s]), 0);
+  ASSERT_EQ(k_domain_compile(domain), 0);
+  k_domain_seed_random(domain, 7);
+  std::vector<int> seen(3, 0);
+  for (int i = 0; i < 300; ++i) {
+    ASSERT_EQ(k_domain_simulate(domain), 0);
+    const int64_t s = k_node_get_sampled_state(a);
+    ASSERT_TRUE(s >= 0 && s < 3);
+    ++seen[static_cast<std::size_t>(s)];
+    EXPECT_EQ(k_node_get_sampled_value(a), values[s]);
+    EXPECT_EQ(k_node_get_sampled_utility(u), utilities[s]);
+  }
+  EXPECT_TRUE(std::all_of(seen.begin(), seen.end(), [](int n) { return n > 50; }));
+  k_domain_delete(domain);
+}
+
 }  // namespace
 }  // namespace kelva::test
