@@ -11,38 +11,12 @@
 
 #include "cli_error.h"
 #include "commands.h"
+#include "evidence_input.h"
 #include "network_source.h"
 
 namespace kelva::cli {
 
 namespace {
-
-/// The discrete node called `name`, for option `option`.
-k_node_t discrete_node(k_domain_t domain, const std::string& name, const char* option) {
-  k_node_t node = k_domain_get_node_by_name(domain, name.c_str());
-  if (node == nullptr) throw UsageError(std::string(option) + ": no node named '" + name + "'");
-  if (checked(k_node_get_kind(node)) != K_KIND_DISCRETE)
-    throw UsageError(std::string(option) + ": node '" + name + "' is not discrete");
-  return node;
-}
-
-/// The state `text` ("#INDEX" or a unique label) of `node`, for `option`.
-k_size_t state_of(k_node_t node, const std::string& name, const std::string& text,
-                  const char* option) {
-  const k_size_t count = checked(k_node_get_number_of_states(node));
-  if (text.size() > 1 && text[0] == '#') {
-    char* end = nullptr;
-    errno = 0;
-    const unsigned long long index = std::strtoull(text.c_str() + 1, &end, 10);
-    if (*end == '\0' && errno == 0 && text[1] != '-' && text[1] != '+' && index < count)
-      return index;
-  } else {
-    const int64_t index = k_node_get_state_index_from_label(node, text.c_str());
-    if (index >= 0) return static_cast<k_size_t>(index);
-  }
-  throw UsageError(std::string(option) + ": node '" + name + "' has no single state '" + text +
-                   "' (states: " + state_list(node) + ")");
-}
 
 /// Splits NODE=STATE.
 std::pair<std::string, std::string> split_finding(const std::string& text) {
@@ -60,7 +34,7 @@ DomainHandle prepared_network(const Options& options, std::vector<k_node_t>* obs
   for (const std::string& finding : options.findings) {
     const auto [name, state] = split_finding(finding);
     k_node_t node = discrete_node(domain.get(), name, "--set");
-    const k_size_t index = state_of(node, name, state, "--set");
+    const k_size_t index = find_state(node, name, state, "--set");
     if (compile && k_node_select_state(node, index) != 0) throw ApiError(k_error_code());
     if (observed != nullptr) observed->push_back(node);
   }
@@ -134,7 +108,7 @@ void run_sensitivity(std::FILE* out, const Options& options) {
   DomainHandle domain = prepared_network(options, nullptr, true);
   const auto [name, state_text] = split_finding(options.target);
   k_node_t target = discrete_node(domain.get(), name, "--target");
-  const k_size_t state = state_of(target, name, state_text, "--target");
+  const k_size_t state = find_state(target, name, state_text, "--target");
   if (k_node_compute_sensitivity_data(target, state) != 0) throw ApiError(k_error_code());
   struct Row {
     double derivative;

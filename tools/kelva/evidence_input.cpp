@@ -13,10 +13,28 @@ namespace kelva::cli {
 
 namespace {
 
-/// The state named by `text` of `node` called `name`: "#INDEX" or a label.
-/// Throws UsageError, listing the states, when there is no such state or
-/// more than one state has that label.
-k_size_t find_state(k_node_t node, const std::string& name, const std::string& text) {
+/// Enters `finding` (NODE=STATE) as evidence on the domain.
+void enter_finding(k_domain_t domain, const std::string& finding) {
+  const std::size_t eq = finding.find('=');
+  const std::string name = finding.substr(0, eq);
+  const std::string state = finding.substr(eq + 1);
+  k_node_t node = discrete_node(domain, name, "--set");
+  if (k_node_select_state(node, find_state(node, name, state, "--set")) != 0)
+    throw ApiError(k_error_code());
+}
+
+}  // namespace
+
+k_node_t discrete_node(k_domain_t domain, const std::string& name, const char* option) {
+  k_node_t node = k_domain_get_node_by_name(domain, name.c_str());
+  if (node == nullptr) throw UsageError(std::string(option) + ": no node named '" + name + "'");
+  if (checked(k_node_get_kind(node)) != K_KIND_DISCRETE)
+    throw UsageError(std::string(option) + ": node '" + name + "' is not discrete");
+  return node;
+}
+
+k_size_t find_state(k_node_t node, const std::string& name, const std::string& text,
+                    const char* option) {
   const k_size_t count = checked(k_node_get_number_of_states(node));
   if (text.size() > 1 && text[0] == '#') {
     char* end = nullptr;
@@ -35,25 +53,12 @@ k_size_t find_state(k_node_t node, const std::string& name, const std::string& t
     matches += label != nullptr && text == label;
   }
   if (matches > 1)
-    throw UsageError("--set: the label '" + text + "' is not unique among the states of node '" +
-                     name + "' (" + states + "); use #INDEX");
-  throw UsageError("--set: node '" + name + "' has no state '" + text + "' (states: " + states +
-                   ")");
+    throw UsageError(std::string(option) + ": the label '" + text +
+                     "' is not unique among the states of node '" + name + "' (" + states +
+                     "); use #INDEX");
+  throw UsageError(std::string(option) + ": node '" + name + "' has no state '" + text +
+                   "' (states: " + states + ")");
 }
-
-/// Enters `finding` (NODE=STATE) as evidence on the domain.
-void enter_finding(k_domain_t domain, const std::string& finding) {
-  const std::size_t eq = finding.find('=');
-  const std::string name = finding.substr(0, eq);
-  const std::string state = finding.substr(eq + 1);
-  k_node_t node = k_domain_get_node_by_name(domain, name.c_str());
-  if (node == nullptr) throw UsageError("--set: no node named '" + name + "'");
-  if (checked(k_node_get_kind(node)) != K_KIND_DISCRETE)
-    throw UsageError("--set: node '" + name + "' is not discrete");
-  if (k_node_select_state(node, find_state(node, name, state)) != 0) throw ApiError(k_error_code());
-}
-
-}  // namespace
 
 void enter_evidence(k_domain_t domain, const Options& options) {
   if (!options.case_file.empty()) {
