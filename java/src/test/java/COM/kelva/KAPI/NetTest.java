@@ -146,6 +146,28 @@ class NetTest {
   }
 
   @Test
+  void seventeenDigitsReadBackExactly() throws Exception {
+    try (Domain d = Domain.fromNetString(NETWORK, null)) {
+      Table table = d.getNodeByName("Rain").getTable();
+      table.setDataItem(0, 1.0 / 3.0);
+      table.setDataItem(1, 2.0 / 3.0);
+      assertEquals(0, d.getNetDigits());
+      try (Domain usual = Domain.fromNetString(d.toNetString(), null)) {
+        assertNotEquals(1.0 / 3.0, usual.getNodeByName("Rain").getTable().getDataItem(0));
+      }
+      d.setNetDigits(17);
+      assertEquals(17, d.getNetDigits());
+      try (Domain exact = Domain.fromNetString(d.toNetString(), null)) {
+        assertEquals(1.0 / 3.0, exact.getNodeByName("Rain").getTable().getDataItem(0));
+        assertEquals(2.0 / 3.0, exact.getNodeByName("Rain").getTable().getDataItem(1));
+      }
+      assertFails(ErrorCode.USAGE, () -> d.setNetDigits(18));
+      assertFails(ErrorCode.USAGE, () -> d.setNetDigits(-1));
+      assertEquals(17, d.getNetDigits());
+    }
+  }
+
+  @Test
   void filesKeepTheirUnicodeNames(@TempDir Path dir) throws Exception {
     Path file = dir.resolve("r\u00e9seau \ud83d\ude00.net");
     String text;
