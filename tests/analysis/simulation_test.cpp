@@ -197,5 +197,57 @@ TEST(Simulation, NumberedNodesGiveTheirValueAndUtilityNodesTheirUtility) {
   k_domain_delete(domain);
 }
 
+TEST(Simulation, ContinuousNodesFollowTheirRegressionsAndCompressedDomainsSample) {
+  const char* text =
+      "net {}\n"
+      "node I { states = (\"low\" \"high\"); subtype = interval; state_values = (0 1 3); }\n"
+      "continuous node Y {}\n"
+      "continuous node Z {}\n"
+      "potential (I) { data = (0.3 0.7); }\n"
+      "potential (Y | I) { data = (normal (1, 4) normal (-2, 0.25)); }\n"
+      "potential (Z | Y) { data = (normal (1 + 2 * Y, 1)); }\n";
+  k_domain_t domain = k_net_parse_domain_string(text, nullptr, nullptr);
+  ASSERT_NE(domain, nullptr);
+  k_node_t i = k_domain_get_node_by_name(domain, "I");
+  k_node_t y = k_domain_get_node_by_name(domain, "Y");
+  k_node_t z = k_domain_get_node_by_name(domain, "Z");
+  ASSERT_EQ(k_domain_compile(domain), 0);
+  k_domain_seed_random(domain, 3);
+  const int n = 40000;
+  double count[2] = {0, 0}, sum[2] = {0, 0}, square[2] = {0, 0}, residual = 0.0;
+  for (int k = 0; k < n; ++k) {
+    ASSERT_EQ(k_domain_simulate(domain), 0);
+    const int64_t s = k_node_get_sampled_state(i);
+    ASSERT_TRUE(s == 0 || s == 1);
+    EXPECT_EQ(k_node_get_sampled_value(i), s == 0 ? 0.5 : 2.0);  // the interval's midpoint
+    const double v = k_node_get_sampled_value(y);
+    count[s] += 1;
+    sum[s] += v;
+    square[s] += v * v;
+    residual += k_node_get_sampled_value(z) - (1 + 2 * v);
+  }
+  EXPECT_NEAR(count[0] / n, 0.3, 0.01);
+  EXPECT_NEAR(sum[0] / count[0], 1.0, 0.05);
+  EXPECT_NEAR(square[0] / count[0] - std::pow(sum[0] / count[0], 2), 4.0, 0.15);
+  EXPECT_NEAR(sum[1] / count[1], -2.0, 0.02);
+  EXPECT_NEAR(square[1] / count[1] - std::pow(sum[1] / count[1], 2), 0.25, 0.01);
+  EXPECT_NEAR(residual / n, 0.0, 0.02);
+  k_domain_delete(domain);
+
+  // A compressed domain samples from the entries it kept.
+  RandomNetwork net = random_network(11, 6);
+  ASSERT_EQ(k_domain_compile(net.domain), 0);
+  ASSERT_GE(k_domain_compress(net.domain), 0.0);
+  k_domain_seed_random(net.domain, 5);
+  std::vector<double> seen(k_node_get_number_of_states(net.nodes[0]), 0.0);
+  for (int k = 0; k < 20000; ++k) {
+    ASSERT_EQ(k_domain_simulate(net.domain), 0);
+    seen[static_cast<std::size_t>(k_node_get_sampled_state(net.nodes[0]))] += 1.0 / 20000;
+  }
+  for (std::size_t s = 0; s < seen.size(); ++s)
+    EXPECT_NEAR(seen[s], k_node_get_belief(net.nodes[0], s), 0.015);
+  k_domain_delete(net.domain);
+}
+
 }  // namespace
 }  // namespace kelva::test
