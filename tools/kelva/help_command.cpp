@@ -16,8 +16,7 @@ constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(com
 constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
-    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) |
-    bit(Command::adapt);
+    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt);
 constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
 constexpr unsigned kWithProgress = kAllCommands;
 
