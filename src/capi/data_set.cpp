@@ -1,6 +1,6 @@
 // The data set functions of the C API: the object, its columns, rows and
 // cells, the statistics of columns, and the cases a domain takes from it.
-#include "dataset/data_set.h"
+#include "capi/data_set.h"
 
 #include <algorithm>
 #include <cmath>
@@ -20,15 +20,9 @@ using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
+using kelva::capi::with_column;
 
 namespace {
-
-// A data set and a column index below its count, or Error(usage).
-DataSet& with_column(k_data_set_t data_set, k_size_t column) {
-  DataSet& d = get(data_set);
-  require(column < d.column_count());
-  return d;
-}
 
 // A data set and a cell index inside it, or Error(usage).
 DataSet& with_cell(k_data_set_t data_set, k_size_t row, k_size_t column) {
@@ -278,3 +272,9 @@ double k_ds_compute_mean_absolute_scaled_error(k_data_set_t data_set, k_size_t o
 }
 
 }  // extern "C"
+
+kelva::DataSet& kelva::capi::with_column(k_data_set_t data_set, k_size_t column) {
+  DataSet& d = get(data_set);
+  require(column < d.column_count());
+  return d;
+}

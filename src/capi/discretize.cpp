@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "capi/boundary.h"
+#include "capi/data_set.h"
 #include "dataset/data_set.h"
 
 using kelva::DataSet;
@@ -13,14 +14,9 @@ using kelva::require;
 using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
+using kelva::capi::with_column;
 
 namespace {
-
-DataSet& with_column(k_data_set_t data_set, k_size_t column) {
-  DataSet& d = get(data_set);
-  require(column < d.column_count());
-  return d;
-}
 
 // Hands out cut points as the C API does: their number, and as many as fit.
 k_size_t hand_out(const std::vector<double>& found, double* cuts, k_size_t length) {

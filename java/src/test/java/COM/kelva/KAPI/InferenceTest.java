@@ -13,17 +13,6 @@ import org.junit.jupiter.api.io.TempDir;
 class InferenceTest {
   private static final double EPS = 1e-12;
 
-  /** rain -> wet: P(rain) = 0.2, P(wet | rain) = 0.9, P(wet | no rain) = 0.25. */
-  private static Domain rain() {
-    Domain d = new Domain();
-    Node rain = labelled(d, "rain", "yes", "no");
-    Node wet = labelled(d, "wet", "yes", "no");
-    wet.addParent(rain);
-    rain.getTable().setData(new double[] {0.2, 0.8});
-    wet.getTable().setData(new double[] {0.9, 0.1, 0.25, 0.75});
-    return d;
-  }
-
   @Test
   void beliefsAndConstantsOfASmallNetwork() {
     try (Domain d = rain()) {
