@@ -76,9 +76,11 @@ void WorkerPool::run_batch(Batch& batch, std::size_t threads) noexcept {
 void WorkerPool::work() noexcept {
   std::unique_lock lock(mutex_);
   for (;;) {
-    work_ready_.wait(lock, [&] { return stopping_ || joinable() != nullptr; });
+    // Keep the batch the wait found: its pieces are claimed outside the
+    // lock, so asking again could find none left.
+    Batch* batch = nullptr;
+    work_ready_.wait(lock, [&] { return stopping_ || (batch = joinable()) != nullptr; });
     if (stopping_) return;
-    Batch* batch = joinable();
     ++batch->helpers;
     ++batch->active;
     lock.unlock();
