@@ -99,9 +99,11 @@ head -n 17 "$work/asia_text.out" >"$work/asia_text.head"
 expect_file asia_text head "$expected/nodes-asia.txt"
 expect_empty asia_text err
 
+# The TSV report's head, down to the second node's table.
 run asia_tsv nodes --format=tsv --example=asia
 expect_status asia_tsv 0
-expect_file asia_tsv out "$expected/nodes-asia.tsv"
+head -n 20 "$work/asia_tsv.out" >"$work/asia_tsv.head"
+expect_file asia_tsv head "$expected/nodes-asia.tsv"
 
 # NET files: convert is stable (write, read, write gives the same bytes), and
 # nodes reads what convert wrote.
@@ -119,7 +121,7 @@ grep -q '0\.69999999999999996' "$work/asia17.net" || fail "convert --digits 17: 
 run nodes_file nodes "$work/asia1.net" --format tsv
 expect_status nodes_file 0
 checks=$((checks + 1))
-diff <(tail -n +2 "$work/nodes_file.out") <(tail -n +2 "$expected/nodes-asia.tsv") >/dev/null ||
+diff <(tail -n +2 "$work/nodes_file.out") <(tail -n +2 "$work/asia_tsv.out") >/dev/null ||
   fail "nodes: the converted file reads back differently"
 
 # bench: one tab-separated line per measurement.
@@ -143,7 +145,9 @@ expect_close beliefs_snow "$expected/beliefs-commute-snow.tsv"
 expect_empty beliefs_snow err
 (cd "$networks" && run beliefs_text beliefs commute.net --set Weather=snow --set MissMeeting=yes)
 expect_status beliefs_text 0
-expect_file beliefs_text out "$expected/beliefs-commute-snow.txt"
+# The numbers are checked in TSV above: here the layout, head and tail.
+{ head -n 11 "$work/beliefs_text.out"; tail -n 1 "$work/beliefs_text.out"; } >"$work/beliefs_text.ends"
+expect_file beliefs_text ends "$expected/beliefs-commute-snow.txt"
 # Max equilibrium: every state of the most probable configuration has
 # max-marginal 1, and the constant is that configuration's probability.
 run beliefs_max beliefs "$commute" --set Weather=snow --set MissMeeting=yes --max --format tsv
