@@ -37,22 +37,11 @@ TEST(Approximation, KeepsTheMassAndBeliefsOfTheCutJoint) {
       for (k_clique_t* c = k_jt_get_cliques(jt); *c; ++c)
         cliques.push_back(positions(net, k_clique_get_members(*c)));
     const Answers prior = enumerate(net, no_evidence(net));
+    std::vector<double> p = joint(net, no_evidence(net));
     std::vector<std::vector<std::size_t>> configs;
-    std::vector<double> p;
-    std::vector<std::size_t> config(n, 0);
-    for (;;) {
-      double v = 1.0;
-      for (std::size_t i = 0; i < n; ++i) {
-        k_table_t t = k_node_get_table(net.nodes[i]);
-        std::vector<k_size_t> at;
-        for (std::size_t d : positions(net, k_table_get_nodes(t))) at.push_back(config[d]);
-        v *= k_table_get_data_item(t, k_table_get_index_from_configuration(t, at.data()));
-      }
-      configs.push_back(config);
-      p.push_back(v / prior.evidence);
-      std::size_t i = n;
-      while (i > 0 && ++config[i - 1] == counts[i - 1]) config[--i] = 0;
-      if (i == 0) break;
+    for (std::size_t c = 0; c < p.size(); ++c) {
+      configs.push_back(configuration(net, c));
+      p[c] /= prior.evidence;
     }
     auto entry = [&](const std::vector<std::size_t>& members, const std::vector<std::size_t>& x) {
       std::size_t e = 0;

@@ -24,37 +24,19 @@ struct Configuration {
 std::vector<Configuration> enumerate_map(const RandomNetwork& net,
                                          const std::vector<Finding>& evidence,
                                          const std::vector<std::size_t>& chosen) {
-  const std::size_t n = net.nodes.size();
-  std::vector<std::size_t> counts(n);
-  for (std::size_t i = 0; i < n; ++i) counts[i] = k_node_get_number_of_states(net.nodes[i]);
-  std::vector<std::vector<std::size_t>> dims(n);
-  std::vector<std::vector<double>> data(n);
-  for (std::size_t i = 0; i < n; ++i) {
-    k_table_t t = k_node_get_table(net.nodes[i]);
-    for (k_node_t* d = k_table_get_nodes(t); *d; ++d)
-      dims[i].push_back(std::find(net.nodes.begin(), net.nodes.end(), *d) - net.nodes.begin());
-    data[i].resize(k_table_get_size(t));
-    k_table_get_data(t, data[i].data(), data[i].size(), 0, data[i].size());
-  }
+  std::vector<std::size_t> counts;
+  for (k_node_t node : net.nodes) counts.push_back(k_node_get_number_of_states(node));
   std::size_t cells = 1;
   for (std::size_t c : chosen) cells *= counts[c];
   std::vector<double> mass(cells, 0.0);
   double total = 0.0;
-  std::vector<std::size_t> config(n, 0);
-  for (;;) {
-    double p = 1.0;
-    for (std::size_t i = 0; i < n; ++i) {
-      std::size_t index = 0;
-      for (std::size_t d : dims[i]) index = index * counts[d] + config[d];
-      p *= data[i][index] * evidence[i][config[i]];
-    }
+  const std::vector<double> p = joint(net, evidence);
+  for (std::size_t x = 0; x < p.size(); ++x) {
+    const std::vector<std::size_t> config = configuration(net, x);
     std::size_t cell = 0;
     for (std::size_t c : chosen) cell = cell * counts[c] + config[c];
-    mass[cell] += p;
-    total += p;
-    std::size_t i = n;
-    while (i > 0 && ++config[i - 1] == counts[i - 1]) config[--i] = 0;
-    if (i == 0) break;
+    mass[cell] += p[x];
+    total += p[x];
   }
   std::vector<Configuration> result;
   for (std::size_t cell = 0; cell < cells; ++cell) {

@@ -20,26 +20,13 @@ struct Joint {
   std::vector<double> p;  // mixed radix, the last node fastest
 
   Joint(const RandomNetwork& net, const std::vector<long>& evidence) {
-    const std::size_t n = net.nodes.size();
-    for (k_node_t node : net.nodes) states.push_back(k_node_get_number_of_states(node));
-    std::size_t size = 1;
-    for (std::size_t s : states) size *= s;
-    p.assign(size, 1.0);
-    std::vector<std::size_t> config(n);
-    for (std::size_t c = 0; c < size; ++c) {
-      for (std::size_t i = n, rest = c; i-- > 0; rest /= states[i]) config[i] = rest % states[i];
-      for (std::size_t i = 0; i < n; ++i) {
-        if (evidence[i] >= 0 && config[i] != static_cast<std::size_t>(evidence[i])) p[c] = 0.0;
-        k_table_t t = k_node_get_table(net.nodes[i]);
-        std::size_t index = 0;
-        for (k_node_t* m = k_table_get_nodes(t); *m != nullptr; ++m) {
-          const std::size_t j =
-              std::find(net.nodes.begin(), net.nodes.end(), *m) - net.nodes.begin();
-          index = index * states[j] + config[j];
-        }
-        p[c] *= k_table_get_data_item(t, index);
-      }
+    std::vector<kelva::test::Finding> findings;
+    for (std::size_t i = 0; i < net.nodes.size(); ++i) {
+      states.push_back(k_node_get_number_of_states(net.nodes[i]));
+      findings.emplace_back(states[i], evidence[i] < 0 ? 1.0 : 0.0);
+      if (evidence[i] >= 0) findings[i][evidence[i]] = 1.0;
     }
+    p = kelva::test::joint(net, findings);
   }
   // P(x = a, y = b) / total (x == y allowed).
   double pair(std::size_t x, std::size_t a, std::size_t y, std::size_t b) const {

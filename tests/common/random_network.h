@@ -112,6 +112,51 @@ inline void enter(const RandomNetwork& net, const std::vector<Finding>& evidence
   }
 }
 
+/// The entry of table `t` for a configuration of the network's nodes (one
+/// state per node, by position).
+inline std::size_t entry(const RandomNetwork& net, k_table_t t,
+                         const std::vector<std::size_t>& config) {
+  std::size_t index = 0;
+  for (k_node_t* n = k_table_get_nodes(t); *n; ++n) {
+    const auto at = std::find(net.nodes.begin(), net.nodes.end(), *n) - net.nodes.begin();
+    index = index * k_node_get_number_of_states(*n) + config[at];
+  }
+  return index;
+}
+
+/// The states of configuration `c` of the nodes, the last node fastest.
+inline std::vector<std::size_t> configuration(const RandomNetwork& net, std::size_t c) {
+  std::vector<std::size_t> config(net.nodes.size());
+  for (std::size_t i = config.size(); i-- > 0;) {
+    const std::size_t states = k_node_get_number_of_states(net.nodes[i]);
+    config[i] = c % states;
+    c /= states;
+  }
+  return config;
+}
+
+/// P(x, e) of every configuration x of the nodes in the order of
+/// `configuration`, not normalised: the product of the tables and the
+/// findings.  Keep the state space small (a few hundred thousand cells).
+inline std::vector<double> joint(const RandomNetwork& net, const std::vector<Finding>& evidence) {
+  std::vector<std::vector<double>> data;
+  std::size_t cells = 1;
+  for (k_node_t node : net.nodes) {
+    k_table_t t = k_node_get_table(node);
+    data.emplace_back(k_table_get_size(t));
+    k_table_get_data(t, data.back().data(), data.back().size(), 0, data.back().size());
+    cells *= k_node_get_number_of_states(node);
+  }
+  std::vector<double> p(cells);
+  for (std::size_t c = 0; c < cells; ++c) {
+    const std::vector<std::size_t> config = configuration(net, c);
+    p[c] = 1.0;
+    for (std::size_t i = 0; i < net.nodes.size() && p[c] != 0.0; ++i)
+      p[c] *= evidence[i][config[i]] * data[i][entry(net, k_node_get_table(net.nodes[i]), config)];
+  }
+  return p;
+}
+
 /// What enumeration of the joint gives: P(e), the beliefs and the
 /// max-marginals (the largest joint value with the node in each state).
 struct Answers {
@@ -120,50 +165,18 @@ struct Answers {
   std::vector<std::vector<double>> max_marginals;
 };
 
-/// Enumerates every configuration of the network's nodes (keep the state
-/// space small: a few hundred thousand configurations at most).
 inline Answers enumerate(const RandomNetwork& net, const std::vector<Finding>& evidence) {
-  const std::size_t n = net.nodes.size();
-  std::vector<std::size_t> states(n);
-  for (std::size_t i = 0; i < n; ++i) states[i] = k_node_get_number_of_states(net.nodes[i]);
-  // Each table as its data and, per dimension, the node's position.
-  struct Factor {
-    std::vector<std::size_t> dims;
-    std::vector<double> data;
-  };
-  std::vector<Factor> factors;
-  for (k_node_t node : net.nodes) {
-    k_table_t table = k_node_get_table(node);
-    Factor f;
-    for (k_node_t* d = k_table_get_nodes(table); *d; ++d)
-      f.dims.push_back(std::find(net.nodes.begin(), net.nodes.end(), *d) - net.nodes.begin());
-    f.data.resize(k_table_get_size(table));
-    k_table_get_data(table, f.data.data(), f.data.size(), 0, f.data.size());
-    factors.push_back(std::move(f));
-  }
   Answers a;
-  for (std::size_t i = 0; i < n; ++i) {
-    a.beliefs.emplace_back(states[i], 0.0);
-    a.max_marginals.emplace_back(states[i], 0.0);
-  }
-  std::vector<std::size_t> config(n, 0);
-  for (;;) {
-    double p = 1.0;
-    for (std::size_t i = 0; i < n && p != 0.0; ++i) p *= evidence[i][config[i]];
-    for (const Factor& f : factors) {
-      if (p == 0.0) break;
-      std::size_t index = 0;
-      for (std::size_t d : f.dims) index = index * states[d] + config[d];
-      p *= f.data[index];
+  for (k_node_t node : net.nodes) a.beliefs.emplace_back(k_node_get_number_of_states(node), 0.0);
+  a.max_marginals = a.beliefs;
+  const std::vector<double> p = joint(net, evidence);
+  for (std::size_t c = 0; c < p.size(); ++c) {
+    const std::vector<std::size_t> config = configuration(net, c);
+    a.evidence += p[c];
+    for (std::size_t i = 0; i < config.size(); ++i) {
+      a.beliefs[i][config[i]] += p[c];
+      a.max_marginals[i][config[i]] = std::max(a.max_marginals[i][config[i]], p[c]);
     }
-    a.evidence += p;
-    for (std::size_t i = 0; i < n; ++i) {
-      a.beliefs[i][config[i]] += p;
-      a.max_marginals[i][config[i]] = std::max(a.max_marginals[i][config[i]], p);
-    }
-    std::size_t i = n;
-    while (i > 0 && ++config[i - 1] == states[i - 1]) config[--i] = 0;
-    if (i == 0) break;
   }
   for (auto& b : a.beliefs)
     for (double& v : b) v /= a.evidence;

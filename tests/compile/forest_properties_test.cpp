@@ -492,7 +492,7 @@ TEST(ForestProperties, SharedNetworks) {
 
 // Small networks of our own that the shared ones lack: a discrete function
 // node, a utility node with unlinked parents, continuous nodes whose discrete
-// boundary needs linking, two unconnected parts, a lone node, a chordal graph.
+// boundary needs linking, two unconnected parts, a lone node.
 k_node_t add(k_domain_t d, k_category_t category, k_kind_t kind, const char* node_name,
              std::vector<k_node_t> parents) {
   k_node_t n = k_domain_new_node(d, category, kind,
@@ -528,26 +528,6 @@ TEST(ForestProperties, OwnNetworks) {
     add(d.get(), K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, "X3", {x2, d3});
     add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Other", {});
     check_all_methods(d.get(), "continuous nodes", true);
-  }
-  {
-    // A ring of six around a hub is chordal already: no fill-in at all.
-    DomainHandle d(k_new_domain());
-    k_node_t hub = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Hub", {});
-    k_node_t prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "R0", {hub});
-    for (int i = 1; i < 6; ++i)
-      prev = add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
-                 std::string("R").append(std::to_string(i)).c_str(), {hub, prev});
-    check_all_methods(d.get(), "chordal", true);
-  }
-  {
-    // A seven-cycle (Q7's parents are married) needs fill-ins.
-    DomainHandle d(k_new_domain());
-    std::vector<k_node_t> ring{add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q0", {})};
-    for (int i = 1; i < 7; ++i)
-      ring.push_back(add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
-                         std::string("Q").append(std::to_string(i)).c_str(), {ring.back()}));
-    add(d.get(), K_CATEGORY_CHANCE, K_KIND_DISCRETE, "Q7", {ring.front(), ring.back()});
-    check_all_methods(d.get(), "cycle", true);
   }
 }
 

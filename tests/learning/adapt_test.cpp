@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -14,22 +15,13 @@
 namespace {
 
 using kelva::test::Finding;
+using kelva::test::entry;
 using kelva::test::RandomNetwork;
 
 std::vector<double> data_of(k_table_t t) {
   std::vector<double> d(k_table_get_size(t));
   k_table_get_data(t, d.data(), d.size(), 0, d.size());
   return d;
-}
-
-// The entry of `t` for a configuration of the network's nodes (by position).
-std::size_t entry(const RandomNetwork& net, k_table_t t, const std::vector<std::size_t>& config) {
-  std::size_t index = 0;
-  for (k_node_t* n = k_table_get_nodes(t); *n; ++n) {
-    const auto at = std::find(net.nodes.begin(), net.nodes.end(), *n) - net.nodes.begin();
-    index = index * k_node_get_number_of_states(*n) + config[at];
-  }
-  return index;
 }
 
 // Strictly positive tables, so that every case stays possible, each node
@@ -114,28 +106,15 @@ TEST(Adapt, CompleteCasesAreFadedCounts) {
 // P(family | e) for every node, by enumeration of the joint.
 std::vector<std::vector<double>> family_posteriors(const RandomNetwork& net,
                                                    const std::vector<Finding>& evidence) {
-  std::vector<k_table_t> tables;
-  std::vector<std::vector<double>> data, post;
-  for (k_node_t n : net.nodes) {
-    tables.push_back(k_node_get_table(n));
-    data.push_back(data_of(tables.back()));
-    post.emplace_back(data.back().size(), 0.0);
-  }
-  std::vector<std::size_t> config(net.nodes.size(), 0);
-  double total = 0.0;
-  for (;;) {
-    double p = 1.0;
+  std::vector<std::vector<double>> post;
+  for (k_node_t n : net.nodes) post.emplace_back(k_table_get_size(k_node_get_table(n)), 0.0);
+  const std::vector<double> p = kelva::test::joint(net, evidence);
+  const double total = std::accumulate(p.begin(), p.end(), 0.0);
+  for (std::size_t c = 0; c < p.size(); ++c) {
+    const std::vector<std::size_t> config = kelva::test::configuration(net, c);
     for (std::size_t i = 0; i < net.nodes.size(); ++i)
-      p *= evidence[i][config[i]] * data[i][entry(net, tables[i], config)];
-    total += p;
-    for (std::size_t i = 0; i < net.nodes.size(); ++i) post[i][entry(net, tables[i], config)] += p;
-    std::size_t k = 0;
-    while (k < config.size() && ++config[k] == k_node_get_number_of_states(net.nodes[k]))
-      config[k++] = 0;
-    if (k == config.size()) break;
+      post[i][entry(net, k_node_get_table(net.nodes[i]), config)] += p[c] / total;
   }
-  for (auto& f : post)
-    for (double& v : f) v /= total;
   return post;
 }
 

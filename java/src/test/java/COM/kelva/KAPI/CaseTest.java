@@ -28,8 +28,6 @@ class CaseTest {
       assertFails(ErrorCode.NO_VALUE, () -> a.getCaseState(0));
       assertFails(ErrorCode.NO_VALUE, () -> x.getCaseValue(1));
       assertFails(ErrorCode.CASE_STATE_TOO_LARGE, () -> a.setCaseState(0, 40000));
-      assertFails(ErrorCode.USAGE, () -> a.setCaseState(0, -1));
-      assertFails(ErrorCode.USAGE, () -> x.setCaseValue(0, Double.NaN));
       a.unsetCase(1);
       assertFalse(a.caseIsSet(1));
 
@@ -37,10 +35,8 @@ class CaseTest {
       d.setCaseCount(0, 0.25);
       assertEquals(0.25, d.getCaseCount(0));
       assertEquals(1.25, d.countCases());
-      assertFails(ErrorCode.USAGE, () -> d.setCaseCount(0, -1));
       d.setNumberOfCases(1);
       assertEquals(1, d.getNumberOfCases());
-      assertFails(ErrorCode.USAGE, () -> d.setNumberOfCases(-1));
     }
   }
 
@@ -84,9 +80,7 @@ class CaseTest {
       assertEquals("#,A,B\n\n1,\"no\",*\n2,*,*\n1,*,\"hi\"\n", Files.readString(Path.of(data)));
       d.saveCases(data, List.of(b), new long[] {2, 1}, false, " ", "?");
       assertEquals("B\n\n\"hi\"\n?\n?\n", Files.readString(Path.of(data)));
-      assertFails(ErrorCode.USAGE, () -> d.saveCases(data, List.of(), null, true, ",", "*"));
       assertFails(ErrorCode.USAGE, () -> d.saveCases(data, List.of(a), new long[] {-1}, true, ",", "*"));
-      assertFails(ErrorCode.USAGE, () -> d.saveCases(data, List.of(a), new long[] {3}, true, ",", "*"));
       assertFails(ErrorCode.USAGE, () -> d.saveCases(data, List.of(a), null, true, null, "*"));
 
       d.parseCases(data, null);
