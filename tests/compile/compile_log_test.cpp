@@ -93,10 +93,8 @@ bool matches(const std::string& log, const std::string& expected) {
   std::vector<std::string> blocks{""};
   std::istringstream lines(expected);
   for (std::string line; std::getline(lines, line);) {
-    if (line == "...")
-      blocks.emplace_back();
-    else
-      blocks.back() += line + "\n";
+    if (line == "...") blocks.emplace_back();
+    else blocks.back() += line + "\n";
   }
   if (blocks.size() == 1) return log == expected;
   if (!log.starts_with(blocks.front()) || !log.ends_with(blocks.back())) return false;

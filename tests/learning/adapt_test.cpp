@@ -14,8 +14,8 @@
 
 namespace {
 
-using kelva::test::Finding;
 using kelva::test::entry;
+using kelva::test::Finding;
 using kelva::test::RandomNetwork;
 
 std::vector<double> data_of(k_table_t t) {
