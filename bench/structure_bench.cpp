@@ -21,7 +21,8 @@ using Clock = std::chrono::steady_clock;
 
 std::vector<k_node_t> nodes_of(k_domain_t d) {
   std::vector<k_node_t> out;
-  for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n)) out.push_back(n);
+  for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n))
+    out.push_back(n);
   std::reverse(out.begin(), out.end());
   return out;
 }
@@ -85,7 +86,8 @@ int main(int argc, char** argv) {
                    k_error_name(k_error_code()));
       return 1;
     }
-    std::printf("%s\t%.3f\t%zu\t%zu\n", method.c_str(), seconds, hamming(truth, d), links_of(d).size());
+    std::printf("%s\t%.3f\t%zu\t%zu\n", method.c_str(), seconds, hamming(truth, d),
+                links_of(d).size());
     k_domain_delete(d);
   }
   k_domain_delete(truth);

@@ -11,7 +11,7 @@
 namespace kelva {
 
 ParentSets chow_liu(const LearningData& data, const EdgeRules& rules, std::size_t root,
-                   std::size_t target) {
+                    std::size_t target) {
   const std::size_t n = data.variables();
   require(root < n && root != target);
   struct Edge {
@@ -82,7 +82,8 @@ ParentSets chow_liu(const LearningData& data, const EdgeRules& rules, std::size_
   // Required links the tree lacks cannot be met.
   for (std::size_t a = 0; a < n; ++a)
     for (std::size_t b = a + 1; b < n; ++b)
-      if (rules.required(a, b) && std::find(parents[a].begin(), parents[a].end(), b) == parents[a].end() &&
+      if (rules.required(a, b) &&
+          std::find(parents[a].begin(), parents[a].end(), b) == parents[a].end() &&
           std::find(parents[b].begin(), parents[b].end(), a) == parents[b].end())
         throw Error(K_ERROR_USAGE, "a tree cannot hold the required link " + data.nodes[a]->name() +
                                        " - " + data.nodes[b]->name());

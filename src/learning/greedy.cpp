@@ -111,8 +111,7 @@ std::vector<Move> moves(const ParentSets& g, const EdgeRules& rules, FamilyScore
       if (has(g[j], i)) {
         if (!rules.required(i, j))
           out.push_back({Op::remove, i, j, scorer.score(j, without(g[j], i)) - current[j]});
-        if (!rules.forbidden(j, i) && scorer.affordable(with(g[i], j)) &&
-            !path(g, i, j, i, j))
+        if (!rules.forbidden(j, i) && scorer.affordable(with(g[i], j)) && !path(g, i, j, i, j))
           out.push_back({Op::reverse, i, j,
                          scorer.score(j, without(g[j], i)) - current[j] +
                              scorer.score(i, with(g[i], j)) - current[i]});
@@ -149,7 +148,8 @@ ParentSets climb(ParentSets g, const EdgeRules& rules, FamilyScorer& scorer, std
   while (true) {
     const Move* pick = nullptr;
     std::vector<Move> all = moves(g, rules, scorer);
-    std::sort(all.begin(), all.end(), [](const Move& a, const Move& b) { return a.delta > b.delta; });
+    std::sort(all.begin(), all.end(),
+              [](const Move& a, const Move& b) { return a.delta > b.delta; });
     for (const Move& m : all) {
       if (tabu == 0) {
         if (m.delta > 1e-9 * std::max(1.0, std::fabs(score))) pick = &m;
@@ -182,8 +182,8 @@ ParentSets climb(ParentSets g, const EdgeRules& rules, FamilyScorer& scorer, std
 
 }  // namespace
 
-ParentSets greedy_search(const LearningData& data, const EdgeRules& rules, const GreedyOptions& options,
-                         ParentSets start, std::mt19937_64& random) {
+ParentSets greedy_search(const LearningData& data, const EdgeRules& rules,
+                         const GreedyOptions& options, ParentSets start, std::mt19937_64& random) {
   FamilyScorer scorer(data, options.score);
   ParentSets best = climb(std::move(start), rules, scorer, options.tabu_length);
   double best_score = scorer.network(best);
@@ -236,8 +236,9 @@ void learn_greedy_structure(Domain& domain, const GreedyOptions& options, bool f
       if (!rules.required(i, j) || has(start[j], i) || has(start[i], j)) continue;
       if (!rules.forbidden(i, j) && !path(start, j, i, n, n)) start[j].push_back(i);
       else if (!rules.forbidden(j, i) && !path(start, i, j, n, n)) start[i].push_back(j);
-      else throw Error(K_ERROR_USAGE, "the required links " + data.nodes[i]->name() + " - " +
-                                          data.nodes[j]->name() + " close a cycle");
+      else
+        throw Error(K_ERROR_USAGE, "the required links " + data.nodes[i]->name() + " - " +
+                                       data.nodes[j]->name() + " close a cycle");
     }
   std::mt19937_64& random = domain.analysis.random;
   std::mt19937_64 copy = random;

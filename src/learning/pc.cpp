@@ -180,14 +180,11 @@ std::vector<std::vector<std::size_t>> extend_to_dag(const Pdag& pdag) {
   for (int pass = 0; pass < 2; ++pass)
     for (std::size_t i = 0; i < n; ++i)
       for (std::size_t j = 0; j < n; ++j) {
-        if (pass == 0 && pdag.directed(i, j) && !reaches(parents, j, i))
-          parents[j].push_back(i);
+        if (pass == 0 && pdag.directed(i, j) && !reaches(parents, j, i)) parents[j].push_back(i);
         if (pass == 1 && i < j && pdag.adjacent(i, j) && !pdag.directed(i, j) &&
             !pdag.directed(j, i)) {
-          if (!reaches(parents, j, i))
-            parents[j].push_back(i);
-          else if (!reaches(parents, i, j))
-            parents[i].push_back(j);
+          if (!reaches(parents, j, i)) parents[j].push_back(i);
+          else if (!reaches(parents, i, j)) parents[i].push_back(j);
         }
       }
   return parents;

@@ -49,8 +49,8 @@ struct GreedyOptions {
 /// Hill climbing from `start` (which must hold the required links and be
 /// acyclic) over single additions, deletions and reversals the rules allow.
 /// Returns the best network seen; its score is never below the start's.
-ParentSets greedy_search(const LearningData& data, const EdgeRules& rules, const GreedyOptions& options,
-                         ParentSets start, std::mt19937_64& random);
+ParentSets greedy_search(const LearningData& data, const EdgeRules& rules,
+                         const GreedyOptions& options, ParentSets start, std::mt19937_64& random);
 
 /// The Chow-Liu tree directed from `root`; with a `target` (not npos), the
 /// tree-augmented naive Bayes network of the other variables.  Throws

@@ -73,8 +73,7 @@ std::vector<double> joint_counts(const LearningData& data, const std::vector<std
 
 double mutual_information(const LearningData& data, std::size_t x, std::size_t y, std::size_t z) {
   const bool given = z != LearningData::npos;
-  const std::vector<double> n =
-      given ? joint_counts(data, {z, x, y}) : joint_counts(data, {x, y});
+  const std::vector<double> n = given ? joint_counts(data, {z, x, y}) : joint_counts(data, {x, y});
   const std::size_t rx = data.states[x], ry = data.states[y];
   const std::size_t rz = given ? data.states[z] : 1;
   double total = 0.0, sum = 0.0;
@@ -91,7 +90,8 @@ double mutual_information(const LearningData& data, std::size_t x, std::size_t y
     total += nz;
     for (std::size_t i = 0; i < rx; ++i)
       for (std::size_t j = 0; j < ry; ++j)
-        if (t[i * ry + j] > 0.0) sum += t[i * ry + j] * std::log(t[i * ry + j] * nz / (nx[i] * ny[j]));
+        if (t[i * ry + j] > 0.0)
+          sum += t[i * ry + j] * std::log(t[i * ry + j] * nz / (nx[i] * ny[j]));
   }
   return total > 0.0 ? sum / total : 0.0;
 }

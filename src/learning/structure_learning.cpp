@@ -50,7 +50,8 @@ Node* node_of(const Domain& domain, std::uint64_t serial) {
 
 // Layers by longest path from a root; within a layer, nodes sit in the order
 // of their parents' mean position, which keeps most links short.
-void lay_out(const std::vector<Node*>& nodes, const std::vector<std::vector<std::size_t>>& parents) {
+void lay_out(const std::vector<Node*>& nodes,
+             const std::vector<std::vector<std::size_t>>& parents) {
   const std::size_t n = nodes.size();
   std::vector<std::size_t> depth(n, 0);
   for (std::size_t round = 0; round < n; ++round)
@@ -89,7 +90,8 @@ EdgeRules edge_rules(const Domain& domain, const LearningData& data) {
       if (i == j) continue;
       const int c = static_cast<int>(edge_constraint(*data.nodes[i], *data.nodes[j]));
       if (c == K_EDGE_CONSTRAINT_FORBIDDEN) rules.forbid[i * n + j] = 1;
-      if (c != K_EDGE_CONSTRAINT_NONE && c != K_EDGE_CONSTRAINT_FORBIDDEN) rules.need[i * n + j] = 1;
+      if (c != K_EDGE_CONSTRAINT_NONE && c != K_EDGE_CONSTRAINT_FORBIDDEN)
+        rules.need[i * n + j] = 1;
       if (c == K_EDGE_CONSTRAINT_BACKWARD) rules.forbid[i * n + j] = 1;
       if (c == K_EDGE_CONSTRAINT_FORWARD) rules.forbid[j * n + i] = 1;
     }
@@ -152,7 +154,8 @@ void perform_marginal_independence_tests(Domain& domain) {
   const std::size_t n = data.variables();
   std::vector<double> p(n * n, 1.0);
   for (std::size_t i = 0; i < n; ++i)
-    for (std::size_t j = i + 1; j < n; ++j) p[i * n + j] = p[j * n + i] = g2_test(data, i, j, {}).p_value;
+    for (std::size_t j = i + 1; j < n; ++j)
+      p[i * n + j] = p[j * n + i] = g2_test(data, i, j, {}).p_value;
   StructureResults& r = results(domain);
   r.tested_nodes.clear();
   for (Node* v : data.nodes) r.tested_nodes.push_back(v->serial());
@@ -257,7 +260,8 @@ k_edge_constraint_t edge_constraint(const Node& a, const Node& b) {
   const auto& map = a.domain().edge_constraints;
   const auto it = map.find(key(a, b));
   if (it == map.end()) return K_EDGE_CONSTRAINT_NONE;
-  return static_cast<k_edge_constraint_t>(a.serial() < b.serial() ? it->second : flipped(it->second));
+  return static_cast<k_edge_constraint_t>(a.serial() < b.serial() ? it->second
+                                                                  : flipped(it->second));
 }
 
 }  // namespace kelva

@@ -11,12 +11,12 @@
 #include <tuple>
 #include <vector>
 
+#include "common/random_network.h"
 #include "kelva/kelva.h"
 #include "learning/pdag.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "structure/graph_queries.h"
-#include "common/random_network.h"
 
 namespace kelva {
 namespace {
@@ -52,7 +52,8 @@ std::set<std::tuple<std::size_t, std::size_t, std::size_t>> v_structures(const P
   std::set<std::tuple<std::size_t, std::size_t, std::size_t>> out;
   auto linked = [&](std::size_t a, std::size_t b) {
     return std::count(parents[a].begin(), parents[a].end(), b) +
-               std::count(parents[b].begin(), parents[b].end(), a) > 0;
+               std::count(parents[b].begin(), parents[b].end(), a) >
+           0;
   };
   for (std::size_t z = 0; z < parents.size(); ++z)
     for (std::size_t x : parents[z])
@@ -103,7 +104,8 @@ TEST(StructureLearning, PcWithDSeparationOracleFindsTheEquivalenceClass) {
     for (std::size_t v = 0; v < n; ++v)
       for (std::size_t p : dag[v])
         ASSERT_EQ(k_node_add_parent(reinterpret_cast<k_node_t>(nodes[v]),
-                                    reinterpret_cast<k_node_t>(nodes[p])), 0);
+                                    reinterpret_cast<k_node_t>(nodes[p])),
+                  0);
     const Domain& d = *reinterpret_cast<Domain*>(domain);
     const std::vector<Node*> chain = chain_nodes(d);
     auto separated = [&](std::size_t x, std::size_t y, const std::vector<std::size_t>& s) {
@@ -151,8 +153,8 @@ Parents links(const test::RandomNetwork& net) {
   Parents out(net.nodes.size());
   for (std::size_t v = 0; v < net.nodes.size(); ++v)
     for (k_node_t* p = k_node_get_parents(net.nodes[v]); *p != nullptr; ++p)
-      out[v].push_back(static_cast<std::size_t>(
-          std::find(net.nodes.begin(), net.nodes.end(), *p) - net.nodes.begin()));
+      out[v].push_back(static_cast<std::size_t>(std::find(net.nodes.begin(), net.nodes.end(), *p) -
+                                                net.nodes.begin()));
   return out;
 }
 
@@ -179,7 +181,9 @@ double direct_score(const std::vector<std::vector<int>>& items, const std::vecto
     double q = 1.0;
     for (std::size_t p : g[v]) q *= states[p];
     const double params = (states[v] - 1) * q;
-    total -= kind == K_SCORE_AIC ? params : kind == K_SCORE_BIC ? 0.5 * params * std::log(cases) : 0;
+    total -= kind == K_SCORE_AIC   ? params
+             : kind == K_SCORE_BIC ? 0.5 * params * std::log(cases)
+                                   : 0;
   }
   return total;
 }
@@ -196,7 +200,8 @@ TEST(StructureLearning, GreedyScoresAreExactNeverFallAndEndInALocalOptimum) {
       // From the current links (the true ones at first) the search never
       // ends below where it started.
       const double at_start = direct_score(items, states, links(net), kind);
-      EXPECT_NEAR(k_domain_get_structure_score(net.domain, kind), at_start, 1e-8 * std::fabs(at_start));
+      EXPECT_NEAR(k_domain_get_structure_score(net.domain, kind), at_start,
+                  1e-8 * std::fabs(at_start));
       ASSERT_EQ(k_domain_learn_greedy_structure(net.domain, kind, 0, 0, 1), 0);
       const Parents found = links(net);
       const double score = direct_score(items, states, found, kind);
@@ -317,9 +322,10 @@ TEST(StructureLearning, ConstraintsMissingItemsAndRefusals) {
     return std::count(g[b].begin(), g[b].end(), a) > 0;
   };
   for (int learner = 0; learner < 3; ++learner) {
-    const int status = learner == 0   ? k_domain_learn_structure(net.domain)
-                       : learner == 1 ? k_domain_learn_greedy_structure(net.domain, K_SCORE_BIC, 3, 1, 0)
-                                      : 0;
+    const int status = learner == 0 ? k_domain_learn_structure(net.domain)
+                       : learner == 1
+                           ? k_domain_learn_greedy_structure(net.domain, K_SCORE_BIC, 3, 1, 0)
+                           : 0;
     ASSERT_EQ(status, 0) << learner;
     if (learner == 2) {
       ASSERT_EQ(k_node_set_edge_constraint(v[4], v[3], K_EDGE_CONSTRAINT_NONE), 0);
@@ -345,10 +351,12 @@ TEST(StructureLearning, ConstraintsMissingItemsAndRefusals) {
     EXPECT_NE(k_domain_learn_greedy_structure(net.domain, K_SCORE_BIC, 0, 0, 0), 0) << why;
     EXPECT_EQ(links(net), before) << why;
   };
-  k_node_t decision = k_domain_new_node(net.domain, K_CATEGORY_DECISION, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+  k_node_t decision =
+      k_domain_new_node(net.domain, K_CATEGORY_DECISION, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
   refused("decision node");
   k_node_delete(decision);
-  k_node_t constant = k_domain_new_node(net.domain, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+  k_node_t constant =
+      k_domain_new_node(net.domain, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
   k_node_set_number_of_states(constant, 2);
   for (k_size_t c = 0; c < 2000; ++c) k_node_set_case_state(constant, c, 1);
   refused("constant column");
@@ -361,11 +369,16 @@ TEST(StructureLearning, ConstraintsMissingItemsAndRefusals) {
 TEST(StructureLearning, IndependenceTestsAndLinkStrength) {
   // Chi-square tails at known quantiles; 0 degrees of freedom is certain
   // independence.
-  const double table[][3] = {{3.841458820694124, 1, 0.05}, {5.991464547107979, 2, 0.05},
-                             {0.0157907740934312, 1, 0.9}, {23.20925115704, 10, 0.01},
-                             {1.3862943611198906, 2, 0.5}, {10.0, 2, 0.006737946999085467}, {4.0, 0, 1.0}};
+  const double table[][3] = {{3.841458820694124, 1, 0.05},
+                             {5.991464547107979, 2, 0.05},
+                             {0.0157907740934312, 1, 0.9},
+                             {23.20925115704, 10, 0.01},
+                             {1.3862943611198906, 2, 0.5},
+                             {10.0, 2, 0.006737946999085467},
+                             {4.0, 0, 1.0}};
   for (const auto& row : table)
-    EXPECT_NEAR(k_compute_probability_of_independence(row[0], static_cast<k_size_t>(row[1])), row[2], 1e-6);
+    EXPECT_NEAR(k_compute_probability_of_independence(row[0], static_cast<k_size_t>(row[1])),
+                row[2], 1e-6);
   EXPECT_EQ(k_compute_probability_of_independence(NAN, 1), -1.0);
   EXPECT_EQ(k_domain_set_significance_level(nullptr, 0.1), 1);
 
@@ -384,7 +397,8 @@ TEST(StructureLearning, IndependenceTestsAndLinkStrength) {
         return std::set<int>(items[x].begin(), items[x].end()).size() - 1;
       };
       const k_size_t df = seen(a) * seen(b);
-      EXPECT_NEAR(k_node_get_data_independency(v[a], v[b]), k_compute_probability_of_independence(g2, df), 1e-9);
+      EXPECT_NEAR(k_node_get_data_independency(v[a], v[b]),
+                  k_compute_probability_of_independence(g2, df), 1e-9);
     }
   ASSERT_EQ(k_domain_learn_tree_structure(net.domain, v[0], nullptr), 0);
   for (std::size_t x = 1; x < 5; ++x) {

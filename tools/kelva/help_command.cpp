@@ -18,7 +18,8 @@ constexpr unsigned kAllCommands =
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
     bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt) |
     bit(Command::learn_structure);
-constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
+constexpr unsigned kFromNetwork =
+    kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
 constexpr unsigned kWithProgress = kAllCommands;
 
 /// One option: its forms, its description (continuation lines indented to
@@ -65,9 +66,10 @@ constexpr OptionHelp kOptionHelp[] = {
      "learn-structure --method tree: learn a tree-augmented\n"
      "naive Bayes classifier of NODE",
      bit(Command::learn_structure)},
-    {"--method pc|tree|greedy",
-     "how learn-structure learns: PC with G2 tests (default),\n"
-     "a Chow-Liu tree from the first column, or greedy search",
+    {"--method M",
+     "how learn-structure learns: pc (PC with G2 tests,\n"
+     "default), tree (a Chow-Liu tree from the first column)\n"
+     "or greedy (hill climbing)",
      bit(Command::learn_structure)},
     {"--significance A", "the significance level of PC's tests (default 0.05)",
      bit(Command::learn_structure)},

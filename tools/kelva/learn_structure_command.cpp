@@ -44,7 +44,8 @@ DataSetHandle read_data(const std::string& file) {
   if (!data) throw file_error(file, FileUse::read);
   const k_size_t columns = checked(k_ds_get_number_of_columns(data.get()));
   for (k_size_t c = 0; c < columns; ++c)
-    for (const char* missing : {"*", "?"}) checked(k_ds_replace_values(data.get(), c, missing, nullptr));
+    for (const char* missing : {"*", "?"})
+      checked(k_ds_replace_values(data.get(), c, missing, nullptr));
   for (k_size_t r = checked(k_ds_get_number_of_rows(data.get())); r-- > 0;) {
     bool empty = true;
     for (k_size_t c = 0; c < columns && empty; ++c)

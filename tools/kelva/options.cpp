@@ -180,8 +180,7 @@ Options parse_options(std::span<const char* const> args) {
         start = comma + 1;
       }
     } else if (auto value = option_value(args, i, "--target")) {
-      only_for(options, {Command::sensitivity, Command::voi, Command::learn_structure},
-               "--target");
+      only_for(options, {Command::sensitivity, Command::voi, Command::learn_structure}, "--target");
       if (value->empty() ||
           (options.command == Command::sensitivity) != (value->find('=') != std::string::npos))
         throw UsageError(options.command == Command::sensitivity ? "--target needs NODE=STATE"
