@@ -24,6 +24,12 @@ done
 "$kelva" learn-structure "$work/asia.dat" -o "$work/tan.net" --method tree --target lung --quiet \
   >/dev/null || fail "tree with a target failed"
 
+# A data set file with missing cells ("?", "*", empty) and case counts.
+printf 'A,B,C,#\nx,1,k,2\ny,?,m,1\nx,2,*,3\ny,2,,1\nx,1,k,1\n' >"$work/missing.csv"
+out=$("$kelva" learn-structure "$work/missing.csv" -o "$work/missing.net" --method greedy --quiet) ||
+  fail "a data set file with missing cells was refused"
+grep -q $'^cases\t5$' <<<"$out" || fail "missing.csv: $out"
+
 # Bad data: a constant column, a single case, a column that is no node name.
 printf 'A,B\nx,1\ny,1\n' >"$work/constant.csv"
 printf 'A,B\nx,1\n' >"$work/single.csv"
