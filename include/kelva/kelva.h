@@ -1487,6 +1487,92 @@ KELVA_API double k_domain_approximate(k_domain_t domain, double epsilon);
  *  domain was not approximated; -1 on error ("not_compiled"). */
 KELVA_API double k_domain_get_approximation_constant(k_domain_t domain);
 
+/* ---- Structure learning ------------------------------------------------
+ * Learners read the domain's stored cases: every node must be a discrete
+ * chance node whose observed cases show at least two states, and there must
+ * be at least two cases; otherwise "usage" and nothing changes.  A case
+ * counts with its case count; a test or score uses the cases that observe
+ * every node it involves.  A learner replaces every link of the domain,
+ * gives every node a uniform table (learn them with k_domain_learn_tables)
+ * and positions for a layered picture, and respects the edge constraints. */
+
+/** Edge constraints between two nodes a and b, stated from a's side. */
+typedef enum k_edge_constraint_e {
+  K_EDGE_CONSTRAINT_NONE = 0,
+  K_EDGE_CONSTRAINT_REQUIRED = 1,  /**< a and b are linked, either way */
+  K_EDGE_CONSTRAINT_FORBIDDEN = 2, /**< a and b are not linked */
+  K_EDGE_CONSTRAINT_FORWARD = 3,   /**< the link a -> b is required */
+  K_EDGE_CONSTRAINT_BACKWARD = 4,  /**< the link b -> a is required */
+  K_EDGE_CONSTRAINT_ERROR = -1
+} k_edge_constraint_t;
+
+/** Scores of the greedy search: log-likelihood, AIC (minus the number of
+ *  free parameters) and BIC (minus half of it times ln of the case count). */
+typedef enum k_score_e { K_SCORE_LOG_LIKELIHOOD = 0, K_SCORE_AIC = 1, K_SCORE_BIC = 2 } k_score_t;
+
+/** Sets the significance level of the independence tests (default 0.05);
+ *  "usage" unless 0 < level < 1. */
+KELVA_API k_status_t k_domain_set_significance_level(k_domain_t domain, double level);
+/** The significance level; -1 on error. */
+KELVA_API double k_domain_get_significance_level(k_domain_t domain);
+/** The probability that a chi-square variable with `degrees` degrees of
+ *  freedom reaches `statistic`: the p-value of a G² test (1 for 0 degrees or
+ *  a statistic of at most 0); -1 with "usage" for a NaN or infinite
+ *  statistic. */
+KELVA_API double k_compute_probability_of_independence(double statistic, k_size_t degrees);
+/** Runs the G² test of every pair of nodes given nothing; the p-values are
+ *  read with k_node_get_data_independency. */
+KELVA_API k_status_t k_domain_perform_marginal_independence_tests(k_domain_t domain);
+/** The p-value of the last marginal test of a and b (a pair is judged
+ *  independent when it exceeds the significance level); -1 with "usage"
+ *  when no test covered both nodes. */
+KELVA_API double k_node_get_data_independency(k_node_t a, k_node_t b);
+/** The strength of the link parent -> child: the mutual information (nats)
+ *  of the two given the child's other parents in the stored cases; -1 with
+ *  "usage" when there is no such link. */
+KELVA_API double k_node_get_link_strength(k_node_t child, k_node_t parent);
+
+/** Sets the constraint between a and b (two different nodes of a domain). */
+KELVA_API k_status_t k_node_set_edge_constraint(k_node_t a, k_node_t b,
+                                                k_edge_constraint_t constraint);
+/** The constraint between a and b from a's side; K_EDGE_CONSTRAINT_ERROR on
+ *  error. */
+KELVA_API k_edge_constraint_t k_node_get_edge_constraint(k_node_t a, k_node_t b);
+
+/** Learns the structure by the PC algorithm (order-independent form) with
+ *  G² tests at the significance level; keeps the PDAG it finds and installs
+ *  one of its DAGs. */
+KELVA_API k_status_t k_domain_learn_structure(k_domain_t domain);
+/** The PDAG of the last k_domain_learn_structure: the nodes with a directed
+ *  edge into `node`, and those joined to it by an undirected edge.  The list
+ *  belongs to the node until its next list query; null with "usage" when
+ *  the domain has no PDAG. */
+KELVA_API k_node_t *k_node_get_pdag_parents(k_node_t node);
+KELVA_API k_node_t *k_node_get_pdag_neighbors(k_node_t node);
+/** Directs the undirected PDAG edge parent - node as parent -> node, draws
+ *  the conclusions of that choice (Meek's rules) and installs a DAG of the
+ *  new PDAG; "usage" when the edge is not undirected. */
+KELVA_API k_status_t k_node_add_pdag_parent(k_node_t node, k_node_t parent);
+
+/** Learns a tree: the maximum spanning tree of the nodes' mutual information
+ *  (Chow-Liu) directed away from `root`.  With a `target` (not the root),
+ *  the tree-augmented naive Bayes classifier: the tree of the other nodes'
+ *  mutual information given the target, and the target a parent of all. */
+KELVA_API k_status_t k_domain_learn_tree_structure(k_domain_t domain, k_node_t root,
+                                                   k_node_t target);
+/** Hill climbing over adding, deleting and reversing links with `score`,
+ *  from no links or, with `from_current`, the domain's links.  With a
+ *  `tabu_length` above 0 it goes on through worse networks (never back to
+ *  the last `tabu_length` ones) until that many steps bring no improvement;
+ *  `restarts` more climbs start from the best network with random changes.
+ *  The best network found is installed.  A node gets at most as many parent
+ *  configurations as there are cases. */
+KELVA_API k_status_t k_domain_learn_greedy_structure(k_domain_t domain, k_score_t score,
+                                                     k_size_t tabu_length, k_size_t restarts,
+                                                     int from_current);
+/** The score of the domain's current links over its stored cases. */
+KELVA_API double k_domain_get_structure_score(k_domain_t domain, k_score_t score);
+
 #ifdef __cplusplus
 }
 #endif

@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <optional>
 #include <random>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -29,6 +31,9 @@ using ForestPtr = Owned<Forest>;
 /// Results of sensitivity and explanation analyses, destroyed as the
 /// analysis layer registered.
 class QueryResults;
+/// What the last structure learning run left for its getters (the PDAG,
+/// the marginal tests), destroyed as the learning layer registered.
+class StructureResults;
 class Sampler;
 /// The tables of exact posterior sampling, destroyed as the analysis layer
 /// registered.
@@ -124,6 +129,14 @@ class Domain : public Object {
   NodeList d_separated;
   /// The last sensitivity and explanation results (null before the first).
   Owned<QueryResults> query_results;
+
+  /// Structure learning: the significance level of its independence tests,
+  /// the user's edge constraints (by the two nodes' serials, smaller first;
+  /// see k_edge_constraint_t, stated from the smaller serial's side) and the
+  /// results of the last run.
+  double significance_level = 0.05;
+  std::map<std::pair<std::uint64_t, std::uint64_t>, int> edge_constraints;
+  Owned<StructureResults> structure_results;
 
   /// Counts writes of table data; results computed before a change are stale.
   std::uint64_t table_changes() const noexcept { return table_changes_; }

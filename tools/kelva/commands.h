@@ -39,6 +39,10 @@ void run_sample(const Options& options);
 /// --min-probability, most probable first, one per line in TSV.
 void run_map(std::FILE* out, const Options& options);
 
+/// Learns a network's structure and tables from a data file, writes it and
+/// prints a summary.
+void run_learn_structure(std::FILE* out, const Options& options);
+
 /// Learns the tables of the chosen network from a data file by EM, writes
 /// the learned network and prints the scores.
 void run_learn(std::FILE* out, const Options& options);

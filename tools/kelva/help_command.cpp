@@ -16,8 +16,10 @@ constexpr unsigned bit(Command command) { return 1u << static_cast<unsigned>(com
 constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
-    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt);
-constexpr unsigned kFromNetwork = kAllCommands & ~bit(Command::bench);
+    bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt) |
+    bit(Command::learn_structure);
+constexpr unsigned kFromNetwork =
+    kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
 constexpr unsigned kWithProgress = kAllCommands;
 
 /// One option: its forms, its description (continuation lines indented to
@@ -37,7 +39,8 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
     {"-o OUT.net", "where convert, learn and adapt write the network,\nsample the data file",
-     bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt)},
+     bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt) |
+         bit(Command::learn_structure)},
     {"--digits N",
      "significant digits of convert's table and model numbers:\n"
      "0 (default) keeps the NET format's own (\"%G\" for tables),\n"
@@ -59,6 +62,19 @@ constexpr OptionHelp kOptionHelp[] = {
      "what sensitivity and voi ask about: NODE=STATE, the\n"
      "probability of a state (sensitivity), or NODE (voi)",
      bit(Command::sensitivity) | bit(Command::voi)},
+    {"--target NODE",
+     "learn-structure --method tree: learn a tree-augmented\n"
+     "naive Bayes classifier of NODE",
+     bit(Command::learn_structure)},
+    {"--method M",
+     "how learn-structure learns: pc (PC with G2 tests,\n"
+     "default), tree (a Chow-Liu tree from the first column)\n"
+     "or greedy (hill climbing)",
+     bit(Command::learn_structure)},
+    {"--significance A", "the significance level of PC's tests (default 0.05)",
+     bit(Command::learn_structure)},
+    {"--score bic|aic", "the score of the greedy search (default bic)",
+     bit(Command::learn_structure)},
     {"--nodes A,B,...", "the nodes whose configurations map lists", bit(Command::map)},
     {"--min-probability",
      "P: the smallest probability of a configuration map\n"
@@ -304,6 +320,22 @@ KEY<TAB>VALUE lines: cases (adapted to), skipped, seconds.  DATA is read as
 learn reads it.
 )TXT",
      "kelva adapt --example asia asia.dat -o adapted.net --fading 0.99"},
+    {Command::learn_structure, "learn-structure",
+     "DATA -o OUT.net [--method pc|tree|greedy] [--target NODE]\n"
+     "[--significance A] [--score bic|aic] [--quiet]",
+     "learn a network's links and tables from the cases of a data\n"
+     "file and write the network",
+     R"TXT(Output of learn-structure: every column of DATA (read as learn reads it;
+"#" columns give case counts) becomes a discrete chance node: with values
+"#0".."#K" as written by sample, K+1 states; else one state per distinct
+value, sorted.  A column with fewer than two values, fewer than two cases
+or a column that is no valid node name is refused.  The links are learned
+(missing items leave a case out of the tests and scores that need them),
+the tables by EM, and OUT.net holds the network with positions for a
+layered picture.  Then KEY<TAB>VALUE lines: method, cases, links, seconds
+(of structure learning) and bic (of the structure, before EM).
+)TXT",
+     "kelva learn-structure alarm.dat -o learned.net --method greedy"},
 };
 
 constexpr const char* kExitText = R"TXT(

@@ -136,6 +136,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::map;
   } else if (command == "adapt") {
     options.command = Command::adapt;
+  } else if (command == "learn-structure") {
+    options.command = Command::learn_structure;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -178,7 +180,7 @@ Options parse_options(std::span<const char* const> args) {
         start = comma + 1;
       }
     } else if (auto value = option_value(args, i, "--target")) {
-      only_for(options, {Command::sensitivity, Command::voi}, "--target");
+      only_for(options, {Command::sensitivity, Command::voi, Command::learn_structure}, "--target");
       if (value->empty() ||
           (options.command == Command::sensitivity) != (value->find('=') != std::string::npos))
         throw UsageError(options.command == Command::sensitivity ? "--target needs NODE=STATE"
@@ -231,8 +233,25 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, {Command::learn, Command::adapt}, "--strict-columns");
       options.strict_columns = true;
     } else if (auto value = option_value(args, i, "--method")) {
+      if (options.command == Command::learn_structure) {
+        if (*value != "pc" && *value != "tree" && *value != "greedy")
+          throw UsageError("--method of learn-structure takes pc, tree or greedy, not '" + *value +
+                           "'");
+        options.structure_method = *value;
+        continue;
+      }
       only_for(options, Command::compile, "--method");
       options.method = parse_method(*value);
+    } else if (auto value = option_value(args, i, "--significance")) {
+      only_for(options, Command::learn_structure, "--significance");
+      options.significance = parse_number(*value, "--significance", 0.0, 1.0);
+      if (options.significance <= 0.0 || options.significance >= 1.0)
+        throw UsageError("--significance needs a number between 0 and 1");
+    } else if (auto value = option_value(args, i, "--score")) {
+      only_for(options, Command::learn_structure, "--score");
+      if (*value == "bic") options.score = K_SCORE_BIC;
+      else if (*value == "aic") options.score = K_SCORE_AIC;
+      else throw UsageError("--score takes bic or aic, not '" + *value + "'");
     } else if (auto value = option_value(args, i, "--log")) {
       only_for(options, {Command::compile, Command::learn}, "--log");
       if (value->empty()) throw UsageError("--log needs a file name");
@@ -249,12 +268,18 @@ Options parse_options(std::span<const char* const> args) {
       if (options.min_probability == 0.0)
         throw UsageError("--min-probability needs a number above 0");
     } else if (auto value = option_value(args, i, "-o")) {
-      only_for(options, {Command::convert, Command::sample, Command::learn, Command::adapt}, "-o");
+      only_for(options,
+               {Command::convert, Command::sample, Command::learn, Command::adapt,
+                Command::learn_structure},
+               "-o");
       options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
     } else if (options.command == Command::learn || options.command == Command::adapt) {
       learn_files.emplace_back(arg);
+    } else if (options.command == Command::learn_structure) {
+      if (!options.data.empty()) throw UsageError("unexpected argument '" + std::string(arg) + "'");
+      options.data = arg;
     } else if (options.source.file.empty()) {
       options.source.file = arg;
     } else {
@@ -271,6 +296,15 @@ Options parse_options(std::span<const char* const> args) {
       throw UsageError(std::string(command) + " needs a network and a data file");
     if (wanted == 2) options.source.file = learn_files[0];
     options.data = learn_files[wanted - 1];
+  }
+  // learn-structure reads a data file, not a network.
+  if (options.command == Command::learn_structure) {
+    if (options.data.empty()) throw UsageError("learn-structure needs a data file");
+    if (options.output.empty()) throw UsageError("no output file given (use -o FILE)");
+    if (!options.target.empty() && options.structure_method != "tree")
+      throw UsageError("--target needs --method tree");
+    if (!options.source.example.empty()) throw UsageError("learn-structure takes no --example");
+    return options;
   }
   if (!options.source.example.empty() && !options.source.file.empty())
     throw UsageError("give either a file or --example NAME, not both");

@@ -26,6 +26,7 @@ enum class Command {
   sensitivity,
   voi,
   map,
+  learn_structure,
 };
 
 /// How reports are printed.
@@ -99,6 +100,11 @@ struct Options {
   /// probability listed.
   std::vector<std::string> map_nodes;
   double min_probability = 0.01;
+  /// `learn-structure`: the learner (pc, tree or greedy), the significance
+  /// level of PC's tests and the greedy search's score.
+  std::string structure_method = "pc";
+  double significance = 0.05;
+  k_score_t score = K_SCORE_BIC;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

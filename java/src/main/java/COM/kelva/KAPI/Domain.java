@@ -1400,4 +1400,86 @@ public final class Domain implements AutoCloseable {
       }
     }
   }
+
+  // ---- Structure learning ----
+
+  /**
+   * Sets the significance level of the independence tests.
+   *
+   * @param level a level strictly between 0 and 1 (default 0.05)
+   * @throws KelvaException "usage" for a level outside (0, 1)
+   */
+  public void setSignificanceLevel(double level) {
+    check(kDomainSetSignificanceLevel(handle, level));
+  }
+
+  /**
+   * The significance level of the independence tests.
+   *
+   * @return the level
+   */
+  public double getSignificanceLevel() {
+    return check(kDomainGetSignificanceLevel(handle));
+  }
+
+  /**
+   * The p-value of a G² statistic: the probability that a chi-square
+   * variable with {@code degrees} degrees of freedom reaches it.
+   *
+   * @param statistic the statistic
+   * @param degrees the degrees of freedom
+   * @return the p-value
+   * @throws KelvaException "usage" for a NaN or infinite statistic
+   */
+  public static double computeProbabilityOfIndependence(double statistic, long degrees) {
+    return check(kComputeProbabilityOfIndependence(statistic, degrees));
+  }
+
+  /**
+   * Tests every pair of nodes for independence in the stored cases; read the
+   * p-values with {@link Node#getDataIndependency}.
+   *
+   * @throws KelvaException "usage" when the cases cannot be used
+   */
+  public void performMarginalIndependenceTests() {
+    check(kDomainPerformMarginalIndependenceTests(handle));
+  }
+
+  /**
+   * Learns the links by the PC algorithm with G² tests at the significance
+   * level, keeps the PDAG and installs one of its DAGs with uniform tables.
+   *
+   * @throws KelvaException "usage" when the cases cannot be used (a node
+   *     that is no discrete chance node, a constant node, fewer than two
+   *     cases); nothing changes then
+   */
+  public void learnStructure() {
+    check(kDomainLearnStructure(handle));
+  }
+
+  /**
+   * Learns a Chow-Liu tree directed from {@code root}, or with a target the
+   * tree-augmented naive Bayes classifier of the target.
+   *
+   * @param root the root of the tree
+   * @param target the class node, or null
+   * @throws KelvaException as {@link #learnStructure}; "usage" when the
+   *     constraints cannot be met by a tree
+   */
+  public void learnTreeStructure(Node root, Node target) {
+    check(kDomainLearnTreeStructure(handle, root.handle(), target == null ? 0 : target.handle()));
+  }
+
+  /**
+   * Learns the links by hill climbing over single link changes.
+   *
+   * @param score the score to maximise
+   * @param tabuLength steps through worse networks allowed (0: none)
+   * @param restarts further climbs from randomly changed best networks
+   * @param fromCurrent start from the current links instead of none
+   * @throws KelvaException as {@link #learnStructure}
+   */
+  public void learnGreedyStructure(Score score, long tabuLength, long restarts, boolean fromCurrent) {
+    check(kDomainLearnGreedyStructure(handle, score.code(), tabuLength, restarts, fromCurrent ? 1 : 0));
+  }
 }

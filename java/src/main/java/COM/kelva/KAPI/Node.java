@@ -1039,4 +1039,87 @@ public final class Node {
   public double getSampledUtility() {
     return check(kNodeGetSampledUtility(nodePeer));
   }
+
+  // ---- Structure learning ----
+
+  /**
+   * The p-value of the last marginal independence test of this node and
+   * {@code other} ({@link Domain#performMarginalIndependenceTests}).
+   *
+   * @param other another node of the domain
+   * @return the p-value
+   * @throws KelvaException "usage" when no test covered both nodes
+   */
+  public double getDataIndependency(Node other) {
+    return check(kNodeGetDataIndependency(nodePeer, other.nodePeer));
+  }
+
+  /**
+   * The strength of the link from {@code parent}: the mutual information of
+   * the two given this node's other parents in the stored cases.
+   *
+   * @param parent a parent of this node
+   * @return the strength in nats
+   * @throws KelvaException "usage" when there is no such link or the cases
+   *     cannot be used
+   */
+  public double getLinkStrength(Node parent) {
+    return check(kNodeGetLinkStrength(nodePeer, parent.nodePeer));
+  }
+
+  /**
+   * Sets what structure learning must respect between this node and
+   * {@code other}.
+   *
+   * @param other another node of the domain
+   * @param constraint the constraint, seen from this node
+   * @throws KelvaException "usage" for the node itself or another domain's
+   */
+  public void setEdgeConstraint(Node other, EdgeConstraint constraint) {
+    check(kNodeSetEdgeConstraint(nodePeer, other.nodePeer, constraint.code()));
+  }
+
+  /**
+   * The constraint between this node and {@code other}, seen from this node.
+   *
+   * @param other another node of the domain
+   * @return the constraint
+   * @throws KelvaException "usage" for the node itself or another domain's
+   */
+  public EdgeConstraint getEdgeConstraint(Node other) {
+    return EdgeConstraint.fromCode(check(kNodeGetEdgeConstraint(nodePeer, other.nodePeer)));
+  }
+
+  /**
+   * The nodes with a directed edge into this node in the PDAG of the last
+   * {@link Domain#learnStructure}.
+   *
+   * @return the PDAG parents
+   * @throws KelvaException "usage" when the domain has no PDAG
+   */
+  public List<Node> getPdagParents() {
+    return Calls.nodes(domain, check(kNodeGetPdagParents(nodePeer)));
+  }
+
+  /**
+   * The nodes joined to this node by an undirected edge of the PDAG.
+   *
+   * @return the PDAG neighbours
+   * @throws KelvaException "usage" when the domain has no PDAG
+   */
+  public List<Node> getPdagNeighbors() {
+    return Calls.nodes(domain, check(kNodeGetPdagNeighbors(nodePeer)));
+  }
+
+  /**
+   * Directs the undirected PDAG edge between {@code parent} and this node
+   * towards this node, draws the conclusions and installs a DAG of the new
+   * PDAG as the domain's links.
+   *
+   * @param parent a PDAG neighbour
+   * @throws KelvaException "usage" when the edge is not undirected
+   */
+  public void addPdagParent(Node parent) {
+    check(kNodeAddPdagParent(nodePeer, parent.nodePeer));
+  }
 }
