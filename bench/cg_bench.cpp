@@ -85,9 +85,10 @@ int main() {
       size += k_jt_get_total_size(jt);
       cg_size += k_jt_get_total_cg_size(jt);
     }
-    std::printf("chains of %3zu continuous nodes: %.3f ms per full propagation (best %.3f ms), "
-                "clique tables %llu + %llu\n",
-                chain, 1e3 * total / reps, 1e3 * best, size, cg_size);
+    std::printf(
+        "chains of %3zu continuous nodes: %.3f ms per full propagation (best %.3f ms), "
+        "clique tables %llu + %llu\n",
+        chain, 1e3 * total / reps, 1e3 * best, size, cg_size);
     k_domain_delete(d);
   }
   return 0;

@@ -43,8 +43,8 @@ Clique* home_clique(const JunctionTree& tree, const std::vector<Node*>& discrete
     if (holds && (best == nullptr || clique.discrete_size < best->discrete_size)) best = *c;
   }
   if (best == nullptr)
-    throw Error(K_ERROR_ERROR, "no clique holds the discrete parents of continuous node '" +
-                                   member->name() + "'");
+    throw Error(K_ERROR_ERROR,
+                "no clique holds the discrete parents of continuous node '" + member->name() + "'");
   return best;
 }
 

@@ -2,7 +2,6 @@
 // configurations, each a joint Gaussian conditioned analytically.
 #include <gtest/gtest.h>
 
-#include <cfloat>
 #include <cmath>
 #include <random>
 
@@ -17,10 +16,10 @@ k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
 
 using Real = long double;
 
+// P(e) and per node its beliefs, or its mean and variance.
 struct CgOracle {
   Real total = 0;
-  std::vector<std::vector<Real>> belief;  // discrete nodes
-  std::vector<Real> mean, variance;       // continuous nodes (0 for discrete)
+  std::vector<std::vector<Real>> belief;
 };
 
 // Conditions the Gaussian (m, S) over n variables on x_e = y in place and
@@ -44,66 +43,50 @@ CgOracle oracle(const TestNet& net) {
   const std::size_t n = net.nodes.size();
   CgOracle o;
   o.belief.resize(n);
-  o.mean.assign(n, 0);
-  o.variance.assign(n, 0);
+  for (std::size_t i = 0; i < n; ++i)
+    o.belief[i].resize(net.nodes[i]->is_discrete() ? net.nodes[i]->state_count() : 2);
   std::vector<std::size_t> state(n, 0);
+  auto pos = [&net](const Node* x) {
+    return std::size_t(std::find(net.nodes.begin(), net.nodes.end(), x) - net.nodes.begin());
+  };
   for (;;) {
-    // Weight of the discrete configuration, with its evidence.
+    // The discrete configuration's weight with its evidence, and the joint
+    // Gaussian of the continuous nodes given it (creation order is
+    // topological).
     Real w = 1;
-    for (std::size_t i = 0; i < n; ++i) {
-      const Node* x = net.nodes[i];
-      if (!x->is_discrete()) continue;
-      const Table& t = *x->table();
-      std::uint64_t c = 0;
-      for (std::size_t k = 0; k < t.discrete_count(); ++k)
-        c = c * t.state_counts()[k] + state[std::find(net.nodes.begin(), net.nodes.end(),
-                                                      t.nodes()[k]) - net.nodes.begin()];
-      w *= t.data()[c];
-      const std::int64_t sel = x->evidence.entered_code;
-      if (sel >= 0 && static_cast<std::size_t>(sel) != state[i]) w = 0;
-    }
-    // The joint Gaussian of the continuous nodes given it (creation order is
-    // topological), then conditioned on the entered values.
     std::vector<Real> m(n, 0), s(n * n, 0);
     for (std::size_t i = 0; i < n; ++i) {
       Node* x = net.nodes[i];
-      if (!x->is_continuous()) continue;
       const Table& t = *x->table();
       std::uint64_t c = 0;
       for (std::size_t k = 0; k < t.discrete_count(); ++k)
-        c = c * t.state_counts()[k] + state[std::find(net.nodes.begin(), net.nodes.end(),
-                                                      t.nodes()[k]) - net.nodes.begin()];
+        c = c * t.state_counts()[k] + state[pos(t.nodes()[k])];
+      if (x->is_discrete()) {
+        const std::int64_t sel = x->evidence.entered_code;
+        w *= sel >= 0 && static_cast<std::size_t>(sel) != state[i] ? 0 : t.data()[c];
+        continue;
+      }
       const std::size_t self = t.nodes().index_of(x) - t.discrete_count();
       m[i] = t.mean(c, self);
-      s[i * n + i] = t.covariance(c, self, self);
       for (std::size_t j = t.discrete_count(); j < t.nodes().size(); ++j) {
         if (t.nodes()[j] == x) continue;
-        const std::size_t p = std::find(net.nodes.begin(), net.nodes.end(), t.nodes()[j]) -
-                              net.nodes.begin();
         const Real b = t.coefficient(c, j - t.discrete_count());
-        m[i] += b * m[p];
-        for (std::size_t k = 0; k < i; ++k) s[i * n + k] += b * s[p * n + k];
+        m[i] += b * m[pos(t.nodes()[j])];
+        for (std::size_t k = 0; k < i; ++k) s[i * n + k] += b * s[pos(t.nodes()[j]) * n + k];
       }
+      s[i * n + i] = t.covariance(c, self, self);
+      for (std::size_t j = t.discrete_count(); j < t.nodes().size(); ++j)
+        if (t.nodes()[j] != x)
+          s[i * n + i] += t.coefficient(c, j - t.discrete_count()) * s[i * n + pos(t.nodes()[j])];
       for (std::size_t k = 0; k < i; ++k) s[k * n + i] = s[i * n + k];
-      for (std::size_t j = t.discrete_count(); j < t.nodes().size(); ++j) {
-        if (t.nodes()[j] == x) continue;
-        const std::size_t p = std::find(net.nodes.begin(), net.nodes.end(), t.nodes()[j]) -
-                              net.nodes.begin();
-        s[i * n + i] += t.coefficient(c, j - t.discrete_count()) * s[i * n + p];
-      }
     }
     for (std::size_t i = 0; i < n && w > 0; ++i)
       if (net.nodes[i]->is_continuous() && net.nodes[i]->evidence.entered)
         w *= condition<Real>(m, s, n, i, net.nodes[i]->evidence.entered_value);
     o.total += w;
     for (std::size_t i = 0; i < n; ++i) {
-      if (net.nodes[i]->is_discrete()) {
-        o.belief[i].resize(net.nodes[i]->state_count());
-        o.belief[i][state[i]] += w;
-      } else {
-        o.mean[i] += w * m[i];
-        o.variance[i] += w * (s[i * n + i] + m[i] * m[i]);
-      }
+      if (net.nodes[i]->is_discrete()) o.belief[i][state[i]] += w;
+      else o.belief[i][0] += w * m[i], o.belief[i][1] += w * (s[i * n + i] + m[i] * m[i]);
     }
     std::size_t k = n;
     while (k-- > 0 && (!net.nodes[k]->is_discrete() || ++state[k] == net.nodes[k]->state_count()))
@@ -112,8 +95,7 @@ CgOracle oracle(const TestNet& net) {
   }
   for (std::size_t i = 0; i < n; ++i) {
     for (Real& b : o.belief[i]) b /= o.total;
-    o.mean[i] /= o.total;
-    o.variance[i] = o.variance[i] / o.total - o.mean[i] * o.mean[i];
+    if (!net.nodes[i]->is_discrete()) o.belief[i][1] -= o.belief[i][0] * o.belief[i][0];
   }
   return o;
 }
@@ -134,16 +116,14 @@ void expect_oracle(TestNet& net, k_evidence_mode_t mode) {
         expect_close(k_node_get_belief(h(x), s), o.belief[i][s], 1e-9, "belief", i);
       continue;
     }
-    expect_close(k_node_get_mean(h(x)), o.mean[i], 1e-9, "mean", i);
-    expect_close(k_node_get_variance(h(x)), o.variance[i], 1e-9, "variance", i);
+    expect_close(k_node_get_mean(h(x)), o.belief[i][0], 1e-9, "mean", i);
+    expect_close(k_node_get_variance(h(x)), o.belief[i][1], 1e-9, "variance", i);
     // The mixture's moments are those of the node.
     k_table_t mix = k_node_get_distribution(h(x));
-    ASSERT_NE(mix, nullptr);
-    const k_size_t size = k_table_get_size(mix);
     double mean = 0.0;
-    for (k_size_t c = 0; c < size; ++c)
+    for (k_size_t c = 0; c < k_table_get_size(mix); ++c)
       mean += k_table_get_data_item(mix, c) * k_table_get_mean(mix, c, h(x));
-    expect_close(mean, o.mean[i], 1e-9, "mixture mean", i);
+    expect_close(mean, o.belief[i][0], 1e-9, "mixture mean", i);
     k_table_delete(mix);
   }
 }
@@ -156,35 +136,32 @@ TEST(CgPropagation, RandomNetworksEqualTheOracle) {
   for (int round = 0; round < 30; ++round) {
     SCOPED_TRACE(round);
     TestNet net;
-    const std::size_t nd = 1 + rng() % 8, nc = 1 + rng() % 8;
-    random_network(net, rng, nd, 2);
-    for (std::size_t i = 0; i < nc; ++i) {
+    random_network(net, rng, 1 + rng() % 8, 2);
+    for (std::size_t i = 0, nc = 1 + rng() % 8; i < nc; ++i) {
       std::vector<Node*> parents;
       for (std::size_t k = 0; k < net.nodes.size(); ++k)
         if (rng() % (net.nodes[k]->is_discrete() ? 5 : 3) == 0) parents.push_back(net.nodes[k]);
       Node* x = net.add_continuous(parents);
-      const Table& t = *x->table();
-      for (std::uint64_t c = 0; c < t.size(); ++c) {
+      for (std::uint64_t c = 0; c < x->table()->size(); ++c) {
         ASSERT_EQ(k_node_set_alpha(h(x), 3 * u(rng), c), 0);
         ASSERT_EQ(k_node_set_gamma(h(x), 0.2 + std::fabs(u(rng)), c), 0);
-        for (Node* p : parents)
-          if (p->is_continuous()) {
-            ASSERT_EQ(k_node_set_beta(h(x), 1.5 * u(rng), h(p), c), 0);
-          }
+        for (Node* p : parents) k_node_set_beta(h(x), 1.5 * u(rng), h(p), c);  // discrete: refused
       }
     }
     ASSERT_EQ(compile_for_test(net.d()), 0);
     expect_oracle(net, K_MODE_NORMAL);
-    for (int step = 0; step < 6; ++step) {
+    // The first network takes 10,000 changes, propagated each time and
+    // checked every 500; the others 6, each checked.
+    const int steps = round == 0 ? 10000 : 6, every = round == 0 ? 500 : 1;
+    for (int step = 1; step <= steps; ++step) {
       Node* x = net.nodes[rng() % net.nodes.size()];
       if (rng() % 3 == 0) retract(*x);
       else if (x->is_discrete()) select_state(*x, rng() % x->state_count());
       else ASSERT_EQ(k_node_enter_value(h(x), 2 * u(rng)), 0);
-      expect_oracle(net, step % 2 == 0 ? K_MODE_NORMAL : K_MODE_FAST_RETRACTION);
+      const k_evidence_mode_t mode = step % 2 == 0 ? K_MODE_NORMAL : K_MODE_FAST_RETRACTION;
+      if (step % every == 0) expect_oracle(net, mode);
+      else ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, mode), 0);
     }
-    EXPECT_EQ(k_domain_cg_evidence_is_propagated(net.domain),
-              std::any_of(net.nodes.begin(), net.nodes.end(),
-                          [](Node* n) { return n->is_continuous() && n->evidence.entered; }));
   }
 }
 
@@ -198,17 +175,15 @@ TEST(CgPropagation, LongChainKeepsItsPrecision) {
   const std::size_t n = 200;
   std::vector<double> alpha(n), beta(n), gamma(n);
   for (std::size_t i = 0; i < n; ++i) {
-    Node* x = net.add_continuous(i == 0 ? std::vector<Node*>{} : std::vector<Node*>{net.nodes[i - 1]});
-    alpha[i] = u(rng);
-    gamma[i] = std::pow(10.0, u(rng));
+    Node* x =
+        net.add_continuous(i == 0 ? std::vector<Node*>{} : std::vector<Node*>{net.nodes[i - 1]});
+    k_node_set_alpha(h(x), alpha[i] = u(rng), 0);
+    k_node_set_gamma(h(x), gamma[i] = std::pow(10.0, u(rng)), 0);
     beta[i] = i == 0 ? 0.0 : (rng() % 2 ? 1.0 : -1.0) * (1.0 + u(rng) / 16);
-    k_node_set_alpha(h(x), alpha[i], 0);
-    k_node_set_gamma(h(x), gamma[i], 0);
     if (i > 0) k_node_set_beta(h(x), beta[i], h(net.nodes[i - 1]), 0);
   }
   ASSERT_EQ(compile_for_test(net.d()), 0);
-  // Values observed are drawn from the chain, so that their density is
-  // representable.
+  // Values drawn from the chain have a representable density.
   std::normal_distribution<double> z;
   std::vector<double> draw(n);
   for (std::size_t i = 0; i < n; ++i)
@@ -217,7 +192,7 @@ TEST(CgPropagation, LongChainKeepsItsPrecision) {
   for (int round = 0; round < 4; ++round) {
     for (int k = 0; k < 4; ++k) {
       const std::size_t i = rng() % n;
-      if (std::find(seen.begin(), seen.end(), i) != seen.end()) continue;
+      if (net.nodes[i]->evidence.entered) continue;
       seen.push_back(i);
       ASSERT_EQ(k_node_enter_value(h(net.nodes[i]), draw[i]), 0);
     }
@@ -226,19 +201,19 @@ TEST(CgPropagation, LongChainKeepsItsPrecision) {
     std::vector<__float128> m(n), s(n * n);
     for (std::size_t i = 0; i < n; ++i) {
       m[i] = alpha[i] + (i > 0 ? beta[i] * m[i - 1] : 0);
-      for (std::size_t k = 0; k < i; ++k) s[i * n + k] = s[k * n + i] = beta[i] * s[(i - 1) * n + k];
+      for (std::size_t k = 0; k < i; ++k)
+        s[i * n + k] = s[k * n + i] = beta[i] * s[(i - 1) * n + k];
       s[i * n + i] = gamma[i] + (i > 0 ? beta[i] * s[i * n + i - 1] : 0);
     }
     for (std::size_t i : seen)
-      condition<__float128>(m, s, n, i, static_cast<__float128>(net.nodes[i]->evidence.entered_value));
+      condition<__float128>(m, s, n, i,
+                            static_cast<__float128>(net.nodes[i]->evidence.entered_value));
     for (std::size_t i = 0; i < n; ++i) {
       const double v = static_cast<double>(s[i * n + i]);
       EXPECT_LE(std::fabs(k_node_get_mean(h(net.nodes[i])) - static_cast<double>(m[i])),
                 1e-6 * (std::fabs(static_cast<double>(m[i])) + std::sqrt(std::fmax(v, 0.0))))
           << i;
-      if (std::find(seen.begin(), seen.end(), i) == seen.end()) {
-        EXPECT_NEAR(k_node_get_variance(h(net.nodes[i])), v, 1e-6 * v) << i;
-      }
+      EXPECT_NEAR(k_node_get_variance(h(net.nodes[i])), v, 1e-6 * std::fabs(v) + 1e-20) << i;
     }
   }
 }
@@ -255,17 +230,13 @@ TEST(CgPropagation, FailuresAndRefusals) {
   ASSERT_EQ(k_node_set_beta(h(y), 2.0, h(x), 0), 0);
   ASSERT_EQ(compile_for_test(net.d()), 0);
   EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), K_ERROR_USAGE);
-  // Refusals: wrong node kind, configuration, parent, values.
-  EXPECT_EQ(k_node_get_alpha(h(a), 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_beta(h(x), h(y), 0), -1.0);
-  EXPECT_EQ(k_node_get_gamma(h(x), 2), -1.0);
+  // Refusals (wrong node, configuration, parent, values) change nothing.
+  EXPECT_EQ(k_node_get_alpha(h(a), 0) + k_node_get_beta(h(x), h(y), 0), -2.0);
+  EXPECT_EQ(k_node_get_gamma(h(x), 2) + k_node_get_mean(h(a)), -2.0);
   EXPECT_FAILS(k_node_set_gamma(h(x), -1.0, 0), K_ERROR_USAGE);
-  EXPECT_FAILS(k_node_set_alpha(h(x), NAN, 0), K_ERROR_USAGE);
-  EXPECT_FAILS(k_node_set_beta(h(y), INFINITY, h(x), 0), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_beta(h(y), h(x), 0), 2.0);
-  EXPECT_EQ(k_node_get_gamma(h(x), 0), 2.0);
-  EXPECT_EQ(k_node_get_mean(h(a)), -1.0);
+  EXPECT_FAILS(k_node_set_alpha(h(x), NAN, 0) + k_node_set_beta(h(y), INFINITY, h(x), 0),
+               K_ERROR_USAGE);
+  EXPECT_EQ(k_node_get_beta(h(y), h(x), 0) + k_node_get_gamma(h(x), 0), 4.0);
 
   const struct {
     Node* node;
@@ -273,7 +244,7 @@ TEST(CgPropagation, FailuresAndRefusals) {
     double value;
     k_error_t code;
   } cases[] = {
-      {x, 1, 1.0, K_ERROR_ZERO_VARIANCE},  // x known exactly, then observed
+      {x, 1, 1.0, K_ERROR_ZERO_VARIANCE},   // x known exactly, then observed
       {y, -1, 1e300, K_ERROR_LOW_DENSITY},  // far beyond any density
       {y, 1, 3.0, K_ERROR_NONE},
   };
@@ -284,16 +255,15 @@ TEST(CgPropagation, FailuresAndRefusals) {
     EXPECT_EQ(k_error_code(), c.code);
     if (c.code == K_ERROR_NONE) {
       EXPECT_EQ(status, 0);
-      EXPECT_EQ(k_node_get_mean(h(x)), 1.0);
-      EXPECT_EQ(k_node_get_variance(h(x)), 0.0);
-      EXPECT_EQ(k_node_get_mean(h(y)), 3.0);
+      EXPECT_EQ(k_node_get_mean(h(x)) + k_node_get_variance(h(x)) + k_node_get_mean(h(y)) +
+                    k_domain_cg_evidence_is_propagated(net.domain),
+                5.0);
       EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
       EXPECT_EQ(k_error_code(), K_ERROR_CG_EVIDENCE_INCORPORATED);
     }
     EXPECT_EQ(k_domain_is_compiled(net.domain), 1);
     for (Node* n : {a, x, y}) retract(*n);
     ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-    EXPECT_EQ(k_node_get_mean(h(x)), 1.0);
     EXPECT_EQ(k_node_get_mean(h(y)), 3.0);
   }
 }
