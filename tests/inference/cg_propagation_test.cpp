@@ -215,7 +215,9 @@ TEST(CgPropagation, LongChainKeepsItsPrecision) {
     const CgOracle<__float128> o = oracle<__float128>(net);
     for (std::size_t i = 0; i < n; ++i) {
       const double m = static_cast<double>(o.belief[i][0]), v = static_cast<double>(o.belief[i][1]);
-      EXPECT_NEAR(k_node_get_mean(h(net.nodes[i])), m, 1e-6 * (std::fabs(m) + std::sqrt(v))) << i;
+      EXPECT_NEAR(k_node_get_mean(h(net.nodes[i])), m,
+                  1e-6 * (std::fabs(m) + std::sqrt(std::fabs(v))))
+          << i;
       EXPECT_NEAR(k_node_get_variance(h(net.nodes[i])), v, 1e-6 * std::fabs(v) + 1e-20) << i;
     }
   }
