@@ -26,8 +26,7 @@ struct CgOracle {
 // returns the density of y; Gaussian elimination, one variable at a time.
 template <class R>
 R condition(std::vector<R>& m, std::vector<R>& s, std::size_t n, std::size_t e, R y) {
-  const R v = s[e * n + e];
-  const R r = y - m[e];
+  const R v = s[e * n + e], r = y - m[e];
   const long double lv = static_cast<long double>(v), lr = static_cast<long double>(r);
   const R density = std::exp(-lr * lr / (2 * lv)) / std::sqrt(2 * M_PIl * lv);
   std::vector<R> col(n);
@@ -164,8 +163,7 @@ TEST(CgPropagation, RandomNetworksEqualTheOracle) {
   }
 }
 
-// The shared CG networks, with values entered on half their continuous
-// nodes half a standard deviation above their means.
+// The shared CG networks, values entered on half their continuous nodes.
 TEST(CgPropagation, SharedNetworksEqualTheOracle) {
   for (const char* name : {"ksl-deal.net", "rats-deal.net"}) {
     TestNet net;
@@ -191,21 +189,19 @@ TEST(CgPropagation, LongChainKeepsItsPrecision) {
   std::uniform_real_distribution<double> u(-8.0, 8.0);
   TestNet net;
   const std::size_t n = 200;
-  std::vector<double> alpha(n), beta(n), gamma(n);
+  std::normal_distribution<double> z;
+  std::vector<double> draw(n);  // values drawn from the chain: representable densities
   for (std::size_t i = 0; i < n; ++i) {
     Node* x =
         net.add_continuous(i == 0 ? std::vector<Node*>{} : std::vector<Node*>{net.nodes[i - 1]});
-    k_node_set_alpha(h(x), alpha[i] = u(rng), 0);
-    k_node_set_gamma(h(x), gamma[i] = std::pow(10.0, u(rng)), 0);
-    beta[i] = i == 0 ? 0.0 : (rng() % 2 ? 1.0 : -1.0) * (1.0 + u(rng) / 16);
-    if (i > 0) k_node_set_beta(h(x), beta[i], h(net.nodes[i - 1]), 0);
+    const double alpha = u(rng), gamma = std::pow(10.0, u(rng)),
+                 beta = (rng() % 2 ? 1.0 : -1.0) * (1.0 + u(rng) / 16);
+    k_node_set_alpha(h(x), alpha, 0);
+    k_node_set_gamma(h(x), gamma, 0);
+    if (i > 0) k_node_set_beta(h(x), beta, h(net.nodes[i - 1]), 0);
+    draw[i] = alpha + (i > 0 ? beta * draw[i - 1] : 0.0) + std::sqrt(gamma) * z(rng);
   }
   ASSERT_EQ(compile_for_test(net.d()), 0);
-  // Values drawn from the chain have a representable density.
-  std::normal_distribution<double> z;
-  std::vector<double> draw(n);
-  for (std::size_t i = 0; i < n; ++i)
-    draw[i] = alpha[i] + (i > 0 ? beta[i] * draw[i - 1] : 0.0) + std::sqrt(gamma[i]) * z(rng);
   for (int round = 0; round < 3; ++round) {
     for (int k = 0; k < 5; ++k) {
       const std::size_t i = rng() % n;
