@@ -18,7 +18,8 @@ using Clock = std::chrono::steady_clock;
 // 100 binary nodes, each with up to two of the three nodes before it as
 // parents; 100 continuous nodes in chains of `chain` nodes, each chain's
 // first node with one discrete parent, the others regressing on the node
-// before them and on a discrete parent every fourth node.  Values are entered
+// before them and on a discrete parent every fourth node (a chain then
+// depends on about chain / 4 discrete nodes, all in one clique).  Values are entered
 // on every fifth continuous node.
 k_domain_t make_network(std::size_t chain, std::mt19937& rng) {
   std::uniform_real_distribution<double> u(0.1, 1.0);
@@ -60,14 +61,14 @@ k_domain_t make_network(std::size_t chain, std::mt19937& rng) {
 
 int main() {
   std::mt19937 rng(7);
-  for (std::size_t chain : {4, 20, 100}) {
+  for (std::size_t chain : {4, 20}) {
     k_domain_t d = make_network(chain, rng);
     if (k_domain_compile(d) != 0) {
       std::fprintf(stderr, "compile failed: %s\n", k_error_name(k_error_code()));
       return 1;
     }
     double best = 1e300, total = 0.0;
-    const int reps = 2000;
+    const int reps = 200;
     for (int r = 0; r < reps; ++r) {
       const Clock::time_point t = Clock::now();
       k_domain_initialize(d);
