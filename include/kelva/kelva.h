@@ -861,6 +861,43 @@ KELVA_API double k_node_get_expected_utility(k_node_t node, k_size_t state);
  *  when a belief it needs is not known, or the evaluation's failure. */
 KELVA_API double k_node_get_value(k_node_t node);
 
+/* Conditional-Gaussian nodes.  A continuous chance node X with continuous
+ * parents Y1..Yk has, per configuration i of its discrete parents (its
+ * table's configuration order), X = alpha + beta(Y1) Y1 + ... + beta(Yk) Yk
+ * plus normal noise of variance gamma. */
+
+/** The mean of continuous `node` as of the last propagation (its value when
+ *  one is entered); -1 on error: "usage" for another node, "not_compiled",
+ *  "no_equilibrium".  Read k_error_code(), -1 is also a mean. */
+KELVA_API double k_node_get_mean(k_node_t node);
+/** The variance of continuous `node` as of the last propagation (0 when a
+ *  value is entered); -1 on error as k_node_get_mean. */
+KELVA_API double k_node_get_variance(k_node_t node);
+/** The distribution of continuous `node` as of the last propagation, a
+ *  mixture of normals: a new free-standing table owned by the caller, over
+ *  the discrete nodes the node's continuous component depends on (its head;
+ *  possibly none) followed by the node itself.  Entry i of the data is the
+ *  weight P(configuration i | evidence); k_table_get_mean and
+ *  k_table_get_variance of configuration i give the node's mean and
+ *  variance given it.  Null on error as k_node_get_mean. */
+KELVA_API k_table_t k_node_get_distribution(k_node_t node);
+/** alpha (the intercept) of configuration `i`; -1 on error: "usage" for a
+ *  node that is not a continuous chance node or `i` not below its table's
+ *  size. */
+KELVA_API double k_node_get_alpha(k_node_t node, k_size_t i);
+/** beta, the coefficient on continuous parent `parent`, of configuration
+ *  `i`; -1 on error ("usage" also when `parent` is not a continuous parent). */
+KELVA_API double k_node_get_beta(k_node_t node, k_node_t parent, k_size_t i);
+/** gamma (the variance) of configuration `i`; -1 on error. */
+KELVA_API double k_node_get_gamma(k_node_t node, k_size_t i);
+/** Sets alpha of configuration `i` (finite); the node's table counts as
+ *  changed.  "usage" as k_node_get_alpha or for a value that is not finite. */
+KELVA_API k_status_t k_node_set_alpha(k_node_t node, double alpha, k_size_t i);
+/** Sets beta on continuous parent `parent` of configuration `i` (finite). */
+KELVA_API k_status_t k_node_set_beta(k_node_t node, double beta, k_node_t parent, k_size_t i);
+/** Sets gamma of configuration `i` (finite, at least 0). */
+KELVA_API k_status_t k_node_set_gamma(k_node_t node, double gamma, k_size_t i);
+
 /** Replaces the clique and separator tables of a compiled, propagated domain
  *  by tables that keep only their non-zero entries (0.0 is the only zero;
  *  NaN is kept), reached through index maps; returns the total number of

@@ -22,6 +22,10 @@ namespace kelva {
 class CompileLog;
 class Clique;
 class JunctionTree;
+class CgTree;
+
+/// The CG state of a tree, made and destroyed by the inference layer.
+using CgTreePtr = Owned<CgTree>;
 
 /// The number of CG entries per discrete configuration of a table with
 /// `continuous` continuous nodes: one mean each and the c(c+1)/2 entries of
@@ -158,6 +162,9 @@ class JunctionTree : public Object {
   /// Room for one clique table (the largest of the tree) when the domain
   /// has utility nodes: the expected utilities of discrete nodes.
   std::vector<double> utility_scratch;
+  /// The continuous part (null without continuous nodes, until the first
+  /// propagation).
+  CgTreePtr cg;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "jtPeer"

@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "compile/junction_forest.h"
+#include "inference/cg_propagate.h"
 #include "inference/clique_ops.h"
 #include "inference/evidence.h"
 #include "network/domain.h"
@@ -36,7 +37,7 @@ void verify_total(double x) {
 
 bool is_chance_only(const Domain& domain) noexcept {
   return domain.count(K_CATEGORY_DECISION) == 0 && domain.count(K_CATEGORY_UTILITY) == 0 &&
-         domain.count(K_CATEGORY_FUNCTION) == 0 && domain.continuous_count() == 0;
+         domain.count(K_CATEGORY_FUNCTION) == 0;
 }
 
 // The checks made before any table is touched, in their documented order.
@@ -45,17 +46,15 @@ void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidenc
           (mode == K_MODE_NORMAL || mode == K_MODE_FAST_RETRACTION));
   require(domain.is_compiled(), K_ERROR_NOT_COMPILED);
   if (equilibrium != K_EQUILIBRIUM_SUM || mode != K_MODE_NORMAL) {
-    require(is_chance_only(domain));
+    // Max-marginals of densities mean nothing: a CG domain has sum alone.
+    require(is_chance_only(domain) &&
+            (equilibrium == K_EQUILIBRIUM_SUM || domain.continuous_count() == 0));
     require(!(mode == K_MODE_FAST_RETRACTION && domain.is_compressed()), K_ERROR_COMPRESSED);
   }
   for (const Node* node = domain.first_node(); node != nullptr; node = node->next) {
     // Evidence on a decision node must be an instantiation.
     if (node->category() == K_CATEGORY_DECISION)
       require(node->evidence.entered_code != Evidence::kVector, K_ERROR_INVALID_EVIDENCE);
-    // Messages carry the discrete part only: continuous evidence has no
-    // place in them.
-    if (node->is_continuous() && node->evidence.entered)
-      throw Error(K_ERROR_CG_EVIDENCE_INCORPORATED);
   }
 }
 
@@ -266,6 +265,7 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
              !slot->expected_utility.empty())
       slot->expected_utility[0] = expected_utility(*slot);
   }
+  cg_set_moments(tree, par);
   // Utility nodes come with sum equilibrium only.
   if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum)
     set_conditional_utilities(tree, par);
@@ -295,6 +295,17 @@ void record_propagated_evidence(JunctionTree& tree) {
   tree.likelihood_propagated = likelihood;
   tree.cg_evidence_propagated = cg;
   tree.evidence_to_propagate = 0;
+}
+
+// Folds the scale kept out of the continuous likelihoods into the
+// normalization constant, which is then a density: one too small to
+// represent is "low_density".
+void scale_by_density(JunctionTree& tree) {
+  const double scale = cg_log_scale(tree);
+  if (scale == 0.0) return;
+  tree.normalization_constant *= std::exp(scale);
+  tree.log_normalization_constant += scale;
+  if (!(tree.normalization_constant >= DBL_MIN)) throw Error(K_ERROR_LOW_DENSITY);
 }
 
 void reset_tree(JunctionTree& tree) noexcept {
@@ -330,6 +341,13 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     if (!absorbable(node)) absorbs = false;
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
   }
+  // Continuous values are taken in by initialising the tree again.
+  if (cg_evidence_waiting(tree)) waiting = true, absorbs = false;
+  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+    if (!(*p)->is_continuous()) continue;
+    entered = entered || (*p)->evidence.entered;
+    involved = involved || (*p)->evidence.entered || (*p)->evidence.propagated;
+  }
   const bool reinitialise =
       tree.needs_initialisation || tree.tables_changed || tree.equilibrium == K_EQUILIBRIUM_NONE ||
       tree.table_changes_seen != domain.table_changes() || (mode != tree.mode && involved) ||
@@ -349,7 +367,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
       tree.table_changes_seen = domain.table_changes();
       tree.tables_changed = false;
       tree.needs_initialisation = false;
-      if (mode == K_MODE_NORMAL) multiply_entered_evidence(tree, par);
+      cg_initialise(tree);
+      if (mode == K_MODE_NORMAL) {
+        multiply_entered_evidence(tree, par);
+        cg_multiply_likelihoods(tree, par);
+      }
     } else if (waiting) {
       absorb_new_evidence(tree, par);
     }
@@ -371,9 +393,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
         evidence_factors *= evidence_factor(node, slot->marginal, how);
       }
       multiply_entered_evidence(tree, par);
+      cg_multiply_likelihoods(tree, par);
     }
 
     const double x = calibrate(tree, how, par);
+    if (reinitialise) scale_by_density(tree);
     Clique& top = *tree.schedule_root;
     if (was_valid) top.normalization_factor /= x;
     if (mode == K_MODE_FAST_RETRACTION) top.normalization_factor *= evidence_factors;

@@ -24,6 +24,18 @@ BeliefsInfo read_beliefs(k_domain_t domain) {
   BeliefsInfo info;
   for (k_node_t node = checked(k_domain_get_first_node(domain)); node != nullptr;
        node = checked(k_node_get_next(node))) {
+    if (checked(k_node_get_kind(node)) == K_KIND_CONTINUOUS &&
+        checked(k_node_get_category(node)) == K_CATEGORY_CHANCE) {
+      // A continuous node is reported by its mean and variance, as two
+      // "states" of those names.
+      NodeBeliefs moments;
+      moments.name = checked(k_node_get_name(node));
+      moments.evidence = checked(k_node_evidence_is_entered(node)) == 1;
+      moments.labels = {"mean", "variance"};
+      moments.beliefs = {checked(k_node_get_mean(node)), checked(k_node_get_variance(node))};
+      info.nodes.push_back(std::move(moments));
+      continue;
+    }
     if (!has_beliefs(node)) continue;
     NodeBeliefs beliefs;
     beliefs.name = checked(k_node_get_name(node));

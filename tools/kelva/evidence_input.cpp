@@ -3,6 +3,7 @@
 #include "evidence_input.h"
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <string>
 
@@ -18,7 +19,18 @@ void enter_finding(k_domain_t domain, const std::string& finding) {
   const std::size_t eq = finding.find('=');
   const std::string name = finding.substr(0, eq);
   const std::string state = finding.substr(eq + 1);
-  k_node_t node = discrete_node(domain, name, "--set");
+  k_node_t node = k_domain_get_node_by_name(domain, name.c_str());
+  if (node != nullptr && checked(k_node_get_kind(node)) == K_KIND_CONTINUOUS) {
+    // A continuous node takes a number: its value.
+    char* end = nullptr;
+    const double value = std::strtod(state.c_str(), &end);
+    if (state.empty() || *end != '\0' || !std::isfinite(value))
+      throw UsageError("--set: node '" + name + "' is continuous and '" + state +
+                       "' is not a finite number");
+    if (k_node_enter_value(node, value) != 0) throw ApiError(k_error_code());
+    return;
+  }
+  node = discrete_node(domain, name, "--set");
   if (k_node_select_state(node, find_state(node, name, state, "--set")) != 0)
     throw ApiError(k_error_code());
 }

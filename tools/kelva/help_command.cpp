@@ -52,7 +52,8 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::beliefs) | bit(Command::map) | bit(Command::sample)},
     {"--set NODE=STATE",
      "evidence: NODE is in state STATE, given by its label or\n"
-     "as #INDEX (counting from 0); repeatable, once per node\n"
+     "as #INDEX (counting from 0), or a continuous NODE has the\n"
+     "value STATE (a number); repeatable, once per node\n"
      "(dsep takes the nodes as observed; sample then draws\n"
      "from the posterior)",
      bit(Command::beliefs) | bit(Command::dsep) | bit(Command::sensitivity) | bit(Command::voi) |
@@ -195,11 +196,16 @@ each discrete node (chance, decision and discrete function nodes, in the
 domain's order) an empty line, its name (followed by " (evidence)" when
 evidence was entered on it) and one line "  STATE  BELIEF" per state; last,
 an empty line and "normalization constant: VALUE" (the probability of the
-evidence).  Numbers are printed with "%g"; an unlabelled state is "#INDEX".
+evidence; its density when values of continuous nodes are entered).  A
+continuous chance node takes its place in the order with the lines
+"  mean  VALUE" and "  variance  VALUE".  Numbers are printed with "%g"; an
+unlabelled state is "#INDEX".
 
 TSV output of beliefs: one line NODE<TAB>STATE<TAB>BELIEF per state of every
 discrete node, in the same order, STATE the label or "#INDEX", BELIEF with
-"%.17g"; then the line normalization_constant<TAB>VALUE.
+"%.17g"; a continuous chance node has the lines NODE<TAB>mean<TAB>VALUE and
+NODE<TAB>variance<TAB>VALUE instead; then the line
+normalization_constant<TAB>VALUE.
 )TXT",
      "kelva beliefs examples/networks/commute.net --set Weather=snow --set MissMeeting=yes"},
     {Command::bench, "bench",

@@ -629,10 +629,15 @@ public final class Domain implements AutoCloseable {
    *     Equilibrium#MAX} for max-marginals
    * @param mode the evidence mode
    * @throws KelvaException "not_compiled"; "usage" for {@link
-   *     Equilibrium#NONE} or a pair other than sum and normal on a domain
-   *     that is not all discrete chance nodes; "compressed" for fast
-   *     retraction on a compressed domain; "inconsistency_or_underflow" when
-   *     the evidence is impossible; "overflow"
+   *     Equilibrium#NONE}, a pair other than sum and normal on a domain
+   *     with decision, utility or function nodes, or max equilibrium on a
+   *     domain with continuous nodes; "compressed" for fast retraction on a
+   *     compressed domain; "inconsistency_or_underflow" when the evidence is
+   *     impossible; "overflow"; "zero_variance" when a value is entered on a
+   *     continuous node whose variance, given the values before it, is 0;
+   *     "low_density" when the density of the entered values is too small to
+   *     represent. After any failure the domain stays compiled with its
+   *     evidence entered.
    */
   public void propagate(Equilibrium equilibrium, EvidenceMode mode) {
     check(kDomainPropagate(handle, equilibrium.code(), mode.code()));
@@ -660,7 +665,9 @@ public final class Domain implements AutoCloseable {
 
   /**
    * The probability of the propagated evidence: the product of the junction
-   * trees' normalization constants.
+   * trees' normalization constants. With values entered on continuous nodes
+   * it is a density: the probability of the discrete evidence times the
+   * density of the values.
    *
    * @return the constant (0 when it underflows; see {@link
    *     #getLogNormalizationConstant})

@@ -1122,4 +1122,130 @@ public final class Node {
   public void addPdagParent(Node parent) {
     check(kNodeAddPdagParent(nodePeer, parent.nodePeer));
   }
+
+  /**
+   * The value of a real-valued function node: its model's expression on what
+   * the last propagation knows.
+   *
+   * @return the value
+   * @throws KelvaException "usage" for another node, "no_value" when a state
+   *     it needs is not known, or the evaluation's failure
+   */
+  public double getValue() {
+    return check(kNodeGetValue(nodePeer));
+  }
+
+  /**
+   * The mean of a continuous node as of the last propagation (its value when
+   * one is entered).
+   *
+   * @return the mean
+   * @throws KelvaException "usage" for a node that is not continuous,
+   *     "not_compiled", "no_equilibrium"
+   */
+  public double getMean() {
+    return check(kNodeGetMean(nodePeer));
+  }
+
+  /**
+   * The variance of a continuous node as of the last propagation (0 when a
+   * value is entered).
+   *
+   * @return the variance
+   * @throws KelvaException as {@link #getMean()}
+   */
+  public double getVariance() {
+    return check(kNodeGetVariance(nodePeer));
+  }
+
+  /**
+   * The distribution of a continuous node as of the last propagation, a
+   * mixture of normals: a new table over the discrete nodes its continuous
+   * component depends on, then the node. Entry i of the data is the weight of
+   * configuration i; the table's mean and variance of the node in
+   * configuration i are the node's given it. The caller owns the table.
+   *
+   * @return the mixture
+   * @throws KelvaException as {@link #getMean()}
+   */
+  public Table getDistribution() {
+    Table mixture = new Table(domain);
+    kNodeGetDistribution(nodePeer, mixture);
+    check();
+    return mixture;
+  }
+
+  /**
+   * The intercept of a continuous chance node in configuration i of its
+   * discrete parents.
+   *
+   * @param i the configuration index in the node's table
+   * @return alpha
+   * @throws KelvaException "usage" for a node that is not a continuous chance
+   *     node, or i not below its table's size
+   */
+  public double getAlpha(long i) {
+    return check(kNodeGetAlpha(nodePeer, i));
+  }
+
+  /**
+   * The regression coefficient on a continuous parent in configuration i.
+   *
+   * @param parent a continuous parent of the node
+   * @param i the configuration index
+   * @return beta
+   * @throws KelvaException as {@link #getAlpha(long)}, and "usage" when parent
+   *     is not a continuous parent
+   */
+  public double getBeta(Node parent, long i) {
+    return check(kNodeGetBeta(nodePeer, parent.nodePeer, i));
+  }
+
+  /**
+   * The variance given the parents in configuration i.
+   *
+   * @param i the configuration index
+   * @return gamma
+   * @throws KelvaException as {@link #getAlpha(long)}
+   */
+  public double getGamma(long i) {
+    return check(kNodeGetGamma(nodePeer, i));
+  }
+
+  /**
+   * Sets the intercept of configuration i.
+   *
+   * @param alpha a finite value
+   * @param i the configuration index
+   * @throws KelvaException as {@link #getAlpha(long)}, and "usage" for a value
+   *     that is not finite
+   */
+  public void setAlpha(double alpha, long i) {
+    check(kNodeSetAlpha(nodePeer, alpha, i));
+  }
+
+  /**
+   * Sets the coefficient on a continuous parent in configuration i.
+   *
+   * @param beta a finite value
+   * @param parent a continuous parent of the node
+   * @param i the configuration index
+   * @throws KelvaException as {@link #getBeta(Node, long)}, and "usage" for a
+   *     value that is not finite
+   */
+  public void setBeta(double beta, Node parent, long i) {
+    check(kNodeSetBeta(nodePeer, beta, parent.nodePeer, i));
+  }
+
+  /**
+   * Sets the variance of configuration i.
+   *
+   * @param gamma a finite value, at least 0
+   * @param i the configuration index
+   * @throws KelvaException as {@link #getAlpha(long)}, and "usage" for a
+   *     negative or non-finite value
+   */
+  public void setGamma(double gamma, long i) {
+    check(kNodeSetGamma(nodePeer, gamma, i));
+  }
 }
