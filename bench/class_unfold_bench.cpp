@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
   for (long i = 0; i < nodes; ++i) {
     k_node_t n = k_domain_new_node(body, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
     check(n != nullptr && k_node_set_number_of_states(n, 2) == 0, "node");
-    check(k_node_set_name(n, ("n" + std::to_string(i)).c_str()) == 0, "name");
+    check(k_node_set_name(n, (std::string("n").append(std::to_string(i))).c_str()) == 0, "name");
     for (int k = 0; k < 2 && i > 0; ++k) {
       k_node_t p = made[rng() % made.size()];
       if (k == 0 || p != made.back()) k_node_add_parent(n, p);  // a repeated link is refused

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cfloat>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -393,10 +394,19 @@ void write_net_domain(const Domain& domain, TextSink& sink) {
 void write_net_classes(const ClassCollection& collection, TextSink& sink) {
   platform::CLocaleGuard locale;
   if (!locale.ok()) throw Error(K_ERROR_LOCALE);
-  for (std::size_t i = 0; i < collection.members().size(); ++i) {
-    const Domain& body = collection.members()[i]->body();
+  // Oldest first, except that a class comes after the classes it
+  // instantiates, so that a reader meets every class before its instances.
+  std::vector<const Class*> order;
+  std::function<void(const Class&)> visit = [&](const Class& cls) {
+    if (std::find(order.begin(), order.end(), &cls) != order.end()) return;
+    for (Node* n : nodes_in_creation_order(cls.body()))
+      if (n->instance_data != nullptr) visit(*n->instance_data->of);
+    order.push_back(&cls);
+  };
+  for (const Class* cls : collection.members()) visit(*cls);
+  for (std::size_t i = 0; i < order.size(); ++i) {
     if (i > 0) sink.write("\n");
-    NetWriter(sink, kClassIndent, body.net_digits).domain(body);
+    NetWriter(sink, kClassIndent, order[i]->body().net_digits).domain(order[i]->body());
   }
 }
 

@@ -223,7 +223,7 @@ TEST(Classes, RandomEditSequencesKeepInstancesConsistent) {
       std::size_t count = 0;
       while (members[count]) ++count;
       if (count == 0 || pick(12) == 0) {
-        k_cc_new_class(cc, ("C" + std::to_string(named++)).c_str());
+        k_cc_new_class(cc, (std::string("C").append(std::to_string(named++))).c_str());
         continue;
       }
       k_class_t c = members[pick(count)], other = members[pick(count)];
@@ -234,7 +234,7 @@ TEST(Classes, RandomEditSequencesKeepInstancesConsistent) {
       k_node_t formal = io.empty() ? nullptr : io[pick(io.size())];
       switch (pick(14)) {
         case 0:
-        case 1: chance(as_domain(c), "n" + std::to_string(step), 2 + pick(2)); break;
+        case 1: chance(as_domain(c), std::string("n").append(std::to_string(step)), 2 + pick(2)); break;
         case 2: if (n && m) k_node_add_parent(n, m); break;
         case 3: if (n) k_node_add_to_inputs(n); break;
         case 4: if (n) k_node_add_to_outputs(n); break;
