@@ -1,10 +1,11 @@
 // C functions of classes, class collections and instance nodes.
 
+#include "structure/classes.h"
+
 #include <memory>
 
 #include "capi/boundary.h"
 #include "network/class.h"
-#include "structure/classes.h"
 
 using kelva::capi::get;
 using kelva::capi::guard;
@@ -47,9 +48,8 @@ kelva::Node& clone_node(k_node_t h) {
 extern "C" {
 
 k_class_collection_t k_new_class_collection(void) {
-  return guard<k_class_collection_t>(nullptr, [] {
-    return reinterpret_cast<k_class_collection_t>(new kelva::ClassCollection());
-  });
+  return guard<k_class_collection_t>(
+      nullptr, [] { return reinterpret_cast<k_class_collection_t>(new kelva::ClassCollection()); });
 }
 
 k_status_t k_cc_delete(k_class_collection_t cc) {
@@ -57,7 +57,8 @@ k_status_t k_cc_delete(k_class_collection_t cc) {
 }
 
 k_class_t k_cc_new_class(k_class_collection_t cc, const char* name) {
-  return guard<k_class_t>(nullptr, [&] { return class_handle(&kelva::new_class(get_cc(cc), name)); });
+  return guard<k_class_t>(nullptr,
+                          [&] { return class_handle(&kelva::new_class(get_cc(cc), name)); });
 }
 
 k_class_t k_cc_get_class_by_name(k_class_collection_t cc, const char* name) {

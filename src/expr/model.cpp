@@ -44,7 +44,8 @@ Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
   };
   // Class edits that delete output clones drop the models naming them.
   drop_model_referring = [](Node& child, const Node& gone) noexcept {
-    if (child.model() != nullptr && model_refers_to(*child.model(), gone)) child.model_slot().reset();
+    if (child.model() != nullptr && model_refers_to(*child.model(), gone))
+      child.model_slot().reset();
   };
   nodes_.reserve_more(model_nodes.size());
   for (Node* n : model_nodes) {

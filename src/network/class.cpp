@@ -3,7 +3,9 @@
 namespace kelva {
 
 Class::Class(ClassCollection& collection, std::string name)
-    : Object(ObjectTag::class_), collection_(&collection), name_(std::move(name)),
+    : Object(ObjectTag::class_),
+      collection_(&collection),
+      name_(std::move(name)),
       body_(std::make_unique<Domain>()) {
   body_->owner_class = this;
 }

@@ -237,7 +237,8 @@ bool states_tied_by_classes(const Node& node) noexcept {
 void release_class_ties(Node& node) {
   if (node.instance_data != nullptr) {
     // Each clone's deletion takes it off the list.
-    while (!node.instance_data->clones.empty()) delete_clone(*node.instance_data->clones.back().clone);
+    while (!node.instance_data->clones.empty())
+      delete_clone(*node.instance_data->clones.back().clone);
     node.instance_data->of->instances.remove(&node);
     node.instance_data->of = nullptr;
     return;

@@ -19,7 +19,7 @@ namespace kelva {
 namespace {
 
 struct Frame {
-  Class* cls;
+  Domain* body;
   std::string prefix;
   Frame* outer;
   const InstanceData* instance;  // null for the top frame
@@ -45,11 +45,14 @@ class Unfolder {
   explicit Unfolder(Domain& out) : out_(out) {}
 
   void make_nodes(Frame& frame) {
-    for (Node* n : oldest_first(frame.cls->body())) {
+    for (Node* n : oldest_first(*frame.body)) {
       if (n->instance_data != nullptr) {
-        Frame& inner = frames_.emplace_back(Frame{n->instance_data->of,
+        Frame& inner = frames_.emplace_back(Frame{&n->instance_data->of->body(),
                                                   frame.prefix + n->name_or_generate() + ".",
-                                                  &frame, n->instance_data.get(), {}, {}});
+                                                  &frame,
+                                                  n->instance_data.get(),
+                                                  {},
+                                                  {}});
         frame.inner.emplace(n, &inner);
         make_nodes(inner);
       } else if (n->master == nullptr && !bound(frame, *n)) {
@@ -59,7 +62,7 @@ class Unfolder {
   }
 
   void make_links(Frame& frame) {
-    for (Node* n : oldest_first(frame.cls->body())) {
+    for (Node* n : oldest_first(*frame.body)) {
       if (n->instance_data != nullptr) {
         make_links(*frame.inner.at(n));
       } else if (auto it = frame.copies.find(n); it != frame.copies.end()) {
@@ -122,17 +125,22 @@ class Unfolder {
   std::deque<Frame> frames_;
 };
 
+// Copies the network of `from` (instances unfolded) into the empty `into`.
+void copy_network(Domain& from, Domain& into) {
+  into.node_width = from.node_width;
+  into.node_height = from.node_height;
+  copy_attributes(from.attributes(), into.attributes());
+  Unfolder unfolder(into);
+  Frame& top = unfolder.frames_.emplace_back(Frame{&from, "", nullptr, nullptr, {}, {}});
+  unfolder.make_nodes(top);
+  unfolder.make_links(top);
+}
+
 }  // namespace
 
 std::unique_ptr<Domain> create_domain(Class& cls) {
   auto out = std::make_unique<Domain>();
-  out->node_width = cls.body().node_width;
-  out->node_height = cls.body().node_height;
-  copy_attributes(cls.body().attributes(), out->attributes());
-  Unfolder unfolder(*out);
-  Frame& top = unfolder.frames_.emplace_back(Frame{&cls, "", nullptr, nullptr, {}, {}});
-  unfolder.make_nodes(top);
-  unfolder.make_links(top);
+  copy_network(cls.body(), *out);
   return out;
 }
 

@@ -175,7 +175,7 @@ class NetReader {
         const char* what = input ? "input" : "output";
         if (n == nullptr || n->instance_data != nullptr || n->master != nullptr ||
             (input && (!n->parents().empty() || (n->category() != K_CATEGORY_CHANCE &&
-                                                  n->category() != K_CATEGORY_DECISION)))) {
+                                                 n->category() != K_CATEGORY_DECISION)))) {
           error(net_message("node `%s' is not a valid %s node", name.c_str(), what));
         } else if (!(input ? in : out).insert(n).second) {
           error(net_message("node `%s' specified as %s twice", name.c_str(), what));
@@ -196,8 +196,8 @@ class NetReader {
     ClassCollection& cc = the_class().collection();
     Class* cls = cc.find(name);
     if (cls == nullptr && loader_ != nullptr && loader_->insert != nullptr) {
-      const int failed = loader_->insert(name.c_str(), reinterpret_cast<k_class_collection_t>(&cc),
-                                         loader_->data);
+      const int failed =
+          loader_->insert(name.c_str(), reinterpret_cast<k_class_collection_t>(&cc), loader_->data);
       if (failed == 0) cls = cc.find(name);
     }
     if (cls == nullptr) fail(net_message("loading class `%s' failed", name.c_str()));
@@ -345,7 +345,8 @@ class NetReader {
     const std::string head = text.substr(0, dot);
     Node* node = domain_.find(head);
     if (node == nullptr)
-      fail(net_message("class `%s' has no node named `%s'", the_class().name().c_str(), head.c_str()));
+      fail(net_message("class `%s' has no node named `%s'", the_class().name().c_str(),
+                       head.c_str()));
     if (dot == std::string::npos) return *node;
     if (node->instance_data == nullptr)
       fail(net_message("node `%s' is not an instance node in class `%s'", head.c_str(),
@@ -550,7 +551,8 @@ class NetReader {
       (in_parents ? p.parents : p.children).push_back(&n);
     }
     if (p.children.empty()) fail("empty child node list");
-    if (p.children.size() > 1 && domain_.is_class()) fail("undirected links are not allowed in classes");
+    if (p.children.size() > 1 && domain_.is_class())
+      fail("undirected links are not allowed in classes");
     verify_potential_nodes(p);
     verify_links(p);
     add_links(p);

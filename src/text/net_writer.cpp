@@ -338,7 +338,8 @@ class NetWriter {
         if (p->is_continuous()) table_text.cg_parents.push_back(p);
     }
     // More than one node or a continuous part: "data" stands alone.
-    if (indent_.outer[0] == '\0' && (table_text.order.size() > 1 || table_text.cg_child != nullptr)) {
+    if (indent_.outer[0] == '\0' &&
+        (table_text.order.size() > 1 || table_text.cg_child != nullptr)) {
       attribute_line("data\n");
       attribute_line(" = ");
     } else {
@@ -388,7 +389,8 @@ class NetWriter {
 void write_net_domain(const Domain& domain, TextSink& sink) {
   platform::CLocaleGuard locale;
   if (!locale.ok()) throw Error(K_ERROR_LOCALE);
-  NetWriter(sink, domain.is_class() ? kClassIndent : kDomainIndent, domain.net_digits).domain(domain);
+  NetWriter(sink, domain.is_class() ? kClassIndent : kDomainIndent, domain.net_digits)
+      .domain(domain);
 }
 
 void write_net_classes(const ClassCollection& collection, TextSink& sink) {

@@ -2,12 +2,13 @@
 // the class collection, and unfolding one class into the domain that the
 // commands work on.
 
+#include "class_source.h"
+
 #include <cctype>
 #include <cstdio>
 #include <memory>
 #include <string>
 
-#include "class_source.h"
 #include "cli_error.h"
 
 namespace kelva::cli {
