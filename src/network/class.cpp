@@ -21,7 +21,13 @@ Class::~Class() {
 ClassCollection::ClassCollection() : Object(ObjectTag::class_collection) {}
 
 ClassCollection::~ClassCollection() {
-  // Newest first: instances only point at classes, so any order is safe.
+  // Every class goes, so instances forget their classes first: a class
+  // destroyed earlier must not be reached from a later one's instances.
+  for (Class* c : members_) {
+    c->instances.clear();
+    for (Node* n = c->body().first_node(); n != nullptr; n = n->next)
+      if (n->instance_data != nullptr) n->instance_data->of = nullptr;
+  }
   while (!members_.empty()) destroy(*members_[members_.size() - 1]);
   drop_context(peers_);
 }

@@ -47,7 +47,7 @@ class Unfolder {
   void make_nodes(Frame& frame) {
     for (Node* n : oldest_first(*frame.body)) {
       if (n->instance_data != nullptr) {
-        Frame& inner = frames_.emplace_back(Frame{&n->instance_data->of->body(),
+        Frame& inner = frames.emplace_back(Frame{&n->instance_data->of->body(),
                                                   frame.prefix + n->name_or_generate() + ".",
                                                   &frame,
                                                   n->instance_data.get(),
@@ -122,7 +122,7 @@ class Unfolder {
   Domain& out_;
 
  public:
-  std::deque<Frame> frames_;
+  std::deque<Frame> frames;
 };
 
 // Copies the network of `from` (instances unfolded) into the empty `into`.
@@ -131,7 +131,7 @@ void copy_network(Domain& from, Domain& into) {
   into.node_height = from.node_height;
   copy_attributes(from.attributes(), into.attributes());
   Unfolder unfolder(into);
-  Frame& top = unfolder.frames_.emplace_back(Frame{&from, "", nullptr, nullptr, {}, {}});
+  Frame& top = unfolder.frames.emplace_back(Frame{&from, "", nullptr, nullptr, {}, {}});
   unfolder.make_nodes(top);
   unfolder.make_links(top);
 }
