@@ -173,7 +173,7 @@ void check_invariants(const kelva::ClassCollection& cc) {
     for (kelva::Node* n = c->body().first_node(); n; n = n->next) {
       if (n->master != nullptr) {
         ASSERT_TRUE(in_body(n->clone_instance));
-        ASSERT_EQ(n->clone_instance->instance_data->k_node_get_output(n->master), n);
+        ASSERT_EQ(n->clone_instance->instance_data->clone_of(n->master), n);
       }
       if (n->instance_data == nullptr) continue;
       const kelva::InstanceData& data = *n->instance_data;
