@@ -1610,6 +1610,111 @@ KELVA_API k_status_t k_domain_learn_greedy_structure(k_domain_t domain, k_score_
 /** The score of the domain's current links over its stored cases. */
 KELVA_API double k_domain_get_structure_score(k_domain_t domain, k_score_t score);
 
+/* ------------------------------------------------------------------------ */
+/* Object-oriented networks: classes, instances, class collections           */
+/* ------------------------------------------------------------------------ */
+
+/** A class: a network with input and output nodes, instantiated by instance
+ *  nodes of other classes.  Its handle is also that of its network: cast to
+ *  k_domain_t it takes the domain functions that build and edit nodes,
+ *  links, tables and attributes (node names in a class are single
+ *  identifiers; k_domain_delete refuses it). */
+typedef struct k_class_s *k_class_t;
+/** A class collection: classes with distinct names; owned by the caller. */
+typedef struct k_class_collection_s *k_class_collection_t;
+/** Called by k_net_parse_classes for an instance of a class that the
+ *  collection does not have: it should add the class `name` (e.g. by
+ *  parsing its file into `collection`); non-zero reports a failure. */
+typedef int (*k_insert_class_t)(const char *name, k_class_collection_t collection, void *data);
+
+/** A new empty class collection. */
+KELVA_API k_class_collection_t k_new_class_collection(void);
+/** Deletes a collection with its classes. */
+KELVA_API k_status_t k_cc_delete(k_class_collection_t cc);
+/** A new empty class named `name`: "invalid_name" unless one identifier,
+ *  "twice" when the collection has a class of that name. */
+KELVA_API k_class_t k_cc_new_class(k_class_collection_t cc, const char *name);
+/** The class named `name`, or null (no error) when there is none. */
+KELVA_API k_class_t k_cc_get_class_by_name(k_class_collection_t cc, const char *name);
+/** The classes, oldest first, as a null-ended list owned by the collection. */
+KELVA_API k_class_t *k_cc_get_members(k_class_collection_t cc);
+/** Deletes a class and every instance of it in the other classes. */
+KELVA_API k_status_t k_class_delete(k_class_t cls);
+KELVA_API const char *k_class_get_name(k_class_t cls);
+/** Renames a class ("invalid_name", "twice" as for k_cc_new_class). */
+KELVA_API k_status_t k_class_set_name(k_class_t cls, const char *name);
+KELVA_API k_class_collection_t k_class_get_class_collection(k_class_t cls);
+/** Input and output nodes (in the order they were added) and instance
+ *  nodes of the class; null-ended lists owned by the class. */
+KELVA_API k_node_t *k_class_get_inputs(k_class_t cls);
+KELVA_API k_node_t *k_class_get_outputs(k_class_t cls);
+KELVA_API k_node_t *k_class_get_instances(k_class_t cls);
+KELVA_API k_status_t k_class_set_backpointer(k_class_t cls, void *data);
+KELVA_API void *k_class_get_backpointer(k_class_t cls);
+/** A new instance node of `instance_of` in `cls`, with an output clone for
+ *  each output of `instance_of`; "cyclic_instance_hierarchy" when
+ *  `instance_of` is `cls` or holds an instance of it at any depth; "usage"
+ *  for classes of different collections. */
+KELVA_API k_node_t k_class_new_instance(k_class_t cls, k_class_t instance_of);
+/** A new domain holding the class unfolded: the class's nodes keep their
+ *  names, nodes of instances are named `instance.node` at every depth, a
+ *  bound input is replaced by its actual node and an unbound one keeps its
+ *  own table as a prior.  Tables, experience and fading tables, labels,
+ *  states, positions and attributes are copied; models are not. */
+KELVA_API k_domain_t k_class_create_domain(k_class_t cls);
+
+/** Reads the classes of a NET class file into `cc`, calling `insert` (may
+ *  be null) for classes that instances name but the collection lacks
+ *  ("loading class `NAME' failed" when it does not add one).  Messages go to
+ *  `handler` with line numbers; on failure ("parse", or the error that
+ *  stopped the parse) the collection is as it was. */
+KELVA_API k_status_t k_net_parse_classes(const char *file_name, k_class_collection_t cc,
+                                         k_insert_class_t insert, void *insert_data,
+                                         k_parse_error_handler_t handler, void *data);
+/** The same from text in memory; positions are characters consumed. */
+KELVA_API k_status_t k_net_parse_classes_string(const char *text, k_class_collection_t cc,
+                                                k_insert_class_t insert, void *insert_data,
+                                                k_parse_error_handler_t handler, void *data);
+/** Writes every class of the collection, oldest first, as NET text; "io"
+ *  when the file cannot be written. */
+KELVA_API k_status_t k_cc_save_as_net(k_class_collection_t cc, const char *file_name);
+/** The collection as NET text (malloc'ed; the caller frees it). */
+KELVA_API char *k_cc_to_net_string(k_class_collection_t cc);
+
+/** The class of a node's network, or null for a node of a domain. */
+KELVA_API k_class_t k_node_get_home_class(k_node_t node);
+/** The class an instance node instantiates. */
+KELVA_API k_class_t k_node_get_instance_class(k_node_t instance);
+/** For an output clone: its instance node and the output node it stands
+ *  for (null with "usage" for other nodes). */
+KELVA_API k_node_t k_node_get_instance(k_node_t clone);
+KELVA_API k_node_t k_node_get_master(k_node_t clone);
+/** The actual node bound to input `input` of the instance's class (null,
+ *  no error, when unbound). */
+KELVA_API k_node_t k_node_get_input(k_node_t instance, k_node_t input);
+/** Binds `input` to `actual`, a node of the instance's class of the same
+ *  kind and number of states (not an instance or utility node). */
+KELVA_API k_status_t k_node_set_input(k_node_t instance, k_node_t input, k_node_t actual);
+KELVA_API k_status_t k_node_unset_input(k_node_t instance, k_node_t input);
+/** The output clone of `output` beside `instance`; the instance's clones,
+ *  in the order of the class's outputs, as a null-ended list. */
+KELVA_API k_node_t k_node_get_output(k_node_t instance, k_node_t output);
+KELVA_API k_node_t *k_node_get_outputs(k_node_t instance);
+/** Input list edits: a discrete or continuous chance or decision node
+ *  without parents that is not an output.  Removing an input drops its
+ *  bindings in every instance.  An input node takes no parents. */
+KELVA_API k_status_t k_node_add_to_inputs(k_node_t node);
+KELVA_API k_status_t k_node_remove_from_inputs(k_node_t node);
+/** Output list edits: any node of a class but instance nodes, output
+ *  clones and inputs.  Every instance gets (or loses, with its links) a
+ *  clone. */
+KELVA_API k_status_t k_node_add_to_outputs(k_node_t node);
+KELVA_API k_status_t k_node_remove_from_outputs(k_node_t node);
+/** Makes `instance` instantiate `cls`: bindings and clones whose input or
+ *  output has a namesake of the same kind and states in `cls` are kept,
+ *  the others dropped; new outputs get clones. */
+KELVA_API k_status_t k_node_substitute_class(k_node_t instance, k_class_t cls);
+
 #ifdef __cplusplus
 }
 #endif

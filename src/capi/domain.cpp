@@ -28,13 +28,19 @@ k_domain_t k_new_domain(void) {
 }
 
 k_status_t k_domain_delete(k_domain_t domain) {
-  return guard_status([&] { delete &get(domain); });
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::require(!d.is_class());  // a class goes with k_class_delete
+    delete &d;
+  });
 }
 
 k_node_t k_domain_new_node(k_domain_t domain, k_category_t category, k_kind_t kind,
                            k_subtype_t subtype) {
-  return guard<k_node_t>(nullptr,
-                         [&] { return handle(get(domain).new_node(category, kind, subtype)); });
+  return guard<k_node_t>(nullptr, [&] {
+    kelva::require(category != K_CATEGORY_INSTANCE);  // k_class_new_instance makes those
+    return handle(get(domain).new_node(category, kind, subtype));
+  });
 }
 
 k_node_t k_domain_get_first_node(k_domain_t domain) {

@@ -85,6 +85,7 @@ extern "C" {
 k_status_t k_node_delete(k_node_t node) {
   return guard_status([&] {
     kelva::Node& n = get(node);
+    kelva::require(n.master == nullptr);  // output clones follow their class
     const std::vector<kelva::Node*> children(n.children().begin(), n.children().end());
     kelva::delete_node(n);
     for (kelva::Node* c : children) forget_model_using(*c, n);  // compares addresses only

@@ -34,6 +34,8 @@ void write_time_stamp(const CompileLog& log) {
 // final flush.  The forest is installed only when everything succeeded.
 template <class Eliminate>
 void build_and_install(Domain& domain, Eliminate&& eliminate) {
+  // A class is compiled through the domain it unfolds into.
+  require(!domain.is_class());
   CompileLog log(domain.log());
   try {
     write_time_stamp(log);

@@ -7,6 +7,7 @@
 #include "network/error.h"
 #include "network/node.h"
 #include "platform/memory.h"
+#include "structure/classes.h"
 #include "table/size.h"
 
 namespace kelva {
@@ -40,6 +41,11 @@ Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
   Destroy<Model>::registered = [](Model* model) noexcept {
     drop_peer(model->owner().domain().peers(), PeerField::model, model->peer);
     delete model;
+  };
+  // Class edits that delete output clones drop the models naming them.
+  drop_model_referring = [](Node& child, const Node& gone) noexcept {
+    if (child.model() != nullptr && model_refers_to(*child.model(), gone))
+      child.model_slot().reset();
   };
   nodes_.reserve_more(model_nodes.size());
   for (Node* n : model_nodes) {

@@ -86,8 +86,8 @@ Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype
       break;
   }
   if (kind == K_KIND_DISCRETE) require(subtype >= K_SUBTYPE_LABEL && subtype <= K_SUBTYPE_INTERVAL);
-  // Instance nodes come with classes, which this domain cannot hold.
-  require(category != K_CATEGORY_INSTANCE);
+  // Instance nodes stand only in classes.
+  require(category != K_CATEGORY_INSTANCE || is_class());
 
   const bool has_limid = count(K_CATEGORY_DECISION) + count(K_CATEGORY_UTILITY) > 0;
   const bool continuous = kind == K_KIND_CONTINUOUS || continuous_ > 0;

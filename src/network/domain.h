@@ -25,6 +25,7 @@ namespace kelva {
 /// A chain-graph component read from a chain potential: discrete chance
 /// nodes joined by undirected links, their parents, and the component's
 /// table over the parents and the members.
+class Class;
 class Forest;
 /// A junction forest, destroyed as the compilation layer registered.
 using ForestPtr = Owned<Forest>;
@@ -78,7 +79,9 @@ class Domain : public Object {
   /// "invalid_name" when it breaks the name rule.
   void rename(Node& node, const char* name);
   /// True when node names here are single identifiers (a class).
-  bool is_class() const noexcept { return false; }
+  bool is_class() const noexcept { return owner_class != nullptr; }
+  /// The class this domain is the body of (network/class.h), else null.
+  Class* owner_class = nullptr;
 
   AttributeList& attributes() noexcept { return attributes_; }
   const AttributeList& attributes() const noexcept { return attributes_; }

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "network/class.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "platform/memory.h"
@@ -45,6 +46,15 @@ const std::string& Node::name() const noexcept {
 
 const std::string& Node::name_or_generate() {
   if (name_) return *name_;
+  // An output clone is first offered "instance_output".
+  if (master != nullptr && clone_instance != nullptr && master->has_name() &&
+      clone_instance->has_name()) {
+    std::string candidate = clone_instance->name() + "_" + master->name();
+    if (domain_->find(candidate) == nullptr) {
+      domain_->rename(*this, candidate.c_str());
+      return *name_;
+    }
+  }
   // The letter of the category and the serial number; while that is taken,
   // the domain's creation counter moves on and supplies the next number.
   const char letter = category_letter(category_);

@@ -19,6 +19,7 @@ namespace kelva {
 
 class Domain;
 class Model;
+struct InstanceData;
 class Table;
 
 /// A table, destroyed as the table layer registered.
@@ -110,6 +111,13 @@ class Node : public Object {
   /// kNoSlot when the domain is untriangulated or the node takes no part.
   static constexpr std::size_t kNoSlot = static_cast<std::size_t>(-1);
   std::size_t forest_slot = kNoSlot;
+
+  /// Object-oriented networks (network/class.h): an instance node's class,
+  /// bindings and clones; an output clone's output node (`master`) and
+  /// instance node.
+  std::unique_ptr<InstanceData> instance_data;
+  Node* master = nullptr;
+  Node* clone_instance = nullptr;
 
   Node* next = nullptr;  // the domain's node chain
   Node* prev = nullptr;

@@ -18,6 +18,8 @@ enum class ObjectTag : std::uint32_t {
   junction_tree = 0x4B4A5452,
   clique = 0x4B434C51,
   data_set = 0x4B445354,
+  class_ = 0x4B434C53,
+  class_collection = 0x4B434343,
 };
 
 /// Base of every engine object that crosses the C boundary.

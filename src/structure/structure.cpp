@@ -13,6 +13,7 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
+#include "structure/classes.h"
 #include "table/size.h"
 #include "table/table.h"
 
@@ -193,6 +194,7 @@ void add_parent(Node& child, Node& parent) {
   require(!child.parents().contains(&parent));
   refuse_parent_sort(child, parent);
   require(!in_chain_component(child));
+  require(takes_parents(child));
   if (reaches(child, parent)) throw Error(K_ERROR_CYCLIC_NETWORK);
   if (!functional_dependency_ok(child, parent)) throw Error(K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
 
@@ -401,6 +403,7 @@ void reverse_edge(Node& from, Node& to) {
 }
 
 void set_number_of_states(Node& node, std::size_t count) {
+  require(!states_tied_by_classes(node));
   require(node.is_discrete() && count >= 1 && node.subtype() != K_SUBTYPE_BOOLEAN);
   const std::size_t old = node.state_count();
   if (count == old) return;
@@ -467,6 +470,7 @@ void set_discrete_type(Node& node, k_subtype_t subtype) {
 
 void delete_node(Node& node) {
   Domain& domain = node.domain();
+  release_class_ties(node);
   EditBatch batch;
   for (Node* c : node.children())
     for (Table* t : tables_holding(*c, node)) batch.copy_of(*t).remove_node(&node);
@@ -558,6 +562,7 @@ void require_interval_node(const Node& node) {
 bool unbounded(double x) noexcept { return !(std::fabs(x) < std::numeric_limits<double>::max()); }
 
 void double_number_of_intervals(Node& node) {
+  require(!states_tied_by_classes(node));
   require_interval_node(node);
   const std::size_t n = node.state_count();
   std::vector<double> v(n + 1);
@@ -597,6 +602,7 @@ void double_number_of_intervals(Node& node) {
 }
 
 void halve_number_of_intervals(Node& node) {
+  require(!states_tied_by_classes(node));
   require_interval_node(node);
   const std::size_t n = node.state_count();
   if (n % 2 != 0) throw Error(K_ERROR_USAGE, "an odd number of intervals");

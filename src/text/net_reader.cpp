@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -16,8 +17,10 @@
 #include "expr/model.h"
 #include "expr/parser.h"
 #include "lexer/lexer.h"
+#include "network/class.h"
 #include "network/domain.h"
 #include "network/node.h"
+#include "structure/classes.h"
 #include "structure/structure.h"
 #include "table/table.h"
 
@@ -77,44 +80,240 @@ class NetReader {
  public:
   NetReader(Lexer& lexer, Domain& domain) : lx_(lexer), domain_(domain) {}
 
-  // domain: block*
-  // block: net-block | node-block | potential-block
+  // domain: (net-block | block)*
   void read() {
     for (;;) {
       const int t = next();
       if (t == TOKEN_EOF) return;
       if (t != TOKEN_NAME) fail("unexpected token", t);
       const std::string word = lx_.text();
-      if (word == "net") {
-        read_net_block();
-      } else if (word == "node") {
-        read_node_block(K_CATEGORY_CHANCE, K_KIND_DISCRETE);
-      } else if (word == "discrete") {
-        const int u = next();
-        const std::string what = u == TOKEN_NAME ? lx_.text() : std::string();
-        if (what == "node") read_node_block(K_CATEGORY_CHANCE, K_KIND_DISCRETE);
-        else if (what == "decision") read_node_block(K_CATEGORY_DECISION, K_KIND_DISCRETE);
-        else if (what == "function") read_node_block(K_CATEGORY_FUNCTION, K_KIND_DISCRETE);
-        else fail("keyword `node', `decision', or `function' expected", u);
-      } else if (word == "continuous") {
-        const int u = next();
-        if (u != TOKEN_NAME || lx_.text() != "node") fail("keyword `node' expected", u);
-        read_node_block(K_CATEGORY_CHANCE, K_KIND_CONTINUOUS);
-      } else if (word == "decision") {
-        read_node_block(K_CATEGORY_DECISION, K_KIND_DISCRETE);
-      } else if (word == "utility") {
-        read_node_block(K_CATEGORY_UTILITY, K_KIND_OTHER);
-      } else if (word == "function") {
-        read_node_block(K_CATEGORY_FUNCTION, K_KIND_OTHER);
-      } else if (word == "potential") {
-        read_potential();
-      } else {
-        fail(net_message("unknown object type: %s", word.c_str()));
-      }
+      if (word == "net") read_net_block();
+      else if (!read_block(word)) fail(net_message("unknown object type: %s", word.c_str()));
     }
   }
 
+  // class-body: (block | instance-block | name `=` value `;`)* `}`, then
+  // the interface lists are resolved.
+  void read_class_body() {
+    for (;;) {
+      const int t = next();
+      if (t == '}') break;
+      if (t != TOKEN_NAME) fail("unexpected token", t);
+      const std::string word = lx_.text();
+      if (word == "class") fail("nested classes are not permitted");
+      if (word == "instance") read_instance();
+      else if (word == "temporal") fail("temporal clones are not supported");
+      else if (!read_block(word)) read_class_attribute(word);
+    }
+    resolve_interface();
+  }
+
  private:
+  // block: node-block | potential-block, opened by `word`; false when
+  // `word` opens neither.
+  bool read_block(const std::string& word) {
+    if (word == "node") {
+      read_node_block(K_CATEGORY_CHANCE, K_KIND_DISCRETE);
+    } else if (word == "discrete") {
+      const int u = next();
+      const std::string what = u == TOKEN_NAME ? lx_.text() : std::string();
+      if (what == "node") read_node_block(K_CATEGORY_CHANCE, K_KIND_DISCRETE);
+      else if (what == "decision") read_node_block(K_CATEGORY_DECISION, K_KIND_DISCRETE);
+      else if (what == "function") read_node_block(K_CATEGORY_FUNCTION, K_KIND_DISCRETE);
+      else fail("keyword `node', `decision', or `function' expected", u);
+    } else if (word == "continuous") {
+      const int u = next();
+      if (u != TOKEN_NAME || lx_.text() != "node") fail("keyword `node' expected", u);
+      read_node_block(K_CATEGORY_CHANCE, K_KIND_CONTINUOUS);
+    } else if (word == "decision") {
+      read_node_block(K_CATEGORY_DECISION, K_KIND_DISCRETE);
+    } else if (word == "utility") {
+      read_node_block(K_CATEGORY_UTILITY, K_KIND_OTHER);
+    } else if (word == "function") {
+      read_node_block(K_CATEGORY_FUNCTION, K_KIND_OTHER);
+    } else if (word == "potential") {
+      read_potential();
+    } else {
+      return false;
+    }
+    return true;
+  }
+
+  Class& the_class() const noexcept { return *domain_.owner_class; }
+
+  // class-attribute: name `=` value `;` (node_size, inputs, outputs, user)
+  void read_class_attribute(const std::string& key) {
+    expect('=');
+    if (key == "node_size") {
+      const auto [w, h] = read_pair();
+      domain_.node_width = layout_size(w);
+      domain_.node_height = layout_size(h);
+    } else if (key == "inputs" || key == "outputs") {
+      auto& list = key == "inputs" ? inputs_ : outputs_;
+      if (list) fail(net_message("attribute `%s' defined twice", key.c_str()));
+      list.emplace();
+      expect('(');
+      for (;;) {
+        const int t = next();
+        if (t == ')') break;
+        if (!is_name(t)) fail("node name or `)' expected", t);
+        list->push_back(lx_.text());
+      }
+    } else {
+      read_user_attribute(domain_.attributes(), key);
+    }
+    expect(';');
+  }
+
+  // The `inputs` and `outputs` lists, checked and put in place.
+  void resolve_interface() {
+    std::unordered_set<Node*> in, out;
+    auto resolve = [&](const std::optional<std::vector<std::string>>& names, bool input) {
+      if (!names) return;
+      for (const std::string& name : *names) {
+        Node* n = domain_.find(name);
+        const char* what = input ? "input" : "output";
+        if (n == nullptr || n->instance_data != nullptr || n->master != nullptr ||
+            (input && (!n->parents().empty() || (n->category() != K_CATEGORY_CHANCE &&
+                                                 n->category() != K_CATEGORY_DECISION)))) {
+          error(net_message("node `%s' is not a valid %s node", name.c_str(), what));
+        } else if (!(input ? in : out).insert(n).second) {
+          error(net_message("node `%s' specified as %s twice", name.c_str(), what));
+        } else if (!input && in.contains(n)) {
+          error(net_message("node `%s' is specified both as input and as output", name.c_str()));
+        } else {
+          api([&] { input ? add_to_inputs(*n) : add_to_outputs(*n); });
+        }
+      }
+    };
+    resolve(inputs_, true);
+    resolve(outputs_, false);
+  }
+
+  // The class `name` of the collection, loaded through the call-back when
+  // missing.
+  Class& instance_class(const std::string& name) {
+    ClassCollection& cc = the_class().collection();
+    Class* cls = cc.find(name);
+    if (cls == nullptr && loader_ != nullptr && loader_->insert != nullptr) {
+      const int failed =
+          loader_->insert(name.c_str(), reinterpret_cast<k_class_collection_t>(&cc), loader_->data);
+      if (failed == 0) cls = cc.find(name);
+    }
+    if (cls == nullptr) fail(net_message("loading class `%s' failed", name.c_str()));
+    return *cls;
+  }
+
+  // instance-block: `instance` name `:` class `(` bindings [`;` outputs] `)`
+  //   `{` attributes `}`
+  void read_instance() {
+    int t = next();
+    if (t != TOKEN_NAME) fail("name expected", t);
+    const std::string name = lx_.text();
+    if (domain_.find(name) != nullptr)
+      fail(net_message("a node named `%s' already exists", name.c_str()));
+    expect(':');
+    t = next();
+    if (t != TOKEN_NAME) fail("name expected", t);
+    Class& of = instance_class(lx_.text());
+    if (instantiates(of, the_class()))
+      fail(net_message("adding class instance `%s' creates a cycle in the instance hierarchy",
+                       name.c_str()));
+    Node& instance = api([&]() -> Node& {
+      Node& n = new_instance(the_class(), of);
+      domain_.rename(n, name.c_str());
+      return n;
+    });
+    auto formal = [&](const std::string& node) -> Node* {
+      Node* n = of.body().find(node);
+      if (n == nullptr)
+        error(net_message("class `%s' does not have a node named `%s'", of.name().c_str(),
+                          node.c_str()));
+      return n;
+    };
+    expect('(');
+    t = next();
+    bool outputs = false;
+    while (t != ')' && !outputs) {
+      if (t == ';') {
+        outputs = true;
+        break;
+      }
+      if (t != TOKEN_NAME) fail("name, `;', or `)' expected", t);
+      const std::string input = lx_.text();
+      expect('=');
+      const int a = next();
+      if (!is_name(a)) fail("name expected", a);
+      Node& actual = named_node();
+      if (Node* in = formal(input)) bind(instance, of, *in, actual);
+      t = next();
+      if (t != ',' && t != ';' && t != ')') fail("`,', `;', or `)' expected", t);
+      if (t == ',') t = next();
+    }
+    if (outputs) {
+      for (t = next(); t != ')';) {
+        if (t != TOKEN_NAME) fail("name or `)' expected", t);
+        Node* out = formal(lx_.text());
+        if (out != nullptr && !of.outputs.contains(out))
+          error(net_message("node `%s' is not an output node in class `%s'", lx_.text().c_str(),
+                            of.name().c_str()));
+        t = next();
+        if (t == '=') {
+          const int c = next();
+          if (c != TOKEN_NAME) fail("name expected", c);
+          Node* clone = out == nullptr ? nullptr : instance.instance_data->clone_of(out);
+          if (domain_.find(lx_.text()) != nullptr)
+            fail(net_message("a node named `%s' already exists", lx_.text().c_str()));
+          if (clone != nullptr) api([&] { domain_.rename(*clone, lx_.text().c_str()); });
+          t = next();
+        }
+        if (t != ',' && t != ')') fail("`,' or `)' expected", t);
+        if (t == ',') t = next();
+      }
+    }
+    read_label_position_block(instance);
+  }
+
+  void bind(Node& instance, const Class& of, Node& input, Node& actual) {
+    if (!of.inputs.contains(&input)) {
+      error(net_message("node `%s' is not an input parameter of class `%s'", input.name().c_str(),
+                        of.name().c_str()));
+    } else if (instance.instance_data->actual_of(&input) != nullptr) {
+      error(net_message("input for node `%s' has been specified twice", input.name().c_str()));
+    } else if (actual.kind() != input.kind() || actual.instance_data != nullptr ||
+               actual.category() == K_CATEGORY_UTILITY ||
+               (input.is_discrete() && input.state_count() != actual.state_count())) {
+      error(net_message("nodes `%s' and `%s' are not compatible", input.name().c_str(),
+                        actual.name().c_str()));
+    } else {
+      api([&] { set_input(instance, input, actual); });
+    }
+  }
+
+  // `{` (label | position | user attribute)* `}`
+  void read_label_position_block(Node& node) {
+    expect('{');
+    for (;;) {
+      const int a = next();
+      if (a == '}') return;
+      if (a != TOKEN_NAME) fail("`}' or an attribute name expected", a);
+      const std::string key = lx_.text();
+      expect('=');
+      if (key == "label") {
+        const int s = next();
+        if (s != TOKEN_STRING) fail("string expected", s);
+        node.label = lx_.text();
+      } else if (key == "position") {
+        const auto [x, y] = read_pair();
+        node.x = coordinate(x);
+        node.y = coordinate(y);
+      } else {
+        read_user_attribute(node.attributes(), key);
+      }
+      expect(';');
+    }
+  }
+
   int next() { return lx_.next_token(); }
 
   [[noreturn]] void fail(const std::string& message, int token = 0) {
@@ -135,9 +334,30 @@ class NetReader {
 
   // The node named by the last token, which must be declared already.
   Node& named_node() {
-    Node* node = domain_.find(lx_.text());
-    if (node == nullptr) fail(net_message("node `%s' not found", lx_.text().c_str()));
-    return *node;
+    const std::string& text = lx_.text();
+    if (!domain_.is_class()) {
+      Node* node = domain_.find(text);
+      if (node == nullptr) fail(net_message("node `%s' not found", text.c_str()));
+      return *node;
+    }
+    // In a class, `I.O` names the clone of output O of instance node I.
+    const std::size_t dot = text.find('.');
+    const std::string head = text.substr(0, dot);
+    Node* node = domain_.find(head);
+    if (node == nullptr)
+      fail(net_message("class `%s' has no node named `%s'", the_class().name().c_str(),
+                       head.c_str()));
+    if (dot == std::string::npos) return *node;
+    if (node->instance_data == nullptr)
+      fail(net_message("node `%s' is not an instance node in class `%s'", head.c_str(),
+                       the_class().name().c_str()));
+    const Class& of = *node->instance_data->of;
+    const std::string rest = text.substr(dot + 1);
+    Node* output = of.body().find(rest);
+    if (output == nullptr || !of.outputs.contains(output))
+      fail(net_message("node `%s' is not an output node in class `%s'", rest.c_str(),
+                       of.name().c_str()));
+    return *node->instance_data->clone_of(output);
   }
 
   // value: string
@@ -201,7 +421,7 @@ class NetReader {
   // node-block: kind-words name `{` node-attribute* `}`
   void read_node_block(k_category_t category, k_kind_t kind) {
     const int t = next();
-    if (!is_name(t)) fail("name expected", t);
+    if (!is_name(t) || (domain_.is_class() && t != TOKEN_NAME)) fail("name expected", t);
     const std::string name = lx_.text();
     if (domain_.find(name) != nullptr)
       fail(net_message("a node with name `%s' already exists", name.c_str()));
@@ -325,9 +545,14 @@ class NetReader {
       }
       if (!is_name(t))
         fail(in_parents ? "`)' or a node name expected" : "`|', `)', or a node name expected", t);
-      (in_parents ? p.parents : p.children).push_back(&named_node());
+      Node& n = named_node();
+      if (n.master != nullptr && (t == TOKEN_NAME || !in_parents))
+        fail(net_message("output clone `%s' found in potential specification", n.name().c_str()));
+      (in_parents ? p.parents : p.children).push_back(&n);
     }
     if (p.children.empty()) fail("empty child node list");
+    if (p.children.size() > 1 && domain_.is_class())
+      fail("undirected links are not allowed in classes");
     verify_potential_nodes(p);
     verify_links(p);
     add_links(p);
@@ -601,7 +826,32 @@ class NetReader {
   Lexer& lx_;
   Domain& domain_;
   std::unordered_set<Node*> has_potential_;
+  const ClassLoader* loader_ = nullptr;
+  std::optional<std::vector<std::string>> inputs_;
+  std::optional<std::vector<std::string>> outputs_;
+
+ public:
+  NetReader(Lexer& lexer, Domain& body, const ClassLoader* loader)
+      : lx_(lexer), domain_(body), loader_(loader) {}
 };
+
+// class-file: (`class` name `{` class-body)*
+void read_classes(Lexer& lx, ClassCollection& cc, const ClassLoader& loader) {
+  for (;;) {
+    int t = lx.next_token();
+    if (t == TOKEN_EOF) return;
+    if (t != TOKEN_NAME || lx.text() != "class") net_fail(lx, "expected `class' keyword", t);
+    t = lx.next_token();
+    if (t != TOKEN_NAME) net_fail(lx, "class name expected", t);
+    const std::string name = lx.text();
+    if (cc.find(name) != nullptr)
+      net_fail(lx, net_message("a class with name `%s' already exists", name.c_str()));
+    Class& cls = net_api(lx, [&]() -> Class& { return new_class(cc, name.c_str()); });
+    t = lx.next_token();
+    if (t != '{') net_fail(lx, "`{' expected", t);
+    NetReader(lx, cls.body(), &loader).read_class_body();
+  }
+}
 
 // The older network format starts with a header of a name, a label string
 // and three numbers.  Its first five tokens are read with the word reader on
@@ -644,6 +894,34 @@ Domain* read_net_domain(std::FILE* stream, const char* file_name, k_parse_error_
     NetReader(lx, *domain).read();
   });
   return domain.release();
+}
+
+namespace {
+
+// A failed parse removes every class it added (those the call-back added
+// too), newest first.
+void read_classes_or_undo(Lexer& lexer, ClassCollection& cc, const ClassLoader& loader) {
+  const std::size_t before = cc.members().size();
+  try {
+    run_parse(lexer, [&](Lexer& lx) { read_classes(lx, cc, loader); });
+  } catch (...) {
+    while (cc.members().size() > before) delete_class(*cc.members()[cc.members().size() - 1]);
+    throw;
+  }
+}
+
+}  // namespace
+
+void read_net_classes(std::FILE* stream, ClassCollection& cc, const ClassLoader& loader,
+                      k_parse_error_handler_t handler, void* data) {
+  Lexer lexer(stream, handler, data);
+  read_classes_or_undo(lexer, cc, loader);
+}
+
+void read_net_classes(const char* text, ClassCollection& cc, const ClassLoader& loader,
+                      k_parse_error_handler_t handler, void* data) {
+  Lexer lexer(text, handler, data);
+  read_classes_or_undo(lexer, cc, loader);
 }
 
 Domain* read_net_domain(const char* text, k_parse_error_handler_t handler, void* data) {

@@ -10,6 +10,7 @@
 
 namespace kelva {
 
+class ClassCollection;
 class Domain;
 class Lexer;
 class Node;
@@ -21,6 +22,20 @@ class Table;
 /// given, is kept with the domain.
 Domain* read_net_domain(std::FILE* stream, const char* file_name, k_parse_error_handler_t handler,
                         void* data);
+
+/// The class-loading call-back of a class file reader.
+struct ClassLoader {
+  k_insert_class_t insert = nullptr;
+  void* data = nullptr;
+};
+
+/// Reads the classes of a class file into `cc`.  On failure (Error, "parse"
+/// when the text broke the grammar) the collection is as it was.
+void read_net_classes(std::FILE* stream, ClassCollection& cc, const ClassLoader& loader,
+                      k_parse_error_handler_t handler, void* data);
+/// The same from text in memory (positions are characters consumed).
+void read_net_classes(const char* text, ClassCollection& cc, const ClassLoader& loader,
+                      k_parse_error_handler_t handler, void* data);
 
 /// Reads a domain from NET text in memory (messages carry the count of
 /// characters consumed).

@@ -3,8 +3,10 @@
 // domain (and that writes again byte for byte).
 #include "text/net_writer.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cstdio>
+#include <functional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -12,6 +14,7 @@
 #include "expr/expression.h"
 #include "expr/model.h"
 #include "network/attributes.h"
+#include "network/class.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -38,6 +41,37 @@ struct Indent {
   const char* model_open;  // before " = ( " of a model with several expressions
 };
 constexpr Indent kDomainIndent{"", "    ", "\t", "\n\t   "};
+constexpr Indent kClassIndent{"    ", "\t", "\t\t", "\n\t\t   "};
+
+// How a class names a node in potentials and bindings: an output clone as
+// `instance.output`, any other node by its name.
+std::string reference_name(const Node& node) {
+  if (node.master != nullptr) return node.clone_instance->name() + "." + node.master->name();
+  return node.name();
+}
+
+// Instance nodes in creation order, except that an instance comes after those
+// whose clones its bindings name (as far as that order exists), so that a
+// reader finds every clone it needs.
+std::vector<Node*> instance_order(const std::vector<Node*>& nodes) {
+  std::vector<Node*> pending, done;
+  for (Node* n : nodes)
+    if (n->instance_data != nullptr) pending.push_back(n);
+  auto ready = [&](const Node* n) {
+    for (const auto& b : n->instance_data->bindings)
+      if (b.actual->master != nullptr &&
+          std::find(done.begin(), done.end(), b.actual->clone_instance) == done.end())
+        return false;
+    return true;
+  };
+  while (!pending.empty()) {
+    auto it = std::find_if(pending.begin(), pending.end(), ready);
+    if (it == pending.end()) it = pending.begin();  // bindings in a circle
+    done.push_back(*it);
+    pending.erase(it);
+  }
+  return done;
+}
 
 // The words before a node's name, or null for a node that is not written.
 // The reader's defaults decide which kinds need saying: "node" alone is a
@@ -125,21 +159,30 @@ class NetWriter {
     const std::vector<Node*> nodes = nodes_in_creation_order(domain);
     for (Node* n : nodes) n->name_or_generate();
 
-    write("net\n{\n");
+    if (const Class* cls = domain.owner_class) {
+      write_all("class ", cls->name(), "\n{\n");
+      interface_line("inputs", cls->inputs);
+      interface_line("outputs", cls->outputs);
+    } else {
+      write("net\n{\n");
+    }
     attribute_line("node_size = (", std::to_string(domain.node_width), " ",
                    std::to_string(domain.node_height), ");\n");
     user_attributes(domain.attributes());
-    write("}\n");
+    if (!domain.is_class()) write("}\n");
     for (Node* n : nodes)
-      if (kind_words(*n) != nullptr) node_block(*n);
+      if (kind_words(*n) != nullptr && n->master == nullptr) node_block(*n);
+    for (Node* n : instance_order(nodes)) instance_block(*n);
     // Members of chain components get their values from the component's
     // potential only.
     std::unordered_set<const Node*> members;
     for (const auto& component : domain.chain_components)
       members.insert(component->members.begin(), component->members.end());
     for (Node* n : nodes)
-      if (kind_words(*n) != nullptr && !members.contains(n)) potential_block(*n);
+      if (kind_words(*n) != nullptr && n->master == nullptr && !members.contains(n))
+        potential_block(*n);
     for (const auto& component : domain.chain_components) chain_block(*component);
+    if (const Class* cls = domain.owner_class) write_all("} % class ", cls->name(), "\n");
   }
 
  private:
@@ -160,6 +203,32 @@ class NetWriter {
   void user_attributes(const AttributeList& list) {
     for (const Attribute* a : oldest_first(list))
       attribute_line(a->key, " = ", quote_net_string(a->value), ";\n");
+  }
+
+  void interface_line(const char* word, const NodeList& list) {
+    if (list.empty()) return;
+    std::string text = std::string(word) + " = (";
+    for (std::size_t i = 0; i < list.size(); ++i) {
+      if (i > 0) text += ' ';
+      text += list[i]->name();
+    }
+    attribute_line(text, ");\n");
+  }
+
+  void instance_block(Node& node) {
+    const InstanceData& data = *node.instance_data;
+    write_all("\n", indent_.outer, "instance ", node.name(), " : ", data.of->name(), " (");
+    for (std::size_t i = 0; i < data.bindings.size(); ++i)
+      write_all(i > 0 ? ", " : "", data.bindings[i].input->name(), " = ",
+                reference_name(*data.bindings[i].actual));
+    for (std::size_t i = 0; i < data.clones.size(); ++i)
+      write_all(i > 0 ? ", " : "; ", data.clones[i].output->name(), " = ",
+                data.clones[i].clone->name_or_generate());
+    write_all(")\n", indent_.outer, "{\n");
+    attribute_line("label = ", quote_net_string(node.label.value_or("")), ";\n");
+    attribute_line("position = (", std::to_string(node.x), " ", std::to_string(node.y), ");\n");
+    user_attributes(node.attributes());
+    write_all(indent_.outer, "}\n");
   }
 
   void node_block(Node& node) {
@@ -198,7 +267,7 @@ class NetWriter {
     }
     if (!parents.empty()) {
       write(" |");
-      for (const Node* p : parents) write_all(" ", p->name());
+      for (const Node* p : parents) write_all(" ", reference_name(*p));
     }
     write(")");
   }
@@ -269,7 +338,8 @@ class NetWriter {
         if (p->is_continuous()) table_text.cg_parents.push_back(p);
     }
     // More than one node or a continuous part: "data" stands alone.
-    if (table_text.order.size() > 1 || table_text.cg_child != nullptr) {
+    if (indent_.outer[0] == '\0' &&
+        (table_text.order.size() > 1 || table_text.cg_child != nullptr)) {
       attribute_line("data\n");
       attribute_line(" = ");
     } else {
@@ -319,7 +389,27 @@ class NetWriter {
 void write_net_domain(const Domain& domain, TextSink& sink) {
   platform::CLocaleGuard locale;
   if (!locale.ok()) throw Error(K_ERROR_LOCALE);
-  NetWriter(sink, kDomainIndent, domain.net_digits).domain(domain);
+  NetWriter(sink, domain.is_class() ? kClassIndent : kDomainIndent, domain.net_digits)
+      .domain(domain);
+}
+
+void write_net_classes(const ClassCollection& collection, TextSink& sink) {
+  platform::CLocaleGuard locale;
+  if (!locale.ok()) throw Error(K_ERROR_LOCALE);
+  // Oldest first, except that a class comes after the classes it
+  // instantiates, so that a reader meets every class before its instances.
+  std::vector<const Class*> order;
+  std::function<void(const Class&)> visit = [&](const Class& cls) {
+    if (std::find(order.begin(), order.end(), &cls) != order.end()) return;
+    for (Node* n : nodes_in_creation_order(cls.body()))
+      if (n->instance_data != nullptr) visit(*n->instance_data->of);
+    order.push_back(&cls);
+  };
+  for (const Class* cls : collection.members()) visit(*cls);
+  for (std::size_t i = 0; i < order.size(); ++i) {
+    if (i > 0) sink.write("\n");
+    NetWriter(sink, kClassIndent, order[i]->body().net_digits).domain(order[i]->body());
+  }
 }
 
 }  // namespace kelva

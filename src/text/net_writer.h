@@ -6,6 +6,7 @@
 
 namespace kelva {
 
+class ClassCollection;
 class Domain;
 class Node;
 class Table;
@@ -32,6 +33,9 @@ class TextSink {
 /// Writes `domain` as NET text with the exact layout of the writer, under the
 /// "C" locale.  Throws Error (io, no_memory, locale).
 void write_net_domain(const Domain& domain, TextSink& sink);
+
+/// Writes every class of `collection`, oldest first, in the class layout.
+void write_net_classes(const ClassCollection& collection, TextSink& sink);
 
 /// The nodes of `domain` in the order the writer and reader agree on: the
 /// order of creation (the reverse of the node chain, which runs newest first).

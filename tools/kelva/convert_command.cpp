@@ -1,6 +1,7 @@
 // `kelva convert`: read a network, write it as a NET file (numbers in the
 // usual short formats, or with --digits N significant digits).
 
+#include "class_source.h"
 #include "cli_error.h"
 #include "commands.h"
 #include "network_source.h"
@@ -9,6 +10,14 @@
 namespace kelva::cli {
 
 void run_convert(const Options& options) {
+  // A class file without --class is written back as a class file.
+  if (!options.source.file.empty() && options.source.class_name.empty() &&
+      holds_classes(options.source.file)) {
+    ClassCollectionHandle cc = read_classes(options.source.file);
+    checked_file(k_cc_save_as_net(cc.get(), options.output.c_str()), options.output,
+                 FileUse::write);
+    return;
+  }
   DomainHandle domain = open_network(options.source, Progress(options.quiet));
   if (options.digits != 0) checked(k_domain_set_net_digits(domain.get(), options.digits));
   checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output,

@@ -36,6 +36,12 @@ constexpr OptionHelp kOptionHelp[] = {
      "messages are printed as \"FILE:LINE: MESSAGE\"",
      kFromNetwork | bit(Command::bench)},
     {"--example NAME", "use a network bundled with kelva (see kelva --help)", kFromNetwork},
+    {"--class NAME",
+     "for a NET file of classes: unfold class NAME into the\n"
+     "network to use (default: the file's last class); convert\n"
+     "without it writes the classes back",
+     bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::bench) |
+         bit(Command::convert)},
     {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
     {"-o OUT.net", "where convert, learn and adapt write the network,\nsample the data file",
@@ -184,7 +190,8 @@ entries; the links come last.
     {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--digits N] [--quiet]",
      "read a network and write it as a NET file",
      "Output of convert: the NET file OUT.net; nothing is printed.\n",
-     "kelva convert --example asia -o asia.net --digits 17"},
+     "kelva convert --example asia -o asia.net --digits 17\n"
+     "  kelva convert classes.net --class Top -o flat.net"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "
      "[--quiet]",

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "class_source.h"
 #include "cli_error.h"
 #include "example_network.h"
 
@@ -26,6 +27,10 @@ bool all_zero(k_table_t table) {
 }  // namespace
 
 DomainHandle open_network(const NetworkSource& source, const Progress& progress) {
+  if (!source.file.empty() && (!source.class_name.empty() || holds_classes(source.file))) {
+    progress.note("reading the classes of %s", source.file.c_str());
+    return unfold_class(source.file, source.class_name);
+  }
   if (!source.file.empty()) {
     progress.note("reading %s", source.file.c_str());
     take_reader_messages();

@@ -154,6 +154,12 @@ Options parse_options(std::span<const char* const> args) {
     }
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
+    } else if (auto value = option_value(args, i, "--class")) {
+      only_for(
+          options,
+          {Command::nodes, Command::beliefs, Command::compile, Command::bench, Command::convert},
+          "--class");
+      options.source.class_name = *value;
     } else if (auto value = option_value(args, i, "--format")) {
       if (options.command != Command::nodes && options.command != Command::compile)
         only_for(options, Command::beliefs, "--format");

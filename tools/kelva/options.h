@@ -38,6 +38,8 @@ struct NetworkSource {
   std::string example;
   /// A NET file to read (empty when an example is named).
   std::string file;
+  /// --class NAME: the class of a class file to unfold (empty: the last).
+  std::string class_name;
 };
 
 /// The parsed command line.
