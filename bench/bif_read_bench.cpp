@@ -40,8 +40,8 @@ std::size_t write_file(const std::string& path, std::size_t bytes) {
     const std::size_t v = states.size();
     const std::size_t n = 3 + random() % 2;
     states.push_back(n);
-    text += "variable v" + std::to_string(v) + " {\n  type discrete [ " + std::to_string(n) +
-            " ] { ";
+    text +=
+        "variable v" + std::to_string(v) + " {\n  type discrete [ " + std::to_string(n) + " ] { ";
     for (std::size_t s = 0; s < n; ++s) text += (s ? ", state" : "state") + std::to_string(s);
     text += " };\n}\n";
     std::vector<std::size_t> parents;

@@ -3,7 +3,6 @@
 #include "foreign_fuzz.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  fuzz_foreign(data, size, kelva::read_bif_domain, kelva::read_bif_domain,
-               kelva::write_bif_domain);
+  fuzz_foreign(data, size, kelva::read_bif_domain, kelva::read_bif_domain, kelva::write_bif_domain);
   return 0;
 }

@@ -49,8 +49,7 @@ k_status_t save_file(k_domain_t domain, const char* file_name, Write write) {
 
 extern "C" {
 
-k_domain_t k_bif_parse_domain(const char* file_name, k_parse_error_handler_t handler,
-                              void* data) {
+k_domain_t k_bif_parse_domain(const char* file_name, k_parse_error_handler_t handler, void* data) {
   return parse_file(file_name, handler, data, &kelva::read_bif_domain);
 }
 
@@ -59,8 +58,7 @@ k_domain_t k_xmlbif_parse_domain(const char* file_name, k_parse_error_handler_t 
   return parse_file(file_name, handler, data, &kelva::read_xmlbif_domain);
 }
 
-k_domain_t k_uai_parse_domain(const char* file_name, k_parse_error_handler_t handler,
-                              void* data) {
+k_domain_t k_uai_parse_domain(const char* file_name, k_parse_error_handler_t handler, void* data) {
   return parse_file(file_name, handler, data, &kelva::read_uai_domain);
 }
 

@@ -17,8 +17,16 @@ namespace {
 
 bool is_punctuation(char c) noexcept {
   switch (c) {
-    case '{': case '}': case '(': case ')': case '[': case ']':
-    case ';': case ',': case '|': case '"':
+    case '{':
+    case '}':
+    case '(':
+    case ')':
+    case '[':
+    case ']':
+    case ';':
+    case ',':
+    case '|':
+    case '"':
       return true;
     default:
       return false;
@@ -43,8 +51,9 @@ class BifReader {
       if (w == "network") read_network();
       else if (w == "variable") read_variable(line);
       else if (w == "probability") read_probability(line);
-      else fail(foreign_message("`network', `variable' or `probability' expected, not `%s'",
-                                std::string(w).c_str()));
+      else
+        fail(foreign_message("`network', `variable' or `probability' expected, not `%s'",
+                             std::string(w).c_str()));
     }
   }
 

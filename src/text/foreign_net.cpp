@@ -104,9 +104,9 @@ void check_table(const ForeignNet& net, const ForeignTable& t, const ForeignErro
     expected = more ? cap : expected * n;
   }
   if (t.values.size() != expected)
-    errors.fail(t.line, foreign_message("the table of `%s' has %zu values, not the %s it needs",
-                                        name, t.values.size(),
-                                        more ? "more" : std::to_string(expected).c_str()));
+    errors.fail(t.line,
+                foreign_message("the table of `%s' has %zu values, not the %s it needs", name,
+                                t.values.size(), more ? "more" : std::to_string(expected).c_str()));
   const std::size_t width = child.states.size();
   for (std::size_t row = 0; row * width < t.values.size(); ++row) {
     const std::uint64_t line = row < t.row_lines.size() ? t.row_lines[row] : t.line;
@@ -134,15 +134,15 @@ Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
   std::vector<const ForeignTable*> table_of(net.variables.size(), nullptr);
   for (const ForeignTable& t : net.tables) {
     if (table_of[t.child] != nullptr)
-      errors.fail(t.line, foreign_message("a second table for `%s'",
-                                          net.variables[t.child].name.c_str()));
+      errors.fail(t.line,
+                  foreign_message("a second table for `%s'", net.variables[t.child].name.c_str()));
     table_of[t.child] = &t;
     check_table(net, t, errors);
   }
   for (std::size_t i = 0; i < net.variables.size(); ++i)
     if (table_of[i] == nullptr)
-      errors.fail(net.variables[i].line, foreign_message("no table for variable `%s'",
-                                                         net.variables[i].name.c_str()));
+      errors.fail(net.variables[i].line,
+                  foreign_message("no table for variable `%s'", net.variables[i].name.c_str()));
 
   auto domain = std::make_unique<Domain>();
   if (file_name != nullptr) domain->file_name = file_name;
@@ -178,9 +178,8 @@ Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
     for (std::size_t p : t.parents) order.push_back(nodes[p]);
     order.push_back(&child);
     double* data = table.data();
-    for_each_configuration(table, order, [&](std::uint64_t i, std::uint64_t at) {
-      data[at] = t.values[i];
-    });
+    for_each_configuration(table, order,
+                           [&](std::uint64_t i, std::uint64_t at) { data[at] = t.values[i]; });
   }
   return domain.release();
 }

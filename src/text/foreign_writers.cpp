@@ -11,8 +11,8 @@ namespace {
 // A name or state as a BIF word: bare when the reader takes it back as one
 // word, else quoted.
 std::string bif_word(const std::string& text) {
-  bool bare = !text.empty() && text.find("//") == std::string::npos &&
-              text.find("/*") == std::string::npos;
+  bool bare =
+      !text.empty() && text.find("//") == std::string::npos && text.find("/*") == std::string::npos;
   for (const char c : text)
     if (std::string_view(" \t\r\n\f\v{}()[];,|\"").find(c) != std::string_view::npos) bare = false;
   if (bare) return text;
@@ -35,12 +35,23 @@ std::string xml_text(const std::string& text) {
   std::string out;
   for (const char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&apos;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&apos;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -91,7 +102,8 @@ std::string write_bif_domain(const Domain& domain) {
 // GIVEN elements in parent order; the first varies slowest in the TABLE.
 std::string write_xmlbif_domain(const Domain& domain) {
   const ForeignNet net = describe_domain(domain);
-  std::string out = "<?xml version=\"1.0\"?>\n<BIF VERSION=\"0.3\">\n<NETWORK>\n<NAME>unknown</NAME>\n";
+  std::string out =
+      "<?xml version=\"1.0\"?>\n<BIF VERSION=\"0.3\">\n<NETWORK>\n<NAME>unknown</NAME>\n";
   for (const ForeignVariable& v : net.variables) {
     out += "<VARIABLE TYPE=\"nature\">\n\t<NAME>" + xml_text(v.name) + "</NAME>\n";
     for (const std::string& s : v.states) out += "\t<OUTCOME>" + xml_text(s) + "</OUTCOME>\n";

@@ -52,8 +52,8 @@ class UaiReader {
       if (size == 0) fail("an empty scope");
       for (std::uint64_t k = 0; k < size; ++k) {
         const std::uint64_t v = integer("a variable index");
-        if (v >= count) fail(foreign_message("variable %llu does not exist",
-                                             static_cast<unsigned long long>(v)));
+        if (v >= count)
+          fail(foreign_message("variable %llu does not exist", static_cast<unsigned long long>(v)));
         t.parents.push_back(v);
       }
       t.child = t.parents.back();
@@ -108,8 +108,9 @@ class UaiReader {
       }
     }
     if (!conditional)
-      errors_.fail(1, "this Markov network's factors are not the conditional tables of a "
-                      "Bayesian network, so it cannot be read");
+      errors_.fail(1,
+                   "this Markov network's factors are not the conditional tables of a "
+                   "Bayesian network, so it cannot be read");
   }
 
   ForeignScanner sc_;

@@ -33,9 +33,8 @@ bool is_name_char(char c) noexcept {
 }
 
 bool is_blank_text(const std::string& text) noexcept {
-  return std::all_of(text.begin(), text.end(), [](char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-  });
+  return std::all_of(text.begin(), text.end(),
+                     [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; });
 }
 
 class XmlTokenizer {
@@ -102,7 +101,8 @@ class XmlTokenizer {
       expect('=');
       blanks();
       const char quote = sc_.peek();
-      if (sc_.at_end() || (quote != '"' && quote != '\'')) fail("a quoted attribute value expected");
+      if (sc_.at_end() || (quote != '"' && quote != '\''))
+        fail("a quoted attribute value expected");
       sc_.advance();
       std::string value;
       read_text(value, quote);
@@ -250,8 +250,8 @@ class XmlbifReader {
     if (ev.kind == XmlEvent::start) return false;
     if (ev.kind == XmlEvent::end && ev.name == open.name) return true;
     if (ev.kind == XmlEvent::end)
-      xml_.fail(foreign_message("`</%s>' expected, not `</%s>'", open.name.c_str(),
-                                ev.name.c_str()));
+      xml_.fail(
+          foreign_message("`</%s>' expected, not `</%s>'", open.name.c_str(), ev.name.c_str()));
     xml_.fail(foreign_message("`</%s>' expected", open.name.c_str()));
   }
 

@@ -45,7 +45,8 @@ std::vector<std::pair<std::string, std::vector<double>>> beliefs(k_domain_t d,
   std::vector<std::pair<std::string, std::vector<double>>> all;
   for (k_node_t n : test::domain_nodes(d)) {
     std::vector<double> b;
-    for (k_size_t s = 0; s < k_node_get_number_of_states(n); ++s) b.push_back(k_node_get_belief(n, s));
+    for (k_size_t s = 0; s < k_node_get_number_of_states(n); ++s)
+      b.push_back(k_node_get_belief(n, s));
     all.emplace_back(k_node_get_name(n), b);
   }
   std::sort(all.begin(), all.end());
@@ -55,7 +56,8 @@ std::vector<std::pair<std::string, std::vector<double>>> beliefs(k_domain_t d,
 void expect_near(const std::vector<double>& a, const std::vector<double>& b, double tolerance,
                  const std::string& what) {
   ASSERT_EQ(a.size(), b.size()) << what;
-  for (std::size_t i = 0; i < a.size(); ++i) EXPECT_NEAR(a[i], b[i], tolerance) << what << " state " << i;
+  for (std::size_t i = 0; i < a.size(); ++i)
+    EXPECT_NEAR(a[i], b[i], tolerance) << what << " state " << i;
 }
 
 TEST(ForeignFiles, EveryFileGivesTheBeliefsOfItsNetVersionAndSurvivesATripThroughNet) {
@@ -72,7 +74,8 @@ TEST(ForeignFiles, EveryFileGivesTheBeliefsOfItsNetVersionAndSurvivesATripThroug
     DomainHandle foreign(read_by_extension(file, &messages));
     ASSERT_TRUE(foreign) << messages;
     EXPECT_EQ(messages, "");
-    DomainHandle net(test::parse_net_quietly(folder.parent_path() / (file.stem().string() + ".net")));
+    DomainHandle net(
+        test::parse_net_quietly(folder.parent_path() / (file.stem().string() + ".net")));
     ASSERT_TRUE(net);
     const bool uai = file.extension() == ".uai";
     // The published XMLBIF files list GIVEN elements in an order unrelated
@@ -80,13 +83,13 @@ TEST(ForeignFiles, EveryFileGivesTheBeliefsOfItsNetVersionAndSurvivesATripThroug
     // beliefs; they are read and written back only.
     const bool xmlbif = file.extension() == ".xmlbif";
     // UAI files name no variables: their beliefs are compared as sorted lists.
-    const fs::path evidence = uai ? fs::path() : test::shared_dir() / "reference" / (file.stem().string() + ".e5.case");
+    const fs::path evidence =
+        uai ? fs::path() : test::shared_dir() / "reference" / (file.stem().string() + ".e5.case");
     // The published BIF files of these networks round some tables to other
     // digits than their NET versions do (pathfinder's F8, munin's
     // R_MEDD2_AMPR_EW, ...), which moves beliefs by up to 1e-6 under evidence.
     const std::string stem = file.stem().string();
-    const double tolerance =
-        stem.starts_with("munin") || stem == "pathfinder" ? 1e-6 : 1e-12;
+    const double tolerance = stem.starts_with("munin") || stem == "pathfinder" ? 1e-6 : 1e-12;
     for (const fs::path& e : {fs::path(), evidence}) {
       if (xmlbif) break;
       // child's reference case names a state its network lacks.
@@ -131,7 +134,8 @@ std::string bif(const std::string& b_rows, const std::string& b_parents = " | a"
   return "variable a { type discrete [ 2 ] { x, y }; }\n"
          "variable b { type discrete [ 2 ] { x, y }; }\n"
          "probability ( a ) { table 0.5, 0.5; }\n"
-         "probability ( b" + b_parents + " ) {\n" + b_rows + "}\n";
+         "probability ( b" +
+         b_parents + " ) {\n" + b_rows + "}\n";
 }
 
 TEST(ForeignFiles, AMalformedFileGetsOneMessageWithItsLine) {
@@ -150,29 +154,37 @@ TEST(ForeignFiles, AMalformedFileGetsOneMessageWithItsLine) {
       {read_bif_domain, truncated, "6:a number or `;' expected, found the end of the file"},
       {read_bif_domain, bif("  (x) 0.5, 0.5;\n"), "4:the table of `b' lacks a row"},
       {read_bif_domain, bif("  (x) 0.5, 0.5;\n  (y) 0.5;\n"), "6:a row of `b' has 1 values, not 2"},
-      {read_bif_domain, bif("  table 0.5, 0.5, 0.5;\n"), "4:the table of `b' has 3 values, not the 4 it needs"},
+      {read_bif_domain, bif("  table 0.5, 0.5, 0.5;\n"),
+       "4:the table of `b' has 3 values, not the 4 it needs"},
       {read_bif_domain, bif("  (x) 0.5, 0.5;\n  (z) 0.5, 0.5;\n"), "6:`z' is not a state of `a'"},
       {read_bif_domain, bif("  table 1, 0;\n", " | c"), "4:unknown variable `c'"},
-      {read_bif_domain, bif("  (x) 0.5, 0.5;\n  (y) -0.5, 1.5;\n"), "6:the table of `b' holds -0.5, not a probability"},
-      {read_bif_domain, bif("  (x) 0.5, 0.5;\n  (y) 0.5, 0.6;\n"), "6:a row of the table of `b' sums to 1.1, not 1"},
-      {read_bif_domain, bif("  table 1, 0;\n", "") + "probability ( a | b ) { table 1, 0, 0, 1; }\n",
+      {read_bif_domain, bif("  (x) 0.5, 0.5;\n  (y) -0.5, 1.5;\n"),
+       "6:the table of `b' holds -0.5, not a probability"},
+      {read_bif_domain, bif("  (x) 0.5, 0.5;\n  (y) 0.5, 0.6;\n"),
+       "6:a row of the table of `b' sums to 1.1, not 1"},
+      {read_bif_domain,
+       bif("  table 1, 0;\n", "") + "probability ( a | b ) { table 1, 0, 0, 1; }\n",
        "7:a second table for `a'"},
       {read_bif_domain,
-       "variable a { type discrete [ 2 ] { x, y }; }\nvariable b { type discrete [ 2 ] { x, y }; }\n"
+       "variable a { type discrete [ 2 ] { x, y }; }\nvariable b { type discrete [ 2 ] { x, y }; "
+       "}\n"
        "probability ( a | b ) { table 1, 0, 0, 1; }\nprobability ( b | a ) { table 1, 0, 0, 1; }\n",
        "4:the link a -> b closes a directed cycle"},
       {read_bif_domain, "variable a { type discrete [ 3 ] { x, y }; }\n",
        "1:variable `a' has 2 states, not the 3 it declares"},
       {read_bif_domain, "variable a { type discrete [ 2 ] { x, y }; }\n/* no end",
        "2:a comment that does not end"},
-      {read_xmlbif_domain, xml_head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>\n</NETWORK>",
+      {read_xmlbif_domain,
+       xml_head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>\n</NETWORK>",
        "4:`</BIF>' expected"},
       {read_xmlbif_domain, xml_head + "<DEFINITION><FOR>a</FOR><GIVEN>c</GIVEN>",
        "3:unknown variable `c'"},
       {read_xmlbif_domain, xml_head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 x</TABLE></DEFINITION>",
        "3:a number expected in `<TABLE>'"},
-      {read_xmlbif_domain, xml_head + "<DEFINITION><FOR>a</FOR><TABLE>0.5</TABLE></DEFINITION>\n"
-       "</NETWORK></BIF>", "3:the table of `a' has 1 values, not the 2 it needs"},
+      {read_xmlbif_domain,
+       xml_head + "<DEFINITION><FOR>a</FOR><TABLE>0.5</TABLE></DEFINITION>\n"
+                  "</NETWORK></BIF>",
+       "3:the table of `a' has 1 values, not the 2 it needs"},
       {read_xmlbif_domain, xml_head + "</VARIABLE>", "3:`</NETWORK>' expected, not `</VARIABLE>'"},
       {read_uai_domain, "MARKOV\n2\n2 2\n1\n2 0 1\n4\n 1 2 3 4\n",
        "1:this Markov network's factors are not the conditional tables of a Bayesian network, so "
