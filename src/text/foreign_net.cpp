@@ -186,6 +186,12 @@ Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
 
 std::string read_whole_file(std::FILE* file) {
   std::string text;
+  // The whole size at once when the file can tell it (not a pipe).
+  if (std::fseek(file, 0, SEEK_END) == 0) {
+    const long size = std::ftell(file);
+    if (size > 0) text.reserve(static_cast<std::size_t>(size));
+    std::rewind(file);
+  }
   char buffer[1 << 16];
   for (;;) {
     const std::size_t n = std::fread(buffer, 1, sizeof buffer, file);
