@@ -593,6 +593,43 @@ KELVA_API int k_domain_get_net_digits(k_domain_t domain);
 KELVA_API const char *k_domain_get_file_name(k_domain_t domain);
 
 /* ------------------------------------------------------------------------ */
+/* Other tools' network files                                                */
+/* ------------------------------------------------------------------------ */
+
+/** Reads a domain of discrete chance nodes from the BIF file `file_name`
+ *  (UTF-8), in declaration order, parents in the order written.  Tables are
+ *  checked: each variable has one, with as many values as it needs, none
+ *  negative, each row summing to 1 (within 1e-4; the values are kept as
+ *  written); no cycle.  A fault gives one message with its line to
+ *  `handler` (may be null) and null with "parse"; "io" when the file cannot
+ *  be read. */
+KELVA_API k_domain_t k_bif_parse_domain(const char *file_name, k_parse_error_handler_t handler,
+                                        void *data);
+/** Reads a domain from the XMLBIF file `file_name` as k_bif_parse_domain
+ *  reads BIF.  In a table the FOR variable varies fastest and the GIVEN
+ *  variables ever more slowly in the order written; the node's parents are
+ *  the GIVEN variables last first.  Variables of TYPE other than "nature"
+ *  are refused. */
+KELVA_API k_domain_t k_xmlbif_parse_domain(const char *file_name, k_parse_error_handler_t handler,
+                                           void *data);
+/** Reads a domain from the UAI file `file_name`: nodes X0, X1, ... with
+ *  states s0, s1, ...; the last variable of each scope is the child.  A
+ *  MARKOV file is read only when its factors are the conditional tables of a
+ *  Bayesian network (one per variable, each normalised over its last
+ *  variable); otherwise "parse" with a message saying so. */
+KELVA_API k_domain_t k_uai_parse_domain(const char *file_name, k_parse_error_handler_t handler,
+                                        void *data);
+/** Writes the domain as BIF to `file_name`, numbers in their shortest exact
+ *  form.  "usage" for a domain with nodes other than discrete chance nodes
+ *  or with chain-graph components (no file is made); "io" when the file
+ *  cannot be written. */
+KELVA_API k_status_t k_domain_save_as_bif(k_domain_t domain, const char *file_name);
+/** Writes the domain as XMLBIF to `file_name`, as k_domain_save_as_bif
+ *  writes BIF (GIVEN elements last parent first, so that k_xmlbif_parse_domain
+ *  reads the same parents back). */
+KELVA_API k_status_t k_domain_save_as_xmlbif(k_domain_t domain, const char *file_name);
+
+/* ------------------------------------------------------------------------ */
 /* Expressions                                                               */
 /* ------------------------------------------------------------------------ */
 

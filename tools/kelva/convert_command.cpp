@@ -1,9 +1,11 @@
-// `kelva convert`: read a network, write it as a NET file (numbers in the
-// usual short formats, or with --digits N significant digits).
+// `kelva convert`: read a network, write it in the format the output's
+// extension names (NET numbers in the usual short formats, or with --digits
+// N significant digits; BIF and XMLBIF numbers exact).
 
 #include "class_source.h"
 #include "cli_error.h"
 #include "commands.h"
+#include "network_formats.h"
 #include "network_source.h"
 #include "progress.h"
 
@@ -20,8 +22,10 @@ void run_convert(const Options& options) {
   }
   DomainHandle domain = open_network(options.source, Progress(options.quiet));
   if (options.digits != 0) checked(k_domain_set_net_digits(domain.get(), options.digits));
-  checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output,
-               FileUse::write);
+  const NetworkFormat& format = network_format(options.output);
+  if (format.save == nullptr)
+    throw UsageError(std::string("cannot write ") + format.name + " files: " + options.output);
+  checked_file(format.save(domain.get(), options.output.c_str()), options.output, FileUse::write);
 }
 
 }  // namespace kelva::cli

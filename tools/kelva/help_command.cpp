@@ -188,8 +188,10 @@ entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
     {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--digits N] [--quiet]",
-     "read a network and write it as a NET file",
-     "Output of convert: the NET file OUT.net; nothing is printed.\n",
+     "read a network or class collection and write it in the format of OUT's extension",
+     "Output of convert: the file OUT in the format its extension names: .bif (BIF),\n"
+     ".xmlbif or .xml (XMLBIF), NET otherwise; nothing is printed.  Any command\n"
+     "reads FILE.bif, FILE.xmlbif, FILE.xml and FILE.uai as well as NET files.\n",
      "kelva convert --example asia -o asia.net --digits 17\n"
      "  kelva convert classes.net --class Top -o flat.net"},
     {Command::beliefs, "beliefs",

@@ -6,6 +6,7 @@
 #include "class_source.h"
 #include "cli_error.h"
 #include "example_network.h"
+#include "network_formats.h"
 
 namespace kelva::cli {
 
@@ -34,8 +35,9 @@ DomainHandle open_network(const NetworkSource& source, const Progress& progress)
   if (!source.file.empty()) {
     progress.note("reading %s", source.file.c_str());
     take_reader_messages();
-    DomainHandle domain(k_net_parse_domain(source.file.c_str(), print_parse_error,
-                                           const_cast<char*>(source.file.c_str())));
+    DomainHandle domain(
+        network_format(source.file)
+            .parse(source.file.c_str(), print_parse_error, const_cast<char*>(source.file.c_str())));
     if (!domain) throw file_error(source.file, FileUse::read);
     return domain;
   }
