@@ -31,7 +31,7 @@ TEST(TotalWeight, RandomGraphsMatchTheBestEliminationOrder) {
     std::string text;
     std::vector<std::string> names;
     for (int i = 0; i < n; ++i) {
-      names.push_back("v" + std::to_string(i));
+      names.push_back(std::string(1, static_cast<char>('a' + i)));
       text += discrete_nodes({names.back()}, 2 + static_cast<int>(random() % 4));
     }
     std::vector<std::pair<std::string, std::string>> links;
@@ -120,7 +120,7 @@ TEST(TotalWeight, SearchBeatsItsStartAndChecksItsSettings) {
   EXPECT_DOUBLE_EQ(weight_of(d), 63.0);
   // Creating a node forgets the initial triangulation.
   ASSERT_EQ(k_domain_uncompile(d), 0);
-  ASSERT_NE(k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE), nullptr);
+  ASSERT_NE(k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL), nullptr);
   EXPECT_NE(k_domain_triangulate(d, K_TM_TOTAL_WEIGHT), 0);
   ASSERT_EQ(k_domain_set_max_number_of_separators(d, 0), 0);
   EXPECT_EQ(k_domain_triangulate_default(d), 0);
