@@ -37,8 +37,8 @@ int main(int argc, char** argv) {
   }
   std::printf("| network | best greedy | total weight | search s |\n|---|---:|---:|---:|\n");
   for (const std::string& file : files) {
-    k_domain_t domain =
-        k_net_parse_domain(file.c_str(), [](uint64_t, const char*, void*) {}, nullptr);
+    k_domain_t domain = k_net_parse_domain(
+        file.c_str(), [](uint64_t, const char*, void*) {}, nullptr);
     if (!domain || k_domain_triangulate(domain, K_TM_BEST_GREEDY) != 0) {
       std::printf("| %s | %s |||\n", file.c_str(), k_error_name(k_error_code()));
       if (domain) k_domain_delete(domain);
@@ -51,8 +51,8 @@ int main(int argc, char** argv) {
     const double seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     if (status != 0)
-      std::printf("| %s | %.0f | %s | %.2f |\n", file.c_str(), greedy,
-                  k_error_name(k_error_code()), seconds);
+      std::printf("| %s | %.0f | %s | %.2f |\n", file.c_str(), greedy, k_error_name(k_error_code()),
+                  seconds);
     else
       std::printf("| %s | %.0f | %.0f | %.2f |\n", file.c_str(), greedy, total_weight(domain),
                   seconds);

@@ -11,8 +11,8 @@ using kelva::capi::guard_status;
 k_status_t k_domain_set_initial_triangulation(k_domain_t domain, k_node_t* order) {
   return guard_status([&] {
     kelva::Domain& d = get(domain);
-    kelva::set_initial_triangulation(d, order != nullptr ? kelva::capi::node_list(order)
-                                                         : std::vector<kelva::Node*>{});
+    kelva::set_initial_triangulation(
+        d, order != nullptr ? kelva::capi::node_list(order) : std::vector<kelva::Node*>{});
   });
 }
 
@@ -37,8 +37,8 @@ k_status_t k_domain_set_triangulation_parameters(k_domain_t domain, k_node_t* in
                                                  int64_t max_separator_size) {
   return guard_status([&] {
     kelva::Domain& d = get(domain);
-    kelva::set_initial_triangulation(d, initial != nullptr ? kelva::capi::node_list(initial)
-                                                           : std::vector<kelva::Node*>{});
+    kelva::set_initial_triangulation(
+        d, initial != nullptr ? kelva::capi::node_list(initial) : std::vector<kelva::Node*>{});
     d.max_separators = max_separators;
     d.max_separator_size = max_separator_size;
   });

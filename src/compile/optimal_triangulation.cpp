@@ -69,7 +69,8 @@ void for_each(const Words& s, F f) {
 
 Index first(const Words& s) noexcept {
   for (std::size_t i = 0; i < s.size(); ++i)
-    if (s[i] != 0) return static_cast<Index>(i * 64 + static_cast<std::size_t>(std::countr_zero(s[i])));
+    if (s[i] != 0)
+      return static_cast<Index>(i * 64 + static_cast<std::size_t>(std::countr_zero(s[i])));
   return 0;
 }
 
@@ -117,7 +118,8 @@ class Search {
           std::uint64_t next = row[i] & open[i];
           open[i] &= ~next;
           for (; next != 0; next &= next - 1)
-            stack.push_back(static_cast<Index>(i * 64 + static_cast<std::size_t>(std::countr_zero(next))));
+            stack.push_back(
+                static_cast<Index>(i * 64 + static_cast<std::size_t>(std::countr_zero(next))));
         }
       }
       out.push_back(std::move(component));

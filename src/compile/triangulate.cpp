@@ -172,8 +172,7 @@ EliminationResult result_from_cliques(const EliminationInput& input,
       }
   IndexList rank(input.size());
   for (Index i = 0; i < rank.size(); ++i) rank[i] = i;
-  result.order =
-      chordal_elimination_order(adjacency, std::vector<bool>(input.size(), true), rank);
+  result.order = chordal_elimination_order(adjacency, std::vector<bool>(input.size(), true), rank);
   result.cost = cliques_cost(input.nodes, cliques);
   result.cliques = std::move(cliques);
   return result;
@@ -195,7 +194,8 @@ EliminationResult total_weight(const EliminationInput& input, const TotalWeightS
     }
     weights.push_back(state_weight(node));
   }
-  const OptimalSearchResult found = optimal_triangulation(input.adjacency, weights, settings.limits);
+  const OptimalSearchResult found =
+      optimal_triangulation(input.adjacency, weights, settings.limits);
   if (found.limit_exceeded) {
     log.write("The search passed its bounds: the initial triangulation is kept\n");
     return initial;
@@ -312,8 +312,8 @@ double node_set_weight(const std::vector<Node*>& nodes) noexcept {
   return product;
 }
 
-Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
-                          CompileLog& log, const TotalWeightSettings* settings) {
+Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method, CompileLog& log,
+                          const TotalWeightSettings* settings) {
   require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY);
   require(method != K_TM_TOTAL_WEIGHT || settings != nullptr);
   const std::size_t n = graph.size();

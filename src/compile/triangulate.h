@@ -32,8 +32,8 @@ struct TotalWeightSettings {
 /// the elimination order is a perfect elimination ordering of it with the
 /// continuous vertices first; the links are every link of it once.  Throws
 /// Error (no_memory, io); Error(usage) for another method.
-Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
-                          CompileLog& log, const TotalWeightSettings* settings = nullptr);
+Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method, CompileLog& log,
+                          const TotalWeightSettings* settings = nullptr);
 
 /// Triangulates `graph` by eliminating its vertices in `order` (already
 /// validated: every vertex once, continuous ones first; first eliminated

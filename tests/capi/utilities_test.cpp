@@ -19,7 +19,7 @@ TEST(Utilities, EscapesInfinityAndClock) {
       {R"(a\"b\\c\'\?)", "a\"b\\c'?"},
       {R"(\t\n\r\a\b\f\v)", "\t\n\r\a\b\f\v"},
       {R"(\x41\x4A-\x141\xg)", "AJ-A\\xg"},  // hex runs to the last digit, low 8 bits
-      {R"(\101\0619\7)", "A19\7"},        // at most three octal digits
+      {R"(\101\0619\7)", "A19\7"},           // at most three octal digits
       {"line\\\njoined", "linejoined"},
       {R"(\q and a trailing \)", "\\q and a trailing \\"},
       {R"(cut\0here)", "cut"},

@@ -22,8 +22,7 @@ void check_compilable(k_domain_t domain, const std::string& name);
 /// bounded by `max_separators` (> 0) starts from the best greedy
 /// triangulation.
 void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
-                     k_triangulation_method_t method = K_TM_BEST_GREEDY,
-                     long max_separators = 0);
+                     k_triangulation_method_t method = K_TM_BEST_GREEDY, long max_separators = 0);
 
 /// The states of `node` as "a, b, c" (#INDEX for an unlabelled state).
 std::string state_list(k_node_t node);
