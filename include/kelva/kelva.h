@@ -724,7 +724,10 @@ KELVA_API k_status_t k_domain_generate_tables(k_domain_t domain);
  *  or K_TM_BEST_GREEDY) and builds its junction forest; the domain becomes
  *  triangulated.  "usage" for a null domain, a domain without discrete or
  *  continuous nodes, one already triangulated, or another method code;
- *  K_TM_TOTAL_WEIGHT is refused with "usage".  With a log file set, the
+ *  K_TM_TOTAL_WEIGHT searches for the triangulation of least total clique
+ *  weight (see k_domain_set_triangulation_parameters) and gives "usage"
+ *  when a positive maximum number of separators is set without an initial
+ *  triangulation.  With a log file set, the
  *  moral links, fill-ins, costs, elimination sequence, cliques, junction
  *  forest and assignment of potentials are written to it. */
 KELVA_API k_status_t k_domain_triangulate(k_domain_t domain, k_triangulation_method_t method);
@@ -747,6 +750,40 @@ KELVA_API k_bool_t k_domain_is_triangulated(k_domain_t domain);
  *  continuous nodes or one already compiled; a failure leaves the domain as
  *  triangulated as it was before the call. */
 KELVA_API k_status_t k_domain_compile(k_domain_t domain);
+
+/* K_TM_TOTAL_WEIGHT searches, per prime component, the minimal
+ * triangulations for one whose cliques have the least total weight (sum of
+ * the products of the members' state counts).  It never returns more than
+ * the initial triangulation (best greedy when none is set), which it keeps
+ * when a bound below is passed, and for components with continuous nodes. */
+
+/** Sets the elimination order that K_TM_TOTAL_WEIGHT starts from: a
+ *  null-ended list as for k_domain_triangulate_with_order ("enumeration"
+ *  when invalid, nothing changed), or null for none.  Creating or deleting
+ *  a node forgets it. */
+KELVA_API k_status_t k_domain_set_initial_triangulation(k_domain_t domain, k_node_t *order);
+/** Sets the most minimal separators (and that times the number of vertices
+ *  potential maximal cliques) the search may list in one component; 0 or
+ *  less is no bound (the default). */
+KELVA_API k_status_t k_domain_set_max_number_of_separators(k_domain_t domain, int64_t count);
+/** The maximum number of separators; -1 with "usage" for a null domain. */
+KELVA_API int64_t k_domain_get_max_number_of_separators(k_domain_t domain);
+/** Sets the largest minimal separator the search considers; 0 or less is no
+ *  bound (the default).  With a bound the result is the best among the
+ *  triangulations whose separators fit, not always the optimum. */
+KELVA_API k_status_t k_domain_set_max_separator_size(k_domain_t domain, int64_t size);
+/** The maximum separator size; -1 with "usage" for a null domain. */
+KELVA_API int64_t k_domain_get_max_separator_size(k_domain_t domain);
+/** Sets the three settings of K_TM_TOTAL_WEIGHT at once: the initial
+ *  triangulation (null for none), the maximum number of separators and the
+ *  maximum separator size.  An invalid order gives "enumeration" and
+ *  changes nothing. */
+KELVA_API k_status_t k_domain_set_triangulation_parameters(k_domain_t domain, k_node_t *initial,
+                                                           int64_t max_separators,
+                                                           int64_t max_separator_size);
+/** Triangulates by the method k_domain_compile uses (K_TM_BEST_GREEDY);
+ *  failures as for k_domain_triangulate. */
+KELVA_API k_status_t k_domain_triangulate_default(k_domain_t domain);
 
 /* The junction forest holds one junction tree per connected part of the
  * network.  Its cliques are numbered from 0, tree after tree, every clique
@@ -1751,6 +1788,22 @@ KELVA_API k_status_t k_node_remove_from_outputs(k_node_t node);
  *  output has a namesake of the same kind and states in `cls` are kept,
  *  the others dropped; new outputs get clones. */
 KELVA_API k_status_t k_node_substitute_class(k_node_t instance, k_class_t cls);
+
+/* ------------------------------------------------------------------------ */
+/* Helpers                                                                   */
+/* ------------------------------------------------------------------------ */
+
+/** Positive infinity, the value of an unbounded interval end. */
+KELVA_API double k_infinity(void);
+/** The processor time the process has used, in seconds (for timing a
+ *  call); -1 with "usage" when the system cannot tell. */
+KELVA_API double k_get_clock(void);
+/** `text` with the escape sequences of NET strings decoded (\" \' \? \\ \a
+ *  \b \f \n \r \t \v, \x and hex digits, one to three octal digits; a
+ *  backslash before a newline joins the lines; any other backslash is
+ *  kept), malloc'ed for the caller to free() and ending at a decoded NUL;
+ *  null with "usage" for a null text. */
+KELVA_API char *k_remove_escape_sequences(const char *text);
 
 #ifdef __cplusplus
 }

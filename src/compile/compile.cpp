@@ -71,11 +71,19 @@ void validate_order(const Domain& domain, const std::vector<Node*>& order) {
 void triangulate_domain(Domain& domain, k_triangulation_method_t method) {
   require(!domain.is_triangulated() && has_participants(domain));
   require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY);
-  // The optimal search over minimal separators is not implemented.
-  require(method != K_TM_TOTAL_WEIGHT);
+  TotalWeightSettings settings{domain.initial_triangulation,
+                               {domain.max_separators, domain.max_separator_size}};
+  // A bounded search must have a triangulation to fall back on.
+  require(method != K_TM_TOTAL_WEIGHT || settings.limits.max_separators <= 0 ||
+          !settings.initial.empty());
   build_and_install(domain, [&](const MoralGraph& graph, CompileLog& log) {
-    return triangulate(graph, method, log);
+    return triangulate(graph, method, log, &settings);
   });
+}
+
+void set_initial_triangulation(Domain& domain, const std::vector<Node*>& order) {
+  if (!order.empty()) validate_order(domain, order);
+  domain.initial_triangulation = order;
 }
 
 void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& order) {

@@ -23,6 +23,10 @@ void triangulate_domain(Domain& domain, k_triangulation_method_t method);
 /// first); Error(enumeration) for an invalid order, nothing changed.
 void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& order);
 
+/// Sets the elimination order that method 19 starts from (empty: none);
+/// Error(enumeration) as for triangulate_domain_with_order, nothing changed.
+void set_initial_triangulation(Domain& domain, const std::vector<Node*>& order);
+
 /// Checks the conditional probability tables of the domain's discrete nodes,
 /// writing the "Checking conditional probability potentials" section to the
 /// domain's log (which must be set).  Returns true when every table is

@@ -118,9 +118,99 @@ EliminationResult best_greedy(const EliminationInput& input, const CompileLog& l
   return best;
 }
 
+// Runs `f` with the log switched off, restoring it however `f` ends.
+template <class F>
+auto silently(CompileLog& log, F f) {
+  const bool was_on = log.is_on();
+  log.set_on(false);
+  try {
+    auto result = f();
+    log.set_on(was_on);
+    return result;
+  } catch (...) {
+    log.set_on(was_on);
+    throw;
+  }
+}
+
+// The triangulation that method 19 must beat: the initial order restricted
+// to the component, as eliminated and with redundant fill-ins removed,
+// whichever is cheaper; best greedy when there is no initial order.
+EliminationResult initial_triangulation(const EliminationInput& input,
+                                        const std::vector<Node*>& initial, CompileLog& log) {
+  return silently(log, [&] {
+    if (initial.empty()) return best_greedy(input, log);
+    IndexList order;
+    for (Node* node : initial) {
+      const auto it = std::find(input.nodes.begin(), input.nodes.end(), node);
+      if (it != input.nodes.end()) order.push_back(static_cast<Index>(it - input.nodes.begin()));
+    }
+    EliminationResult raw = eliminate_in_order(input, order, log, [](std::size_t) {});
+    raw.cost = cliques_cost(input.nodes, raw.cliques);
+    EliminationResult thin = raw;
+    remove_redundant_fill_ins(input, thin, log);
+    thin.cost = cliques_cost(input.nodes, thin.cliques);
+    return thin.cost <= raw.cost ? thin : raw;
+  });
+}
+
+// The elimination result of the chordal graph made of `input` and
+// `cliques`: its fill-ins and a perfect elimination ordering.
+EliminationResult result_from_cliques(const EliminationInput& input,
+                                      std::vector<IndexList> cliques) {
+  EliminationResult result;
+  std::vector<IndexList> adjacency = input.adjacency;
+  for (const IndexList& clique : cliques)
+    for (std::size_t i = 0; i < clique.size(); ++i)
+      for (std::size_t j = i + 1; j < clique.size(); ++j) {
+        const Index a = clique[i];
+        const Index b = clique[j];
+        if (std::binary_search(adjacency[a].begin(), adjacency[a].end(), b)) continue;
+        adjacency[a].insert(std::upper_bound(adjacency[a].begin(), adjacency[a].end(), b), b);
+        adjacency[b].insert(std::upper_bound(adjacency[b].begin(), adjacency[b].end(), a), a);
+        result.fill_ins.emplace_back(a, b);
+      }
+  IndexList rank(input.size());
+  for (Index i = 0; i < rank.size(); ++i) rank[i] = i;
+  result.order = chordal_elimination_order(adjacency, std::vector<bool>(input.size(), true), rank);
+  result.cost = cliques_cost(input.nodes, cliques);
+  result.cliques = std::move(cliques);
+  return result;
+}
+
+// Method 19 on one component: the optimal search, kept only when it beats
+// the initial triangulation.  Components with continuous vertices keep the
+// initial triangulation (a minimal triangulation need not be strong).
+EliminationResult total_weight(const EliminationInput& input, const TotalWeightSettings& settings,
+                               CompileLog& log) {
+  log.write("\n    Using the total weight method for triangulation\n\n");
+  EliminationResult initial = initial_triangulation(input, settings.initial, log);
+  log.write("Initial triangulation has cost %s\n", CompileLog::cost_text(initial.cost).c_str());
+  std::vector<double> weights;
+  for (Node* node : input.nodes) {
+    if (node->is_continuous()) {
+      log.write("The component has continuous members: the initial triangulation is kept\n");
+      return initial;
+    }
+    weights.push_back(state_weight(node));
+  }
+  const OptimalSearchResult found =
+      optimal_triangulation(input.adjacency, weights, settings.limits);
+  if (found.limit_exceeded) {
+    log.write("The search passed its bounds: the initial triangulation is kept\n");
+    return initial;
+  }
+  log.write("Found %s minimal separators\n", std::to_string(found.separators).c_str());
+  log.write("Found %s potential maximal cliques\n",
+            std::to_string(found.potential_cliques).c_str());
+  EliminationResult best = result_from_cliques(input, found.cliques);
+  return best.cost < initial.cost ? best : initial;
+}
+
 // Triangulates one component, writing its text.
 EliminationResult triangulate_component(const EliminationInput& input,
-                                        k_triangulation_method_t method, CompileLog& log) {
+                                        k_triangulation_method_t method, CompileLog& log,
+                                        const TotalWeightSettings* settings) {
   const std::size_t count = input.size();
   log.write("\nTriangulating prime component with %s member%s:\n", std::to_string(count).c_str(),
             count == 1 ? "" : "s");
@@ -141,16 +231,13 @@ EliminationResult triangulate_component(const EliminationInput& input,
   }
   if (method == K_TM_BEST_GREEDY) {
     log.write("\n    Using the best greedy heuristic for triangulation\n\n");
-    const bool was_on = log.is_on();
-    log.set_on(false);
-    try {
-      EliminationResult result = best_greedy(input, log);
-      log.set_on(was_on);
-      return result;
-    } catch (...) {
-      log.set_on(was_on);
-      throw;
-    }
+    return silently(log, [&] { return best_greedy(input, log); });
+  }
+  if (method == K_TM_TOTAL_WEIGHT) {
+    EliminationResult result = total_weight(input, *settings, log);
+    log.write("\nFound triangulation of prime component of cost %s\n",
+              CompileLog::cost_text(result.cost).c_str());
+    return result;
   }
   log.write("\n    Using minimum %s heuristic for triangulation:\n\n", method_name(method));
   EliminationResult result = eliminate_greedy(input, method, log);
@@ -225,9 +312,10 @@ double node_set_weight(const std::vector<Node*>& nodes) noexcept {
   return product;
 }
 
-Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
-                          CompileLog& log) {
-  require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY && method != K_TM_TOTAL_WEIGHT);
+Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method, CompileLog& log,
+                          const TotalWeightSettings* settings) {
+  require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY);
+  require(method != K_TM_TOTAL_WEIGHT || settings != nullptr);
   const std::size_t n = graph.size();
   EliminationInput whole;
   whole.nodes = graph.vertices;
@@ -240,7 +328,7 @@ Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t meth
   std::vector<Index> local(n);
   for (const IndexList& members : prime_components(whole)) {
     const EliminationInput input = component_graph(whole.nodes, whole.adjacency, members, local);
-    EliminationResult result = triangulate_component(input, method, log);
+    EliminationResult result = triangulate_component(input, method, log, settings);
     for (IndexList& clique : result.cliques) {
       for (Index& v : clique) v = members[v];
       cliques.push_back(std::move(clique));

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "compile/junction_forest.h"
+#include "compile/optimal_triangulation.h"
 #include "kelva/kelva.h"
 
 namespace kelva {
@@ -11,7 +12,16 @@ class CompileLog;
 class Node;
 struct MoralGraph;
 
-/// Triangulates `graph` by greedy method 15 to 18, or by best greedy (20):
+/// What method 19 ("total weight") starts from: the elimination order whose
+/// triangulation it must not exceed (empty: the best greedy one) and the
+/// bounds of its search.
+struct TotalWeightSettings {
+  std::vector<Node*> initial;
+  OptimalSearchLimits limits;
+};
+
+/// Triangulates `graph` by greedy method 15 to 18, by best greedy (20), or
+/// by the optimal search over minimal separators (19, with `settings`):
 /// decomposes it into prime components (listed by their first vertex in
 /// node-list order), triangulates each (continuous vertices eliminated
 /// before discrete ones, so the result is strongly decomposable), removes
@@ -22,8 +32,8 @@ struct MoralGraph;
 /// the elimination order is a perfect elimination ordering of it with the
 /// continuous vertices first; the links are every link of it once.  Throws
 /// Error (no_memory, io); Error(usage) for another method.
-Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method,
-                          CompileLog& log);
+Triangulation triangulate(const MoralGraph& graph, k_triangulation_method_t method, CompileLog& log,
+                          const TotalWeightSettings* settings = nullptr);
 
 /// Triangulates `graph` by eliminating its vertices in `order` (already
 /// validated: every vertex once, continuous ones first; first eliminated

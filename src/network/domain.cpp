@@ -104,8 +104,10 @@ Node* Domain::new_node(k_category_t category, k_kind_t kind, k_subtype_t subtype
   ++by_category_[category_slot(category)];
   if (kind == K_KIND_DISCRETE) ++discrete_;
   if (kind == K_KIND_CONTINUOUS) ++continuous_;
-  // The junction forest does not cover the new node.
+  // Neither the junction forest nor the initial triangulation covers the
+  // new node.
   uncompile();
+  initial_triangulation.clear();
   Node* raw = node.release();
   insert_at_head(raw);
   return raw;
@@ -123,6 +125,7 @@ void Domain::destroy_node(Node* node) noexcept {
   else first_ = node->next;
   if (node->next != nullptr) node->next->prev = node->prev;
   if (node->has_name()) names_.erase(node->name());
+  initial_triangulation.clear();
   --by_category_[category_slot(node->category())];
   if (node->is_discrete()) --discrete_;
   if (node->is_continuous()) --continuous_;

@@ -176,6 +176,14 @@ class Domain : public Object {
     bool operator==(const LogLikelihoodSource&) const = default;
   } cached_log_likelihood_source;
 
+  /// Settings of triangulation method 19 ("total weight"): the elimination
+  /// order it starts from (empty: none; forgotten when a node is created or
+  /// deleted), the most minimal separators it may list and the largest
+  /// separator it considers (0 or less: no bound).
+  std::vector<Node*> initial_triangulation;
+  std::int64_t max_separators = 0;
+  std::int64_t max_separator_size = 0;
+
   /// Chain-graph components, in the order they were made.
   std::vector<std::unique_ptr<ChainComponent>> chain_components;
 

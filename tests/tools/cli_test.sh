@@ -228,7 +228,8 @@ bad_hide|--hide needs a number from 0 to 1|sample --example asia -n 1 -o x --hid
 max_for_nodes|unknown option '--max'|nodes --example asia --max
 bad_evidence_count|--evidence needs a count from 0 to 1000000|bench a.net --evidence x
 version_argument|--version takes no arguments|--version nodes
-bad_method|unknown method 'total-weight' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)|compile --example asia --method total-weight
+bad_method|unknown method 'optimal' (use clique-size, clique-weight, fill-in-size, fill-in-weight, best-greedy or total-weight)|compile --example asia --method optimal
+bad_separators|--max-separators needs a count from 1 to 2147483647|compile --example asia --max-separators 0
 method_for_nodes|unknown option '--method'|nodes --example asia --method clique-size
 log_for_convert|unknown option '--log'|convert --example asia -o x.net --log x.log
 EOF
@@ -236,7 +237,7 @@ EOF
 # compile: the forest's figures (the time masked), the same under every
 # method for asia, a log that starts with the time stamp, and library
 # errors with status 1.
-for method in best-greedy clique-size clique-weight fill-in-size fill-in-weight; do
+for method in best-greedy clique-size clique-weight fill-in-size fill-in-weight total-weight; do
   run "compile_$method" compile --example asia --format tsv --method "$method"
   expect_status "compile_$method" 0
   sed 's/^compile_seconds\t.*/compile_seconds\tT/' "$work/compile_$method.out" >"$work/compile_$method.masked"

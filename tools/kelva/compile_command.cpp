@@ -100,7 +100,8 @@ void run_compile(std::FILE* out, const Options& options) {
     checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log,
                  FileUse::write);
   const auto start = std::chrono::steady_clock::now();
-  compile_network(domain.get(), source_name(options.source), progress, options.method);
+  compile_network(domain.get(), source_name(options.source), progress, options.method,
+                  options.max_separators);
   const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
   progress.note("compiled in %.3f s", elapsed.count());
 

@@ -130,7 +130,13 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::adapt)},
     {"--method METHOD",
      "how compile triangulates: clique-size, clique-weight,\n"
-     "fill-in-size, fill-in-weight or best-greedy (default)",
+     "fill-in-size, fill-in-weight, best-greedy (default) or\n"
+     "total-weight (least total clique weight; slow on large\n"
+     "networks)",
+     bit(Command::compile)},
+    {"--max-separators N",
+     "bound of the total-weight search: past N minimal\n"
+     "separators it keeps the best greedy triangulation",
      bit(Command::compile)},
     {"--log LOG", "the file to which compile or learn writes its log\n(replaced)",
      bit(Command::compile) | bit(Command::learn)},
@@ -235,7 +241,8 @@ counting 24 bytes per index).
 )TXT",
      "kelva bench examples/networks/commute.net --repeat 5"},
     {Command::compile, "compile",
-     "(FILE.net | --example NAME) [--method METHOD] [--log LOG]\n[--format text|tsv] [--quiet]",
+     "(FILE.net | --example NAME) [--method METHOD] [--max-separators N]\n"
+     "[--log LOG] [--format text|tsv] [--quiet]",
      "compile a network and print the size of its junction forest",
      R"TXT(Output of compile: the network's name and the time taken, then the number
 of nodes, junction trees and cliques, the largest and the total discrete

@@ -67,9 +67,18 @@ void check_compilable(k_domain_t domain, const std::string& name) {
 }
 
 void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
-                     k_triangulation_method_t method) {
+                     k_triangulation_method_t method, long max_separators) {
   check_compilable(domain, name);
   progress.note("compiling %s (triangulation, junction forest, first propagation)", name.c_str());
+  if (method == K_TM_TOTAL_WEIGHT && max_separators > 0) {
+    checked(k_domain_triangulate(domain, K_TM_BEST_GREEDY));
+    std::vector<k_node_t> order;
+    for (k_node_t* n = checked(k_domain_get_elimination_order(domain)); *n != nullptr; ++n)
+      order.push_back(*n);
+    order.push_back(nullptr);
+    checked(k_domain_uncompile(domain));
+    checked(k_domain_set_triangulation_parameters(domain, order.data(), max_separators, 0));
+  }
   if (method != K_TM_BEST_GREEDY) checked(k_domain_triangulate(domain, method));
   checked(k_domain_compile(domain));
 }

@@ -18,9 +18,11 @@ DomainHandle open_network(const NetworkSource& source, const Progress& progress)
 void check_compilable(k_domain_t domain, const std::string& name);
 
 /// Compiles `domain`, called `name`, after check_compilable, triangulating
-/// it with `method` first unless that is best-greedy.
+/// it with `method` first unless that is best-greedy.  A total-weight search
+/// bounded by `max_separators` (> 0) starts from the best greedy
+/// triangulation.
 void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
-                     k_triangulation_method_t method = K_TM_BEST_GREEDY);
+                     k_triangulation_method_t method = K_TM_BEST_GREEDY, long max_separators = 0);
 
 /// The states of `node` as "a, b, c" (#INDEX for an unlabelled state).
 std::string state_list(k_node_t node);

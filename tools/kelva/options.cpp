@@ -59,9 +59,10 @@ k_triangulation_method_t parse_method(std::string_view value) {
   if (value == "fill-in-size") return K_TM_FILL_IN_SIZE;
   if (value == "fill-in-weight") return K_TM_FILL_IN_WEIGHT;
   if (value == "best-greedy") return K_TM_BEST_GREEDY;
-  throw UsageError(
-      "unknown method '" + std::string(value) +
-      "' (use clique-size, clique-weight, fill-in-size, fill-in-weight or best-greedy)");
+  if (value == "total-weight") return K_TM_TOTAL_WEIGHT;
+  throw UsageError("unknown method '" + std::string(value) +
+                   "' (use clique-size, clique-weight, fill-in-size, fill-in-weight, "
+                   "best-greedy or total-weight)");
 }
 
 /// Reads a number from `low` to `high` for option `name`.
@@ -258,6 +259,9 @@ Options parse_options(std::span<const char* const> args) {
       if (*value == "bic") options.score = K_SCORE_BIC;
       else if (*value == "aic") options.score = K_SCORE_AIC;
       else throw UsageError("--score takes bic or aic, not '" + *value + "'");
+    } else if (auto value = option_value(args, i, "--max-separators")) {
+      only_for(options, Command::compile, "--max-separators");
+      options.max_separators = parse_count(*value, "--max-separators", 1, 2147483647);
     } else if (auto value = option_value(args, i, "--log")) {
       only_for(options, {Command::compile, Command::learn}, "--log");
       if (value->empty()) throw UsageError("--log needs a file name");

@@ -89,6 +89,9 @@ struct Options {
   unsigned long seed = 1;
   /// How `compile` triangulates.
   k_triangulation_method_t method = K_TM_BEST_GREEDY;
+  /// `compile --max-separators`: the bound of the total-weight search (0:
+  /// none).
+  long max_separators = 0;
   /// The log file `compile` and `learn` write (none when empty).
   std::string log;
   /// `dsep --from`: the source nodes.  `sensitivity --target NODE=STATE`,

@@ -372,11 +372,13 @@ public final class Domain implements AutoCloseable {
    * Triangulates the domain and builds its junction forest; the domain
    * becomes triangulated (but not compiled).
    *
-   * @param method the heuristic; {@link TriangulationMethod#TOTAL_WEIGHT} is
-   *     not supported
+   * @param method the heuristic; {@link TriangulationMethod#TOTAL_WEIGHT}
+   *     searches for the least total clique weight, never above the initial
+   *     triangulation (see {@link #setTriangulationParameters})
    * @throws KelvaException "usage" when the domain is already triangulated,
-   *     has no discrete or continuous node, or the method is not supported;
-   *     "io" when the log cannot be written
+   *     has no discrete or continuous node, or a total-weight search is
+   *     bounded without an initial triangulation; "io" when the log cannot
+   *     be written
    */
   public void triangulate(TriangulationMethod method) {
     check(kDomainTriangulate(handle, method.code()));
@@ -393,6 +395,98 @@ public final class Domain implements AutoCloseable {
    */
   public void triangulateWithOrder(List<Node> order) {
     Calls.withList(order, list -> check(kDomainTriangulateWithOrder(handle, list)));
+  }
+
+  /**
+   * Triangulates the domain by the method compiling uses (best greedy).
+   *
+   * @throws KelvaException as {@link #triangulate}
+   */
+  public void triangulateDefault() {
+    check(kDomainTriangulateDefault(handle));
+  }
+
+  /**
+   * Sets the elimination order the total-weight method starts from and must
+   * not exceed.  Creating or deleting a node forgets it.
+   *
+   * @param order every discrete and continuous node once, continuous nodes
+   *     first, or null for none (best greedy is then the start)
+   * @throws KelvaException "enumeration" when the order is not such a list
+   *     (nothing changes)
+   */
+  public void setInitialTriangulation(List<Node> order) {
+    if (order == null) {
+      check(kDomainSetInitialTriangulation(handle, 0));
+    } else {
+      Calls.withList(order, list -> check(kDomainSetInitialTriangulation(handle, list)));
+    }
+  }
+
+  /**
+   * Sets how many minimal separators the total-weight search may list in
+   * one prime component before it keeps the initial triangulation.
+   *
+   * @param count the bound, 0 or less for none
+   * @throws KelvaException when the domain is closed
+   */
+  public void setMaxNumberOfSeparators(long count) {
+    check(kDomainSetMaxNumberOfSeparators(handle, count));
+  }
+
+  /**
+   * The bound on minimal separators of the total-weight search.
+   *
+   * @return the bound, 0 or less for none
+   * @throws KelvaException when the domain is closed
+   */
+  public long getMaxNumberOfSeparators() {
+    return check(kDomainGetMaxNumberOfSeparators(handle));
+  }
+
+  /**
+   * Sets the largest minimal separator the total-weight search considers;
+   * with a bound the result need not be optimal.
+   *
+   * @param size the bound, 0 or less for none
+   * @throws KelvaException when the domain is closed
+   */
+  public void setMaxSeparatorSize(long size) {
+    check(kDomainSetMaxSeparatorSize(handle, size));
+  }
+
+  /**
+   * The largest minimal separator the total-weight search considers.
+   *
+   * @return the bound, 0 or less for none
+   * @throws KelvaException when the domain is closed
+   */
+  public long getMaxSeparatorSize() {
+    return check(kDomainGetMaxSeparatorSize(handle));
+  }
+
+  /**
+   * Sets the initial triangulation and both bounds of the total-weight
+   * search at once.
+   *
+   * @param initial the initial elimination order, or null for none
+   * @param maxSeparators the bound on minimal separators, 0 or less for none
+   * @param maxSeparatorSize the bound on separator size, 0 or less for none
+   * @throws KelvaException "enumeration" for an invalid order (nothing
+   *     changes)
+   */
+  public void setTriangulationParameters(
+      List<Node> initial, long maxSeparators, long maxSeparatorSize) {
+    if (initial == null) {
+      check(kDomainSetTriangulationParameters(handle, 0, maxSeparators, maxSeparatorSize));
+    } else {
+      Calls.withList(
+          initial,
+          list ->
+              check(
+                  kDomainSetTriangulationParameters(
+                      handle, list, maxSeparators, maxSeparatorSize)));
+    }
   }
 
   /**

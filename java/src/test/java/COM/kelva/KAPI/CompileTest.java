@@ -124,7 +124,17 @@ class CompileTest {
       foreign.set(0, n(other, "E"));
       assertFails(ErrorCode.ENUMERATION, () -> d.triangulateWithOrder(foreign));
       assertFalse(d.isTriangulated());
+      // A bounded total-weight search needs an initial triangulation.
+      d.setMaxNumberOfSeparators(10);
+      assertEquals(10, d.getMaxNumberOfSeparators());
       assertFails(ErrorCode.USAGE, () -> d.triangulate(TriangulationMethod.TOTAL_WEIGHT));
+      assertFails(ErrorCode.ENUMERATION, () -> d.setTriangulationParameters(twice, 5, 3));
+      assertEquals(0, d.getMaxSeparatorSize());
+      d.setTriangulationParameters(order, 10, 4);
+      assertEquals(4, d.getMaxSeparatorSize());
+      d.triangulate(TriangulationMethod.TOTAL_WEIGHT);
+      assertTrue(d.isTriangulated());
+      d.uncompile();
 
       d.triangulateWithOrder(order);
       assertEquals(order, d.getEliminationOrder());
