@@ -7,6 +7,7 @@
 #include "compile/junction_forest.h"
 #include "inference/clique_ops.h"
 #include "inference/evidence.h"
+#include "inference/policy_update.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -422,8 +423,10 @@ void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibriu
 void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
   verify_request(domain, equilibrium, mode);
   Forest& forest = *domain.forest();
+  const std::uint64_t calibrations = domain.analysis.calibrations;
   try {
     for (auto& tree : forest.trees) run_tree(*tree, nullptr, equilibrium, mode);
+    if (domain.analysis.calibrations != calibrations) set_decision_results(domain);
   } catch (...) {
     for (auto& tree : forest.trees) reset_tree(*tree);
     throw;

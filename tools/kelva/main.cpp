@@ -60,6 +60,9 @@ void run(const kelva::cli::Options& options) {
     case Command::adapt:
       kelva::cli::run_adapt(stdout, options);
       break;
+    case Command::decide:
+      kelva::cli::run_decide(stdout, options);
+      break;
   }
 }
 

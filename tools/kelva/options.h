@@ -26,6 +26,7 @@ enum class Command {
   sensitivity,
   voi,
   map,
+  decide,
 };
 
 /// How reports are printed.
