@@ -16,6 +16,7 @@
 #include "compile/junction_forest.h"
 #include "inference/evidence.h"
 #include "inference/propagate.h"
+#include "inference/tree_values.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -100,7 +101,7 @@ FamilyValues evaluate_family(Node& decision, const std::vector<std::vector<const
   std::fill(policy.data(), policy.data() + policy.size(), 1.0);
   decision.evidence.entered_code = Evidence::kNone;
   tree.needs_initialisation = true;
-  propagate_tree(tree, slot.assigned, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+  propagate_tree_values(tree, slot.assigned);
 
   const Parallelism par = Parallelism::of(domain);
   std::vector<double> root_utility;

@@ -8,6 +8,7 @@
 #include "inference/clique_ops.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
+#include "inference/tree_values.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -16,6 +17,9 @@
 namespace kelva {
 
 namespace {
+
+// Set while a tree is propagated for policy values only.
+thread_local bool skip_state_utilities = false;
 
 // Entry i of the evidence vector that `code` and `vector` stand for.
 double evidence_entry(std::int64_t code, const std::vector<double>& vector,
@@ -268,7 +272,8 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
       slot->expected_utility[0] = expected_utility(*slot);
   }
   // Utility nodes come with sum equilibrium only.
-  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum)
+  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum &&
+      !skip_state_utilities)
     set_conditional_utilities(tree, par);
 }
 
@@ -418,6 +423,17 @@ void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibriu
                     k_evidence_mode_t mode) {
   verify_request(*tree.domain, equilibrium, mode);
   run_tree(tree, root, equilibrium, mode);
+}
+
+void propagate_tree_values(JunctionTree& tree, Clique* root) {
+  skip_state_utilities = true;
+  try {
+    propagate_tree(tree, root, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+  } catch (...) {
+    skip_state_utilities = false;
+    throw;
+  }
+  skip_state_utilities = false;
 }
 
 void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {

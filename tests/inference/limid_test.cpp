@@ -48,9 +48,9 @@ void build(Diagram& g, std::mt19937& rng, std::size_t k, bool recall) {
     if (pick(3) > 0) obs.push_back(fresh[pick(fresh.size())]);
     std::vector<Node*> parents = obs;
     if (recall) {
-      parents.insert(parents.end(), seen.begin(), seen.end());
+      for (Node* n : seen) parents.push_back(n);
       if (!g.decisions.empty()) parents.push_back(g.decisions.back());
-      seen.insert(seen.end(), obs.begin(), obs.end());
+      for (Node* n : obs) seen.push_back(n);
     } else if (!g.decisions.empty() && pick(2) == 0) {
       parents.push_back(net.nodes[pick(net.nodes.size())]);
     }
