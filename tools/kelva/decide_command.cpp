@@ -19,7 +19,10 @@ std::string node_name(k_node_t node) { return k_node_get_name(node); }
 
 std::string state_text(k_node_t node, std::size_t state) {
   std::string label = k_node_get_state_label(node, state);
-  return label.empty() ? "#" + std::to_string(state) : label;
+  if (!label.empty()) return label;
+  label.push_back('#');
+  label.append(std::to_string(state));
+  return label;
 }
 
 std::vector<k_node_t> list_of(k_node_t* list) {
@@ -54,9 +57,12 @@ DecisionReport read_decision(k_node_t decision) {
   std::vector<std::size_t> states(r.requisite.size(), 0);
   for (bool more = true; more;) {
     std::string text;
-    for (std::size_t i = 0; i < states.size(); ++i)
-      text += (i > 0 ? " " : "") + node_name(r.requisite[i]) + "=" +
-              state_text(r.requisite[i], states[i]);
+    for (std::size_t i = 0; i < states.size(); ++i) {
+      if (i > 0) text.push_back(' ');
+      text.append(node_name(r.requisite[i]));
+      text.push_back('=');
+      text.append(state_text(r.requisite[i], states[i]));
+    }
     for (std::size_t row = 0; row < data.size(); row += options) {
       bool agrees = true;
       std::size_t rest = row / options;
