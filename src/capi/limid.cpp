@@ -86,7 +86,8 @@ k_table_t k_node_get_decision_utilities(k_node_t node) {
     require(n.domain().count(K_CATEGORY_UTILITY) > 0 && n.table() != nullptr);
     require(s.decision_utilities.size() == n.table()->size(), K_ERROR_ERROR);
     std::vector<Node*> members(n.table()->nodes().begin(), n.table()->nodes().end());
-    auto table = std::make_unique<kelva::Table>(n.domain(), members, kelva::TableRole::free, nullptr);
+    auto table =
+        std::make_unique<kelva::Table>(n.domain(), members, kelva::TableRole::free, nullptr);
     std::copy(s.decision_utilities.begin(), s.decision_utilities.end(), table->data());
     n.domain().adopt_free_table(table.get());
     return handle(table.release());

@@ -47,7 +47,8 @@ struct FamilyValues {
 // separator scratch receives E[U below it | separator] (the utilities
 // assigned beyond the link), and the root's own sum is returned through
 // `root_utility` (one entry per root clique entry, E[U of the tree | c]).
-void collect_utilities(JunctionTree& tree, const std::vector<std::vector<const NodeSlot*>>& by_clique,
+void collect_utilities(JunctionTree& tree,
+                       const std::vector<std::vector<const NodeSlot*>>& by_clique,
                        std::vector<double>& root_utility, const Parallelism& par) {
   const auto& schedule = tree.schedule;
   double* u = tree.utility_scratch.data();
@@ -93,7 +94,8 @@ std::vector<std::vector<const NodeSlot*>> utilities_by_clique(const JunctionTree
 // that every option is open, propagates its tree with the policy's clique
 // as root and returns the family values.  The caller restores the policy
 // and the choice (Suspension below).
-FamilyValues evaluate_family(Node& decision, const std::vector<std::vector<const NodeSlot*>>& by_clique) {
+FamilyValues evaluate_family(Node& decision,
+                             const std::vector<std::vector<const NodeSlot*>>& by_clique) {
   Domain& domain = decision.domain();
   NodeSlot& slot = *domain.forest()->slot(decision);
   JunctionTree& tree = *slot.tree;
@@ -283,7 +285,8 @@ void set_tree_results(JunctionTree& tree, double elsewhere) {
           elsewhere + (v.probability[k] > 0.0 ? v.weighted_utility[k] / v.probability[k] : 0.0);
     }
     options[i].resize(n);
-    for (std::size_t k = 0; k < n; ++k) options[i][k] = elsewhere + (p[k] > 0.0 ? q[k] / p[k] : 0.0);
+    for (std::size_t k = 0; k < n; ++k)
+      options[i][k] = elsewhere + (p[k] > 0.0 ? q[k] / p[k] : 0.0);
   }
   propagate_tree(tree, nullptr, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
   for (std::size_t i = 0; i < decisions.size(); ++i) {

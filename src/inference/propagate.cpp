@@ -272,8 +272,7 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
       slot->expected_utility[0] = expected_utility(*slot);
   }
   // Utility nodes come with sum equilibrium only.
-  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum &&
-      !skip_state_utilities)
+  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum && !skip_state_utilities)
     set_conditional_utilities(tree, par);
 }
 

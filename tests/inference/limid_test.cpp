@@ -20,8 +20,8 @@ k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
 
 struct Diagram {
   TestNet net;
-  std::vector<Node*> decisions;             ///< in order
-  std::vector<std::vector<Node*>> observed;  ///< chance nodes first seen by each decision
+  std::vector<Node*> decisions;               ///< in order
+  std::vector<std::vector<Node*>> observed;   ///< chance nodes first seen by each decision
   std::vector<std::vector<double>> findings;  ///< per node, empty for none
 };
 
@@ -29,7 +29,9 @@ struct Diagram {
 // With `recall`, each decision sees the previous one and everything it saw.
 void build(Diagram& g, std::mt19937& rng, std::size_t k, bool recall) {
   TestNet& net = g.net;
-  auto pick = [&](std::size_t n) { return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng); };
+  auto pick = [&](std::size_t n) {
+    return std::uniform_int_distribution<std::size_t>(0, n - 1)(rng);
+  };
   std::vector<Node*> seen;
   for (std::size_t stage = 0; stage <= k; ++stage) {
     std::vector<Node*> fresh;
@@ -37,7 +39,8 @@ void build(Diagram& g, std::mt19937& rng, std::size_t k, bool recall) {
       std::vector<Node*> parents;
       for (std::size_t p = pick(3); p-- > 0 && !net.nodes.empty();) {
         Node* q = net.nodes[pick(net.nodes.size())];
-        if (q->category() != K_CATEGORY_UTILITY && std::find(parents.begin(), parents.end(), q) == parents.end())
+        if (q->category() != K_CATEGORY_UTILITY &&
+            std::find(parents.begin(), parents.end(), q) == parents.end())
           parents.push_back(q);
       }
       fresh.push_back(net.add(K_CATEGORY_CHANCE, 2, parents));
@@ -61,7 +64,8 @@ void build(Diagram& g, std::mt19937& rng, std::size_t k, bool recall) {
     std::vector<Node*> parents;
     for (std::size_t p = 1 + pick(3); p-- > 0;) {
       Node* q = net.nodes[pick(net.nodes.size())];
-      if (q->category() != K_CATEGORY_UTILITY && std::find(parents.begin(), parents.end(), q) == parents.end())
+      if (q->category() != K_CATEGORY_UTILITY &&
+          std::find(parents.begin(), parents.end(), q) == parents.end())
         parents.push_back(q);
     }
     Node* n = net.add(K_CATEGORY_UTILITY, 0, parents);
@@ -133,7 +137,8 @@ double maximum_expected_utility(Diagram& g) {
   std::vector<bool> grouped(g.net.nodes.size(), false);
   for (std::size_t k = 0; k < g.decisions.size(); ++k) {
     groups.emplace_back();
-    for (Node* o : g.observed[k]) groups.back().push_back(index_of(g, o)), grouped[index_of(g, o)] = true;
+    for (Node* o : g.observed[k])
+      groups.back().push_back(index_of(g, o)), grouped[index_of(g, o)] = true;
     groups.push_back({index_of(g, g.decisions[k])});
     grouped[groups.back()[0]] = true;
   }
@@ -208,7 +213,8 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
       std::vector<Node*> free;
       for (Node* n : g.net.nodes)
         if (n->category() == K_CATEGORY_CHANCE &&
-            std::none_of(g.decisions.begin(), g.decisions.end(), [n](Node* d) { return reaches(*d, *n); }))
+            std::none_of(g.decisions.begin(), g.decisions.end(),
+                         [n](Node* d) { return reaches(*d, *n); }))
           free.push_back(n);
       std::shuffle(free.begin(), free.end(), rng);
       for (std::size_t i = 0; i < free.size() && i < 2; ++i) {
@@ -223,7 +229,8 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
     EXPECT_NEAR(meu, expected_utility(g), 1e-9);
     for (Node* d : g.decisions) {
       const Table& t = *d->table();
-      for (std::uint64_t i = 0; i < t.size(); ++i) EXPECT_TRUE(t.data()[i] == 0.0 || t.data()[i] == 1.0);
+      for (std::uint64_t i = 0; i < t.size(); ++i)
+        EXPECT_TRUE(t.data()[i] == 0.0 || t.data()[i] == 1.0);
     }
     expect_options_and_best_responses(g);
     if (recall) {
@@ -231,7 +238,6 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
     }
   }
 }
-
 
 // X and the targets d-separated given `given`, by the moralized graph of
 // their ancestors with `given` removed.
@@ -296,7 +302,8 @@ TEST(Limid, RequisiteParentsAndDecisionOrder) {
             below = v == d;
             stack.insert(stack.end(), parents[v].begin(), parents[v].end());
           }
-          if (below && u != d && g.net.nodes[u]->category() == K_CATEGORY_UTILITY) utilities.push_back(u);
+          if (below && u != d && g.net.nodes[u]->category() == K_CATEGORY_UTILITY)
+            utilities.push_back(u);
         }
         for (std::size_t x : parents[d]) {
           std::vector<bool> given(n, false);
