@@ -926,6 +926,53 @@ KELVA_API k_clique_t k_node_get_conflict_clique(k_node_t node);
  *  node (ignored for utility nodes); -1 with the code set on error. */
 KELVA_API double k_node_get_expected_utility(k_node_t node, k_size_t state);
 
+/* Influence diagrams.  A decision's table is its policy: one distribution
+ * over its options per configuration of its parents (uniform when made).
+ * Evidence on a decision is a manual decision, an intervention: its policy
+ * is then set aside and its parents learn nothing from it.  After a
+ * propagation, the expected utility of a decision's option is that of
+ * taking it (the decision's policy and manual choice set aside) with the
+ * other decisions following their policies, given the evidence. */
+
+/** Finds the policies of all decisions by single policy updating given the
+ *  entered evidence (every policy starts uniform; one policy at a time
+ *  becomes the best deterministic answer to the others, latest decisions
+ *  first, until no policy changes; ties keep the current option, else the
+ *  lowest index), stores them as the decisions' tables and propagates.
+ *  Optimal with perfect recall, a local optimum otherwise.  Errors:
+ *  "not_compiled", "compressed", "functional_dependency" (function nodes),
+ *  "invalid_evidence", propagation's codes; the policies are then kept. */
+KELVA_API k_status_t k_domain_update_policies(k_domain_t domain);
+/** The expected utility of the domain: the sum of its utility nodes'
+ *  expected utilities after the last propagation; -1 on error ("usage"
+ *  without utility nodes, "not_compiled", "no_equilibrium"). */
+KELVA_API double k_domain_get_expected_utility(k_domain_t domain);
+/** A new free-standing table (the caller's, over the decision's policy
+ *  nodes) of the expected utility of each option given each configuration
+ *  of the decision's parents (0 plus the other trees' share where the
+ *  configuration is impossible); null on error. */
+KELVA_API k_table_t k_node_get_decision_utilities(k_node_t node);
+/** The parents of a decision that can change its best choice: those not
+ *  d-separated from the utility nodes below it given its other parents,
+ *  after the links of unrequisite parents of all decisions are dropped
+ *  until none is left.  Null-ended, kept by the node until its next list
+ *  query; null with "usage" for a node that is not a decision. */
+KELVA_API k_node_t *k_node_get_requisite_parents(k_node_t node);
+/** The chance and decision nodes from which the decision is reached in
+ *  that reduced graph, in node order; kept as above. */
+KELVA_API k_node_t *k_node_get_requisite_ancestors(k_node_t node);
+/** The decisions in an order where each is an ancestor of the next
+ *  (null-ended, kept by the domain until its next graph query or link
+ *  edit); null with "usage" when they are not totally ordered so. */
+KELVA_API k_node_t *k_domain_get_decision_order(k_domain_t domain);
+/** Takes every decision without evidence, ancestors first, by selecting
+ *  its option of largest expected utility (the lowest index on ties) after
+ *  a propagation, then propagates.  "usage" without utility nodes; on
+ *  failure the choices made are retracted. */
+KELVA_API k_status_t k_domain_decide_automatically(k_domain_t domain);
+/** Retracts the evidence of every decision node. */
+KELVA_API k_status_t k_domain_undo_manual_decisions(k_domain_t domain);
+
 /** The value of a real-valued function node: its model's expression
  *  evaluated with the discrete nodes it refers to in the states the last
  *  propagation knows them to be in (instantiated, or all belief on one

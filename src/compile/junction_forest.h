@@ -194,6 +194,9 @@ struct NodeSlot {
   /// utility nodes: one per state of a discrete node, a single one for a
   /// utility node; empty otherwise.
   std::vector<double> expected_utility;
+  /// For a decision node: the expected utility of each option given each
+  /// configuration of its parents, laid out as its policy table.
+  std::vector<double> decision_utilities;
   /// Mean and variance of a continuous node's marginal as of the last
   /// propagation; NaN while they are not known.
   double mean = std::numeric_limits<double>::quiet_NaN();

@@ -22,7 +22,10 @@ const Forest& forest_of(const JunctionTree& tree) noexcept { return *tree.domain
 bool is_factor(const Node& node) noexcept {
   if (!node.is_discrete()) return false;
   const k_category_t c = node.category();
-  return c == K_CATEGORY_CHANCE || c == K_CATEGORY_DECISION || c == K_CATEGORY_FUNCTION;
+  // A decision taken by hand is an intervention: its policy plays no part
+  // (the entered choice alone, multiplied in as evidence, does).
+  if (c == K_CATEGORY_DECISION) return node.evidence.entered_code < 0;
+  return c == K_CATEGORY_CHANCE || c == K_CATEGORY_FUNCTION;
 }
 
 /// Folds `values` into `out` (of `count` entries) through `map`; groups

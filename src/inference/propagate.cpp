@@ -8,6 +8,8 @@
 #include "inference/cg_propagate.h"
 #include "inference/clique_ops.h"
 #include "inference/evidence.h"
+#include "inference/policy_update.h"
+#include "inference/tree_values.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -16,6 +18,9 @@
 namespace kelva {
 
 namespace {
+
+// Set while a tree is propagated for policy values only.
+thread_local bool skip_state_utilities = false;
 
 // Entry i of the evidence vector that `code` and `vector` stand for.
 double evidence_entry(std::int64_t code, const std::vector<double>& vector,
@@ -267,7 +272,7 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
   }
   cg_set_moments(tree, par);
   // Utility nodes come with sum equilibrium only.
-  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum)
+  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum && !skip_state_utilities)
     set_conditional_utilities(tree, par);
 }
 
@@ -443,11 +448,24 @@ void propagate_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibriu
   run_tree(tree, root, equilibrium, mode);
 }
 
+void propagate_tree_values(JunctionTree& tree, Clique* root) {
+  skip_state_utilities = true;
+  try {
+    propagate_tree(tree, root, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+  } catch (...) {
+    skip_state_utilities = false;
+    throw;
+  }
+  skip_state_utilities = false;
+}
+
 void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mode_t mode) {
   verify_request(domain, equilibrium, mode);
   Forest& forest = *domain.forest();
+  const std::uint64_t calibrations = domain.analysis.calibrations;
   try {
     for (auto& tree : forest.trees) run_tree(*tree, nullptr, equilibrium, mode);
+    if (domain.analysis.calibrations != calibrations) set_decision_results(domain);
   } catch (...) {
     for (auto& tree : forest.trees) reset_tree(*tree);
     throw;

@@ -125,11 +125,14 @@ class Domain : public Object {
   void forget_graph_queries() noexcept {
     d_connected.clear();
     d_separated.clear();
+    decision_order.clear();
   }
   /// The lists handed out by the d-separation queries, kept until the next
   /// query or link edit.
   NodeList d_connected;
   NodeList d_separated;
+  /// The list handed out by k_domain_get_decision_order, kept the same way.
+  NodeList decision_order;
   /// The last sensitivity and explanation results (null before the first).
   Owned<QueryResults> query_results;
 

@@ -120,6 +120,7 @@ void flag_for_generation(Node& node, bool with_children) noexcept {
 bool can_have_table(const Node& node) noexcept {
   switch (node.category()) {
     case K_CATEGORY_CHANCE:
+    case K_CATEGORY_DECISION:
     case K_CATEGORY_UTILITY:
       return true;
     case K_CATEGORY_FUNCTION:
@@ -139,6 +140,12 @@ Table& node_table(Node& node) {
     for (Node* p : node.parents())
       if (p->is_continuous()) members.push_back(p);
   node.table_slot().reset(new Table(node.domain(), members, TableRole::conditional, &node));
+  // A decision's table is its policy; until one is found or entered, every
+  // option is equally likely.
+  if (node.category() == K_CATEGORY_DECISION) {
+    double* data = node.table()->data();
+    std::fill(data, data + node.table()->size(), 1.0 / static_cast<double>(node.state_count()));
+  }
   return *node.table();
 }
 

@@ -19,10 +19,10 @@ class Table;
 /// table generation.
 void flag_for_generation(Node& node, bool with_children) noexcept;
 
-/// The node's table, created (all 0) over its current parents when it has
-/// none: discrete parents most recent first, the node, continuous parents in
-/// order of addition.  Error(usage) for nodes that have no table (decision,
-/// instance and real-valued function nodes).
+/// The node's table, created (all 0; a decision's policy uniform) over its
+/// current parents when it has none: discrete parents most recent first, the
+/// node, continuous parents in order of addition.  Error(usage) for nodes
+/// that have no table (instance and real-valued function nodes).
 Table& node_table(Node& node);
 /// Whether the node is of a sort that has a table.
 bool can_have_table(const Node& node) noexcept;

@@ -276,7 +276,9 @@ class NetWriter {
     const std::vector<Node*> parents = potential_parents(node);
     potential_head({&node}, parents);
     const Model* model = node.model();
-    const bool data = can_have_table(node);
+    // Policies are left out: they follow from the diagram and the evidence
+    // (k_domain_update_policies), and a decision's file reads as uniform.
+    const bool data = can_have_table(node) && node.category() != K_CATEGORY_DECISION;
     if (model == nullptr && !data && node.experience_table() == nullptr &&
         node.fading_table() == nullptr) {
       write(" {}\n");

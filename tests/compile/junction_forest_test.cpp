@@ -331,9 +331,8 @@ TEST(JunctionForest, RandomNetworksHaveValidTrees) {
     ASSERT_EQ(k_domain_triangulate(d, methods[round % 5]), 0)
         << "round " << round << ": " << k_error_name(k_error_code());
     test::check_forest_records(domain);
-    // Every chance and utility node now has a table.
-    for (Node* n = domain.first_node(); n != nullptr; n = n->next)
-      EXPECT_EQ(n->table() != nullptr, n->category() != K_CATEGORY_DECISION);
+    // Every node now has a table (a decision's is its policy).
+    for (Node* n = domain.first_node(); n != nullptr; n = n->next) EXPECT_NE(n->table(), nullptr);
     k_domain_delete(d);
     if (testing::Test::HasFailure()) FAIL() << "round " << round;
   }
@@ -363,6 +362,7 @@ TEST(JunctionForest, ChainComponentsAndUtilities) {
   EXPECT_EQ(assignment,
             "\n\nAssignment of potentials to cliques:\n\n"
             "    Node U assigned to clique 1\n"
+            "    Node D assigned to clique 1\n"
             "    Node P assigned to clique 0\n"
             "    Chain graph component (M1, M2):\n\tParents assigned to clique 0\n"
             "    Potential (P, M1, M2) assigned to clique 0\n");
@@ -370,8 +370,9 @@ TEST(JunctionForest, ChainComponentsAndUtilities) {
   const Forest& forest = *domain.forest();
   ASSERT_EQ(forest.components.size(), 1u);
   EXPECT_EQ(forest.components[0].assigned_plan.small_size(), 8u);
-  // The decision node and the members have no table to assign but a home.
-  for (const char* name : {"D", "M1", "M2"}) {
+  // The members have no table to assign but a home.
+  EXPECT_NE(forest.nodes[named(domain, "D")->forest_slot].assigned, nullptr);
+  for (const char* name : {"M1", "M2"}) {
     const NodeSlot& slot = forest.nodes[named(domain, name)->forest_slot];
     EXPECT_EQ(slot.assigned, nullptr);
     EXPECT_NE(slot.home, nullptr);

@@ -19,7 +19,7 @@ Node* TestNet::add(k_category_t category, std::size_t states, const std::vector<
   for (Node* p : parents) k_node_add_parent(h, reinterpret_cast<k_node_t>(p));
   Node* n = reinterpret_cast<Node*>(h);
   nodes.push_back(n);
-  if (category != K_CATEGORY_DECISION) node_table(*n);
+  node_table(*n);
   return n;
 }
 

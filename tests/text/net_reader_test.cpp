@@ -202,8 +202,6 @@ TEST(NetReader, PotentialAttributeErrors) {
        "2:fading data can only be specified for discrete chance nodes"},
       {n + "(A) { fading = 1; fading = 1; }", kParse, "2:`fading' attribute specified twice"},
       {n + "(A) { colour = 1; }", kParse, "2:unknown field: `colour'"},
-      // A decision node has no table to hold data.
-      {id + "(D | A) { data = (1 1 1 1); }", K_ERROR_USAGE, "2:" + api_error(K_ERROR_USAGE)},
   });
 }
 

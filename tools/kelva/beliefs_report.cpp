@@ -48,6 +48,9 @@ BeliefsInfo read_beliefs(k_domain_t domain) {
     info.nodes.push_back(std::move(beliefs));
   }
   info.normalization_constant = checked(k_domain_get_normalization_constant(domain));
+  if (checked(k_domain_get_number_of_utility_nodes(domain)) > 0 &&
+      checked(k_domain_equilibrium_is(domain, K_EQUILIBRIUM_SUM)) == 1)
+    info.expected_utility = checked(k_domain_get_expected_utility(domain));
   return info;
 }
 
@@ -75,6 +78,7 @@ void write_beliefs_text(std::FILE* out, const BeliefsInfo& info) {
                    node.beliefs[s]);
   }
   std::fprintf(out, "\nnormalization constant: %g\n", info.normalization_constant);
+  if (info.expected_utility) std::fprintf(out, "expected utility: %g\n", *info.expected_utility);
 }
 
 void write_beliefs_tsv(std::FILE* out, const BeliefsInfo& info) {
@@ -85,6 +89,7 @@ void write_beliefs_tsv(std::FILE* out, const BeliefsInfo& info) {
                    node.beliefs[s]);
   }
   std::fprintf(out, "normalization_constant\t%.17g\n", info.normalization_constant);
+  if (info.expected_utility) std::fprintf(out, "expected_utility\t%.17g\n", *info.expected_utility);
 }
 
 }  // namespace kelva::cli

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,9 @@ struct BeliefsInfo {
   /// domain's order.
   std::vector<NodeBeliefs> nodes;
   double normalization_constant = 0.0;
+  /// The domain's expected utility, on an influence diagram (sum
+  /// equilibrium, with utility nodes).
+  std::optional<double> expected_utility;
 };
 
 /// Reads the beliefs of every discrete node of the propagated `domain` and

@@ -62,4 +62,9 @@ void run_voi(std::FILE* out, const Options& options);
 /// case at a time, writes the adapted network and prints a summary.
 void run_adapt(std::FILE* out, const Options& options);
 
+/// Compiles the chosen influence diagram, enters the evidence, updates the
+/// policies and prints each decision's best options and their expected
+/// utilities, then the maximum expected utility.
+void run_decide(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -17,7 +17,7 @@ constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
     bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt) |
-    bit(Command::learn_structure);
+    bit(Command::learn_structure) | bit(Command::decide);
 constexpr unsigned kFromNetwork =
     kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
 constexpr unsigned kWithProgress = kAllCommands;
@@ -42,8 +42,8 @@ constexpr OptionHelp kOptionHelp[] = {
      "without it writes the classes back",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::bench) |
          bit(Command::convert)},
-    {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
-     bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
+    {"--format text|tsv", "output format of nodes, beliefs, compile and decide\n(default text)",
+     bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::decide)},
     {"-o OUT.net", "where convert, learn and adapt write the network,\nsample the data file",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt) |
          bit(Command::learn_structure)},
@@ -55,7 +55,7 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--case FILE",
      "evidence from a single-case file (lines NODE: STATE),\n"
      "entered before the --set items",
-     bit(Command::beliefs) | bit(Command::map) | bit(Command::sample)},
+     bit(Command::beliefs) | bit(Command::map) | bit(Command::sample) | bit(Command::decide)},
     {"--set NODE=STATE",
      "evidence: NODE is in state STATE, given by its label or\n"
      "as #INDEX (counting from 0), or a continuous NODE has the\n"
@@ -63,7 +63,7 @@ constexpr OptionHelp kOptionHelp[] = {
      "(dsep takes the nodes as observed; sample then draws\n"
      "from the posterior)",
      bit(Command::beliefs) | bit(Command::dsep) | bit(Command::sensitivity) | bit(Command::voi) |
-         bit(Command::map) | bit(Command::sample)},
+         bit(Command::map) | bit(Command::sample) | bit(Command::decide)},
     {"--from NODE,...", "the source nodes of dsep", bit(Command::dsep)},
     {"--target T",
      "what sensitivity and voi ask about: NODE=STATE, the\n"
@@ -326,6 +326,19 @@ probability given the evidence printed with "%.17g".  Every configuration
 at or above P is listed, found exactly; no line when there is none.
 )TXT",
      "kelva map --example asia --nodes tub,lung,bronc --set xray=yes --set dysp=yes"},
+    {Command::decide, "decide",
+     "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n"
+     "[--format text|tsv] [--quiet]",
+     "find the best policies of an influence diagram given the evidence",
+     R"TXT(Output of decide: the policies are found by single policy updating (the
+best strategy when the diagram has perfect recall).  Per decision, one line
+per configuration of its requisite parents, CONFIGURATION -> OPTION, then
+"eu OPTION VALUE" for every option: the expected utility of taking it, the
+other decisions following their policies; last the maximum expected
+utility.  With --format tsv: lines eu<TAB>DECISION<TAB>OPTION<TAB>VALUE, and
+last expected_utility<TAB>VALUE, numbers with "%.17g".
+)TXT",
+     "kelva decide diagram.net --set Test=positive --format tsv"},
     {Command::adapt, "adapt",
      "(FILE.net | --example NAME) DATA -o OUT.net [--fading F]\n"
      "[--experience N] [--discretize HOW] [--strict-columns] [--quiet]",

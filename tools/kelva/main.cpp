@@ -63,6 +63,9 @@ void run(const kelva::cli::Options& options) {
     case Command::learn_structure:
       kelva::cli::run_learn_structure(stdout, options);
       break;
+    case Command::decide:
+      kelva::cli::run_decide(stdout, options);
+      break;
   }
 }
 

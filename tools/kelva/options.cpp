@@ -139,6 +139,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::adapt;
   } else if (command == "learn-structure") {
     options.command = Command::learn_structure;
+  } else if (command == "decide") {
+    options.command = Command::decide;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -163,12 +165,12 @@ Options parse_options(std::span<const char* const> args) {
       options.source.class_name = *value;
     } else if (auto value = option_value(args, i, "--format")) {
       if (options.command != Command::nodes && options.command != Command::compile)
-        only_for(options, Command::beliefs, "--format");
+        only_for(options, {Command::beliefs, Command::decide}, "--format");
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--set")) {
       only_for(options,
                {Command::beliefs, Command::dsep, Command::sensitivity, Command::voi, Command::map,
-                Command::sample},
+                Command::sample, Command::decide},
                "--set");
       const std::size_t eq = value->find('=');
       if (eq == std::string::npos) throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
@@ -194,7 +196,8 @@ Options parse_options(std::span<const char* const> args) {
                                                                  : "--target needs NODE");
       options.target = *value;
     } else if (auto value = option_value(args, i, "--case")) {
-      only_for(options, {Command::beliefs, Command::map, Command::sample}, "--case");
+      only_for(options, {Command::beliefs, Command::map, Command::sample, Command::decide},
+               "--case");
       options.case_file = *value;
     } else if (arg == "--max") {
       only_for(options, Command::beliefs, "--max");

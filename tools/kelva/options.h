@@ -27,6 +27,8 @@ enum class Command {
   voi,
   map,
   learn_structure,
+
+  decide,
 };
 
 /// How reports are printed.

@@ -844,6 +844,69 @@ public final class Domain implements AutoCloseable {
         h -> Calls.withList(soft, l -> kDomainGetDSeparatedNodes(handle, s, h, l))))));
   }
 
+  // ---- Influence diagrams ----
+
+  /**
+   * Finds the policies of all decisions by single policy updating given the
+   * entered evidence, stores each as its decision's table and propagates.
+   * Every policy starts uniform and becomes, one at a time (latest
+   * decisions first), the best deterministic answer to the others until
+   * none changes; a tie keeps the current option, else the lowest index.
+   * The result is optimal with perfect recall and a local optimum otherwise.
+   *
+   * @throws KelvaException "not_compiled", "compressed",
+   *     "functional_dependency" for a domain with function nodes,
+   *     "invalid_evidence", or a propagation failure (the policies are then
+   *     as they were)
+   */
+  public void updatePolicies() {
+    check(kDomainUpdatePolicies(handle));
+  }
+
+  /**
+   * The expected utility of the domain: the sum of the utility nodes'
+   * expected utilities after the last propagation.
+   *
+   * @return the expected utility
+   * @throws KelvaException "usage" without utility nodes, "not_compiled",
+   *     "no_equilibrium"
+   */
+  public double getExpectedUtility() {
+    return check(kDomainGetExpectedUtility(handle));
+  }
+
+  /**
+   * The decisions in an order where each is an ancestor of the next.
+   *
+   * @return the decisions, empty for a domain without them
+   * @throws KelvaException "usage" when the decisions are not totally
+   *     ordered
+   */
+  public List<Node> getDecisionOrder() {
+    return Calls.nodes(this, check(kDomainGetDecisionOrder(handle)));
+  }
+
+  /**
+   * Takes every decision without evidence, ancestors first, by selecting
+   * its option of largest expected utility (the lowest index on a tie),
+   * and propagates.
+   *
+   * @throws KelvaException "usage" without utility nodes, "not_compiled",
+   *     or a propagation failure (the choices made are then retracted)
+   */
+  public void decideAutomatically() {
+    check(kDomainDecideAutomatically(handle));
+  }
+
+  /**
+   * Retracts the evidence of every decision node (the manual decisions).
+   *
+   * @throws KelvaException when the domain is closed
+   */
+  public void undoManualDecisions() {
+    check(kDomainUndoManualDecisions(handle));
+  }
+
   /**
    * Computes the sensitivity of several output probabilities, P(nodes[i] =
    * states[i] | evidence), to every entry of every chance node's table; read

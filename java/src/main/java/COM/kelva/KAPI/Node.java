@@ -884,6 +884,59 @@ public final class Node {
   }
 
   /**
+   * The policy of a decision node: its table, one distribution over the
+   * options per configuration of its parents.
+   *
+   * @return the policy
+   * @throws KelvaException "usage" for a node that is not a decision
+   */
+  public Table getPolicy() {
+    if (getCategory() != Category.DECISION) {
+      throw new KelvaException(ErrorCode.USAGE);
+    }
+    return getTable();
+  }
+
+  /**
+   * The expected utility of each option of a decision given each
+   * configuration of its parents, as a new free-standing table over the
+   * policy's nodes that the caller owns.
+   *
+   * @return the decision utilities
+   * @throws KelvaException "usage" for a node that is not a decision or a
+   *     domain without utility nodes, "not_compiled", "no_equilibrium"
+   */
+  public Table getDecisionUtilities() {
+    Table utilities = new Table(domain);
+    kNodeGetDecisionUtilities(nodePeer, utilities);
+    check();
+    return utilities;
+  }
+
+  /**
+   * The parents of a decision that can change its best choice (the others
+   * are d-separated from the utilities below it by its other parents, once
+   * the links of such parents of all decisions are dropped).
+   *
+   * @return the requisite parents, in parent order
+   * @throws KelvaException "usage" for a node that is not a decision
+   */
+  public List<Node> getRequisiteParents() {
+    return Calls.nodes(domain, check(kNodeGetRequisiteParents(nodePeer)));
+  }
+
+  /**
+   * The chance and decision nodes from which a decision is reached once
+   * the links of unrequisite parents are dropped.
+   *
+   * @return the requisite ancestors, in the domain's node order
+   * @throws KelvaException "usage" for a node that is not a decision
+   */
+  public List<Node> getRequisiteAncestors() {
+    return Calls.nodes(domain, check(kNodeGetRequisiteAncestors(nodePeer)));
+  }
+
+  /**
    * The clique whose conflict factor holds the conflict of the node's
    * evidence (the root clique of its tree's last propagation).
    *
