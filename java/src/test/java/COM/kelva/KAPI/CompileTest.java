@@ -128,7 +128,7 @@ class CompileTest {
       d.setMaxNumberOfSeparators(10);
       assertEquals(10, d.getMaxNumberOfSeparators());
       assertFails(ErrorCode.USAGE, () -> d.triangulate(TriangulationMethod.TOTAL_WEIGHT));
-      assertFails(ErrorCode.ENUMERATION, () -> d.setTriangulationParameters(twice, 5, 3));
+      assertFails(ErrorCode.ENUMERATION, () -> d.setTriangulationParameters(foreign, 5, 3));
       assertEquals(0, d.getMaxSeparatorSize());
       d.setTriangulationParameters(order, 10, 4);
       assertEquals(4, d.getMaxSeparatorSize());
