@@ -31,13 +31,20 @@ struct OptionHelp {
 constexpr OptionHelp kOptionHelp[] = {
     {"FILE.net",
      "read the network from a NET file; the reader's\n"
-     "messages are printed as \"FILE:LINE: MESSAGE\"",
+     "messages are printed as \"FILE:LINE: MESSAGE\"; a name\n"
+     "ending in .kb is loaded as a KB file",
      kFromNetwork | bit(Command::bench)},
     {"--example NAME", "use a network bundled with kelva (see kelva --help)", kFromNetwork},
     {"--format text|tsv", "output format of nodes, beliefs and compile (default\ntext)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile)},
-    {"-o OUT.net", "where convert, learn and adapt write the network,\nsample the data file",
+    {"-o OUT.net",
+     "where convert, learn and adapt write the network,\nsample the data file; "
+     "convert writes a KB file\nwhen OUT ends in .kb",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt)},
+    {"--password P",
+     "the password of a KB file read (FILE.kb) or written by\n"
+     "convert (-o OUT.kb)",
+     kFromNetwork | bit(Command::bench)},
     {"--digits N",
      "significant digits of convert's table and model numbers:\n"
      "0 (default) keeps the NET format's own (\"%G\" for tables),\n"
@@ -164,10 +171,12 @@ Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
-    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--digits N] [--quiet]",
-     "read a network and write it as a NET file",
-     "Output of convert: the NET file OUT.net; nothing is printed.\n",
-     "kelva convert --example asia -o asia.net --digits 17"},
+    {Command::convert, "convert", "(FILE.net | FILE.kb | --example NAME) -o OUT.net|OUT.kb\n[--digits N] [--password P] [--quiet]",
+     "read a network and write it as a NET or KB file",
+     "Output of convert: the NET file OUT.net, or the KB file OUT.kb (the\n"
+     "compiled junction forest included when the network is compiled);\n"
+     "nothing is printed.\n",
+     "kelva convert --example asia -o asia.kb --password s3cret"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "
      "[--quiet]",

@@ -25,7 +25,15 @@ bool all_zero(k_table_t table) {
 
 }  // namespace
 
+bool is_kb_file(const std::string& file) { return file.ends_with(".kb"); }
+
 DomainHandle open_network(const NetworkSource& source, const Progress& progress) {
+  if (is_kb_file(source.file)) {
+    progress.note("loading %s", source.file.c_str());
+    DomainHandle domain(k_kb_load_domain(source.file.c_str(), source.password.c_str()));
+    if (!domain) throw file_error(source.file, FileUse::read);
+    return domain;
+  }
   if (!source.file.empty()) {
     progress.note("reading %s", source.file.c_str());
     take_reader_messages();
@@ -62,6 +70,8 @@ void check_compilable(k_domain_t domain, const std::string& name) {
 void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
                      k_triangulation_method_t method) {
   check_compilable(domain, name);
+  // A domain loaded from a KB file may come compiled: it is used as it is.
+  if (checked(k_domain_is_compiled(domain)) == 1) return;
   progress.note("compiling %s (triangulation, junction forest, first propagation)", name.c_str());
   if (method != K_TM_BEST_GREEDY) checked(k_domain_triangulate(domain, method));
   checked(k_domain_compile(domain));
