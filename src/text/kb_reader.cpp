@@ -220,7 +220,7 @@ void get_forest(ByteReader& in, Domain& d, const std::vector<Node*>& nodes) {
   for (std::size_t c = 0; c < t.cliques.size(); ++c) {
     t.cliques[c] = get_members(in, nodes, stamp, c + 1);
     const std::uint64_t parent = in.u64();
-    if (parent != kNoClique && parent >= c) damaged();
+    if (t.cliques[c].empty() || (parent != kNoClique && parent >= c)) damaged();
     parents.push_back(parent);
   }
   // Running intersection: a node met in an earlier clique is in the parent.
