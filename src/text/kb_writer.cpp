@@ -172,7 +172,8 @@ void put_forest(ByteWriter& out, const Domain& d, const std::vector<Node*>& node
 void put_section(ByteWriter& out, Section tag, const std::vector<unsigned char>& raw) {
   std::vector<unsigned char> packed(compressBound(raw.size()));
   uLongf packed_size = packed.size();
-  const int z = compress2(packed.data(), &packed_size, raw.data(), raw.size(), Z_DEFAULT_COMPRESSION);
+  const int z =
+      compress2(packed.data(), &packed_size, raw.data(), raw.size(), Z_DEFAULT_COMPRESSION);
   if (z == Z_MEM_ERROR) throw Error(K_ERROR_NO_MEMORY);
   const bool deflated = z == Z_OK && packed_size < raw.size();
   out.u32(static_cast<std::uint32_t>(tag));
@@ -210,9 +211,9 @@ std::vector<unsigned char> seal(Kind kind, const std::vector<unsigned char>& pay
     const std::size_t ad_size = out.bytes.size();
     out.bytes.resize(ad_size + payload.size() + kTagSize);
     unsigned long long sealed = 0;
-    crypto_aead_xchacha20poly1305_ietf_encrypt(
-        out.bytes.data() + ad_size, &sealed, payload.data(), payload.size(), out.bytes.data(),
-        ad_size, nullptr, out.bytes.data() + head + kSaltSize, key.bytes);
+    crypto_aead_xchacha20poly1305_ietf_encrypt(out.bytes.data() + ad_size, &sealed, payload.data(),
+                                               payload.size(), out.bytes.data(), ad_size, nullptr,
+                                               out.bytes.data() + head + kSaltSize, key.bytes);
     out.bytes.resize(ad_size + sealed);
   }
   out.u32(static_cast<std::uint32_t>(crc32(0L, out.bytes.data(), out.bytes.size())));

@@ -153,8 +153,8 @@ void run_bench(std::FILE* out, const Options& options) {
   });
   std::free(kb);
   const double kb_time = best(kb_times);
-  std::fprintf(out, "kb load\t%.6f s\t%zu bytes\t%.1fx faster than parse and compile\n",
-               kb_time, kb_size, (parse_time + median(compile_times)) / kb_time);
+  std::fprintf(out, "kb load\t%.6f s\t%zu bytes\t%.1fx faster than parse and compile\n", kb_time,
+               kb_size, (parse_time + median(compile_times)) / kb_time);
 
   // Full propagations from the node tables, without evidence.
   progress.note("propagating (%d runs without evidence, %d with)", repeat, repeat);

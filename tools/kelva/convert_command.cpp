@@ -13,9 +13,9 @@ void run_convert(const Options& options) {
   DomainHandle domain = open_network(options.source, Progress(options.quiet));
   if (options.digits != 0) checked(k_domain_set_net_digits(domain.get(), options.digits));
   if (is_kb_file(options.output)) {
-    checked_file(k_domain_save_as_kb(domain.get(), options.output.c_str(),
-                                     options.source.password.c_str()),
-                 options.output, FileUse::write);
+    checked_file(
+        k_domain_save_as_kb(domain.get(), options.output.c_str(), options.source.password.c_str()),
+        options.output, FileUse::write);
     return;
   }
   checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output,

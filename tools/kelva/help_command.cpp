@@ -171,7 +171,9 @@ Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
-    {Command::convert, "convert", "(FILE.net | FILE.kb | --example NAME) -o OUT.net|OUT.kb\n[--digits N] [--password P] [--quiet]",
+    {Command::convert, "convert",
+     "(FILE.net | FILE.kb | --example NAME) -o OUT.net|OUT.kb\n[--digits N] [--password P] "
+     "[--quiet]",
      "read a network and write it as a NET or KB file",
      "Output of convert: the NET file OUT.net, or the KB file OUT.kb (the\n"
      "compiled junction forest included when the network is compiled);\n"
