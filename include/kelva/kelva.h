@@ -629,6 +629,37 @@ KELVA_API k_status_t k_domain_save_as_bif(k_domain_t domain, const char *file_na
  *  reads the same parents back). */
 KELVA_API k_status_t k_domain_save_as_xmlbif(k_domain_t domain, const char *file_name);
 
+/* KB files                                                                  */
+/* ------------------------------------------------------------------------ */
+
+/** Saves the domain as a KB file: the network, its settings, exact tables,
+ *  stored cases, evidence and junction forest, so that a loaded domain
+ *  needs no triangulation.  A propagated forest of discrete chance nodes
+ *  whose clique and separator tables hold at most 2^22 entries is saved
+ *  with them and loads propagated as it was (the same beliefs, bit for
+ *  bit); any other compiled domain loads compiled with its evidence
+ *  entered, to be propagated.  A password (null or "" for none) encrypts
+ *  the file.  Nodes without a name are given one.  The file name is kept
+ *  with the domain once written; "io" when the file cannot be written. */
+KELVA_API k_status_t k_domain_save_as_kb(k_domain_t domain, const char *file_name,
+                                         const char *password);
+/** The bytes of the KB file k_domain_save_as_kb would write (malloc'ed;
+ *  the caller frees them with free()), their count in `*size`; null on
+ *  failure ("usage" for a null domain or size). */
+KELVA_API unsigned char *k_domain_save_to_memory(k_domain_t domain, const char *password,
+                                                 size_t *size);
+/** Loads a domain from a KB file (the file name is kept with it).  Null
+ *  with "bad_kb_format" for a file that is not an intact KB file,
+ *  "bad_kb_version" for a layout this library does not read,
+ *  "bad_kb_type" for a file that holds no domain, "bad_kb_password" for a
+ *  protected file and a missing or wrong password ("io" when the file
+ *  cannot be read).  A password given for an unprotected file is ignored. */
+KELVA_API k_domain_t k_kb_load_domain(const char *file_name, const char *password);
+/** The same for the bytes of a KB file in memory (as made by
+ *  k_domain_save_to_memory). */
+KELVA_API k_domain_t k_kb_load_domain_from_memory(const unsigned char *data, size_t size,
+                                                  const char *password);
+
 /* ------------------------------------------------------------------------ */
 /* Expressions                                                               */
 /* ------------------------------------------------------------------------ */

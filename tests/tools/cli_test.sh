@@ -124,11 +124,22 @@ checks=$((checks + 1))
 diff <(tail -n +2 "$work/nodes_file.out") <(tail -n +2 "$work/asia_tsv.out") >/dev/null ||
   fail "nodes: the converted file reads back differently"
 
+# convert through a protected KB file gives the same NET file; a wrong
+# password is refused with its own error.
+run kb_write convert "$work/asia1.net" -o "$work/asia1.kb" --password pw
+run kb_read convert "$work/asia1.kb" -o "$work/asia_kb.net" --password pw
+expect_status kb_read 0
+checks=$((checks + 1))
+cmp -s "$work/asia1.net" "$work/asia_kb.net" || fail "convert: NET through KB differs"
+run kb_wrong nodes "$work/asia1.kb" --password no
+expect_status kb_wrong 1
+grep -q "^kelva: bad_kb_password" "$work/kb_wrong.err" || fail "kb: wrong password not reported"
+
 # bench: one tab-separated line per measurement.
 run bench_asia bench "$work/asia1.net" --repeat 1 --evidence 2 --seed 7
 expect_status bench_asia 0
 checks=$((checks + 1))
-[[ $(cut -f1 "$work/bench_asia.out" | tr '\n' ',') == "file,read bytes,parse,write string,nodes,cliques,total_clique_size,compile_seconds,propagate_seconds,evidence_propagate_seconds,bytes_per_propagation,effective_gbps,stream_gbps," ]] ||
+[[ $(cut -f1 "$work/bench_asia.out" | tr '\n' ',') == "file,read bytes,parse,write string,kb load,nodes,cliques,total_clique_size,compile_seconds,propagate_seconds,evidence_propagate_seconds,bytes_per_propagation,effective_gbps,stream_gbps," ]] ||
   fail "bench: unexpected lines: $(cat "$work/bench_asia.out")"
 checks=$((checks + 1))
 grep -qx $'nodes\t8' "$work/bench_asia.out" || fail "bench: asia has 8 nodes"

@@ -33,7 +33,8 @@ struct OptionHelp {
 constexpr OptionHelp kOptionHelp[] = {
     {"FILE.net",
      "read the network from a NET file; the reader's\n"
-     "messages are printed as \"FILE:LINE: MESSAGE\"",
+     "messages are printed as \"FILE:LINE: MESSAGE\"; a name\n"
+     "ending in .kb is loaded as a KB file",
      kFromNetwork | bit(Command::bench)},
     {"--example NAME", "use a network bundled with kelva (see kelva --help)", kFromNetwork},
     {"--class NAME",
@@ -44,9 +45,15 @@ constexpr OptionHelp kOptionHelp[] = {
          bit(Command::convert)},
     {"--format text|tsv", "output format of nodes, beliefs, compile and decide\n(default text)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::decide)},
-    {"-o OUT.net", "where convert, learn and adapt write the network,\nsample the data file",
+    {"-o OUT.net",
+     "where convert, learn and adapt write the network,\nsample the data file; "
+     "convert writes a KB file\nwhen OUT ends in .kb",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt) |
          bit(Command::learn_structure)},
+    {"--password P",
+     "the password of a KB file read (FILE.kb) or written by\n"
+     "convert (-o OUT.kb)",
+     kFromNetwork | bit(Command::bench)},
     {"--digits N",
      "significant digits of convert's table and model numbers:\n"
      "0 (default) keeps the NET format's own (\"%G\" for tables),\n"
@@ -193,12 +200,17 @@ Nodes come in the domain's order, each followed by its states, table and
 entries; the links come last.
 )TXT",
      "kelva nodes --example asia --format tsv"},
-    {Command::convert, "convert", "(FILE.net | --example NAME) -o OUT.net [--digits N] [--quiet]",
+    {Command::convert, "convert",
+     "(FILE.net | FILE.kb | --example NAME) -o OUT\n[--class NAME] [--digits N] [--password P] "
+     "[--quiet]",
      "read a network or class collection and write it in the format of OUT's extension",
      "Output of convert: the file OUT in the format its extension names: .bif (BIF),\n"
-     ".xmlbif or .xml (XMLBIF), NET otherwise; nothing is printed.  Any command\n"
-     "reads FILE.bif, FILE.xmlbif, FILE.xml and FILE.uai as well as NET files.\n",
+     ".xmlbif or .xml (XMLBIF), .kb (a KB file, with the compiled junction forest\n"
+     "when the network is compiled), NET otherwise; nothing is printed.  Any\n"
+     "command reads FILE.bif, FILE.xmlbif, FILE.xml, FILE.uai and FILE.kb as well\n"
+     "as NET files.\n",
      "kelva convert --example asia -o asia.net --digits 17\n"
+     "  kelva convert --example asia -o asia.kb --password s3cret\n"
      "  kelva convert classes.net --class Top -o flat.net"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "

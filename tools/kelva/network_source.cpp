@@ -27,7 +27,15 @@ bool all_zero(k_table_t table) {
 
 }  // namespace
 
+bool is_kb_file(const std::string& file) { return file.ends_with(".kb"); }
+
 DomainHandle open_network(const NetworkSource& source, const Progress& progress) {
+  if (is_kb_file(source.file)) {
+    progress.note("loading %s", source.file.c_str());
+    DomainHandle domain(k_kb_load_domain(source.file.c_str(), source.password.c_str()));
+    if (!domain) throw file_error(source.file, FileUse::read);
+    return domain;
+  }
   if (!source.file.empty() && (!source.class_name.empty() || holds_classes(source.file))) {
     progress.note("reading the classes of %s", source.file.c_str());
     return unfold_class(source.file, source.class_name);
@@ -69,6 +77,8 @@ void check_compilable(k_domain_t domain, const std::string& name) {
 void compile_network(k_domain_t domain, const std::string& name, const Progress& progress,
                      k_triangulation_method_t method, long max_separators) {
   check_compilable(domain, name);
+  // A domain loaded from a KB file may come compiled: it is used as it is.
+  if (checked(k_domain_is_compiled(domain)) == 1) return;
   progress.note("compiling %s (triangulation, junction forest, first propagation)", name.c_str());
   if (method == K_TM_TOTAL_WEIGHT && max_separators > 0) {
     checked(k_domain_triangulate(domain, K_TM_BEST_GREEDY));

@@ -12,6 +12,9 @@ namespace kelva::cli {
 /// example and ApiError when the library fails.
 DomainHandle open_network(const NetworkSource& source, const Progress& progress);
 
+/// Whether `file` names a KB file (it ends in ".kb").
+bool is_kb_file(const std::string& file);
+
 /// Refuses, with the code compiling would give, a network `name` without
 /// nodes or with a discrete chance node whose table is all zeros (nothing
 /// is possible), before a compilation spends time and memory on it.

@@ -280,6 +280,8 @@ Options parse_options(std::span<const char* const> args) {
       options.min_probability = parse_number(*value, "--min-probability", 0.0, 1.0);
       if (options.min_probability == 0.0)
         throw UsageError("--min-probability needs a number above 0");
+    } else if (auto value = option_value(args, i, "--password")) {
+      options.source.password = *value;
     } else if (auto value = option_value(args, i, "-o")) {
       only_for(options,
                {Command::convert, Command::sample, Command::learn, Command::adapt,

@@ -38,10 +38,13 @@ enum class Format { text, tsv };
 struct NetworkSource {
   /// Name of a bundled example network (empty when a file is named).
   std::string example;
-  /// A NET file to read (empty when an example is named).
+  /// A NET file to read (empty when an example is named); a name ending
+  /// in ".kb" is read as a KB file.
   std::string file;
   /// --class NAME: the class of a class file to unfold (empty: the last).
   std::string class_name;
+  /// --password: the password of a protected KB file read or written.
+  std::string password;
 };
 
 /// The parsed command line.

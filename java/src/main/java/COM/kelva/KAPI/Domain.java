@@ -1007,6 +1007,34 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Saves the domain as a KB file: network, tables, cases, evidence and the
+   * compiled junction forest, so that {@link #fromKBFile} needs no
+   * triangulation.  The domain then keeps the file as its file name.
+   *
+   * @param fileName the file, replaced if it exists
+   * @param password encrypts the file; null or empty for none
+   * @throws KelvaException "io" when the file cannot be written, "usage" for
+   *     a null name
+   */
+  public void saveAsKB(String fileName, String password) {
+    check(kDomainSaveAsKB(handle, fileName, password));
+  }
+
+  /**
+   * Loads a domain from a KB file written by {@link #saveAsKB}.
+   *
+   * @param fileName the file
+   * @param password the file's password; null or empty for none
+   * @return the domain, compiled when it was saved compiled
+   * @throws KelvaException "bad_kb_password", "bad_kb_version",
+   *     "bad_kb_type" or "bad_kb_format" for a file that cannot be loaded,
+   *     "io" when it cannot be read
+   */
+  public static Domain fromKBFile(String fileName, String password) {
+    return new Domain(check(kKBLoadDomain(fileName, password)));
+  }
+
+  /**
    * The domain as NET text, as {@link #saveAsNet} writes it.
    *
    * @return the text

@@ -1,0 +1,32 @@
+// Hand-written KB natives: file names and passwords cross as UTF-16.
+#include "jni/jni_util.h"
+#include "natives.h"
+
+using namespace kelva;
+using namespace kelva::jni;
+
+extern "C" {
+
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSaveAsKB(
+    JNIEnv* env, jclass, jlong jdomain, jstring jfile_name, jstring jpassword) {
+  return guard<jint>(1, [&]() -> jint {
+    const FileName name(env, jfile_name);
+    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
+    const FileName password(env, jpassword);
+    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jint{1});
+    return k_domain_save_as_kb(from_jlong<k_domain_t>(jdomain), name.get(), password.get());
+  });
+}
+
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kKBLoadDomain(
+    JNIEnv* env, jclass, jstring jfile_name, jstring jpassword) {
+  return guard<jlong>(0, [&]() -> jlong {
+    const FileName name(env, jfile_name);
+    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
+    const FileName password(env, jpassword);
+    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jlong{0});
+    return to_jlong(k_kb_load_domain(name.get(), password.get()));
+  });
+}
+
+}  // extern "C"
