@@ -368,8 +368,6 @@ TEST(Generate, TheStatesMustCoverTheSupport) {
         "PERT parameters must obey a < m < b (observed: a = 0, m = 0, b = 1)\n");
   fails(op(K_OP_PERT, {num(0), num(0.5), num(1), num(0)}), line, K_ERROR_INAPPROPRIATE_ARGUMENTS,
         "The fourth parameter of a PERT distribution must be positive (observed: 0)\n");
-  // The same Normal over states that span the whole line generates.
-  generates(K_SUBTYPE_INTERVAL, {-kInf, 0, kInf}, op(K_OP_NORMAL, {num(0), num(1)}), {0.5, 0.5});
   // Continuous distributions need an interval owner.
   refuses(K_SUBTYPE_NUMBER, {0, 1}, op(K_OP_NORMAL, {num(0), num(1)}), K_ERROR_INVALID_EXPRESSION,
           "The Normal distribution can only be applied to interval nodes\n");

