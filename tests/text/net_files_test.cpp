@@ -143,7 +143,9 @@ Counts count_in_domain(const Domain& domain) {
     ++counts.nodes;
     if (n->is_discrete()) counts.states += n->state_count();
     counts.links += n->parents().size();
-    if (n->table() != nullptr) add_table(*n->table(), n->is_continuous());
+    // A decision's table is its policy, uniform unless the file gives one.
+    if (n->table() != nullptr && n->category() != K_CATEGORY_DECISION)
+      add_table(*n->table(), n->is_continuous());
   }
   for (const auto& chain : domain.chain_components) add_table(*chain->table, false);
   return counts;

@@ -209,9 +209,7 @@ entries; the links come last.
      "when the network is compiled), NET otherwise; nothing is printed.  Any\n"
      "command reads FILE.bif, FILE.xmlbif, FILE.xml, FILE.uai and FILE.kb as well\n"
      "as NET files.\n",
-     "kelva convert --example asia -o asia.net --digits 17\n"
-     "  kelva convert --example asia -o asia.kb --password s3cret\n"
-     "  kelva convert classes.net --class Top -o flat.net"},
+     "kelva convert --example asia -o asia.net --digits 17"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "
      "[--quiet]",
