@@ -48,11 +48,11 @@ class Unfolder {
     for (Node* n : oldest_first(*frame.body)) {
       if (n->instance_data != nullptr) {
         Frame& inner = frames.emplace_back(Frame{&n->instance_data->of->body(),
-                                                  frame.prefix + n->name_or_generate() + ".",
-                                                  &frame,
-                                                  n->instance_data.get(),
-                                                  {},
-                                                  {}});
+                                                 frame.prefix + n->name_or_generate() + ".",
+                                                 &frame,
+                                                 n->instance_data.get(),
+                                                 {},
+                                                 {}});
         frame.inner.emplace(n, &inner);
         make_nodes(inner);
       } else if (n->master == nullptr && !bound(frame, *n)) {
