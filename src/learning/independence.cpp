@@ -23,15 +23,15 @@ double gamma_series(double a, double x) {
 // Regularized upper incomplete gamma Q(a, x) by Lentz's continued fraction
 // (x >= a + 1).
 double gamma_fraction(double a, double x) {
-  constexpr double tiny = 1e-300;
-  double b = x + 1.0 - a, c = 1.0 / tiny, d = 1.0 / b, h = d;
+  constexpr double kTiny = 1e-300;
+  double b = x + 1.0 - a, c = 1.0 / kTiny, d = 1.0 / b, h = d;
   for (int i = 1; i < 1000; ++i) {
     const double an = -i * (i - a);
     b += 2.0;
     d = an * d + b;
-    if (std::fabs(d) < tiny) d = tiny;
+    if (std::fabs(d) < kTiny) d = kTiny;
     c = b + an / c;
-    if (std::fabs(c) < tiny) c = tiny;
+    if (std::fabs(c) < kTiny) c = kTiny;
     d = 1.0 / d;
     const double delta = d * c;
     h *= delta;

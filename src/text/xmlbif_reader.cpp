@@ -19,7 +19,7 @@ namespace kelva {
 namespace {
 
 struct XmlEvent {
-  enum Kind { start, end, chars, eof } kind = eof;
+  enum class Kind { start, end, chars, eof } kind = Kind::eof;
   std::string name;  // of an element, upper case
   std::string text;  // of a text run, entities decoded
   std::vector<std::pair<std::string, std::string>> attributes;
@@ -48,7 +48,7 @@ class XmlTokenizer {
     ev.line = sc_.line();
     if (sc_.at_end()) return ev;
     if (sc_.peek() != '<') {
-      ev.kind = XmlEvent::chars;
+      ev.kind = XmlEvent::Kind::chars;
       read_text(ev.text);
       return ev;
     }
@@ -64,7 +64,7 @@ class XmlTokenizer {
       sc_.advance_to(sc_.pos() + 9);
       const char* from = sc_.pos();
       skip_past("]]>", "a CDATA section that does not end");
-      ev.kind = XmlEvent::chars;
+      ev.kind = XmlEvent::Kind::chars;
       ev.text.assign(from, sc_.pos() - 3);
       return ev;
     }
@@ -75,13 +75,13 @@ class XmlTokenizer {
     sc_.advance();
     if (sc_.peek() == '/' && !sc_.at_end()) {
       sc_.advance();
-      ev.kind = XmlEvent::end;
+      ev.kind = XmlEvent::Kind::end;
       ev.name = name();
       blanks();
       expect('>');
       return ev;
     }
-    ev.kind = XmlEvent::start;
+    ev.kind = XmlEvent::Kind::start;
     ev.name = name();
     for (;;) {
       const bool spaced = blanks();
@@ -214,7 +214,7 @@ class XmlbifReader {
 
   ForeignNet read() {
     XmlEvent root = next_element();
-    if (root.kind != XmlEvent::start || root.name != "BIF") xml_.fail("`<BIF>' expected");
+    if (root.kind != XmlEvent::Kind::start || root.name != "BIF") xml_.fail("`<BIF>' expected");
     bool network = false;
     if (!root.empty) {
       for (;;) {
@@ -229,7 +229,7 @@ class XmlbifReader {
       }
     }
     if (!network) xml_.fail("no `<NETWORK>' element");
-    if (next_element().kind != XmlEvent::eof) xml_.fail("text after `</BIF>'");
+    if (next_element().kind != XmlEvent::Kind::eof) xml_.fail("text after `</BIF>'");
     return std::move(net_);
   }
 
@@ -239,7 +239,7 @@ class XmlbifReader {
   XmlEvent next_element() {
     for (;;) {
       XmlEvent ev = xml_.next();
-      if (ev.kind != XmlEvent::chars) return ev;
+      if (ev.kind != XmlEvent::Kind::chars) return ev;
       if (!is_blank_text(ev.text)) errors_.fail(ev.line, "text where an element is expected");
     }
   }
@@ -247,9 +247,9 @@ class XmlbifReader {
   // True for the end tag of `open`; false for a start tag; an error for
   // anything else.
   bool closes(const XmlEvent& ev, const XmlEvent& open) const {
-    if (ev.kind == XmlEvent::start) return false;
-    if (ev.kind == XmlEvent::end && ev.name == open.name) return true;
-    if (ev.kind == XmlEvent::end)
+    if (ev.kind == XmlEvent::Kind::start) return false;
+    if (ev.kind == XmlEvent::Kind::end && ev.name == open.name) return true;
+    if (ev.kind == XmlEvent::Kind::end)
       xml_.fail(
           foreign_message("`</%s>' expected, not `</%s>'", open.name.c_str(), ev.name.c_str()));
     xml_.fail(foreign_message("`</%s>' expected", open.name.c_str()));
@@ -262,10 +262,10 @@ class XmlbifReader {
     std::vector<std::string> open_names{open.name};
     while (!open_names.empty()) {
       XmlEvent ev = xml_.next();
-      if (ev.kind == XmlEvent::eof)
+      if (ev.kind == XmlEvent::Kind::eof)
         xml_.fail(foreign_message("`</%s>' expected", open_names.back().c_str()));
-      if (ev.kind == XmlEvent::start && !ev.empty) open_names.push_back(std::move(ev.name));
-      if (ev.kind == XmlEvent::end) {
+      if (ev.kind == XmlEvent::Kind::start && !ev.empty) open_names.push_back(std::move(ev.name));
+      if (ev.kind == XmlEvent::Kind::end) {
         if (ev.name != open_names.back())
           xml_.fail(foreign_message("`</%s>' expected, not `</%s>'", open_names.back().c_str(),
                                     ev.name.c_str()));
@@ -280,11 +280,11 @@ class XmlbifReader {
     if (open.empty) return text;
     for (;;) {
       XmlEvent ev = xml_.next();
-      if (ev.kind == XmlEvent::chars) {
+      if (ev.kind == XmlEvent::Kind::chars) {
         text += ev.text;
         continue;
       }
-      if (ev.kind != XmlEvent::end || ev.name != open.name)
+      if (ev.kind != XmlEvent::Kind::end || ev.name != open.name)
         xml_.fail(foreign_message("`</%s>' expected", open.name.c_str()));
       return text;
     }
