@@ -347,7 +347,10 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
   }
   // Continuous values are taken in by initialising the tree again.
-  if (cg_evidence_waiting(tree)) waiting = true, absorbs = false;
+  if (cg_evidence_waiting(tree)) {
+    waiting = true;
+    absorbs = false;
+  }
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     if (!(*p)->is_continuous()) continue;
     entered = entered || (*p)->evidence.entered;
