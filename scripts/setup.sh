@@ -6,7 +6,7 @@ set -euo pipefail
 packages=(
   build-essential cmake g++ openjdk-17-jdk-headless
   libgtest-dev libbenchmark-dev junit5 libboost-math-dev zlib1g-dev libsodium-dev
-  clang libclang-rt-14-dev clang-format clang-tidy
+  clang libclang-rt-14-dev clang-format clang-tidy graphviz
 )
 
 missing=()

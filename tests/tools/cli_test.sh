@@ -80,7 +80,7 @@ grep -qxF '       kelva beliefs (FILE.net | --example NAME) [--case FILE] [--set
   "$work/help.out" || fail "help: the beliefs usage line lacks --case"
 # Each command's own help: its usage first, its options, an example, and
 # nothing of the other commands.
-for command in nodes convert beliefs bench compile sample learn; do
+for command in nodes convert beliefs bench compile sample learn draw; do
   run "help_$command" "$command" --example asia --help
   expect_status "help_$command" 0
   checks=$((checks + 1))

@@ -18,6 +18,10 @@ void run_version(std::FILE* out);
 /// Prints the nodes, states, tables and links of the chosen network.
 void run_nodes(std::FILE* out, const Options& options);
 
+/// Writes a picture of the chosen network, or of its junction forest, as
+/// Graphviz DOT, or as SVG or PNG through Graphviz's dot.
+void run_draw(const Options& options);
+
 /// Reads the chosen network and writes it as a NET file.
 void run_convert(const Options& options);
 

@@ -17,7 +17,7 @@ constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
     bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt) |
-    bit(Command::learn_structure) | bit(Command::decide);
+    bit(Command::learn_structure) | bit(Command::decide) | bit(Command::draw);
 constexpr unsigned kFromNetwork =
     kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
 constexpr unsigned kWithProgress = kAllCommands;
@@ -49,7 +49,7 @@ constexpr OptionHelp kOptionHelp[] = {
      "where convert, learn and adapt write the network,\nsample the data file; "
      "convert writes a KB file\nwhen OUT ends in .kb",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt) |
-         bit(Command::learn_structure)},
+         bit(Command::learn_structure) | bit(Command::draw)},
     {"--password P",
      "the password of a KB file read (FILE.kb) or written by\n"
      "convert (-o OUT.kb)",
@@ -62,7 +62,8 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--case FILE",
      "evidence from a single-case file (lines NODE: STATE),\n"
      "entered before the --set items",
-     bit(Command::beliefs) | bit(Command::map) | bit(Command::sample) | bit(Command::decide)},
+     bit(Command::beliefs) | bit(Command::map) | bit(Command::sample) | bit(Command::decide) |
+         bit(Command::draw)},
     {"--set NODE=STATE",
      "evidence: NODE is in state STATE, given by its label or\n"
      "as #INDEX (counting from 0), or a continuous NODE has the\n"
@@ -70,7 +71,8 @@ constexpr OptionHelp kOptionHelp[] = {
      "(dsep takes the nodes as observed; sample then draws\n"
      "from the posterior)",
      bit(Command::beliefs) | bit(Command::dsep) | bit(Command::sensitivity) | bit(Command::voi) |
-         bit(Command::map) | bit(Command::sample) | bit(Command::decide)},
+         bit(Command::map) | bit(Command::sample) | bit(Command::decide) | bit(Command::draw)},
+    {"--junction-tree", "draw the junction forest instead of the network", bit(Command::draw)},
     {"--from NODE,...", "the source nodes of dsep", bit(Command::dsep)},
     {"--target T",
      "what sensitivity and voi ask about: NODE=STATE, the\n"
@@ -336,6 +338,20 @@ probability given the evidence printed with "%.17g".  Every configuration
 at or above P is listed, found exactly; no line when there is none.
 )TXT",
      "kelva map --example asia --nodes tub,lung,bronc --set xray=yes --set dysp=yes"},
+    {Command::draw, "draw",
+     "(FILE.net | --example NAME) -o OUT.dot|OUT.svg|OUT.png\n[--junction-tree] [--case FILE] "
+     "[--set NODE=STATE]... [--quiet]",
+     "draw a network or its junction forest with Graphviz",
+     R"TXT(Output of draw: the picture OUT as Graphviz DOT; for .svg and .png, Graphviz's
+dot (package graphviz) renders that DOT.  The network: chance nodes are
+ellipses (continuous ones double octagons), decisions boxes, utilities
+diamonds, functions octagons; nodes with evidence are shaded, and with
+evidence given every discrete chance node shows its beliefs as bars.  With
+--junction-tree: one box per clique with its number, table size and members
+(the root of each tree has a thick border), one edge per separator with its
+members and table size.
+)TXT",
+     "kelva draw --example asia --set xray=yes -o asia.png"},
     {Command::decide, "decide",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n"
      "[--format text|tsv] [--quiet]",

@@ -66,6 +66,9 @@ void run(const kelva::cli::Options& options) {
     case Command::decide:
       kelva::cli::run_decide(stdout, options);
       break;
+    case Command::draw:
+      kelva::cli::run_draw(options);
+      break;
   }
 }
 

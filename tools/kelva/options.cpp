@@ -141,6 +141,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::learn_structure;
   } else if (command == "decide") {
     options.command = Command::decide;
+  } else if (command == "draw") {
+    options.command = Command::draw;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -170,7 +172,7 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--set")) {
       only_for(options,
                {Command::beliefs, Command::dsep, Command::sensitivity, Command::voi, Command::map,
-                Command::sample, Command::decide},
+                Command::sample, Command::decide, Command::draw},
                "--set");
       const std::size_t eq = value->find('=');
       if (eq == std::string::npos) throw UsageError("--set needs NODE=STATE, not '" + *value + "'");
@@ -196,7 +198,8 @@ Options parse_options(std::span<const char* const> args) {
                                                                  : "--target needs NODE");
       options.target = *value;
     } else if (auto value = option_value(args, i, "--case")) {
-      only_for(options, {Command::beliefs, Command::map, Command::sample, Command::decide},
+      only_for(options,
+               {Command::beliefs, Command::map, Command::sample, Command::decide, Command::draw},
                "--case");
       options.case_file = *value;
     } else if (arg == "--max") {
@@ -239,6 +242,9 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "--experience")) {
       only_for(options, Command::adapt, "--experience");
       options.experience = parse_number(*value, "--experience", 0.0, 1e300);
+    } else if (arg == "--junction-tree") {
+      only_for(options, Command::draw, "--junction-tree");
+      options.junction_tree = true;
     } else if (arg == "--strict-columns") {
       only_for(options, {Command::learn, Command::adapt}, "--strict-columns");
       options.strict_columns = true;
@@ -285,7 +291,7 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "-o")) {
       only_for(options,
                {Command::convert, Command::sample, Command::learn, Command::adapt,
-                Command::learn_structure},
+                Command::learn_structure, Command::draw},
                "-o");
       options.output = *value;
     } else if (arg.starts_with("-")) {
@@ -328,7 +334,8 @@ Options parse_options(std::span<const char* const> args) {
   if (options.command == Command::bench && options.source.file.empty())
     throw UsageError("bench needs a NET file");
   if ((options.command == Command::convert || options.command == Command::sample ||
-       options.command == Command::learn || options.command == Command::adapt) &&
+       options.command == Command::learn || options.command == Command::adapt ||
+       options.command == Command::draw) &&
       options.output.empty())
     throw UsageError("no output file given (use -o FILE)");
   if (options.command == Command::dsep && options.from_nodes.empty())

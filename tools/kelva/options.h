@@ -27,8 +27,8 @@ enum class Command {
   voi,
   map,
   learn_structure,
-
   decide,
+  draw,
 };
 
 /// How reports are printed.
@@ -59,7 +59,7 @@ struct Options {
   NetworkSource source;
   Format format = Format::text;
   /// Where `convert` and `learn` write their NET file, `sample` its data
-  /// file.
+  /// file, `draw` its picture.
   std::string output;
   /// `learn`, `adapt`: the data file of the cases (the second file
   /// argument).
@@ -115,6 +115,8 @@ struct Options {
   std::string structure_method = "pc";
   double significance = 0.05;
   k_score_t score = K_SCORE_BIC;
+  /// `draw --junction-tree`: draw the junction forest, not the network.
+  bool junction_tree = false;
 };
 
 /// Parses the arguments after the program name; throws UsageError.
