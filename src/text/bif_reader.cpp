@@ -2,6 +2,7 @@
 // tables as one list (`table`), as rows labelled by the parents' states, or
 // as a `default` row for the rows not given.
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -176,7 +177,9 @@ class BifReader {
       expect('[');
       blanks();
       double count = 0;
-      if (!sc_.number(count) || count < 1 || count != static_cast<double>(static_cast<long>(count)))
+      // Bounded before the conversion: a huge count is no count of states.
+      if (!sc_.number(count) || !(count >= 1 && count <= 2147483647.0) ||
+          count != std::floor(count))
         expected("a number of states");
       expect(']');
       expect('{');

@@ -87,6 +87,13 @@ std::vector<unsigned char> take_section(ByteReader& in, Section tag) {
   return raw;
 }
 
+/// The next number, which must be finite.
+double finite_number(ByteReader& in) {
+  const double x = in.f64();
+  if (!std::isfinite(x)) damaged();
+  return x;
+}
+
 /// Reads what put_table wrote into `table` (which must exist exactly when
 /// the file says so, with the same size and number of continuous nodes).
 void get_table(ByteReader& in, Table* table) {
@@ -98,14 +105,22 @@ void get_table(ByteReader& in, Table* table) {
   if (in.flag()) {
     if (size > (in.left() - std::min<std::size_t>(in.left(), 8)) / 8) damaged();
     in.doubles_into(table->data(), size);
+    // Only numbers a NET file can hold: the domain must save again.
+    for (std::uint64_t k = 0; k < size; ++k)
+      if (!std::isfinite(table->data()[k])) damaged();
   }
   if (c == 0) return;
   if (size > in.left() / ((c + 2) * c * 8)) damaged();
   for (std::uint64_t config = 0; config < size; ++config)
     for (std::size_t i = 0; i < c; ++i) {
-      table->set_mean(config, i, in.f64());
-      table->set_coefficient(config, i, in.f64());
-      for (std::size_t j = 0; j < c; ++j) table->set_covariance(config, i, j, in.f64());
+      table->set_mean(config, i, finite_number(in));
+      table->set_coefficient(config, i, finite_number(in));
+      for (std::size_t j = 0; j < c; ++j) {
+        const double x = finite_number(in);
+        // A variance is never negative, as the NET reader requires.
+        if (i == j && x < 0.0) damaged();
+        table->set_covariance(config, i, j, x);
+      }
     }
 }
 

@@ -66,6 +66,7 @@ class XmlTokenizer {
       skip_past("]]>", "a CDATA section that does not end");
       ev.kind = XmlEvent::Kind::chars;
       ev.text.assign(from, sc_.pos() - 3);
+      if (ev.text.find('\0') != std::string::npos) fail("a NUL character in the text");
       return ev;
     }
     if (sc_.starts_with("<!")) {
@@ -150,6 +151,8 @@ class XmlTokenizer {
         const char* from = sc_.pos();
         const char* p = from;
         while (p < sc_.end() && *p != '<' && *p != '&' && *p != stop) ++p;
+        // XML has no NUL character, and no name or label may hold one.
+        if (std::find(from, p, '\0') != p) fail("a NUL character in the text");
         out.append(from, p);
         sc_.advance_to(p);
         continue;
