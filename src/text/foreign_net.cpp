@@ -128,9 +128,16 @@ void check_table(const ForeignNet& net, const ForeignTable& t, const ForeignErro
 
 Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
                              const char* file_name) {
-  for (const ForeignVariable& v : net.variables)
+  for (const ForeignVariable& v : net.variables) {
     if (v.states.empty())
       errors.fail(v.line, foreign_message("variable `%s' has no states", v.name.c_str()));
+    // A label is a C string: a NUL byte would cut it short and could make
+    // two states one.
+    for (const std::string& s : v.states)
+      if (s.find('\0') != std::string::npos)
+        errors.fail(v.line,
+                    foreign_message("a state of `%s' holds a NUL character", v.name.c_str()));
+  }
   std::vector<const ForeignTable*> table_of(net.variables.size(), nullptr);
   for (const ForeignTable& t : net.tables) {
     if (table_of[t.child] != nullptr)
