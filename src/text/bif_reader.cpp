@@ -53,8 +53,8 @@ class BifReader {
       else if (w == "variable") read_variable(line);
       else if (w == "probability") read_probability(line);
       else
-        fail(foreign_message("`network', `variable' or `probability' expected, not `%s'",
-                             std::string(w).c_str()));
+        fail(net_message("`network', `variable' or `probability' expected, not `%s'",
+                         std::string(w).c_str()));
     }
   }
 
@@ -80,7 +80,7 @@ class BifReader {
   }
 
   [[noreturn]] void expected(const char* what) const {
-    errors_.fail(sc_.line(), foreign_message("%s expected, found %s", what, found().c_str()));
+    errors_.fail(sc_.line(), net_message("%s expected, found %s", what, found().c_str()));
   }
 
   void expect(char c) {
@@ -170,10 +170,10 @@ class BifReader {
         continue;
       }
       if (w != "type") fail("`type', `property' or `}' expected");
-      if (typed) fail(foreign_message("variable `%s' has two types", v.name.c_str()));
+      if (typed) fail(net_message("variable `%s' has two types", v.name.c_str()));
       typed = true;
       if (word("`discrete'") != "discrete")
-        fail(foreign_message("variable `%s' is not discrete", v.name.c_str()));
+        fail(net_message("variable `%s' is not discrete", v.name.c_str()));
       expect('[');
       blanks();
       double count = 0;
@@ -187,24 +187,24 @@ class BifReader {
         const std::string_view s = word("a state name");
         for (const std::string& other : v.states)
           if (other == s)
-            fail(foreign_message("state `%s' of `%s' given twice", other.c_str(), v.name.c_str()));
+            fail(net_message("state `%s' of `%s' given twice", other.c_str(), v.name.c_str()));
         v.states.emplace_back(s);
         if (accept('}')) break;
         expect(',');
       }
       expect(';');
       if (static_cast<double>(v.states.size()) != count)
-        fail(foreign_message("variable `%s' has %zu states, not the %.0f it declares",
-                             v.name.c_str(), v.states.size(), count));
+        fail(net_message("variable `%s' has %zu states, not the %.0f it declares", v.name.c_str(),
+                         v.states.size(), count));
     }
-    if (!typed) errors_.fail(line, foreign_message("variable `%s' has no type", v.name.c_str()));
+    if (!typed) errors_.fail(line, net_message("variable `%s' has no type", v.name.c_str()));
     add_foreign_variable(net_, std::move(v), errors_);
   }
 
   std::size_t variable(std::string_view name) {
     const auto it = net_.index.find(std::string(name));
     if (it == net_.index.end())
-      fail(foreign_message("unknown variable `%s'", std::string(name).c_str()));
+      fail(net_message("unknown variable `%s'", std::string(name).c_str()));
     return it->second;
   }
 
@@ -256,7 +256,7 @@ class BifReader {
       if (accept('}')) break;
       const std::uint64_t entry_line = sc_.line();
       if (accept('(')) {
-        if (has_table) fail(foreign_message("the table of `%s' given twice", child.name.c_str()));
+        if (has_table) fail(net_message("the table of `%s' given twice", child.name.c_str()));
         has_rows = true;
         std::uint64_t row = 0;
         for (std::size_t k = 0; k < t.parents.size(); ++k) {
@@ -266,25 +266,25 @@ class BifReader {
           std::size_t i = 0;
           while (i < p.states.size() && p.states[i] != s) ++i;
           if (i == p.states.size())
-            fail(foreign_message("`%s' is not a state of `%s'", std::string(s).c_str(),
-                                 p.name.c_str()));
+            fail(
+                net_message("`%s' is not a state of `%s'", std::string(s).c_str(), p.name.c_str()));
           row = row * p.states.size() + i;
         }
         expect(')');
         if (t.values.empty()) {
           if (rows * width > (std::uint64_t{1} << 32))
-            fail(foreign_message("the table of `%s' is too large", child.name.c_str()));
+            fail(net_message("the table of `%s' is too large", child.name.c_str()));
           t.values.assign(rows * width, 0.0);
           t.row_lines.assign(rows, line);
           given.assign(rows, false);
         }
-        if (given[row]) fail(foreign_message("a row of `%s' given twice", child.name.c_str()));
+        if (given[row]) fail(net_message("a row of `%s' given twice", child.name.c_str()));
         given[row] = true;
         row_values.clear();
         read_values(row_values);
         if (row_values.size() != width)
-          errors_.fail(entry_line, foreign_message("a row of `%s' has %zu values, not %zu",
-                                                   child.name.c_str(), row_values.size(), width));
+          errors_.fail(entry_line, net_message("a row of `%s' has %zu values, not %zu",
+                                               child.name.c_str(), row_values.size(), width));
         std::copy(row_values.begin(), row_values.end(), t.values.begin() + row * width);
         t.row_lines[row] = entry_line;
         continue;
@@ -294,18 +294,18 @@ class BifReader {
         skip_property();
       } else if (w == "table") {
         if (has_table || has_rows)
-          fail(foreign_message("the table of `%s' given twice", child.name.c_str()));
+          fail(net_message("the table of `%s' given twice", child.name.c_str()));
         has_table = true;
         read_values(table);
       } else if (w == "default") {
-        if (!fallback.empty()) fail(foreign_message("two defaults for `%s'", child.name.c_str()));
+        if (!fallback.empty()) fail(net_message("two defaults for `%s'", child.name.c_str()));
         read_values(fallback);
         if (fallback.size() != width)
-          errors_.fail(entry_line, foreign_message("a row of `%s' has %zu values, not %zu",
-                                                   child.name.c_str(), fallback.size(), width));
+          errors_.fail(entry_line, net_message("a row of `%s' has %zu values, not %zu",
+                                               child.name.c_str(), fallback.size(), width));
       } else {
-        fail(foreign_message("`table', `default', `(', `property' or `}' expected, not `%s'",
-                             std::string(w).c_str()));
+        fail(net_message("`table', `default', `(', `property' or `}' expected, not `%s'",
+                         std::string(w).c_str()));
       }
     }
     if (has_table) {
@@ -313,18 +313,18 @@ class BifReader {
     } else if (has_rows || !fallback.empty()) {
       if (!has_rows) {
         if (rows * width > (std::uint64_t{1} << 32))
-          fail(foreign_message("the table of `%s' is too large", child.name.c_str()));
+          fail(net_message("the table of `%s' is too large", child.name.c_str()));
         t.values.assign(rows * width, 0.0);
         given.assign(rows, false);
       }
       for (std::uint64_t r = 0; r < rows; ++r) {
         if (given[r]) continue;
         if (fallback.empty())
-          errors_.fail(line, foreign_message("the table of `%s' lacks a row", child.name.c_str()));
+          errors_.fail(line, net_message("the table of `%s' lacks a row", child.name.c_str()));
         std::copy(fallback.begin(), fallback.end(), t.values.begin() + r * width);
       }
     } else {
-      errors_.fail(line, foreign_message("no values for `%s'", child.name.c_str()));
+      errors_.fail(line, net_message("no values for `%s'", child.name.c_str()));
     }
     net_.tables.push_back(std::move(t));
   }

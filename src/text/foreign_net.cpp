@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdarg>
 #include <memory>
 #include <new>
 
@@ -24,25 +23,11 @@ void ForeignErrors::fail(std::uint64_t line, const std::string& message) const {
   throw Error(K_ERROR_PARSE);
 }
 
-std::string foreign_message(const char* format, ...) {
-  va_list args;
-  va_start(args, format);
-  va_list again;
-  va_copy(again, args);
-  const int length = std::vsnprintf(nullptr, 0, format, args);
-  va_end(args);
-  std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, again);
-  va_end(again);
-  return text;
-}
-
 std::size_t add_foreign_variable(ForeignNet& net, ForeignVariable variable,
                                  const ForeignErrors& errors) {
   const std::size_t i = net.variables.size();
   if (!net.index.emplace(variable.name, i).second)
-    errors.fail(variable.line,
-                foreign_message("variable `%s' declared twice", variable.name.c_str()));
+    errors.fail(variable.line, net_message("variable `%s' declared twice", variable.name.c_str()));
   net.variables.push_back(std::move(variable));
   return i;
 }
@@ -97,16 +82,16 @@ void check_table(const ForeignNet& net, const ForeignTable& t, const ForeignErro
   bool more = false;
   for (std::size_t p : t.parents) {
     if (p == t.child || std::count(t.parents.begin(), t.parents.end(), p) > 1)
-      errors.fail(t.line, foreign_message("variable `%s' appears twice in the table of `%s'",
-                                          net.variables[p].name.c_str(), name));
+      errors.fail(t.line, net_message("variable `%s' appears twice in the table of `%s'",
+                                      net.variables[p].name.c_str(), name));
     const std::uint64_t n = net.variables[p].states.size();
     more = more || expected > cap / n;
     expected = more ? cap : expected * n;
   }
   if (t.values.size() != expected)
     errors.fail(t.line,
-                foreign_message("the table of `%s' has %zu values, not the %s it needs", name,
-                                t.values.size(), more ? "more" : std::to_string(expected).c_str()));
+                net_message("the table of `%s' has %zu values, not the %s it needs", name,
+                            t.values.size(), more ? "more" : std::to_string(expected).c_str()));
   const std::size_t width = child.states.size();
   for (std::size_t row = 0; row * width < t.values.size(); ++row) {
     const std::uint64_t line = row < t.row_lines.size() ? t.row_lines[row] : t.line;
@@ -114,13 +99,13 @@ void check_table(const ForeignNet& net, const ForeignTable& t, const ForeignErro
     for (std::size_t s = 0; s < width; ++s) {
       const double v = t.values[row * width + s];
       if (!(v >= 0.0) || std::isinf(v))
-        errors.fail(line, foreign_message("the table of `%s' holds %s, not a probability", name,
-                                          exact_number(v).c_str()));
+        errors.fail(line, net_message("the table of `%s' holds %s, not a probability", name,
+                                      exact_number(v).c_str()));
       sum += v;
     }
     if (std::fabs(sum - 1.0) > kRowTolerance)
-      errors.fail(line, foreign_message("a row of the table of `%s' sums to %s, not 1", name,
-                                        exact_number(sum).c_str()));
+      errors.fail(line, net_message("a row of the table of `%s' sums to %s, not 1", name,
+                                    exact_number(sum).c_str()));
   }
 }
 
@@ -130,26 +115,25 @@ Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
                              const char* file_name) {
   for (const ForeignVariable& v : net.variables) {
     if (v.states.empty())
-      errors.fail(v.line, foreign_message("variable `%s' has no states", v.name.c_str()));
+      errors.fail(v.line, net_message("variable `%s' has no states", v.name.c_str()));
     // A label is a C string: a NUL byte would cut it short and could make
     // two states one.
     for (const std::string& s : v.states)
       if (s.find('\0') != std::string::npos)
-        errors.fail(v.line,
-                    foreign_message("a state of `%s' holds a NUL character", v.name.c_str()));
+        errors.fail(v.line, net_message("a state of `%s' holds a NUL character", v.name.c_str()));
   }
   std::vector<const ForeignTable*> table_of(net.variables.size(), nullptr);
   for (const ForeignTable& t : net.tables) {
     if (table_of[t.child] != nullptr)
       errors.fail(t.line,
-                  foreign_message("a second table for `%s'", net.variables[t.child].name.c_str()));
+                  net_message("a second table for `%s'", net.variables[t.child].name.c_str()));
     table_of[t.child] = &t;
     check_table(net, t, errors);
   }
   for (std::size_t i = 0; i < net.variables.size(); ++i)
     if (table_of[i] == nullptr)
       errors.fail(net.variables[i].line,
-                  foreign_message("no table for variable `%s'", net.variables[i].name.c_str()));
+                  net_message("no table for variable `%s'", net.variables[i].name.c_str()));
 
   auto domain = std::make_unique<Domain>();
   if (file_name != nullptr) domain->file_name = file_name;
@@ -160,7 +144,7 @@ Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
       domain->rename(*node, v.name.c_str());
     } catch (const Error& e) {
       if (e.code() != K_ERROR_INVALID_NAME) throw;
-      errors.fail(v.line, foreign_message("`%s' is not a valid node name", v.name.c_str()));
+      errors.fail(v.line, net_message("`%s' is not a valid node name", v.name.c_str()));
     }
     node->resize_states(v.states.size());
     for (std::size_t s = 0; s < v.states.size(); ++s) node->set_state_label(s, v.states[s]);
@@ -173,8 +157,8 @@ Domain* build_foreign_domain(const ForeignNet& net, const ForeignErrors& errors,
         add_parent(child, *nodes[p]);
       } catch (const Error& e) {
         if (e.code() != K_ERROR_CYCLIC_NETWORK) throw;
-        errors.fail(t.line, foreign_message("the link %s -> %s closes a directed cycle",
-                                            nodes[p]->name().c_str(), child.name().c_str()));
+        errors.fail(t.line, net_message("the link %s -> %s closes a directed cycle",
+                                        nodes[p]->name().c_str(), child.name().c_str()));
       }
     }
   }

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "kelva/kelva.h"
+#include "text/net_reader.h"
 
 namespace kelva {
 
@@ -54,9 +55,6 @@ class ForeignErrors {
   k_parse_error_handler_t handler_;
   void* data_;
 };
-
-/// printf-style formatting of a message.
-std::string foreign_message(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Adds a variable, refusing a name declared before.
 std::size_t add_foreign_variable(ForeignNet& net, ForeignVariable variable,

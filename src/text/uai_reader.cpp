@@ -53,7 +53,7 @@ class UaiReader {
       for (std::uint64_t k = 0; k < size; ++k) {
         const std::uint64_t v = integer("a variable index");
         if (v >= count)
-          fail(foreign_message("variable %llu does not exist", static_cast<unsigned long long>(v)));
+          fail(net_message("variable %llu does not exist", static_cast<unsigned long long>(v)));
         t.parents.push_back(v);
       }
       t.child = t.parents.back();
@@ -85,7 +85,7 @@ class UaiReader {
     sc_.skip_blanks(false);
     double v;
     if (!sc_.number(v) || v < 0 || v != std::floor(v) || v > 9e15)
-      fail(foreign_message("%s expected", what));
+      fail(net_message("%s expected", what));
     return static_cast<std::uint64_t>(v);
   }
 

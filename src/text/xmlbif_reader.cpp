@@ -122,7 +122,7 @@ class XmlTokenizer {
   }
 
   void expect(char c) {
-    if (sc_.at_end() || sc_.peek() != c) fail(foreign_message("`%c' expected", c));
+    if (sc_.at_end() || sc_.peek() != c) fail(net_message("`%c' expected", c));
     sc_.advance();
   }
 
@@ -166,7 +166,7 @@ class XmlTokenizer {
       else if (entity == "quot") out += '"';
       else if (entity == "apos") out += '\'';
       else if (entity.starts_with('#')) append_code(out, entity);
-      else fail(foreign_message("unknown entity `&%s;'", std::string(entity).c_str()));
+      else fail(net_message("unknown entity `&%s;'", std::string(entity).c_str()));
       sc_.advance_to(semi + 1);
     }
   }
@@ -179,7 +179,7 @@ class XmlTokenizer {
     const auto r = std::from_chars(from, entity.data() + entity.size(), code, hex ? 16 : 10);
     if (r.ec != std::errc() || r.ptr != entity.data() + entity.size() || code == 0 ||
         code > 0x10FFFF)
-      fail(foreign_message("bad character reference `&%s;'", std::string(entity).c_str()));
+      fail(net_message("bad character reference `&%s;'", std::string(entity).c_str()));
     if (code < 0x80) {
       out += static_cast<char>(code);
     } else if (code < 0x800) {
@@ -253,9 +253,8 @@ class XmlbifReader {
     if (ev.kind == XmlEvent::Kind::start) return false;
     if (ev.kind == XmlEvent::Kind::end && ev.name == open.name) return true;
     if (ev.kind == XmlEvent::Kind::end)
-      xml_.fail(
-          foreign_message("`</%s>' expected, not `</%s>'", open.name.c_str(), ev.name.c_str()));
-    xml_.fail(foreign_message("`</%s>' expected", open.name.c_str()));
+      xml_.fail(net_message("`</%s>' expected, not `</%s>'", open.name.c_str(), ev.name.c_str()));
+    xml_.fail(net_message("`</%s>' expected", open.name.c_str()));
   }
 
   // Skips an element that was started by `open`, with what it holds (a
@@ -266,12 +265,12 @@ class XmlbifReader {
     while (!open_names.empty()) {
       XmlEvent ev = xml_.next();
       if (ev.kind == XmlEvent::Kind::eof)
-        xml_.fail(foreign_message("`</%s>' expected", open_names.back().c_str()));
+        xml_.fail(net_message("`</%s>' expected", open_names.back().c_str()));
       if (ev.kind == XmlEvent::Kind::start && !ev.empty) open_names.push_back(std::move(ev.name));
       if (ev.kind == XmlEvent::Kind::end) {
         if (ev.name != open_names.back())
-          xml_.fail(foreign_message("`</%s>' expected, not `</%s>'", open_names.back().c_str(),
-                                    ev.name.c_str()));
+          xml_.fail(net_message("`</%s>' expected, not `</%s>'", open_names.back().c_str(),
+                                ev.name.c_str()));
         open_names.pop_back();
       }
     }
@@ -288,7 +287,7 @@ class XmlbifReader {
         continue;
       }
       if (ev.kind != XmlEvent::Kind::end || ev.name != open.name)
-        xml_.fail(foreign_message("`</%s>' expected", open.name.c_str()));
+        xml_.fail(net_message("`</%s>' expected", open.name.c_str()));
       return text;
     }
   }
@@ -307,9 +306,9 @@ class XmlbifReader {
   void read_variable(const XmlEvent& open) {
     for (const auto& [key, value] : open.attributes)
       if (key == "TYPE" && value != "nature")
-        errors_.fail(open.line, foreign_message("only variables of type `nature' can be read, "
-                                                "not `%s'",
-                                                value.c_str()));
+        errors_.fail(open.line, net_message("only variables of type `nature' can be read, "
+                                            "not `%s'",
+                                            value.c_str()));
     ForeignVariable v;
     v.line = open.line;
     bool named = false;
@@ -323,7 +322,7 @@ class XmlbifReader {
       } else if (ev.name == "OUTCOME" || ev.name == "VALUE") {
         std::string s = trimmed(text_of(ev));
         if (std::find(v.states.begin(), v.states.end(), s) != v.states.end())
-          errors_.fail(ev.line, foreign_message("outcome `%s' given twice", s.c_str()));
+          errors_.fail(ev.line, net_message("outcome `%s' given twice", s.c_str()));
         v.states.push_back(std::move(s));
       } else {
         skip(ev);
@@ -336,7 +335,7 @@ class XmlbifReader {
   std::size_t variable(const std::string& name, std::uint64_t line) {
     const auto it = net_.index.find(name);
     if (it == net_.index.end())
-      errors_.fail(line, foreign_message("unknown variable `%s'", name.c_str()));
+      errors_.fail(line, net_message("unknown variable `%s'", name.c_str()));
     return it->second;
   }
 
