@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <string>
 #include <utility>
@@ -57,6 +59,15 @@ k_status_t guard_status(F&& body) noexcept {
     body();
     return k_status_t{0};
   });
+}
+
+/// `text` copied into memory from malloc, for the caller to free(); the
+/// copy ends with a NUL.  No memory is "no_memory".
+inline char* malloc_copy(const std::string& text) {
+  auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
+  if (copy == nullptr) throw Error(K_ERROR_NO_MEMORY);
+  std::memcpy(copy, text.c_str(), text.size() + 1);
+  return copy;
 }
 
 /// The live object behind a handle, or Error(usage) for null, dead or

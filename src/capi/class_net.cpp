@@ -70,11 +70,7 @@ char* k_cc_to_net_string(k_class_collection_t cc) {
   return kelva::capi::guard<char*>(nullptr, [&] {
     kelva::TextSink sink;
     kelva::write_net_classes(get_cc(cc), sink);
-    const std::string& text = sink.text();
-    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
+    return kelva::capi::malloc_copy(sink.text());
   });
 }
 

@@ -16,6 +16,7 @@ using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
+using kelva::capi::malloc_copy;
 
 namespace {
 
@@ -64,11 +65,7 @@ char* k_ds_to_csv_string(k_data_set_t data_set, char separator) {
   return guard<char*>(nullptr, [&] {
     kelva::TextSink sink;
     kelva::write_data_set(get(data_set), separator_byte(separator), sink);
-    const std::string& text = sink.text();
-    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
+    return malloc_copy(sink.text());
   });
 }
 

@@ -16,6 +16,7 @@ using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
+using kelva::capi::malloc_copy;
 
 namespace {
 
@@ -91,11 +92,7 @@ int k_expression_get_boolean(k_expression_t e) {
 char* k_expression_to_string(k_expression_t e) {
   return guard<char*>(nullptr, [&] {
     const Expression* x = e == nullptr ? nullptr : &get(e);
-    const std::string text = kelva::expression_to_string(x);
-    auto* out = static_cast<char*>(std::malloc(text.size() + 1));
-    require(out != nullptr, K_ERROR_NO_MEMORY);
-    std::memcpy(out, text.c_str(), text.size() + 1);
-    return out;
+    return malloc_copy(kelva::expression_to_string(x));
   });
 }
 

@@ -10,6 +10,7 @@
 using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
+using kelva::capi::malloc_copy;
 
 extern "C" {
 
@@ -49,11 +50,7 @@ char* k_domain_to_net_string(k_domain_t domain) {
   return guard<char*>(nullptr, [&] {
     kelva::TextSink sink;
     kelva::write_net_domain(get(domain), sink);
-    const std::string& text = sink.text();
-    auto* copy = static_cast<char*>(std::malloc(text.size() + 1));
-    if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
-    std::memcpy(copy, text.c_str(), text.size() + 1);
-    return copy;
+    return malloc_copy(sink.text());
   });
 }
 

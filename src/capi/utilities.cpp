@@ -10,6 +10,7 @@
 
 using kelva::require;
 using kelva::capi::guard;
+using kelva::capi::malloc_copy;
 
 double k_infinity(void) { return std::numeric_limits<double>::infinity(); }
 
@@ -24,11 +25,7 @@ double k_get_clock(void) {
 char* k_remove_escape_sequences(const char* text) {
   return guard<char*>(nullptr, [&] {
     require(text != nullptr);
-    const std::string decoded = kelva::remove_escape_sequences(text);
     // The decoded text may hold a NUL; the caller sees the text up to it.
-    char* out = static_cast<char*>(std::malloc(decoded.size() + 1));
-    if (out == nullptr) throw std::bad_alloc();
-    std::memcpy(out, decoded.c_str(), decoded.size() + 1);
-    return out;
+    return malloc_copy(kelva::remove_escape_sequences(text));
   });
 }
