@@ -16,13 +16,7 @@ namespace {
 double total_weight(k_domain_t domain) {
   double total = 0.0;
   for (k_junction_tree_t jt = k_domain_get_first_junction_tree(domain); jt; jt = k_jt_get_next(jt))
-    for (k_clique_t* c = k_jt_get_cliques(jt); *c; ++c) {
-      double size = 1.0;
-      for (k_node_t* m = k_clique_get_members(*c); *m; ++m)
-        if (k_node_get_kind(*m) == K_KIND_DISCRETE)
-          size *= static_cast<double>(k_node_get_number_of_states(*m));
-      total += size;
-    }
+    total += static_cast<double>(k_jt_get_total_size(jt));
   return total;
 }
 
