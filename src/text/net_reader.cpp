@@ -290,6 +290,19 @@ class NetReader {
     }
   }
 
+  // label = string, or position = `(` x y `)`: the value after the `=`.
+  void read_label_or_position(Node& node, const std::string& key) {
+    if (key == "label") {
+      const int s = next();
+      if (s != TOKEN_STRING) fail("string expected", s);
+      node.label = lx_.text();
+      return;
+    }
+    const auto [x, y] = read_pair();
+    node.x = coordinate(x);
+    node.y = coordinate(y);
+  }
+
   // `{` (label | position | user attribute)* `}`
   void read_label_position_block(Node& node) {
     expect('{');
@@ -299,14 +312,8 @@ class NetReader {
       if (a != TOKEN_NAME) fail("`}' or an attribute name expected", a);
       const std::string key = lx_.text();
       expect('=');
-      if (key == "label") {
-        const int s = next();
-        if (s != TOKEN_STRING) fail("string expected", s);
-        node.label = lx_.text();
-      } else if (key == "position") {
-        const auto [x, y] = read_pair();
-        node.x = coordinate(x);
-        node.y = coordinate(y);
+      if (key == "label" || key == "position") {
+        read_label_or_position(node, key);
       } else {
         read_user_attribute(node.attributes(), key);
       }
@@ -439,14 +446,8 @@ class NetReader {
       if (a != TOKEN_NAME) fail("`}' or an attribute name expected", a);
       const std::string key = lx_.text();
       expect('=');
-      if (key == "label") {
-        const int s = next();
-        if (s != TOKEN_STRING) fail("string expected", s);
-        node.label = lx_.text();
-      } else if (key == "position") {
-        const auto [x, y] = read_pair();
-        node.x = coordinate(x);
-        node.y = coordinate(y);
+      if (key == "label" || key == "position") {
+        read_label_or_position(node, key);
       } else if (key == "states") {
         if (!node.is_discrete()) fail("only discrete nodes can have states");
         if (states) fail("states specified twice (or more)");
