@@ -48,6 +48,14 @@ for name in "${names[@]}"; do
   # (libFuzzer writes new inputs to the first folder only).
   seeds=()
   shared=${KELVA_SHARED_DIR:-$(cd .. && pwd)/shared}
+  # The KB reader's seeds are binary, so they are written from NET files here.
+  if [[ $name == kb ]]; then
+    nets=(fuzz/corpus/net/{bn,decision}.net)
+    for net in asia rats-deal id-example-unbbayes; do
+      if [[ -f $shared/nets/$net.net ]]; then nets+=("$shared/nets/$net.net"); fi
+    done
+    "$build/kb_seeds" "$run/corpus" "${nets[@]}"
+  fi
   if [[ $name == net && -d $shared/nets ]]; then
     seeds+=("$shared/nets")
   fi
