@@ -9,7 +9,7 @@
 #
 # Environment: KELVA_PRESETS (default "release sanitize"; "debug" is the
 # third), KELVA_JOBS (default 2), KELVA_SHARED_DIR (default ../shared beside
-# the checkout), KELVA_FUZZ_SECONDS (default 20 per target; 0 skips fuzzing),
+# the checkout), KELVA_FUZZ_SECONDS (default 15 per target; 0 skips fuzzing),
 # KELVA_SKIP_FORMAT=1 skips the layout and naming check.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -30,7 +30,7 @@ broken=()
 
 # Configures, builds and tests one preset; records its ctest summary.
 run_preset() {
-  local preset=$1
+  local preset=$1 began=$SECONDS
   echo "=== $preset: configure and build"
   if ! cmake --preset "$preset" -DKELVA_WERROR=ON || ! cmake --build --preset "$preset" -j"$jobs"; then
     broken+=("$preset (build)")
@@ -45,9 +45,9 @@ run_preset() {
   if [[ $line =~ ([0-9]+)\ tests?\ failed\ out\ of\ ([0-9]+) ]]; then
     failed=$((failed + BASH_REMATCH[1]))
     passed=$((passed + BASH_REMATCH[2] - BASH_REMATCH[1]))
-    summaries+=("$preset: $line")
+    summaries+=("$preset: $line ($((SECONDS - began)) s)")
   else
-    summaries+=("$preset: no test summary")
+    summaries+=("$preset: no test summary ($((SECONDS - began)) s)")
   fi
   ((status == 0)) || broken+=("$preset (tests)")
 }
@@ -58,7 +58,7 @@ if [[ ${KELVA_SKIP_FORMAT:-0} == 1 ]]; then
 else
   echo "=== layout and naming"
   if cmake --preset release >/dev/null && KELVA_JOBS=$jobs bash scripts/check-format.sh; then
-    summaries+=("format: clean")
+    summaries+=("format: clean ($((SECONDS - start)) s)")
   else
     summaries+=("format: failed (scripts/check-format.sh)")
     broken+=("format")
@@ -69,11 +69,12 @@ for preset in "${presets[@]}"; do
   run_preset "$preset"
 done
 
-fuzz_seconds=${KELVA_FUZZ_SECONDS:-20}
+fuzz_seconds=${KELVA_FUZZ_SECONDS:-15}
 if ((fuzz_seconds > 0)); then
   echo "=== fuzz targets, $fuzz_seconds s each"
+  began=$SECONDS
   if KELVA_FUZZ_SECONDS=$fuzz_seconds bash scripts/fuzz-all.sh; then
-    summaries+=("fuzz: every target ran clean")
+    summaries+=("fuzz: every target ran clean ($((SECONDS - began)) s)")
   else
     summaries+=("fuzz: failed")
     broken+=("fuzz")
