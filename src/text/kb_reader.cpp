@@ -96,8 +96,8 @@ double finite_number(ByteReader& in) {
 
 /// Reads what put_table wrote into `table` (which must exist exactly when
 /// the file says so, with the same size and number of continuous nodes).
-/// The numbers of a `probability` table must not be negative.
-void get_table(ByteReader& in, Table* table, bool probability = false) {
+/// The numbers of a `flat_probability` table must not be negative.
+void get_table(ByteReader& in, Table* table, bool flat_probability = false) {
   if (in.flag() != (table != nullptr)) damaged();
   if (table == nullptr) return;
   const std::uint64_t size = in.u64();
@@ -108,7 +108,8 @@ void get_table(ByteReader& in, Table* table, bool probability = false) {
     in.doubles_into(table->data(), size);
     // Only numbers a NET file can hold: the domain must save again.
     for (std::uint64_t k = 0; k < size; ++k)
-      if (!std::isfinite(table->data()[k]) || (probability && table->data()[k] < 0.0)) damaged();
+      if (!std::isfinite(table->data()[k]) || (flat_probability && table->data()[k] < 0.0))
+        damaged();
   }
   if (c == 0) return;
   if (size > in.left() / ((c + 2) * c * 8)) damaged();
@@ -142,7 +143,12 @@ void get_settings(ByteReader& in, Domain& d) {
 void get_tables(ByteReader& in, const std::vector<Node*>& nodes) {
   for (Node* n : nodes) {
     n->needs_generation = in.flag();
-    get_table(in, n->table(), n->category() == K_CATEGORY_CHANCE && n->is_discrete());
+    // The NET text refuses a negative probability only in a flat table, the
+    // form it takes for a node without parents.
+    Table* table = n->table();
+    get_table(in, table,
+              n->category() == K_CATEGORY_CHANCE && n->is_discrete() && table != nullptr &&
+                  table->nodes().size() <= 1);
     get_table(in, n->experience_table());
     get_table(in, n->fading_table());
   }
