@@ -61,10 +61,8 @@ void expect_near(const std::vector<double>& a, const std::vector<double>& b, dou
 }
 
 // Beliefs are compared for networks whose junction forest holds at most this
-// many table entries. Under the sanitizers, which make munin1's 188 million
-// entries take minutes, the networks of the biggest forests (munin1-3, link,
-// barley, diabetes, mildew, water) are read and written back only; the
-// release build compares every network.
+// many table entries: under the sanitizers the biggest (munin1-3, link,
+// barley, diabetes, mildew, water) are read and written back only.
 #if defined(__SANITIZE_ADDRESS__)
 constexpr k_size_t kBeliefsForestLimit = 3'000'000;
 #else
