@@ -27,19 +27,19 @@ std::string number_text(double value) {
 }
 
 /// Cells of a full bar: a belief of 1 fills them all.
-constexpr int bar_cells = 20;
+constexpr int kBarCells = 20;
 
 /// `belief` as a bar of block characters, eighths of a cell at the end;
 /// empty for 0 and for what is not a number, full for 1 and above.
 std::string belief_bar(double belief) {
-  static constexpr const char* eighths[] = {"",       "\u258f", "\u258e", "\u258d",
-                                            "\u258c", "\u258b", "\u258a", "\u2589"};
+  static constexpr const char* kEighths[] = {"",       "\u258f", "\u258e", "\u258d",
+                                             "\u258c", "\u258b", "\u258a", "\u2589"};
   if (!(belief > 0.0)) return {};
   const double clamped = std::min(belief, 1.0);
-  const auto units = static_cast<int>(std::lround(clamped * bar_cells * 8));
+  const auto units = static_cast<int>(std::lround(clamped * kBarCells * 8));
   std::string bar;
   for (int cell = 0; cell < units / 8; ++cell) bar += "\u2588";
-  bar += eighths[units % 8];
+  bar += kEighths[units % 8];
   return bar;
 }
 
