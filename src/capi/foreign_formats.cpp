@@ -3,9 +3,11 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "capi/boundary.h"
 #include "platform/file.h"
+#include "platform/mapped_file.h"
 #include "text/foreign_net.h"
 
 using kelva::capi::get;
@@ -24,7 +26,16 @@ k_domain_t parse_file(const char* file_name, k_parse_error_handler_t handler, vo
     kelva::require(file_name != nullptr);
     FilePtr file(kelva::platform::open_file(file_name, "rb"), &std::fclose);
     if (file == nullptr) throw kelva::Error(K_ERROR_IO);
-    const std::string text = kelva::read_whole_file(file.get());
+    // Mapped where possible; read into memory otherwise (a pipe, an empty file).
+    kelva::platform::MappedFile mapped;
+    std::string copy;
+    std::string_view text;
+    if (mapped.map(file.get())) {
+      text = mapped.text();
+    } else {
+      copy = kelva::read_whole_file(file.get());
+      text = copy;
+    }
     return handle(read(text, file_name, handler, data));
   });
 }

@@ -24,4 +24,14 @@ void report_parse_error(std::uint64_t position, const char* message, void* data)
   env->CallVoidMethod(frame.handler, frame.method, where, text.get());
 }
 
+jlong parsed_domain(JNIEnv* env, k_domain_t domain) noexcept {
+  if (env->ExceptionCheck()) {
+    // No node of a domain just read has a Java peer: deleting it makes no
+    // JNI call while the exception is pending.
+    if (domain != nullptr) k_domain_delete(domain);
+    return fail_with(K_ERROR_JNI, jlong{0});
+  }
+  return to_jlong(domain);
+}
+
 }  // namespace kelva::jni

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "kelva/kelva.h"
+
 namespace kelva::jni {
 
 /// What a parse's error reports need: the caller's JNIEnv, the Java error
@@ -21,5 +23,10 @@ struct ParseFrame {
 /// a handler, with a Java exception pending (a handler that threw hears no
 /// more reports) or without room for a local reference.
 void report_parse_error(std::uint64_t position, const char* message, void* data) noexcept;
+
+/// The result of a domain parse for Java.  When the handler threw, the
+/// domain (which may exist: warnings are reported too) is discarded and the
+/// exception is left for the Java caller.
+jlong parsed_domain(JNIEnv* env, k_domain_t domain) noexcept;
 
 }  // namespace kelva::jni

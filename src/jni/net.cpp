@@ -10,23 +10,6 @@
 using namespace kelva;
 using namespace kelva::jni;
 
-namespace {
-
-// The result of a parse.  When the handler threw, the domain (which may
-// exist: warnings are reported too) is discarded and the exception is left
-// for the Java caller.
-jlong parsed(JNIEnv* env, k_domain_t domain) noexcept {
-  if (env->ExceptionCheck()) {
-    // No node of a domain just read has a Java peer: deleting it makes no
-    // JNI call while the exception is pending.
-    if (domain != nullptr) k_domain_delete(domain);
-    return fail_with(K_ERROR_JNI, jlong{0});
-  }
-  return to_jlong(domain);
-}
-
-}  // namespace
-
 extern "C" {
 
 JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNetParseDomain(
@@ -35,7 +18,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNetParseD
     const FileName name(env, jfile_name);
     if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
     ParseFrame frame{env, jhandler};
-    return parsed(env, k_net_parse_domain(name.get(), &report_parse_error, &frame));
+    return parsed_domain(env, k_net_parse_domain(name.get(), &report_parse_error, &frame));
   });
 }
 
@@ -45,7 +28,7 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNetParseD
     Utf text(env, jtext);
     if (!text.ok()) return fail_with(K_ERROR_JNI, jlong{0});
     ParseFrame frame{env, jhandler};
-    return parsed(env, k_net_parse_domain_string(text.get(), &report_parse_error, &frame));
+    return parsed_domain(env, k_net_parse_domain_string(text.get(), &report_parse_error, &frame));
   });
 }
 

@@ -38,6 +38,33 @@ bool is_blank(char c) noexcept {
   return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\f' || c == '\v';
 }
 
+// Whether `a` and `b` hold the same characters; compared in place, as
+// state names are short and a call of memcmp costs more than the loop.
+bool same_text(const std::string& a, std::string_view b) noexcept {
+  if (a.size() != b.size()) return false;
+  for (std::size_t i = 0; i < b.size(); ++i)
+    if (a[i] != b[i]) return false;
+  return true;
+}
+
+// The index of state `s` among `states`, or states.size() when it is none.
+// The search starts at `hint`, the state found last time, and moves it:
+// rows usually come in order, so a parent's state is the one of the row
+// before or the next.  States are distinct, so the order of the search does
+// not change the answer.
+std::size_t find_state(const std::vector<std::string>& states, std::string_view s,
+                       std::size_t& hint) noexcept {
+  const std::size_t n = states.size();
+  for (std::size_t tried = 0, i = hint < n ? hint : 0; tried < n; ++tried) {
+    if (same_text(states[i], s)) {
+      hint = i;
+      return i;
+    }
+    if (++i == n) i = 0;
+  }
+  return n;
+}
+
 class BifReader {
  public:
   BifReader(std::string_view text, const ForeignErrors& errors) : sc_(text), errors_(errors) {}
@@ -249,6 +276,7 @@ class BifReader {
     std::vector<double> fallback;
     std::vector<double> row_values;
     std::vector<bool> given;
+    std::vector<std::size_t> hints(t.parents.size(), 0);
     bool has_table = false;
     bool has_rows = false;
     expect('{');
@@ -263,8 +291,7 @@ class BifReader {
           if (k > 0) expect(',');
           const ForeignVariable& p = net_.variables[t.parents[k]];
           const std::string_view s = word("a state name");
-          std::size_t i = 0;
-          while (i < p.states.size() && p.states[i] != s) ++i;
+          const std::size_t i = find_state(p.states, s, hints[k]);
           if (i == p.states.size())
             fail(
                 net_message("`%s' is not a state of `%s'", std::string(s).c_str(), p.name.c_str()));

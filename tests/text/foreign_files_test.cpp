@@ -60,6 +60,25 @@ void expect_near(const std::vector<double>& a, const std::vector<double>& b, dou
     EXPECT_NEAR(a[i], b[i], tolerance) << what << " state " << i;
 }
 
+// Beliefs are compared for networks whose junction forest holds at most this
+// many table entries: under the sanitizers the biggest (munin1-3, link,
+// barley, diabetes, mildew, water) are read and written back only.
+#if defined(__SANITIZE_ADDRESS__)
+constexpr k_size_t kBeliefsForestLimit = 3'000'000;
+#else
+constexpr k_size_t kBeliefsForestLimit = ~k_size_t{0};
+#endif
+
+// Triangulates `d` as compiling does and gives its forest's table entries.
+k_size_t forest_size(k_domain_t d) {
+  EXPECT_EQ(k_domain_triangulate(d, K_TM_BEST_GREEDY), 0);
+  k_size_t total = 0;
+  for (k_junction_tree_t jt = k_domain_get_first_junction_tree(d); jt != nullptr;
+       jt = k_jt_get_next(jt))
+    total += k_jt_get_total_size(jt);
+  return total;
+}
+
 TEST(ForeignFiles, EveryFileGivesTheBeliefsOfItsNetVersionAndSurvivesATripThroughNet) {
   const fs::path folder = test::shared_dir() / "nets" / "other-formats";
   if (!fs::exists(folder)) GTEST_SKIP() << "no shared networks at " << folder;
@@ -90,8 +109,10 @@ TEST(ForeignFiles, EveryFileGivesTheBeliefsOfItsNetVersionAndSurvivesATripThroug
     // R_MEDD2_AMPR_EW, ...), which moves beliefs by up to 1e-6 under evidence.
     const std::string stem = file.stem().string();
     const double tolerance = stem.starts_with("munin") || stem == "pathfinder" ? 1e-6 : 1e-12;
+    const bool compare = !xmlbif && (kBeliefsForestLimit == ~k_size_t{0} ||
+                                     forest_size(net.get()) <= kBeliefsForestLimit);
     for (const fs::path& e : {fs::path(), evidence}) {
-      if (xmlbif) break;
+      if (!compare) break;
       // child's reference case names a state its network lacks.
       if (!e.empty() && fs::exists(e) &&
           k_domain_parse_case(net.get(), e.string().c_str(), nullptr, nullptr) != 0)

@@ -17,6 +17,9 @@ struct NodeBeliefs {
   std::vector<double> beliefs;
   /// Whether evidence was entered on the node.
   bool evidence = false;
+  /// A continuous node: `beliefs` are its mean and variance, drawn
+  /// without bars.
+  bool moments = false;
 };
 
 /// The results of `kelva beliefs`.
@@ -43,7 +46,8 @@ BeliefsInfo read_beliefs(k_domain_t domain);
 std::string state_name(const NodeBeliefs& node, std::size_t state);
 
 /// Prints `info` for people: a heading, then one block per node with a
-/// line per state, then the normalization constant.
+/// line per state (the belief, then a bar of block characters 20 cells
+/// wide at 1), then the normalization constant.
 void write_beliefs_text(std::FILE* out, const BeliefsInfo& info);
 
 /// Prints `info` as NODE<TAB>STATE<TAB>BELIEF lines ("%.17g"), then

@@ -221,8 +221,9 @@ entries; the links come last.
 nodes", the line "evidence: NODE=STATE..." (or "evidence: none"), then for
 each discrete node (chance, decision and discrete function nodes, in the
 domain's order) an empty line, its name (followed by " (evidence)" when
-evidence was entered on it) and one line "  STATE  BELIEF" per state; last,
-an empty line and "normalization constant: VALUE" (the probability of the
+evidence was entered on it) and one line "  STATE  BELIEF  BAR" per state,
+BAR a bar of block characters 20 wide at 1 (none at 0), the bars of a node
+starting in one column; last, an empty line and "normalization constant: VALUE" (the probability of the
 evidence; its density when values of continuous nodes are entered).  A
 continuous chance node takes its place in the order with the lines
 "  mean  VALUE" and "  variance  VALUE".  Numbers are printed with "%g"; an

@@ -3,15 +3,18 @@ package COM.kelva.KAPI;
 import static COM.kelva.KAPI.Calls.check;
 import static COM.kelva.KAPI.Native.AbstractNativeKAPI.*;
 
+import java.io.File;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.List;
+import java.util.Locale;
 import java.util.Map;
 
 /**
  * A network: its nodes, attributes, layout defaults and the settings of
  * parallel table operations.  A domain is made empty or read from NET text
- * ({@link #fromNetFile}, {@link #fromNetString}).  A domain owns its nodes
+ * ({@link #fromNetFile}, {@link #fromNetString}) or from a file of another
+ * format ({@link #fromFile}).  A domain owns its nodes
  * and their tables;
  * {@link #close()} frees them all, after which every {@link Node} and
  * {@link Table} of the domain is dead.  A domain is used by one thread at a
@@ -90,6 +93,58 @@ public final class Domain implements AutoCloseable {
    */
   public static Domain fromNetString(String text, ParseListener listener) {
     return new Domain(check(kNetParseDomainString(text, listener)));
+  }
+
+  /**
+   * Reads a domain from a file, the reader chosen by the name's extension
+   * (any case): {@code .bif} BIF, {@code .xmlbif} or {@code .xml} XMLBIF,
+   * {@code .uai} UAI, {@code .kb} a KB file without a password, and NET for
+   * any other name, as the {@code kelva} tool chooses.  BIF, XMLBIF and UAI
+   * files give discrete chance nodes with their tables, in the file's order.
+   *
+   * @param fileName the file
+   * @param listener receives each error of a text file with its line
+   *     number; may be null
+   * @return the domain (compiled when a KB file was saved compiled)
+   * @throws KelvaException "io" when the file cannot be read, "parse" when
+   *     its text has errors, the KB codes of {@link #fromKBFile}, "usage"
+   *     for a null name
+   * @throws RuntimeException what the listener threw; no domain is made
+   */
+  public static Domain fromFile(String fileName, ParseListener listener) {
+    if (fileName == null) {
+      return fromNetFile(null, listener);
+    }
+    int dot = fileName.lastIndexOf('.');
+    int slash = Math.max(fileName.lastIndexOf('/'), fileName.lastIndexOf(File.separatorChar));
+    String extension =
+        dot > slash ? fileName.substring(dot + 1).toLowerCase(Locale.ROOT) : "";
+    switch (extension) {
+      case "bif":
+        return new Domain(check(kBIFParseDomain(fileName, listener)));
+      case "xmlbif":
+      case "xml":
+        return new Domain(check(kXMLBIFParseDomain(fileName, listener)));
+      case "uai":
+        return new Domain(check(kUAIParseDomain(fileName, listener)));
+      case "kb":
+        return fromKBFile(fileName, null);
+      default:
+        return fromNetFile(fileName, listener);
+    }
+  }
+
+  /**
+   * Reads a domain from a file as {@link #fromFile(String, ParseListener)}
+   * does, without a listener.
+   *
+   * @param fileName the file; its extension chooses the reader
+   * @return the domain
+   * @throws KelvaException "io" when the file cannot be read, "parse" when
+   *     its text has errors, "usage" for a null name
+   */
+  public static Domain fromFile(String fileName) {
+    return fromFile(fileName, null);
   }
 
   /** The engine handle (0 once closed). */
