@@ -130,9 +130,8 @@ TEST(EmCg, CompleteDataGivesLeastSquares) {
     long double ll = 0;
     for (std::size_t k = 0; k < s.state.size(); ++k)
       for (Node* x : net.nodes)
-        ll += x->is_discrete()
-                  ? std::log(x->table()->data()[config(net, *x->table(), s.state[k])])
-                  : log_density(net, x, s.state[k], s.value[k]);
+        ll += x->is_discrete() ? std::log(x->table()->data()[config(net, *x->table(), s.state[k])])
+                               : log_density(net, x, s.state[k], s.value[k]);
     expect_near(k_domain_get_log_likelihood(net.domain), ll, "log-likelihood");
     for (std::size_t i = 0; i < net.nodes.size(); ++i) {
       Node* x = net.nodes[i];
@@ -161,8 +160,8 @@ TEST(EmCg, CompleteDataGivesLeastSquares) {
           ++rows;
           std::vector<long double> r{1};
           for (Node* p : y)
-            r.push_back(s.value[k][std::find(net.nodes.begin(), net.nodes.end(), p) -
-                                   net.nodes.begin()]);
+            r.push_back(
+                s.value[k][std::find(net.nodes.begin(), net.nodes.end(), p) - net.nodes.begin()]);
           r.push_back(s.value[k][i]);
           for (std::size_t p = 0; p < m; ++p)
             for (std::size_t q = 0; q <= m; ++q) a[p * (m + 1) + q] += r[p] * r[q];
@@ -181,8 +180,9 @@ TEST(EmCg, CompleteDataGivesLeastSquares) {
           if (config(net, t, s.state[k]) != c) continue;
           long double e = s.value[k][i] - b[0];
           for (std::size_t p = 0; p < y.size(); ++p)
-            e -= b[p + 1] *
-                 s.value[k][std::find(net.nodes.begin(), net.nodes.end(), y[p]) - net.nodes.begin()];
+            e -=
+                b[p + 1] *
+                s.value[k][std::find(net.nodes.begin(), net.nodes.end(), y[p]) - net.nodes.begin()];
           rss += e * e;
         }
         expect_near(k_node_get_alpha(h(x), c), b[0], "alpha");

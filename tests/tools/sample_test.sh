@@ -2,7 +2,7 @@
 # Checks `kelva sample` (the data file's layout, its determinism under a
 # seed, hidden items, the frequencies of the states against the beliefs,
 # refused command lines) and `kelva learn` on its cases.
-# usage: sample_test.sh KELVA_BINARY
+# usage: sample_test.sh KELVA_BINARY DEFAULT_SHARED_DIR (KELVA_SHARED_DIR wins)
 set -euo pipefail
 
 kelva=$1
@@ -116,6 +116,24 @@ if command -v script >/dev/null; then
       fail "learn progress ($quiet): $(cat "$work/tty.err")"
   done
 fi
+
+# A CG network: sampled values have the prior means (within five standard
+# errors); learning from them ends above the likelihood of the true tables
+# (the log's first iteration) and keeps the tables' parameters in CG form.
+ksl=${KELVA_SHARED_DIR:-$2}/nets/ksl-deal.net
+"$kelva" sample "$ksl" -n 3000 -o "$work/k.dat" --seed 4 --hide 0.1
+"$kelva" beliefs "$ksl" --format tsv >"$work/k.tsv"
+awk 'NR == FNR { if ($2 == "mean") m[$1] = $3; if ($2 == "variance") v[$1] = $3; next }
+  FNR == 1 { for (i = 1; i <= NF; i++) name[i] = $i; next }
+  FNR > 2 { for (i = 1; i <= NF; i++) if ($i != "*" && $i !~ /^#/) { s[i] += $i; n[i]++ } }
+  END { for (i in n) { c++; if ((s[i] / n[i] - m[name[i]])^2 > 25 * v[name[i]] / n[i]) bad = 1 }
+        exit bad || c != 4 }' "$work/k.tsv" "$work/k.dat" || fail "sampled CG values far from the means"
+"$kelva" learn "$ksl" "$work/k.dat" -o "$work/k.net" --log "$work/k.log" >"$work/kl.out" ||
+  fail "learn on CG cases failed"
+awk '/iteration 1:/ { first = $NF } END { exit !(first < 0) }' "$work/k.log" || fail "no CG learning log"
+awk -F'\t' -v first="$(awk '/iteration 1:/ { print $NF }' "$work/k.log")" \
+  '$1 == "log_likelihood" { exit !($2 > first) }' "$work/kl.out" || fail "CG learning lowered the likelihood"
+grep -q 'normal ( *-\?[0-9.e+-]* *[-+] *[0-9.e+-]* \* FEV' "$work/k.net" || fail "Hyp lost its regression on FEV"
 
 if ((failures > 0)); then
   echo "$failures sample and learn checks failed" >&2
