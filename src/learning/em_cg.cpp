@@ -66,18 +66,17 @@ bool solve_spd(std::vector<double>& a, std::vector<double>& y, std::size_t k, do
 }  // namespace
 
 void CgLearner::prepare() {
-  Forest& forest = *domain_.forest();
   for (Node* node = domain_.first_node(); node != nullptr; node = node->next) {
     if (node->category() != K_CATEGORY_CHANCE || !node->is_continuous()) continue;
     const Table* experience = node->experience_table();
     const Table* table = node->table();
     if (experience == nullptr || table == nullptr) continue;
-    const Located at = locate(forest, *node);
     Family f;
     f.node = node;
     f.self = table->nodes().index_of(node) - table->discrete_count();
-    for (const auto& [member, pos] : at.component->members[at.member].parents)
-      f.parent_pos.push_back(pos);
+    // The parents in table order, as the node's component lists them.
+    for (std::size_t j = 0; j < table->cg_dimension(); ++j)
+      if (j != f.self) f.parent_pos.push_back(j);
     const std::uint64_t size = table->size();
     f.experience.assign(size, 0.0);
     gather(IndexPlan::between(*table, *experience), f.experience.data(), experience->data());
