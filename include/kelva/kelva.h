@@ -1250,9 +1250,15 @@ KELVA_API k_status_t k_domain_save_cases(k_domain_t domain, const char *file_nam
  *  it; returning 0 stops the learning. */
 typedef int (*k_em_progress_t)(uint64_t iteration, double log_likelihood, void *data);
 
-/** Learns, by EM, the tables of the discrete chance nodes that have an
- *  experience table from the stored cases (their discrete items; continuous
- *  items are not used).  A case of count w weighs as w copies of it.  Before
+/** Learns, by EM, the tables of the chance nodes that have an experience
+ *  table from the stored cases (discrete items and continuous values, either
+ *  may be missing).  A continuous node's alpha, beta and gamma become, per
+ *  configuration of its discrete parents, the least-squares regression on
+ *  its continuous parents weighted by the configuration's posterior
+ *  (expected over missing values); a configuration whose data leave the
+ *  regression not unique or without residual variance keeps its parameters,
+ *  and experience counts give a continuous node no prior.  A case of count
+ *  w weighs as w copies of it.  Before
  *  each update a parent configuration with experience count n > 0 adds n
  *  prior cases distributed as its row was when learning started; a
  *  configuration with a negative count is not learned; one without data
@@ -1262,7 +1268,8 @@ typedef int (*k_em_progress_t)(uint64_t iteration, double log_likelihood, void *
  *  retracted; on success the domain ends propagated without evidence.
  *  Errors: "usage" (null, no cases, total case count 0, no experience
  *  table), "not_compiled", "inconsistency_or_underflow" (a case impossible
- *  under the current tables, or too improbable to represent), "io" (the
+ *  under the current tables, or too improbable to represent), "low_density"
+ *  or "zero_variance" (a case's values, as in propagation), "io" (the
  *  log), "no_memory"; on failure every table is as before. */
 KELVA_API k_status_t k_domain_learn_tables(k_domain_t domain);
 /** Sets the relative log-likelihood tolerance of EM: learning stops when
@@ -1279,8 +1286,8 @@ KELVA_API k_size_t k_domain_get_max_number_of_em_iterations(k_domain_t domain);
 KELVA_API k_status_t k_domain_set_em_progress(k_domain_t domain, k_em_progress_t callback,
                                               void *data);
 /** The log-likelihood of the stored cases under the current tables: the sum
- *  over the cases of count times the log of the case's probability (its
- *  discrete items); 0.0 without cases.  Cached until a table, the number of
+ *  over the cases of count times the log of the case's probability (a
+ *  density when it has continuous values); 0.0 without cases.  Cached until a table, the number of
  *  cases or their total count changes.  Entered evidence is retracted and
  *  the domain left propagated without evidence.  1.0 on failure: "usage",
  *  "not_compiled", "inconsistency_or_underflow". */

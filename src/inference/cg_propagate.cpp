@@ -130,16 +130,9 @@ void solve(CgTree& cg, CgComponent& comp, std::uint64_t b) {
   const std::size_t n = comp.members.size();
   CgRegression& g = cg.gaussian;
   g.reset(n);
-  // Digits of b, last discrete parent fastest, as in the plan's small table.
   for (std::size_t i = 0; i < n; ++i) {
     const CgComponent::Member& m = comp.members[i];
-    std::uint64_t c = 0;
-    std::uint64_t rest = b;
-    for (std::size_t q = comp.discrete.size(); q-- > 0;) {
-      const std::uint64_t count = comp.discrete[q]->state_count();
-      c += rest % count * m.strides[q];
-      rest /= count;
-    }
+    const std::uint64_t c = cg_member_configuration(comp, i, b);
     const Table& t = *m.node->table();
     g.alpha(i) = t.mean(c, m.self);
     g.gamma(i) = t.covariance(c, m.self, m.self);
@@ -163,6 +156,20 @@ double largest_log_density(const CgComponent& comp) noexcept {
 }
 
 }  // namespace
+
+std::uint64_t cg_member_configuration(const CgComponent& comp, std::size_t i, std::uint64_t b) {
+  // Digits of b, last discrete parent fastest, as in the plan's small table.
+  const CgComponent::Member& m = comp.members[i];
+  std::uint64_t c = 0;
+  for (std::size_t q = comp.discrete.size(); q-- > 0;) {
+    const std::uint64_t count = comp.discrete[q]->state_count();
+    c += b % count * m.strides[q];
+    b /= count;
+  }
+  return c;
+}
+
+void cg_solve(CgTree& tree, CgComponent& comp, std::uint64_t b) { solve(tree, comp, b); }
 
 bool cg_evidence_waiting(const JunctionTree& tree) noexcept {
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p)

@@ -85,6 +85,16 @@ double cg_log_scale(const JunctionTree& tree) noexcept;
 /// tree.
 void cg_set_moments(JunctionTree& tree, const Parallelism& parallelism);
 
+/// Computes the Gaussian of `comp` in configuration `b` of its discrete
+/// parents, conditioned on the entered values, as an initialisation does:
+/// afterwards tree.member_mean holds the members' means and
+/// tree.gaussian.covariance(i, j) their covariances (member indices).
+void cg_solve(CgTree& tree, CgComponent& comp, std::uint64_t b);
+
+/// The configuration index, in member `i`'s own table, of configuration `b`
+/// of the component's discrete parents.
+std::uint64_t cg_member_configuration(const CgComponent& comp, std::size_t i, std::uint64_t b);
+
 /// The component of continuous `node` (null when its tree has no CG state).
 const CgComponent* cg_component_of(const JunctionTree& tree, const Node& node,
                                    std::size_t* member) noexcept;

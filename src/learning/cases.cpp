@@ -188,10 +188,10 @@ bool case_can_be_entered(const Domain& domain, std::size_t c) noexcept {
   return true;
 }
 
-void enter_case_evidence(Domain& domain, std::size_t c, bool continuous_items) {
+void enter_case_evidence(Domain& domain, std::size_t c) {
   for (Node* n = domain.first_node(); n != nullptr; n = n->next) {
     if (!n->is_discrete() && !n->is_continuous()) continue;
-    if (!n->cases.is_set(c) || (n->is_continuous() && !continuous_items)) retract_findings(*n);
+    if (!n->cases.is_set(c)) retract_findings(*n);
     else if (n->is_discrete()) select_state(*n, static_cast<std::size_t>(n->cases.state(c)));
     else enter_value(*n, n->cases.value(c));
   }

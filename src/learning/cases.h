@@ -27,10 +27,8 @@ bool case_can_be_entered(const Domain& domain, std::size_t c) noexcept;
 
 /// Makes stored case `c` the evidence of every node: each discrete node with
 /// a state in the case gets that state selected, each continuous node with a
-/// value gets the value (unless `continuous_items` is false: learning leaves
-/// them out, since continuous evidence has no place in discrete messages),
-/// and every other node has its evidence retracted.  Never fails when
-/// case_can_be_entered(domain, c).
-void enter_case_evidence(Domain& domain, std::size_t c, bool continuous_items = true);
+/// value gets the value, and every other node has its evidence retracted.
+/// Never fails when case_can_be_entered(domain, c).
+void enter_case_evidence(Domain& domain, std::size_t c);
 
 }  // namespace kelva

@@ -24,6 +24,7 @@
 #include "inference/evidence.h"
 #include "inference/propagate.h"
 #include "learning/cases.h"
+#include "learning/em_cg.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -88,7 +89,8 @@ void settle(Domain& domain) {
 
 class Learner {
  public:
-  explicit Learner(Domain& domain) : domain_(domain), forest_(*domain.forest()) {}
+  explicit Learner(Domain& domain)
+      : domain_(domain), forest_(*domain.forest()), continuous_(domain) {}
 
   // Finds the learned nodes and makes their tables; `with_counts` false
   // makes none (a log-likelihood pass).
@@ -113,9 +115,11 @@ class Learner {
   Forest& forest_;
   std::vector<Family> families_;
   std::vector<Home> homes_;
+  CgLearner continuous_;
 };
 
 void Learner::prepare_families() {
+  continuous_.prepare();
   for (Node* node = domain_.first_node(); node != nullptr; node = node->next) {
     if (node->category() != K_CATEGORY_CHANCE || !node->is_discrete()) continue;
     const Table* experience = node->experience_table();
@@ -182,6 +186,7 @@ void Learner::prepare_families() {
 }
 
 void Learner::clear_counts() noexcept {
+  continuous_.clear();
   for (Family& f : families_) std::fill(f.counts.begin(), f.counts.end(), 0.0);
   for (Home& h : homes_) {
     if (h.touched) std::fill(h.sum.begin(), h.sum.end(), 0.0);
@@ -245,17 +250,20 @@ double Learner::pass(bool accumulate) {
     // A case of count 0 adds nothing, not even a failed propagation.
     const double weight = cases.count(c);
     if (!(weight > 0.0)) continue;
-    enter_case_evidence(domain_, c, /*continuous_items=*/false);
+    enter_case_evidence(domain_, c);
     propagate_domain(domain_, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
     total += weight * log_probability(forest_);
-    if (accumulate)
+    if (accumulate) {
       for (Home& h : homes_) add_case(h, c, weight);
+      if (!continuous_.empty()) continuous_.add_case(weight);
+    }
   }
   if (accumulate) fold_homes();
   return total;
 }
 
 void Learner::maximize() {
+  continuous_.maximize();
   for (Family& f : families_) {
     if (!f.prior.empty())
       for (std::size_t i = 0; i < f.counts.size(); ++i) f.counts[i] += f.prior[i];
@@ -276,6 +284,7 @@ void Learner::maximize() {
 }
 
 void Learner::restore() noexcept {
+  continuous_.restore();
   for (Family& f : families_) {
     std::copy(f.original.begin(), f.original.end(), f.table->data());
     f.node->table_changed();

@@ -6,8 +6,9 @@ namespace kelva {
 
 class Domain;
 
-/// Learns the tables of the domain's learned nodes (discrete chance nodes
-/// with an experience table) from the stored cases by EM
+/// Learns the tables of the domain's learned nodes (chance nodes with an
+/// experience table: discrete tables and CG parameters) from the stored
+/// cases by EM
 /// (k_domain_learn_tables), writing the learning log when the domain has
 /// one.  Throws Error: usage (no cases, a total case count of 0, no
 /// experience table), not_compiled, the error of a failed propagation
@@ -19,7 +20,8 @@ class Domain;
 void learn_tables(Domain& domain);
 
 /// The sum over the stored cases of count times log P(case) under the
-/// current tables (k_domain_get_log_likelihood); 0 without cases.  The
+/// current tables (k_domain_get_log_likelihood), P(case) being a density
+/// when the case has continuous values; 0 without cases.  The
 /// value is cached in the domain until a table changes.  Retracts the
 /// entered evidence and leaves the domain propagated without evidence.
 /// Error(not_compiled), or the error of a failed propagation.

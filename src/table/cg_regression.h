@@ -38,6 +38,9 @@ class CgRegression {
   /// Means and variances of all variables under the current joint (an
   /// observed variable: its value and 0).
   void moments(double* mean, double* variance);
+  /// Covariance of variables i and j as of the last moments() (0 for an
+  /// observed variable).
+  double covariance(std::size_t i, std::size_t j) const noexcept { return covariance_[i * n_ + j]; }
 
  private:
   void reverse(std::size_t x, std::size_t e);

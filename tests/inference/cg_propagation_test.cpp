@@ -109,6 +109,10 @@ void expect_oracle(TestNet& net, k_evidence_mode_t mode) {
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, mode), 0) << k_error_code();
   const CgOracle o = oracle(net);
   expect_close(k_domain_get_normalization_constant(net.domain), o.total, 0);
+  // The conflict is read as long as no value has been propagated.
+  const bool values = k_domain_cg_evidence_is_propagated(net.domain) == 1;
+  EXPECT_EQ(k_domain_get_conflict(net.domain) > 0.0, !values);
+  EXPECT_EQ(k_error_code(), values ? K_ERROR_CG_EVIDENCE_INCORPORATED : K_ERROR_NONE);
   for (std::size_t i = 0; i < net.nodes.size(); ++i) {
     const k_node_t x = h(net.nodes[i]);
     const bool discrete = net.nodes[i]->is_discrete();

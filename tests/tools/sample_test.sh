@@ -2,7 +2,7 @@
 # Checks `kelva sample` (the data file's layout, its determinism under a
 # seed, hidden items, the frequencies of the states against the beliefs,
 # refused command lines) and `kelva learn` on its cases.
-# usage: sample_test.sh KELVA_BINARY
+# usage: sample_test.sh KELVA_BINARY DEFAULT_SHARED_DIR (KELVA_SHARED_DIR wins)
 set -euo pipefail
 
 kelva=$1
@@ -116,6 +116,18 @@ if command -v script >/dev/null; then
       fail "learn progress ($quiet): $(cat "$work/tty.err")"
   done
 fi
+
+# A CG network: sampled values have the prior means (within five standard
+# errors); learning ends above the log's first total, the true tables'.
+ksl=${KELVA_SHARED_DIR:-$2}/nets/ksl-deal.net
+"$kelva" sample "$ksl" -n 3000 -o "$work/k.dat" --seed 4 --hide 0.1
+awk 'NR == FNR { if ($2 == "mean") m[$1] = $3; if ($2 == "variance") v[$1] = $3; next }
+  FNR == 1 { split($0, name) } FNR > 2 { for (i = 1; i <= NF; i++) if ($i ~ /^[-0-9]/) { s[i] += $i; n[i]++ } }
+  END { for (i in n) if (++c && (s[i] / n[i] - m[name[i]])^2 > 25 * v[name[i]] / n[i]) exit 1; exit c != 4 }' \
+  <("$kelva" beliefs "$ksl" --format tsv) "$work/k.dat" || fail "sampled CG values far from the means"
+"$kelva" learn "$ksl" "$work/k.dat" -o "$work/k.net" --log "$work/k.log" >"$work/kl.out" || fail "CG learn"
+awk -F'\t' 'NR == FNR { if (sub(/.*iteration 1: /, "")) first = $0 + 0; next }
+  $1 == "log_likelihood" { exit !(first < 0 && $2 > first) }' "$work/k.log" "$work/kl.out" || fail "CG learning lowered the likelihood"
 
 if ((failures > 0)); then
   echo "$failures sample and learn checks failed" >&2

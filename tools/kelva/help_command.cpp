@@ -270,10 +270,10 @@ triangulation_cost and compile_seconds (numbers printed with "%.17g").
      "[--case FILE] [--set NODE=STATE]... [--quiet]",
      "draw N cases from a network's tables, or from its posterior\n"
      "given evidence, and write them as a multi-case data file",
-     R"TXT(Output of sample: a data file whose first line names the network's discrete
-chance nodes (parents before children), then a blank line, then one line
-per case with one item per node: "#INDEX" (the state drawn, counting from
-0) or "*" (hidden).  Nothing is printed.  With --set or --case the network
+     R"TXT(Output of sample: a data file whose first line names the network's chance
+nodes (parents before children), then a blank line, then one line per case
+with one item per node: "#INDEX" (the state drawn, counting from 0), the
+value drawn for a continuous node ("%.17g"), or "*" (hidden).  Nothing is printed.  With --set or --case the network
 is compiled, the evidence propagated and each case drawn exactly from the
 posterior through the junction tree (the library's stream, seeded with S).
 )TXT",
@@ -281,11 +281,11 @@ posterior through the junction tree (the library's stream, seeded with S).
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
      "[--tolerance T] [--strict-columns] [--log LOG] [--quiet]",
-     "learn the tables of a network's discrete chance nodes from the\n"
-     "cases of a data file by EM and write the learned network",
-     R"TXT(Output of learn: every discrete chance node without an experience table
-gets one of zeros (no prior; a node's own experience table is kept and
-used), the network is compiled and learned, and written to OUT.net without
+     "learn the tables of a network's chance nodes from the cases of\n"
+     "a data file by EM and write the learned network",
+     R"TXT(Output of learn: every chance node without an experience table gets one
+of zeros (no prior; a node's own experience table is kept and used; a
+continuous node learns its CG table: intercept, coefficients and variance), the network is compiled and learned, and written to OUT.net without
 the experience tables learn added; then KEY<TAB>VALUE lines: cases (the
 total case count), iterations, seconds (of learning), log_likelihood, aic
 and bic (of the learned tables, "%.17g").  DATA is a multi-case data file,

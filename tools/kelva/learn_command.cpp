@@ -45,14 +45,13 @@ void run_learn(std::FILE* out, const Options& options) {
     throw ApiError(K_ERROR_USAGE, options.data + ": file contains no cases");
   }
 
-  // Every discrete chance node is learned; an experience table of zeros
-  // means no prior counts.  Those added here are removed before saving.
+  // Every chance node is learned (a continuous one its CG table); an
+  // experience table of zeros means no prior counts.  Those added here are removed before saving.
   std::vector<k_table_t> added;
   for (k_node_t n = checked(k_domain_get_first_node(domain.get())); n != nullptr;
        n = checked(k_node_get_next(n))) {
     if (checked(k_node_get_category(n)) != K_CATEGORY_CHANCE ||
-        checked(k_node_get_kind(n)) != K_KIND_DISCRETE ||
-        checked(k_node_has_experience_table(n)) == 1)
+        checked(k_node_get_kind(n)) == K_KIND_OTHER || checked(k_node_has_experience_table(n)) == 1)
       continue;
     added.push_back(checked(k_node_get_experience_table(n)));
   }

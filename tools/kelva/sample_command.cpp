@@ -3,6 +3,7 @@
 // them as a multi-case data file, for `kelva learn` and its measurements.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <memory>
 #include <random>
@@ -18,28 +19,34 @@ namespace kelva::cli {
 
 namespace {
 
-/// A discrete chance node with what sampling it needs: its table's data and
-/// the position in `nodes` of each table member, so that a configuration
-/// is found without asking the library per case.
+/// A chance node with what sampling it needs: its table's data (a
+/// continuous node: per configuration of its discrete parents alpha, gamma
+/// and the betas) and the position in `nodes` of each discrete table member
+/// (and continuous parent), so that a configuration is found without asking
+/// the library per case.
 struct Sampled {
   k_node_t node;
   std::string name;
-  std::size_t states;
+  std::size_t states;  ///< 0 for a continuous node
   std::vector<double> data;
-  std::vector<std::size_t> members;  ///< positions in the sampling order
-  std::vector<std::size_t> counts;   ///< state counts of the members
-  std::size_t self = 0;              ///< the node's position among its members
+  std::vector<std::size_t> members;             ///< positions in the sampling order
+  std::vector<std::size_t> counts;              ///< state counts of the members
+  std::size_t self = 0;                         ///< the node's position among its members
+  std::vector<std::size_t> continuous_parents;  ///< positions in the sampling order
 };
 
-/// The discrete chance nodes of `domain`, parents before children.  Other
-/// nodes are left out of the file (continuous values are not drawn).
+bool is_chance(k_node_t n) {
+  return checked(k_node_get_category(n)) == K_CATEGORY_CHANCE &&
+         checked(k_node_get_kind(n)) != K_KIND_OTHER;
+}
+
+/// The chance nodes of `domain`, parents before children.  Other nodes are
+/// left out of the file.
 std::vector<Sampled> sampling_order(k_domain_t domain) {
   std::vector<k_node_t> pending;
   for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr;
        n = checked(k_node_get_next(n)))
-    if (checked(k_node_get_category(n)) == K_CATEGORY_CHANCE &&
-        checked(k_node_get_kind(n)) == K_KIND_DISCRETE)
-      pending.push_back(n);
+    if (is_chance(n)) pending.push_back(n);
   std::reverse(pending.begin(), pending.end());  // creation order reads best
   std::vector<k_node_t> order;
   auto placed = [&order](k_node_t n) {
@@ -50,9 +57,7 @@ std::vector<Sampled> sampling_order(k_domain_t domain) {
     for (auto it = pending.begin(); it != pending.end();) {
       bool ready = true;
       for (k_node_t* p = checked(k_node_get_parents(*it)); *p != nullptr && ready; ++p)
-        if (checked(k_node_get_category(*p)) == K_CATEGORY_CHANCE &&
-            checked(k_node_get_kind(*p)) == K_KIND_DISCRETE && !placed(*p))
-          ready = false;
+        if (is_chance(*p) && !placed(*p)) ready = false;
       if (ready) {
         order.push_back(*it);
         it = pending.erase(it);
@@ -64,26 +69,42 @@ std::vector<Sampled> sampling_order(k_domain_t domain) {
   }
   std::vector<Sampled> result;
   for (k_node_t n : order) {
+    const bool continuous = checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS;
     Sampled s{n,
               checked(k_node_get_name(n)),
-              static_cast<std::size_t>(checked(k_node_get_number_of_states(n))),
+              continuous ? 0 : static_cast<std::size_t>(checked(k_node_get_number_of_states(n))),
               {},
               {},
               {},
-              0};
+              0,
+              {}};
     k_table_t table = checked(k_node_get_table(n));
     const k_size_t size = checked(k_table_get_size(table));
-    s.data.resize(size);
-    checked(k_table_get_data(table, s.data.data(), size, 0, size));
+    std::vector<k_node_t> continuous_parents;
     for (k_node_t* m = checked(k_table_get_nodes(table)); *m != nullptr; ++m) {
-      if (checked(k_node_get_kind(*m)) != K_KIND_DISCRETE) continue;
       const auto at = std::find(order.begin(), order.end(), *m);
       if (at == order.end())
         throw UsageError(std::string("node ") + s.name +
-                         " has a parent that is not a discrete chance node; sample cannot draw it");
+                         " has a parent that is not a chance node; sample cannot draw it");
+      const auto position = static_cast<std::size_t>(at - order.begin());
+      if (checked(k_node_get_kind(*m)) == K_KIND_CONTINUOUS) {
+        if (*m == n) continue;
+        continuous_parents.push_back(*m);
+        s.continuous_parents.push_back(position);
+        continue;
+      }
       if (*m == n) s.self = s.members.size();
-      s.members.push_back(static_cast<std::size_t>(at - order.begin()));
+      s.members.push_back(position);
       s.counts.push_back(static_cast<std::size_t>(checked(k_node_get_number_of_states(*m))));
+    }
+    if (!continuous) {
+      s.data.resize(size);
+      checked(k_table_get_data(table, s.data.data(), size, 0, size));
+    }
+    for (k_size_t c = 0; c < size && continuous; ++c) {
+      s.data.push_back(checked(k_node_get_alpha(n, c)));
+      s.data.push_back(checked(k_node_get_gamma(n, c)));
+      for (k_node_t p : continuous_parents) s.data.push_back(checked(k_node_get_beta(n, p, c)));
     }
     result.push_back(std::move(s));
   }
@@ -112,6 +133,19 @@ std::size_t draw(const Sampled& s, const std::vector<std::size_t>& state, std::m
     if (r < 0.0) return k;
   }
   return s.states - 1;
+}
+
+/// Draws the value of continuous `s` given the states and values drawn so
+/// far: alpha + beta . parents plus normal noise of variance gamma.
+double draw_value(const Sampled& s, const std::vector<std::size_t>& state,
+                  const std::vector<double>& value, std::mt19937_64& rng) {
+  std::size_t c = 0;
+  for (std::size_t i = 0; i < s.members.size(); ++i) c = c * s.counts[i] + state[s.members[i]];
+  const double* p = &s.data[c * (2 + s.continuous_parents.size())];
+  double mean = p[0];
+  for (std::size_t j = 0; j < s.continuous_parents.size(); ++j)
+    mean += p[2 + j] * value[s.continuous_parents[j]];
+  return mean + std::sqrt(p[1]) * std::normal_distribution<double>()(rng);
 }
 
 struct FileCloser {
@@ -144,17 +178,27 @@ void run_sample(const Options& options) {
     checked(k_domain_seed_random(domain.get(), options.seed));
   }
   std::vector<std::size_t> state(nodes.size());
+  std::vector<double> value(nodes.size());
   std::string line;
+  char number[32];
   for (long c = 0; c < options.cases; ++c) {
     line.clear();
     if (posterior && k_domain_simulate(domain.get()) != 0) throw ApiError(k_error_code());
     for (std::size_t i = 0; i < nodes.size(); ++i) {
-      state[i] = posterior
-                     ? static_cast<std::size_t>(checked(k_node_get_sampled_state(nodes[i].node)))
-                     : draw(nodes[i], state, rng);
+      const bool continuous = nodes[i].states == 0;
+      if (continuous)
+        value[i] = posterior ? checked(k_node_get_sampled_value(nodes[i].node))
+                             : draw_value(nodes[i], state, value, rng);
+      else
+        state[i] = posterior
+                       ? static_cast<std::size_t>(checked(k_node_get_sampled_state(nodes[i].node)))
+                       : draw(nodes[i], state, rng);
       if (i != 0) line += ' ';
       if (u(rng) < options.hide) {
         line += '*';
+      } else if (continuous) {
+        std::snprintf(number, sizeof number, "%.17g", value[i]);
+        line += number;
       } else {
         line += '#';
         line += std::to_string(state[i]);
