@@ -266,6 +266,16 @@ TEST(CgPropagation, FailuresAndRefusals) {
     ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
     EXPECT_EQ(k_node_get_mean(h(y)), 3.0);
   }
+  // Impossible discrete evidence beside a value is inconsistent, and the
+  // domain stays compiled and usable.
+  ASSERT_EQ(k_node_enter_finding(h(a), 0, 0.0) + k_node_enter_finding(h(a), 1, 0.0) +
+                k_node_enter_value(h(y), 3.0),
+            0);
+  EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
+               K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  for (Node* n : {a, y}) retract(*n);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_domain_is_compiled(net.domain) + k_node_get_mean(h(y)), 4.0);
 }
 
 }  // namespace
