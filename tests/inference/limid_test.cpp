@@ -122,6 +122,22 @@ double expected_utility(const Diagram& g) {
   return pu / p;
 }
 
+// Var[U | e] under the tables as they are: of the total utility, or of
+// utility node `only`'s.
+double variance(const Diagram& g, const Node* only = nullptr) {
+  double p = 0.0;
+  double pu = 0.0;
+  double puu = 0.0;
+  each_state(g, [&](const auto& s) {
+    auto [q, u] = joint(g, s);
+    if (only != nullptr) u = entry(g.net, *only, s);
+    p += q;
+    pu += q * u;
+    puu += q * u * u;
+  });
+  return puu / p - (pu / p) * (pu / p);
+}
+
 std::size_t index_of(const Diagram& g, const Node* n) {
   return static_cast<std::size_t>(std::find(g.net.nodes.begin(), g.net.nodes.end(), n) -
                                   g.net.nodes.begin());
@@ -182,6 +198,7 @@ void expect_options_and_best_responses(Diagram& g) {
     for (std::size_t o = 0; o < n; ++o) {
       for (std::uint64_t i = 0; i < policy.size(); ++i) policy.data()[i] = i % n == o ? 1.0 : 0.0;
       EXPECT_NEAR(k_node_get_expected_utility(h(d), o), expected_utility(g), 1e-9);
+      EXPECT_NEAR(k_node_get_variance_of_utility(h(d), o), variance(g), 1e-9);
     }
     // Q(f) = sum of P(x, e) U(x) with the family in configuration f.
     std::fill_n(policy.data(), policy.size(), 1.0);
@@ -233,6 +250,30 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
         EXPECT_TRUE(t.data()[i] == 0.0 || t.data()[i] == 1.0);
     }
     expect_options_and_best_responses(g);
+    for (Node* u : g.net.nodes) {
+      if (u->category() != K_CATEGORY_UTILITY) continue;
+      EXPECT_NEAR(k_node_get_variance_of_utility(h(u), 0), variance(g, u), 1e-9);
+      double low = INFINITY;
+      double high = -INFINITY;
+      each_state(g, [&](const auto& s) {
+        low = std::min(low, entry(g.net, *u, s));
+        high = std::max(high, entry(g.net, *u, s));
+      });
+      EXPECT_EQ(k_node_get_min_utility(h(u)), low);
+      EXPECT_EQ(k_node_get_max_utility(h(u)), high);
+    }
+    // Utility ranges are a utility node's; option variances a decision's.
+    const k_node_t d = h(g.decisions[0]);
+    const k_node_t c = h(g.net.nodes[0]);
+    const std::size_t options = g.decisions[0]->state_count();
+    using Call = std::function<double()>;
+    for (const Call& call : {Call([&] { return k_node_get_max_utility(d); }),
+                             Call([&] { return k_node_get_min_utility(c); }),
+                             Call([&] { return k_node_get_variance_of_utility(d, options); }),
+                             Call([&] { return k_node_get_variance_of_utility(c, 0); })}) {
+      EXPECT_EQ(call(), -1.0);
+      EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    }
     if (recall) {
       EXPECT_NEAR(meu, maximum_expected_utility(g), 1e-9 * std::max(1.0, std::fabs(meu)));
     }
