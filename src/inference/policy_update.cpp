@@ -68,7 +68,8 @@ RootMoments collect_utilities(JunctionTree& tree,
   // u over `clique` := its assigned utilities plus the messages of the links
   // leaving it outwards (positions first.. while their inner is the clique);
   // `var` := the sum of those links' conditional variances.
-  auto gather = [&](const Clique& clique, std::size_t first, double* out, std::vector<double>& var) {
+  auto gather = [&](const Clique& clique, std::size_t first, double* out,
+                    std::vector<double>& var) {
     std::fill(out, out + clique.table->size(), 0.0);
     var.assign(second ? clique.table->size() : 0, 0.0);
     for (const NodeSlot* s : by_clique[clique.number])

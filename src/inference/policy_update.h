@@ -24,9 +24,10 @@ std::uint64_t update_policies(Domain& domain);
 /// every option of every decision under the other decisions' policies (the
 /// decision's own policy and manual choice set aside), the variance of the
 /// total utility of every option, and the decision utilities per
-/// configuration of its parents, into the decisions' forest records; the trees are left propagated as before.  Does nothing without
-/// decision or utility nodes.  Throws as propagation does; the policies and
-/// evidence are restored whatever happens.
+/// configuration of its parents, into the decisions' forest records; the
+/// trees are left propagated as before.  Does nothing without decision or
+/// utility nodes.  Throws as propagation does; the policies and evidence
+/// are restored whatever happens.
 void set_decision_results(Domain& domain);
 
 /// The variance of a utility node's utility given the evidence, under the

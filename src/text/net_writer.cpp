@@ -286,8 +286,8 @@ class NetWriter {
     // A decision's table is its policy, written so that a solved diagram
     // reads back solved; a uniform one is the reader's default and is left
     // out, so that a diagram never solved reads and writes as it was.
-    const bool data = can_have_table(node) && (node.category() != K_CATEGORY_DECISION ||
-                                               !is_uniform_policy(node.table()));
+    const bool data = can_have_table(node) &&
+                      (node.category() != K_CATEGORY_DECISION || !is_uniform_policy(node.table()));
     if (model == nullptr && !data && node.experience_table() == nullptr &&
         node.fading_table() == nullptr) {
       write(" {}\n");

@@ -195,42 +195,5 @@ TEST(NetFiles, EachSharedNetworkIsAcceptedOrRefusedAsListed) {
   }
 }
 
-// A solved shared influence diagram, written and read back, keeps its
-// policies (used as they are, not solved again) and expected utility, and
-// writes the same text again.
-TEST(NetFiles, SolvedInfluenceDiagramsReadBackSolved) {
-  std::size_t diagrams = 0;
-  for (const fs::path& file : test::shared_nets()) {
-    if (file.filename().string().rfind("id-", 0) != 0) continue;
-    SCOPED_TRACE(file.filename().string());
-    ++diagrams;
-    test::DomainHandle solved(k_net_parse_domain(file.c_str(), nullptr, nullptr));
-    ASSERT_NE(solved.domain, nullptr);
-    ASSERT_EQ(k_domain_compile(solved.domain), 0);
-    ASSERT_EQ(k_domain_update_policies(solved.domain), 0);
-    ASSERT_EQ(k_domain_set_net_digits(solved.domain, 17), 0);
-    char* text = k_domain_to_net_string(solved.domain);
-    ASSERT_NE(text, nullptr);
-    test::DomainHandle back(k_net_parse_domain_string(text, nullptr, nullptr));
-    ASSERT_NE(back.domain, nullptr);
-    ASSERT_EQ(k_domain_set_net_digits(back.domain, 17), 0);
-    char* again = k_domain_to_net_string(back.domain);
-    EXPECT_STREQ(again, text);
-    std::free(again);
-    std::free(text);
-    ASSERT_EQ(k_domain_compile(back.domain), 0);
-    const double eu = k_domain_get_expected_utility(solved.domain);
-    EXPECT_NEAR(k_domain_get_expected_utility(back.domain), eu, 1e-12 * std::max(1.0, std::fabs(eu)));
-    for (k_node_t n = k_domain_get_first_node(solved.domain); n != nullptr; n = k_node_get_next(n)) {
-      if (k_node_get_category(n) != K_CATEGORY_DECISION) continue;
-      const Table& want = *reinterpret_cast<Node*>(n)->table();
-      const Table& got =
-          *reinterpret_cast<Node*>(k_domain_get_node_by_name(back.domain, k_node_get_name(n)))->table();
-      EXPECT_TRUE(std::equal(want.data(), want.data() + want.size(), got.data(), got.data() + got.size()));
-    }
-  }
-  if (diagrams == 0) GTEST_SKIP() << "no shared influence diagrams (set KELVA_SHARED_DIR)";
-}
-
 }  // namespace
 }  // namespace kelva
