@@ -47,12 +47,12 @@ struct FamilyValues {
 
 // First and second moments of the tree's total utility collected towards
 // the schedule's root: each link's separator scratch receives E[U below it |
-// separator] (the utilities assigned beyond the link), `second` per link
-// E[(U below it)^2 | separator] - E[U below it | separator]^2; the root's
-// E[U | c] and E[U^2 | c] per root clique entry are returned.  Given a
-// clique's configuration the subtrees beyond its links are independent, so
-// E[U^2 | c] = a(c)^2 + the sum of the links' conditional variances, with
-// a(c) = E[U | c].  Without `second` only the first moments are made.
+// separator] (the utilities assigned beyond the link), and the root's
+// E[U | c] per root clique entry is returned; with `second`, each link's
+// conditional variance of U below it is kept too and the root's
+// E[U^2 | c] returned.  Given a clique's configuration the subtrees beyond
+// its links are independent, so E[U^2 | c] = a(c)^2 + the sum of the
+// links' conditional variances, with a(c) = E[U | c].
 struct RootMoments {
   std::vector<double> first;
   std::vector<double> second;
@@ -63,7 +63,7 @@ RootMoments collect_utilities(JunctionTree& tree,
                               const Parallelism& par, bool second) {
   const auto& schedule = tree.schedule;
   double* u = tree.utility_scratch.data();
-  std::vector<std::vector<double>> spread(schedule.size());
+  std::vector<std::vector<double>> spread(second ? schedule.size() : 0);
   std::vector<double> v;
   // u over `clique` := its assigned utilities plus the messages of the links
   // leaving it outwards (positions first.. while their inner is the clique);
