@@ -364,7 +364,7 @@ it, the other decisions following their policies, and the standard
 deviation of the total utility then; last the maximum expected utility.  With --format tsv: lines eu<TAB>DECISION<TAB>OPTION<TAB>VALUE, and
 last expected_utility<TAB>VALUE, numbers with "%.17g".
 )TXT",
-     "kelva decide diagram.net --set Test=positive --format tsv"},
+     "kelva decide examples/networks/umbrella.net --set Wet=yes --format tsv"},
     {Command::adapt, "adapt",
      "(FILE.net | --example NAME) DATA -o OUT.net [--fading F]\n"
      "[--experience N] [--discretize HOW] [--strict-columns] [--quiet]",
