@@ -1003,6 +1003,23 @@ KELVA_API k_node_t *k_domain_get_decision_order(k_domain_t domain);
 KELVA_API k_status_t k_domain_decide_automatically(k_domain_t domain);
 /** Retracts the evidence of every decision node. */
 KELVA_API k_status_t k_domain_undo_manual_decisions(k_domain_t domain);
+/** The largest entry of a utility node's utility table: the best outcome
+ *  it can score, whether or not the evidence allows it (no compilation
+ *  needed); -1 with "usage" for a null node or one that is not a utility
+ *  node (-1 is also a possible utility: check the code). */
+KELVA_API double k_node_get_max_utility(k_node_t node);
+/** The smallest entry of a utility node's utility table; as above. */
+KELVA_API double k_node_get_min_utility(k_node_t node);
+/** The variance of a utility as of the last propagation, given the
+ *  evidence and under the policies: for a utility node, that of its own
+ *  utility (`state` ignored); for a decision node, that of the total
+ *  utility of the domain when option `state` is taken, read as its
+ *  expected utility is (0 from its own tree for an option the evidence
+ *  rules out).  -1 with the code set on error: "usage" for another node
+ *  or a state out of range, "not_compiled", "no_equilibrium", and
+ *  "functional_dependency" for a decision in a domain with function nodes
+ *  (which has no option values). */
+KELVA_API double k_node_get_variance_of_utility(k_node_t node, k_size_t state);
 
 /** The value of a real-valued function node: its model's expression
  *  evaluated with the discrete nodes it refers to in the states the last

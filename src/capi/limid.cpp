@@ -55,6 +55,15 @@ std::vector<Node*> decisions_in_order(Domain& d) {
   return result;
 }
 
+// The smallest and largest entries of a utility node's table.
+std::pair<double, double> utility_range(k_node_t node) {
+  Node& n = get(node);
+  require(n.category() == K_CATEGORY_UTILITY && n.table() != nullptr && n.table()->size() > 0);
+  const double* data = n.table()->data();
+  const auto [low, high] = std::minmax_element(data, data + n.table()->size());
+  return {*low, *high};
+}
+
 }  // namespace
 
 extern "C" {
@@ -141,6 +150,27 @@ k_status_t k_domain_decide_automatically(k_domain_t domain) {
       for (Node* n : decided) kelva::retract_findings(*n);
       throw;
     }
+  });
+}
+
+double k_node_get_max_utility(k_node_t node) {
+  return guard(-1.0, [&] { return utility_range(node).second; });
+}
+
+double k_node_get_min_utility(k_node_t node) {
+  return guard(-1.0, [&] { return utility_range(node).first; });
+}
+
+double k_node_get_variance_of_utility(k_node_t node, k_size_t state) {
+  return guard(-1.0, [&] {
+    Node& n = get(node);
+    if (n.category() == K_CATEGORY_UTILITY) return kelva::utility_variance(n);
+    require(n.category() == K_CATEGORY_DECISION && state < n.state_count());
+    const NodeSlot& s = propagated_slot(n);
+    require(n.domain().count(K_CATEGORY_FUNCTION) == 0, K_ERROR_FUNCTIONAL_DEPENDENCY);
+    require(n.domain().count(K_CATEGORY_UTILITY) > 0);
+    require(state < s.utility_variance.size(), K_ERROR_ERROR);
+    return s.utility_variance[state];
   });
 }
 

@@ -197,6 +197,9 @@ struct NodeSlot {
   /// For a decision node: the expected utility of each option given each
   /// configuration of its parents, laid out as its policy table.
   std::vector<double> decision_utilities;
+  /// For a decision node: the variance of the total utility of each option
+  /// (set beside expected_utility).
+  std::vector<double> utility_variance;
   /// Mean and variance of a continuous node's marginal as of the last
   /// propagation; NaN while they are not known.
   double mean = std::numeric_limits<double>::quiet_NaN();

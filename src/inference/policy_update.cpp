@@ -35,47 +35,79 @@ void add_through(const IndexPlan& plan, double* large, const double* small) {
   });
 }
 
-// P(f, e) and P(f, e) E[U | f, e] over the configurations f of a policy's
-// nodes, from a tree in sum equilibrium (normalized) whose schedule is
-// rooted at the clique the policy is assigned to.
+// P(f, e), P(f, e) E[U | f, e] and P(f, e) E[U^2 | f, e] over the
+// configurations f of a policy's nodes, from a tree in sum equilibrium
+// (normalized) whose schedule is rooted at the clique the policy is
+// assigned to; U is the sum of the tree's utilities.
 struct FamilyValues {
   std::vector<double> probability;
   std::vector<double> weighted_utility;
+  std::vector<double> weighted_square;
 };
 
-// Expected utilities collected towards the schedule's root: each link's
-// separator scratch receives E[U below it | separator] (the utilities
-// assigned beyond the link), and the root's own sum is returned through
-// `root_utility` (one entry per root clique entry, E[U of the tree | c]).
-void collect_utilities(JunctionTree& tree,
-                       const std::vector<std::vector<const NodeSlot*>>& by_clique,
-                       std::vector<double>& root_utility, const Parallelism& par) {
+// First and second moments of the tree's total utility collected towards
+// the schedule's root: each link's separator scratch receives E[U below it |
+// separator] (the utilities assigned beyond the link), and the root's
+// E[U | c] per root clique entry is returned; with `second`, each link's
+// conditional variance of U below it is kept too and the root's
+// E[U^2 | c] returned.  Given a clique's configuration the subtrees beyond
+// its links are independent, so E[U^2 | c] = a(c)^2 + the sum of the
+// links' conditional variances, with a(c) = E[U | c].
+struct RootMoments {
+  std::vector<double> first;
+  std::vector<double> second;
+};
+
+RootMoments collect_utilities(JunctionTree& tree,
+                              const std::vector<std::vector<const NodeSlot*>>& by_clique,
+                              const Parallelism& par, bool second) {
   const auto& schedule = tree.schedule;
   double* u = tree.utility_scratch.data();
+  std::vector<std::vector<double>> spread(second ? schedule.size() : 0);
+  std::vector<double> v;
   // u over `clique` := its assigned utilities plus the messages of the links
-  // leaving it outwards (positions first.. while their inner is the clique).
-  auto gather_utility = [&](const Clique& clique, std::size_t first, double* out) {
+  // leaving it outwards (positions first.. while their inner is the clique);
+  // `var` := the sum of those links' conditional variances.
+  auto gather = [&](const Clique& clique, std::size_t first, double* out,
+                    std::vector<double>& var) {
     std::fill(out, out + clique.table->size(), 0.0);
+    var.assign(second ? clique.table->size() : 0, 0.0);
     for (const NodeSlot* s : by_clique[clique.number])
       add_through(s->assigned_plan, out, s->node->table()->data());
-    for (std::size_t k = first; k < schedule.size() && schedule[k].inner == &clique; ++k)
+    for (std::size_t k = first; k < schedule.size() && schedule[k].inner == &clique; ++k) {
       add_through(*schedule[k].inner_plan, out, schedule[k].separator->scratch.data());
+      if (second) add_through(*schedule[k].inner_plan, var.data(), spread[k].data());
+    }
   };
+  std::vector<double> square;
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& link = schedule[i];
     const Clique& outer = *link.outer;
-    gather_utility(outer, link.first_child, u);
+    const std::uint64_t size = outer.table->size();
+    gather(outer, link.first_child, u, v);
     const double* p = outer.table->data();
-    for (std::uint64_t k = 0; k < outer.table->size(); ++k) u[k] *= p[k];
+    if (second)
+      for (std::uint64_t k = 0; k < size; ++k) v[k] = p[k] * (u[k] * u[k] + v[k]);
+    for (std::uint64_t k = 0; k < size; ++k) u[k] *= p[k];
     Separator& sep = *link.separator;
     double* m = sep.scratch.data();
+    const std::uint64_t n = sep.table->size();
     marginalize(*link.outer_plan, u, m, Reduce::sum, par);
     const double* ps = sep.table->data();
-    for (std::uint64_t k = 0; k < sep.table->size(); ++k) m[k] = ps[k] > 0.0 ? m[k] / ps[k] : 0.0;
+    for (std::uint64_t k = 0; k < n; ++k) m[k] = ps[k] > 0.0 ? m[k] / ps[k] : 0.0;
+    if (!second) continue;
+    square.resize(n);
+    marginalize(*link.outer_plan, v.data(), square.data(), Reduce::sum, par);
+    spread[i].resize(n);
+    for (std::uint64_t k = 0; k < n; ++k)
+      spread[i][k] = ps[k] > 0.0 ? square[k] / ps[k] - m[k] * m[k] : 0.0;
   }
   const Clique& root = *tree.schedule_root;
-  root_utility.resize(root.table->size());
-  gather_utility(root, 0, root_utility.data());
+  RootMoments r;
+  r.first.resize(root.table->size());
+  gather(root, 0, r.first.data(), r.second);
+  for (std::size_t k = 0; k < r.second.size(); ++k) r.second[k] += r.first[k] * r.first[k];
+  return r;
 }
 
 // The utilities of `tree` by the clique they are assigned to.
@@ -95,7 +127,8 @@ std::vector<std::vector<const NodeSlot*>> utilities_by_clique(const JunctionTree
 // as root and returns the family values.  The caller restores the policy
 // and the choice (Suspension below).
 FamilyValues evaluate_family(Node& decision,
-                             const std::vector<std::vector<const NodeSlot*>>& by_clique) {
+                             const std::vector<std::vector<const NodeSlot*>>& by_clique,
+                             bool second) {
   Domain& domain = decision.domain();
   NodeSlot& slot = *domain.forest()->slot(decision);
   JunctionTree& tree = *slot.tree;
@@ -106,16 +139,20 @@ FamilyValues evaluate_family(Node& decision,
   propagate_tree_values(tree, slot.assigned);
 
   const Parallelism par = Parallelism::of(domain);
-  std::vector<double> root_utility;
-  collect_utilities(tree, by_clique, root_utility, par);
+  RootMoments r = collect_utilities(tree, by_clique, par, second);
   const Clique& clique = *slot.assigned;
   const double* p = clique.table->data();
-  for (std::uint64_t k = 0; k < clique.table->size(); ++k) root_utility[k] *= p[k];
+  for (std::uint64_t k = 0; k < clique.table->size(); ++k) r.first[k] *= p[k];
+  for (std::uint64_t k = 0; k < r.second.size(); ++k) r.second[k] *= p[k];
   FamilyValues v;
   v.probability.resize(policy.size());
   v.weighted_utility.resize(policy.size());
   marginalize(slot.assigned_plan, p, v.probability.data(), Reduce::sum, par);
-  marginalize(slot.assigned_plan, root_utility.data(), v.weighted_utility.data(), Reduce::sum, par);
+  marginalize(slot.assigned_plan, r.first.data(), v.weighted_utility.data(), Reduce::sum, par);
+  if (second) {
+    v.weighted_square.resize(policy.size());
+    marginalize(slot.assigned_plan, r.second.data(), v.weighted_square.data(), Reduce::sum, par);
+  }
   return v;
 }
 
@@ -239,7 +276,7 @@ std::uint64_t solve_tree(JunctionTree& tree) {
       FamilyValues v;
       {
         Suspension kept(d);
-        v = evaluate_family(d, by_clique);
+        v = evaluate_family(d, by_clique, false);
         policy = kept.policy();
       }
       if (choose(v.weighted_utility, d.state_count(), policy)) {
@@ -258,41 +295,67 @@ void reset_trees(Domain& domain) noexcept {
   }
 }
 
+// The variance of the total utility of a tree in sum equilibrium, by a
+// collect over its current schedule.
+double tree_variance(JunctionTree& tree) {
+  const auto by_clique = utilities_by_clique(tree);
+  if (std::all_of(by_clique.begin(), by_clique.end(), [](const auto& c) { return c.empty(); }))
+    return 0.0;
+  const RootMoments r = collect_utilities(tree, by_clique, Parallelism::of(*tree.domain), true);
+  const double* p = tree.schedule_root->table->data();
+  double first = 0.0;
+  double second = 0.0;
+  for (std::size_t k = 0; k < r.first.size(); ++k) {
+    first += p[k] * r.first[k];
+    second += p[k] * r.second[k];
+  }
+  return std::max(0.0, second - first * first);
+}
+
 // The option values of the decisions of `tree` (see set_decision_results),
-// with `elsewhere` the expected utility of the other trees' utilities.
-void set_tree_results(JunctionTree& tree, double elsewhere) {
+// with `elsewhere` the expected utility of the other trees' utilities and
+// `spread` the variance of their sum (the trees are independent).
+void set_tree_results(JunctionTree& tree, double elsewhere, double spread) {
   Forest& forest = *tree.domain->forest();
   const std::vector<Node*> decisions = tree_decisions(tree);
   if (decisions.empty()) return;
   const auto by_clique = utilities_by_clique(tree);
   std::vector<std::vector<double>> options(decisions.size());
   std::vector<std::vector<double>> family(decisions.size());
+  std::vector<std::vector<double>> variances(decisions.size());
   for (std::size_t i = 0; i < decisions.size(); ++i) {
     Node& d = *decisions[i];
     FamilyValues v;
     {
       Suspension kept(d);
-      v = evaluate_family(d, by_clique);
+      v = evaluate_family(d, by_clique, true);
     }
     const std::size_t n = d.state_count();
     std::vector<double> p(n, 0.0);
     std::vector<double> q(n, 0.0);
+    std::vector<double> r(n, 0.0);
     family[i].resize(v.probability.size());
     for (std::size_t k = 0; k < v.probability.size(); ++k) {
       p[k % n] += v.probability[k];
       q[k % n] += v.weighted_utility[k];
+      r[k % n] += v.weighted_square[k];
       family[i][k] =
           elsewhere + (v.probability[k] > 0.0 ? v.weighted_utility[k] / v.probability[k] : 0.0);
     }
     options[i].resize(n);
-    for (std::size_t k = 0; k < n; ++k)
-      options[i][k] = elsewhere + (p[k] > 0.0 ? q[k] / p[k] : 0.0);
+    variances[i].resize(n);
+    for (std::size_t k = 0; k < n; ++k) {
+      const double mean = p[k] > 0.0 ? q[k] / p[k] : 0.0;
+      options[i][k] = elsewhere + mean;
+      variances[i][k] = spread + (p[k] > 0.0 ? std::max(0.0, r[k] / p[k] - mean * mean) : 0.0);
+    }
   }
   propagate_tree(tree, nullptr, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
   for (std::size_t i = 0; i < decisions.size(); ++i) {
     NodeSlot& s = *forest.slot(*decisions[i]);
     s.expected_utility = options[i];
     s.decision_utilities = family[i];
+    s.utility_variance = variances[i];
   }
 }
 
@@ -349,12 +412,41 @@ void set_decision_results(Domain& domain) {
     }
   for (double v : own) total += v;
   try {
+    std::vector<double> spread(forest.trees.size(), 0.0);
     for (std::size_t t = 0; t < forest.trees.size(); ++t)
-      set_tree_results(*forest.trees[t], total - own[t]);
+      if (forest.trees.size() > 1) spread[t] = tree_variance(*forest.trees[t]);
+    double spread_total = 0.0;
+    for (double v : spread) spread_total += v;
+    for (std::size_t t = 0; t < forest.trees.size(); ++t)
+      set_tree_results(*forest.trees[t], total - own[t], spread_total - spread[t]);
   } catch (...) {
     reset_trees(domain);
     throw;
   }
+}
+
+double utility_variance(Node& utility) {
+  require(utility.domain().is_compiled(), K_ERROR_NOT_COMPILED);
+  const NodeSlot* slot = utility.domain().forest()->slot(utility);
+  require(slot != nullptr && slot->tree != nullptr && slot->assigned != nullptr,
+          K_ERROR_NOT_COMPILED);
+  require(slot->tree->equilibrium != K_EQUILIBRIUM_NONE, K_ERROR_NO_EQUILIBRIUM);
+  const Table& table = *utility.table();
+  std::vector<double> p(table.size());
+  marginalize(slot->assigned_plan, slot->assigned->table->data(), p.data(), Reduce::sum,
+              Parallelism::of(utility.domain()));
+  double total = 0.0;
+  double first = 0.0;
+  double second = 0.0;
+  for (std::uint64_t k = 0; k < table.size(); ++k) {
+    const double u = table.data()[k];
+    total += p[k];
+    first += p[k] * u;
+    second += p[k] * u * u;
+  }
+  require(total > 0.0, K_ERROR_NO_EQUILIBRIUM);
+  first /= total;
+  return std::max(0.0, second / total - first * first);
 }
 
 }  // namespace kelva

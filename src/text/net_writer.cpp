@@ -105,6 +105,13 @@ const char* subtype_word(k_subtype_t subtype) {
   }
 }
 
+// Whether a decision has no policy yet or a uniform one.
+bool is_uniform_policy(const Table* policy) {
+  if (policy == nullptr || !policy->has_data()) return true;
+  const double* p = policy->data();
+  return std::all_of(p, p + policy->size(), [p](double v) { return v == p[0]; });
+}
+
 // Parents as the potential lists them: discrete, then continuous, then
 // those of no kind (real-valued function nodes), each group in the order of
 // addition.
@@ -276,9 +283,11 @@ class NetWriter {
     const std::vector<Node*> parents = potential_parents(node);
     potential_head({&node}, parents);
     const Model* model = node.model();
-    // Policies are left out: they follow from the diagram and the evidence
-    // (k_domain_update_policies), and a decision's file reads as uniform.
-    const bool data = can_have_table(node) && node.category() != K_CATEGORY_DECISION;
+    // A decision's table is its policy, written so that a solved diagram
+    // reads back solved; a uniform one is the reader's default and is left
+    // out, so that a diagram never solved reads and writes as it was.
+    const bool data = can_have_table(node) &&
+                      (node.category() != K_CATEGORY_DECISION || !is_uniform_policy(node.table()));
     if (model == nullptr && !data && node.experience_table() == nullptr &&
         node.fading_table() == nullptr) {
       write(" {}\n");

@@ -150,4 +150,16 @@ TEST(ClassFiles, CallBackLoadsMissingClassesAndRoundTripsAreByteIdentical) {
   for (k_class_collection_t c : {cc, again, other}) k_cc_delete(c);
 }
 
+// Each class alone is fine; unfolded, continuous nodes meet a decision.
+TEST(ClassFiles, UnfoldingRefusesContinuousNodesBesideDecisions) {
+  k_class_collection_t cc = k_new_class_collection();
+  ASSERT_EQ(k_net_parse_classes_string("class G { continuous node x {} }\n"
+                                       "class T { decision d {} instance g : G () {} }",
+                                       cc, nullptr, nullptr, nullptr, nullptr),
+            0);
+  EXPECT_EQ(k_class_create_domain(k_cc_get_class_by_name(cc, "T")), nullptr);
+  EXPECT_EQ(k_error_code(), K_ERROR_CG_LIMIDS_NOT_SUPPORTED);
+  k_cc_delete(cc);
+}
+
 }  // namespace

@@ -110,16 +110,20 @@ void each_state(const Diagram& g, const std::function<void(const std::vector<std
   }
 }
 
-// E[U | e] under the tables as they are.
-double expected_utility(const Diagram& g) {
-  double pu = 0.0;
+// E[U | e] and Var[U | e] under the tables as they are: of the total
+// utility, or of utility node `only`'s.
+std::pair<double, double> moments(const Diagram& g, const Node* only = nullptr) {
   double p = 0.0;
+  double pu = 0.0;
+  double puu = 0.0;
   each_state(g, [&](const auto& s) {
-    const auto [q, u] = joint(g, s);
-    pu += q * u;
+    auto [q, u] = joint(g, s);
+    if (only != nullptr) u = entry(g.net, *only, s);
     p += q;
+    pu += q * u;
+    puu += q * u * u;
   });
-  return pu / p;
+  return {pu / p, puu / p - (pu / p) * (pu / p)};
 }
 
 std::size_t index_of(const Diagram& g, const Node* n) {
@@ -181,7 +185,8 @@ void expect_options_and_best_responses(Diagram& g) {
     const std::size_t n = d->state_count();
     for (std::size_t o = 0; o < n; ++o) {
       for (std::uint64_t i = 0; i < policy.size(); ++i) policy.data()[i] = i % n == o ? 1.0 : 0.0;
-      EXPECT_NEAR(k_node_get_expected_utility(h(d), o), expected_utility(g), 1e-9);
+      EXPECT_NEAR(k_node_get_expected_utility(h(d), o), moments(g).first, 1e-9);
+      EXPECT_NEAR(k_node_get_variance_of_utility(h(d), o), moments(g).second, 1e-9);
     }
     // Q(f) = sum of P(x, e) U(x) with the family in configuration f.
     std::fill_n(policy.data(), policy.size(), 1.0);
@@ -226,13 +231,22 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
     ASSERT_EQ(compile_for_test(g.net.d()), 0);
     ASSERT_EQ(k_domain_update_policies(g.net.domain), 0);
     const double meu = k_domain_get_expected_utility(g.net.domain);
-    EXPECT_NEAR(meu, expected_utility(g), 1e-9);
+    EXPECT_NEAR(meu, moments(g).first, 1e-9);
     for (Node* d : g.decisions) {
       const Table& t = *d->table();
       for (std::uint64_t i = 0; i < t.size(); ++i)
         EXPECT_TRUE(t.data()[i] == 0.0 || t.data()[i] == 1.0);
     }
     expect_options_and_best_responses(g);
+    for (Node* u : g.net.nodes) {
+      if (u->category() != K_CATEGORY_UTILITY) continue;
+      EXPECT_NEAR(k_node_get_variance_of_utility(h(u), 0), moments(g, u).second, 1e-9);
+    }
+    // Utility ranges are a utility node's; option variances a decision's.
+    Node* d = g.decisions[0];
+    EXPECT_EQ(k_node_get_max_utility(h(d)) + k_node_get_min_utility(h(g.net.nodes[0])), -2.0);
+    EXPECT_EQ(k_node_get_variance_of_utility(h(d), d->state_count()), -1.0);
+    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
     if (recall) {
       EXPECT_NEAR(meu, maximum_expected_utility(g), 1e-9 * std::max(1.0, std::fabs(meu)));
     }

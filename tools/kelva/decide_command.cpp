@@ -2,6 +2,7 @@
 // policies and print, per decision, its best option for each configuration
 // of its requisite parents and the expected utility of every option.
 
+#include <cmath>
 #include <string>
 #include <vector>
 
@@ -40,6 +41,8 @@ struct DecisionReport {
   /// configuration's text and the option the policy takes there.
   std::vector<std::pair<std::string, std::size_t>> rules;
   std::vector<double> utilities;  ///< per option
+  /// Per option: the standard deviation of the total utility.
+  std::vector<double> spreads;
 };
 
 DecisionReport read_decision(k_node_t decision) {
@@ -88,6 +91,9 @@ DecisionReport read_decision(k_node_t decision) {
     const double eu = k_node_get_expected_utility(decision, k);
     if (k_error_code() != K_ERROR_NONE) throw ApiError(k_error_code());
     r.utilities.push_back(eu);
+    const double variance = k_node_get_variance_of_utility(decision, k);
+    if (k_error_code() != K_ERROR_NONE) throw ApiError(k_error_code());
+    r.spreads.push_back(std::sqrt(variance));
   }
   return r;
 }
@@ -125,7 +131,8 @@ void run_decide(std::FILE* out, const Options& options) {
       std::fprintf(out, "  %s%s%s\n", text.c_str(), text.empty() ? "" : " -> ",
                    state_text(r.node, option).c_str());
     for (std::size_t k = 0; k < r.utilities.size(); ++k)
-      std::fprintf(out, "  eu %s  %g\n", state_text(r.node, k).c_str(), r.utilities[k]);
+      std::fprintf(out, "  eu %s  %g  (sd %g)\n", state_text(r.node, k).c_str(), r.utilities[k],
+                   r.spreads[k]);
   }
   std::fprintf(out, "\nmaximum expected utility: %g\n", meu);
 }

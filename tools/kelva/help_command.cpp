@@ -360,12 +360,12 @@ members and table size.
      R"TXT(Output of decide: the policies are found by single policy updating (the
 best strategy when the diagram has perfect recall).  Per decision, one line
 per configuration of its requisite parents, CONFIGURATION -> OPTION, then
-"eu OPTION VALUE" for every option: the expected utility of taking it, the
-other decisions following their policies; last the maximum expected
-utility.  With --format tsv: lines eu<TAB>DECISION<TAB>OPTION<TAB>VALUE, and
+"eu OPTION VALUE (sd SD)" for every option: the expected utility of taking
+it, the other decisions following their policies, and the standard
+deviation of the total utility then; last the maximum expected utility.  With --format tsv: lines eu<TAB>DECISION<TAB>OPTION<TAB>VALUE, and
 last expected_utility<TAB>VALUE, numbers with "%.17g".
 )TXT",
-     "kelva decide diagram.net --set Test=positive --format tsv"},
+     "kelva decide examples/networks/umbrella.net --set Wet=yes --format tsv"},
     {Command::adapt, "adapt",
      "(FILE.net | --example NAME) DATA -o OUT.net [--fading F]\n"
      "[--experience N] [--discretize HOW] [--strict-columns] [--quiet]",

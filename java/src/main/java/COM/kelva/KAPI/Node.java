@@ -937,6 +937,56 @@ public final class Node {
   }
 
   /**
+   * The largest entry of a utility node's utility table.
+   *
+   * @return the best utility the node can score
+   * @throws KelvaException "usage" for a node that is not a utility node
+   */
+  public double getMaxUtility() {
+    return check(kNodeGetMaxUtility(nodePeer));
+  }
+
+  /**
+   * The smallest entry of a utility node's utility table.
+   *
+   * @return the worst utility the node can score
+   * @throws KelvaException "usage" for a node that is not a utility node
+   */
+  public double getMinUtility() {
+    return check(kNodeGetMinUtility(nodePeer));
+  }
+
+  /**
+   * The variance of a utility node's utility given the evidence, under the
+   * policies, as of the last propagation.
+   *
+   * @return the variance
+   * @throws KelvaException "usage" for a node that is not a utility node,
+   *     "not_compiled", "no_equilibrium"
+   */
+  public double getVarianceOfUtility() {
+    if (getCategory() != Category.UTILITY) {
+      throw new KelvaException(ErrorCode.USAGE);
+    }
+    return check(kNodeGetVarianceOfUtility(nodePeer, 0));
+  }
+
+  /**
+   * The variance of the domain's total utility when a decision takes an
+   * option (the decision's policy and manual choice set aside, the other
+   * decisions following their policies), given the evidence, as of the
+   * last propagation; for a utility node, the variance of its own utility.
+   *
+   * @param state the option (ignored for utility nodes)
+   * @return the variance
+   * @throws KelvaException "usage" for another node or a state out of
+   *     range, "not_compiled", "no_equilibrium", "functional_dependency"
+   */
+  public double getVarianceOfUtility(long state) {
+    return check(kNodeGetVarianceOfUtility(nodePeer, state));
+  }
+
+  /**
    * The clique whose conflict factor holds the conflict of the node's
    * evidence (the root clique of its tree's last propagation).
    *
