@@ -347,6 +347,9 @@ TEST(StructureLearning, ConstraintsMissingItemsAndRefusals) {
     EXPECT_TRUE(linked(2, 5, g) || linked(5, 2, g)) << learner;
     EXPECT_TRUE(learner == 2 || linked(4, 3, g)) << learner;
   }
+  // A classifier with target 0 would need the forbidden link 0 -> 1.
+  EXPECT_NE(k_domain_learn_tree_structure(net.domain, v[2], v[0]), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   // PDAG queries agree with the installed links.
   ASSERT_EQ(k_domain_learn_structure(net.domain), 0);
   const Parents g = links(net);
