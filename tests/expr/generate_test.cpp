@@ -602,6 +602,13 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
   link(e, g);
   set(model(g), 0, op(K_OP_DISTRIBUTION, {num(1), num(1)}));
   EXPECT_FAILS(k_node_generate_table(g), K_ERROR_NOT_COMPILED);
+  // A real-valued function parent the model uses must have a value.
+  k_node_t r = k_domain_new_node(net.d, K_CATEGORY_FUNCTION, K_KIND_OTHER, K_SUBTYPE_LABEL);
+  ASSERT_EQ(k_node_set_name(r, "R"), 0);
+  k_node_t h0 = net.numbered("H0", {0}, K_CATEGORY_FUNCTION);
+  link(r, h0);
+  set(model(h0), 0, leaf(r));
+  EXPECT_FAILS(k_node_generate_table(h0), K_ERROR_NO_VALUE);
 
   // The sums must fit the owner's states.
   ASSERT_EQ(k_node_set_state_value(d, 4, 3), 0);
@@ -623,7 +630,9 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
             using_d +
                 "Using model for E to generate a conditional probability table\n"
                 "Using model for G to generate a conditional probability table\n"
-                "Evaluation of parent E failed\n" +
+                "Evaluation of parent E failed\n"
+                "Using model for H0 to generate a conditional probability table\n"
+                "Evaluation of function node R failed\n" +
                 using_d + "Node D: State range must include [0, 3] for aggregate distribution\n" +
                 "Using model for H to generate a conditional probability table\n"
                 "Aggregate distributions are only valid for interval discrete function nodes\n" +
