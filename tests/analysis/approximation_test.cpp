@@ -108,6 +108,11 @@ TEST(Approximation, RefusesEvidenceAndBadEpsilonLeavingTheDomainAsItWas) {
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   EXPECT_EQ(k_domain_is_compressed(net.domain), 0);
   k_node_retract_findings(net.nodes[2]);
+  // Only a sum equilibrium of the current tables is approximated.
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+  EXPECT_EQ(k_domain_approximate(net.domain, 0.1), -1.0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   // Epsilon 0 removes only zeros: the beliefs stay.
   std::vector<double> before;
   for (k_node_t node : net.nodes) before.push_back(k_node_get_belief(node, 0));

@@ -120,6 +120,11 @@ TEST(MapConfigurations, RefuseBadRequestsAndKeepEarlierResults) {
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, one, 0.0), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, one, 1.5), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, nullptr, 0.1), K_ERROR_USAGE);
+  k_domain_t other = k_new_domain();
+  k_node_t stranger[] = {
+      k_domain_new_node(other, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL), nullptr};
+  EXPECT_FAILS(k_domain_find_map_configurations(net.domain, stranger, 0.1), K_ERROR_USAGE);
+  k_domain_delete(other);
 
   ASSERT_EQ(k_domain_find_map_configurations(net.domain, one, 1e-9), 0);
   const k_size_t found = k_domain_get_number_of_map_configurations(net.domain);

@@ -141,6 +141,15 @@ TEST(ClassFiles, CallBackLoadsMissingClassesAndRoundTripsAreByteIdentical) {
   ASSERT_EQ(k_net_parse_classes_string(first.c_str(), again, nullptr, nullptr, nullptr, nullptr), 0)
       << first;
   EXPECT_EQ(text_of(again), first);
+  // Saved to a file, the same text; an unwritable path is an I/O error.
+  const std::string path = testing::TempDir() + "classes.net";
+  ASSERT_EQ(k_cc_save_as_net(cc, path.c_str()), 0);
+  k_class_collection_t saved = k_new_class_collection();
+  ASSERT_EQ(k_net_parse_classes(path.c_str(), saved, nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(text_of(saved), first);
+  EXPECT_NE(k_cc_save_as_net(cc, "/nonexistent/classes.net"), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_IO);
+  k_cc_delete(saved);
 
   // A loader that fails leaves nothing behind.
   k_class_collection_t other = k_new_class_collection();

@@ -142,6 +142,15 @@ TEST(Classes, HierarchyAndNameRefusalsLeaveTheCollectionAsItWas) {
   EXPECT_FAILS(k_node_substitute_class(m1, h.top), K_ERROR_CYCLIC_INSTANCE_HIERARCHY);
   EXPECT_EQ(k_node_get_instance_class(m1), h.mid);
   EXPECT_NULL_WITH(k_cc_new_class(h.cc, "a.b"), K_ERROR_INVALID_NAME);
+  EXPECT_FAILS(k_class_set_name(h.mid, "a.b"), K_ERROR_INVALID_NAME);
+  EXPECT_FAILS(k_class_set_name(h.mid, "Leaf"), K_ERROR_TWICE);
+  EXPECT_FAILS(k_class_set_name(h.mid, nullptr), K_ERROR_USAGE);
+  EXPECT_EQ(k_class_set_name(h.mid, "Middle"), 0);
+  EXPECT_EQ(k_cc_get_class_by_name(h.cc, "Middle"), h.mid);
+  k_node_t a = k_domain_get_node_by_name(as_domain(h.mid), "a");
+  EXPECT_EQ(k_node_get_input(m1, a), k_domain_get_node_by_name(as_domain(h.top), "r"));
+  EXPECT_EQ(k_node_get_master(k_node_get_outputs(m1)[0]),
+            k_domain_get_node_by_name(as_domain(h.mid), "m"));
   EXPECT_FAILS(k_node_set_name(m1, "p.q"), K_ERROR_INVALID_NAME);
   // Tied states: an output with instances, a clone, a bound actual node.
   k_node_t y = k_domain_get_node_by_name(as_domain(h.leaf), "y");

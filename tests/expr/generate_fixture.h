@@ -54,12 +54,12 @@ struct GenNet {
   }
   /// A numbered node (`values` are its states) or an interval node (`values`
   /// are its bounds, one more than the states); a labelled node takes only
-  /// the count.
+  /// the count, and so does a boolean one.
   k_node_t valued(const char* name, k_subtype_t subtype, const std::vector<double>& values,
                   k_category_t category = K_CATEGORY_CHANCE) {
     const std::size_t states = values.size() - (subtype == K_SUBTYPE_INTERVAL ? 1 : 0);
     k_node_t n = node(name, subtype, states, category);
-    if (subtype == K_SUBTYPE_LABEL) return n;
+    if (subtype == K_SUBTYPE_LABEL || subtype == K_SUBTYPE_BOOLEAN) return n;
     for (std::size_t i = 0; i < values.size(); ++i)
       EXPECT_EQ(k_node_set_state_value(n, i, values[i]), 0);
     return n;

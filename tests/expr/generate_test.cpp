@@ -177,6 +177,10 @@ TEST(Generate, OperatorsAndTheirErrors) {
   auto cond = [](k_expression_t c, double yes, double no) {
     return op(K_OP_IF, {c, num(yes), num(no)});
   };
+  auto milli = [](k_operator_t f, double x) {  // floor(1000 * f(x))
+    return op(K_OP_FLOOR, {op(K_OP_MULTIPLY, {num(1000), op(f, {num(x)})})});
+  };
+  auto truth = [](int v) { return k_boolean_make_expression(v); };
   const struct {
     k_expression_t e;
     double value;
@@ -200,6 +204,16 @@ TEST(Generate, OperatorsAndTheirErrors) {
       {op(K_OP_STATE_INDEX, {leaf(l)}), 0},
       {cond(op(K_OP_LESS_THAN, {leaf(p), num(4)}), 5, 6), 5},
       {cond(op(K_OP_GREATER_THAN_OR_EQUALS, {leaf(q), num(2)}), 5, 6), 5},
+      {milli(K_OP_SIN, 1), 841},
+      {milli(K_OP_COS, 1), 540},
+      {milli(K_OP_TAN, 1), 1557},
+      {milli(K_OP_SINH, 1), 1175},
+      {milli(K_OP_COSH, 1), 1543},
+      {milli(K_OP_TANH, 1), 761},
+      {cond(op(K_OP_GREATER_THAN, {leaf(p), num(2)}), 5, 6), 5},
+      {cond(op(K_OP_LESS_THAN_OR_EQUALS, {leaf(p), num(2)}), 5, 6), 6},
+      {cond(op(K_OP_EQUALS, {truth(1), truth(0)}), 1, 0), 0},
+      {cond(op(K_OP_AND, {truth(1), truth(0)}), 1, 0), 0},
       {cond(op(K_OP_AND, {}), 1, 0), 1},
       {cond(op(K_OP_OR, {}), 1, 0), 0},
       {cond(op(K_OP_NOT, {op(K_OP_EQUALS, {leaf(p), num(3)})}), 1, 0), 0},
@@ -400,6 +414,16 @@ TEST(Generate, CountingDistributions) {
           "Node B: State range must include [0, 4] for Binomial distribution\n");
   refuses(K_SUBTYPE_LABEL, {0, 0}, op(K_OP_POISSON, {num(1)}), K_ERROR_INVALID_EXPRESSION,
           "The Poisson distribution can only be applied to numbered or interval nodes\n");
+  refuses(K_SUBTYPE_NUMBER, {0, 1, 2}, op(K_OP_BINOMIAL, {num(1.5), num(0.5)}),
+          K_ERROR_INAPPROPRIATE_ARGUMENTS,
+          "Binomial distribution parameters must obey n = 0, 1, 2, ... and 0 <= p <= 1 "
+          "(observed: n = 1.5, p = 0.5)\n");
+  refuses(K_SUBTYPE_NUMBER, {0, 1}, op(K_OP_NEGATIVE_BINOMIAL, {num(0), num(0.5)}),
+          K_ERROR_INAPPROPRIATE_ARGUMENTS,
+          "NegativeBinomial distribution parameters must obey r > 0 and 0 < p <= 1 "
+          "(observed: r = 0, p = 0.5)\n");
+  refuses(K_SUBTYPE_NUMBER, {0, 1}, op(K_OP_GEOMETRIC, {num(1.5)}), K_ERROR_INAPPROPRIATE_ARGUMENTS,
+          "Geometric distribution parameter must obey 0 < p <= 1 (observed: 1.5)\n");
   refuses(K_SUBTYPE_NUMBER, {0, 1}, op(K_OP_TRUNCATE, {num(0), op(K_OP_GEOMETRIC, {num(0.5)})}),
           K_ERROR_INVALID_EXPRESSION,
           "Truncation is not supported for the Geometric distribution\n");
@@ -438,6 +462,11 @@ TEST(Generate, DistributionAndNoisyOr) {
   refuses(K_SUBTYPE_LABEL, three, op(K_OP_NOISY_OR, {k_boolean_make_expression(0), num(0.5)}),
           K_ERROR_INVALID_EXPRESSION,
           "A NoisyOR distribution can only be applied to boolean nodes\n");
+  refuses(K_SUBTYPE_BOOLEAN, {0, 0}, op(K_OP_NOISY_OR, {k_boolean_make_expression(1), num(1.5)}),
+          K_ERROR_INAPPROPRIATE_ARGUMENTS,
+          "NoisyOR inhibitor probabilities must lie in [0, 1] (observed: 1.5)\n");
+  refuses(K_SUBTYPE_LABEL, three, k_boolean_make_expression(1), K_ERROR_INVALID_EXPRESSION,
+          "Node B does not have a (unique) state labeled `true'\n");
 }
 
 TEST(Generate, IntervalParentsAreSampledAndTheSpreadLogged) {
@@ -573,6 +602,13 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
   link(e, g);
   set(model(g), 0, op(K_OP_DISTRIBUTION, {num(1), num(1)}));
   EXPECT_FAILS(k_node_generate_table(g), K_ERROR_NOT_COMPILED);
+  // A real-valued function parent the model uses must have a value.
+  k_node_t r = k_domain_new_node(net.d, K_CATEGORY_FUNCTION, K_KIND_OTHER, K_SUBTYPE_LABEL);
+  ASSERT_EQ(k_node_set_name(r, "R"), 0);
+  k_node_t h0 = net.numbered("H0", {0}, K_CATEGORY_FUNCTION);
+  link(r, h0);
+  set(model(h0), 0, leaf(r));
+  EXPECT_FAILS(k_node_generate_table(h0), K_ERROR_NO_VALUE);
 
   // The sums must fit the owner's states.
   ASSERT_EQ(k_node_set_state_value(d, 4, 3), 0);
@@ -594,7 +630,9 @@ TEST(Generate, FunctionNodesUseWhatIsKnownOfTheirParents) {
             using_d +
                 "Using model for E to generate a conditional probability table\n"
                 "Using model for G to generate a conditional probability table\n"
-                "Evaluation of parent E failed\n" +
+                "Evaluation of parent E failed\n"
+                "Using model for H0 to generate a conditional probability table\n"
+                "Evaluation of function node R failed\n" +
                 using_d + "Node D: State range must include [0, 3] for aggregate distribution\n" +
                 "Using model for H to generate a conditional probability table\n"
                 "Aggregate distributions are only valid for interval discrete function nodes\n" +

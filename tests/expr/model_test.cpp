@@ -234,6 +234,26 @@ TEST(ModelReshape, SlotsFollowTheStatesOfModelNodes) {
   EXPECT_EQ(k_model_get_size(m), 4u);
   EXPECT_EQ(k_model_get_expression(m, 3), e[3]);
   EXPECT_EQ(k_model_table_is_generated(m), 1);
+  // Split intervals share their interval's expression; a merged pair keeps
+  // the lower one's.
+  k_node_t i = net.interval("I", {0, 1, 2});
+  k_node_t p = net.numbered("P", {0});
+  k_node_t d = net.numbered("D", {0});
+  link(i, d);
+  link(p, d);
+  k_model_t md = model(d, {i});
+  k_expression_t lo = num(0), hi = leaf(p);
+  set(md, 0, lo);
+  set(md, 1, hi);
+  ASSERT_EQ(k_node_double_number_of_intervals(i), 0);
+  EXPECT_EQ(k_model_get_size(md), 4u);
+  EXPECT_EQ(k_model_get_expression(md, 1), lo);
+  EXPECT_EQ(k_model_get_expression(md, 2), hi);
+  ASSERT_EQ(k_node_halve_number_of_intervals(i), 0);
+  EXPECT_EQ(k_model_get_expression(md, 1), hi);
+  // A parent that an expression names takes the model with it.
+  ASSERT_EQ(k_node_remove_parent(d, p), 0);
+  EXPECT_EQ(k_node_get_model(d), nullptr);
 }
 
 }  // namespace

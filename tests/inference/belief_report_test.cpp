@@ -162,6 +162,12 @@ TEST(BeliefReport, ExpectedUtilitiesAndFunctionValues) {
   ASSERT_NE(model, nullptr);
   ASSERT_EQ(k_model_set_expression_from_string(model, 0, "Level * 2", nullptr, nullptr), 0);
   net.node("Bare", K_CATEGORY_FUNCTION, K_KIND_OTHER);
+  // A function of an expected utility.
+  k_node_t plus = net.node("Plus", K_CATEGORY_FUNCTION, K_KIND_OTHER);
+  ASSERT_EQ(k_node_add_parent(plus, gain), 0);
+  ASSERT_EQ(k_model_set_expression_from_string(k_node_new_model(plus, none), 0, "Gain + 1", nullptr,
+                                               nullptr),
+            0);
   net.compile();
   net.set(level, {0.5, 0.5}, {10, -2.5});
   net.set(act, {0.5, 0.5}, {3, 4});
@@ -179,6 +185,7 @@ TEST(BeliefReport, ExpectedUtilitiesAndFunctionValues) {
             "\n    Gain: 12.5\n"
             "\nOverall expected utility: 12\n"
             "\n\nValues for real-valued function nodes:\n"
+            "\n    Plus: 13.5\n"
             "\n    Bare: N/A\n"
             "\n    Twice: N/A\n");
 

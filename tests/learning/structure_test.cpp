@@ -9,6 +9,7 @@
 #include <random>
 #include <set>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "common/random_network.h"
@@ -127,6 +128,15 @@ TEST(StructureLearning, PcWithDSeparationOracleFindsTheEquivalenceClass) {
     EXPECT_EQ(v_structures(ext), v_structures(dag));
     k_domain_delete(domain);
   }
+  // Contradictory edges (a directed cycle) have no extension: the edges go
+  // in one by one, each closing no cycle (2 -> 0 is dropped, 3 - 4 turned).
+  Pdag odd(6);
+  for (auto [i, j] : {std::pair<std::size_t, std::size_t>{0, 1}, {1, 2}, {2, 0}, {4, 5}, {5, 3}}) {
+    odd.link(i, j);
+    odd.orient(i, j);
+  }
+  odd.link(3, 4);
+  EXPECT_EQ(extend_to_dag(odd), (Parents{{}, {0}, {1}, {5, 4}, {}, {4}}));
 }
 
 // Cases drawn from a random network into its own case store; `hide` is the
@@ -337,12 +347,26 @@ TEST(StructureLearning, ConstraintsMissingItemsAndRefusals) {
     EXPECT_TRUE(linked(2, 5, g) || linked(5, 2, g)) << learner;
     EXPECT_TRUE(learner == 2 || linked(4, 3, g)) << learner;
   }
+  // A classifier with target 0 would need the forbidden link 0 -> 1.
+  EXPECT_NE(k_domain_learn_tree_structure(net.domain, v[2], v[0]), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   // PDAG queries agree with the installed links.
   ASSERT_EQ(k_domain_learn_structure(net.domain), 0);
   const Parents g = links(net);
   for (std::size_t x = 0; x < 6; ++x)
     for (k_node_t* p = k_node_get_pdag_parents(v[x]); *p != nullptr; ++p)
       EXPECT_TRUE(std::count(g[x].begin(), g[x].end(), std::find(v, v + 6, *p) - v));
+  // Directing an undirected PDAG edge installs that link; the edge is then
+  // directed and cannot be turned back.
+  bool directed = false;
+  for (std::size_t x = 0; x < 6 && !directed; ++x) {
+    const k_node_t u = *k_node_get_pdag_neighbors(v[x]);
+    if (u == nullptr || k_node_add_pdag_parent(v[x], u) != 0) continue;
+    directed = true;
+    EXPECT_TRUE(linked(static_cast<std::size_t>(std::find(v, v + 6, u) - v), x, links(net)));
+    EXPECT_NE(k_node_add_pdag_parent(u, v[x]), 0);
+  }
+  EXPECT_TRUE(directed);
   // Refusals change nothing: a decision node, a constant column, one case.
   const Parents before = links(net);
   auto refused = [&](const char* why) {

@@ -230,16 +230,22 @@ TEST_F(Structure, ReversingAnEdgeKeepsTheJoint) {
   ASSERT_EQ(k_node_add_parent(b, a), 0);
   ASSERT_EQ(k_node_add_parent(c, a), 0);
   ASSERT_EQ(k_node_add_parent(c, b), 0);
-  set(k_node_get_table(a), {0.3, 0.7});
-  set(k_node_get_table(b), {0.2, 0.5, 0.3, 0.6, 0.1, 0.3});
+  // Each end of a -> b has a parent of its own, which the other end gets.
+  k_node_t d = node("d", 2), e = node("e", 2);
+  ASSERT_EQ(k_node_add_parent(b, d), 0);
+  ASSERT_EQ(k_node_add_parent(a, e), 0);
+  set(k_node_get_table(d), {0.5, 0.5});
+  set(k_node_get_table(e), {0.1, 0.9});
+  set(k_node_get_table(a), {0.3, 0.7, 0.6, 0.4});
+  set(k_node_get_table(b), {0.2, 0.5, 0.3, 0.6, 0.1, 0.3, 0.1, 0.1, 0.8, 0.3, 0.3, 0.4});
   set(k_node_get_table(c), {0.9, 0.1, 0.4, 0.6, 0.5, 0.5, 0.2, 0.8, 0.7, 0.3, 0.1, 0.9});
-  const std::vector<k_node_t> all{a, b, c};
+  const std::vector<k_node_t> all{a, b, c, d, e};
   auto before = joint(all);
   // a -> c cannot be reversed: a -> b -> c would close a cycle.
   EXPECT_FAILS(k_node_reverse_edge(a, c), K_ERROR_CYCLIC_NETWORK);
   ASSERT_EQ(k_node_reverse_edge(a, b), 0);
-  EXPECT_EQ(names(k_node_get_parents(a)), (std::vector<std::string>{"b"}));
-  EXPECT_EQ(k_node_get_parents(b)[0], nullptr);
+  EXPECT_EQ(names(k_node_get_parents(a)), (std::vector<std::string>{"e", "d", "b"}));
+  EXPECT_EQ(names(k_node_get_parents(b)), (std::vector<std::string>{"d", "e"}));
   auto after = joint(all);
   for (const auto& [config, p] : before) EXPECT_NEAR(after[config], p, 1e-12);
 }

@@ -99,6 +99,10 @@ class AnalysisTest {
       double t = 0.5;
       assertEquals(0.45 / (0.45 + 0.125), (k[0] * t + k[1]) / (k[2] * t + k[3]), 1e-12);
       assertEquals(0.18 / 0.38, rain.getBelief(0), 1e-12);
+      d.computeSensitivityData(List.of(rain), new long[] {0});
+      assertEquals(List.of(wet, rain), d.getSensitivitySet(0));
+      assertFails(ErrorCode.USAGE, () -> d.computeSensitivityData(List.of(rain), new long[] {}));
+      assertFails(ErrorCode.USAGE, () -> d.computeSensitivityData(List.of(rain), new long[] {-1}));
 
       // wet = yes speaks for rain by 0.9 / 0.25.
       rain.computeExplanationData(0, 2);
