@@ -291,5 +291,17 @@ checks=$((checks + 1))
 [[ $(cat "$work/binary_byte.err") == "$work/binary.net:6: unexpected character: \`\\x7f'"$'\n'* ]] ||
   fail "binary_byte: $(cat "$work/binary_byte.err")"
 
+# decide on the umbrella diagram: the option values are those of the prior
+# (0.2*70 + 0.8*20, 0.2*-100 + 0.8*100); taking it only when the grass is
+# wet gives (0.18*70 + 0.2*20) + (0.02*-100 + 0.6*100), joint weights.
+run decide decide "$networks/umbrella.net" --format tsv
+expect_status decide 0
+printf 'eu\tAct\ttake\t30\neu\tAct\tleave\t60\nexpected_utility\t74.6\n' >"$work/decide.want"
+expect_close decide "$work/decide.want"
+run decide_text decide "$networks/umbrella.net"
+checks=$((checks + 1))
+grep -q '^  Wet=yes -> take$' "$work/decide_text.out" && grep -q '^  Wet=no -> leave$' "$work/decide_text.out" ||
+  fail "decide: policy lines: $(cat "$work/decide_text.out")"
+
 echo "kelva_cli: $((checks - failures)) passed, $failures failed"
 [[ $failures == 0 ]]
