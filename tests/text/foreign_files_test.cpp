@@ -14,6 +14,8 @@
 #include "kelva/kelva.h"
 #include "network/domain.h"
 #include "network/error.h"
+#include "network/node.h"
+#include "table/table.h"
 #include "text/foreign_net.h"
 #include "text/text_files.h"
 
@@ -157,6 +159,29 @@ std::string bif(const std::string& b_rows, const std::string& b_parents = " | a"
          "probability ( a ) { table 0.5, 0.5; }\n"
          "probability ( b" +
          b_parents + " ) {\n" + b_rows + "}\n";
+}
+
+// An XMLBIF TABLE lists the FOR variable fastest and the GIVEN variables
+// ever more slowly from the last written: P(do | bp=true, fo=false) = 0.97.
+TEST(ForeignFiles, XmlbifTablesVaryTheFirstGivenSlowest) {
+  const std::string v = "<VARIABLE TYPE=\"nature\"><NAME>";
+  const std::string states = "</NAME><OUTCOME>true</OUTCOME><OUTCOME>false</OUTCOME></VARIABLE>";
+  const std::unique_ptr<Domain> d(read_xmlbif_domain(
+      "<BIF><NETWORK>" + v + "bp" + states + v + "fo" + states + v + "do" + states +
+          "<DEFINITION><FOR>bp</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>"
+          "<DEFINITION><FOR>fo</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>"
+          "<DEFINITION><FOR>do</FOR><GIVEN>bp</GIVEN><GIVEN>fo</GIVEN>"
+          "<TABLE>0.99 0.01 0.97 0.03 0.9 0.1 0.3 0.7</TABLE></DEFINITION></NETWORK></BIF>",
+      nullptr, nullptr, nullptr));
+  // The entry of bp=true (0), fo=false (1), do=true (0) in the table's own
+  // node order, the last node fastest.
+  const Table& t = *d->find("do")->table();
+  const std::vector<std::pair<std::string, int>> want = {{"bp", 0}, {"fo", 1}, {"do", 0}};
+  std::size_t index = 0;
+  for (std::size_t i = 0; i < t.nodes().size(); ++i)
+    for (const auto& [name, state] : want)
+      if (t.nodes()[i] == d->find(name)) index = index * 2 + state;
+  EXPECT_EQ(t.data()[index], 0.97);
 }
 
 TEST(ForeignFiles, AMalformedFileGetsOneMessageWithItsLine) {
