@@ -23,7 +23,8 @@ using Bytes = std::vector<unsigned char>;
 void write(const std::filesystem::path& path, unsigned char first, const Bytes& bytes) {
   std::ofstream out(path, std::ios::binary);
   out.put(static_cast<char>(first));
-  out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+  out.write(reinterpret_cast<const char*>(bytes.data()),
+            static_cast<std::streamsize>(bytes.size()));
 }
 
 // The payload of an unprotected KB file with every section stored.
