@@ -1,16 +1,16 @@
 // Writes the seed corpus of the kb fuzzer: for each NET file given, the
 // domain compiled, with two cases and evidence, propagated and saved as a
-// KB file ("<name>_file", first byte 0) and as its sections with every
-// section stored unpacked ("<name>_sections", first byte 1), which the
-// fuzzer seals itself so that mutations reach the section readers.
+// KB file ("<name>_file", first byte 0) and as its sections stored unpacked
+// ("<name>_sections", first byte 1), which the fuzzer seals itself so that
+// mutations reach the section readers.
 //
 //   kb_seeds OUT_DIR NET...
 #include <zlib.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <string>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -19,12 +19,13 @@
 namespace {
 
 using Bytes = std::vector<unsigned char>;
+using kelva::kb::ByteReader;
 
-void write(const std::filesystem::path& path, unsigned char first, const Bytes& bytes) {
-  std::ofstream out(path, std::ios::binary);
-  out.put(static_cast<char>(first));
-  out.write(reinterpret_cast<const char*>(bytes.data()),
-            static_cast<std::streamsize>(bytes.size()));
+void write(const std::string& path, char first, const Bytes& bytes) {
+  std::ofstream(path, std::ios::binary)
+      .put(first)
+      .write(reinterpret_cast<const char*>(bytes.data()),
+             static_cast<std::streamsize>(bytes.size()));
 }
 
 // The payload of an unprotected KB file with every section stored.
@@ -32,18 +33,14 @@ Bytes stored_sections(const Bytes& file) {
   using namespace kelva::kb;
   ByteReader in(file.data() + kHeaderSize, file.size() - kHeaderSize - kCrcSize);
   ByteWriter out;
-  for (;;) {
-    const std::uint32_t tag = in.u32();
-    out.u32(tag);
-    if (tag == static_cast<std::uint32_t>(Section::end)) return out.bytes;
+  for (std::uint32_t tag = in.u32(); out.u32(tag), tag != 0; tag = in.u32()) {
     const std::uint8_t packing = in.u8();
-    const std::uint64_t raw_size = in.u64();
+    uLongf size = in.u64();
     const std::size_t packed_size = in.count(1);
     const unsigned char* packed = in.bytes(packed_size);
     Bytes raw(packed, packed + packed_size);
     if (packing == kDeflated) {
-      raw.resize(raw_size);
-      uLongf size = raw_size;
+      raw.resize(size);
       if (uncompress(raw.data(), &size, packed, packed_size) != Z_OK) std::abort();
     }
     out.u8(kStored);
@@ -51,44 +48,33 @@ Bytes stored_sections(const Bytes& file) {
     out.u64(raw.size());
     out.bytes.insert(out.bytes.end(), raw.begin(), raw.end());
   }
-}
-
-// Two cases (the first state of every discrete node, then the last, and
-// 0.5 for every continuous node) and the first discrete node's last state
-// as evidence.
-void add_cases_and_evidence(k_domain_t d) {
-  k_domain_set_number_of_cases(d, 2);
-  bool evidence = false;
-  for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n)) {
-    if (k_node_get_category(n) != K_CATEGORY_CHANCE) continue;
-    if (k_node_get_kind(n) == K_KIND_CONTINUOUS) {
-      k_node_set_case_value(n, 0, 0.5);
-      continue;
-    }
-    const k_size_t states = k_node_get_number_of_states(n);
-    k_node_set_case_state(n, 0, 0);
-    k_node_set_case_state(n, 1, states - 1);
-    if (!evidence) evidence = k_node_select_state(n, states - 1) == 0;
-  }
+  return out.bytes;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc < 3) {
-    std::fprintf(stderr, "usage: kb_seeds OUT_DIR NET...\n");
-    return 2;
-  }
   for (int i = 2; i < argc; ++i) {
     k_domain_t d = k_net_parse_domain(argv[i], nullptr, nullptr);
-    if (d == nullptr) {
-      std::fprintf(stderr, "kb_seeds: %s: %s\n", argv[i], k_error_description(k_error_code()));
-      return 1;
-    }
+    if (d == nullptr) return 1;
+    // Two cases (every discrete chance node's first state, then its last;
+    // 0.5 for continuous ones) and the first one's last state as evidence.
     // A network that does not compile, or whose evidence is impossible, is
     // saved as far as it got: that is a seed too.
     if (k_domain_compile(d) == 0) {
-      add_cases_and_evidence(d);
+      k_domain_set_number_of_cases(d, 2);
+      bool evidence = false;
+      for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n)) {
+        if (k_node_get_category(n) != K_CATEGORY_CHANCE) continue;
+        if (k_node_get_kind(n) == K_KIND_CONTINUOUS) {
+          k_node_set_case_value(n, 0, 0.5);
+          continue;
+        }
+        const k_size_t last = k_node_get_number_of_states(n) - 1;
+        k_node_set_case_state(n, 0, 0);
+        k_node_set_case_state(n, 1, last);
+        if (!evidence) evidence = k_node_select_state(n, last) == 0;
+      }
       k_domain_propagate(d, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
     }
     std::size_t size = 0;
@@ -101,5 +87,5 @@ int main(int argc, char** argv) {
     write(base.string() + "_file", 0, file);
     write(base.string() + "_sections", 1, stored_sections(file));
   }
-  return 0;
+  return argc < 3 ? 2 : 0;
 }

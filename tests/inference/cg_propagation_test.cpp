@@ -13,8 +13,6 @@
 namespace kelva::test {
 namespace {
 
-k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
-
 // P(e) and per node its beliefs, or its mean and variance; oracle() needs the
 // nodes in topological order.
 template <class R = long double>

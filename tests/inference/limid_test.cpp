@@ -16,8 +16,6 @@
 namespace kelva::test {
 namespace {
 
-k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
-
 struct Diagram {
   TestNet net;
   std::vector<Node*> decisions;               ///< in order

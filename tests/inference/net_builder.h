@@ -45,6 +45,9 @@ k_status_t compile_for_test(Domain& domain);
 /// The same without the propagation.
 void build_forest_for_test(Domain& domain);
 
+/// The C handle of a node.
+inline k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
+
 /// Evidence entry through the C API.
 void select_state(Node& node, std::int64_t state);
 void enter_vector(Node& node, const std::vector<double>& vector);

@@ -17,8 +17,6 @@
 namespace kelva::test {
 namespace {
 
-k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
-
 // Beliefs, normalization constant and (for sum) expected utilities agree
 // with enumeration of the joint.
 void expect_matches(const TestNet& net, bool max, const char* what) {

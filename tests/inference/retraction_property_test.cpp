@@ -19,8 +19,6 @@ namespace {
 
 using Findings = std::vector<std::vector<double>>;
 
-k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
-
 // The network of `seed`; P(e) of a network whose entries are no
 // probabilities is the plain sum of the product of its tables.
 void build(TestNet& net, unsigned seed) {

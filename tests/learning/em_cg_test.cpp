@@ -15,8 +15,6 @@
 namespace kelva::test {
 namespace {
 
-k_node_t h(Node* n) { return reinterpret_cast<k_node_t>(n); }
-
 TEST(EmCg, LeastSquaresMonotoneAndBruteForceLikelihood) {
   std::mt19937 rng(41);
   std::uniform_real_distribution<double> u(0.0, 1.0);

@@ -111,6 +111,14 @@ class NetTest {
   }
 
   @Test
+  void utilitiesDecodeNetEscapesAndGiveInfinityAndTheClock() {
+    assertEquals("a\"b\nA", Utilities.removeEscapeSequences("a\\\"b\\n\\x41"));
+    assertFails(ErrorCode.USAGE, () -> Utilities.removeEscapeSequences(null));
+    assertEquals(Double.POSITIVE_INFINITY, Utilities.infinity());
+    assertTrue(Utilities.getClock() >= 0);
+  }
+
+  @Test
   void seventeenDigitsReadBackExactly() throws Exception {
     try (Domain d = Domain.fromNetString(NETWORK, null)) {
       Table table = d.getNodeByName("Rain").getTable();
