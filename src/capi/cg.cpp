@@ -2,6 +2,7 @@
 #include <memory>
 
 #include "capi/boundary.h"
+#include "capi/slots.h"
 #include "compile/junction_forest.h"
 #include "inference/cg_propagate.h"
 #include "structure/cg_parameters.h"
@@ -19,11 +20,7 @@ namespace {
 // The forest record of a continuous node whose tree holds an equilibrium.
 const NodeSlot& moments_slot(Node& n) {
   require(n.is_continuous());
-  require(n.domain().is_compiled(), K_ERROR_NOT_COMPILED);
-  const NodeSlot* slot = n.domain().forest()->slot(n);
-  require(slot != nullptr && slot->tree != nullptr, K_ERROR_NOT_COMPILED);
-  require(slot->tree->equilibrium != K_EQUILIBRIUM_NONE, K_ERROR_NO_EQUILIBRIUM);
-  return *slot;
+  return kelva::capi::propagated_slot(n);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "capi/boundary.h"
+#include "capi/slots.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
 #include "inference/propagate.h"
@@ -19,18 +20,9 @@ using kelva::capi::get;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
+using kelva::capi::propagated_slot;
 
 namespace {
-
-// The forest record of a node of a compiled domain whose tree holds an
-// equilibrium.
-const NodeSlot& propagated_slot(Node& n) {
-  require(n.domain().is_compiled(), K_ERROR_NOT_COMPILED);
-  const NodeSlot* slot = n.domain().forest()->slot(n);
-  require(slot != nullptr && slot->tree != nullptr, K_ERROR_NOT_COMPILED);
-  require(slot->tree->equilibrium != K_EQUILIBRIUM_NONE, K_ERROR_NO_EQUILIBRIUM);
-  return *slot;
-}
 
 Node& decision(k_node_t node) {
   Node& n = get(node);
