@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Builds the libFuzzer targets of fuzz/ with clang into build/fuzz (warnings
 # are errors) and runs each for a short time on a copy of its seed corpus
-# (fuzz/corpus/<name>/), so the checked-in corpus never changes.  Prints
-# one line per target and exits non-zero when any target crashed, leaked,
-# timed out or produced a sanitizer report; the input and the log are kept
-# under build/fuzz/runs/.
+# (fuzz/corpus/<name>/), so the checked-in corpus never changes.  Runs
+# KELVA_JOBS targets at a time, prints one line per target and exits
+# non-zero when any target crashed, leaked, timed out or produced a
+# sanitizer report; the input and the log are kept under build/fuzz/runs/.
 #
 # Environment: KELVA_FUZZ_SECONDS (default 30, per target), KELVA_JOBS
 # (default 2), KELVA_FUZZ_TARGETS (default: every target, e.g. "lexer").
@@ -36,9 +36,10 @@ fi
 export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1:allocator_may_return_null=1}
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
 
-failed=()
-for name in "${names[@]}"; do
-  run="$build/runs/$name"
+# Runs one target on a copy of its corpus; writes its line to $run/result
+# and exits non-zero when it failed.
+fuzz_one() {
+  local name=$1 run="$build/runs/$1"
   rm -rf "$run"
   mkdir -p "$run/corpus"
   if [[ -d fuzz/corpus/$name ]]; then
@@ -46,11 +47,11 @@ for name in "${names[@]}"; do
   fi
   # The NET reader is also seeded with the shared networks, read in place
   # (libFuzzer writes new inputs to the first folder only).
-  seeds=()
-  shared=${KELVA_SHARED_DIR:-$(cd .. && pwd)/shared}
+  local seeds=()
+  local shared=${KELVA_SHARED_DIR:-$(cd .. && pwd)/shared}
   # The KB reader's seeds are binary, so they are written from NET files here.
   if [[ $name == kb ]]; then
-    nets=(fuzz/corpus/net/{bn,decision}.net)
+    local nets=(fuzz/corpus/net/{bn,decision}.net) net
     for net in asia rats-deal id-example-unbbayes; do
       if [[ -f $shared/nets/$net.net ]]; then nets+=("$shared/nets/$net.net"); fi
     done
@@ -59,7 +60,7 @@ for name in "${names[@]}"; do
   if [[ $name == net && -d $shared/nets ]]; then
     seeds+=("$shared/nets")
   fi
-  status=0
+  local status=0 runs coverage artifact
   "$build/${name}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
     -artifact_prefix="$run/" "$run/corpus" "${seeds[@]}" >"$run/log" 2>&1 || status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$run/log" | tail -n 1)
@@ -67,10 +68,33 @@ for name in "${names[@]}"; do
   if ((status != 0)) || grep -qE 'ERROR: (AddressSanitizer|LeakSanitizer|libFuzzer)|runtime error:' "$run/log"; then
     artifact=$(find "$run" -maxdepth 1 -type f \( -name 'crash-*' -o -name 'leak-*' \
       -o -name 'timeout-*' -o -name 'oom-*' \) | head -n 1)
-    echo "$name: FAILED (exit $status) after ${runs:-?} runs; input ${artifact:-none}, log $run/log"
-    failed+=("$name")
+    echo "$name: FAILED (exit $status) after ${runs:-?} runs; input ${artifact:-none}, log $run/log" >"$run/result"
+    return 1
+  fi
+  echo "$name: ok, ${runs:-?} runs in $seconds s, ${coverage:-cov: ?}, corpus $(ls "$run/corpus" | wc -l)" >"$run/result"
+}
+
+# The targets run $jobs at a time; their lines are printed in name order.
+running=0
+for name in "${names[@]}"; do
+  if ((running >= jobs)); then
+    wait -n || true
+    running=$((running - 1))
+  fi
+  fuzz_one "$name" &
+  running=$((running + 1))
+done
+wait || true
+
+failed=()
+for name in "${names[@]}"; do
+  result="$build/runs/$name/result"
+  if [[ -f $result ]]; then
+    cat "$result"
+    if grep -q ': FAILED' "$result"; then failed+=("$name"); fi
   else
-    echo "$name: ok, ${runs:-?} runs in $seconds s, ${coverage:-cov: ?}, corpus $(ls "$run/corpus" | wc -l)"
+    echo "$name: FAILED (no result; log $build/runs/$name/log)"
+    failed+=("$name")
   fi
 done
 

@@ -472,7 +472,7 @@ void check_all_methods(k_domain_t domain, const std::string& what, bool direct_m
 }
 
 TEST(ForestProperties, SharedNetworks) {
-  const auto nets = shared_nets();
+  const auto nets = shared_nets_for_sweeps();
   if (nets.empty()) GTEST_SKIP() << "no shared networks in " << shared_dir() / "nets";
   std::string refused;
   for (const auto& file : nets) {

@@ -541,7 +541,7 @@ TEST(NetWriter, OutOfMemoryFailsCleanly) {
 // back and writes again to the same bytes; with 17 digits the tables read
 // back bit for bit.
 TEST(NetWriter, SharedNetworksRoundTrip) {
-  const std::vector<std::filesystem::path> files = test::shared_nets();
+  const std::vector<std::filesystem::path> files = test::shared_nets_for_sweeps();
   if (files.empty()) GTEST_SKIP() << "no shared networks";
   int written = 0;
   for (const auto& file : files) {
