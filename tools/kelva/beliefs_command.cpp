@@ -14,8 +14,11 @@ namespace kelva::cli {
 void run_beliefs(std::FILE* out, const Options& options) {
   const Progress progress(options.quiet);
   DomainHandle domain = open_network(options.source, progress);
-  compile_network(domain.get(), source_name(options.source), progress);
+  // Evidence entered before compiling is propagated in the first pass from
+  // the node tables, so the beliefs are bit for bit those of `kelva predict`
+  // for the same evidence.
   enter_evidence(domain.get(), options);
+  compile_network(domain.get(), source_name(options.source), progress);
   const k_equilibrium_t equilibrium =
       options.max_equilibrium ? K_EQUILIBRIUM_MAX : K_EQUILIBRIUM_SUM;
   if (k_domain_propagate(domain.get(), equilibrium, K_MODE_NORMAL) != 0)

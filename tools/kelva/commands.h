@@ -71,4 +71,9 @@ void run_adapt(std::FILE* out, const Options& options);
 /// utilities, then the maximum expected utility.
 void run_decide(std::FILE* out, const Options& options);
 
+/// Enters each case of a data file as evidence into a compiled copy of the
+/// chosen network and writes the beliefs of the chosen nodes and log P(e)
+/// per case, with --threads workers.
+void run_predict(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -17,7 +17,8 @@ constexpr unsigned kAllCommands =
     bit(Command::nodes) | bit(Command::convert) | bit(Command::beliefs) | bit(Command::bench) |
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
     bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt) |
-    bit(Command::learn_structure) | bit(Command::decide) | bit(Command::draw);
+    bit(Command::learn_structure) | bit(Command::decide) | bit(Command::draw) |
+    bit(Command::predict);
 constexpr unsigned kFromNetwork =
     kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
 constexpr unsigned kWithProgress = kAllCommands;
@@ -46,10 +47,10 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--format text|tsv", "output format of nodes, beliefs, compile and decide\n(default text)",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::decide)},
     {"-o OUT.net",
-     "where convert, learn and adapt write the network,\nsample the data file; "
-     "convert writes a KB file\nwhen OUT ends in .kb",
+     "where convert, learn and adapt write the network,\nsample the data file, "
+     "predict its lines (default:\nstandard output); convert writes a KB file\nwhen OUT ends in .kb",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt) |
-         bit(Command::learn_structure) | bit(Command::draw)},
+         bit(Command::learn_structure) | bit(Command::draw) | bit(Command::predict)},
     {"--password P",
      "the password of a KB file read (FILE.kb) or written by\n"
      "convert (-o OUT.kb)",
@@ -91,7 +92,11 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::learn_structure)},
     {"--score bic|aic", "the score of the greedy search (default bic)",
      bit(Command::learn_structure)},
-    {"--nodes A,B,...", "the nodes whose configurations map lists", bit(Command::map)},
+    {"--nodes A,B,...",
+     "the nodes whose configurations map lists, or whose\n"
+     "beliefs predict writes (default: every node the case\n"
+     "does not observe)",
+     bit(Command::map) | bit(Command::predict)},
     {"--min-probability",
      "P: the smallest probability of a configuration map\n"
      "lists (above 0; default 0.01)",
@@ -105,8 +110,9 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--evidence K", "nodes per random evidence set of bench (default 5)", bit(Command::bench)},
     {"--threads T",
      "worker threads of table operations and of the bandwidth\n"
-     "measurement (default 1)",
-     bit(Command::bench)},
+     "measurement, or of predict, each with its own compiled\n"
+     "copy of the network (default 1)",
+     bit(Command::bench) | bit(Command::predict)},
     {"--seed S", "seed of bench's random evidence and of sample's\ncases (default 1)",
      bit(Command::bench) | bit(Command::sample)},
     {"-n N", "how many cases sample draws", bit(Command::sample)},
@@ -398,6 +404,22 @@ layered picture.  Then KEY<TAB>VALUE lines: method, cases, links, seconds
 (of structure learning) and bic (of the structure, before EM).
 )TXT",
      "kelva learn-structure alarm.dat -o learned.net --method greedy"},
+    {Command::predict, "predict",
+     "(FILE.net | --example NAME) DATA [-o OUT] [--threads T]\n"
+     "[--nodes A,B,...] [--strict-columns] [--quiet]",
+     "enter each case of a data file as evidence and write the beliefs\n"
+     "of the unobserved nodes and log P(e), case by case",
+     R"TXT(Output of predict: for case K of DATA (counting from 1; read as learn reads
+it, case counts not used), lines K<TAB>NODE<TAB>STATE<TAB>BELIEF for every
+state of every node the case does not observe (or of the --nodes), a
+continuous node as its mean and variance, then
+K<TAB>log_normalization_constant<TAB>LOG-P(E); numbers with "%.17g", so each
+line is the line of kelva beliefs --format tsv for that evidence, with K in
+front.  A case that is impossible (or whose P(e) is below the smallest
+double) gets only its log P(e), -inf.  With --threads T, T copies of the
+compiled network share the cases; the output is the same.
+)TXT",
+     "kelva predict --example asia asia.dat --nodes lung,bronc --threads 2"},
 };
 
 constexpr const char* kExitText = R"TXT(

@@ -69,6 +69,9 @@ void run(const kelva::cli::Options& options) {
     case Command::draw:
       kelva::cli::run_draw(options);
       break;
+    case Command::predict:
+      kelva::cli::run_predict(stdout, options);
+      break;
   }
 }
 

@@ -143,6 +143,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::decide;
   } else if (command == "draw") {
     options.command = Command::draw;
+  } else if (command == "predict") {
+    options.command = Command::predict;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -212,7 +214,7 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, Command::bench, "--evidence");
       options.evidence = static_cast<int>(parse_count(*value, "--evidence", 0, 1000000));
     } else if (auto value = option_value(args, i, "--threads")) {
-      only_for(options, Command::bench, "--threads");
+      only_for(options, {Command::bench, Command::predict}, "--threads");
       options.threads = static_cast<int>(parse_count(*value, "--threads", 1, 256));
     } else if (auto value = option_value(args, i, "--seed")) {
       only_for(options, {Command::bench, Command::sample}, "--seed");
@@ -246,7 +248,7 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, Command::draw, "--junction-tree");
       options.junction_tree = true;
     } else if (arg == "--strict-columns") {
-      only_for(options, {Command::learn, Command::adapt}, "--strict-columns");
+      only_for(options, {Command::learn, Command::adapt, Command::predict}, "--strict-columns");
       options.strict_columns = true;
     } else if (auto value = option_value(args, i, "--method")) {
       if (options.command == Command::learn_structure) {
@@ -279,7 +281,7 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, Command::convert, "--digits");
       options.digits = static_cast<int>(parse_count(*value, "--digits", 0, 17));
     } else if (auto value = option_value(args, i, "--nodes")) {
-      only_for(options, Command::map, "--nodes");
+      only_for(options, {Command::map, Command::predict}, "--nodes");
       options.map_nodes = split_names(*value);
     } else if (auto value = option_value(args, i, "--min-probability")) {
       only_for(options, Command::map, "--min-probability");
@@ -291,12 +293,13 @@ Options parse_options(std::span<const char* const> args) {
     } else if (auto value = option_value(args, i, "-o")) {
       only_for(options,
                {Command::convert, Command::sample, Command::learn, Command::adapt,
-                Command::learn_structure, Command::draw},
+                Command::learn_structure, Command::draw, Command::predict},
                "-o");
       options.output = *value;
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
-    } else if (options.command == Command::learn || options.command == Command::adapt) {
+    } else if (options.command == Command::learn || options.command == Command::adapt ||
+               options.command == Command::predict) {
       learn_files.emplace_back(arg);
     } else if (options.command == Command::learn_structure) {
       if (!options.data.empty()) throw UsageError("unexpected argument '" + std::string(arg) + "'");
@@ -307,9 +310,10 @@ Options parse_options(std::span<const char* const> args) {
       throw UsageError("unexpected argument '" + std::string(arg) + "'");
     }
   }
-  // learn takes the network file (unless --example names one), then the
-  // data file.
-  if (options.command == Command::learn || options.command == Command::adapt) {
+  // learn, adapt and predict take the network file (unless --example names
+  // one), then the data file.
+  if (options.command == Command::learn || options.command == Command::adapt ||
+      options.command == Command::predict) {
     const std::size_t wanted = options.source.example.empty() ? 2 : 1;
     if (learn_files.size() > wanted)
       throw UsageError("unexpected argument '" + learn_files[wanted] + "'");

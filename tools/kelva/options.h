@@ -29,6 +29,7 @@ enum class Command {
   learn_structure,
   decide,
   draw,
+  predict,
 };
 
 /// How reports are printed.
@@ -61,8 +62,8 @@ struct Options {
   /// Where `convert` and `learn` write their NET file, `sample` its data
   /// file, `draw` its picture.
   std::string output;
-  /// `learn`, `adapt`: the data file of the cases (the second file
-  /// argument).
+  /// `learn`, `adapt`, `predict`: the data file of the cases (the second
+  /// file argument).
   std::string data;
   /// `learn`, `adapt --discretize`: new interval bounds for interval nodes
   /// from their numeric columns (none: the nodes' own bounds).
@@ -88,7 +89,8 @@ struct Options {
   std::vector<std::string> findings;
   /// `beliefs --max`: propagate to max equilibrium.
   bool max_equilibrium = false;
-  /// `bench`: nodes per random evidence set, worker threads, random seed.
+  /// `bench`: nodes per random evidence set; `bench`, `predict`: worker
+  /// threads; `bench`, `sample`: random seed.
   int evidence = 5;
   int threads = 1;
   unsigned long seed = 1;
@@ -106,8 +108,8 @@ struct Options {
   /// `convert --digits`: significant digits of the numbers written (0: the
   /// usual NET formats; 17 reads back exactly).
   int digits = 0;
-  /// `map`: the nodes whose configurations are listed, and the smallest
-  /// probability listed.
+  /// `map`: the nodes whose configurations are listed (`predict`: the
+  /// nodes whose beliefs are written), and the smallest probability listed.
   std::vector<std::string> map_nodes;
   double min_probability = 0.01;
   /// `learn-structure`: the learner (pc, tree or greedy), the significance

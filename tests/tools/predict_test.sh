@@ -1,0 +1,60 @@
+#!/usr/bin/env bash
+# Checks `kelva predict`: each case's lines are those of `kelva beliefs
+# --format tsv` for its evidence, bit for bit; two threads write the same
+# bytes as one; an impossible case and bad --nodes.
+# usage: predict_test.sh KELVA_BINARY
+set -euo pipefail
+
+kelva=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+failures=0
+fail() {
+  echo "FAIL: $*" >&2
+  failures=$((failures + 1))
+}
+
+# 5,000 cases, so that the second thread starts inside the first block and
+# the second block is shared too.
+"$kelva" sample --example asia -n 5000 -o "$work/asia.dat" --hide 0.6 --seed 7
+"$kelva" predict --example asia "$work/asia.dat" -o "$work/one.tsv" --quiet
+"$kelva" predict --example asia "$work/asia.dat" --threads 2 --quiet >"$work/two.tsv"
+cmp -s "$work/one.tsv" "$work/two.tsv" || fail "two threads write other bytes than one"
+
+# Cases 1, 2, 4097 and 5000 against kelva beliefs with the same evidence.
+read -r -a names <"$work/asia.dat"
+for k in 1 2 4097 5000; do
+  read -r -a items < <(sed -n "$((k + 2))p" "$work/asia.dat")
+  sets=()
+  observed=" "
+  for i in "${!names[@]}"; do
+    if [[ ${items[i]} != '*' ]]; then
+      sets+=(--set "${names[i]}=${items[i]}")
+      observed+="${names[i]} "
+    fi
+  done
+  want=$("$kelva" beliefs --example asia --format tsv "${sets[@]}" |
+    awk -F'\t' -v k="$k" -v seen="$observed" \
+      '$1 != "normalization_constant" && index(seen, " " $1 " ") == 0 { print k "\t" $0 }')
+  got=$(awk -F'\t' -v k="$k" '$1 == k && $2 != "log_normalization_constant"' "$work/one.tsv")
+  [[ $want == "$got" ]] || fail "case $k: predict and beliefs differ"$'\n'"$want"$'\n---\n'"$got"
+done
+
+# An impossible case (tub yes, either no) gets only log P(e) = -inf; --nodes
+# picks the nodes, observed or not.
+printf 'tub,either,lung\nyes,no,*\nyes,yes,no\n' >"$work/cases.csv"
+out=$("$kelva" predict --example asia "$work/cases.csv" --nodes either,lung)
+want=$'1\tlog_normalization_constant\t-inf\n2\teither\tyes\t1\n2\teither\tno\t0\n2\tlung\tyes\t0'
+[[ $(head -n 4 <<<"$out") == "$want" ]] || fail "impossible case or --nodes: $out"
+err=$("$kelva" predict --example asia "$work/cases.csv" --nodes lung,nosuch 2>&1) &&
+  fail "an unknown --nodes name accepted"
+[[ $err == *"no node named 'nosuch'"* ]] || fail "unknown node message: $err"
+err=$("$kelva" predict --example asia "$work/cases.csv" -o /nonexistent/dir/x.tsv 2>&1) &&
+  fail "an unwritable output accepted"
+[[ $err == *"/nonexistent/dir/x.tsv"* ]] || fail "output error names no file: $err"
+
+if ((failures)); then
+  echo "$failures check(s) failed" >&2
+  exit 1
+fi
+echo "predict: all checks passed"

@@ -1,0 +1,208 @@
+// `kelva predict`: batch inference.  Every case of a data file is entered
+// as evidence, propagated, and the beliefs of the chosen nodes and log P(e)
+// are written, one block of lines per case.  Worker threads each own a
+// compiled copy of the network and take a contiguous run of the cases of a
+// block; the blocks are written in case order.
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "case_source.h"
+#include "cli_error.h"
+#include "commands.h"
+#include "network_source.h"
+#include "report_writers.h"
+
+namespace kelva::cli {
+namespace {
+
+/// Cases handed out to the workers at a time; their text is written
+/// before the next block starts, so memory does not grow with the file.
+constexpr k_size_t kBlockCases = 4096;
+
+/// A node whose beliefs may be written, with its names escaped once.
+struct Reported {
+  std::size_t index = 0;
+  bool continuous = false;
+  /// "NODE<TAB>STATE<TAB>" per state (mean and variance of a continuous node).
+  std::vector<std::string> prefixes;
+};
+
+/// The nodes of a domain in its order.
+std::vector<k_node_t> nodes_of(k_domain_t domain) {
+  std::vector<k_node_t> nodes;
+  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr;
+       n = checked(k_node_get_next(n)))
+    nodes.push_back(n);
+  return nodes;
+}
+
+/// Whether `node` has beliefs to report: a discrete chance, decision or
+/// function node, or a continuous chance node (its mean and variance).
+bool reportable(k_node_t node) {
+  const k_category_t category = checked(k_node_get_category(node));
+  if (checked(k_node_get_kind(node)) == K_KIND_CONTINUOUS) return category == K_CATEGORY_CHANCE;
+  return category == K_CATEGORY_CHANCE || category == K_CATEGORY_DECISION ||
+         category == K_CATEGORY_FUNCTION;
+}
+
+/// The nodes --nodes names (every reportable node without it).
+std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const Options& options) {
+  std::vector<std::size_t> chosen;
+  if (options.map_nodes.empty()) {
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+      if (reportable(nodes[i])) chosen.push_back(i);
+  }
+  for (const std::string& name : options.map_nodes) {
+    const auto at = std::find_if(nodes.begin(), nodes.end(), [&](k_node_t n) {
+      return name == checked(k_node_get_name(n));
+    });
+    if (at == nodes.end()) throw UsageError("--nodes: no node named '" + name + "'");
+    if (!reportable(*at))
+      throw UsageError("--nodes: node '" + name + "' has no beliefs (not a chance, decision or "
+                       "function node)");
+    chosen.push_back(static_cast<std::size_t>(at - nodes.begin()));
+  }
+  std::vector<Reported> reported;
+  for (std::size_t i : chosen) {
+    Reported r;
+    r.index = i;
+    r.continuous = checked(k_node_get_kind(nodes[i])) == K_KIND_CONTINUOUS;
+    const std::string name = tsv_field(checked(k_node_get_name(nodes[i]))) + '\t';
+    if (r.continuous) {
+      r.prefixes = {name + "mean\t", name + "variance\t"};
+    } else {
+      const k_size_t count = checked(k_node_get_number_of_states(nodes[i]));
+      for (k_size_t s = 0; s < count; ++s) {
+        std::string label = checked(k_node_get_state_label(nodes[i], s));
+        if (label.empty()) label.append(1, '#').append(std::to_string(s));
+        r.prefixes.push_back(name + tsv_field(label) + '\t');
+      }
+    }
+    reported.push_back(std::move(r));
+  }
+  return reported;
+}
+
+/// Appends `x` as "%.17g" writes it.
+void append_number(std::string& out, double x) {
+  char text[32];
+  const auto end = std::to_chars(text, text + sizeof text, x, std::chars_format::general, 17).ptr;
+  out.append(text, end);
+}
+
+/// One worker's compiled copy of the network.
+struct Worker {
+  DomainHandle domain;
+  std::vector<k_node_t> nodes;
+  std::string text;
+  std::exception_ptr failure;
+};
+
+/// Enters case `row` of `cases` (the domain holding the stored cases) into
+/// the worker's domain, propagates and appends its lines to the worker's
+/// text.
+void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
+                  const std::vector<Reported>& reported, bool only_unobserved) {
+  // Every case is propagated from the node tables with its evidence in the
+  // first pass, as `kelva beliefs` propagates, whatever came before.
+  checked(k_domain_retract_findings(w.domain.get()));
+  checked(k_domain_initialize(w.domain.get()));
+  std::vector<bool> observed(cases.size(), false);
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    if (checked(k_node_case_is_set(cases[i], row)) != 1) continue;
+    observed[i] = true;
+    if (checked(k_node_get_kind(cases[i])) == K_KIND_CONTINUOUS)
+      checked(k_node_enter_value(w.nodes[i], checked(k_node_get_case_value(cases[i], row))));
+    else checked(k_node_select_state(w.nodes[i], checked(k_node_get_case_state(cases[i], row))));
+  }
+  const std::string number = std::to_string(row + 1) + '\t';
+  if (k_domain_propagate(w.domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) {
+    if (k_error_code() != K_ERROR_INCONSISTENCY_OR_UNDERFLOW) throw ApiError(k_error_code());
+    // Impossible evidence (or P(e) below the smallest double): no beliefs.
+    w.text += number + "log_normalization_constant\t-inf\n";
+    return;
+  }
+  for (const Reported& r : reported) {
+    if (only_unobserved && observed[r.index]) continue;
+    const k_node_t node = w.nodes[r.index];
+    for (std::size_t s = 0; s < r.prefixes.size(); ++s) {
+      const double value = r.continuous ? (s == 0 ? checked(k_node_get_mean(node))
+                                                  : checked(k_node_get_variance(node)))
+                                        : checked(k_node_get_belief(node, s));
+      w.text += number;
+      w.text += r.prefixes[s];
+      append_number(w.text, value);
+      w.text += '\n';
+    }
+  }
+  w.text += number + "log_normalization_constant\t";
+  append_number(w.text, checked(k_domain_get_log_normalization_constant(w.domain.get())));
+  w.text += '\n';
+}
+
+}  // namespace
+
+void run_predict(std::FILE* standard_output, const Options& options) {
+  const Progress progress(options.quiet);
+  // -o names the output file; it is opened before the long work starts.
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(nullptr, &std::fclose);
+  if (!options.output.empty()) {
+    file.reset(std::fopen(options.output.c_str(), "w"));
+    if (!file) throw io_error(options.output, FileUse::write);
+  }
+  std::FILE* out = file ? file.get() : standard_output;
+  // The first copy holds the cases; every worker has a compiled copy.
+  DomainHandle store = open_network(options.source, progress);
+  read_cases(store.get(), options);
+  const std::vector<k_node_t> cases = nodes_of(store.get());
+  const std::vector<Reported> reported = reported_nodes(cases, options);
+  const k_size_t count = checked(k_domain_get_number_of_cases(store.get()));
+
+  std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
+  for (Worker& w : workers) {
+    w.domain = open_network(options.source, progress);
+    compile_network(w.domain.get(), source_name(options.source), progress);
+    w.nodes = nodes_of(w.domain.get());
+  }
+  const bool only_unobserved = options.map_nodes.empty();
+  for (k_size_t first = 0; first < count; first += kBlockCases) {
+    const k_size_t block = std::min(kBlockCases, count - first);
+    const k_size_t share = (block + workers.size() - 1) / workers.size();
+    auto work = [&](std::size_t t) {
+      Worker& w = workers[t];
+      w.text.clear();
+      try {
+        const k_size_t begin = first + std::min(block, t * share);
+        const k_size_t end = first + std::min(block, (t + 1) * share);
+        for (k_size_t row = begin; row < end; ++row)
+          predict_case(w, cases, row, reported, only_unobserved);
+      } catch (...) {
+        w.failure = std::current_exception();
+      }
+    };
+    std::vector<std::thread> threads;
+    for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(work, t);
+    work(0);
+    for (std::thread& thread : threads) thread.join();
+    for (Worker& w : workers) {
+      if (w.failure) std::rethrow_exception(w.failure);
+      if (std::fwrite(w.text.data(), 1, w.text.size(), out) != w.text.size())
+        throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
+                                     : io_error(options.output, FileUse::write);
+    }
+    progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(first + block),
+                  static_cast<unsigned long long>(count));
+  }
+  if (file && (std::ferror(out) != 0 || std::fclose(file.release()) != 0))
+    throw io_error(options.output, FileUse::write);
+}
+
+}  // namespace kelva::cli
