@@ -48,7 +48,8 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::decide)},
     {"-o OUT.net",
      "where convert, learn and adapt write the network,\nsample the data file, "
-     "predict its lines (default:\nstandard output); convert writes a KB file\nwhen OUT ends in .kb",
+     "predict its lines (default:\nstandard output); convert writes a KB file\nwhen OUT ends in "
+     ".kb",
      bit(Command::convert) | bit(Command::sample) | bit(Command::learn) | bit(Command::adapt) |
          bit(Command::learn_structure) | bit(Command::draw) | bit(Command::predict)},
     {"--password P",

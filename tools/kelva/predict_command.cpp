@@ -61,12 +61,12 @@ std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const O
       if (reportable(nodes[i])) chosen.push_back(i);
   }
   for (const std::string& name : options.map_nodes) {
-    const auto at = std::find_if(nodes.begin(), nodes.end(), [&](k_node_t n) {
-      return name == checked(k_node_get_name(n));
-    });
+    const auto at = std::find_if(nodes.begin(), nodes.end(),
+                                 [&](k_node_t n) { return name == checked(k_node_get_name(n)); });
     if (at == nodes.end()) throw UsageError("--nodes: no node named '" + name + "'");
     if (!reportable(*at))
-      throw UsageError("--nodes: node '" + name + "' has no beliefs (not a chance, decision or "
+      throw UsageError("--nodes: node '" + name +
+                       "' has no beliefs (not a chance, decision or "
                        "function node)");
     chosen.push_back(static_cast<std::size_t>(at - nodes.begin()));
   }
