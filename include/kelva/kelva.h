@@ -312,6 +312,17 @@ KELVA_API k_size_t k_domain_get_grain_size(k_domain_t domain);
 KELVA_API k_status_t k_domain_set_concurrency_level(k_domain_t domain, k_size_t level);
 /** The concurrency level, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_concurrency_level(k_domain_t domain);
+/** Turns scaled propagation on (1) or off (0, the default).  Scaled
+ *  propagation divides each message of the collect pass by its largest
+ *  entry and keeps the logarithms of those factors: beliefs are those of
+ *  ordinary propagation (to rounding), and k_domain_get_log_normalization_constant
+ *  is log P(e) even when P(e) is far below the smallest double, where
+ *  ordinary propagation fails with "inconsistency_or_underflow"
+ *  (k_domain_get_normalization_constant is then 0).  Impossible evidence
+ *  still fails.  "usage" for a value other than 0 and 1. */
+KELVA_API k_status_t k_domain_set_scaled_propagation(k_domain_t domain, k_bool_t scaled);
+/** 1 when the domain propagates scaled, 0 when not, -1 on a null domain. */
+KELVA_API k_bool_t k_domain_get_scaled_propagation(k_domain_t domain);
 
 /** Sets attribute `key` (a C identifier) to a copy of `value`; a null value
  *  removes the attribute.  New keys go to the head of the list. */

@@ -111,6 +111,18 @@ k_size_t k_domain_get_concurrency_level(k_domain_t domain) {
   return guard<k_size_t>(K_SIZE_ERROR, [&] { return get(domain).concurrency_level; });
 }
 
+k_status_t k_domain_set_scaled_propagation(k_domain_t domain, k_bool_t scaled) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::require(scaled == 0 || scaled == 1);
+    d.scaled_propagation = scaled == 1;
+  });
+}
+
+k_bool_t k_domain_get_scaled_propagation(k_domain_t domain) {
+  return guard<k_bool_t>(-1, [&] { return k_bool_t{get(domain).scaled_propagation}; });
+}
+
 k_status_t k_domain_set_attribute(k_domain_t domain, const char* key, const char* value) {
   return guard_status([&] {
     kelva::Domain& d = get(domain);

@@ -1,6 +1,7 @@
 #include "inference/clique_ops.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "inference/compressed_ops.h"
 #include "network/domain.h"
@@ -87,11 +88,27 @@ void multiply_into_home(const NodeSlot& slot, const double* vector,
   multiply(slot.home_plan, slot.home->table->data(), vector, parallelism);
 }
 
+void exchange_separator(double* old, double* fresh, std::uint64_t n, double* scale) noexcept {
+  double inverse = 1.0;
+  if (scale != nullptr) {
+    double largest = 0.0;
+    for (std::uint64_t i = 0; i < n; ++i) largest = std::fmax(largest, fresh[i]);
+    *scale = largest > 0.0 ? largest : 1.0;
+    inverse = 1.0 / *scale;
+  }
+  for (std::uint64_t i = 0; i < n; ++i) {
+    const double o = old[i];
+    const double f = fresh[i];
+    old[i] = f;
+    fresh[i] = (o > 0.0 ? f / o : f) * inverse;
+  }
+}
+
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
                   const Parallelism& parallelism, bool marginal_ready, Separator* next,
-                  const IndexPlan* next_plan) {
+                  const IndexPlan* next_plan, double* scale) {
   // The compressed path computes each marginal itself, fused or not.
-  if (is_compressed(*link.inner->tree)) return compressed::send_message(link, outward, how);
+  if (is_compressed(*link.inner->tree)) return compressed::send_message(link, outward, how, scale);
   Separator& sep = *link.separator;
   const Clique& from = outward ? *link.inner : *link.outer;
   Clique& to = outward ? *link.outer : *link.inner;
@@ -100,16 +117,9 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
 
   double* fresh = sep.scratch.data();
   if (!marginal_ready) marginalize(from_plan, from.table->data(), fresh, how, parallelism);
-  // One pass over the separator: keep the new values, and leave in the
-  // scratch the quotient new / old that the receiver is multiplied by.
-  double* old = sep.table->data();
-  const std::uint64_t n = from_plan.small_size();
-  for (std::uint64_t i = 0; i < n; ++i) {
-    const double o = old[i];
-    const double f = fresh[i];
-    old[i] = f;
-    fresh[i] = o > 0.0 ? f / o : f;
-  }
+  // Keep the new values, and leave in the scratch the quotient new / old
+  // that the receiver is multiplied by.
+  exchange_separator(sep.table->data(), fresh, from_plan.small_size(), scale);
   if (next != nullptr)
     multiply_marginalize(to_plan, to.table->data(), fresh, *next_plan, next->scratch.data(), how,
                          parallelism);

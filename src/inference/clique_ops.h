@@ -38,10 +38,19 @@ void multiply_into_home(const NodeSlot& slot, const double* vector, const Parall
 /// With `marginal_ready` the sender's marginal is already in the
 /// separator's scratch.  With a `next` separator, the receiver's marginal
 /// onto it (through `next_plan`) is left in that separator's scratch, made
-/// in the same sweep as the multiplication.
+/// in the same sweep as the multiplication.  With `scale` (scaled
+/// propagation), the receiver is multiplied by new / old divided by the
+/// largest new value, which is left in `*scale` (1 when every new value is
+/// 0): the receiver's table then stays near 1 however small P(e) becomes.
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
                   const Parallelism& parallelism, bool marginal_ready = false,
-                  Separator* next = nullptr, const IndexPlan* next_plan = nullptr);
+                  Separator* next = nullptr, const IndexPlan* next_plan = nullptr,
+                  double* scale = nullptr);
+
+/// Keeps the `n` new separator values `fresh` in `old` and leaves in
+/// `fresh` the quotients new / old (new where old is 0), divided by the
+/// largest new value when `scale` is given (see send_message).
+void exchange_separator(double* old, double* fresh, std::uint64_t n, double* scale) noexcept;
 
 /// The total of the clique's table: sum or maximum of its entries.
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism);

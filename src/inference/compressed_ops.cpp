@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "inference/clique_ops.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "table/table.h"
@@ -78,7 +79,7 @@ void multiply_into_home(const NodeSlot& slot, const double* vector) {
   for (std::size_t e = 0; e < values.size(); ++e) values[e] *= vector[map[e]];
 }
 
-void send_message(const JunctionTree::Message& link, bool outward, Reduce how) {
+void send_message(const JunctionTree::Message& link, bool outward, Reduce how, double* scale) {
   CompressedForest& z = tables_of(*link.inner->tree);
   const Separator& sep = *link.separator;
   CompressedSeparator& zs = z.separator(sep);
@@ -91,12 +92,7 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how) {
   const std::size_t n = zs.values.size();
   fold(z.clique(from).values, from_map, fresh, n, how);
   // Keep the new values; leave the quotient new / old in the scratch.
-  for (std::size_t i = 0; i < n; ++i) {
-    const double o = zs.values[i];
-    const double f = fresh[i];
-    zs.values[i] = f;
-    fresh[i] = o > 0.0 ? f / o : f;
-  }
+  exchange_separator(zs.values.data(), fresh, n, scale);
   std::vector<double>& values = z.clique(to).values;
   for (std::size_t e = 0; e < values.size(); ++e) values[e] *= fresh[to_map[e]];
 }

@@ -21,7 +21,7 @@ void initialise_cliques(JunctionTree& tree);
 void multiply_into_home(const NodeSlot& slot, const double* vector);
 
 /// Sends the message of `link` (see clique_ops.h's send_message).
-void send_message(const JunctionTree::Message& link, bool outward, Reduce how);
+void send_message(const JunctionTree::Message& link, bool outward, Reduce how, double* scale);
 
 /// The sum or maximum of the clique's kept entries.
 double clique_total(const Clique& clique, Reduce how);

@@ -197,6 +197,11 @@ void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
 double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   const auto& schedule = tree.schedule;
   constexpr std::size_t kNone = JunctionTree::kNoLink;
+  // Scaled propagation divides each collected message by its largest
+  // entry and keeps the logarithms of those factors.
+  const bool scaled = tree.domain->scaled_propagation;
+  double scale = 1.0;
+  double log_scale = 0.0;
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& link = schedule[i];
     if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
@@ -204,14 +209,22 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
         link.first_out && link.parent != kNone ? &schedule[link.parent] : nullptr;
     send_message(link, false, how, par, link.first_child != kNone,
                  next != nullptr ? next->separator : nullptr,
-                 next != nullptr ? next->outer_plan : nullptr);
+                 next != nullptr ? next->outer_plan : nullptr, scaled ? &scale : nullptr);
+    if (scaled) log_scale += std::log(scale);
   }
   Clique& root = *tree.schedule_root;
-  const double x = clique_total(root, how, par);
+  double x = clique_total(root, how, par);
   verify_total(x);
   scale_clique(root, 1.0 / x, par);
-  tree.normalization_constant *= x;
-  tree.log_normalization_constant += std::log(x);
+  tree.log_normalization_constant += std::log(x) + log_scale;
+  if (scaled) {
+    // The constant follows from its logarithm: below the smallest double it
+    // is 0, and the logarithm alone is kept.
+    tree.normalization_constant = std::exp(tree.log_normalization_constant);
+    x *= std::exp(log_scale);
+  } else {
+    tree.normalization_constant *= x;
+  }
   for (const JunctionTree::Message& link : schedule) {
     const JunctionTree::Message* next =
         link.first_child != kNone ? &schedule[link.first_child] : nullptr;

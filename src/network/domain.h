@@ -90,6 +90,10 @@ class Domain : public Object {
   std::uint64_t node_height = 0;
   std::uint64_t grain_size = 10000;
   std::uint64_t concurrency_level = 1;
+  /// Scaled propagation: collected messages are rescaled and the logarithm
+  /// of the normalization constant kept, so that evidence far below the
+  /// smallest double propagates (off: such evidence is an underflow).
+  bool scaled_propagation = false;
   /// Significant digits of the numbers of tables, models and state values in
   /// written NET text; 0 keeps the usual formats ("%G", "%.8G").
   int net_digits = 0;

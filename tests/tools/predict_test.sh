@@ -53,6 +53,25 @@ err=$("$kelva" predict --example asia "$work/cases.csv" -o /nonexistent/dir/x.ts
   fail "an unwritable output accepted"
 [[ $err == *"/nonexistent/dir/x.tsv"* ]] || fail "output error names no file: $err"
 
+# A chain of ten nodes, each in state a with probability 1e-40 whatever
+# its parent: P(e) is 1e-400, below the smallest double; --scaled gives its
+# logarithm.
+{
+  echo 'net {}'
+  echo 'node X0 { states = ("a" "b"); }'
+  echo 'potential (X0) { data = (1e-40 1); }'
+  for i in 1 2 3 4 5 6 7 8 9; do
+    echo "node X$i { states = (\"a\" \"b\"); }"
+    echo "potential (X$i | X$((i - 1))) { data = ((1e-40 1) (1e-40 1)); }"
+  done
+} >"$work/tiny.net"
+printf 'X0,X1,X2,X3,X4,X5,X6,X7,X8,X9\na,a,a,a,a,a,a,a,a,a\n' >"$work/tiny.csv"
+out=$("$kelva" predict "$work/tiny.net" "$work/tiny.csv")
+[[ $out == $'1\tlog_normalization_constant\t-inf' ]] || fail "underflow without --scaled: $out"
+out=$("$kelva" predict "$work/tiny.net" "$work/tiny.csv" --scaled)
+awk -F'\t' '{ d = $3 - 10 * log(1e-40); exit !(d < 1e-9 && d > -1e-9) }' <<<"$out" ||
+  fail "--scaled log P(e): $out"
+
 if ((failures)); then
   echo "$failures check(s) failed" >&2
   exit 1

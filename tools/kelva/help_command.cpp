@@ -121,6 +121,11 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::sample)},
     {"--max-iterations N", "the most EM iterations learn makes (default 0: no\nlimit)",
      bit(Command::learn)},
+    {"--scaled",
+     "propagate scaled: evidence whose probability is below\n"
+     "the smallest double (many items observed on a large\n"
+     "network) still propagates, with its exact log P(e)",
+     bit(Command::learn) | bit(Command::predict)},
     {"--tolerance T",
      "learn stops when the log-likelihood changes by at most\n"
      "T times its value (default 0.0001)",
@@ -287,7 +292,7 @@ posterior through the junction tree (the library's stream, seeded with S).
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
-     "[--tolerance T] [--strict-columns] [--log LOG] [--quiet]",
+     "[--tolerance T] [--strict-columns] [--scaled] [--log LOG] [--quiet]",
      "learn the tables of a network's chance nodes from the cases of\n"
      "a data file by EM and write the learned network",
      R"TXT(Output of learn: every chance node without an experience table gets one
@@ -407,7 +412,7 @@ layered picture.  Then KEY<TAB>VALUE lines: method, cases, links, seconds
      "kelva learn-structure alarm.dat -o learned.net --method greedy"},
     {Command::predict, "predict",
      "(FILE.net | --example NAME) DATA [-o OUT] [--threads T]\n"
-     "[--nodes A,B,...] [--strict-columns] [--quiet]",
+     "[--nodes A,B,...] [--strict-columns] [--scaled] [--quiet]",
      "enter each case of a data file as evidence and write the beliefs\n"
      "of the unobserved nodes and log P(e), case by case",
      R"TXT(Output of predict: for case K of DATA (counting from 1; read as learn reads

@@ -247,6 +247,9 @@ Options parse_options(std::span<const char* const> args) {
     } else if (arg == "--junction-tree") {
       only_for(options, Command::draw, "--junction-tree");
       options.junction_tree = true;
+    } else if (arg == "--scaled") {
+      only_for(options, {Command::learn, Command::predict}, "--scaled");
+      options.scaled = true;
     } else if (arg == "--strict-columns") {
       only_for(options, {Command::learn, Command::adapt, Command::predict}, "--strict-columns");
       options.strict_columns = true;

@@ -57,6 +57,9 @@ struct Options {
   bool quiet = false;
   /// `learn --strict-columns`: refuse data set columns that match no node.
   bool strict_columns = false;
+  /// `learn`, `predict --scaled`: scaled propagation, for evidence whose
+  /// probability is below the smallest double.
+  bool scaled = false;
   NetworkSource source;
   Format format = Format::text;
   /// Where `convert` and `learn` write their NET file, `sample` its data

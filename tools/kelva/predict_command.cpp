@@ -169,6 +169,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
   for (Worker& w : workers) {
     w.domain = open_network(options.source, progress);
+    if (options.scaled) checked(k_domain_set_scaled_propagation(w.domain.get(), 1));
     compile_network(w.domain.get(), source_name(options.source), progress);
     w.nodes = nodes_of(w.domain.get());
   }

@@ -367,6 +367,32 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Turns scaled propagation on or off (off for a new domain). Scaled, each
+   * propagation rescales its messages and keeps the logarithm of the
+   * normalization constant, so that evidence whose probability is below the
+   * smallest double (many observed items on a large network) propagates:
+   * {@link #getLogNormalizationConstant()} is then exact and
+   * {@code getNormalizationConstant()} is 0. Beliefs are those of ordinary
+   * propagation. Executors that score rows one at a time turn it on once.
+   *
+   * @param scaled whether to propagate scaled
+   * @throws KelvaException when the domain is closed
+   */
+  public void setScaledPropagation(boolean scaled) {
+    check(kDomainSetScaledPropagation(handle, scaled ? 1 : 0));
+  }
+
+  /**
+   * Whether the domain propagates scaled.
+   *
+   * @return true when scaled propagation is on
+   * @throws KelvaException when the domain is closed
+   */
+  public boolean isScaledPropagation() {
+    return check(kDomainGetScaledPropagation(handle)) == 1;
+  }
+
+  /**
    * Sets an attribute; a new key goes to the head of the list.
    *
    * @param key a C identifier

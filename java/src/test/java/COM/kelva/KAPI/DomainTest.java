@@ -119,6 +119,9 @@ class DomainTest {
       d.setConcurrencyLevel(4);
       assertEquals(5, d.getGrainSize());
       assertEquals(4, d.getConcurrencyLevel());
+      assertFalse(d.isScaledPropagation());
+      d.setScaledPropagation(true);
+      assertTrue(d.isScaledPropagation());
       assertFails(ErrorCode.USAGE, () -> d.setGrainSize(0));
       d.setNodeSize(80, 40);
       assertEquals(40, d.getNodeHeight());
