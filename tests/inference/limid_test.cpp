@@ -9,6 +9,7 @@
 #include <functional>
 #include <random>
 
+#include "common/expect_code.h"
 #include "inference/net_builder.h"
 #include "structure/structure.h"
 #include "table/table.h"
@@ -243,8 +244,7 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
     // Utility ranges are a utility node's; option variances a decision's.
     Node* d = g.decisions[0];
     EXPECT_EQ(k_node_get_max_utility(h(d)) + k_node_get_min_utility(h(g.net.nodes[0])), -2.0);
-    EXPECT_EQ(k_node_get_variance_of_utility(h(d), d->state_count()), -1.0);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    EXPECT_CODE(k_node_get_variance_of_utility(h(d), d->state_count()), -1.0, K_ERROR_USAGE);
     if (recall) {
       EXPECT_NEAR(meu, maximum_expected_utility(g), 1e-9 * std::max(1.0, std::fabs(meu)));
     }
@@ -345,8 +345,7 @@ TEST(Limid, RequisiteParentsAndDecisionOrder) {
       EXPECT_EQ(*order, nullptr);
     }
   }
-  EXPECT_EQ(k_node_get_requisite_parents(nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_requisite_parents(nullptr), nullptr, K_ERROR_USAGE);
 }
 
 }  // namespace
