@@ -336,6 +336,23 @@ TEST(Limid, RequisiteParentsAndDecisionOrder) {
       std::sort(want.begin(), want.end());
       std::sort(got.begin(), got.end());
       EXPECT_EQ(got, want);
+      // Its requisite ancestors: the chance and decision nodes above it over
+      // the links left, in node order.
+      std::vector<bool> above(n, false);
+      for (std::vector<std::size_t> stack = want; !stack.empty();) {
+        const std::size_t v = stack.back();
+        stack.pop_back();
+        if (!above[v])
+          above[v] = true, stack.insert(stack.end(), parents[v].begin(), parents[v].end());
+      }
+      want.clear();
+      for (Node* m = g.net.d().first_node(); m != nullptr; m = m->next)
+        if (above[index_of(g, m)] && m->category() != K_CATEGORY_UTILITY)
+          want.push_back(index_of(g, m));
+      got.clear();
+      for (k_node_t* p = k_node_get_requisite_ancestors(h(d)); *p != nullptr; ++p)
+        got.push_back(index_of(g, reinterpret_cast<Node*>(*p)));
+      EXPECT_EQ(got, want);
     }
     // With perfect recall the decisions are totally ordered.
     k_node_t* order = k_domain_get_decision_order(g.net.domain);
