@@ -87,31 +87,26 @@ TEST(Approximation, KeepsTheMassAndBeliefsOfTheCutJoint) {
     for (std::size_t i = 0; i < n; ++i)
       for (std::size_t s = 0; s < counts[i]; ++s)
         EXPECT_NEAR(k_node_get_belief(net.nodes[i], s), beliefs[i][s] / mass, 1e-12);
-    EXPECT_EQ(k_domain_approximate(net.domain, epsilon), -1.0);
-    EXPECT_EQ(k_error_code(), K_ERROR_COMPRESSED);
+    EXPECT_CODE(k_domain_approximate(net.domain, epsilon), -1.0, K_ERROR_COMPRESSED);
     k_domain_delete(net.domain);
   }
 }
 
 TEST(Approximation, RefusesEvidenceAndBadEpsilonLeavingTheDomainAsItWas) {
   RandomNetwork net = random_network(9, 5);
-  EXPECT_EQ(k_domain_approximate(net.domain, 0.1), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_CODE(k_domain_approximate(net.domain, 0.1), -1.0, K_ERROR_NOT_COMPILED);
   ASSERT_EQ(k_domain_compile(net.domain), 0);
   EXPECT_EQ(k_domain_get_approximation_constant(net.domain), 1.0);
   for (double bad : {-0.1, 1.0, static_cast<double>(NAN)}) {
-    EXPECT_EQ(k_domain_approximate(net.domain, bad), -1.0);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    EXPECT_CODE(k_domain_approximate(net.domain, bad), -1.0, K_ERROR_USAGE);
   }
   k_node_select_state(net.nodes[2], 0);
-  EXPECT_EQ(k_domain_approximate(net.domain, 0.1), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_approximate(net.domain, 0.1), -1.0, K_ERROR_USAGE);
   EXPECT_EQ(k_domain_is_compressed(net.domain), 0);
   k_node_retract_findings(net.nodes[2]);
   // Only a sum equilibrium of the current tables is approximated.
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_domain_approximate(net.domain, 0.1), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_approximate(net.domain, 0.1), -1.0, K_ERROR_USAGE);
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   // Epsilon 0 removes only zeros: the beliefs stay.
   std::vector<double> before;

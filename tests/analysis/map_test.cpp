@@ -113,8 +113,7 @@ TEST(MapConfigurations, RefuseBadRequestsAndKeepEarlierResults) {
   k_node_t none[] = {nullptr};
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, one, 0.1), K_ERROR_NOT_COMPILED);
   ASSERT_EQ(k_domain_compile(net.domain), 0);
-  EXPECT_EQ(k_domain_get_number_of_map_configurations(net.domain), ~k_size_t{0});
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_get_number_of_map_configurations(net.domain), ~k_size_t{0}, K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, none, 0.1), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, twice, 0.1), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_find_map_configurations(net.domain, one, 0.0), K_ERROR_USAGE);

@@ -109,21 +109,17 @@ TEST(Simulation, DeviatesFollowTheirLawsAndRefusalsHaveTheirCodes) {
   EXPECT_LT(high, 1.0);
   EXPECT_NEAR(sum / 100000, 3.0, 0.03);    // standard error 0.0063
   EXPECT_NEAR(square / 100000, 4.0, 0.1);  // standard error 0.018
-  EXPECT_EQ(k_domain_get_normal_deviate(net.domain, 0.0, -1.0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_domain_get_normal_deviate(net.domain, NAN, 1.0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_get_normal_deviate(net.domain, 0.0, -1.0), -1.0, K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_get_normal_deviate(net.domain, NAN, 1.0), -1.0, K_ERROR_USAGE);
 
   EXPECT_FAILS(k_domain_simulate(net.domain), K_ERROR_NOT_COMPILED);
   ASSERT_EQ(k_domain_compile(net.domain), 0);
-  EXPECT_EQ(k_node_get_sampled_state(net.nodes[0]), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
+  EXPECT_CODE(k_node_get_sampled_state(net.nodes[0]), -1, K_ERROR_NO_VALUE);
   ASSERT_EQ(k_domain_simulate(net.domain), 0);
   EXPECT_GE(k_node_get_sampled_state(net.nodes[0]), 0);
   EXPECT_EQ(k_node_get_sampled_value(net.nodes[0]), -1.0);  // a label node has no value
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_sampled_utility(net.nodes[0]), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_sampled_utility(net.nodes[0]), -1.0, K_ERROR_USAGE);
 
   // A selected state is always drawn; evidence still to propagate and max
   // equilibrium are refused.
@@ -137,8 +133,7 @@ TEST(Simulation, DeviatesFollowTheirLawsAndRefusalsHaveTheirCodes) {
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
   EXPECT_FAILS(k_domain_simulate(net.domain), K_ERROR_USAGE);
   k_domain_uncompile(net.domain);
-  EXPECT_EQ(k_node_get_sampled_state(net.nodes[0]), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_CODE(k_node_get_sampled_state(net.nodes[0]), -1, K_ERROR_NOT_COMPILED);
   k_domain_delete(net.domain);
 }
 

@@ -26,10 +26,8 @@ TEST_F(Cases, NewCasesAreEmptyAndCountOne) {
   EXPECT_EQ(k_domain_get_case_count(d, 1), 1.0);
   EXPECT_EQ(k_node_case_is_set(a, 1), 0);
   EXPECT_EQ(k_node_case_is_set(x, 0), 0);
-  EXPECT_EQ(k_node_get_case_state(a, 0), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
-  EXPECT_EQ(k_node_get_case_value(x, 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
+  EXPECT_CODE(k_node_get_case_state(a, 0), K_SIZE_ERROR, K_ERROR_NO_VALUE);
+  EXPECT_CODE(k_node_get_case_value(x, 0), -1.0, K_ERROR_NO_VALUE);
 
   EXPECT_EQ(k_node_set_case_state(a, 1, 2), 0);
   EXPECT_EQ(k_node_set_case_value(x, 0, -2.5), 0);

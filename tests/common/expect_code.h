@@ -16,3 +16,9 @@
     EXPECT_EQ((call), nullptr);                 \
     EXPECT_EQ(k_error_code(), (code)) << #call; \
   } while (0)
+// A C API call's result, and the thread's error code after it.
+#define EXPECT_CODE(call, result, code)         \
+  do {                                          \
+    EXPECT_EQ((call), (result));                \
+    EXPECT_EQ(k_error_code(), (code)) << #call; \
+  } while (0)

@@ -113,10 +113,7 @@ struct GoldenCase {
   std::function<void(k_domain_t)> action;
 };
 
-void compile(k_domain_t d) {
-  EXPECT_EQ(k_domain_compile(d), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
-}
+void compile(k_domain_t d) { EXPECT_CODE(k_domain_compile(d), 0, K_ERROR_NONE); }
 
 // A compile that fails in its first propagation: the triangulation made by
 // the same call is discarded again.

@@ -8,6 +8,7 @@
 #include <string>
 #include <utility>
 
+#include "common/expect_code.h"
 #include "compile/junction_forest.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
@@ -142,18 +143,15 @@ TEST(Compress, BeliefsEqualUncompressedUnderEvidence) {
 
 TEST(Compress, Refusals) {
   Net net(kInspection);
-  EXPECT_EQ(k_domain_compress(nullptr), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_compress(nullptr), -1.0, K_ERROR_USAGE);
   EXPECT_EQ(k_domain_is_compressed(nullptr), -1);
-  EXPECT_EQ(k_domain_compress(net.d), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_CODE(k_domain_compress(net.d), -1.0, K_ERROR_NOT_COMPILED);
   ASSERT_EQ(k_domain_compile(net.d), 0);
   // A failed propagation leaves no equilibrium, and nothing to compress.
   k_node_select_state(net.node("Verdict"), 2);
   k_node_select_state(net.node("Shipped"), 1);
   ASSERT_NE(k_domain_propagate(net.d, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_domain_compress(net.d), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_domain_compress(net.d), -1.0, K_ERROR_NO_EQUILIBRIUM);
   EXPECT_EQ(k_domain_is_compressed(net.d), 0);
 
   // Continuous clique members are refused.
@@ -164,8 +162,7 @@ potential (X) { data = (0.4 0.6); }
 potential (Y | X) { data = (normal (0, 1) normal (2, 1)); }
 )");
   ASSERT_EQ(k_domain_compile(cg.d), 0);
-  EXPECT_EQ(k_domain_compress(cg.d), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_compress(cg.d), -1.0, K_ERROR_USAGE);
   // So are utility nodes.
   Net id(R"(
 node A { states = ("a0" "a1"); }
@@ -174,8 +171,7 @@ potential (A) { data = (0.5 0.5); }
 potential (U | A) { data = (1 3); }
 )");
   ASSERT_EQ(k_domain_compile(id.d), 0);
-  EXPECT_EQ(k_domain_compress(id.d), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_compress(id.d), -1.0, K_ERROR_USAGE);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "common/fail_new.h"
 #include "dataset/data_set_fixture.h"
 #include "kelva/kelva.h"
@@ -29,8 +30,7 @@ TEST(DataSet, KeepsMissingAndEmptyCellsApart) {
   EXPECT_EQ(k_ds_new_row(ds), 0u);  // a row before any column
   EXPECT_EQ(k_ds_new_column(ds, "a"), 0u);
   EXPECT_EQ(k_ds_new_column(ds, ""), 1u);  // any text names a column
-  EXPECT_EQ(k_ds_get_data_item(ds, 0, 1), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_ds_get_data_item(ds, 0, 1), nullptr, K_ERROR_NONE);
 
   EXPECT_EQ(k_ds_set_data_item(ds, 0, 0, ""), 0);
   EXPECT_STREQ(k_ds_get_data_item(ds, 0, 0), "");
@@ -179,10 +179,8 @@ TEST(DataSet, FindsReplacesAndListsValues) {
   EXPECT_EQ(k_ds_find_row(ds, 0, "", 0), 2u);
   EXPECT_EQ(k_ds_find_row(ds, 0, nullptr, 0), 3u);
   EXPECT_EQ(k_ds_find_row(ds, 0, nullptr, 4), 7u);
-  EXPECT_EQ(k_ds_find_row(ds, 0, "c", 0), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
-  EXPECT_EQ(k_ds_find_row(ds, 0, "a", 8), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_ds_find_row(ds, 0, "c", 0), K_SIZE_ERROR, K_ERROR_NONE);
+  EXPECT_CODE(k_ds_find_row(ds, 0, "a", 8), K_SIZE_ERROR, K_ERROR_NONE);
 
   const char* const* values = k_ds_get_distinct_values(ds, 0);
   ASSERT_NE(values, nullptr);

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "dataset/data_set_fixture.h"
 #include "kelva/kelva.h"
 
@@ -58,8 +59,7 @@ TEST(Statistics, OneValueAndNoSpread) {
   EXPECT_TRUE(std::isnan(k_ds_compute_kurtosis(ds, 2)));
   EXPECT_EQ(k_ds_compute_mean_absolute_error(ds, 0, 1), 2.0);
   // A scaled error needs two values: -1 without an error code.
-  EXPECT_EQ(k_ds_compute_mean_absolute_scaled_error(ds, 0, 1), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_ds_compute_mean_absolute_scaled_error(ds, 0, 1), -1.0, K_ERROR_NONE);
 }
 
 TEST(Statistics, ZeroObservationMakesPercentageErrorInfinite) {
@@ -152,8 +152,7 @@ TEST(Statistics, FailuresReturnMinusOneWithTheirCode) {
     EXPECT_EQ(k_error_code(), code) << name;
   }
   // A successful call clears the earlier code.
-  EXPECT_EQ(k_ds_compute_mean(ds, 2), 3.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_ds_compute_mean(ds, 2), 3.0, K_ERROR_NONE);
 }
 
 }  // namespace

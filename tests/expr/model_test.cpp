@@ -52,8 +52,7 @@ TEST(Model, NewModelRefusesWhatCannotBeModelNodes) {
   EXPECT_EQ(k_node_get_model(c), again);
   EXPECT_EQ(k_model_get_size(again), 1u);
   EXPECT_EQ(k_model_get_nodes(again)[0], nullptr);
-  EXPECT_EQ(k_model_get_size(nullptr), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_model_get_size(nullptr), K_SIZE_ERROR, K_ERROR_USAGE);
 }
 
 TEST(Model, SetExpressionChecksTheExpressionAgainstTheOwner) {
@@ -161,8 +160,7 @@ TEST(Model, GenerationFlagSamplesAndBackpointer) {
   EXPECT_EQ(k_model_set_number_of_samples_per_interval(m, 3), 0);
   EXPECT_EQ(k_model_get_number_of_samples_per_interval(m), 3u);
   EXPECT_EQ(k_model_table_is_generated(m), 1);
-  EXPECT_EQ(k_model_get_number_of_samples_per_interval(nullptr), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_model_get_number_of_samples_per_interval(nullptr), K_SIZE_ERROR, K_ERROR_USAGE);
   EXPECT_EQ(k_model_table_is_generated(nullptr), -1);
 
   // Structure edits mark the model; a clear flag skips generation entirely.

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "compile/junction_forest.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
@@ -189,15 +190,13 @@ TEST(BeliefReport, ExpectedUtilitiesAndFunctionValues) {
             "\n    Bare: N/A\n"
             "\n    Twice: N/A\n");
 
-  EXPECT_EQ(k_node_get_value(twice), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
+  EXPECT_CODE(k_node_get_value(twice), -1.0, K_ERROR_NO_VALUE);
 
   // Once Level is known, so is the function of it.
   net.set(level, {0, 1}, {10, -2.5});
   net.select(level, 1);
   EXPECT_EQ(k_node_get_value(twice), 8.0);
-  EXPECT_EQ(k_node_get_value(level), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_value(level), -1.0, K_ERROR_USAGE);
   net.open_log();
   ASSERT_EQ(k_node_report_beliefs(level), 0);
   ASSERT_EQ(k_node_report_beliefs(twice), 0);
@@ -253,8 +252,7 @@ TEST(BeliefReport, Errors) {
   if (std::FILE* full = std::fopen("/dev/full", "w")) {
     std::fclose(full);
     ASSERT_EQ(k_domain_set_log_file(net.d, "/dev/full", 0), 0);
-    EXPECT_EQ(k_domain_report_beliefs(net.d), K_ERROR_IO);
-    EXPECT_EQ(k_error_code(), K_ERROR_IO);
+    EXPECT_CODE(k_domain_report_beliefs(net.d), K_ERROR_IO, K_ERROR_IO);
     k_domain_set_log_file(net.d, nullptr, 0);
   }
 }

@@ -256,8 +256,7 @@ TEST(CgPropagation, FailuresAndRefusals) {
       EXPECT_EQ(status + k_node_get_mean(h(x)) + k_node_get_variance(h(x)) + k_node_get_mean(h(y)) +
                     k_domain_cg_evidence_is_propagated(net.domain),
                 5.0);
-      EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
-      EXPECT_EQ(k_error_code(), K_ERROR_CG_EVIDENCE_INCORPORATED);
+      EXPECT_CODE(k_domain_get_conflict(net.domain), -1.0, K_ERROR_CG_EVIDENCE_INCORPORATED);
     }
     EXPECT_EQ(k_domain_is_compiled(net.domain), 1);
     for (Node* n : {a, x, y}) retract(*n);

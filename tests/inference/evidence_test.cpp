@@ -83,8 +83,7 @@ TEST_F(Evidence, FindingVectorsAndTheirCodes) {
   EXPECT_EQ(k_node_evidence_is_entered(n), 1);
   EXPECT_EQ(k_node_likelihood_is_entered(n), 0);
   EXPECT_EQ(node_of(n).evidence.entered_code, -2);
-  EXPECT_EQ(k_node_get_selected_state(n), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_selected_state(n), -1, K_ERROR_USAGE);
 
   // 0.5 makes it a likelihood; putting 1 back on both leaves a finding
   // that is no evidence at all.
@@ -141,18 +140,14 @@ TEST_F(Evidence, BadArgumentsAreUsageAndChangeNothing) {
   EXPECT_EQ(k_node_evidence_is_entered(c), 0);
 
   // Queries: -1 with "usage".
-  EXPECT_EQ(k_node_evidence_is_entered(u), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_evidence_is_entered(u), -1, K_ERROR_USAGE);
   EXPECT_EQ(k_node_evidence_to_propagate(nullptr), -1);
   EXPECT_EQ(k_node_get_entered_finding(n, 3), -1.0);
   EXPECT_EQ(k_node_get_propagated_finding(c, 0), -1.0);
-  EXPECT_EQ(k_node_get_entered_value(n), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_propagated_state(n), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_entered_value(n), -1.0, K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_propagated_state(n), -1, K_ERROR_USAGE);
   // A successful query clears the code.
-  EXPECT_EQ(k_node_get_entered_finding(n, 0), 0.25);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_node_get_entered_finding(n, 0), 0.25, K_ERROR_NONE);
 }
 
 TEST_F(Evidence, RetractionKeepsTheVectorAndReachesEveryNode) {
@@ -175,8 +170,7 @@ TEST_F(Evidence, RetractionKeepsTheVectorAndReachesEveryNode) {
   ASSERT_EQ(k_node_enter_value(c, -2.5), 0);
   ASSERT_EQ(k_domain_retract_findings(d), 0);
   for (k_node_t n : {a, b, c}) EXPECT_EQ(k_node_evidence_is_entered(n), 0);
-  EXPECT_EQ(k_node_get_entered_value(c), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_entered_value(c), -1.0, K_ERROR_USAGE);
   EXPECT_NE(k_domain_retract_findings(nullptr), 0);
 }
 
@@ -324,8 +318,7 @@ TEST_F(Evidence, TreeCountsFollowEveryEntryAndRetraction) {
   EXPECT_EQ(k_domain_cg_evidence_is_propagated(d), 0);
   EXPECT_EQ(k_jt_equilibrium_is(jt(0), K_EQUILIBRIUM_SUM), 1);
   EXPECT_EQ(k_jt_equilibrium_is(jt(0), K_EQUILIBRIUM_MAX), 0);
-  EXPECT_EQ(k_jt_equilibrium_is(jt(0), K_EQUILIBRIUM_NONE), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_jt_equilibrium_is(jt(0), K_EQUILIBRIUM_NONE), -1, K_ERROR_USAGE);
   EXPECT_EQ(k_domain_equilibrium_is(d, K_EQUILIBRIUM_SUM), 1);
   EXPECT_EQ(k_domain_tables_to_propagate(d), 0);
   trees[1]->tables_changed = true;
@@ -340,18 +333,14 @@ TEST_F(Evidence, TreeCountsFollowEveryEntryAndRetraction) {
   EXPECT_EQ(k_jt_evidence_mode_is(jt(1), K_MODE_FAST_RETRACTION), 1);
   EXPECT_EQ(k_domain_evidence_mode_is(d, K_MODE_FAST_RETRACTION), 1);
   EXPECT_EQ(k_domain_evidence_mode_is(d, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_jt_evidence_mode_is(jt(0), static_cast<k_evidence_mode_t>(22)), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_jt_evidence_mode_is(jt(0), static_cast<k_evidence_mode_t>(22)), -1, K_ERROR_USAGE);
 
   // A tree without equilibrium: its flags and mode are unknown.
   trees[1]->equilibrium = K_EQUILIBRIUM_NONE;
-  EXPECT_EQ(k_jt_evidence_is_propagated(jt(1)), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
-  EXPECT_EQ(k_domain_evidence_mode_is(d, K_MODE_NORMAL), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_jt_evidence_is_propagated(jt(1)), -1, K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_domain_evidence_mode_is(d, K_MODE_NORMAL), -1, K_ERROR_NO_EQUILIBRIUM);
   EXPECT_EQ(k_domain_equilibrium_is(d, K_EQUILIBRIUM_SUM), 0);
-  EXPECT_EQ(k_jt_evidence_to_propagate(nullptr), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_jt_evidence_to_propagate(nullptr), -1, K_ERROR_USAGE);
 
   // Uncompiling forgets what was propagated; domain queries need a forest.
   reinterpret_cast<kelva::Domain*>(d)->uncompile();
@@ -433,8 +422,7 @@ TEST(EvidenceInAForest, CountsAndFlagsFollowPropagation) {
   ASSERT_EQ(k_node_enter_finding(handle_of(a), 1, 0.0), 0);
   EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
                K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
-  EXPECT_EQ(k_jt_evidence_is_propagated(ab), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_jt_evidence_is_propagated(ab), -1, K_ERROR_NO_EQUILIBRIUM);
   EXPECT_EQ(k_jt_evidence_to_propagate(ab), 1);
   EXPECT_EQ(k_node_evidence_is_entered(handle_of(a)), 1);  // evidence stays entered
 

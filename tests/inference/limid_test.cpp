@@ -9,6 +9,7 @@
 #include <functional>
 #include <random>
 
+#include "common/expect_code.h"
 #include "inference/net_builder.h"
 #include "structure/structure.h"
 #include "table/table.h"
@@ -243,8 +244,7 @@ TEST(Limid, PoliciesAgreeWithTheJoint) {
     // Utility ranges are a utility node's; option variances a decision's.
     Node* d = g.decisions[0];
     EXPECT_EQ(k_node_get_max_utility(h(d)) + k_node_get_min_utility(h(g.net.nodes[0])), -2.0);
-    EXPECT_EQ(k_node_get_variance_of_utility(h(d), d->state_count()), -1.0);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    EXPECT_CODE(k_node_get_variance_of_utility(h(d), d->state_count()), -1.0, K_ERROR_USAGE);
     if (recall) {
       EXPECT_NEAR(meu, maximum_expected_utility(g), 1e-9 * std::max(1.0, std::fabs(meu)));
     }
@@ -336,6 +336,23 @@ TEST(Limid, RequisiteParentsAndDecisionOrder) {
       std::sort(want.begin(), want.end());
       std::sort(got.begin(), got.end());
       EXPECT_EQ(got, want);
+      // Its requisite ancestors: the chance and decision nodes above it over
+      // the links left, in node order.
+      std::vector<bool> above(n, false);
+      for (std::vector<std::size_t> stack = want; !stack.empty();) {
+        const std::size_t v = stack.back();
+        stack.pop_back();
+        if (!above[v])
+          above[v] = true, stack.insert(stack.end(), parents[v].begin(), parents[v].end());
+      }
+      want.clear();
+      for (Node* m = g.net.d().first_node(); m != nullptr; m = m->next)
+        if (above[index_of(g, m)] && m->category() != K_CATEGORY_UTILITY)
+          want.push_back(index_of(g, m));
+      got.clear();
+      for (k_node_t* p = k_node_get_requisite_ancestors(h(d)); *p != nullptr; ++p)
+        got.push_back(index_of(g, reinterpret_cast<Node*>(*p)));
+      EXPECT_EQ(got, want);
     }
     // With perfect recall the decisions are totally ordered.
     k_node_t* order = k_domain_get_decision_order(g.net.domain);
@@ -345,8 +362,7 @@ TEST(Limid, RequisiteParentsAndDecisionOrder) {
       EXPECT_EQ(*order, nullptr);
     }
   }
-  EXPECT_EQ(k_node_get_requisite_parents(nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_requisite_parents(nullptr), nullptr, K_ERROR_USAGE);
 }
 
 }  // namespace

@@ -111,10 +111,8 @@ TEST(Propagation, InfluenceDiagramExpectedUtilities) {
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   expect_matches(net, false, "decision changed");
   // Conflicts are not defined with decisions.
-  EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_expected_utility(h(weather), 3), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_get_conflict(net.domain), -1.0, K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_expected_utility(h(weather), 3), -1.0, K_ERROR_USAGE);
 }
 
 TEST(Propagation, ContinuousNodesLeaveDiscreteBeliefsExact) {
@@ -225,10 +223,8 @@ TEST(Propagation, InconsistentEvidenceFailsAndLeavesEvidenceEntered) {
   EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
                K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
   EXPECT_EQ(net.d().forest()->trees[0]->equilibrium, K_EQUILIBRIUM_NONE);
-  EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
-  EXPECT_EQ(k_domain_get_normalization_constant(net.domain), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_node_get_belief(h(n), 0), -1.0, K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_domain_get_normalization_constant(net.domain), -1.0, K_ERROR_NO_EQUILIBRIUM);
   EXPECT_TRUE(net.d().is_compiled());
   EXPECT_EQ(n->evidence.entered_code, Evidence::kVector);
   // The next propagation starts from the node tables.
@@ -288,8 +284,7 @@ TEST(Propagation, ConflictValues) {
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   EXPECT_NEAR(k_domain_get_conflict(net.domain), 1.0 / post.total, 1e-9);
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
-  EXPECT_EQ(k_domain_get_conflict(net.domain), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_get_conflict(net.domain), -1.0, K_ERROR_USAGE);
 }
 
 TEST(Propagation, ThreadsGiveTheSameResultsBitForBit) {
@@ -320,20 +315,16 @@ TEST(Propagation, ApiErrors) {
   EXPECT_FAILS(k_domain_propagate(nullptr, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL),
                K_ERROR_NOT_COMPILED);
-  EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
-  EXPECT_EQ(k_domain_get_normalization_constant(net.domain), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NOT_COMPILED);
+  EXPECT_CODE(k_node_get_belief(h(n), 0), -1.0, K_ERROR_NOT_COMPILED);
+  EXPECT_CODE(k_domain_get_normalization_constant(net.domain), -1.0, K_ERROR_NOT_COMPILED);
   EXPECT_FAILS(k_domain_initialize(net.domain), K_ERROR_NOT_COMPILED);
   ASSERT_EQ(compile_for_test(net.d()), 0);
   EXPECT_FAILS(k_domain_propagate(net.domain, K_EQUILIBRIUM_NONE, K_MODE_NORMAL), K_ERROR_USAGE);
   EXPECT_NE(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, static_cast<k_evidence_mode_t>(22)),
             0);
   EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_belief(h(n), n->state_count()), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_belief(nullptr, 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_belief(h(n), n->state_count()), -1.0, K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_belief(nullptr, 0), -1.0, K_ERROR_USAGE);
   // A successful call clears the code.
   EXPECT_GE(k_node_get_belief(h(n), 0), 0.0);
   EXPECT_EQ(k_error_code(), K_ERROR_NONE);
@@ -342,8 +333,7 @@ TEST(Propagation, ApiErrors) {
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   ASSERT_EQ(k_domain_reset_inference_engine(net.domain), 0);
   EXPECT_EQ(n->evidence.propagated_code, Evidence::kNone);
-  EXPECT_EQ(k_node_get_belief(h(n), 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_EQUILIBRIUM);
+  EXPECT_CODE(k_node_get_belief(h(n), 0), -1.0, K_ERROR_NO_EQUILIBRIUM);
   ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
   expect_matches(net, false, "after reset");
 

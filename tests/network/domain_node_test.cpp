@@ -186,8 +186,7 @@ TEST_F(Nodes, AttributesNewestFirstReplacedAndRemoved) {
   EXPECT_EQ(k_node_get_attribute(n, "second"), nullptr);
   EXPECT_EQ(k_node_set_attribute(n, "absent", nullptr), 0);  // not an error
   EXPECT_STREQ(k_node_get_attribute(n, "first"), "one");
-  EXPECT_EQ(k_node_set_attribute(n, nullptr, "x"), 1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_set_attribute(n, nullptr, "x"), 1, K_ERROR_USAGE);
 
   EXPECT_EQ(k_domain_set_attribute(d, "a", "x"), 0);
   EXPECT_EQ(k_domain_set_attribute(d, "b", "y"), 0);
@@ -215,12 +214,10 @@ TEST_F(Nodes, StatesLabelsValuesAndBooleans) {
   EXPECT_EQ(k_node_set_state_label(n, 1, "high"), 0);
   EXPECT_EQ(k_node_set_state_label(n, 2, "low"), 0);
   // Two states share a label: -1, deliberately, and no error.
-  EXPECT_EQ(k_node_get_state_index_from_label(n, "low"), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_node_get_state_index_from_label(n, "low"), -1, K_ERROR_NONE);
   EXPECT_EQ(k_node_get_state_index_from_label(n, "high"), 1);
   EXPECT_EQ(k_node_get_state_index_from_label(n, "none"), -1);
-  EXPECT_EQ(k_node_get_state_index_from_label(n, nullptr), -1);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_state_index_from_label(n, nullptr), -1, K_ERROR_USAGE);
   // Shrinking keeps the first labels; growing adds empty ones.
   EXPECT_EQ(k_node_set_number_of_states(n, 1), 0);
   EXPECT_EQ(k_node_set_number_of_states(n, 2), 0);
@@ -228,8 +225,7 @@ TEST_F(Nodes, StatesLabelsValuesAndBooleans) {
   EXPECT_STREQ(k_node_get_state_label(n, 1), "");
 
   // Values: only numeric nodes; interval nodes have one more bound.
-  EXPECT_EQ(k_node_get_state_value(n, 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_node_get_state_value(n, 0), -1.0, K_ERROR_USAGE);
   k_node_t iv = k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_INTERVAL);
   EXPECT_EQ(k_node_set_number_of_states(iv, 2), 0);
   for (k_size_t i = 0; i < 3; ++i) EXPECT_EQ(k_node_set_state_value(iv, i, 10.0 * i), 0);

@@ -5,6 +5,7 @@
 #include <string>
 #include <thread>
 
+#include "common/expect_code.h"
 #include "kelva/kelva.h"
 
 namespace {
@@ -50,24 +51,20 @@ TEST(ErrorState, IsPerThreadAndResetOnEveryCall) {
 
   // A failure here does not show on another thread, and the other thread's
   // failure does not show here.
-  EXPECT_EQ(k_domain_get_first_node(nullptr), nullptr);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_domain_get_first_node(nullptr), nullptr, K_ERROR_USAGE);
   int other = -1;
   std::thread([&] {
     other = k_error_code();
     k_error_set(K_ERROR_IO);
   }).join();
-  EXPECT_EQ(other, K_ERROR_NONE);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(other, K_ERROR_NONE, K_ERROR_USAGE);
 
   // The next successful call clears the failure.
   k_domain_t d = k_new_domain();
   ASSERT_NE(d, nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_NONE);
-  EXPECT_EQ(k_error_set(K_ERROR_TWICE), K_ERROR_TWICE);
-  EXPECT_EQ(k_error_code(), K_ERROR_TWICE);
-  EXPECT_EQ(k_domain_delete(d), 0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(k_error_set(K_ERROR_TWICE), K_ERROR_TWICE, K_ERROR_TWICE);
+  EXPECT_CODE(k_domain_delete(d), 0, K_ERROR_NONE);
 }
 
 TEST(ErrorObject, WhatIsTheMessageOrElseTheCodeName) {

@@ -32,8 +32,7 @@ TEST(TableApi, ConfigurationOrderHasTheLastNodeFastest) {
   }
 
   for (const auto& bad : {std::vector<k_size_t>{2, 0}, std::vector<k_size_t>{0, 3}}) {
-    EXPECT_EQ(k_table_get_index_from_configuration(t, bad.data()), -1);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+    EXPECT_CODE(k_table_get_index_from_configuration(t, bad.data()), -1, K_ERROR_USAGE);
   }
   EXPECT_NE(k_table_get_configuration_from_index(t, config, 6), 0);
   EXPECT_NE(k_table_get_configuration_from_index(t, nullptr, 0), 0);
@@ -83,12 +82,10 @@ TEST(TableApi, DataAccessChecksItsRangeAndMarksTheTableChanged) {
   EXPECT_EQ(k_table_get_data_item(t, 0), -1.5);
   EXPECT_EQ(values(t), (Data{-1.5, 1, 2, 3, 7, 8}));
   EXPECT_GE(net.domain().table_changes(), changes + 2);
-  EXPECT_EQ(k_table_get_data_item(t, 6), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_table_get_data_item(t, 6), -1.0, K_ERROR_USAGE);
   EXPECT_NE(k_table_set_data_item(t, 6, 1.0), 0);
   EXPECT_EQ(k_table_set_all_data_items(t, 0.25), 0);
-  EXPECT_EQ(values(t), Data(6, 0.25));
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
+  EXPECT_CODE(values(t), Data(6, 0.25), K_ERROR_NONE);
   EXPECT_NE(k_table_set_all_data_items(nullptr, 0.25), 0);
 
   EXPECT_EQ(k_table_set_backpointer(t, out), 0);
@@ -103,29 +100,23 @@ TEST(TableApi, SizesSaturateAtAllOnes) {
   nodes.push_back(nullptr);
   k_table_t t = k_domain_new_table(net.d, nodes.data());
   ASSERT_NE(t, nullptr);
-  EXPECT_EQ(k_table_get_size(t), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_SIZE_TOO_LARGE);
-  EXPECT_EQ(k_table_get_cg_size(t), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_SIZE_TOO_LARGE);
+  EXPECT_CODE(k_table_get_size(t), K_SIZE_ERROR, K_ERROR_SIZE_TOO_LARGE);
+  EXPECT_CODE(k_table_get_cg_size(t), K_SIZE_ERROR, K_ERROR_SIZE_TOO_LARGE);
   std::vector<k_size_t> config(8, 0);
   EXPECT_EQ(k_table_get_index_from_configuration(t, config.data()), -1);
   double out[1];
-  EXPECT_EQ(k_table_get_data_item(t, 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_NO_MEMORY);
+  EXPECT_CODE(k_table_get_data_item(t, 0), -1.0, K_ERROR_NO_MEMORY);
   EXPECT_FAILS(k_table_get_data(t, out, 1, 0, 1), K_ERROR_NO_MEMORY);
   EXPECT_FAILS(k_table_set_all_data_items(t, 1.0), K_ERROR_NO_MEMORY);
-  EXPECT_EQ(k_table_get_size(nullptr), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_CODE(k_table_get_size(nullptr), K_SIZE_ERROR, K_ERROR_USAGE);
 
   // 2^63 configurations fit, but not twice that with two continuous nodes.
   k_node_t x = net.continuous(), y = net.continuous();
   std::vector<k_node_t> cg{nodes[0], nodes[1],          nodes[2], nodes[3], nodes[4], nodes[5],
                            nodes[6], net.discrete(128), x,        y,        nullptr};
   k_table_t c = k_domain_new_table(net.d, cg.data());
-  EXPECT_EQ(k_table_get_size(c), std::uint64_t{1} << 63);
-  EXPECT_EQ(k_error_code(), K_ERROR_NONE);
-  EXPECT_EQ(k_table_get_cg_size(c), K_SIZE_ERROR);
-  EXPECT_EQ(k_error_code(), K_ERROR_SIZE_TOO_LARGE);
+  EXPECT_CODE(k_table_get_size(c), std::uint64_t{1} << 63, K_ERROR_NONE);
+  EXPECT_CODE(k_table_get_cg_size(c), K_SIZE_ERROR, K_ERROR_SIZE_TOO_LARGE);
 }
 
 TEST(TableApi, MultiplyAndDivideBySubsetTables) {

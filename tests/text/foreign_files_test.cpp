@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "common/expect_code.h"
 #include "common/shared_nets.h"
 #include "kelva/kelva.h"
 #include "network/domain.h"
@@ -184,6 +185,53 @@ TEST(ForeignFiles, XmlbifTablesVaryTheFirstGivenSlowest) {
   EXPECT_EQ(t.data()[index], 0.97);
 }
 
+// Properties, quoted and escaped words, default rows, declarations, CDATA,
+// entities and elements of no meaning are read; labels that need quoting or
+// escaping survive files written as BIF and XMLBIF; an empty file has no nodes.
+TEST(ForeignFiles, RichSyntaxIsReadAndAwkwardLabelsSurviveFiles) {
+  const std::unique_ptr<Domain> b(read_bif_domain(
+      "network n { property \"a;b\" x; }\nvariable a { property p = \"\\\"\"; type discrete [ 2 ] "
+      "{ \"x\\\\y\", \"z w\" }; }\nvariable b { type discrete [ 2 ] { x, y }; }\n"
+      "probability ( a ) { property s; default 0.5, 0.5; }\n"
+      "probability ( b | a ) { default 0.25, 0.75; (\"z w\") 1, 0; }\n",
+      nullptr, nullptr, nullptr));
+  EXPECT_EQ(test::describe_nodes(*b), "b 7 0 30 x,y\na 7 0 30 x\\y,z w\n");
+  EXPECT_EQ(std::vector<double>(b->find("b")->table()->data(), b->find("b")->table()->data() + 4),
+            (std::vector<double>{0.25, 0.75, 1, 0}));
+  const std::unique_ptr<Domain> x(read_xmlbif_domain(
+      "<?xml version=\"1.0\"?>\n<!DOCTYPE BIF>\n<!-- c -->\n<BIF "
+      "VERSION='0.3'><X>t<Y/></X><NETWORK>"
+      "<VARIABLE TYPE=\"nature\"><NAME>a</NAME><OUTCOME>&lt;&gt;&amp;&quot;&apos;</OUTCOME>"
+      "<OUTCOME><![CDATA[<c>]]>&#65;&#xE9;&#x20AC;&#x1F600;</OUTCOME></VARIABLE>"
+      "<DEFINITION><FOR>a</FOR><PROPERTY>p<Q/></PROPERTY><TABLE>0.5 0.5</TABLE></DEFINITION>"
+      "</NETWORK></BIF>",
+      nullptr, nullptr, nullptr));
+  EXPECT_NE(std::unique_ptr<Domain>(
+                read_uai_domain("MARKOV 1 2 1 1 0 2 0.3 0.7", nullptr, nullptr, nullptr)),
+            nullptr);
+  EXPECT_EQ(test::describe_nodes(*x), "a 7 0 30 <>&\"',<c>A\u00e9\u20ac\U0001F600\n");
+  for (const Domain* d : {b.get(), x.get()}) {
+    const test::TempFile bif_file;
+    const test::TempFile xml_file;
+    const auto h = reinterpret_cast<k_domain_t>(const_cast<Domain*>(d));
+    ASSERT_EQ(k_domain_save_as_bif(h, bif_file.path.c_str()), 0);
+    ASSERT_EQ(k_domain_save_as_xmlbif(h, xml_file.path.c_str()), 0);
+    for (const auto& [read, file] : {std::pair{&k_bif_parse_domain, &bif_file},
+                                     std::pair{&k_xmlbif_parse_domain, &xml_file}}) {
+      DomainHandle again(read(file->path.c_str(), nullptr, nullptr));
+      ASSERT_TRUE(again);
+      EXPECT_EQ(test::describe_nodes(*reinterpret_cast<Domain*>(again.get())),
+                test::describe_nodes(*d));
+    }
+  }
+  const auto h = reinterpret_cast<k_domain_t>(b.get());
+  EXPECT_FAILS(k_domain_save_as_bif(h, ::testing::TempDir().c_str()), K_ERROR_IO);
+  EXPECT_FAILS(k_domain_save_as_xmlbif(h, "/dev/full"), K_ERROR_IO);
+  const test::TempFile empty;
+  DomainHandle none(k_bif_parse_domain(empty.path.c_str(), nullptr, nullptr));
+  EXPECT_EQ(k_domain_get_first_node(none.get()), nullptr);
+}
+
 TEST(ForeignFiles, AMalformedFileGetsOneMessageWithItsLine) {
   using Read = Domain* (*)(std::string_view, const char*, k_parse_error_handler_t, void*);
   struct Case {
@@ -220,6 +268,46 @@ TEST(ForeignFiles, AMalformedFileGetsOneMessageWithItsLine) {
        "1:variable `a' has 2 states, not the 3 it declares"},
       {read_bif_domain, "variable a { type discrete [ 2 ] { x, y }; }\n/* no end",
        "2:a comment that does not end"},
+      {read_bif_domain, "foo", "1:`network', `variable' or `probability' expected, not `foo'"},
+      {read_bif_domain, "network n x", "1:`{' expected, found `x'"},
+      {read_bif_domain, "network n { x }", "1:`property' or `}' expected"},
+      {read_bif_domain, "network n { property x", "1:`;' expected, found the end of the file"},
+      {read_bif_domain, "variable \"a", "1:a string that does not end"},
+      {read_bif_domain, "variable a { type continuous", "1:variable `a' is not discrete"},
+      {read_bif_domain, "variable a { type discrete [ x2 ]",
+       "1:a number of states expected, found `x2'"},
+      {read_bif_domain, "variable a { type discrete [ 2 ] { x, x }; }",
+       "1:state `x' of `a' given twice"},
+      {read_bif_domain,
+       "variable \"1 a\" { type discrete [ 1 ] { x }; }\nprobability ( \"1 a\" ) { table 1; }",
+       "1:`1 a' is not a valid node name"},
+      {read_bif_domain,
+       "variable a { type discrete [ 1 ] { x }; }\nvariable a { type discrete [ 1 ] { x }; }",
+       "2:variable `a' declared twice"},
+      {read_bif_domain, "variable a { type discrete [ 1 ] { x }; }\n",
+       "1:no table for variable `a'"},
+      {read_bif_domain, bif("  table 1, 0, 0, 1, 1, 0, 0, 1;\n", " | a, a"),
+       "4:variable `a' appears twice in the table of `b'"},
+      {read_bif_domain, bif("  (x) 0.5, 0.5;\n  table 1, 0;\n"), "6:the table of `b' given twice"},
+      {read_bif_domain, bif("  default 1, 0;\n  default 1, 0;\n"), "6:two defaults for `b'"},
+      {read_bif_domain, bif("  default 1;\n"), "5:a row of `b' has 1 values, not 2"},
+      {read_bif_domain, bif("  foo;\n"),
+       "5:`table', `default', `(', `property' or `}' expected, not `foo'"},
+      {read_bif_domain, bif(""), "4:no values for `b'"},
+      {read_xmlbif_domain, "<BIF x=1>", "1:a quoted attribute value expected"},
+      {read_xmlbif_domain, "<BIF>&foo", "1:an entity without `;'"},
+      {read_xmlbif_domain, "<BIF>&foo;", "1:unknown entity `&foo;'"},
+      {read_xmlbif_domain, "<BIF>&#0;", "1:bad character reference `&#0;'"},
+      {read_xmlbif_domain, "<BIF><X>", "1:`</X>' expected"},
+      {read_xmlbif_domain, "<BIF><X></Y>", "1:`</X>' expected, not `</Y>'"},
+      {read_xmlbif_domain, xml_head + "<VARIABLE><NAME>a<B/></NAME>", "3:`</NAME>' expected"},
+      {read_xmlbif_domain, xml_head + "<VARIABLE><NAME>c</NAME></VARIABLE></NETWORK></BIF>",
+       "3:variable `c' has no states"},
+      {read_xmlbif_domain, "<BIF><NETWORK><VARIABLE TYPE=\"decision\">",
+       "1:only variables of type `nature' can be read, not `decision'"},
+      {read_xmlbif_domain, "<BIF><NETWORK><VARIABLE><OUTCOME>x</OUTCOME><OUTCOME>x</OUTCOME>",
+       "1:outcome `x' given twice"},
+      {read_uai_domain, "BAYES\nx", "2:the number of variables expected"},
       {read_xmlbif_domain,
        xml_head + "<DEFINITION><FOR>a</FOR><TABLE>0.5 0.5</TABLE></DEFINITION>\n</NETWORK>",
        "4:`</BIF>' expected"},
