@@ -66,10 +66,34 @@ class Unfolder {
       if (n->instance_data != nullptr) {
         make_links(*frame.inner.at(n));
       } else if (auto it = frame.copies.find(n); it != frame.copies.end()) {
-        for (Node* p : n->parents()) add_parent(*it->second, resolve(frame, *p));
-        copy_tables(frame, *n, *it->second);
+        link(frame, *n, *it->second);
       }
     }
+  }
+
+  // Refuses an unfolded network whose links (made unchecked by `link`)
+  // close a directed cycle or a cyclic functional dependency: both are
+  // possible only through bindings, since every class body is free of them.
+  void check_acyclic() const {
+    std::unordered_map<const Node*, std::size_t> waiting;
+    std::vector<const Node*> ready;
+    for (const Node* n = out_.first_node(); n != nullptr; n = n->next) {
+      waiting.emplace(n, n->parents().size());
+      if (n->parents().size() == 0) ready.push_back(n);
+    }
+    std::size_t done = 0;
+    while (!ready.empty()) {
+      const Node* n = ready.back();
+      ready.pop_back();
+      ++done;
+      for (const Node* c : n->children())
+        if (--waiting.at(c) == 0) ready.push_back(c);
+    }
+    if (done != waiting.size()) throw Error(K_ERROR_CYCLIC_NETWORK);
+    for (const Node* n = out_.first_node(); n != nullptr; n = n->next)
+      if (n->category() == K_CATEGORY_UTILITY)
+        for (const Node* c : n->children())
+          if (!functional_dependency_ok(*c, *n)) throw Error(K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
   }
 
  private:
@@ -103,20 +127,33 @@ class Unfolder {
     return *c;
   }
 
-  // A table of `copy` (made by `make`) shaped and filled as `from`.
-  void copy_table(Frame& frame, const Table* from, Table& (*make)(Node&), Node& copy) {
-    if (from == nullptr) return;
-    Table& to = make(copy);
-    std::vector<Node*> order;
-    for (Node* m : from->nodes()) order.push_back(&resolve(frame, *m));
-    to.reorder(order);
-    to.assign_contents(*from);
+  // The links of `copy` (the parents of `original`, resolved) and its tables,
+  // each over the resolved nodes of the original's table in the same order,
+  // so the contents copy as they are.  The links skip the per-link cycle
+  // search of add_parent (a walk of the growing domain per link, quadratic
+  // over a long chain of instances); check_acyclic runs once at the end.
+  void link(Frame& frame, Node& original, Node& copy) {
+    for (Node* p : original.parents()) {
+      Node& parent = resolve(frame, *p);
+      // Two inputs bound to one actual node would make it a parent twice.
+      require(!copy.parents().contains(&parent));
+      copy.parents_mut().push_back(&parent);
+      parent.children_mut().push_back(&copy);
+    }
+    copy.needs_generation = original.needs_generation;
+    copy_table(frame, original.table(), TableRole::conditional, copy, copy.table_slot());
+    copy_table(frame, original.experience_table(), TableRole::experience, copy,
+               copy.experience_slot());
+    copy_table(frame, original.fading_table(), TableRole::fading, copy, copy.fading_slot());
   }
 
-  void copy_tables(Frame& frame, Node& original, Node& copy) {
-    copy_table(frame, original.table(), node_table, copy);
-    copy_table(frame, original.experience_table(), experience_table, copy);
-    copy_table(frame, original.fading_table(), fading_table, copy);
+  void copy_table(Frame& frame, const Table* from, TableRole role, Node& copy, TablePtr& slot) {
+    if (from == nullptr) return;
+    std::vector<Node*> order;
+    order.reserve(from->nodes().size());
+    for (Node* m : from->nodes()) order.push_back(&resolve(frame, *m));
+    slot.reset(new Table(out_, order, role, &copy));
+    slot->assign_contents(*from);
   }
 
   Domain& out_;
@@ -134,6 +171,8 @@ void copy_network(Domain& from, Domain& into) {
   Frame& top = unfolder.frames.emplace_back(Frame{&from, "", nullptr, nullptr, {}, {}});
   unfolder.make_nodes(top);
   unfolder.make_links(top);
+  unfolder.check_acyclic();
+  into.forget_graph_queries();
 }
 
 }  // namespace

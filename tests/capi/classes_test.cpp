@@ -134,6 +134,40 @@ TEST(Classes, UnfoldedHierarchyMatchesTheFlatNetworkWithAndWithoutEvidence) {
   k_domain_delete(unfolded);
 }
 
+// Bindings can close what no class body holds: a directed cycle (an input
+// bound to its own instance's output), a utility feeding a chance node
+// through a function node, and one node bound to two inputs of one child.
+TEST(Classes, UnfoldingRefusesWhatOnlyBindingsClose) {
+  k_class_collection_t cc = k_new_class_collection();
+  k_class_t leaf = k_cc_new_class(cc, "Leaf"), top = k_cc_new_class(cc, "Top");
+  k_domain_t l = as_domain(leaf), t = as_domain(top);
+  k_node_t u = chance(l, "u", 2), v = chance(l, "v", 2), y = chance(l, "y", 2);
+  define(y, {u, v}, "y");
+  for (k_node_t input : {u, v}) ASSERT_EQ(k_node_add_to_inputs(input), 0);
+  ASSERT_EQ(k_node_add_to_outputs(y), 0);
+  k_node_t i = instance(top, leaf, "I");
+  ASSERT_EQ(k_node_set_input(i, u, k_node_get_output(i, y)), 0);
+  EXPECT_NULL_WITH(k_class_create_domain(top), K_ERROR_CYCLIC_NETWORK);
+
+  k_node_t d = k_domain_new_node(t, K_CATEGORY_DECISION, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+  k_node_t gain = k_domain_new_node(t, K_CATEGORY_UTILITY, K_KIND_OTHER, K_SUBTYPE_LABEL);
+  k_node_t f = k_domain_new_node(t, K_CATEGORY_FUNCTION, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+  ASSERT_EQ(k_node_set_number_of_states(d, 2) | k_node_set_number_of_states(f, 2), 0);
+  ASSERT_EQ(k_node_add_parent(gain, d) | k_node_add_parent(f, gain), 0);
+  ASSERT_EQ(k_node_set_input(i, u, f), 0);
+  EXPECT_NULL_WITH(k_class_create_domain(top), K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
+
+  ASSERT_EQ(k_node_set_input(i, u, d) | k_node_set_input(i, v, d), 0);
+  EXPECT_NULL_WITH(k_class_create_domain(top), K_ERROR_USAGE);
+  ASSERT_EQ(k_node_unset_input(i, v), 0);
+  k_domain_t flat = k_class_create_domain(top);
+  ASSERT_NE(flat, nullptr);
+  EXPECT_EQ(k_node_get_parents(k_domain_get_node_by_name(flat, "I.y"))[0],
+            k_domain_get_node_by_name(flat, k_node_get_name(d)));
+  k_domain_delete(flat);
+  k_cc_delete(cc);
+}
+
 TEST(Classes, HierarchyAndNameRefusalsLeaveTheCollectionAsItWas) {
   Hierarchy h;
   EXPECT_NULL_WITH(k_class_new_instance(h.top, h.top), K_ERROR_CYCLIC_INSTANCE_HIERARCHY);
