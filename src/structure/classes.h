@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "network/class.h"
@@ -14,6 +15,11 @@ namespace kelva {
 /// Drops the model of `child` when it refers to `gone`.  The expression layer
 /// registers it from the model constructor (no model, nothing to drop).
 inline void (*drop_model_referring)(Node& child, const Node& gone) noexcept = nullptr;
+/// Gives `to` a copy of the model of `from`, its nodes and the nodes its
+/// expressions name mapped through `map`.  Registered by the expression
+/// layer like drop_model_referring (no model was ever made: nothing to copy).
+inline void (*copy_model_into)(const Node& from, Node& to,
+                               const std::function<Node&(Node&)>& map) = nullptr;
 
 /// A new empty class: "invalid_name" for a name that is not one identifier,
 /// "twice" when the collection has a class of that name.

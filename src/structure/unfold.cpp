@@ -140,11 +140,13 @@ class Unfolder {
       copy.parents_mut().push_back(&parent);
       parent.children_mut().push_back(&copy);
     }
-    copy.needs_generation = original.needs_generation;
     copy_table(frame, original.table(), TableRole::conditional, copy, copy.table_slot());
     copy_table(frame, original.experience_table(), TableRole::experience, copy,
                copy.experience_slot());
     copy_table(frame, original.fading_table(), TableRole::fading, copy, copy.fading_slot());
+    if (original.model() != nullptr)
+      copy_model_into(original, copy, [&](Node& n) -> Node& { return resolve(frame, n); });
+    copy.needs_generation = original.needs_generation;
   }
 
   void copy_table(Frame& frame, const Table* from, TableRole role, Node& copy, TablePtr& slot) {
