@@ -7,9 +7,9 @@
 // Prints key<TAB>value lines.
 
 #include <chrono>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <random>
 #include <string>
 #include <vector>
