@@ -856,6 +856,12 @@ KELVA_API k_node_t *k_clique_get_members(k_clique_t clique);
 KELVA_API k_clique_t *k_clique_get_neighbors(k_clique_t clique);
 /** The junction tree that holds the clique. */
 KELVA_API k_junction_tree_t k_clique_get_junction_tree(k_clique_t clique);
+/** An opaque pointer kept with a junction tree or clique for the caller
+ *  (null until set; gone with the forest when the domain is uncompiled). */
+KELVA_API k_status_t k_jt_set_backpointer(k_junction_tree_t jt, void *data);
+KELVA_API void *k_jt_get_backpointer(k_junction_tree_t jt);
+KELVA_API k_status_t k_clique_set_backpointer(k_clique_t clique, void *data);
+KELVA_API void *k_clique_get_backpointer(k_clique_t clique);
 /** The junction tree holding the clique to which the node's table is
  *  assigned; null with "not_compiled" when the domain is not triangulated,
  *  "usage" for a node that takes no part in the forest. */
@@ -1847,7 +1853,7 @@ KELVA_API k_node_t k_class_new_instance(k_class_t cls, k_class_t instance_of);
  *  names, nodes of instances are named `instance.node` at every depth, a
  *  bound input is replaced by its actual node and an unbound one keeps its
  *  own table as a prior.  Tables, experience and fading tables, labels,
- *  states, positions and attributes are copied; models are not. */
+ *  states, positions, attributes and models are copied. */
 KELVA_API k_domain_t k_class_create_domain(k_class_t cls);
 
 /** Reads the classes of a NET class file into `cc`, calling `insert` (may
@@ -1901,6 +1907,39 @@ KELVA_API k_status_t k_node_remove_from_outputs(k_node_t node);
  *  output has a namesake of the same kind and states in `cls` are kept,
  *  the others dropped; new outputs get clones. */
 KELVA_API k_status_t k_node_substitute_class(k_node_t instance, k_class_t cls);
+
+/** Makes the domain (which the caller owned) a class of `cc` named `name`,
+ *  uncompiled; its handle is then the class handle, and k_class_delete or
+ *  k_cc_delete deletes it.  "invalid_name" or "twice" for the name as in
+ *  k_cc_new_class; "usage" for a class, a domain with a node whose name
+ *  holds a dot, or with chain-graph components. */
+KELVA_API k_class_t k_cc_add_domain(k_class_collection_t cc, k_domain_t domain, const char *name);
+/** Moves every class of `other` into `cc`, leaving `other` empty (the
+ *  caller still deletes it); "twice", with nothing moved, when both have a
+ *  class of one name; "usage" when the two are one collection. */
+KELVA_API k_status_t k_cc_add_classes(k_class_collection_t cc, k_class_collection_t other);
+/** For a node of a domain made by k_class_create_domain: the instance
+ *  nodes of its path, outermost first, then the class node it copies, as a
+ *  null-ended list owned by the node.  The list is empty for other nodes,
+ *  and for every node of that domain once a node of the collection's
+ *  classes has been deleted or the classes moved to another collection. */
+KELVA_API k_node_t *k_node_get_source(k_node_t node);
+/** The back pointer of the node's home: its class's (k_class_set_backpointer)
+ *  for a node of a class, else its domain's. */
+KELVA_API void *k_node_get_home_backpointer(k_node_t node);
+/** A deep copy of an ordinary domain: nodes with their names, labels,
+ *  positions, attributes and states, links, tables, experience and fading
+ *  tables, models (expressions copied, naming the copied nodes), the node
+ *  size and the domain's attributes; not evidence, stored cases, the
+ *  junction forest nor back pointers.  "usage" for a class or a domain with
+ *  chain-graph components. */
+KELVA_API k_domain_t k_domain_clone(k_domain_t domain);
+/** A new node of the node's domain or class holding a copy of what the node
+ *  holds (category, kind, subtype, label, position, attributes, states,
+ *  parents, tables and model), without a name, children or evidence.
+ *  "usage" for an instance node, an output clone or a member of a
+ *  chain-graph component; failures of the links as k_node_add_parent. */
+KELVA_API k_node_t k_node_clone(k_node_t node);
 
 /* ------------------------------------------------------------------------ */
 /* Helpers                                                                   */

@@ -198,4 +198,38 @@ k_status_t k_node_substitute_class(k_node_t instance, k_class_t cls) {
   return guard_status([&] { kelva::substitute_class(get(instance), get_class(cls)); });
 }
 
+k_class_t k_cc_add_domain(k_class_collection_t cc, k_domain_t domain, const char* name) {
+  return guard<k_class_t>(nullptr, [&] {
+    kelva::ClassCollection& c = get_cc(cc);
+    return class_handle(&kelva::add_domain_as_class(c, get(domain), name));
+  });
+}
+
+k_status_t k_cc_add_classes(k_class_collection_t cc, k_class_collection_t other) {
+  return guard_status([&] {
+    kelva::ClassCollection& c = get_cc(cc);
+    kelva::add_classes(c, get_cc(other));
+  });
+}
+
+k_node_t* k_node_get_source(k_node_t node) {
+  return guard<k_node_t*>(nullptr, [&] { return handle(get(node).source.data()); });
+}
+
+void* k_node_get_home_backpointer(k_node_t node) {
+  return guard<void*>(nullptr, [&] {
+    kelva::Domain& home = get(node).domain();
+    return home.owner_class != nullptr ? home.owner_class->backpointer : home.backpointer;
+  });
+}
+
+k_domain_t k_domain_clone(k_domain_t domain) {
+  return guard<k_domain_t>(nullptr,
+                           [&] { return handle(kelva::clone_domain(get(domain)).release()); });
+}
+
+k_node_t k_node_clone(k_node_t node) {
+  return guard<k_node_t>(nullptr, [&] { return handle(&kelva::clone_node(get(node))); });
+}
+
 }  // extern "C"

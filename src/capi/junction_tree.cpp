@@ -5,6 +5,7 @@
 
 using kelva::capi::get;
 using kelva::capi::guard;
+using kelva::capi::guard_status;
 using kelva::capi::handle;
 
 extern "C" {
@@ -54,6 +55,22 @@ k_node_t* k_clique_get_members(k_clique_t clique) {
 
 k_clique_t* k_clique_get_neighbors(k_clique_t clique) {
   return guard<k_clique_t*>(nullptr, [&] { return handle(get(clique).neighbours.data()); });
+}
+
+k_status_t k_jt_set_backpointer(k_junction_tree_t jt, void* data) {
+  return guard_status([&] { get(jt).backpointer = data; });
+}
+
+void* k_jt_get_backpointer(k_junction_tree_t jt) {
+  return guard<void*>(nullptr, [&] { return get(jt).backpointer; });
+}
+
+k_status_t k_clique_set_backpointer(k_clique_t clique, void* data) {
+  return guard_status([&] { get(clique).backpointer = data; });
+}
+
+void* k_clique_get_backpointer(k_clique_t clique) {
+  return guard<void*>(nullptr, [&] { return get(clique).backpointer; });
 }
 
 k_junction_tree_t k_clique_get_junction_tree(k_clique_t clique) {

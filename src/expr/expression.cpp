@@ -305,7 +305,7 @@ void ExpressionFactory::let_go(Expression* e) noexcept {
   release(e);
 }
 
-Expression* copy_expression(const Expression& e) {
+Expression* copy_expression(const Expression& e, const NodeMap& map) {
   switch (e.op()) {
     case K_OP_NUMBER:
       return ExpressionFactory::number(e.number());
@@ -314,18 +314,18 @@ Expression* copy_expression(const Expression& e) {
     case K_OP_BOOLEAN:
       return ExpressionFactory::boolean(e.boolean());
     case K_OP_NODE:
-      return ExpressionFactory::node(*e.node());
+      return ExpressionFactory::node(map ? map(*e.node()) : *e.node());
     default:
       break;
   }
   if (heads_chain(e)) {
     // Bottom up along the chain, each copy the left operand of the next.
     const std::vector<const Expression*> links = chain_links(e);
-    Expression* made = copy_expression(*links.back()->operands()[0]);
+    Expression* made = copy_expression(*links.back()->operands()[0], map);
     for (std::size_t i = links.size(); i-- > 0;) {
       Expression* right = nullptr;
       try {
-        right = copy_expression(*links[i]->operands()[1]);
+        right = copy_expression(*links[i]->operands()[1], map);
         made = ExpressionFactory::composite(links[i]->op(), {made, right});
       } catch (...) {
         ExpressionFactory::release(made);
@@ -338,7 +338,7 @@ Expression* copy_expression(const Expression& e) {
   std::vector<Expression*> copies;
   try {
     copies.reserve(e.operands().size());
-    for (const Expression* operand : e.operands()) copies.push_back(copy_expression(*operand));
+    for (const Expression* operand : e.operands()) copies.push_back(copy_expression(*operand, map));
     return ExpressionFactory::composite(e.op(), copies);
   } catch (...) {
     for (Expression* c : copies) ExpressionFactory::release(c);

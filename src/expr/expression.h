@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -117,9 +118,13 @@ bool heads_chain(const Expression& e) noexcept;
 /// operand of the last link is where evaluation starts.
 std::vector<const Expression*> chain_links(const Expression& e);
 
-/// A deep copy of `e` (node pointers kept); Error on failure, with nothing
-/// left behind.
-Expression* copy_expression(const Expression& e);
+/// Maps a node of an expression being copied to the node its copy names.
+using NodeMap = std::function<Node&(Node&)>;
+
+/// A deep copy of `e`: node pointers kept, or mapped through `map` (node
+/// leaves are resolved again when tables are generated); Error on failure,
+/// with nothing left behind.
+Expression* copy_expression(const Expression& e, const NodeMap& map = nullptr);
 
 /// The type of `e` by the type rules, computed bottom-up; with `resolve`,
 /// discrete node leaves are resolved by their node's subtype (label,

@@ -33,6 +33,26 @@ void verify_for_owner(Expression& e, const Node& owner) {
   invalid(!(function && owner.is_discrete()) && contains_operator(e, K_OP_AGGREGATE));
 }
 
+void copy_model(const Node& from, Node& to, const NodeMap& map) {
+  const Model* model = from.model();
+  if (model == nullptr) return;
+  std::vector<Node*> nodes;
+  for (Node* n : model->nodes()) nodes.push_back(&map(*n));
+  ModelPtr fresh(new Model(to, nodes));
+  fresh->samples_per_interval = model->samples_per_interval;
+  for (std::uint64_t i = 0; model->has_slots() && i < model->size(); ++i) {
+    if (model->expression(i) == nullptr) continue;
+    Expression* copy = copy_expression(*model->expression(i), map);
+    try {
+      fresh->set_expression(i, copy);
+    } catch (...) {
+      ExpressionFactory::release(copy);
+      throw;
+    }
+  }
+  to.model_slot() = std::move(fresh);
+}
+
 }  // namespace
 
 Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
@@ -47,6 +67,7 @@ Model::Model(Node& owner, const std::vector<Node*>& model_nodes)
     if (child.model() != nullptr && model_refers_to(*child.model(), gone))
       child.model_slot().reset();
   };
+  copy_model_into = copy_model;
   nodes_.reserve_more(model_nodes.size());
   for (Node* n : model_nodes) {
     nodes_.push_back(n);

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "network/domain.h"
@@ -19,7 +20,9 @@ class ClassCollection;
 /// output nodes.  Instances of it are nodes of other classes.
 class Class : public Object {
  public:
-  Class(ClassCollection& collection, std::string name);
+  /// A class whose body is `body`, an ordinary domain until now (owned
+  /// from here on).
+  Class(ClassCollection& collection, std::string name, Domain* body) noexcept;
   ~Class();
 
   Domain& body() noexcept { return *body_; }
@@ -37,6 +40,7 @@ class Class : public Object {
   void* backpointer = nullptr;
 
  private:
+  friend class ClassCollection;
   ClassCollection* collection_;
   std::string name_;
   std::unique_ptr<Domain> body_;
@@ -83,16 +87,29 @@ class ClassCollection : public Object {
   Class* find(const std::string& name) const noexcept;
   /// Makes an empty class; the caller has checked the name.
   Class& add(std::string name);
+  /// Makes a class of `body`, owned from here on only when this succeeds;
+  /// the caller has checked the name and body.
+  Class& adopt(std::string name, Domain& body);
+  /// Moves every class of `other` (names checked by the caller) here.
+  void take_classes(ClassCollection& other);
   /// Destroys `cls`, which no other class instantiates any more.
   void destroy(Class& cls) noexcept;
 
   /// Java bookkeeping: the "insertClass" call-back's frame and the peer.
   PeerContext& peers() noexcept { return peers_; }
 
+  /// Domains unfolded from these classes whose nodes hold source lists.
+  void add_unfolded(Domain& domain);
+  void remove_unfolded(Domain& domain) noexcept;
+  /// Empties the source lists of those domains and forgets them: a node
+  /// they name is about to go.
+  void forget_sources() noexcept;
+
  private:
   PtrList<Class> members_;
   PtrList<Domain> bodies_;
   PeerContext peers_;
+  std::unordered_set<Domain*> unfolded_;
 };
 
 /// The class whose body `domain` is, or null for an ordinary domain.

@@ -2,6 +2,7 @@
 
 #include <cstdio>
 
+#include "network/class.h"
 #include "network/error.h"
 #include "network/names.h"
 #include "network/node.h"
@@ -39,6 +40,7 @@ Domain::~Domain() {
   chain_components.clear();
   for (Table* t : free_tables_) Destroy<Table>{}(t);
   free_tables_.clear();
+  if (unfolded_from != nullptr) unfolded_from->remove_unfolded(*this);
   while (first_ != nullptr) destroy_node(first_);
   drop_context(peers_);
   if (log_ != nullptr) std::fclose(log_);
@@ -121,6 +123,7 @@ void Domain::insert_at_head(Node* node) noexcept {
 }
 
 void Domain::destroy_node(Node* node) noexcept {
+  if (owner_class != nullptr) owner_class->collection().forget_sources();
   if (node->prev != nullptr) node->prev->next = node->next;
   else first_ = node->next;
   if (node->next != nullptr) node->next->prev = node->prev;

@@ -26,6 +26,7 @@ namespace kelva {
 /// nodes joined by undirected links, their parents, and the component's
 /// table over the parents and the members.
 class Class;
+class ClassCollection;
 class Forest;
 /// A junction forest, destroyed as the compilation layer registered.
 using ForestPtr = Owned<Forest>;
@@ -82,6 +83,9 @@ class Domain : public Object {
   bool is_class() const noexcept { return owner_class != nullptr; }
   /// The class this domain is the body of (network/class.h), else null.
   Class* owner_class = nullptr;
+  /// The collection of the class this domain was unfolded from, while the
+  /// nodes' source lists name nodes of its classes (network/class.h).
+  ClassCollection* unfolded_from = nullptr;
 
   AttributeList& attributes() noexcept { return attributes_; }
   const AttributeList& attributes() const noexcept { return attributes_; }

@@ -118,6 +118,10 @@ class Node : public Object {
   std::unique_ptr<InstanceData> instance_data;
   Node* master = nullptr;
   Node* clone_instance = nullptr;
+  /// For a node of an unfolded domain: the instance nodes of its path, then
+  /// the class node it copies; emptied when any node of the collection's
+  /// classes is deleted (ClassCollection::forget_sources).
+  NodeList source;
 
   Node* next = nullptr;  // the domain's node chain
   Node* prev = nullptr;

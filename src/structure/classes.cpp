@@ -73,6 +73,28 @@ Class& new_class(ClassCollection& collection, const char* name) {
   return collection.add(name);
 }
 
+Class& add_domain_as_class(ClassCollection& collection, Domain& domain, const char* name) {
+  require(name != nullptr && !domain.is_class() && domain.chain_components.empty());
+  if (!valid_class_name(name)) throw Error(K_ERROR_INVALID_NAME);
+  if (collection.find(name) != nullptr) throw Error(K_ERROR_TWICE);
+  for (const Node* n = domain.first_node(); n != nullptr; n = n->next)
+    require(n->name().find('.') == std::string::npos);
+  Class& cls = collection.adopt(name, domain);
+  domain.uncompile();
+  if (domain.unfolded_from != nullptr) {
+    for (Node* n = domain.first_node(); n != nullptr; n = n->next) n->source.clear();
+    domain.unfolded_from->remove_unfolded(domain);
+  }
+  return cls;
+}
+
+void add_classes(ClassCollection& collection, ClassCollection& other) {
+  require(&collection != &other);
+  for (const Class* c : other.members())
+    if (collection.find(c->name()) != nullptr) throw Error(K_ERROR_TWICE);
+  collection.take_classes(other);
+}
+
 void rename_class(Class& cls, const char* name) {
   require(name != nullptr);
   if (cls.name() == name) return;

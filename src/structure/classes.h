@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 #include "network/class.h"
@@ -14,10 +15,22 @@ namespace kelva {
 /// Drops the model of `child` when it refers to `gone`.  The expression layer
 /// registers it from the model constructor (no model, nothing to drop).
 inline void (*drop_model_referring)(Node& child, const Node& gone) noexcept = nullptr;
+/// Gives `to` a copy of the model of `from`, its nodes and the nodes its
+/// expressions name mapped through `map`.  Registered by the expression
+/// layer like drop_model_referring (no model was ever made: nothing to copy).
+inline void (*copy_model_into)(const Node& from, Node& to,
+                               const std::function<Node&(Node&)>& map) = nullptr;
 
 /// A new empty class: "invalid_name" for a name that is not one identifier,
 /// "twice" when the collection has a class of that name.
 Class& new_class(ClassCollection& collection, const char* name);
+/// Makes the ordinary domain `domain` (owned by the caller until now) a
+/// class named `name` under the same rules: Error(usage) when a node name
+/// holds a dot, or the domain has chain-graph components; uncompiles it.
+Class& add_domain_as_class(ClassCollection& collection, Domain& domain, const char* name);
+/// Moves every class of `other` into `collection` (`other` is left empty):
+/// "twice" when a name is in both, and nothing moves.
+void add_classes(ClassCollection& collection, ClassCollection& other);
 /// Renames a class under the same rules.
 void rename_class(Class& cls, const char* name);
 /// Deletes a class and every instance of it in other classes.
@@ -60,6 +73,18 @@ void release_class_ties(Node& node);
 /// A new ordinary domain holding `cls` unfolded: nodes of instances named
 /// `instance.node` at every depth, bound inputs replaced by their actual
 /// nodes, unbound inputs kept with their own tables.
+/// Its nodes get source lists (Node::source) and the domain is registered
+/// with the class's collection so that deleting class nodes empties them.
 std::unique_ptr<Domain> create_domain(Class& cls);
+
+/// A deep copy of an ordinary domain: nodes (names, labels, positions,
+/// attributes, states), links, tables, experience and fading tables,
+/// models, node size and attributes; not evidence, cases nor the forest.
+/// Error(usage) for a class body or a domain with chain-graph components.
+std::unique_ptr<Domain> clone_domain(Domain& domain);
+/// A new node of the same domain holding what `node` holds (but no name
+/// and no children): the same parents, tables and model.  Error(usage) for
+/// an instance node, an output clone or a member of a chain-graph component.
+Node& clone_node(Node& node);
 
 }  // namespace kelva

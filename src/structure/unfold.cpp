@@ -5,6 +5,7 @@
 // (down into the instance's frame).
 
 #include <deque>
+#include <functional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -23,6 +24,7 @@ struct Frame {
   std::string prefix;
   Frame* outer;
   const InstanceData* instance;  // null for the top frame
+  Node* instance_node;           // null for the top frame
   std::unordered_map<const Node*, Node*> copies;
   std::unordered_map<const Node*, Frame*> inner;  // by instance node
 };
@@ -40,6 +42,37 @@ std::vector<Node*> oldest_first(const Domain& body) {
   return {nodes.rbegin(), nodes.rend()};
 }
 
+void copy_states(const Node& from, Node& to) {
+  if (!from.is_discrete()) return;
+  to.resize_states(from.state_count());
+  for (std::size_t i = 0; i < from.state_count(); ++i) {
+    if (*from.state_label(i) != '\0') to.set_state_label(i, from.state_label(i));
+    to.set_state_value(i, from.state_value(i));
+  }
+  to.set_state_value(from.state_count(), from.state_value(from.state_count()));
+}
+
+// A table of `owner` in `slot` over the nodes of `from` mapped through
+// `map`, in the same order, so the contents copy as they are.
+void copy_table(const Table* from, TableRole role, TablePtr& slot, Node& owner,
+                const std::function<Node&(Node&)>& map) {
+  if (from == nullptr) return;
+  std::vector<Node*> order;
+  order.reserve(from->nodes().size());
+  for (Node* m : from->nodes()) order.push_back(&map(*m));
+  slot.reset(new Table(owner.domain(), order, role, &owner));
+  slot->assign_contents(*from);
+}
+
+// The tables and model of `from` given to `to`, whose links are made.
+void copy_contents(const Node& from, Node& to, const std::function<Node&(Node&)>& map) {
+  copy_table(from.table(), TableRole::conditional, to.table_slot(), to, map);
+  copy_table(from.experience_table(), TableRole::experience, to.experience_slot(), to, map);
+  copy_table(from.fading_table(), TableRole::fading, to.fading_slot(), to, map);
+  if (from.model() != nullptr) copy_model_into(from, to, map);
+  to.needs_generation = from.needs_generation;
+}
+
 class Unfolder {
  public:
   explicit Unfolder(Domain& out) : out_(out) {}
@@ -51,12 +84,15 @@ class Unfolder {
                                                  frame.prefix + n->name_or_generate() + ".",
                                                  &frame,
                                                  n->instance_data.get(),
+                                                 n,
                                                  {},
                                                  {}});
         frame.inner.emplace(n, &inner);
         make_nodes(inner);
       } else if (n->master == nullptr && !bound(frame, *n)) {
-        frame.copies.emplace(n, &copy_node(*n, frame.prefix));
+        Node& copy = copy_node(*n, frame.prefix);
+        frame.copies.emplace(n, &copy);
+        if (with_sources) set_source(frame, *n, copy);
       }
     }
   }
@@ -66,10 +102,34 @@ class Unfolder {
       if (n->instance_data != nullptr) {
         make_links(*frame.inner.at(n));
       } else if (auto it = frame.copies.find(n); it != frame.copies.end()) {
-        for (Node* p : n->parents()) add_parent(*it->second, resolve(frame, *p));
-        copy_tables(frame, *n, *it->second);
+        link(frame, *n, *it->second);
       }
     }
+  }
+
+  // Refuses an unfolded network whose links (made unchecked by `link`)
+  // close a directed cycle or a cyclic functional dependency: both are
+  // possible only through bindings, since every class body is free of them.
+  void check_acyclic() const {
+    std::unordered_map<const Node*, std::size_t> waiting;
+    std::vector<const Node*> ready;
+    for (const Node* n = out_.first_node(); n != nullptr; n = n->next) {
+      waiting.emplace(n, n->parents().size());
+      if (n->parents().size() == 0) ready.push_back(n);
+    }
+    std::size_t done = 0;
+    while (!ready.empty()) {
+      const Node* n = ready.back();
+      ready.pop_back();
+      ++done;
+      for (const Node* c : n->children())
+        if (--waiting.at(c) == 0) ready.push_back(c);
+    }
+    if (done != waiting.size()) throw Error(K_ERROR_CYCLIC_NETWORK);
+    for (const Node* n = out_.first_node(); n != nullptr; n = n->next)
+      if (n->category() == K_CATEGORY_UTILITY)
+        for (const Node* c : n->children())
+          if (!functional_dependency_ok(*c, *n)) throw Error(K_ERROR_CYCLIC_FUNCTIONAL_DEPENDENCY);
   }
 
  private:
@@ -92,56 +152,92 @@ class Unfolder {
     c->x = n.x;
     c->y = n.y;
     copy_attributes(n.attributes(), c->attributes());
-    if (n.is_discrete()) {
-      c->resize_states(n.state_count());
-      for (std::size_t i = 0; i < n.state_count(); ++i) {
-        if (*n.state_label(i) != '\0') c->set_state_label(i, n.state_label(i));
-        c->set_state_value(i, n.state_value(i));
-      }
-      c->set_state_value(n.state_count(), n.state_value(n.state_count()));
-    }
+    copy_states(n, *c);
     return *c;
   }
 
-  // A table of `copy` (made by `make`) shaped and filled as `from`.
-  void copy_table(Frame& frame, const Table* from, Table& (*make)(Node&), Node& copy) {
-    if (from == nullptr) return;
-    Table& to = make(copy);
-    std::vector<Node*> order;
-    for (Node* m : from->nodes()) order.push_back(&resolve(frame, *m));
-    to.reorder(order);
-    to.assign_contents(*from);
+  // The links of `copy` (the parents of `original`, resolved) and its tables,
+  // each over the resolved nodes of the original's table in the same order,
+  // so the contents copy as they are.  The links skip the per-link cycle
+  // search of add_parent (a walk of the growing domain per link, quadratic
+  // over a long chain of instances); check_acyclic runs once at the end.
+  void link(Frame& frame, Node& original, Node& copy) {
+    for (Node* p : original.parents()) {
+      Node& parent = resolve(frame, *p);
+      // Two inputs bound to one actual node would make it a parent twice.
+      require(!copy.parents().contains(&parent));
+      copy.parents_mut().push_back(&parent);
+      parent.children_mut().push_back(&copy);
+    }
+    copy_contents(original, copy, [&](Node& n) -> Node& { return resolve(frame, n); });
   }
 
-  void copy_tables(Frame& frame, Node& original, Node& copy) {
-    copy_table(frame, original.table(), node_table, copy);
-    copy_table(frame, original.experience_table(), experience_table, copy);
-    copy_table(frame, original.fading_table(), fading_table, copy);
+  // The instance nodes from the top frame down to `frame`, then `original`.
+  static void set_source(const Frame& frame, Node& original, Node& copy) {
+    std::size_t depth = 0;
+    for (const Frame* f = &frame; f->instance_node != nullptr; f = f->outer) ++depth;
+    copy.source.reserve_more(depth + 1);
+    for (std::size_t i = 0; i < depth; ++i) copy.source.push_back(nullptr);
+    const Frame* f = &frame;
+    for (std::size_t i = depth; i-- > 0; f = f->outer) copy.source.replace(i, f->instance_node);
+    copy.source.push_back(&original);
   }
 
   Domain& out_;
 
  public:
   std::deque<Frame> frames;
+  bool with_sources = false;
 };
 
 // Copies the network of `from` (instances unfolded) into the empty `into`.
-void copy_network(Domain& from, Domain& into) {
+void copy_network(Domain& from, Domain& into, bool with_sources) {
   into.node_width = from.node_width;
   into.node_height = from.node_height;
   copy_attributes(from.attributes(), into.attributes());
   Unfolder unfolder(into);
-  Frame& top = unfolder.frames.emplace_back(Frame{&from, "", nullptr, nullptr, {}, {}});
+  unfolder.with_sources = with_sources;
+  Frame& top = unfolder.frames.emplace_back(Frame{&from, "", nullptr, nullptr, nullptr, {}, {}});
   unfolder.make_nodes(top);
   unfolder.make_links(top);
+  unfolder.check_acyclic();
+  into.forget_graph_queries();
 }
 
 }  // namespace
 
 std::unique_ptr<Domain> create_domain(Class& cls) {
   auto out = std::make_unique<Domain>();
-  copy_network(cls.body(), *out);
+  copy_network(cls.body(), *out, true);
+  cls.collection().add_unfolded(*out);
   return out;
+}
+
+std::unique_ptr<Domain> clone_domain(Domain& domain) {
+  require(!domain.is_class() && domain.chain_components.empty());
+  auto out = std::make_unique<Domain>();
+  copy_network(domain, *out, false);
+  return out;
+}
+
+Node& clone_node(Node& node) {
+  require(node.instance_data == nullptr && node.master == nullptr);
+  Domain& domain = node.domain();
+  for (const auto& c : domain.chain_components) require(!c->members.contains(&node));
+  Node& copy = *domain.new_node(node.category(), node.kind(), node.subtype());
+  try {
+    copy.label = node.label;
+    copy.x = node.x;
+    copy.y = node.y;
+    copy_attributes(node.attributes(), copy.attributes());
+    copy_states(node, copy);
+    for (Node* p : node.parents()) add_parent(copy, *p);
+    copy_contents(node, copy, [&](Node& n) -> Node& { return &n == &node ? copy : n; });
+  } catch (...) {
+    delete_node(copy);
+    throw;
+  }
+  return copy;
 }
 
 }  // namespace kelva

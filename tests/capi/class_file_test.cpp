@@ -171,4 +171,27 @@ TEST(ClassFiles, UnfoldingRefusesContinuousNodesBesideDecisions) {
   k_cc_delete(cc);
 }
 
+// Unfolding copies models, their expressions naming the unfolded nodes (the
+// bound input `u` of I becomes `r`); generated tables give the beliefs.
+TEST(ClassFiles, UnfoldingCopiesModelsNamingTheUnfoldedNodes) {
+  const char* text =
+      "class Leaf {\ninputs = (u);\noutputs = (x);\nnode u { states = (\"a\" \"b\"); }\n"
+      "node x { states = (\"a\" \"b\"); }\npotential (u) { data = (0.5 0.5); }\n"
+      "potential (x | u) { model_nodes = (); model_data = ( if (u == "
+      "\"a\", Distribution (0.2, 0.8), Distribution (0.7, 0.3)) ); }\n}\n"
+      "class Top {\nnode r { states = (\"a\" \"b\"); }\npotential (r) { data = (0.4 0.6); }\n"
+      "instance I : Leaf (u = r; x = Ix) {}\n}\n";
+  k_class_collection_t cc = k_new_class_collection();
+  ASSERT_EQ(k_net_parse_classes_string(text, cc, nullptr, nullptr, nullptr, nullptr), 0);
+  k_domain_t flat = k_class_create_domain(k_cc_get_class_by_name(cc, "Top"));
+  k_node_t ix = k_domain_get_node_by_name(flat, "I.x");
+  char* printed = k_expression_to_string(k_model_get_expression(k_node_get_model(ix), 0));
+  EXPECT_STREQ(printed, "if (r == \"a\", Distribution (0.2, 0.8), Distribution (0.7, 0.3))");
+  std::free(printed);
+  ASSERT_EQ(k_domain_compile(flat), 0);
+  EXPECT_NEAR(k_node_get_belief(ix, 0), 0.4 * 0.2 + 0.6 * 0.7, 1e-12);
+  k_domain_delete(flat);
+  k_cc_delete(cc);
+}
+
 }  // namespace

@@ -112,7 +112,7 @@ void expect_same_beliefs(k_domain_t flat, k_domain_t unfolded) {
 
 TEST(Classes, UnfoldedHierarchyMatchesTheFlatNetworkWithAndWithoutEvidence) {
   Hierarchy h;
-  k_domain_t unfolded = k_class_create_domain(h.top);
+  k_domain_t unfolded = k_class_create_domain(h.top), copy = k_domain_clone(unfolded);
   k_domain_t flat = k_new_domain();
   k_node_t r = chance(flat, "r", 2);
   define(r, {}, "Top.r");
@@ -124,14 +124,83 @@ TEST(Classes, UnfoldedHierarchyMatchesTheFlatNetworkWithAndWithoutEvidence) {
   for (k_domain_t d : {flat, unfolded}) EXPECT_EQ(k_domain_get_number_of_chance_nodes(d), 24u);
   ASSERT_EQ(k_domain_compile(flat), 0);
   ASSERT_EQ(k_domain_compile(unfolded), 0);
+  ASSERT_EQ(k_domain_compile(copy), 0);
   expect_same_beliefs(flat, unfolded);
-  for (k_domain_t d : {flat, unfolded}) {
+  for (k_domain_t d : {flat, unfolded, copy}) {
     for (auto [name, state] : {std::pair{"M2.L2.x", 1}, {"z", 0}, {"M3.L1.y", 2}})
       ASSERT_EQ(k_node_select_state(k_domain_get_node_by_name(d, name), state), 0);
   }
   expect_same_beliefs(flat, unfolded);
+  expect_same_beliefs(flat, copy);
   k_domain_delete(flat);
   k_domain_delete(unfolded);
+  k_domain_delete(copy);
+}
+
+std::vector<std::string> source(k_domain_t d, const char* name) {
+  std::vector<std::string> names;
+  for (k_node_t* s = k_node_get_source(k_domain_get_node_by_name(d, name)); *s; ++s)
+    names.emplace_back(k_node_get_name(*s));
+  return names;
+}
+
+// Source lists (emptied when a class node goes, safe when the collection goes first), node
+// clones, classes added from a domain or a collection, back pointers of homes, trees, cliques.
+TEST(Classes, SourcesNodeClonesAndAddedClasses) {
+  auto* h = new Hierarchy;
+  k_domain_t unfolded = k_class_create_domain(h->top), extra = k_class_create_domain(h->leaf);
+  EXPECT_EQ(source(unfolded, "M3.L2.x"), (std::vector<std::string>{"M3", "L2", "x"}));
+  k_node_t z = k_domain_get_node_by_name(unfolded, "z"), twin = k_node_clone(z);
+  EXPECT_EQ(k_node_get_parents(z)[2], k_node_get_parents(twin)[2]);
+  EXPECT_EQ(k_table_get_data_item(k_node_get_table(twin), 5),
+            k_table_get_data_item(k_node_get_table(z), 5));
+  ASSERT_EQ(k_domain_compile(unfolded), 0);
+  int tag[3] = {};
+  k_junction_tree_t jt = k_domain_get_first_junction_tree(unfolded);
+  ASSERT_EQ(k_jt_set_backpointer(jt, tag) | k_clique_set_backpointer(k_jt_get_root(jt), tag + 1) |
+                k_class_set_backpointer(h->leaf, tag + 2),
+            0);
+  EXPECT_TRUE(k_jt_get_backpointer(jt) == tag &&
+              k_clique_get_backpointer(k_jt_get_root(jt)) == tag + 1);
+  EXPECT_EQ(k_node_get_home_backpointer(k_domain_get_first_node(as_domain(h->leaf))), tag + 2);
+  k_node_t m1 = k_domain_get_node_by_name(as_domain(h->top), "M1");
+  EXPECT_NULL_WITH(k_node_clone(k_node_get_outputs(m1)[0]), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_domain_clone(as_domain(h->top)), K_ERROR_USAGE);
+  EXPECT_NULL_WITH(k_cc_add_domain(h->cc, extra, "Leaf"), K_ERROR_TWICE);
+  EXPECT_NULL_WITH(k_cc_add_domain(h->cc, unfolded, "Flat"), K_ERROR_USAGE);  // dotted names
+  ASSERT_EQ(k_cc_add_domain(h->cc, extra, "Extra"), reinterpret_cast<k_class_t>(extra));
+  k_class_collection_t other = k_new_class_collection();
+  k_class_t moved = k_cc_new_class(other, "Leaf");
+  EXPECT_FAILS(k_cc_add_classes(h->cc, other), K_ERROR_TWICE);
+  ASSERT_EQ(k_class_set_name(moved, "Other") | k_cc_add_classes(h->cc, other), 0);
+  EXPECT_TRUE(k_class_get_class_collection(moved) == h->cc && !k_cc_get_members(other)[0]);
+  k_cc_delete(other);
+  ASSERT_EQ(k_node_delete(k_domain_get_node_by_name(as_domain(h->top), "z")), 0);
+  EXPECT_TRUE(source(unfolded, "M3.L2.x").empty());
+  k_domain_t last = k_class_create_domain(h->top);
+  delete h;
+  EXPECT_TRUE(source(last, "M1.w").empty());
+  for (k_domain_t d : {unfolded, last}) k_domain_delete(d);
+}
+
+// Bindings can close what no class body holds: a directed cycle (an input bound to its own
+// output), and one node bound to two inputs of one child.
+TEST(Classes, UnfoldingRefusesWhatOnlyBindingsClose) {
+  k_class_collection_t cc = k_new_class_collection();
+  k_class_t leaf = k_cc_new_class(cc, "Leaf"), top = k_cc_new_class(cc, "Top");
+  k_domain_t l = as_domain(leaf), t = as_domain(top);
+  k_node_t u = chance(l, "u", 2), v = chance(l, "v", 2), y = chance(l, "y", 2);
+  define(y, {u, v}, "y");
+  for (k_node_t input : {u, v}) ASSERT_EQ(k_node_add_to_inputs(input), 0);
+  ASSERT_EQ(k_node_add_to_outputs(y), 0);
+  k_node_t i = instance(top, leaf, "I");
+  ASSERT_EQ(k_node_set_input(i, u, k_node_get_output(i, y)), 0);
+  EXPECT_NULL_WITH(k_class_create_domain(top), K_ERROR_CYCLIC_NETWORK);
+
+  k_node_t d = chance(t, "d", 2);
+  ASSERT_EQ(k_node_set_input(i, u, d) | k_node_set_input(i, v, d), 0);
+  EXPECT_NULL_WITH(k_class_create_domain(top), K_ERROR_USAGE);
+  k_cc_delete(cc);
 }
 
 TEST(Classes, HierarchyAndNameRefusalsLeaveTheCollectionAsItWas) {

@@ -1755,4 +1755,36 @@ public final class Domain implements AutoCloseable {
   public void learnGreedyStructure(Score score, long tabuLength, long restarts, boolean fromCurrent) {
     check(kDomainLearnGreedyStructure(handle, score.code(), tabuLength, restarts, fromCurrent ? 1 : 0));
   }
+
+  // ---- Deep copies ----
+
+  /**
+   * A deep copy of the domain: nodes with their names, labels, positions,
+   * attributes and states, links, tables, experience and fading tables,
+   * models, the node size and the domain's attributes; not evidence,
+   * stored cases nor the junction forest (the copy is not compiled).
+   *
+   * @return the copy, a domain of its own to close
+   * @throws KelvaException "usage" when the domain is closed or has
+   *     chain-graph components
+   */
+  public Domain cloneDomain() {
+    return new Domain(check(kDomainClone(handle)));
+  }
+
+  /**
+   * Gives the engine node {@code h}, new in this domain, a Java node; an
+   * engine node that cannot get one is deleted again.
+   */
+  Node adopt(long h) {
+    Node node = new Node(this);
+    try {
+      check(kNodeAttachPeer(h, node));
+    } catch (RuntimeException e) {
+      kNodeDelete(h);
+      throw e;
+    }
+    nodes.put(h, node);
+    return node;
+  }
 }

@@ -1351,4 +1351,18 @@ public final class Node {
   public void setGamma(double gamma, long i) {
     check(kNodeSetGamma(nodePeer, gamma, i));
   }
+
+  /**
+   * A new node of the same domain holding a copy of what this node holds:
+   * category, kind, subtype, label, position, attributes, states, parents,
+   * tables and model; it has no name of its own (one is generated when
+   * asked), no children and no evidence.
+   *
+   * @return the new node
+   * @throws KelvaException "usage" for a dead node, an instance node, an
+   *     output clone or a member of a chain-graph component
+   */
+  public Node cloneNode() {
+    return domain.adopt(check(kNodeClone(nodePeer)));
+  }
 }

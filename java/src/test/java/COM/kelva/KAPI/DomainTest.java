@@ -148,4 +148,14 @@ class DomainTest {
       assertFails(ErrorCode.IO, () -> d.setLogFile(dir.resolve("none/x.log").toString(), false));
     }
   }
+
+  @Test
+  void clonesCopyTheNetworkAndGiveJavaNodes() {
+    try (Domain d = rain(); Domain copy = d.cloneDomain()) {
+      Node twin = copy.getNodeByName("wet").cloneNode();
+      assertEquals(copy.getNodeByName("wet").getParents(), twin.getParents());
+      copy.compile();
+      assertEquals(0.2 * 0.9 + 0.8 * 0.25, twin.getBelief(0), 1e-12);
+    }
+  }
 }
