@@ -80,15 +80,17 @@ int main(int argc, char** argv) {
     if (method == "pc") status = k_domain_learn_structure(d);
     if (method == "tree") status = k_domain_learn_tree_structure(d, nodes_of(d)[0], nullptr);
     if (method == "greedy") status = k_domain_learn_greedy_structure(d, K_SCORE_BIC, 0, 0, 0);
-    // NPC, each region resolved by its first minimal solution (a region
-    // too large for the search keeps all its uncertain edges).
+    // NPC, each region resolved by its first minimal solution.
     std::size_t regions = 0, uncertain = 0;
     if (method == "npc" && (status = k_domain_learn_structure_npc(d)) == 0)
       for (k_ambiguous_region_t r = k_domain_get_first_ambiguous_region(d); r != nullptr;
            r = k_ambiguous_region_get_next(r)) {
         ++regions;
         for (k_uncertain_edge_t* e = k_ambiguous_region_get_edges(r); *e != nullptr; ++e) ++uncertain;
-        k_ambiguous_region_find_minimal_solutions(r);
+        if (k_ambiguous_region_find_minimal_solutions(r) == 0) continue;
+        // As kelva learn-structure: edge by edge, absent when possible.
+        for (k_uncertain_edge_t* e = k_ambiguous_region_get_edges(r); *e != nullptr; ++e)
+          if (k_uncertain_edge_manual_decision(*e, 0) != 0) k_uncertain_edge_manual_decision(*e, 1);
       }
     const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
     if (status != 0) {

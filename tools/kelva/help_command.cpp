@@ -407,7 +407,8 @@ the tables by EM, and OUT.net holds the network with positions for a
 layered picture.  Then KEY<TAB>VALUE lines: method, cases, links, seconds
 (of structure learning) and bic (of the structure, before EM); npc adds
 regions (its ambiguous regions, each resolved by its first minimal
-solution, or kept whole when more than 16 of its edges are uncertain).
+solution; with more than 16 uncertain edges, by deciding each edge in turn
+absent when a solution allows it, which also ends in a minimal solution).
 )TXT",
      "kelva learn-structure alarm.dat -o learned.net --method greedy"},
 };

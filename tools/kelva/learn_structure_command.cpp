@@ -137,9 +137,14 @@ void run_learn_structure(std::FILE* out, const Options& options) {
     for (k_ambiguous_region_t r = checked(k_domain_get_first_ambiguous_region(domain.get()));
          r != nullptr; r = checked(k_ambiguous_region_get_next(r))) {
       ++regions;
-      // A region too large for the search ("usage") keeps all its edges.
-      if (k_ambiguous_region_find_minimal_solutions(r) != 0 && k_error_code() != K_ERROR_USAGE)
-        throw ApiError(k_error_code());
+      if (k_ambiguous_region_find_minimal_solutions(r) == 0) continue;
+      if (k_error_code() != K_ERROR_USAGE) throw ApiError(k_error_code());
+      // Too large for the search: each edge in turn is decided absent when
+      // some solution allows it, else present.  What stays is a minimal
+      // solution (putting back fewer edges only makes statements fail).
+      for (k_uncertain_edge_t* e = checked(k_ambiguous_region_get_edges(r)); *e != nullptr; ++e)
+        if (k_uncertain_edge_manual_decision(*e, 0) != 0)
+          checked(k_uncertain_edge_manual_decision(*e, 1));
     }
   } else if (method == "greedy") {
     checked(k_domain_learn_greedy_structure(domain.get(), options.score, 0, 0, 0));
