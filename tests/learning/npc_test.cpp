@@ -6,8 +6,6 @@
 #include <vector>
 
 #include "kelva/kelva.h"
-#include "learning/npc.h"
-#include "network/error.h"
 
 namespace kelva {
 namespace {
@@ -103,21 +101,38 @@ TEST(Npc, ContradictoryTestsGiveARegionWithItsSolutions) {
   k_domain_delete(d);
 }
 
-TEST(Npc, MinimalSolutionsOfLargeRegionsAreRefused) {
-  // Dependent marginally, independent given anything: PC unlinks all 21
-  // pairs of 7 variables, every statement fails the condition.
-  const NpcAnalysis a = npc_analyse(
-      7, [](std::size_t, std::size_t, const std::vector<std::size_t>& s) { return !s.empty(); },
-      EdgeRules(7));
-  ASSERT_EQ(a.uncertain.size(), 21U);
-  ASSERT_EQ(a.regions.size(), 1U);
-  EXPECT_THROW(npc_minimal_solutions(a, a.regions[0],
-                                     std::vector<EdgeDecision>(21, EdgeDecision::open)),
-               Error);
-  // With 6 decided, 15 are left: searched.
-  std::vector<EdgeDecision> d(21, EdgeDecision::open);
-  for (std::size_t e = 0; e < 6; ++e) d[e] = EdgeDecision::present;
-  EXPECT_FALSE(npc_minimal_solutions(a, a.regions[0], d).empty());
+TEST(Npc, LargeRegionsAreResolvedEdgeByEdge) {
+  // Seven copies: every pair is independent given any third, so all 21
+  // pairs are uncertain, one region, too large for the minimal search.
+  k_domain_t d = k_new_domain();
+  std::vector<k_node_t> v;
+  k_domain_set_number_of_cases(d, 40);
+  for (int i = 0; i < 7; ++i) {
+    v.push_back(k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL));
+    k_node_set_number_of_states(v.back(), 2);
+    for (k_size_t c = 0; c < 40; ++c) k_node_set_case_state(v.back(), c, c % 2);
+  }
+  ASSERT_EQ(k_domain_learn_structure_npc(d), 0);
+  k_ambiguous_region_t r = k_domain_get_first_ambiguous_region(d);
+  k_uncertain_edge_t* e = k_ambiguous_region_get_edges(r);
+  EXPECT_EQ(link_count(links_of(v)), 21U);
+  EXPECT_NE(k_ambiguous_region_find_minimal_solutions(r), 0);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
+  EXPECT_EQ(link_count(links_of(v)), 21U);
+  // Absent whenever a solution allows it: what is left is minimal, so no
+  // present edge can be made absent afterwards.
+  std::vector<k_uncertain_edge_t> kept;
+  for (int i = 0; i < 21; ++i)
+    if (k_uncertain_edge_manual_decision(e[i], 0) != 0) {
+      ASSERT_EQ(k_uncertain_edge_manual_decision(e[i], 1), 0);
+      kept.push_back(e[i]);
+    }
+  EXPECT_EQ(link_count(links_of(v)), kept.size());
+  for (k_uncertain_edge_t k : kept) EXPECT_NE(k_uncertain_edge_manual_decision(k, 0), 0);
+  // Few enough undecided edges now: the one minimal solution is found.
+  ASSERT_EQ(k_ambiguous_region_find_minimal_solutions(r), 0);
+  EXPECT_EQ(solutions(r, v).size(), 1U);
+  k_domain_delete(d);
 }
 
 }  // namespace
