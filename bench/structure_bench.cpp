@@ -86,7 +86,8 @@ int main(int argc, char** argv) {
       for (k_ambiguous_region_t r = k_domain_get_first_ambiguous_region(d); r != nullptr;
            r = k_ambiguous_region_get_next(r)) {
         ++regions;
-        for (k_uncertain_edge_t* e = k_ambiguous_region_get_edges(r); *e != nullptr; ++e) ++uncertain;
+        for (k_uncertain_edge_t* e = k_ambiguous_region_get_edges(r); *e != nullptr; ++e)
+          ++uncertain;
         if (k_ambiguous_region_find_minimal_solutions(r) == 0) continue;
         // As kelva learn-structure: edge by edge, absent when possible.
         for (k_uncertain_edge_t* e = k_ambiguous_region_get_edges(r); *e != nullptr; ++e)

@@ -1850,8 +1850,7 @@ KELVA_API k_status_t k_uncertain_edge_manual_decision(k_uncertain_edge_t edge, i
  *  I(feature; target) when none are chosen.  -1 with "usage" when the
  *  feature is the target or listed, or the cases are refused as by the
  *  structure learners. */
-KELVA_API double k_node_get_jmi_score(k_node_t feature, k_node_t target,
-                                      const k_node_t *selected);
+KELVA_API double k_node_get_jmi_score(k_node_t feature, k_node_t target, const k_node_t *selected);
 /** Chooses `count` features for `target` by greedy forward selection on the
  *  JMI score (first the highest I(X; target), then each time the highest
  *  score given those chosen; a required target link is chosen first, a

@@ -89,8 +89,8 @@ k_node_t k_uncertain_edge_get_first_node(k_uncertain_edge_t edge) {
 }
 
 k_node_t k_uncertain_edge_get_second_node(k_uncertain_edge_t edge) {
-  return guard<k_node_t>(nullptr,
-                         [&] { return handle(&kelva::uncertain_edge_node(get_edge(edge), false)); });
+  return guard<k_node_t>(
+      nullptr, [&] { return handle(&kelva::uncertain_edge_node(get_edge(edge), false)); });
 }
 
 k_status_t k_uncertain_edge_manual_decision(k_uncertain_edge_t edge, int present) {

@@ -5,8 +5,8 @@
 #include <cmath>
 
 #include "capi/boundary.h"
-#include "learning/independence.h"
 #include "learning/features.h"
+#include "learning/independence.h"
 #include "learning/search.h"
 
 using kelva::Node;
@@ -113,7 +113,8 @@ extern "C" {
 double k_node_get_jmi_score(k_node_t feature, k_node_t target, const k_node_t* selected) {
   return guard(-1.0, [&] {
     kelva::NodeList chosen;
-    for (const k_node_t* s = selected; s != nullptr && *s != nullptr; ++s) chosen.push_back(&get(*s));
+    for (const k_node_t* s = selected; s != nullptr && *s != nullptr; ++s)
+      chosen.push_back(&get(*s));
     return kelva::jmi_score(get(feature), get(target), chosen);
   });
 }

@@ -30,7 +30,8 @@ double joint_information(const LearningData& data, std::size_t a, std::size_t b,
   double sum = 0.0;
   for (std::size_t i = 0; i < rx; ++i)
     for (std::size_t j = 0; j < ry; ++j)
-      if (n[i * ry + j] > 0.0) sum += n[i * ry + j] * std::log(n[i * ry + j] * total / (nx[i] * ny[j]));
+      if (n[i * ry + j] > 0.0)
+        sum += n[i * ry + j] * std::log(n[i * ry + j] * total / (nx[i] * ny[j]));
   return total > 0.0 ? sum / total : 0.0;
 }
 

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <bit>
-#include <string>
 #include <numeric>
+#include <string>
 
 #include "learning/independence.h"
 #include "learning/structure_learning.h"
@@ -128,8 +128,7 @@ std::vector<std::vector<std::size_t>> npc_minimal_solutions(
     std::sort(masks.begin(), masks.end(),
               [&](std::uint32_t l, std::uint32_t r) { return chosen(l) < chosen(r); });
     for (std::uint32_t mask : masks) {
-      if (std::any_of(found.begin(), found.end(),
-                      [&](std::uint32_t f) { return (mask & f) == f; }))
+      if (std::any_of(found.begin(), found.end(), [&](std::uint32_t f) { return (mask & f) == f; }))
         continue;
       std::vector<std::uint8_t> present = base;
       for (std::size_t e : chosen(mask)) present[e] = 1;
@@ -177,8 +176,7 @@ std::vector<std::pair<std::uint64_t, std::uint64_t>> current_links(const Domain&
 
 // A region's solution list: the minimal solutions, or the one that puts
 // back every pair not decided absent.  Empty when the decisions leave none.
-std::vector<std::vector<std::size_t>> region_solutions(const NpcState& s,
-                                                       const AmbiguousRegion& r,
+std::vector<std::vector<std::size_t>> region_solutions(const NpcState& s, const AmbiguousRegion& r,
                                                        const std::vector<EdgeDecision>& d) {
   if (r.minimal) return npc_minimal_solutions(s.analysis, r.members, d);
   std::vector<std::uint8_t> present(s.analysis.uncertain.size(), 0);
@@ -288,8 +286,9 @@ void learn_structure_npc(Domain& domain) {
 }
 
 void check_current(const NpcState& state) {
-  const bool nodes_kept = std::all_of(state.serials.begin(), state.serials.end(),
-                                      [&](std::uint64_t v) { return node_of(*state.domain, v) != nullptr; });
+  const bool nodes_kept =
+      std::all_of(state.serials.begin(), state.serials.end(),
+                  [&](std::uint64_t v) { return node_of(*state.domain, v) != nullptr; });
   if (!nodes_kept || current_links(*state.domain) != state.installed)
     throw Error(K_ERROR_USAGE, "the domain's links changed since NPC learned them");
 }
