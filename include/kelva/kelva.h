@@ -1803,6 +1803,80 @@ KELVA_API k_status_t k_domain_learn_greedy_structure(k_domain_t domain, k_score_
 /** The score of the domain's current links over its stored cases. */
 KELVA_API double k_domain_get_structure_score(k_domain_t domain, k_score_t score);
 
+/* ---- NPC: structural uncertainty for the user to resolve ----------------
+ * k_domain_learn_structure_npc runs PC-stable's skeleton search and then
+ * checks every independence statement "x and y independent given S" that unlinked a pair with
+ * the necessary path condition: each z in S must be joined to x by a path
+ * of the skeleton avoiding y, and to y by one avoiding x.  A pair whose
+ * statement fails is an uncertain edge.  Putting uncertain edges back only
+ * adds paths; a solution is a set of uncertain edges of a region whose
+ * return makes the statements of all the others hold.  A region holds the
+ * uncertain edges of one connected component of the skeleton plus all
+ * uncertain edges (regions cannot affect each other).  The domain's links
+ * always orient (as PC does) the skeleton plus each region's first
+ * solution.  Regions, solutions and edges belong to the domain until the
+ * next NPC run or its deletion; a solution until its region's list is
+ * recomputed.  Once the domain's links differ from what NPC last installed,
+ * every function below fails with "usage". */
+
+/** An ambiguous region, a solution and an uncertain edge. */
+typedef struct k_ambiguous_region_s *k_ambiguous_region_t;
+typedef struct k_solution_s *k_solution_t;
+typedef struct k_uncertain_edge_s *k_uncertain_edge_t;
+
+/** Learns the structure by NPC with G² tests at the significance level:
+ *  every region starts with one solution, all its uncertain edges, which is
+ *  installed.  Refuses what k_domain_learn_structure refuses. */
+KELVA_API k_status_t k_domain_learn_structure_npc(k_domain_t domain);
+/** The first ambiguous region of the last NPC run; null with "none" when it
+ *  found no uncertain edge, null with "usage" without a run. */
+KELVA_API k_ambiguous_region_t k_domain_get_first_ambiguous_region(k_domain_t domain);
+/** The next region; null after the last. */
+KELVA_API k_ambiguous_region_t k_ambiguous_region_get_next(k_ambiguous_region_t region);
+/** The region's uncertain edges, a null-ended list owned by the region. */
+KELVA_API k_uncertain_edge_t *k_ambiguous_region_get_edges(k_ambiguous_region_t region);
+/** The first solution of the region's list. */
+KELVA_API k_solution_t k_ambiguous_region_get_first_solution(k_ambiguous_region_t region);
+/** Replaces the region's solutions by its minimal solutions under the
+ *  manual decisions (those no proper subset of which is a solution),
+ *  fewest edges first, and installs the first.  "usage" when more than 16
+ *  of the region's edges are undecided (the search is exponential). */
+KELVA_API k_status_t k_ambiguous_region_find_minimal_solutions(k_ambiguous_region_t region);
+/** The next solution of the region's list; null after the last. */
+KELVA_API k_solution_t k_solution_get_next(k_solution_t solution);
+/** The uncertain edges the solution puts back: a null-ended list owned by
+ *  the solution (empty when all of them can stay out). */
+KELVA_API k_uncertain_edge_t *k_solution_get_edges(k_solution_t solution);
+/** The two nodes of an uncertain edge, the older one first. */
+KELVA_API k_node_t k_uncertain_edge_get_first_node(k_uncertain_edge_t edge);
+KELVA_API k_node_t k_uncertain_edge_get_second_node(k_uncertain_edge_t edge);
+/** Decides that the edge is present (non-zero) or absent (0): the region's
+ *  list is recomputed to the solutions that hold every present and no
+ *  absent edge (the minimal ones after k_ambiguous_region_find_minimal_
+ *  solutions, else the one with every edge not decided absent) and the
+ *  first is installed.  A later decision on the same edge replaces the
+ *  earlier one.  "usage" and no change when no solution is left. */
+KELVA_API k_status_t k_uncertain_edge_manual_decision(k_uncertain_edge_t edge, int present);
+
+/* ---- Feature selection for a classifier --------------------------------*/
+
+/** The joint mutual information score of `feature` for `target` given the
+ *  features already chosen (`selected`, a null-ended list; null or empty
+ *  for none): the sum over the chosen X_j of I(feature, X_j; target), in
+ *  nats, each term over the stored cases that observe its three nodes;
+ *  I(feature; target) when none are chosen.  -1 with "usage" when the
+ *  feature is the target or listed, or the cases are refused as by the
+ *  structure learners. */
+KELVA_API double k_node_get_jmi_score(k_node_t feature, k_node_t target, const k_node_t *selected);
+/** Chooses `count` features for `target` by greedy forward selection on the
+ *  JMI score (first the highest I(X; target), then each time the highest
+ *  score given those chosen; a required target link is chosen first, a
+ *  forbidden one never) and installs the naive Bayes network: links
+ *  target -> feature (the target's children, in node order), the other
+ *  nodes unlinked, uniform tables.  "usage" when count is 0 or above the nodes that can be chosen,
+ *  or a required link does not touch the target. */
+KELVA_API k_status_t k_domain_learn_features(k_domain_t domain, k_node_t target, k_size_t count);
+
 /* ------------------------------------------------------------------------ */
 /* Object-oriented networks: classes, instances, class collections           */
 /* ------------------------------------------------------------------------ */

@@ -5,6 +5,7 @@
 
 #include "compile/junction_forest.h"
 #include "expr/model.h"
+#include "learning/npc.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "network/peer.h"
@@ -66,6 +67,16 @@ PeerContext* context_of(k_junction_tree_t tree) noexcept {
 PeerContext* context_of(k_clique_t clique) noexcept {
   Clique* c = live<Clique>(clique, ObjectTag::clique);
   return c != nullptr ? &c->tree->domain->peers() : nullptr;
+}
+
+PeerContext* context_of(k_ambiguous_region_t region) noexcept {
+  AmbiguousRegion* r = live<AmbiguousRegion>(region, ObjectTag::ambiguous_region);
+  return r != nullptr ? &r->state->domain->peers() : nullptr;
+}
+
+PeerContext* context_of(k_uncertain_edge_t edge) noexcept {
+  UncertainEdge* e = live<UncertainEdge>(edge, ObjectTag::uncertain_edge);
+  return e != nullptr ? &e->state->domain->peers() : nullptr;
 }
 
 void*& env_slot(PeerContext& context) noexcept { return context.env; }

@@ -41,6 +41,8 @@ PeerContext* context_of(k_table_t table) noexcept;
 PeerContext* context_of(k_model_t model) noexcept;
 PeerContext* context_of(k_junction_tree_t tree) noexcept;
 PeerContext* context_of(k_clique_t clique) noexcept;
+PeerContext* context_of(k_ambiguous_region_t region) noexcept;
+PeerContext* context_of(k_uncertain_edge_t edge) noexcept;
 
 /// The slots of a context: the JNIEnv of the native call in progress (null
 /// between calls), the cached identifier of each handle field, and the

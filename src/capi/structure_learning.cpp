@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "capi/boundary.h"
+#include "learning/features.h"
 #include "learning/independence.h"
 #include "learning/search.h"
 
@@ -103,6 +104,26 @@ k_status_t k_domain_learn_greedy_structure(k_domain_t domain, k_score_t score, k
 
 double k_domain_get_structure_score(k_domain_t domain, k_score_t score) {
   return guard(1.0, [&] { return kelva::structure_score(get(domain), score); });
+}
+
+}  // extern "C"
+
+extern "C" {
+
+double k_node_get_jmi_score(k_node_t feature, k_node_t target, const k_node_t* selected) {
+  return guard(-1.0, [&] {
+    kelva::NodeList chosen;
+    for (const k_node_t* s = selected; s != nullptr && *s != nullptr; ++s)
+      chosen.push_back(&get(*s));
+    return kelva::jmi_score(get(feature), get(target), chosen);
+  });
+}
+
+k_status_t k_domain_learn_features(k_domain_t domain, k_node_t target, k_size_t count) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::learn_features(d, get(target), static_cast<std::size_t>(count));
+  });
 }
 
 }  // extern "C"

@@ -35,12 +35,14 @@ bool may_orient(const Pdag& g, const EdgeRules& rules, std::size_t i, std::size_
 
 }  // namespace
 
-Pdag pc_stable(std::size_t n, const IndependenceOracle& independent, const EdgeRules& rules) {
-  Pdag g(n);
+PcSkeleton pc_skeleton(std::size_t n, const IndependenceOracle& independent,
+                       const EdgeRules& rules) {
+  PcSkeleton out{Pdag(n), {}};
+  Pdag& g = out.graph;
   for (std::size_t i = 0; i < n; ++i)
     for (std::size_t j = i + 1; j < n; ++j)
       if (!rules.excluded(i, j)) g.link(i, j);
-  std::map<std::pair<std::size_t, std::size_t>, std::vector<std::size_t>> sepset;
+  Sepsets& sepset = out.sepsets;
 
   for (std::size_t level = 0;; ++level) {
     // The neighbour sets are frozen for the whole level, which makes the
@@ -67,7 +69,11 @@ Pdag pc_stable(std::size_t n, const IndependenceOracle& independent, const EdgeR
       }
     if (!more) break;
   }
+  return out;
+}
 
+Pdag orient_skeleton(Pdag g, const Sepsets& sepset, const EdgeRules& rules) {
+  const std::size_t n = g.n;
   for (std::size_t i = 0; i < n; ++i)
     for (std::size_t j = 0; j < n; ++j)
       if (g.undirected(i, j) && rules.forbidden(i, j) && !rules.forbidden(j, i)) g.orient(j, i);
@@ -90,6 +96,11 @@ Pdag pc_stable(std::size_t n, const IndependenceOracle& independent, const EdgeR
       }
   apply_meek_rules(g, rules);
   return g;
+}
+
+Pdag pc_stable(std::size_t n, const IndependenceOracle& independent, const EdgeRules& rules) {
+  PcSkeleton skeleton = pc_skeleton(n, independent, rules);
+  return orient_skeleton(std::move(skeleton.graph), skeleton.sepsets, rules);
 }
 
 void apply_meek_rules(Pdag& g, const EdgeRules& rules) {

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
+#include <utility>
 #include <vector>
 
 namespace kelva {
@@ -52,6 +54,25 @@ struct Pdag {
 /// The independence question of PC: are x and y independent given s?
 using IndependenceOracle =
     std::function<bool(std::size_t x, std::size_t y, const std::vector<std::size_t>& s)>;
+
+/// The separating set of each pair (smaller variable first) that a test
+/// found independent.
+using Sepsets = std::map<std::pair<std::size_t, std::size_t>, std::vector<std::size_t>>;
+
+/// The skeleton PC-stable finds, with the separating sets of the pairs it
+/// unlinked.
+struct PcSkeleton {
+  Pdag graph;  ///< undirected
+  Sepsets sepsets;
+};
+
+/// The skeleton phase of PC-stable (see pc_stable).
+PcSkeleton pc_skeleton(std::size_t n, const IndependenceOracle& independent,
+                       const EdgeRules& rules);
+
+/// The orientation phase of PC: forbidden directions, v-structures x -> z <- y
+/// for unlinked x, y whose separating set lacks z, then Meek's rules.
+Pdag orient_skeleton(Pdag skeleton, const Sepsets& sepsets, const EdgeRules& rules);
 
 /// The PC algorithm in its order-independent ("stable") form: the skeleton
 /// by removing the edges whose ends some subset of a neighbour set (as it was

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "kelva/kelva.h"
+#include "learning/npc.h"
 #include "learning/pdag.h"
 #include "learning/structure_data.h"
 #include "network/node_list.h"
@@ -27,6 +29,8 @@ class StructureResults {
 
   std::vector<std::uint64_t> tested_nodes;
   std::vector<double> marginal_p;  ///< n × n
+
+  std::unique_ptr<NpcState> npc;  ///< the regions of the last NPC run
 };
 
 /// The domain's edge constraints over the data's variables.

@@ -20,6 +20,9 @@ enum class ObjectTag : std::uint32_t {
   data_set = 0x4B445354,
   class_ = 0x4B434C53,
   class_collection = 0x4B434343,
+  ambiguous_region = 0x4B415247,
+  solution = 0x4B534F4C,
+  uncertain_edge = 0x4B554E45,
 };
 
 /// Base of every engine object that crosses the C boundary.

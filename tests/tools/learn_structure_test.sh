@@ -15,10 +15,11 @@ fail() {
 }
 
 "$kelva" sample --example asia -n 3000 -o "$work/asia.dat" --seed 3 --hide 0.05 --quiet
-for method in pc tree greedy; do
+for method in pc npc tree greedy; do
   out=$("$kelva" learn-structure "$work/asia.dat" -o "$work/$method.net" --method "$method" --quiet) ||
     fail "$method failed"
   grep -q $'^cases\t3000$' <<<"$out" || fail "$method: cases not reported: $out"
+  [[ $method != npc ]] || grep -q $'^regions\t' <<<"$out" || fail "npc: no regions line: $out"
   "$kelva" nodes "$work/$method.net" --quiet >/dev/null || fail "$method: output does not read back"
 done
 "$kelva" learn-structure "$work/asia.dat" -o "$work/tan.net" --method tree --target lung --quiet \
@@ -42,5 +43,10 @@ for bad in constant:"column 'B' holds one value" single:"1 case" name:"'B c' is 
   grep -qF "${bad#*:}" "$work/err" || fail "$file: message was $(cat "$work/err")"
   [[ ! -e $work/$file.net ]] || fail "$file: an output file was written"
 done
-"$kelva" learn-structure "$work/asia.dat" -o "$work/x.net" --method npc 2>/dev/null && fail "--method npc accepted"
+# learn --structure is learn-structure by another name; learn keeps its files.
+out=$("$kelva" learn "$work/asia.dat" --structure greedy -o "$work/l.net" --quiet) || fail "learn --structure"
+grep -q $'^method\tgreedy$' <<<"$out" || fail "learn --structure: $out"
+"$kelva" learn --example asia "$work/asia.dat" --structure pc -o "$work/l.net" 2>/dev/null &&
+  fail "learn --structure with a network accepted"
+"$kelva" learn-structure "$work/asia.dat" -o "$work/x.net" --method hnb 2>/dev/null && fail "--method hnb accepted"
 exit $((failures > 0))

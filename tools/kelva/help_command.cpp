@@ -86,9 +86,15 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::learn_structure)},
     {"--method M",
      "how learn-structure learns: pc (PC with G2 tests,\n"
-     "default), tree (a Chow-Liu tree from the first column)\n"
-     "or greedy (hill climbing)",
+     "default), npc (PC checked by the necessary path\n"
+     "condition, each ambiguous region resolved by its first\n"
+     "minimal solution), tree (a Chow-Liu tree from the first\n"
+     "column) or greedy (hill climbing)",
      bit(Command::learn_structure)},
+    {"--structure M",
+     "learn: learn the links from DATA alone by M (pc, npc,\n"
+     "tree or greedy), then the tables, as learn-structure does",
+     bit(Command::learn)},
     {"--significance A", "the significance level of PC's tests (default 0.05)",
      bit(Command::learn_structure)},
     {"--score bic|aic", "the score of the greedy search (default bic)",
@@ -292,7 +298,8 @@ posterior through the junction tree (the library's stream, seeded with S).
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
-     "[--tolerance T] [--strict-columns] [--scaled] [--log LOG] [--quiet]",
+     "[--tolerance T] [--strict-columns] [--scaled] [--log LOG] [--quiet]\n"
+     "| DATA --structure pc|npc|tree|greedy -o OUT.net",
      "learn the tables of a network's chance nodes from the cases of\n"
      "a data file by EM and write the learned network",
      R"TXT(Output of learn: every chance node without an experience table gets one
@@ -305,7 +312,10 @@ or, when its name ends in .csv, a comma-separated data set file whose header
 names the nodes ("*", "?" or an empty field for a missing item; a column
 "#" gives case counts).  A cell that names no state of its node is reported
 with its row and column.  With progress notes, each EM iteration is noted
-with its log-likelihood.
+with its log-likelihood.  With --structure M and no network, learn runs
+learn-structure --method M: the nodes come from the columns, the links from
+the learner, and its output is learn-structure's
+(e.g. kelva learn asia.dat --structure npc -o learned.net).
 )TXT",
      "kelva learn --example asia asia.dat -o learned.net --max-iterations 20"},
     {Command::dsep, "dsep", "(FILE.net | --example NAME) --from NODE,... [--set NODE=STATE]...",
@@ -395,7 +405,7 @@ learn reads it.
 )TXT",
      "kelva adapt --example asia asia.dat -o adapted.net --fading 0.99"},
     {Command::learn_structure, "learn-structure",
-     "DATA -o OUT.net [--method pc|tree|greedy] [--target NODE]\n"
+     "DATA -o OUT.net [--method pc|npc|tree|greedy] [--target NODE]\n"
      "[--significance A] [--score bic|aic] [--quiet]",
      "learn a network's links and tables from the cases of a data\n"
      "file and write the network",
@@ -407,7 +417,10 @@ or a column that is no valid node name is refused.  The links are learned
 (missing items leave a case out of the tests and scores that need them),
 the tables by EM, and OUT.net holds the network with positions for a
 layered picture.  Then KEY<TAB>VALUE lines: method, cases, links, seconds
-(of structure learning) and bic (of the structure, before EM).
+(of structure learning) and bic (of the structure, before EM); npc adds
+regions (its ambiguous regions, each resolved by its first minimal
+solution; with more than 16 uncertain edges, by deciding each edge in turn
+absent when a solution allows it, which also ends in a minimal solution).
 )TXT",
      "kelva learn-structure alarm.dat -o learned.net --method greedy"},
     {Command::predict, "predict",

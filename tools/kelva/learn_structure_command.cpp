@@ -127,9 +127,25 @@ void run_learn_structure(std::FILE* out, const Options& options) {
                 static_cast<unsigned long long>(rows));
   const auto start = std::chrono::steady_clock::now();
   const std::string& method = options.structure_method;
+  std::size_t regions = 0;
   if (method == "pc") {
     checked(k_domain_set_significance_level(domain.get(), options.significance));
     checked(k_domain_learn_structure(domain.get()));
+  } else if (method == "npc") {
+    checked(k_domain_set_significance_level(domain.get(), options.significance));
+    checked(k_domain_learn_structure_npc(domain.get()));
+    for (k_ambiguous_region_t r = checked(k_domain_get_first_ambiguous_region(domain.get()));
+         r != nullptr; r = checked(k_ambiguous_region_get_next(r))) {
+      ++regions;
+      if (k_ambiguous_region_find_minimal_solutions(r) == 0) continue;
+      if (k_error_code() != K_ERROR_USAGE) throw ApiError(k_error_code());
+      // Too large for the search: each edge in turn is decided absent when
+      // some solution allows it, else present.  What stays is a minimal
+      // solution (putting back fewer edges only makes statements fail).
+      for (k_uncertain_edge_t* e = checked(k_ambiguous_region_get_edges(r)); *e != nullptr; ++e)
+        if (k_uncertain_edge_manual_decision(*e, 0) != 0)
+          checked(k_uncertain_edge_manual_decision(*e, 1));
+    }
   } else if (method == "greedy") {
     checked(k_domain_learn_greedy_structure(domain.get(), options.score, 0, 0, 0));
   } else {
@@ -162,6 +178,7 @@ void run_learn_structure(std::FILE* out, const Options& options) {
   std::fprintf(out, "links\t%zu\n", links);
   std::fprintf(out, "seconds\t%.17g\n", seconds);
   std::fprintf(out, "bic\t%.17g\n", bic);
+  if (method == "npc") std::fprintf(out, "regions\t%zu\n", regions);
 }
 
 }  // namespace kelva::cli

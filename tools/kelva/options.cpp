@@ -255,14 +255,20 @@ Options parse_options(std::span<const char* const> args) {
       options.strict_columns = true;
     } else if (auto value = option_value(args, i, "--method")) {
       if (options.command == Command::learn_structure) {
-        if (*value != "pc" && *value != "tree" && *value != "greedy")
-          throw UsageError("--method of learn-structure takes pc, tree or greedy, not '" + *value +
-                           "'");
+        if (*value != "pc" && *value != "tree" && *value != "greedy" && *value != "npc")
+          throw UsageError("--method of learn-structure takes pc, npc, tree or greedy, not '" +
+                           *value + "'");
         options.structure_method = *value;
         continue;
       }
       only_for(options, Command::compile, "--method");
       options.method = parse_method(*value);
+    } else if (auto value = option_value(args, i, "--structure")) {
+      only_for(options, Command::learn, "--structure");
+      if (*value != "pc" && *value != "tree" && *value != "greedy" && *value != "npc")
+        throw UsageError("--structure takes pc, npc, tree or greedy, not '" + *value + "'");
+      options.structure_method = *value;
+      options.structure_from_data = true;
     } else if (auto value = option_value(args, i, "--significance")) {
       only_for(options, Command::learn_structure, "--significance");
       options.significance = parse_number(*value, "--significance", 0.0, 1.0);
@@ -312,6 +318,17 @@ Options parse_options(std::span<const char* const> args) {
     } else {
       throw UsageError("unexpected argument '" + std::string(arg) + "'");
     }
+  }
+  // learn --structure: the links come from the data, as learn-structure
+  // learns them; there is no network to read and EM runs as there.
+  if (options.structure_from_data) {
+    if (learn_files.size() != 1 || !options.source.example.empty())
+      throw UsageError("learn --structure takes a data file only, no network");
+    if (options.max_iterations != 0 || options.tolerance >= 0.0 || options.discretize ||
+        options.strict_columns || !options.log.empty() || options.scaled)
+      throw UsageError("learn --structure takes no EM or column options");
+    options.command = Command::learn_structure;
+    options.data = learn_files[0];
   }
   // learn, adapt and predict take the network file (unless --example names
   // one), then the data file.

@@ -115,11 +115,13 @@ struct Options {
   /// nodes whose beliefs are written), and the smallest probability listed.
   std::vector<std::string> map_nodes;
   double min_probability = 0.01;
-  /// `learn-structure`: the learner (pc, tree or greedy), the significance
+  /// `learn-structure`: the learner (pc, npc, tree or greedy), the significance
   /// level of PC's tests and the greedy search's score.
   std::string structure_method = "pc";
   double significance = 0.05;
   k_score_t score = K_SCORE_BIC;
+  /// `learn --structure M`: learn the links by M first (as learn-structure).
+  bool structure_from_data = false;
   /// `draw --junction-tree`: draw the junction forest, not the network.
   bool junction_tree = false;
 };

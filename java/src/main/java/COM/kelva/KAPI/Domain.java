@@ -1787,4 +1787,42 @@ public final class Domain implements AutoCloseable {
     nodes.put(h, node);
     return node;
   }
+
+  /**
+   * Learns the links by NPC: PC's tests checked by the necessary path
+   * condition; the statements that fail it make uncertain edges, gathered
+   * into ambiguous regions.  Each region's first solution (at first all its
+   * edges) is installed with uniform tables.
+   *
+   * @throws KelvaException as {@link #learnStructure}
+   */
+  public void learnStructureNPC() {
+    check(kDomainLearnStructureNPC(handle));
+  }
+
+  /**
+   * The first ambiguous region of the last NPC run.
+   *
+   * @return the region, or null when NPC found no uncertain edge
+   * @throws KelvaException "usage" without an NPC run, or when the links
+   *     changed since
+   */
+  public AmbiguousRegion getFirstAmbiguousRegion() {
+    return AmbiguousRegion.of(this, check(kDomainGetFirstAmbiguousRegion(handle)));
+  }
+
+  /**
+   * Chooses {@code count} features for {@code target} by greedy forward
+   * selection on the joint mutual information score and installs their
+   * naive Bayes network (target to feature links, the other nodes
+   * unlinked).
+   *
+   * @param target the class node
+   * @param count how many features
+   * @throws KelvaException "usage" for a count of 0 or above the nodes that
+   *     can be chosen, or when the cases cannot be used
+   */
+  public void learnFeatures(Node target, long count) {
+    check(kDomainLearnFeatures(handle, target.handle(), count));
+  }
 }

@@ -1365,4 +1365,23 @@ public final class Node {
   public Node cloneNode() {
     return domain.adopt(check(kNodeClone(nodePeer)));
   }
+
+  /**
+   * The joint mutual information score of this node as a feature for
+   * {@code target}: the sum over the {@code selected} features X of
+   * I(this, X; target) in nats, or I(this; target) when none are selected.
+   *
+   * @param target the class node
+   * @param selected the features already chosen
+   * @return the score
+   * @throws KelvaException "usage" when this node is the target or selected
+   */
+  public double getJMIScore(Node target, List<Node> selected) {
+    double[] score = new double[1];
+    Calls.withList(selected, list -> {
+      score[0] = check(kNodeGetJMIScore(nodePeer, target.nodePeer, list));
+      return 0;
+    });
+    return score[0];
+  }
 }
