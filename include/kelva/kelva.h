@@ -1627,6 +1627,41 @@ KELVA_API k_status_t k_domain_parse_sas_nodes(k_domain_t domain, const char *fil
  *  their old contents back (a compiled domain may be left uncompiled). */
 KELVA_API k_status_t k_domain_parse_sas_links(k_domain_t domain, const char *file_name,
                                               k_parse_error_handler_t handler, void *data);
+/** Reads node entries of the older network format (`file_name`, UTF-8) into
+ *  `domain`.  Each entry makes a discrete chance node: its name, a label
+ *  string, its number of states (1 to 65535), optionally one label string
+ *  per state, optionally a position (two numbers), its parents each as a
+ *  name followed by that parent's number of states, and its table in
+ *  parentheses (parents in the order written, the first slowest, the node
+ *  fastest).  A name may be used as a parent before its entry; nodes that
+ *  were in the domain before may be parents (discrete, with the number of
+ *  states given) but get no entry.  k_net_parse_domain reads whole files of
+ *  this format (a header of domain name, label string, node width, node
+ *  height and scale factor before the entries).  Messages go to `handler`
+ *  (may be null) with line numbers; the reader stops at the first error,
+ *  except that every name used without an entry is reported.  Fails with
+ *  "parse" (or the code of an engine operation that failed, "io" when the
+ *  file cannot be read, "usage" for a null domain or name); on failure the
+ *  nodes the file created are deleted again (a compiled domain may be left
+ *  uncompiled). */
+KELVA_API k_status_t k_domain_parse_nodes(k_domain_t domain, const char *file_name,
+                                          k_parse_error_handler_t handler, void *data);
+/** Reads a SAS table file (`file_name`, UTF-8) into the table of a chance
+ *  node of `domain`.  The first line names the node and all its discrete
+ *  parents, in any order; for a continuous node it goes on with `alpha`,
+ *  all its continuous parents in any order, and `variance`.  Each further
+ *  line gives one configuration of the discrete parents: a state label per
+ *  parent in the header's order, then for a discrete node one nonnegative
+ *  number per state, for a continuous node the mean's constant (alpha), a
+ *  regression coefficient per continuous parent of the header and the
+ *  variance.  Every configuration is given exactly once, in any order;
+ *  commas may separate the columns.  An empty file is valid.  Messages go
+ *  to `handler` (may be null) with line numbers; the reader stops at the
+ *  first.  Fails with "parse" (or "io" when the file cannot be read,
+ *  "usage" for a null domain or name); the table is changed only when the
+ *  whole file was read. */
+KELVA_API k_status_t k_domain_parse_sas_table(k_domain_t domain, const char *file_name,
+                                              k_parse_error_handler_t handler, void *data);
 
 /* MAP configurations, simulation and approximation.  Each needs a compiled
  * domain ("not_compiled") in sum equilibrium ("no_equilibrium" when a tree

@@ -1510,6 +1510,56 @@ public final class Domain implements AutoCloseable {
     check(kDomainParseSASLinks(handle, fileName, listener));
   }
 
+  /**
+   * Reads a SAS table file into the table of a chance node.  The first line
+   * names the node and all its discrete parents, in any order; for a
+   * continuous node it goes on with {@code alpha}, all its continuous
+   * parents and {@code variance}.  Each further line gives one configuration
+   * of the discrete parents: a state label per parent in the header's
+   * order, then for a discrete node one nonnegative number per state, for a
+   * continuous node the mean's constant, a regression coefficient per
+   * continuous parent of the header and the variance.  Every configuration
+   * is given exactly once, in any order.  The table changes only when the
+   * whole file was read.
+   *
+   * @param fileName the file
+   * @param listener receives each error with its line number; may be null
+   * @throws KelvaException "parse" when the file has errors, "io" when it
+   *     cannot be read, "usage" for a null name or a closed domain
+   * @throws RuntimeException what the listener threw (on an error the
+   *     table is as it was; on a warning of a file that then parsed it holds
+   *     the file's values)
+   */
+  public void parseSASTable(String fileName, ParseListener listener) {
+    check(kDomainParseSASTable(handle, fileName, listener));
+  }
+
+  /**
+   * Reads node entries of the older network format into the domain.  Each
+   * entry makes a discrete chance node: its name, a label string, its number
+   * of states (1 to 65535), optionally one label string per state,
+   * optionally a position (two numbers), its parents each as a name
+   * followed by that parent's number of states, and its table in
+   * parentheses (the parents in the order written, the first slowest, the
+   * node fastest).  A name may be used as a parent before its entry; nodes
+   * that were in the domain before may be parents but get no entry.  The
+   * reader stops at the first error (every name used without an entry is
+   * reported); the domain then holds none of the file's nodes.
+   *
+   * @param fileName the file
+   * @param listener receives each error and warning with its line number;
+   *     may be null
+   * @throws KelvaException "parse" when the file has errors (or the code of
+   *     an engine operation that refused, such as "invalid_name"), "io" when
+   *     it cannot be read, "usage" for a null name or a closed domain
+   * @throws RuntimeException what the listener threw; the domain holds none
+   *     of the file's nodes
+   */
+  public void parseNodes(String fileName, ParseListener listener) {
+    check(kDomainParseNodes(handle, fileName, listener));
+    adoptNewNodes();
+  }
+
   // MAP configurations, simulation and approximation.
 
   /** The nodes of the last MAP search, in the order given to it. */
