@@ -280,6 +280,13 @@ KELVA_API k_status_t k_domain_delete(k_domain_t domain);
  *  close a cycle of function-node dependencies. */
 KELVA_API k_node_t k_domain_new_node(k_domain_t domain, k_category_t category, k_kind_t kind,
                                      k_subtype_t subtype);
+/** Creates a discrete node of `category` (chance, decision or function)
+ *  and `subtype` with `states` states, all unlabelled (a boolean node has
+ *  2, so `states` must be 2 for it).  Null with "usage" for another
+ *  category, an unknown subtype or a count of 0; otherwise the checks and
+ *  codes of k_domain_new_node, and nothing is created on failure. */
+KELVA_API k_node_t k_domain_create_discrete_node(k_domain_t domain, k_category_t category,
+                                                 k_subtype_t subtype, size_t states);
 
 /** The first node of the domain's node chain.  New nodes are put at the head,
  *  so the chain runs from the newest node to the oldest.  Null when empty. */
@@ -1050,6 +1057,12 @@ KELVA_API double k_node_get_variance(k_node_t node);
  *  k_table_get_variance of configuration i give the node's mean and
  *  variance given it.  Null on error as k_node_get_mean. */
 KELVA_API k_table_t k_node_get_distribution(k_node_t node);
+/** The `probability`-quantile of continuous `node` as of the last
+ *  propagation: the least x with P(node <= x | evidence) >= probability,
+ *  for the mixture of k_node_get_distribution (a component of variance 0,
+ *  as of an entered value, is a point mass).  -1 on error: "usage" unless
+ *  0 < probability < 1, else as k_node_get_mean. */
+KELVA_API double k_node_get_quantile(k_node_t node, double probability);
 /** alpha (the intercept) of configuration `i`; -1 on error: "usage" for a
  *  node that is not a continuous chance node or `i` not below its table's
  *  size. */

@@ -230,6 +230,26 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Creates a discrete node with its states, all unlabelled.
+   *
+   * @param category chance, decision or function
+   * @param subtype the node's subtype
+   * @param states the number of states (2 for a boolean node)
+   * @return the new node
+   * @throws KelvaException "usage" for another category or a count below 1
+   *     (or other than 2 for a boolean node), else as
+   *     {@link #newNode(Category, Kind, Subtype)}; nothing is created then
+   */
+  public Node createDiscreteNode(Category category, Subtype subtype, long states) {
+    Node node = new Node(this);
+    long h = kDomainCreateDiscreteNode(handle, category.code(), subtype.code(), states, node);
+    check();
+    node.nodePeer = h;
+    nodes.put(h, node);
+    return node;
+  }
+
+  /**
    * The nodes of the domain, newest first.
    *
    * @return the nodes
@@ -1087,6 +1107,22 @@ public final class Domain implements AutoCloseable {
    */
   public static Domain fromKBFile(String fileName, String password) {
     return new Domain(check(kKBLoadDomain(fileName, password)));
+  }
+
+  /**
+   * The bytes of the KB file that {@link #saveAsKB} would write, made in
+   * memory; written to a file, {@link #fromKBFile} loads them.  The domain's
+   * file name does not change.
+   *
+   * @param password encrypts the bytes; null or empty for none
+   * @return the KB file's bytes
+   * @throws KelvaException "usage" for a closed domain, "no_memory" when the
+   *     file is too large for a Java array
+   */
+  public byte[] saveToMemory(String password) {
+    byte[] bytes = kDomainSaveToMemory(handle, password);
+    check();
+    return bytes;
   }
 
   /**
