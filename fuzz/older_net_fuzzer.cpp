@@ -30,9 +30,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::string text(reinterpret_cast<const char*>(data) + 1, size - 1);
   std::FILE* stream = fmemopen(text.data(), text.size(), "r");
   CHECK(stream != nullptr);
-  k_domain_t d = k_net_parse_domain_string("node P { states = (\"p0\" \"p1\"); } node Q { }\n"
-                                           "continuous node X { } potential (P | Q) { }",
-                                           ignore, nullptr);
+  k_domain_t d = k_net_parse_domain_string(
+      "node P { states = (\"p0\" \"p1\"); } node Q { }\n"
+      "continuous node X { } potential (P | Q) { }",
+      ignore, nullptr);
   const std::string before = net_text(d);
   try {
     if (data[0] % 2 == 0) {

@@ -20,9 +20,10 @@ TEST(CreateDiscreteNode, MakesTheStatesOrNothing) {
   EXPECT_EQ(k_node_get_number_of_states(n), 5u);
   EXPECT_EQ(k_node_get_subtype(n), K_SUBTYPE_NUMBER);
   EXPECT_NE(k_domain_create_discrete_node(d, K_CATEGORY_CHANCE, K_SUBTYPE_BOOLEAN, 2), nullptr);
-  for (auto [category, subtype, states] :
-       {std::tuple{K_CATEGORY_UTILITY, K_SUBTYPE_LABEL, 2}, {K_CATEGORY_CHANCE, K_SUBTYPE_LABEL, 0},
-        {K_CATEGORY_CHANCE, K_SUBTYPE_BOOLEAN, 3}, {K_CATEGORY_CHANCE, K_SUBTYPE_ERROR, 2}})
+  for (auto [category, subtype, states] : {std::tuple{K_CATEGORY_UTILITY, K_SUBTYPE_LABEL, 2},
+                                           {K_CATEGORY_CHANCE, K_SUBTYPE_LABEL, 0},
+                                           {K_CATEGORY_CHANCE, K_SUBTYPE_BOOLEAN, 3},
+                                           {K_CATEGORY_CHANCE, K_SUBTYPE_ERROR, 2}})
     EXPECT_NULL_WITH(k_domain_create_discrete_node(d, category, subtype, states), K_ERROR_USAGE);
   // Out of memory while adding states: no node stays.
   for (long after = 0;; ++after) {
