@@ -280,6 +280,13 @@ KELVA_API k_status_t k_domain_delete(k_domain_t domain);
  *  close a cycle of function-node dependencies. */
 KELVA_API k_node_t k_domain_new_node(k_domain_t domain, k_category_t category, k_kind_t kind,
                                      k_subtype_t subtype);
+/** Creates a discrete node of `category` (chance, decision or function)
+ *  and `subtype` with `states` states, all unlabelled (a boolean node has
+ *  2, so `states` must be 2 for it).  Null with "usage" for another
+ *  category, an unknown subtype or a count of 0; otherwise the checks and
+ *  codes of k_domain_new_node, and nothing is created on failure. */
+KELVA_API k_node_t k_domain_create_discrete_node(k_domain_t domain, k_category_t category,
+                                                 k_subtype_t subtype, size_t states);
 
 /** The first node of the domain's node chain.  New nodes are put at the head,
  *  so the chain runs from the newest node to the oldest.  Null when empty. */
@@ -1067,6 +1074,12 @@ KELVA_API double k_node_get_variance(k_node_t node);
  *  k_table_get_variance of configuration i give the node's mean and
  *  variance given it.  Null on error as k_node_get_mean. */
 KELVA_API k_table_t k_node_get_distribution(k_node_t node);
+/** The `probability`-quantile of continuous `node` as of the last
+ *  propagation: the least x with P(node <= x | evidence) >= probability,
+ *  for the mixture of k_node_get_distribution (a component of variance 0,
+ *  as of an entered value, is a point mass).  -1 on error: "usage" unless
+ *  0 < probability < 1, else as k_node_get_mean. */
+KELVA_API double k_node_get_quantile(k_node_t node, double probability);
 /** alpha (the intercept) of configuration `i`; -1 on error: "usage" for a
  *  node that is not a continuous chance node or `i` not below its table's
  *  size. */
@@ -1643,6 +1656,41 @@ KELVA_API k_status_t k_domain_parse_sas_nodes(k_domain_t domain, const char *fil
  *  links the file added are removed again and the children's tables get
  *  their old contents back (a compiled domain may be left uncompiled). */
 KELVA_API k_status_t k_domain_parse_sas_links(k_domain_t domain, const char *file_name,
+                                              k_parse_error_handler_t handler, void *data);
+/** Reads node entries of the older network format (`file_name`, UTF-8) into
+ *  `domain`.  Each entry makes a discrete chance node: its name, a label
+ *  string, its number of states (1 to 65535), optionally one label string
+ *  per state, optionally a position (two numbers), its parents each as a
+ *  name followed by that parent's number of states, and its table in
+ *  parentheses (parents in the order written, the first slowest, the node
+ *  fastest).  A name may be used as a parent before its entry; nodes that
+ *  were in the domain before may be parents (discrete, with the number of
+ *  states given) but get no entry.  k_net_parse_domain reads whole files of
+ *  this format (a header of domain name, label string, node width, node
+ *  height and scale factor before the entries).  Messages go to `handler`
+ *  (may be null) with line numbers; the reader stops at the first error,
+ *  except that every name used without an entry is reported.  Fails with
+ *  "parse" (or the code of an engine operation that failed, "io" when the
+ *  file cannot be read, "usage" for a null domain or name); on failure the
+ *  nodes the file created are deleted again (a compiled domain may be left
+ *  uncompiled). */
+KELVA_API k_status_t k_domain_parse_nodes(k_domain_t domain, const char *file_name,
+                                          k_parse_error_handler_t handler, void *data);
+/** Reads a SAS table file (`file_name`, UTF-8) into the table of a chance
+ *  node of `domain`.  The first line names the node and all its discrete
+ *  parents, in any order; for a continuous node it goes on with `alpha`,
+ *  all its continuous parents in any order, and `variance`.  Each further
+ *  line gives one configuration of the discrete parents: a state label per
+ *  parent in the header's order, then for a discrete node one nonnegative
+ *  number per state, for a continuous node the mean's constant (alpha), a
+ *  regression coefficient per continuous parent of the header and the
+ *  variance.  Every configuration is given exactly once, in any order;
+ *  commas may separate the columns.  An empty file is valid.  Messages go
+ *  to `handler` (may be null) with line numbers; the reader stops at the
+ *  first.  Fails with "parse" (or "io" when the file cannot be read,
+ *  "usage" for a null domain or name); the table is changed only when the
+ *  whole file was read. */
+KELVA_API k_status_t k_domain_parse_sas_table(k_domain_t domain, const char *file_name,
                                               k_parse_error_handler_t handler, void *data);
 
 /* MAP configurations, simulation and approximation.  Each needs a compiled

@@ -41,4 +41,12 @@ k_status_t k_domain_parse_sas_links(k_domain_t domain, const char* file_name,
   });
 }
 
+k_status_t k_domain_parse_sas_table(k_domain_t domain, const char* file_name,
+                                    k_parse_error_handler_t handler, void* data) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    read_file(file_name, [&](std::FILE* f) { kelva::read_sas_table(d, f, handler, data); });
+  });
+}
+
 }  // extern "C"

@@ -22,8 +22,13 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainDele
   return status;
 }
 
-JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNewNode(
-    JNIEnv* env, jclass, jlong jdomain, jint jcategory, jint jkind, jint jsubtype, jobject jnode) {
+}  // extern "C"
+
+namespace {
+
+// A node made by `create(domain)` with the Java node `jnode` as its peer.
+template <class Create>
+jlong new_peered_node(JNIEnv* env, jlong jdomain, jobject jnode, Create create) {
   return guard<jlong>(0, [&]() -> jlong {
     auto domain = from_jlong<k_domain_t>(jdomain);
     PeerContext* context = peers::context_of(domain);
@@ -34,12 +39,34 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNew
     k_node_t node = nullptr;
     {
       EnvScope scope(env, context);
-      node = k_domain_new_node(domain, static_cast<k_category_t>(jcategory),
-                               static_cast<k_kind_t>(jkind), static_cast<k_subtype_t>(jsubtype));
+      node = create(domain);
     }
     if (node == nullptr) return 0;  // the reference is deleted with `peer`
     peers::peer_slot(node) = peer.release();
     return to_jlong(node);
+  });
+}
+
+}  // namespace
+
+extern "C" {
+
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainNewNode(
+    JNIEnv* env, jclass, jlong jdomain, jint jcategory, jint jkind, jint jsubtype, jobject jnode) {
+  return new_peered_node(env, jdomain, jnode, [&](k_domain_t domain) {
+    return k_domain_new_node(domain, static_cast<k_category_t>(jcategory),
+                             static_cast<k_kind_t>(jkind), static_cast<k_subtype_t>(jsubtype));
+  });
+}
+
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainCreateDiscreteNode(
+    JNIEnv* env, jclass, jlong jdomain, jint jcategory, jint jsubtype, jlong jstates,
+    jobject jnode) {
+  return new_peered_node(env, jdomain, jnode, [&](k_domain_t domain) -> k_node_t {
+    if (jstates < 0) return fail_with(K_ERROR_USAGE, k_node_t{nullptr});
+    return k_domain_create_discrete_node(domain, static_cast<k_category_t>(jcategory),
+                                         static_cast<k_subtype_t>(jsubtype),
+                                         static_cast<size_t>(jstates));
   });
 }
 

@@ -1,4 +1,9 @@
-// Hand-written KB natives: file names and passwords cross as UTF-16.
+// Hand-written KB natives: file names and passwords cross as UTF-16; a KB
+// file made in memory comes back as a Java byte array.
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+
 #include "jni/jni_util.h"
 #include "natives.h"
 
@@ -26,6 +31,27 @@ JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kKBLoadDom
     const FileName password(env, jpassword);
     if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jlong{0});
     return to_jlong(k_kb_load_domain(name.get(), password.get()));
+  });
+}
+
+JNIEXPORT jbyteArray JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSaveToMemory(
+    JNIEnv* env, jclass, jlong jdomain, jstring jpassword) {
+  return guard<jbyteArray>(nullptr, [&]() -> jbyteArray {
+    const FileName password(env, jpassword);
+    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jbyteArray{nullptr});
+    std::size_t size = 0;
+    std::unique_ptr<unsigned char, void (*)(void*)> bytes(
+        k_domain_save_to_memory(from_jlong<k_domain_t>(jdomain), password.get(), &size),
+        &std::free);
+    if (bytes == nullptr) return nullptr;
+    // A Java array holds fewer than 2^31 bytes.
+    if (size > static_cast<std::size_t>(INT32_MAX))
+      return fail_with(K_ERROR_NO_MEMORY, jbyteArray{nullptr});
+    jbyteArray array = env->NewByteArray(static_cast<jsize>(size));
+    if (array == nullptr) return fail_with(K_ERROR_NO_MEMORY, jbyteArray{nullptr});
+    env->SetByteArrayRegion(array, 0, static_cast<jsize>(size),
+                            reinterpret_cast<const jbyte*>(bytes.get()));
+    return array;
   });
 }
 

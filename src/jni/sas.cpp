@@ -1,5 +1,6 @@
-// Hand-written SAS natives: node and link files read into a domain, with
-// errors going to a Java handler.
+// Hand-written SAS natives: node and link files, and node entries of the
+// older network format, read into a domain, with errors going to a Java
+// handler.
 #include <unordered_set>
 
 #include "capi/peers.h"
@@ -58,6 +59,16 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainPars
 JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainParseSASLinks(
     JNIEnv* env, jclass, jlong jdomain, jstring jfile_name, jobject jhandler) {
   return parse(env, jdomain, jfile_name, jhandler, &k_domain_parse_sas_links, false);
+}
+
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainParseSASTable(
+    JNIEnv* env, jclass, jlong jdomain, jstring jfile_name, jobject jhandler) {
+  return parse(env, jdomain, jfile_name, jhandler, &k_domain_parse_sas_table, false);
+}
+
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainParseNodes(
+    JNIEnv* env, jclass, jlong jdomain, jstring jfile_name, jobject jhandler) {
+  return parse(env, jdomain, jfile_name, jhandler, &k_domain_parse_nodes, true);
 }
 
 }  // extern "C"

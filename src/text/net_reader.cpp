@@ -23,6 +23,7 @@
 #include "structure/classes.h"
 #include "structure/structure.h"
 #include "table/table.h"
+#include "text/older_net_reader.h"
 
 namespace kelva {
 
@@ -889,7 +890,7 @@ Domain* read_net_domain(std::FILE* stream, const char* file_name, k_parse_error_
   Lexer lexer(stream, handler, data);
   run_parse(lexer, [&](Lexer& lx) {
     if (older_format(stream)) {
-      lx.report_error("this network format is not supported");
+      read_older_net(lx, *domain);
       return;
     }
     NetReader(lx, *domain).read();

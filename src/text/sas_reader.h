@@ -23,4 +23,12 @@ void read_sas_nodes(Domain& domain, std::FILE* stream, k_parse_error_handler_t h
 /// left uncompiled once a link had been added).
 void read_sas_links(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data);
 
+/// Reads a SAS table file from an open stream into the table of the chance
+/// node its header names (docs/decisions/sas_files.md): a header line of the
+/// node and its discrete parents (for a continuous node then `alpha`, its
+/// continuous parents and `variance`), then one line per configuration of
+/// the discrete parents.  Stops at the first error and throws Error; the
+/// table is changed only when the whole file was read.
+void read_sas_table(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data);
+
 }  // namespace kelva

@@ -399,8 +399,7 @@ TEST(NetReader, FilesAndTheOlderFormat) {
       // CRLF line ends count once; a latin-1 byte in a comment is skipped.
       {"% caf\xe9\r\nnet\r\n{\r\n}\r\n\r\n{", kParse, "6:unexpected token"},
       // A header of a name, a label and three numbers is the older format.
-      {"Rain \"the rain net\" 40 40 1.5\nR 2 ()\n", kParse,
-       "1:this network format is not supported"},
+      {"Rain \"the rain net\" 40 40 1.5\nR 2 ()\n", kParse, "2:label string expected"},
       {"net \"label\" 40 40 x\n", kParse, "1:`{' expected"},
       {"Rain \"the rain net\" 40 40", kParse, "1:unknown object type: Rain"},
   });

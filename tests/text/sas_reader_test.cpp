@@ -2,6 +2,7 @@
 // with their exact messages and lines, and the domain after a failed parse.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -30,6 +31,7 @@ struct Sas {
 
   k_status_t nodes(const std::string& text) { return parse(text, &k_domain_parse_sas_nodes); }
   k_status_t links(const std::string& text) { return parse(text, &k_domain_parse_sas_links); }
+  k_status_t table(const std::string& text) { return parse(text, &k_domain_parse_sas_table); }
 
   k_status_t parse(const std::string& text,
                    k_status_t (*read)(k_domain_t, const char*, k_parse_error_handler_t, void*)) {
@@ -224,11 +226,86 @@ TEST(SasLinks, RefusalsAndTheDomainAfterThem) {
   }
 }
 
+// A network for table files: Y (discrete) with parents B and A, Z
+// (continuous) with the discrete parent A and the continuous parent X.
+Sas& table_network(Sas& s) {
+  EXPECT_EQ(s.nodes("A, L, a0\nA, L, a1\nB, L, b0\nB, L, b1\nB, L, b2\n"
+                    "Y, L, y0\nY, L, y1\nX, C\nZ, C\nF, F\n"),
+            0);
+  EXPECT_EQ(s.links("Y B A\nZ A X\n"), 0);
+  return s;
+}
+
+TEST(SasTable, RowsInAnyOrderFillTheTable) {
+  Sas s;
+  table_network(s);
+  // Y(a_i, b_j) = (10 i + j, 1), rows shuffled, header order A B.
+  ASSERT_EQ(s.table("Y, A, B\n"
+                    "a1 b2 12 1\na0 b0 0 1\na1, b0, 10, 1\na1 b1 11 1\na0 b2 2 1\na0 b1 1 1\n"),
+            0)
+      << s.messages;
+  // Y's table holds A (the parent added last) first, then B, then Y.
+  std::vector<double> data(12);
+  const k_table_t t = k_node_get_table(reinterpret_cast<k_node_t>(s.find("Y")));
+  ASSERT_EQ(k_table_get_data(t, data.data(), 12, 0, 12), 0);
+  EXPECT_EQ(data, (std::vector<double>{0, 1, 1, 1, 2, 1, 10, 1, 11, 1, 12, 1}));
+  ASSERT_EQ(s.table("Z A alpha X variance\na1 -1 0.5 4\na0 1.5 2 0.25\n"), 0) << s.messages;
+  const k_node_t z = reinterpret_cast<k_node_t>(s.find("Z"));
+  const k_node_t x = reinterpret_cast<k_node_t>(s.find("X"));
+  auto cg = [&](k_size_t i) {
+    return k_node_get_alpha(z, i) + 10 * k_node_get_beta(z, x, i) + 100 * k_node_get_gamma(z, i);
+  };
+  EXPECT_EQ(cg(0), 46.5);
+  EXPECT_EQ(cg(1), 404.0);
+  EXPECT_EQ(s.table(""), 0);
+}
+
+TEST(SasTable, RefusalsLeaveEveryTableAsItWas) {
+  const std::string y = "Y A B\n";
+  const std::vector<Refusal> refusals = {
+      {"3 A\n", "1:node name expected"},
+      {"Q A\n", "1:node `Q' not found"},
+      {"F\n", "1:`F' is not a chance node"},
+      {"Y A\n", "1:discrete parent `B' of `Y' is missing in the header"},
+      {"Y A B A\n", "1:node `A' appears twice in the header"},
+      {"Y A B X\n", "1:node `X' is not a discrete parent of `Y'"},
+      {"Y A alpha\n", "1:node `alpha' not found"},
+      {"Z A\n", "1:line is incomplete"},
+      {"Z A alpha variance\n", "1:continuous parent `X' of `Z' is missing in the header"},
+      {"Z A alpha A variance\n", "1:node `A' is not a continuous parent of `Z'"},
+      {"Z A alpha X variance 3\n", "1:extra stuff at end-of-line"},
+      {y + "a0 b0 1 0\n\na0 b0 1 0\n", "4:parent configuration given twice (line 2)"},
+      {y + "3 b0 1 0\n", "2:state label expected"},
+      {y + "\"b1\" b1 1 0\n", "2:`b1' is not a state of `A'"},
+      {y + "a0 b0 1\n", "2:line is incomplete"},
+      {y + "a0 b0 1 x\n", "2:number expected"},
+      {y + "a0 b0 1 1e999\n", "2:numbers must be finite"},
+      {y + "a0 b0 -1 2\n", "2:probabilities must be nonnegative"},
+      {y + "a0 b0 1 2\n", "3:1 of 6 parent configurations given"},
+      {"Z A alpha X variance\na0 1 2 -1\n", "2:variance must be nonnegative"},
+      {"Z A alpha X variance\na0 1 2 1\na1 1 1 1\n$", "4:unexpected character: `$'"},
+  };
+  for (const Refusal& r : refusals) {
+    SCOPED_TRACE(r.text);
+    Sas s;
+    table_network(s);
+    char* before = k_domain_to_net_string(s.d);
+    EXPECT_NE(s.table(r.text), 0);
+    EXPECT_EQ(s.code, K_ERROR_PARSE);
+    EXPECT_EQ(s.messages, r.messages);
+    char* after = k_domain_to_net_string(s.d);
+    EXPECT_STREQ(after, before);
+    std::free(before);
+    std::free(after);
+  }
+}
+
 TEST(SasFiles, BadArguments) {
   Sas s;
   EXPECT_FAILS(k_domain_parse_sas_nodes(nullptr, "x", nullptr, nullptr), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_parse_sas_links(s.d, nullptr, nullptr, nullptr), K_ERROR_USAGE);
   EXPECT_FAILS(k_domain_parse_sas_links(s.d, "/nonexistent/sas.txt", nullptr, nullptr), K_ERROR_IO);
+  EXPECT_FAILS(k_domain_parse_sas_table(s.d, "/nonexistent/sas.txt", nullptr, nullptr), K_ERROR_IO);
 }
 
 }  // namespace

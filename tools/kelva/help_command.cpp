@@ -228,7 +228,8 @@ entries; the links come last.
      ".xmlbif or .xml (XMLBIF), .kb (a KB file, with the compiled junction forest\n"
      "when the network is compiled), NET otherwise; nothing is printed.  Any\n"
      "command reads FILE.bif, FILE.xmlbif, FILE.xml, FILE.uai and FILE.kb as well\n"
-     "as NET files.\n",
+     "as NET files, and NET files in the older network format (told by their\n"
+     "header of a name, a label string and three numbers).\n",
      "kelva convert --example asia -o asia.net --digits 17"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "

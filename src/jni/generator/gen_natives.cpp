@@ -71,6 +71,7 @@ std::string jni_type(const std::string& java, const std::string& where) {
       {"long", "jlong"},        {"double", "jdouble"},
       {"String", "jstring"},    {"double[]", "jdoubleArray"},
       {"long[]", "jlongArray"}, {"String[]", "jobjectArray"},
+      {"byte[]", "jbyteArray"},
   };
   auto it = known.find(java);
   if (it != known.end()) return it->second;

@@ -230,6 +230,26 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Creates a discrete node with its states, all unlabelled.
+   *
+   * @param category chance, decision or function
+   * @param subtype the node's subtype
+   * @param states the number of states (2 for a boolean node)
+   * @return the new node
+   * @throws KelvaException "usage" for another category or a count below 1
+   *     (or other than 2 for a boolean node), else as
+   *     {@link #newNode(Category, Kind, Subtype)}; nothing is created then
+   */
+  public Node createDiscreteNode(Category category, Subtype subtype, long states) {
+    Node node = new Node(this);
+    long h = kDomainCreateDiscreteNode(handle, category.code(), subtype.code(), states, node);
+    check();
+    node.nodePeer = h;
+    nodes.put(h, node);
+    return node;
+  }
+
+  /**
    * The nodes of the domain, newest first.
    *
    * @return the nodes
@@ -1116,6 +1136,22 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * The bytes of the KB file that {@link #saveAsKB} would write, made in
+   * memory; written to a file, {@link #fromKBFile} loads them.  The domain's
+   * file name does not change.
+   *
+   * @param password encrypts the bytes; null or empty for none
+   * @return the KB file's bytes
+   * @throws KelvaException "usage" for a closed domain, "no_memory" when the
+   *     file is too large for a Java array
+   */
+  public byte[] saveToMemory(String password) {
+    byte[] bytes = kDomainSaveToMemory(handle, password);
+    check();
+    return bytes;
+  }
+
+  /**
    * The domain as NET text, as {@link #saveAsNet} writes it.
    *
    * @return the text
@@ -1534,6 +1570,56 @@ public final class Domain implements AutoCloseable {
    */
   public void parseSASLinks(String fileName, ParseListener listener) {
     check(kDomainParseSASLinks(handle, fileName, listener));
+  }
+
+  /**
+   * Reads a SAS table file into the table of a chance node.  The first line
+   * names the node and all its discrete parents, in any order; for a
+   * continuous node it goes on with {@code alpha}, all its continuous
+   * parents and {@code variance}.  Each further line gives one configuration
+   * of the discrete parents: a state label per parent in the header's
+   * order, then for a discrete node one nonnegative number per state, for a
+   * continuous node the mean's constant, a regression coefficient per
+   * continuous parent of the header and the variance.  Every configuration
+   * is given exactly once, in any order.  The table changes only when the
+   * whole file was read.
+   *
+   * @param fileName the file
+   * @param listener receives each error with its line number; may be null
+   * @throws KelvaException "parse" when the file has errors, "io" when it
+   *     cannot be read, "usage" for a null name or a closed domain
+   * @throws RuntimeException what the listener threw (on an error the
+   *     table is as it was; on a warning of a file that then parsed it holds
+   *     the file's values)
+   */
+  public void parseSASTable(String fileName, ParseListener listener) {
+    check(kDomainParseSASTable(handle, fileName, listener));
+  }
+
+  /**
+   * Reads node entries of the older network format into the domain.  Each
+   * entry makes a discrete chance node: its name, a label string, its number
+   * of states (1 to 65535), optionally one label string per state,
+   * optionally a position (two numbers), its parents each as a name
+   * followed by that parent's number of states, and its table in
+   * parentheses (the parents in the order written, the first slowest, the
+   * node fastest).  A name may be used as a parent before its entry; nodes
+   * that were in the domain before may be parents but get no entry.  The
+   * reader stops at the first error (every name used without an entry is
+   * reported); the domain then holds none of the file's nodes.
+   *
+   * @param fileName the file
+   * @param listener receives each error and warning with its line number;
+   *     may be null
+   * @throws KelvaException "parse" when the file has errors (or the code of
+   *     an engine operation that refused, such as "invalid_name"), "io" when
+   *     it cannot be read, "usage" for a null name or a closed domain
+   * @throws RuntimeException what the listener threw; the domain holds none
+   *     of the file's nodes
+   */
+  public void parseNodes(String fileName, ParseListener listener) {
+    check(kDomainParseNodes(handle, fileName, listener));
+    adoptNewNodes();
   }
 
   // MAP configurations, simulation and approximation.

@@ -1251,6 +1251,19 @@ public final class Node {
   }
 
   /**
+   * A quantile of a continuous node's distribution as of the last
+   * propagation (a mixture of normals; an entered value is a point mass).
+   *
+   * @param probability strictly between 0 and 1
+   * @return the least x with P(node &lt;= x | evidence) &gt;= probability
+   * @throws KelvaException "usage" for another node or probability,
+   *     "not_compiled", "no_equilibrium"
+   */
+  public double getQuantile(double probability) {
+    return check(kNodeGetQuantile(nodePeer, probability));
+  }
+
+  /**
    * The variance of a continuous node as of the last propagation (0 when a
    * value is entered).
    *

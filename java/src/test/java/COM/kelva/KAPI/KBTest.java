@@ -10,7 +10,7 @@ import org.junit.jupiter.api.io.TempDir;
 /** A propagated domain through a protected KB file. */
 class KBTest {
   @Test
-  void protectedFileKeepsTextBeliefsAndCompilation(@TempDir Path dir) {
+  void protectedFileKeepsTextBeliefsAndCompilation(@TempDir Path dir) throws Exception {
     String file = dir.resolve("r\u00e9in.kb").toString();
     try (Domain d = rain()) {
       d.compile();
@@ -21,6 +21,11 @@ class KBTest {
         assertTrue(back.isCompiled());
         assertEquals(d.toNetString(), back.toNetString());
         assertEquals(d.getNodeByName("rain").getBelief(0), back.getNodeByName("rain").getBelief(0));
+      }
+      String copy = dir.resolve("copy.kb").toString();
+      java.nio.file.Files.write(java.nio.file.Path.of(copy), d.saveToMemory(null));
+      try (Domain back = Domain.fromKBFile(copy, null)) {
+        assertEquals(d.toNetString(), back.toNetString());
       }
       assertFails(ErrorCode.BAD_KB_PASSWORD, () -> Domain.fromKBFile(file, "pass"));
       assertFails(ErrorCode.IO, () -> Domain.fromKBFile(dir.resolve("none.kb").toString(), null));

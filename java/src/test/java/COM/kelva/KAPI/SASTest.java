@@ -11,7 +11,7 @@ import java.util.List;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
 
-/** SAS node and link files read through the Java API. */
+/** SAS node, link and table files, and older node entries, read through the Java API. */
 class SASTest {
   @TempDir Path dir;
 
@@ -71,6 +71,19 @@ class SASTest {
           () -> d.parseSASLinks(file("l.txt", "A B\n"), null));
       assertEquals(ErrorCode.PARSE, e.getCode());
       assertThrows(KelvaException.class, () -> d.parseSASNodes(dir.resolve("none").toString(), null));
+      assertEquals(2, d.getNodes().size());
+    }
+  }
+
+  @Test
+  void olderNodeEntriesAndTableFiles() throws IOException {
+    try (Domain d = new Domain()) {
+      d.parseNodes(file("o.txt", "B \"\" 2 A 2 (1 0 0 1)\nA \"\" 2 \"no\" \"yes\" (1 1)\n"), null);
+      Node b = d.getNodeByName("B");
+      assertEquals(List.of("A"), names(b.getParents()));
+      d.parseSASTable(file("t.txt", "B A\nyes 0.3 0.7\nno 0.6 0.4\n"), null);
+      assertArrayEquals(new double[] {0.6, 0.4, 0.3, 0.7}, b.getTable().getData());
+      assertThrows(KelvaException.class, () -> d.parseNodes(file("x.txt", "C \"\" 1 Q 1 (1)"), null));
       assertEquals(2, d.getNodes().size());
     }
   }
