@@ -63,11 +63,7 @@ class LineReader {
   // lexer already: the parse stops there without a second message.  A
   // silent one (a number that does not convert) gets `message`.
   [[noreturn]] void fail(const std::string& message, int token = 0) {
-    if (token == TOKEN_ERROR && lx_.error_count() > 0) {
-      const k_error_t code = lx_.failure();
-      throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
-    }
-    net_fail(lx_, message, token);
+    reader_fail(lx_, message, token);
   }
 
   // Runs an engine operation; a failure becomes "API error: %s".

@@ -48,6 +48,14 @@ void net_fail(Lexer& lexer, const std::string& message, int token) {
   throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
 }
 
+void reader_fail(Lexer& lexer, const std::string& message, int token) {
+  if (token == TOKEN_ERROR && lexer.error_count() > 0) {
+    const k_error_t code = lexer.failure();
+    throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
+  }
+  net_fail(lexer, message, token);
+}
+
 void net_api_fail(Lexer& lexer, k_error_t code) {
   lexer.report_error(net_message("API error: %s", error_description(code)).c_str());
   throw Error(code);

@@ -51,6 +51,11 @@ std::string net_message(const char* format, ...) __attribute__((format(printf, 1
 /// no_memory), "parse" otherwise.
 [[noreturn]] void net_fail(Lexer& lexer, const std::string& message, int token = 0);
 
+/// As net_fail, for readers whose lexer reports its own errors: a lexical
+/// error already reported (TOKEN_ERROR) stops the parse without a second
+/// message; a silent one (a number that does not convert) gets `message`.
+[[noreturn]] void reader_fail(Lexer& lexer, const std::string& message, int token = 0);
+
 /// Reports "API error: %s" with the description of `code` and stops the
 /// parse with that code.
 [[noreturn]] void net_api_fail(Lexer& lexer, k_error_t code);

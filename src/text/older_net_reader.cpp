@@ -293,11 +293,7 @@ class OlderReader {
   // Reports `message` and stops; a lexical error has been reported by the
   // lexer already and stops the parse without a second message.
   [[noreturn]] void fail(const std::string& message, int token = 0) {
-    if (token == TOKEN_ERROR && lx_.error_count() > 0) {
-      const k_error_t code = lx_.failure();
-      throw Error(code == K_ERROR_NONE ? K_ERROR_PARSE : code);
-    }
-    net_fail(lx_, message, token);
+    reader_fail(lx_, message, token);
   }
 
   template <class F>
