@@ -4,11 +4,14 @@
 // the time per iteration beside the time of propagating the same cases one
 // by one.
 //
-// usage: bench_em NET [CASES [ITERATIONS [HIDE [SEED [START]]]]]
+// usage: bench_em NET [CASES [ITERATIONS [HIDE [SEED [START [THREADS]]]]]]
 // (defaults 10000 cases, 2 iterations, hide 0.2, seed 1, START "uniform":
 // learning starts from uniform tables; "true" starts from the network's
-// own).  Prints key<TAB>value lines.
+// own; THREADS 1).  With THREADS above 1 learning runs again from the same
+// start at that concurrency level, and the speed-up and whether the learned
+// tables are identical are printed.  Prints key<TAB>value lines.
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -109,7 +112,8 @@ void sample(Domain& d, std::size_t cases, double hide, std::mt19937_64& rng) {
 
 int main(int argc, char** argv) {
   if (argc < 2) {
-    std::fprintf(stderr, "usage: bench_em NET [CASES [ITERATIONS [HIDE [SEED]]]]\n");
+    std::fprintf(stderr,
+                 "usage: bench_em NET [CASES [ITERATIONS [HIDE [SEED [START [THREADS]]]]]]\n");
     return 2;
   }
   const std::size_t cases = argc > 2 ? std::strtoul(argv[2], nullptr, 10) : 10000;
@@ -117,6 +121,7 @@ int main(int argc, char** argv) {
   const double hide = argc > 4 ? std::strtod(argv[4], nullptr) : 0.2;
   const unsigned long seed = argc > 5 ? std::strtoul(argv[5], nullptr, 10) : 1;
   const bool uniform = argc <= 6 || std::string(argv[6]) != "true";
+  const std::uint64_t threads = argc > 7 ? std::strtoull(argv[7], nullptr, 10) : 1;
 
   k_domain_t h = k_net_parse_domain(argv[1], nullptr, nullptr);
   if (h == nullptr) {
@@ -162,6 +167,10 @@ int main(int argc, char** argv) {
 
   k_domain_set_max_number_of_em_iterations(h, iterations);
   k_domain_set_log_likelihood_tolerance(h, 0.0);
+  std::vector<std::vector<double>> start_tables;
+  for (Node* n = d.first_node(); n != nullptr; n = n->next)
+    if (n->category() == K_CATEGORY_CHANCE && n->is_discrete())
+      start_tables.emplace_back(n->table()->data(), n->table()->data() + n->table()->size());
   start = Clock::now();
   cpu = cpu_seconds();
   if (k_domain_learn_tables(h) != 0) {
@@ -172,6 +181,38 @@ int main(int argc, char** argv) {
   const double learn_cpu = cpu_seconds() - cpu;
   const double per_iteration = learn_seconds / static_cast<double>(iterations);
   const double per_iteration_cpu = learn_cpu / static_cast<double>(iterations);
+
+  // The same run at the concurrency level `threads`.
+  double threads_seconds = 0.0;
+  bool identical = true;
+  if (threads > 1) {
+    std::vector<std::vector<double>> learned_tables;
+    std::size_t i = 0;
+    for (Node* n = d.first_node(); n != nullptr; n = n->next) {
+      if (n->category() != K_CATEGORY_CHANCE || !n->is_discrete()) continue;
+      Table& t = *n->table();
+      learned_tables.emplace_back(t.data(), t.data() + t.size());
+      std::copy(start_tables[i].begin(), start_tables[i].end(), t.data());
+      t.notify_changed();
+      ++i;
+    }
+    k_domain_set_concurrency_level(h, threads);
+    start = Clock::now();
+    if (k_domain_learn_tables(h) != 0) {
+      std::fprintf(stderr, "bench_em: learning with %llu threads failed (%s)\n",
+                   static_cast<unsigned long long>(threads), k_error_description(k_error_code()));
+      return 1;
+    }
+    threads_seconds = seconds_since(start);
+    i = 0;
+    for (Node* n = d.first_node(); n != nullptr; n = n->next) {
+      if (n->category() != K_CATEGORY_CHANCE || !n->is_discrete()) continue;
+      const Table& t = *n->table();
+      identical = identical && std::equal(learned_tables[i].begin(), learned_tables[i].end(),
+                                          t.data(), t.data() + t.size());
+      ++i;
+    }
+  }
 
   std::uint64_t total_clique = 0;
   for (const auto& c : d.forest()->cliques) total_clique += c->table->size();
@@ -197,6 +238,12 @@ int main(int argc, char** argv) {
   std::printf("cpu_seconds_per_iteration\t%.3f\n", per_iteration_cpu);
   std::printf("cpu_cases_per_second\t%.0f\n", static_cast<double>(cases) / per_iteration_cpu);
   std::printf("cpu_iteration_over_propagations\t%.3f\n", per_iteration_cpu / propagate_cpu);
+  if (threads > 1) {
+    std::printf("threads\t%llu\n", static_cast<unsigned long long>(threads));
+    std::printf("threads_learn_seconds\t%.3f\n", threads_seconds);
+    std::printf("threads_speedup\t%.2f\n", learn_seconds / threads_seconds);
+    std::printf("threads_identical_tables\t%d\n", identical ? 1 : 0);
+  }
   k_domain_delete(h);
   return 0;
 }

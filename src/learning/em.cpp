@@ -7,13 +7,24 @@
 // assigned to into a running sum; each family is marginalized out of its
 // clique's sum once per iteration.  A clique whose families are all fully
 // observed in a case gets the case's counts directly, without the sweep.
+//
+// The cases are taken in chunks of a fixed size whose counts and
+// log-likelihood are added to the pass's totals in chunk order, so the sums
+// are the same to the last bit whether one thread does every chunk or, with
+// a concurrency level above 1, several threads each propagate chunks in a
+// compiled copy of the domain.
 
 #include "learning/em.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdio>
+#include <exception>
 #include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -29,6 +40,8 @@
 #include "network/error.h"
 #include "network/node.h"
 #include "platform/locale_guard.h"
+#include "platform/worker_pool.h"
+#include "structure/classes.h"
 #include "table/index_plan.h"
 #include "table/table.h"
 #include "table/table_ops.h"
@@ -42,8 +55,10 @@ struct Family {
   Node* node = nullptr;
   const NodeSlot* slot = nullptr;
   Table* table = nullptr;
-  /// Expected counts in the node table's configuration order.
+  /// Expected counts in the node table's configuration order: `counts` of
+  /// the current chunk, `sums` of the pass.
   std::vector<double> counts;
+  std::vector<double> sums;
   /// Prior counts (empty when the experience table gives none).
   std::vector<double> prior;
   /// The table's data before the run, put back when the run fails.
@@ -87,19 +102,34 @@ void settle(Domain& domain) {
   else propagate_domain(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
 }
 
+// Cases per chunk of a pass.
+constexpr std::size_t kChunkCases = 256;
+
 class Learner {
  public:
   explicit Learner(Domain& domain)
       : domain_(domain), forest_(*domain.forest()), continuous_(domain) {}
 
-  // Finds the learned nodes and makes their tables; `with_counts` false
-  // makes none (a log-likelihood pass).
-  void prepare_families();
-  bool has_families() const noexcept { return !families_.empty(); }
+  // Finds the learned nodes among `candidates` (every node of the domain
+  // when null) and makes their tables.
+  void prepare_families(const std::vector<Node*>* candidates = nullptr);
+  const std::vector<Family>& families() const noexcept { return families_; }
+  bool has_continuous() const noexcept { return !continuous_.empty(); }
 
-  // One pass over the cases: enters and propagates each, returns the sum of
-  // count times log-likelihood, and with `accumulate` fills the families'
-  // expected counts.
+  // Starts a pass: initialises the forest and, with `accumulate`, clears
+  // the pass's counts.
+  void begin_pass(bool accumulate);
+  // Enters and propagates cases [first, last); returns the sum of count
+  // times log-likelihood, and with `accumulate` leaves the chunk's
+  // expected counts in the families' `counts`.
+  double run_chunk(std::size_t first, std::size_t last, bool accumulate);
+  // Adds the chunk counts of `from` (same families in the same order, or
+  // this learner) to the pass's counts.
+  void add_chunk(const Learner& from);
+  void add_chunk(const double* counts);
+  // The chunk counts of every family, one after the other.
+  void copy_chunk(std::vector<double>& out) const;
+  // One pass over every case, chunk by chunk on this thread.
   double pass(bool accumulate);
   // Turns the expected counts into new tables.
   void maximize();
@@ -118,9 +148,14 @@ class Learner {
   CgLearner continuous_;
 };
 
-void Learner::prepare_families() {
+void Learner::prepare_families(const std::vector<Node*>* candidates) {
   continuous_.prepare();
-  for (Node* node = domain_.first_node(); node != nullptr; node = node->next) {
+  std::vector<Node*> all;
+  if (candidates == nullptr) {
+    for (Node* node = domain_.first_node(); node != nullptr; node = node->next) all.push_back(node);
+    candidates = &all;
+  }
+  for (Node* node : *candidates) {
     if (node->category() != K_CATEGORY_CHANCE || !node->is_discrete()) continue;
     const Table* experience = node->experience_table();
     Table* table = node->table();
@@ -135,6 +170,7 @@ void Learner::prepare_families() {
     const double* data = table->data();
     f.original.assign(data, data + size);
     f.counts.assign(size, 0.0);
+    f.sums.assign(size, 0.0);
     f.experience.assign(size, 0.0);
     gather(IndexPlan::between(*table, *experience), f.experience.data(), experience->data());
     const auto& counts = table->state_counts();
@@ -186,7 +222,6 @@ void Learner::prepare_families() {
 }
 
 void Learner::clear_counts() noexcept {
-  continuous_.clear();
   for (Family& f : families_) std::fill(f.counts.begin(), f.counts.end(), 0.0);
   for (Home& h : homes_) {
     if (h.touched) std::fill(h.sum.begin(), h.sum.end(), 0.0);
@@ -239,14 +274,21 @@ void Learner::fold_homes() {
   }
 }
 
-double Learner::pass(bool accumulate) {
-  if (accumulate) clear_counts();
+void Learner::begin_pass(bool accumulate) {
+  if (accumulate) {
+    continuous_.clear();
+    for (Family& f : families_) std::fill(f.sums.begin(), f.sums.end(), 0.0);
+  }
   // Every pass starts from the node tables, so that the same tables give
   // the same total to the last bit whatever the forest held before.
   initialise_domain(domain_);
+}
+
+double Learner::run_chunk(std::size_t first, std::size_t last, bool accumulate) {
+  if (accumulate) clear_counts();
   const CaseStore& cases = domain_.cases;
   double total = 0.0;
-  for (std::size_t c = 0; c < cases.size(); ++c) {
+  for (std::size_t c = first; c < last; ++c) {
     // A case of count 0 adds nothing, not even a failed propagation.
     const double weight = cases.count(c);
     if (!(weight > 0.0)) continue;
@@ -262,11 +304,41 @@ double Learner::pass(bool accumulate) {
   return total;
 }
 
+void Learner::add_chunk(const Learner& from) {
+  for (std::size_t i = 0; i < families_.size(); ++i) {
+    std::vector<double>& sums = families_[i].sums;
+    const std::vector<double>& counts = from.families_[i].counts;
+    for (std::size_t k = 0; k < sums.size(); ++k) sums[k] += counts[k];
+  }
+}
+
+void Learner::add_chunk(const double* counts) {
+  for (Family& f : families_) {
+    for (double& sum : f.sums) sum += *counts++;
+  }
+}
+
+void Learner::copy_chunk(std::vector<double>& out) const {
+  out.clear();
+  for (const Family& f : families_) out.insert(out.end(), f.counts.begin(), f.counts.end());
+}
+
+double Learner::pass(bool accumulate) {
+  begin_pass(accumulate);
+  const std::size_t n = domain_.cases.size();
+  double total = 0.0;
+  for (std::size_t first = 0; first < n; first += kChunkCases) {
+    total += run_chunk(first, std::min(n, first + kChunkCases), accumulate);
+    if (accumulate) add_chunk(*this);
+  }
+  return total;
+}
+
 void Learner::maximize() {
   continuous_.maximize();
   for (Family& f : families_) {
     if (!f.prior.empty())
-      for (std::size_t i = 0; i < f.counts.size(); ++i) f.counts[i] += f.prior[i];
+      for (std::size_t i = 0; i < f.sums.size(); ++i) f.sums[i] += f.prior[i];
     double* data = f.table->data();
     const std::uint64_t size = f.table->size();
     for (std::uint64_t base = 0; base < size; ++base) {
@@ -274,10 +346,10 @@ void Learner::maximize() {
       // A negative experience count marks a row that is not learned.
       if (f.experience[base] < 0.0) continue;
       double sum = 0.0;
-      for (std::uint64_t k = 0; k < f.states; ++k) sum += f.counts[base + k * f.stride];
+      for (std::uint64_t k = 0; k < f.states; ++k) sum += f.sums[base + k * f.stride];
       if (!(sum > 0.0)) continue;  // no data for this row: it keeps its distribution
       for (std::uint64_t k = 0; k < f.states; ++k)
-        data[base + k * f.stride] = f.counts[base + k * f.stride] / sum;
+        data[base + k * f.stride] = f.sums[base + k * f.stride] / sum;
     }
     f.node->table_changed();
   }
@@ -289,6 +361,152 @@ void Learner::restore() noexcept {
     std::copy(f.original.begin(), f.original.end(), f.table->data());
     f.node->table_changed();
   }
+}
+
+// A compiled copy of the domain with the cases, on which one more thread
+// propagates chunks of a pass.
+struct Replica {
+  std::unique_ptr<Domain> domain;
+  std::unique_ptr<Learner> learner;
+};
+
+// Whether two forests have the same cliques with the same members in the
+// same order (names compared), so that a case propagates to the same bits.
+bool same_forest(const Forest& a, const Forest& b) {
+  if (a.trees.size() != b.trees.size() || a.cliques.size() != b.cliques.size() ||
+      a.separators.size() != b.separators.size())
+    return false;
+  for (std::size_t i = 0; i < a.cliques.size(); ++i) {
+    const NodeList& x = a.cliques[i]->members;
+    const NodeList& y = b.cliques[i]->members;
+    if (x.size() != y.size()) return false;
+    for (std::size_t k = 0; k < x.size(); ++k)
+      if (x[k]->name() != y[k]->name()) return false;
+  }
+  for (std::size_t i = 0; i < a.separators.size(); ++i)
+    if (a.separators[i]->parent->number != b.separators[i]->parent->number ||
+        a.separators[i]->child->number != b.separators[i]->child->number)
+      return false;
+  return true;
+}
+
+// Up to `threads` - 1 replicas of `domain` for a row-parallel E-step, or
+// none when a copy cannot propagate exactly as the domain does (continuous
+// or chain-graph parts, a compressed forest, nodes without names) or there
+// are too few cases to share.
+std::vector<Replica> make_replicas(Domain& domain, const Learner& main) {
+  std::vector<Replica> replicas;
+  const std::size_t chunks = (domain.cases.size() + kChunkCases - 1) / kChunkCases;
+  const std::size_t threads = std::min<std::size_t>(
+      {domain.concurrency_level, chunks, platform::WorkerPool::kMaxWorkers + 1});
+  if (threads < 2 || main.has_continuous() || domain.is_compressed() ||
+      domain.forest()->compressed || !domain.chain_components.empty() ||
+      domain.continuous_count() > 0)
+    return replicas;
+  for (const Node* node = domain.first_node(); node != nullptr; node = node->next)
+    if (!node->has_name()) return replicas;
+  for (std::size_t t = 1; t < threads; ++t) {
+    Replica r;
+    r.domain = clone_domain(domain);
+    Domain& copy = *r.domain;
+    copy.grain_size = domain.grain_size;
+    copy.scaled_propagation = domain.scaled_propagation;
+    copy.cases = domain.cases;
+    for (const Node* node = domain.first_node(); node != nullptr; node = node->next)
+      copy.find(node->name())->cases = node->cases;
+    std::vector<Node*> order;
+    for (const Node* node : domain.forest()->elimination_order)
+      order.push_back(copy.find(node->name()));
+    triangulate_domain_with_order(copy, order);
+    compile_domain(copy);
+    if (!same_forest(*domain.forest(), *copy.forest())) return {};
+    std::vector<Node*> candidates;
+    for (const Family& f : main.families()) candidates.push_back(copy.find(f.node->name()));
+    r.learner = std::make_unique<Learner>(copy);
+    r.learner->prepare_families(&candidates);
+    if (r.learner->families().size() != main.families().size()) return {};
+    replicas.push_back(std::move(r));
+  }
+  return replicas;
+}
+
+// One pass over the cases shared by the main learner (on this thread) and
+// the replicas: each thread takes the next chunk, and the chunks' counts and
+// log-likelihoods are added in chunk order.  A failing case stops the pass
+// with the error of the first failing chunk, as one thread would.
+double parallel_pass(Domain& domain, Learner& main, std::vector<Replica>& replicas,
+                     bool accumulate) {
+  // Each thread propagates alone: table operations are not split further.
+  struct Level {
+    Domain& domain;
+    std::uint64_t saved;
+    ~Level() { domain.concurrency_level = saved; }
+  } level{domain, domain.concurrency_level};
+  domain.concurrency_level = 1;
+
+  main.begin_pass(accumulate);
+  for (Replica& r : replicas) {
+    const auto& from = main.families();
+    const auto& to = r.learner->families();
+    for (std::size_t i = 0; i < from.size(); ++i) {
+      std::copy(from[i].table->data(), from[i].table->data() + from[i].table->size(),
+                to[i].table->data());
+      to[i].node->table_changed();
+    }
+    r.learner->begin_pass(accumulate);
+  }
+  std::vector<Learner*> learners{&main};
+  for (Replica& r : replicas) learners.push_back(r.learner.get());
+
+  const std::size_t n = domain.cases.size();
+  const std::size_t chunks = (n + kChunkCases - 1) / kChunkCases;
+  std::atomic<std::size_t> next{0};
+  std::mutex mutex;
+  std::size_t combined = 0;  // chunks added so far; guarded by mutex
+  std::map<std::size_t, std::pair<double, std::vector<double>>> waiting;
+  double total = 0.0;
+  std::size_t failed_chunk = chunks;  // guarded by mutex
+  std::exception_ptr failure;
+  std::atomic<std::size_t> stop{chunks};
+
+  auto task = [&](std::size_t w) noexcept {
+    Learner& learner = *learners[w];
+    std::size_t k = 0;
+    try {
+      for (;;) {
+        k = next.fetch_add(1);
+        if (k >= stop.load()) return;
+        const std::size_t first = k * kChunkCases;
+        const double ll = learner.run_chunk(first, std::min(n, first + kChunkCases), accumulate);
+        const std::lock_guard lock(mutex);
+        if (k == combined) {
+          total += ll;
+          if (accumulate) main.add_chunk(learner);
+          ++combined;
+        } else {
+          auto& entry = waiting[k];
+          entry.first = ll;
+          if (accumulate) learner.copy_chunk(entry.second);
+        }
+        for (auto it = waiting.find(combined); it != waiting.end(); it = waiting.find(combined)) {
+          total += it->second.first;
+          if (accumulate) main.add_chunk(it->second.second.data());
+          waiting.erase(it);
+          ++combined;
+        }
+      }
+    } catch (...) {
+      const std::lock_guard lock(mutex);
+      if (k < failed_chunk) {
+        failed_chunk = k;
+        failure = std::current_exception();
+        stop.store(k);
+      }
+    }
+  };
+  platform::WorkerPool::shared().run(learners.size(), learners.size(), task);
+  if (failure) std::rethrow_exception(failure);
+  return total;
 }
 
 std::size_t total_count_or_throw(const Domain& domain) {
@@ -363,6 +581,15 @@ void learn_tables(Domain& domain) {
   Learner learner(domain);
   try {
     learner.prepare_families();
+    // The copies only save time: without them one thread gives the same bits.
+    std::vector<Replica> replicas;
+    try {
+      replicas = make_replicas(domain, learner);
+    } catch (const Error&) {
+      replicas.clear();
+    } catch (const std::bad_alloc&) {
+      replicas.clear();
+    }
     if (log.active()) {
       if (domain.cases.counts_set())
         log.write("\n\nEM learning with %g cases:\n\n", domain.cases.total_count());
@@ -372,7 +599,8 @@ void learn_tables(Domain& domain) {
     double previous = -std::numeric_limits<double>::max();
     std::uint64_t iteration = 0;
     for (bool stop = false; !stop;) {
-      const double total = learner.pass(true);
+      const double total =
+          replicas.empty() ? learner.pass(true) : parallel_pass(domain, learner, replicas, true);
       ++iteration;
       if (log.active()) {
         log.write("    Log-likelihood for iteration %s: %g\n", std::to_string(iteration).c_str(),

@@ -6,10 +6,12 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <memory>
 #include <random>
 #include <vector>
 
 #include "em_fixture.h"
+#include "platform/worker_pool.h"
 
 namespace kelva::test {
 namespace {
@@ -269,6 +271,49 @@ TEST(EmLearning, CaseCountsWeightCases) {
   EXPECT_EQ(k_domain_is_compiled(weighted.domain), 1);
   EXPECT_EQ(k_node_evidence_is_entered(weighted.h("A")), 0);
   EXPECT_EQ(k_domain_propagate(weighted.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+}
+
+// With a concurrency level above 1 the E-step shares the cases among compiled
+// copies of the domain; every total, table and error is that of one thread
+// to the last bit, also when an impossible case stops the run.
+TEST(EmLearning, ThreadsGiveTheBitsOfOneThread) {
+  const std::vector<double> b_table = {0.5, 0.0, 0.5, 0.3, 0.3, 0.4};
+  Net truth(kSixNodes);
+  truth.set_table("B", b_table);
+  std::vector<std::unique_ptr<Net>> nets;
+  std::vector<Progress> progress(3);
+  for (std::size_t t = 0; t < 3; ++t) {
+    nets.push_back(std::make_unique<Net>(kSixNodes));
+    Net& net = *nets.back();
+    net.uniform();
+    net.all_experience();
+    net.set_table("B", b_table);
+    ASSERT_EQ(k_domain_compile(net.domain), 0);
+    ASSERT_EQ(k_domain_set_concurrency_level(net.domain, t + 1), 0);
+    ASSERT_EQ(k_domain_set_max_number_of_em_iterations(net.domain, 4), 0);
+    std::mt19937_64 rng(77);
+    sample_cases(truth, net, 3000, 0.3, rng);
+    progress[t].attach(net.domain);
+    ASSERT_EQ(k_domain_learn_tables(net.domain), 0);
+  }
+  EXPECT_GT(platform::WorkerPool::shared().worker_count(), 0u);
+  for (std::size_t t = 1; t < 3; ++t) {
+    EXPECT_EQ(progress[t].totals, progress[0].totals) << t + 1 << " threads";
+    EXPECT_EQ(k_domain_get_log_likelihood(nets[t]->domain),
+              k_domain_get_log_likelihood(nets[0]->domain));
+    for (const char* name : kNames) EXPECT_EQ(nets[t]->table(name), nets[0]->table(name)) << name;
+  }
+  // Impossible cases in two chunks: the first one's error, tables kept.
+  for (auto& net : nets) {
+    for (std::size_t c : {2900u, 1400u}) {
+      net->node("A").cases.set_state(c, 0);
+      net->node("B").cases.set_state(c, 1);
+    }
+    const std::vector<double> before = net->table("D");
+    EXPECT_NE(k_domain_learn_tables(net->domain), 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+    EXPECT_EQ(net->table("D"), before);
+  }
 }
 
 }  // namespace

@@ -70,9 +70,11 @@ awk -F'\t' '$1 == "log_likelihood" { ll = $2 } $1 == "aic" { aic = $2 }
 grep -q '^EM learning with 3000 cases:$' "$work/learn.log" || fail "learn wrote no EM log"
 grep -q 'experience' "$work/learned.net" && fail "the learned network keeps learn's experience tables"
 "$kelva" nodes "$work/learned.net" >/dev/null || fail "the learned network does not read back"
-# The same cases as a data set file (.csv) learn the same tables.
+# The same cases as a data set file (.csv) learn the same tables, on three
+# threads too.
 { head -n 1 "$work/l.dat" | tr ' ' ','; sed -n '3,$p' "$work/l.dat" | tr ' ' ','; } >"$work/l.csv"
 "$kelva" learn --example asia "$work/l.csv" -o "$work/learned-csv.net" --max-iterations 4 --tolerance 0 \
+  --threads 3 \
   >"$work/learn-csv.out" 2>"$work/learn-csv.err" || fail "learn from .csv: $(cat "$work/learn-csv.err")"
 cmp -s "$work/learned.net" "$work/learned-csv.net" || fail "learning from .csv gives another network"
 diff <(grep -v '^seconds' "$work/learn.out") <(grep -v '^seconds' "$work/learn-csv.out") >/dev/null ||

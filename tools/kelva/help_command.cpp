@@ -117,9 +117,10 @@ constexpr OptionHelp kOptionHelp[] = {
     {"--evidence K", "nodes per random evidence set of bench (default 5)", bit(Command::bench)},
     {"--threads T",
      "worker threads of table operations and of the bandwidth\n"
-     "measurement, or of predict, each with its own compiled\n"
-     "copy of the network (default 1)",
-     bit(Command::bench) | bit(Command::predict)},
+     "measurement, or of predict and of learn's EM passes, each\n"
+     "with its own compiled copy of the network (default 1;\n"
+     "learn's results are the same bits for every T)",
+     bit(Command::bench) | bit(Command::predict) | bit(Command::learn)},
     {"--seed S", "seed of bench's random evidence and of sample's\ncases (default 1)",
      bit(Command::bench) | bit(Command::sample)},
     {"-n N", "how many cases sample draws", bit(Command::sample)},
@@ -299,7 +300,8 @@ posterior through the junction tree (the library's stream, seeded with S).
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
-     "[--tolerance T] [--strict-columns] [--scaled] [--log LOG] [--quiet]\n"
+     "[--tolerance T] [--strict-columns] [--scaled] [--threads T]\n"
+     "[--log LOG] [--quiet]\n"
      "| DATA --structure pc|npc|tree|greedy -o OUT.net",
      "learn the tables of a network's chance nodes from the cases of\n"
      "a data file by EM and write the learned network",

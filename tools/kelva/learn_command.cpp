@@ -56,6 +56,7 @@ void run_learn(std::FILE* out, const Options& options) {
     added.push_back(checked(k_node_get_experience_table(n)));
   }
   if (options.scaled) checked(k_domain_set_scaled_propagation(domain.get(), 1));
+  checked(k_domain_set_concurrency_level(domain.get(), static_cast<k_size_t>(options.threads)));
   compile_network(domain.get(), source_name(options.source), progress);
   if (!options.log.empty())
     checked_file(k_domain_set_log_file(domain.get(), options.log.c_str(), 0), options.log,

@@ -214,7 +214,7 @@ Options parse_options(std::span<const char* const> args) {
       only_for(options, Command::bench, "--evidence");
       options.evidence = static_cast<int>(parse_count(*value, "--evidence", 0, 1000000));
     } else if (auto value = option_value(args, i, "--threads")) {
-      only_for(options, {Command::bench, Command::predict}, "--threads");
+      only_for(options, {Command::bench, Command::predict, Command::learn}, "--threads");
       options.threads = static_cast<int>(parse_count(*value, "--threads", 1, 256));
     } else if (auto value = option_value(args, i, "--seed")) {
       only_for(options, {Command::bench, Command::sample}, "--seed");
