@@ -156,6 +156,18 @@ class JunctionTree : public Object {
   /// root is asked for.
   std::vector<Message> schedule;
   Clique* schedule_root = nullptr;
+  /// The schedule shared between two threads (see the inference layer),
+  /// made for `split_root` and `split_grain`: per link its role, and the
+  /// links of the subtrees the second thread propagates, grouped by subtree
+  /// (group g is split_links[split_starts[g] .. split_starts[g + 1])).  No
+  /// groups: one thread.
+  std::vector<std::uint8_t> split_role;
+  std::vector<std::size_t> split_links;
+  std::vector<std::size_t> split_starts;
+  /// Per link, the factor of a scaled collect (summed in schedule order).
+  std::vector<double> split_scales;
+  Clique* split_root = nullptr;
+  std::uint64_t split_grain = 0;
   /// Room for one evidence or ratio vector (as many entries as the largest
   /// state count among the tree's nodes).
   std::vector<double> evidence_scratch;

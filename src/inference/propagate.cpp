@@ -1,8 +1,10 @@
 #include "inference/propagate.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cfloat>
 #include <cmath>
+#include <exception>
 
 #include "compile/junction_forest.h"
 #include "inference/cg_propagate.h"
@@ -13,6 +15,7 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
+#include "platform/worker_pool.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -188,29 +191,235 @@ void absorb_new_evidence(JunctionTree& tree, const Parallelism& par) {
   }
 }
 
+// Link roles of a split schedule.
+constexpr std::uint8_t kFirstThread = 0;   // propagated by the calling thread
+constexpr std::uint8_t kSecondThread = 1;  // inside a subtree of the second thread
+constexpr std::uint8_t kJoin = 2;          // joins such a subtree to the rest
+
+// A tree is shared between two threads when its cliques hold at least this
+// many grains of entries.
+constexpr std::uint64_t kSplitGrains = 16;
+
+// Shares the schedule between two threads: whole subtrees, about half of
+// the clique entries, go to the second thread; the calling thread keeps the
+// rest and the links that join those subtrees to it.  Every clique is then
+// touched by one thread only, in the order one thread would, so the split
+// changes no bit.  Leaves no groups when the tree is too small or cannot
+// be split well.
+void build_split(JunctionTree& tree, std::uint64_t grain) {
+  const auto& schedule = tree.schedule;
+  const std::size_t n = schedule.size();
+  constexpr std::size_t kNone = JunctionTree::kNoLink;
+  tree.split_root = tree.schedule_root;
+  tree.split_grain = grain;
+  tree.split_links.clear();
+  tree.split_starts.clear();
+  tree.split_role.assign(n, kFirstThread);
+  tree.split_scales.assign(n, 1.0);
+  // Entries of each link's subtree (its outer clique and everything beyond).
+  std::vector<std::uint64_t> weight(n, 0);
+  std::uint64_t total = tree.schedule_root->table->size();
+  for (std::size_t i = n; i-- > 0;) {
+    weight[i] += schedule[i].outer->table->size();
+    if (schedule[i].parent != kNone) weight[schedule[i].parent] += weight[i];
+    else total += weight[i];
+  }
+  if (n < 2 || total / kSplitGrains < grain) return;
+  // Take the heaviest subtree that fits into half the entries; open one
+  // that does not (its clique stays with the calling thread).
+  const std::uint64_t half = total / 2;
+  std::uint64_t taken = 0;
+  std::vector<std::size_t> open;
+  for (std::size_t i = 0; i < n && schedule[i].parent == kNone; ++i) open.push_back(i);
+  while (!open.empty() && taken < half) {
+    const auto heaviest = std::max_element(open.begin(), open.end(),
+                                           [&](auto a, auto b) { return weight[a] < weight[b]; });
+    const std::size_t h = *heaviest;
+    open.erase(heaviest);
+    if (taken + weight[h] <= half + half / 8) {
+      tree.split_role[h] = kJoin;
+      taken += weight[h];
+    } else if (schedule[h].first_child != kNone) {
+      for (std::size_t j = schedule[h].first_child; j < n && schedule[j].parent == h; ++j)
+        open.push_back(j);
+    }
+  }
+  if (taken < total / 8) {
+    tree.split_role.assign(n, kFirstThread);
+    return;
+  }
+  // Group the second thread's links by subtree, in schedule order.
+  std::vector<std::size_t> group(n, kNone);
+  std::size_t groups = 0;
+  for (std::size_t i = 0; i < n; ++i) {
+    const std::size_t p = schedule[i].parent;
+    if (tree.split_role[i] == kJoin) {
+      group[i] = groups++;
+    } else if (p != kNone && group[p] != kNone) {
+      tree.split_role[i] = kSecondThread;
+      group[i] = group[p];
+    }
+  }
+  tree.split_starts.assign(groups + 1, 0);
+  for (std::size_t i = 0; i < n; ++i)
+    if (tree.split_role[i] == kSecondThread) ++tree.split_starts[group[i] + 1];
+  for (std::size_t g = 0; g < groups; ++g) tree.split_starts[g + 1] += tree.split_starts[g];
+  tree.split_links.assign(tree.split_starts.back(), 0);
+  std::vector<std::size_t> fill(tree.split_starts.begin(), tree.split_starts.end() - 1);
+  for (std::size_t i = 0; i < n; ++i)
+    if (tree.split_role[i] == kSecondThread) tree.split_links[fill[group[i]]++] = i;
+}
+
+// Sends the collect message of schedule link i (see calibrate).
+void collect_link(const JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
+                  double* scale) {
+  const auto& schedule = tree.schedule;
+  const JunctionTree::Message& link = schedule[i];
+  if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
+  const JunctionTree::Message* next =
+      link.first_out && link.parent != JunctionTree::kNoLink ? &schedule[link.parent] : nullptr;
+  send_message(link, false, how, par, link.first_child != JunctionTree::kNoLink,
+               next != nullptr ? next->separator : nullptr,
+               next != nullptr ? next->outer_plan : nullptr, scale);
+}
+
+// Sends the distribute message of schedule link i.
+void distribute_link(const JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par) {
+  const auto& schedule = tree.schedule;
+  const JunctionTree::Message& link = schedule[i];
+  const JunctionTree::Message* next =
+      link.first_child != JunctionTree::kNoLink ? &schedule[link.first_child] : nullptr;
+  send_message(link, true, how, par, link.first_out && link.parent != JunctionTree::kNoLink,
+               next != nullptr ? next->separator : nullptr,
+               next != nullptr ? next->inner_plan : nullptr);
+}
+
+// Runs first(), on some thread, beside second(), which may wait for what
+// first() has done; rethrows first()'s error, else second()'s.  When no
+// second thread can be had, first() runs before second() on this thread.
+template <class First, class Second>
+void run_pair(First first, Second second, std::atomic<std::size_t>& progress) {
+  std::exception_ptr errors[2];
+  auto task = [&](std::size_t piece) noexcept {
+    try {
+      if (piece == 0) first();
+      else second();
+    } catch (...) {
+      errors[piece] = std::current_exception();
+    }
+    // A failed side lets the other stop waiting.
+    if (errors[piece]) {
+      progress.store(JunctionTree::kNoLink, std::memory_order_release);
+      progress.notify_all();
+    }
+  };
+  platform::WorkerPool::shared().run(2, 2, task);
+  if (errors[0]) std::rethrow_exception(errors[0]);
+  if (errors[1]) std::rethrow_exception(errors[1]);
+}
+
+// Waits until `progress` reaches `count`; false when a side failed.
+bool wait_for(std::atomic<std::size_t>& progress, std::size_t count) noexcept {
+  for (std::size_t seen = progress.load(std::memory_order_acquire); seen < count;
+       seen = progress.load(std::memory_order_acquire))
+    progress.wait(seen, std::memory_order_acquire);
+  return progress.load(std::memory_order_acquire) != JunctionTree::kNoLink;
+}
+
+void advance(std::atomic<std::size_t>& progress) noexcept {
+  progress.fetch_add(1, std::memory_order_release);
+  progress.notify_all();
+}
+
+// Collect and distribute shared between two threads (see build_split):
+// the second thread collects its subtrees while the calling thread collects
+// the rest, joining each subtree once it is done; the calling thread then
+// distributes and hands each subtree over as soon as its joining link has
+// sent.  Table operations run on one thread each.  Returns the log of the
+// collect's scale factors, summed in schedule order.
+double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool scaled) {
+  const Parallelism one{1, par.grain};
+  const auto& role = tree.split_role;
+  const auto& links = tree.split_links;
+  const auto& starts = tree.split_starts;
+  const std::size_t groups = starts.size() - 1;
+  double* scales = tree.split_scales.data();
+  std::atomic<std::size_t> done{0};  // subtrees collected, last group first
+  run_pair(
+      [&] {
+        for (std::size_t g = groups; g-- > 0;) {
+          for (std::size_t k = starts[g + 1]; k-- > starts[g];)
+            collect_link(tree, links[k], how, one, scaled ? &scales[links[k]] : nullptr);
+          advance(done);
+        }
+      },
+      [&] {
+        std::size_t joined = 0;
+        for (std::size_t i = role.size(); i-- > 0;) {
+          if (role[i] == kSecondThread) continue;
+          if (role[i] == kJoin && !wait_for(done, ++joined)) return;
+          collect_link(tree, i, how, one, scaled ? &scales[i] : nullptr);
+        }
+      },
+      done);
+  double log_scale = 0.0;
+  if (scaled)
+    for (std::size_t i = role.size(); i-- > 0;) log_scale += std::log(scales[i]);
+  return log_scale;
+}
+
+void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
+  const Parallelism one{1, par.grain};
+  const auto& role = tree.split_role;
+  const auto& links = tree.split_links;
+  const auto& starts = tree.split_starts;
+  std::atomic<std::size_t> sent{0};  // joining links sent, first group first
+  run_pair(
+      [&] {
+        for (std::size_t i = 0; i < role.size(); ++i) {
+          if (role[i] == kSecondThread) continue;
+          distribute_link(tree, i, how, one);
+          if (role[i] == kJoin) advance(sent);
+        }
+      },
+      [&] {
+        for (std::size_t g = 0; g + 1 < starts.size(); ++g) {
+          if (!wait_for(sent, g + 1)) return;
+          for (std::size_t k = starts[g]; k < starts[g + 1]; ++k)
+            distribute_link(tree, links[k], how, one);
+        }
+      },
+      sent);
+}
+
 // Collect towards the root, normalization of the root and distribute; the
 // root total x is checked, folded into the normalization constant and
 // returned.  A clique that receives a message and then sends one has both
 // done in one sweep: its marginal onto the next separator is computed
 // while it is multiplied (in collect after its last child's message, in
-// distribute onto its first child's separator).
+// distribute onto its first child's separator).  With two threads or more
+// a large tree is shared between two threads (build_split).
 double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   const auto& schedule = tree.schedule;
-  constexpr std::size_t kNone = JunctionTree::kNoLink;
   // Scaled propagation divides each collected message by its largest
   // entry and keeps the logarithms of those factors.
   const bool scaled = tree.domain->scaled_propagation;
-  double scale = 1.0;
+  bool split = false;
+  if (par.threads >= 2 && !tree.domain->forest()->compressed) {
+    if (tree.split_root != tree.schedule_root || tree.split_grain != par.grain ||
+        tree.split_role.size() != schedule.size())
+      build_split(tree, par.grain);
+    split = tree.split_starts.size() > 1;
+  }
   double log_scale = 0.0;
-  for (std::size_t i = schedule.size(); i-- > 0;) {
-    const JunctionTree::Message& link = schedule[i];
-    if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
-    const JunctionTree::Message* next =
-        link.first_out && link.parent != kNone ? &schedule[link.parent] : nullptr;
-    send_message(link, false, how, par, link.first_child != kNone,
-                 next != nullptr ? next->separator : nullptr,
-                 next != nullptr ? next->outer_plan : nullptr, scaled ? &scale : nullptr);
-    if (scaled) log_scale += std::log(scale);
+  if (split) {
+    log_scale = collect_split(tree, how, par, scaled);
+  } else {
+    double scale = 1.0;
+    for (std::size_t i = schedule.size(); i-- > 0;) {
+      collect_link(tree, i, how, par, scaled ? &scale : nullptr);
+      if (scaled) log_scale += std::log(scale);
+    }
   }
   Clique& root = *tree.schedule_root;
   double x = clique_total(root, how, par);
@@ -225,12 +434,10 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   } else {
     tree.normalization_constant *= x;
   }
-  for (const JunctionTree::Message& link : schedule) {
-    const JunctionTree::Message* next =
-        link.first_child != kNone ? &schedule[link.first_child] : nullptr;
-    send_message(link, true, how, par, link.first_out && link.parent != kNone,
-                 next != nullptr ? next->separator : nullptr,
-                 next != nullptr ? next->inner_plan : nullptr);
+  if (split) {
+    distribute_split(tree, how, par);
+  } else {
+    for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par);
   }
   return x;
 }

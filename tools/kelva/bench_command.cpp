@@ -163,6 +163,17 @@ void run_bench(std::FILE* out, const Options& options) {
     ok(k_domain_propagate(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL));
   });
 
+  // The same at one thread, for the speed-up of the threads.
+  std::vector<double> one_thread_times;
+  if (options.threads > 1) {
+    ok(k_domain_set_concurrency_level(domain, 1));
+    one_thread_times = timings(repeat, [&] {
+      ok(k_domain_initialize(domain));
+      ok(k_domain_propagate(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL));
+    });
+    ok(k_domain_set_concurrency_level(domain, static_cast<k_size_t>(options.threads)));
+  }
+
   // Propagations of random evidence from the equilibrium without evidence.
   std::vector<k_node_t> chance;
   std::size_t nodes = 0;
@@ -194,8 +205,14 @@ void run_bench(std::FILE* out, const Options& options) {
   std::fprintf(out, "propagate_seconds\t%.6g\n", propagate_seconds);
   std::fprintf(out, "evidence_propagate_seconds\t%.6g\n", median(evidence_times));
   std::fprintf(out, "bytes_per_propagation\t%.17g\n", shape.bytes_per_propagation);
+  std::fprintf(out, "bytes_per_entry\t%.4g\n",
+               shape.bytes_per_propagation / shape.total_clique_size);
   std::fprintf(out, "effective_gbps\t%.6g\n",
                shape.bytes_per_propagation / propagate_seconds / 1e9);
+  if (!one_thread_times.empty()) {
+    std::fprintf(out, "one_thread_propagate_seconds\t%.6g\n", median(one_thread_times));
+    std::fprintf(out, "threads_speedup\t%.3g\n", median(one_thread_times) / propagate_seconds);
+  }
   std::fprintf(out, "stream_gbps\t%.6g\n", triad.gbps);
 }
 
