@@ -166,6 +166,9 @@ class JunctionTree : public Object {
   std::vector<std::size_t> split_starts;
   /// Per link, the factor of a scaled collect (summed in schedule order).
   std::vector<double> split_scales;
+  /// Room for making a split without allocating.
+  std::vector<std::uint64_t> split_weight;
+  std::vector<std::size_t> split_group;
   Clique* split_root = nullptr;
   std::uint64_t split_grain = 0;
   /// Room for one evidence or ratio vector (as many entries as the largest

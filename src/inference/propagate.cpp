@@ -104,7 +104,16 @@ void build_schedule(JunctionTree& tree, Clique* root) {
 // plans, marginals and the room of the propagated evidence vectors.
 void prepare(JunctionTree& tree) {
   Forest& forest = *tree.domain->forest();
-  if (tree.schedule.capacity() < clique_count(tree)) tree.schedule.reserve(clique_count(tree));
+  const std::size_t links = clique_count(tree);
+  if (tree.schedule.capacity() < links) {
+    tree.schedule.reserve(links);
+    tree.split_role.reserve(links);
+    tree.split_links.reserve(links);
+    tree.split_starts.reserve(links + 1);
+    tree.split_scales.reserve(links);
+    tree.split_weight.reserve(links);
+    tree.split_group.reserve(links);
+  }
   // Compressed tables keep their data and scratch in Forest::compressed.
   for (Clique* const* c = tree.cliques.data(); *c != nullptr && !forest.compressed; ++c) {
     Clique& clique = **c;
@@ -217,7 +226,9 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
   tree.split_role.assign(n, kFirstThread);
   tree.split_scales.assign(n, 1.0);
   // Entries of each link's subtree (its outer clique and everything beyond).
-  std::vector<std::uint64_t> weight(n, 0);
+  // Nothing is allocated: the tree's room was reserved with its schedule.
+  auto& weight = tree.split_weight;
+  weight.assign(n, 0);
   std::uint64_t total = tree.schedule_root->table->size();
   for (std::size_t i = n; i-- > 0;) {
     weight[i] += schedule[i].outer->table->size();
@@ -229,7 +240,7 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
   // that does not (its clique stays with the calling thread).
   const std::uint64_t half = total / 2;
   std::uint64_t taken = 0;
-  std::vector<std::size_t> open;
+  auto& open = tree.split_links;  // the subtrees still to be considered
   for (std::size_t i = 0; i < n && schedule[i].parent == kNone; ++i) open.push_back(i);
   while (!open.empty() && taken < half) {
     const auto heaviest = std::max_element(open.begin(), open.end(),
@@ -249,7 +260,8 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
     return;
   }
   // Group the second thread's links by subtree, in schedule order.
-  std::vector<std::size_t> group(n, kNone);
+  auto& group = tree.split_group;
+  group.assign(n, kNone);
   std::size_t groups = 0;
   for (std::size_t i = 0; i < n; ++i) {
     const std::size_t p = schedule[i].parent;
@@ -265,7 +277,8 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
     if (tree.split_role[i] == kSecondThread) ++tree.split_starts[group[i] + 1];
   for (std::size_t g = 0; g < groups; ++g) tree.split_starts[g + 1] += tree.split_starts[g];
   tree.split_links.assign(tree.split_starts.back(), 0);
-  std::vector<std::size_t> fill(tree.split_starts.begin(), tree.split_starts.end() - 1);
+  auto& fill = weight;  // the next free place of each group
+  fill.assign(tree.split_starts.begin(), tree.split_starts.end() - 1);
   for (std::size_t i = 0; i < n; ++i)
     if (tree.split_role[i] == kSecondThread) tree.split_links[fill[group[i]]++] = i;
 }
