@@ -126,15 +126,7 @@ Table::Table(Domain& domain, const std::vector<Node*>& nodes, TableRole role, No
 
 Table::~Table() { drop_peer(domain_->peers(), PeerField::table, peer); }
 
-double* Table::data() {
-  if (data_.empty()) data_ = DoubleBuffer::zeros(size_);
-  return data_.data();
-}
-
-const double* Table::data() const {
-  if (data_.empty()) data_ = DoubleBuffer::zeros(size_);
-  return data_.data();
-}
+void Table::allocate_zeros() const { data_ = DoubleBuffer::zeros(size_); }
 
 void Table::allocate() {
   DoubleBuffer data = data_.empty() ? DoubleBuffer::zeros(size_) : DoubleBuffer();

@@ -65,8 +65,16 @@ class Table : public Object {
 
   /// The discrete data, allocated (all 0) on first access; throws
   /// Error(no_memory) when the size cannot be allocated.
-  double* data();
-  const double* data() const;
+  double* data() {
+    if (data_.empty()) [[unlikely]]
+      allocate_zeros();
+    return data_.data();
+  }
+  const double* data() const {
+    if (data_.empty()) [[unlikely]]
+      allocate_zeros();
+    return data_.data();
+  }
   /// Allocates the discrete data and, for a table with continuous nodes,
   /// the CG part now, so that later use allocates nothing; throws
   /// Error(no_memory) and leaves the table as it was.
@@ -128,6 +136,8 @@ class Table : public Object {
   void* backpointer = nullptr;
 
  private:
+  // The discrete data, all 0, on first access (Error(no_memory)).
+  void allocate_zeros() const;
   Domain* domain_;
   TableRole role_;
   Node* owner_;

@@ -102,6 +102,10 @@ void append_number(std::string& out, double x) {
 struct Worker {
   DomainHandle domain;
   std::vector<k_node_t> nodes;
+  /// Per node, whether it is continuous; and whether the current case
+  /// observes it.
+  std::vector<bool> continuous;
+  std::vector<bool> observed;
   std::string text;
   std::exception_ptr failure;
 };
@@ -115,11 +119,12 @@ void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
   // first pass, as `kelva beliefs` propagates, whatever came before.
   checked(k_domain_retract_findings(w.domain.get()));
   checked(k_domain_initialize(w.domain.get()));
-  std::vector<bool> observed(cases.size(), false);
+  std::vector<bool>& observed = w.observed;
+  observed.assign(cases.size(), false);
   for (std::size_t i = 0; i < cases.size(); ++i) {
     if (checked(k_node_case_is_set(cases[i], row)) != 1) continue;
     observed[i] = true;
-    if (checked(k_node_get_kind(cases[i])) == K_KIND_CONTINUOUS)
+    if (w.continuous[i])
       checked(k_node_enter_value(w.nodes[i], checked(k_node_get_case_value(cases[i], row))));
     else checked(k_node_select_state(w.nodes[i], checked(k_node_get_case_state(cases[i], row))));
   }
@@ -172,6 +177,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
     if (options.scaled) checked(k_domain_set_scaled_propagation(w.domain.get(), 1));
     compile_network(w.domain.get(), source_name(options.source), progress);
     w.nodes = nodes_of(w.domain.get());
+    for (k_node_t n : w.nodes)
+      w.continuous.push_back(checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS);
   }
   const bool only_unobserved = options.map_nodes.empty();
   for (k_size_t first = 0; first < count; first += kBlockCases) {
