@@ -315,7 +315,11 @@ KELVA_API k_size_t k_domain_get_node_height(k_domain_t domain);
 KELVA_API k_status_t k_domain_set_grain_size(k_domain_t domain, k_size_t size);
 /** The grain size, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_grain_size(k_domain_t domain);
-/** Sets the number of threads of large table operations (not 0). */
+/** Sets the number of threads (not 0) of large table operations, of a
+ *  propagation (a large junction tree is shared by two threads, whole
+ *  subtrees each) and of EM's passes over the cases (each thread in its own
+ *  compiled copy of the domain).  Results are the same bits at every
+ *  level. */
 KELVA_API k_status_t k_domain_set_concurrency_level(k_domain_t domain, k_size_t level);
 /** The concurrency level, or K_SIZE_ERROR on a null domain. */
 KELVA_API k_size_t k_domain_get_concurrency_level(k_domain_t domain);

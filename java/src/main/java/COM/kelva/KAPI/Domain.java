@@ -367,7 +367,10 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
-   * Sets the number of threads of large table operations.
+   * Sets the number of threads of large table operations, of a propagation
+   * (a large junction tree is shared by two threads) and of EM's passes over
+   * the cases (each thread in its own compiled copy of the domain). Results
+   * are the same bits at every level.
    *
    * @param level the concurrency level, at least 1
    * @throws KelvaException "usage" for 0
