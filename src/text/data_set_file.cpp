@@ -276,32 +276,34 @@ std::unique_ptr<DataSet> read(FieldReader& in) {
     field = in.read(false);
   }
 
+  // Each row's cells are gathered in one builder and stored as one block.
   const std::size_t columns = data_set->columns.size();
+  RowBuilder row;
   while ((field = in.read(true)) != Field::end_of_file) {
-    std::vector<DataSet::Cell>& row = data_set->rows.emplace_back(std::in_place).value();
-    row.reserve(columns);
+    row.clear();
     for (;;) {
       if (row.size() == columns) in.fail("too many fields");
       if (field == Field::present) {
-        row.emplace_back(std::in_place, in.text());
+        row.add(in.text().data(), in.text().size());
       } else {
-        row.emplace_back();
+        row.add_missing();
       }
       if (in.line_ended()) break;
       field = in.read(false);
     }
-    row.resize(columns);  // the fields not given are missing
+    while (row.size() < columns) row.add_missing();  // the fields not given are missing
+    data_set->rows.push_back(row.build());
   }
   return data_set;
 }
 
 // Appends `text` as one field: as it stands, or quoted when the reader
 // would not give it back as it stands.
-void append_field(std::string& out, const std::string& text, char separator) {
+void append_field(std::string& out, std::string_view text, char separator) {
   const bool quote = text.empty() || is_white(static_cast<unsigned char>(text.front())) ||
                      is_white(static_cast<unsigned char>(text.back())) ||
-                     text.find('"') != std::string::npos ||
-                     text.find(separator) != std::string::npos;
+                     text.find('"') != std::string_view::npos ||
+                     text.find(separator) != std::string_view::npos;
   if (!quote) {
     out += text;
     return;
@@ -355,7 +357,7 @@ void write_data_set(const DataSet& data_set, int separator, TextSink& sink) {
     for (std::size_t c = 0; c < columns; ++c) {
       if (c > 0) out += sep;
       // A missing cell (or a cell of an absent row) is written as nothing.
-      if (row && c < row->size() && (*row)[c]) append_field(out, *(*row)[c], sep);
+      if (c < row.size() && row.cell(c) != nullptr) append_field(out, row.cell(c), sep);
     }
     out += '\n';
     if (out.size() >= kChunk) {
