@@ -33,6 +33,9 @@ class DataSet : public Object {
 
   /// Column names, in column order.
   std::vector<std::string> columns;
+  /// The memory of the rows that the file reader made (declared before the
+  /// rows, so that it outlives them).
+  RowArena arena;
   /// Rows, in row order; a present row holds exactly column_count() cells.
   std::vector<Row> rows;
 
