@@ -102,15 +102,13 @@ k_status_t k_ds_set_column_name(k_data_set_t data_set, k_size_t column, const ch
 }
 
 const char* k_ds_get_data_item(k_data_set_t data_set, k_size_t row, k_size_t column) {
-  return guard<const char*>(nullptr, [&]() -> const char* {
-    return with_cell(data_set, row, column).cell(row, column);
-  });
+  return guard<const char*>(
+      nullptr, [&]() -> const char* { return with_cell(data_set, row, column).cell(row, column); });
 }
 
 k_status_t k_ds_set_data_item(k_data_set_t data_set, k_size_t row, k_size_t column,
                               const char* text) {
-  return guard_status(
-      [&] { with_cell(data_set, row, column).set_cell(row, column, text); });
+  return guard_status([&] { with_cell(data_set, row, column).set_cell(row, column, text); });
 }
 
 k_status_t k_ds_move_column(k_data_set_t data_set, k_size_t column, k_size_t new_index) {

@@ -43,7 +43,8 @@ char* RowArena::allocate(std::size_t size) {
     // A block larger than a quarter of a chunk gets a chunk of its own
     // (rounded to 2 MiB when that large), so little is wasted.
     std::size_t chunk = chunk_size_;
-    if (size > chunk / 4) chunk = size < kHugeChunk ? size : (size + kHugeChunk - 1) & ~(kHugeChunk - 1);
+    if (size > chunk / 4)
+      chunk = size < kHugeChunk ? size : (size + kHugeChunk - 1) & ~(kHugeChunk - 1);
     chunks_.reserve(chunks_.size() + 1);
     char* base = nullptr;
     if (chunk >= kHugeChunk) {
@@ -74,8 +75,8 @@ DataRow RowBuilder::build(RowArena* arena) const {
   const std::size_t size = head + texts_.size();
   row.block_ = arena != nullptr ? arena->allocate(size) : new char[size];
   row.set_word(0, static_cast<std::uint32_t>(offsets_.size()));
-  row.set_word(1, static_cast<std::uint32_t>(texts_.size()) |
-                      (arena != nullptr ? DataRow::kBorrowed : 0));
+  row.set_word(
+      1, static_cast<std::uint32_t>(texts_.size()) | (arena != nullptr ? DataRow::kBorrowed : 0));
   if (!offsets_.empty()) std::memcpy(row.block_ + 8, offsets_.data(), 4 * offsets_.size());
   if (!texts_.empty()) std::memcpy(row.block_ + head, texts_.data(), texts_.size());
   return row;

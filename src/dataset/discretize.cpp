@@ -200,7 +200,8 @@ void apply_cut_points(DataSet& data, std::size_t column, const std::vector<doubl
   // One text per interval, which the cells then point to.
   std::vector<std::string> labels(cuts.size() + 1);
   for (std::size_t k = 0; k <= cuts.size(); ++k)
-    labels[k] = interval_text(k == 0 ? -HUGE_VAL : cuts[k - 1], k == cuts.size() ? HUGE_VAL : cuts[k]);
+    labels[k] =
+        interval_text(k == 0 ? -HUGE_VAL : cuts[k - 1], k == cuts.size() ? HUGE_VAL : cuts[k]);
   std::vector<std::size_t> which;
   std::vector<const char*> texts;
   for (std::size_t r = 0; r < data.row_count(); ++r) {

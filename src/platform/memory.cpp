@@ -28,8 +28,8 @@ bool allocation_possible(std::uint64_t bytes) noexcept {
 void* allocate_huge_pages(std::size_t bytes) noexcept {
   constexpr std::size_t kHuge = std::size_t{1} << 21;
   // Map 2 MiB more and cut the ends so that the rest starts on 2 MiB.
-  void* mapped = mmap(nullptr, bytes + kHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS,
-                      -1, 0);
+  void* mapped =
+      mmap(nullptr, bytes + kHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) return nullptr;
   const auto start = reinterpret_cast<std::uintptr_t>(mapped);
   const std::uintptr_t aligned = (start + kHuge - 1) & ~(std::uintptr_t{kHuge} - 1);

@@ -275,9 +275,9 @@ class FieldReader {
   void* data_;
   std::uint64_t line_ = 0;  // goes up at the start of every line
   unsigned char separator_ = ',';
-  CharTable blank_{};        // skippable white space: never the separator
-  CharTable plain_stop_{};   // ends a run of an unquoted field
-  CharTable quoted_stop_{};  // ends a run of a quoted field
+  CharTable blank_{};               // skippable white space: never the separator
+  CharTable plain_stop_{};          // ends a run of an unquoted field
+  CharTable quoted_stop_{};         // ends a run of a quoted field
   std::uint64_t repeated_[3] = {};  // newline, quote, separator in every byte
   std::string scratch_;
   std::string_view text_;
