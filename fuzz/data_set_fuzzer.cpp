@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -30,8 +31,8 @@ bool has_newline(const kelva::DataSet& ds) {
   for (const auto& name : ds.columns)
     if (name.find('\n') != std::string::npos) return true;
   for (const auto& row : ds.rows)
-    for (const auto& cell : *row)
-      if (cell && cell->find('\n') != std::string::npos) return true;
+    for (std::size_t c = 0; c < row.size(); ++c)
+      if (row.cell(c) != nullptr && std::strchr(row.cell(c), '\n') != nullptr) return true;
   return false;
 }
 
@@ -45,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (first == nullptr) return 0;
   CHECK(kelva::is_data_set_separator(separator));
   CHECK(first->column_count() > 0);
-  for (const auto& row : first->rows) CHECK(row && row->size() == first->column_count());
+  for (const auto& row : first->rows) CHECK(row && row.size() == first->column_count());
   if (has_newline(*first)) return 0;
 
   kelva::TextSink sink;
@@ -55,9 +56,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::fprintf(stderr, "written text does not read:\n%s\n", sink.text().c_str());
   CHECK(again != nullptr);
   CHECK(again->columns == first->columns);
-  std::vector<kelva::DataSet::Row> expected;
-  for (const auto& row : first->rows)
-    if (first->column_count() > 1 || (*row)[0]) expected.push_back(row);
-  CHECK(again->rows == expected);
+  // Rows of one missing cell are written as empty lines, which read as nothing.
+  std::size_t r = 0;
+  for (const auto& row : first->rows) {
+    if (first->column_count() == 1 && row.cell(0) == nullptr) continue;
+    CHECK(r < again->row_count());
+    for (std::size_t c = 0; c < row.size(); ++c) {
+      const char* a = row.cell(c);
+      const char* b = again->cell(r, c);
+      CHECK(a == nullptr ? b == nullptr : b != nullptr && std::strcmp(a, b) == 0);
+    }
+    ++r;
+  }
+  CHECK(r == again->row_count());
   return 0;
 }

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <optional>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -34,11 +34,6 @@ DataSet& with_cell(k_data_set_t data_set, k_size_t row, k_size_t column) {
 // rows start .. start+count-1 lie inside `d`.
 void require_rows(const DataSet& d, k_size_t start, k_size_t count) {
   require(start <= d.row_count() && count <= d.row_count() - start);
-}
-
-std::optional<std::string> text_of(const char* text) {
-  if (text == nullptr) return std::nullopt;
-  return std::string(text);
 }
 
 template <class F>
@@ -107,16 +102,13 @@ k_status_t k_ds_set_column_name(k_data_set_t data_set, k_size_t column, const ch
 }
 
 const char* k_ds_get_data_item(k_data_set_t data_set, k_size_t row, k_size_t column) {
-  return guard<const char*>(nullptr, [&]() -> const char* {
-    const std::string* text = with_cell(data_set, row, column).cell(row, column);
-    return text != nullptr ? text->c_str() : nullptr;
-  });
+  return guard<const char*>(
+      nullptr, [&]() -> const char* { return with_cell(data_set, row, column).cell(row, column); });
 }
 
 k_status_t k_ds_set_data_item(k_data_set_t data_set, k_size_t row, k_size_t column,
                               const char* text) {
-  return guard_status(
-      [&] { with_cell(data_set, row, column).set_cell(row, column, text_of(text)); });
+  return guard_status([&] { with_cell(data_set, row, column).set_cell(row, column, text); });
 }
 
 k_status_t k_ds_move_column(k_data_set_t data_set, k_size_t column, k_size_t new_index) {
@@ -155,8 +147,8 @@ k_bool_t k_ds_column_data_are_numbers(k_data_set_t data_set, k_size_t column) {
     const DataSet& d = with_column(data_set, column);
     double value = 0.0;
     for (std::size_t r = 0; r < d.row_count(); ++r) {
-      const std::string* text = d.cell(r, column);
-      if (text != nullptr && !kelva::cell_number(*text, value)) return k_bool_t{0};
+      const char* text = d.cell(r, column);
+      if (text != nullptr && !kelva::cell_number(text, value)) return k_bool_t{0};
     }
     return k_bool_t{1};
   });
@@ -167,8 +159,8 @@ k_size_t k_ds_find_row(k_data_set_t data_set, k_size_t column, const char* text,
     const DataSet& d = with_column(data_set, column);
     require(start <= d.row_count());
     for (std::size_t r = start; r < d.row_count(); ++r) {
-      const std::string* cell = d.cell(r, column);
-      if (text == nullptr ? cell == nullptr : cell != nullptr && *cell == text)
+      const char* cell = d.cell(r, column);
+      if (text == nullptr ? cell == nullptr : cell != nullptr && std::strcmp(cell, text) == 0)
         return static_cast<k_size_t>(r);
     }
     return K_SIZE_ERROR;
@@ -222,8 +214,8 @@ k_status_t k_ds_get_numbers(k_data_set_t data_set, k_size_t column, double* arra
     require_rows(d, start, count);
     std::vector<double> numbers(count, std::nan(""));
     for (k_size_t i = 0; i < count; ++i)
-      if (const std::string* text = d.cell(start + i, column))
-        require(kelva::cell_number(*text, numbers[i]), K_ERROR_INVALID_EXPRESSION);
+      if (const char* text = d.cell(start + i, column))
+        require(kelva::cell_number(text, numbers[i]), K_ERROR_INVALID_EXPRESSION);
     std::copy(numbers.begin(), numbers.end(), array);
   });
 }

@@ -59,30 +59,49 @@ void move_element(std::vector<T>& v, std::size_t from, std::size_t to) noexcept 
 
 }  // namespace
 
-bool cell_number(const std::string& text, double& value) noexcept {
+bool cell_number(const char* text, double& value) noexcept {
   std::size_t begin = 0;
-  std::size_t end = text.size();
+  std::size_t end = std::strlen(text);
   while (begin < end && is_space(text[begin])) ++begin;
   while (end > begin && is_space(text[end - 1])) --end;
-  const std::string_view s(text.data() + begin, end - begin);
+  const std::string_view s(text + begin, end - begin);
   if (s.empty() || decimal_length(s) != s.size()) return false;
   // The syntax is checked; strtod_l in the "C" locale does the rounding.
   static const locale_t c_locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
   if (c_locale == static_cast<locale_t>(nullptr)) return false;
-  const double v = strtod_l(text.c_str() + begin, nullptr, c_locale);
+  const double v = strtod_l(text + begin, nullptr, c_locale);
   if (!std::isfinite(v)) return false;  // overflow
   value = v;
   return true;
 }
 
+namespace {
+
+// Every present row rebuilt aside by `make(row, builder)`, absent rows left
+// absent; the data set's rows are replaced only once all are built, so that
+// running out of memory changes nothing.
+template <class Make>
+void rebuild_rows(std::vector<DataRow>& rows, Make&& make) {
+  std::vector<DataRow> built(rows.size());
+  RowBuilder builder;
+  for (std::size_t r = 0; r < rows.size(); ++r) {
+    if (!rows[r]) continue;
+    builder.clear();
+    make(rows[r], builder);
+    built[r] = builder.build();
+  }
+  rows.swap(built);
+}
+
+}  // namespace
+
 std::size_t DataSet::add_column(std::string name) {
-  // Make room everywhere first, so that nothing below can fail.
   columns.reserve(columns.size() + 1);
-  for (Row& row : rows)
-    if (row) row->reserve(row->size() + 1);
+  rebuild_rows(rows, [&](const DataRow& row, RowBuilder& b) {
+    for (std::size_t c = 0; c < row.size(); ++c) b.add(row.cell(c));
+    b.add_missing();
+  });
   columns.push_back(std::move(name));
-  for (Row& row : rows)
-    if (row) row->emplace_back();
   distinct_.clear();
   return columns.size() - 1;
 }
@@ -95,7 +114,7 @@ std::size_t DataSet::add_row() {
 void DataSet::erase_column(std::size_t column) noexcept {
   columns.erase(columns.begin() + static_cast<std::ptrdiff_t>(column));
   for (Row& row : rows)
-    if (row) row->erase(row->begin() + static_cast<std::ptrdiff_t>(column));
+    if (row) row.erase(column);
   distinct_.clear();
 }
 
@@ -104,20 +123,31 @@ void DataSet::erase_row(std::size_t row) noexcept {
   distinct_.clear();
 }
 
-void DataSet::set_cell(std::size_t row, std::size_t column, Cell value) {
-  Row& r = rows[row];
-  if (!r) {
-    if (!value) return;  // already missing
-    r.emplace(columns.size());
+void DataSet::set_cell(std::size_t row, std::size_t column, const char* text) {
+  set_cells(column, {row}, {text});
+}
+
+void DataSet::set_cells(std::size_t column, const std::vector<std::size_t>& which,
+                        const std::vector<const char*>& texts) {
+  std::vector<DataRow> built(which.size());
+  RowBuilder builder;
+  for (std::size_t k = 0; k < which.size(); ++k) {
+    const DataRow& old = rows[which[k]];
+    if (!old && texts[k] == nullptr) continue;  // missing already
+    builder.clear();
+    for (std::size_t c = 0; c < columns.size(); ++c)
+      builder.add(c == column ? texts[k] : c < old.size() ? old.cell(c) : nullptr);
+    built[k] = builder.build();
   }
-  (*r)[column] = std::move(value);
+  for (std::size_t k = 0; k < which.size(); ++k)
+    if (built[k]) rows[which[k]] = std::move(built[k]);
   distinct_.clear();
 }
 
 void DataSet::move_column(std::size_t from, std::size_t to) noexcept {
   move_element(columns, from, to);
   for (Row& row : rows)
-    if (row) move_element(*row, from, to);
+    if (row) row.move(from, to);
   distinct_.clear();
 }
 
@@ -127,18 +157,13 @@ void DataSet::move_row(std::size_t from, std::size_t to) noexcept {
 }
 
 std::size_t DataSet::copy_column(std::size_t column) {
-  // Copy the cells aside, then make room everywhere: nothing after that
-  // can fail.
   std::string name = columns[column];
-  std::vector<Cell> copies(rows.size());
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    if (const std::string* text = cell(i, column)) copies[i] = *text;
   columns.reserve(columns.size() + 1);
-  for (Row& row : rows)
-    if (row) row->reserve(row->size() + 1);
+  rebuild_rows(rows, [&](const DataRow& row, RowBuilder& b) {
+    for (std::size_t c = 0; c < row.size(); ++c) b.add(row.cell(c));
+    b.add(row.cell(column));
+  });
   columns.push_back(std::move(name));
-  for (std::size_t i = 0; i < rows.size(); ++i)
-    if (rows[i]) rows[i]->push_back(std::move(copies[i]));
   distinct_.clear();
   return columns.size() - 1;
 }
@@ -146,23 +171,12 @@ std::size_t DataSet::copy_column(std::size_t column) {
 std::size_t DataSet::replace_values(std::size_t column, const char* from, const char* to) {
   std::vector<std::size_t> hits;
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const std::string* text = cell(i, column);
-    if (from == nullptr ? text == nullptr : text != nullptr && *text == from) hits.push_back(i);
+    const char* text = cell(i, column);
+    if (from == nullptr ? text == nullptr : text != nullptr && std::strcmp(text, from) == 0)
+      hits.push_back(i);
   }
   if (from == nullptr && to == nullptr) return hits.size();
-  // Build the new cells (and rows for absent ones) aside; then move them in.
-  std::vector<Cell> values(hits.size());
-  std::vector<Row> new_rows(hits.size());
-  for (std::size_t k = 0; k < hits.size(); ++k) {
-    if (to != nullptr) values[k] = std::string(to);
-    if (!rows[hits[k]]) new_rows[k].emplace(columns.size());
-  }
-  for (std::size_t k = 0; k < hits.size(); ++k) {
-    Row& r = rows[hits[k]];
-    if (!r) r = std::move(new_rows[k]);
-    (*r)[column] = std::move(values[k]);
-  }
-  if (!hits.empty()) distinct_.clear();
+  if (!hits.empty()) set_cells(column, hits, std::vector<const char*>(hits.size(), to));
   return hits.size();
 }
 
@@ -172,22 +186,23 @@ void DataSet::sort_rows(std::size_t column, bool numerically, bool descending) {
   std::vector<double> numbers;
   if (numerically) numbers.resize(rows.size());
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const std::string* text = cell(i, column);
+    const char* text = cell(i, column);
     if (text == nullptr) {
       missing.push_back(i);
       continue;
     }
-    if (numerically) require(cell_number(*text, numbers[i]), K_ERROR_INVALID_EXPRESSION);
+    if (numerically) require(cell_number(text, numbers[i]), K_ERROR_INVALID_EXPRESSION);
     present.push_back(i);
   }
   // Equal keys keep their row order: the row index breaks ties, so a plain
-  // sort is stable without a temporary buffer.
+  // sort is stable without a temporary buffer.  Texts hold no NUL, so
+  // strcmp orders them bytewise.
   auto before = [&](std::size_t a, std::size_t b) {
     int order = 0;
     if (numerically) {
       order = numbers[a] < numbers[b] ? -1 : numbers[b] < numbers[a] ? 1 : 0;
     } else {
-      order = cell(a, column)->compare(*cell(b, column));
+      order = std::strcmp(cell(a, column), cell(b, column));
     }
     if (order == 0) return a < b;
     return descending ? order > 0 : order < 0;
@@ -205,8 +220,8 @@ const char* const* DataSet::distinct_values(std::size_t column) {
   std::vector<const char*> list;
   std::unordered_set<std::string_view> seen;
   for (std::size_t i = 0; i < rows.size(); ++i) {
-    const std::string* text = cell(i, column);
-    if (text != nullptr && seen.insert(*text).second) list.push_back(text->c_str());
+    const char* text = cell(i, column);
+    if (text != nullptr && seen.insert(text).second) list.push_back(text);
   }
   list.push_back(nullptr);
   distinct_.swap(list);

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <cstddef>
-#include <optional>
 #include <string>
 #include <vector>
 
+#include "dataset/data_row.h"
 #include "network/object.h"
 
 namespace kelva {
@@ -12,12 +12,11 @@ namespace kelva {
 /// A data set: a table of text cells with named columns, used to prepare
 /// data for learning.  A cell is missing (no text) or present (a text, which
 /// may be empty); a whole row may be absent too.  Cells are kept as text and
-/// read as numbers or states only when an operation needs them.
+/// read as numbers or states only when an operation needs them.  A row's
+/// texts share one block (`DataRow`).
 class DataSet : public Object {
  public:
-  using Cell = std::optional<std::string>;
-  /// A row: one cell per column.  An absent row is std::nullopt.
-  using Row = std::optional<std::vector<Cell>>;
+  using Row = DataRow;
 
   DataSet() noexcept : Object(ObjectTag::data_set) {}
   ~DataSet() = default;
@@ -25,16 +24,18 @@ class DataSet : public Object {
   std::size_t column_count() const noexcept { return columns.size(); }
   std::size_t row_count() const noexcept { return rows.size(); }
 
-  /// The cell at (row, column), or null when it (or its row) is missing.
-  /// The caller checked the indexes.
-  const std::string* cell(std::size_t row, std::size_t column) const noexcept {
+  /// The text of the cell at (row, column), or null when it (or its row) is
+  /// missing.  The caller checked the indexes.
+  const char* cell(std::size_t row, std::size_t column) const noexcept {
     const Row& r = rows[row];
-    if (!r || column >= r->size() || !(*r)[column]) return nullptr;
-    return &*(*r)[column];
+    return column < r.size() ? r.cell(column) : nullptr;
   }
 
   /// Column names, in column order.
   std::vector<std::string> columns;
+  /// The memory of the rows that the file reader made (declared before the
+  /// rows, so that it outlives them).
+  RowArena arena;
   /// Rows, in row order; a present row holds exactly column_count() cells.
   std::vector<Row> rows;
 
@@ -47,9 +48,14 @@ class DataSet : public Object {
   std::size_t add_row();
   void erase_column(std::size_t column) noexcept;
   void erase_row(std::size_t row) noexcept;
-  /// Sets a cell; std::nullopt makes it missing.  Setting a cell of an
-  /// absent row makes the row present.
-  void set_cell(std::size_t row, std::size_t column, Cell value);
+  /// Sets a cell to a copy of `text`; null makes it missing.  Setting a
+  /// cell of an absent row makes the row present.
+  void set_cell(std::size_t row, std::size_t column, const char* text);
+  /// Sets the cells of `column` in the rows `which` to copies of `texts`
+  /// (null: missing), all or (running out of memory) none.  The texts may
+  /// point into this data set's cells.
+  void set_cells(std::size_t column, const std::vector<std::size_t>& which,
+                 const std::vector<const char*>& texts);
   /// Moves a column (a row) to position `to`; those between shift by one.
   void move_column(std::size_t from, std::size_t to) noexcept;
   void move_row(std::size_t from, std::size_t to) noexcept;
@@ -74,6 +80,6 @@ class DataSet : public Object {
 /// Reads a cell as a number: a finite decimal number (optional sign, digits
 /// with an optional point, optional exponent), white space around it
 /// allowed.  No words ("inf", "nan"), no hexadecimal.  Locale-independent.
-bool cell_number(const std::string& text, double& value) noexcept;
+bool cell_number(const char* text, double& value) noexcept;
 
 }  // namespace kelva

@@ -92,7 +92,7 @@ void append_bound(std::string& out, double x) {
 bool parse_bound(const std::string& text, double& x) noexcept {
   if (text == "-infinity") x = -HUGE_VAL;
   else if (text == "infinity") x = HUGE_VAL;
-  else return cell_number(text, x);
+  else return cell_number(text.c_str(), x);
   return true;
 }
 
@@ -101,10 +101,10 @@ bool parse_bound(const std::string& text, double& x) noexcept {
 std::vector<double> column_numbers(const DataSet& data, std::size_t column) {
   std::vector<double> values;
   for (std::size_t r = 0; r < data.row_count(); ++r) {
-    const std::string* text = data.cell(r, column);
+    const char* text = data.cell(r, column);
     if (text == nullptr) continue;
     double x = 0.0;
-    if (!cell_number(*text, x))
+    if (!cell_number(text, x))
       throw Error(K_ERROR_INVALID_EXPRESSION, "row " + std::to_string(r) + " is not a number");
     values.push_back(x);
   }
@@ -140,13 +140,13 @@ std::vector<double> iem_cut_points(const DataSet& data, std::size_t column,
   Sample sample;
   std::map<std::string, std::size_t> classes;
   for (std::size_t r = 0; r < data.row_count(); ++r) {
-    const std::string* text = data.cell(r, column);
-    const std::string* label = data.cell(r, class_column);
+    const char* text = data.cell(r, column);
+    const char* label = data.cell(r, class_column);
     if (text == nullptr || label == nullptr) continue;
     double x = 0.0;
-    if (!cell_number(*text, x))
+    if (!cell_number(text, x))
       throw Error(K_ERROR_INVALID_EXPRESSION, "row " + std::to_string(r) + " is not a number");
-    const auto [it, added] = classes.emplace(*label, classes.size());
+    const auto [it, added] = classes.emplace(label, classes.size());
     sample.emplace_back(x, it->second);
   }
   std::stable_sort(sample.begin(), sample.end(),
@@ -187,8 +187,8 @@ bool parse_interval(const std::string& text, double& lo, double& hi) noexcept {
 bool column_holds_intervals(const DataSet& data, std::size_t column) noexcept {
   double lo = 0.0, hi = 0.0;
   for (std::size_t r = 0; r < data.row_count(); ++r) {
-    const std::string* text = data.cell(r, column);
-    if (text != nullptr && !parse_interval(*text, lo, hi)) return false;
+    const char* text = data.cell(r, column);
+    if (text != nullptr && !parse_interval(text, lo, hi)) return false;
   }
   return true;
 }
@@ -197,34 +197,39 @@ void apply_cut_points(DataSet& data, std::size_t column, const std::vector<doubl
   for (std::size_t i = 0; i < cuts.size(); ++i)
     require(std::isfinite(cuts[i]) && (i == 0 || cuts[i - 1] < cuts[i]));
   // Every new text first, so that a failure changes nothing.
-  std::vector<std::pair<std::size_t, std::string>> texts;
+  // One text per interval, which the cells then point to.
+  std::vector<std::string> labels(cuts.size() + 1);
+  for (std::size_t k = 0; k <= cuts.size(); ++k)
+    labels[k] =
+        interval_text(k == 0 ? -HUGE_VAL : cuts[k - 1], k == cuts.size() ? HUGE_VAL : cuts[k]);
+  std::vector<std::size_t> which;
+  std::vector<const char*> texts;
   for (std::size_t r = 0; r < data.row_count(); ++r) {
-    const std::string* text = data.cell(r, column);
+    const char* text = data.cell(r, column);
     if (text == nullptr) continue;
     double x = 0.0;
-    if (!cell_number(*text, x))
+    if (!cell_number(text, x))
       throw Error(K_ERROR_INVALID_EXPRESSION, "row " + std::to_string(r) + " is not a number");
     const std::size_t k =
         static_cast<std::size_t>(std::upper_bound(cuts.begin(), cuts.end(), x) - cuts.begin());
-    texts.emplace_back(
-        r, interval_text(k == 0 ? -HUGE_VAL : cuts[k - 1], k == cuts.size() ? HUGE_VAL : cuts[k]));
+    which.push_back(r);
+    texts.push_back(labels[k].c_str());
   }
-  for (auto& [r, text] : texts) (*data.rows[r])[column] = std::move(text);
+  data.set_cells(column, which, texts);
 }
 
 void shift_column(DataSet& data, std::size_t column, std::int64_t shift) {
   const std::size_t rows = data.row_count();
-  std::vector<DataSet::Cell> moved(rows);
+  // The texts stay where they are until every new row is built.
+  std::vector<const char*> moved(rows, nullptr);
   for (std::size_t r = 0; r < rows; ++r) {
     const std::int64_t to = static_cast<std::int64_t>(r) + shift;
     if (to < 0 || to >= static_cast<std::int64_t>(rows)) continue;
-    if (const std::string* text = data.cell(r, column)) moved[static_cast<std::size_t>(to)] = *text;
+    moved[static_cast<std::size_t>(to)] = data.cell(r, column);
   }
-  // Rows that gain a cell must be present; make them so before any move.
-  for (std::size_t r = 0; r < rows; ++r)
-    if (moved[r] && !data.rows[r]) data.rows[r].emplace(data.column_count());
-  for (std::size_t r = 0; r < rows; ++r)
-    if (data.rows[r]) (*data.rows[r])[column] = std::move(moved[r]);
+  std::vector<std::size_t> which(rows);
+  for (std::size_t r = 0; r < rows; ++r) which[r] = r;
+  data.set_cells(column, which, moved);
 }
 
 }  // namespace kelva

@@ -56,10 +56,10 @@ std::vector<double> gather_column(const DataSet& data, std::size_t column) {
   require(data.row_count() > 0 && column < data.column_count());
   std::vector<double> values;
   for (std::size_t r = 0; r < data.row_count(); ++r) {
-    const std::string* text = data.cell(r, column);
+    const char* text = data.cell(r, column);
     if (text == nullptr) continue;
     double v = 0.0;
-    require(cell_number(*text, v), K_ERROR_INVALID_EXPRESSION);
+    require(cell_number(text, v), K_ERROR_INVALID_EXPRESSION);
     values.push_back(v);
   }
   require(!values.empty());

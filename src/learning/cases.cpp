@@ -85,7 +85,7 @@ std::int32_t cell_state(const Node& node, const std::string& text) {
   double x = 0.0;
   const bool numeric = node.subtype() == K_SUBTYPE_NUMBER || node.subtype() == K_SUBTYPE_INTERVAL;
   double lo = 0.0, hi = 0.0;
-  if (numeric && cell_number(text, x)) {
+  if (numeric && cell_number(text.c_str(), x)) {
     state = state_of_value(node, x);
   } else if (node.subtype() == K_SUBTYPE_INTERVAL && parse_interval(text, lo, hi)) {
     state = state_of_interval(node, lo, hi);
@@ -132,12 +132,12 @@ void add_cases(Domain& domain, const DataSet& data, std::size_t first, std::size
     if (u.node->is_discrete()) u.states.assign(count, CaseColumn::kUnset);
     else u.values.assign(count, std::nan(""));
     for (std::size_t i = 0; i < count; ++i) {
-      const std::string* text = data.cell(first + i, u.column);
+      const char* text = data.cell(first + i, u.column);
       if (text == nullptr) continue;
       if (u.node->is_discrete()) {
-        u.states[i] = cell_state(*u.node, *text);
+        u.states[i] = cell_state(*u.node, text);
       } else {
-        require(cell_number(*text, u.values[i]));
+        require(cell_number(text, u.values[i]));
       }
     }
   }
@@ -145,9 +145,9 @@ void add_cases(Domain& domain, const DataSet& data, std::size_t first, std::size
   if (count_column != no_column) {
     counts.assign(count, -1.0);  // -1: the cell is missing, the count stays 1
     for (std::size_t i = 0; i < count; ++i) {
-      const std::string* text = data.cell(first + i, count_column);
+      const char* text = data.cell(first + i, count_column);
       if (text == nullptr) continue;
-      require(cell_number(*text, counts[i]) && counts[i] >= 0.0);
+      require(cell_number(text, counts[i]) && counts[i] >= 0.0);
     }
   }
 

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cassert>
+#include <charconv>
 #include <cinttypes>
 #include <cstdlib>
 #include <cstring>
@@ -31,9 +32,63 @@ constexpr bool is_name_char(int c) noexcept {
 constexpr bool is_word_char(int c) noexcept {
   return is_letter(c) || is_digit(c) || c == '+' || c == '-' || c == '.' || c == '/' || c == '_';
 }
+// Characters that fscanf("%lg") may take into a number (digits, signs,
+// points, exponents, hexadecimal digits, `x`, `p`, `inf`, `nan`): it never
+// reads past the first character outside this set.
+constexpr bool is_scan_char(int c) noexcept {
+  return is_letter(c) || is_digit(c) || c == '+' || c == '-' || c == '.';
+}
 // Characters copied for a number read from a string (`L` belongs here).
 constexpr bool is_number_char(int c) noexcept {
   return is_digit(c) || c == '+' || c == '-' || c == '.' || c == 'E' || c == 'L' || c == 'e';
+}
+
+// A plain decimal number: its digits as a whole number (exact while there
+// are at most 19 of them), the power of ten that scales it, and its sign.
+struct PlainNumber {
+  std::size_t digits = 0;
+  std::uint64_t whole = 0;
+  int scale = 0;
+  bool negative = false;
+
+  // The value, when the whole number (up to 2^53) and the power of ten (up
+  // to 1e22) are exact doubles: one multiplication or division then rounds
+  // once, as strtod does.  False otherwise.
+  bool exact(double& value) const noexcept {
+    static constexpr double kPowers[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                         1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
+                                         1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+    if (digits > 19 || whole > (std::uint64_t{1} << 53) || scale < -22 || scale > 22) return false;
+    const auto w = static_cast<double>(whole);
+    const double v = scale < 0 ? w / kPowers[-scale] : w * kPowers[scale];
+    value = negative ? -v : v;
+    return true;
+  }
+};
+
+// Matches a plain decimal number at [p, last): optional sign, digits with an
+// optional point (at least one digit), optional exponent with digits.
+// Returns the end of the match, or null when there is none.
+const char* match_plain(const char* p, const char* last, PlainNumber& n) noexcept {
+  n = PlainNumber{};
+  if (p != last && (*p == '+' || *p == '-')) n.negative = *p++ == '-';
+  for (; p != last && is_digit(*p); ++p, ++n.digits)
+    n.whole = n.whole * 10 + static_cast<unsigned>(*p - '0');
+  if (p != last && *p == '.') {
+    for (++p; p != last && is_digit(*p); ++p, ++n.digits, --n.scale)
+      n.whole = n.whole * 10 + static_cast<unsigned>(*p - '0');
+  }
+  if (n.digits == 0) return nullptr;
+  if (p == last || (*p != 'e' && *p != 'E')) return p;
+  ++p;
+  const bool minus = p != last && *p == '-';
+  if (p != last && (*p == '+' || *p == '-')) ++p;
+  const char* const exponent = p;
+  int power = 0;
+  for (; p != last && is_digit(*p); ++p) power = power < 1000 ? power * 10 + (*p - '0') : power;
+  if (p == exponent) return nullptr;
+  n.scale += minus ? -power : power;
+  return p;
 }
 
 // What the first character of a token starts.
@@ -116,6 +171,7 @@ Lexer::Lexer(std::FILE* stream, k_parse_error_handler_t handler, void* data)
 Lexer::Lexer(const char* text, k_parse_error_handler_t handler, void* data)
     : start_(text), pos_(text), handler_(handler), data_(data) {
   require(text != nullptr);
+  end_ = text + std::strlen(text);
   try {
     text_.reserve(64);
   } catch (const std::bad_alloc&) {
@@ -162,26 +218,44 @@ int Lexer::fail(const char* message, k_error_t code) noexcept {
 int Lexer::unget_failed() noexcept { return fail("could not unget character", K_ERROR_IO); }
 
 int Lexer::get_char() {
-  if (stream_ != nullptr) {
-    const int c = std::getc(stream_);
-    // A read error is not the end of the input (a directory opened as a
-    // file reads with EISDIR); errno is left for the caller to name.
-    if (c == EOF && std::ferror(stream_)) throw Error(K_ERROR_IO);
-    return c;
-  }
-  if (*pos_ == '\0') return EOF;
+  if (pos_ != end_) return static_cast<unsigned char>(*pos_++);
+  if (stream_ == nullptr || !refill()) return EOF;
   return static_cast<unsigned char>(*pos_++);
 }
 
 bool Lexer::unget_char(int c) noexcept {
   // End of input was not consumed, so there is nothing to give back.
   if (c == EOF) return true;
-  if (stream_ != nullptr) return std::ungetc(c, stream_) != EOF;
-  if (pos_ == start_) return false;
+  if (pos_ == (stream_ != nullptr ? buffer_.get() : start_)) return false;
   --pos_;
   if (static_cast<unsigned char>(*pos_) == c) return true;
   ++pos_;
   return false;
+}
+
+bool Lexer::refill() {
+  // 64 KiB chunks: fread's own copy is then a small part of the time.
+  constexpr std::size_t kChunk = std::size_t{1} << 16;
+  const char* keep = pos_ != buffer_.get() ? pos_ - 1 : pos_;
+  const auto kept = static_cast<std::size_t>(end_ - keep);
+  const auto unread = static_cast<std::size_t>(end_ - pos_);
+  if (kept * 2 > capacity_ || capacity_ == 0) {
+    const std::size_t capacity = capacity_ == 0 ? kChunk : capacity_ * 2;
+    std::unique_ptr<char[]> grown(new char[capacity]);
+    if (kept > 0) std::memcpy(grown.get(), keep, kept);
+    buffer_ = std::move(grown);
+    capacity_ = capacity;
+  } else if (kept > 0) {
+    std::memmove(buffer_.get(), keep, kept);
+  }
+  end_ = buffer_.get() + kept;
+  pos_ = end_ - unread;
+  const std::size_t n = std::fread(buffer_.get() + kept, 1, capacity_ - kept, stream_);
+  end_ += n;
+  // A read error is not the end of the input (a directory opened as a
+  // file reads with EISDIR); errno is left for the caller to name.
+  if (n == 0 && std::ferror(stream_)) throw Error(K_ERROR_IO);
+  return n > 0;
 }
 
 int Lexer::next_token() {
@@ -301,15 +375,7 @@ int Lexer::read_word(int first) {
 // that strtod converts of the longest run of digits and `+ - . E L e`
 int Lexer::read_number() {
   text_.clear();
-  if (stream_ != nullptr) {
-    double value = 0.0;
-    if (std::fscanf(stream_, "%lg", &value) != 1) {
-      if (std::ferror(stream_)) throw Error(K_ERROR_IO);
-      return TOKEN_ERROR;
-    }
-    number_ = value;
-    return TOKEN_NUMBER;
-  }
+  if (stream_ != nullptr) return read_stream_number();
   for (const char* p = pos_; is_number_char(static_cast<unsigned char>(*p)); ++p)
     text_.push_back(*p);
   char* end = nullptr;
@@ -318,6 +384,51 @@ int Lexer::read_number() {
   if (used == 0) return TOKEN_ERROR;
   text_.resize(used);
   pos_ += used;
+  number_ = value;
+  return TOKEN_NUMBER;
+}
+
+// The stream's bytes from pos_ are those that fscanf("%lg") would read.  A
+// plain decimal number (sign, digits, point, exponent with digits) followed
+// by a character that no number continues with is converted here or by
+// from_chars, both rounding as strtod does; anything else (hexadecimal,
+// `inf`, `nan`, malformed texts, which fscanf partly consumes) goes through
+// fscanf itself on a memory stream of the same bytes, so that both take the
+// same characters and give the same value.
+int Lexer::read_stream_number() {
+  PlainNumber plain;
+  const char* end = match_plain(pos_, end_, plain);
+  if (end != nullptr && end != end_ && !is_scan_char(static_cast<unsigned char>(*end)) &&
+      plain.exact(number_)) {
+    pos_ = end;
+    return TOKEN_NUMBER;
+  }
+  std::size_t run = 0;
+  for (;;) {
+    while (pos_ + run != end_ && is_scan_char(static_cast<unsigned char>(pos_[run]))) ++run;
+    if (pos_ + run != end_ || !refill()) break;
+  }
+  const char* const last = pos_ + run;
+  if (match_plain(pos_, last, plain) == last) {
+    double value = 0.0;
+    const char* const first = *pos_ == '+' ? pos_ + 1 : pos_;
+    const auto [stop, error] = std::from_chars(first, last, value);
+    if (error == std::errc() && stop == last) {
+      number_ = value;
+      pos_ = last;
+      return TOKEN_NUMBER;
+    }
+  }
+  // fscanf reads at most one character past the run.
+  const std::size_t size = run + (last != end_ ? 1 : 0);
+  std::FILE* memory = fmemopen(const_cast<char*>(pos_), size, "r");
+  if (memory == nullptr) throw std::bad_alloc();
+  double value = 0.0;
+  const int converted = std::fscanf(memory, "%lg", &value);
+  const long used = std::ftell(memory);
+  std::fclose(memory);
+  pos_ += used > 0 ? used : 0;
+  if (converted != 1) return TOKEN_ERROR;
   number_ = value;
   return TOKEN_NUMBER;
 }

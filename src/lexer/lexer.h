@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -101,6 +102,12 @@ class Lexer {
   int get_char();
   // Gives back the character just read; giving back EOF does nothing.
   bool unget_char(int c) noexcept;
+  // Stream source: reads the next chunk of the stream into the buffer,
+  // keeping the unread bytes and the one before them (for unget_char); the
+  // buffer grows when they fill half of it.  False at the end of the stream.
+  bool refill();
+  // The number at pos_ as fscanf("%lg") reads it from the stream.
+  int read_stream_number();
 
   // What an escape sequence in a string came to.
   enum class Escape { stored, joined, failed };
@@ -118,8 +125,13 @@ class Lexer {
   int unget_failed() noexcept;
 
   std::FILE* stream_ = nullptr;
+  // A string source is [start_, end_); a stream source is read in chunks
+  // into buffer_, whose unread bytes are [pos_, end_).
   const char* start_ = nullptr;
   const char* pos_ = nullptr;
+  const char* end_ = nullptr;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t capacity_ = 0;
   k_parse_error_handler_t handler_;
   void* data_;
   TokenReader reader_ = TokenReader::basic;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace kelva::platform {
@@ -8,5 +9,12 @@ namespace kelva::platform {
 /// beyond the machine's physical memory (and for the saturated all-ones
 /// count), which could never be used and which some allocators treat as fatal.
 bool allocation_possible(std::uint64_t bytes) noexcept;
+
+/// `bytes` (a multiple of 2 MiB) of zeroed memory straight from the system,
+/// aligned to 2 MiB and with transparent huge pages asked for, so that
+/// writing it takes a page fault per 2 MiB rather than per 4 KiB.  Null
+/// when the system gives none.  Freed with free_huge_pages.
+void* allocate_huge_pages(std::size_t bytes) noexcept;
+void free_huge_pages(void* memory, std::size_t bytes) noexcept;
 
 }  // namespace kelva::platform

@@ -170,6 +170,9 @@ Table& fading_table(Node& node) {
 }
 
 bool reaches(const Node& ancestor, const Node& node) {
+  // Readers add a node's parents before its children exist: no search then.
+  if (&ancestor == &node) return true;
+  if (ancestor.children().empty()) return false;
   std::vector<const Node*> stack{&ancestor};
   std::unordered_set<const Node*> seen{&ancestor};
   while (!stack.empty()) {

@@ -11,6 +11,7 @@
 #include "text/data_set_file.h"
 
 #include <array>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
@@ -104,6 +105,10 @@ class FieldReader {
     blank_[separator] = false;
     plain_stop_[separator] = plain_stop_['\n'] = plain_stop_['"'] = plain_stop_['\0'] = true;
     quoted_stop_['\n'] = quoted_stop_['"'] = quoted_stop_['\0'] = true;
+    constexpr std::uint64_t kOnes = 0x0101010101010101u;
+    repeated_[0] = kOnes * '\n';
+    repeated_[1] = kOnes * '"';
+    repeated_[2] = kOnes * separator;
   }
 
   std::uint64_t position() const noexcept {
@@ -143,7 +148,7 @@ class FieldReader {
     const unsigned char* run = p_;
     bool gathered = false;
     for (;;) {
-      p_ = skip(p_, plain_stop_);
+      p_ = skip(p_, plain_stop_, repeated_, 3);
       if (p_ == end_) {
         gather(gathered, run);
         if (!fill()) fail("unexpected end-of-file");
@@ -175,11 +180,28 @@ class FieldReader {
     return length == 0 ? Field::missing : Field::present;
   }
 
-  // The first character from `p` on that is in `stop`, or end_.  A local
+  // The first character from `p` on that is in `stop`, or end_: eight bytes
+  // at a time while they last (`stop` holds the NUL, the newline, the double
+  // quote and, for unquoted fields, the separator; `repeated` is each of
+  // them but the NUL in every byte of a word), then byte by byte.  A local
   // pointer: p_ itself could be aliased by the characters read, which would
   // make the compiler store it at every step.
-  const unsigned char* skip(const unsigned char* p, const CharTable& stop) const noexcept {
+  const unsigned char* skip(const unsigned char* p, const CharTable& stop,
+                            const std::uint64_t* repeated, int count) const noexcept {
     const unsigned char* const end = end_;
+    while (end - p >= 8) {
+      std::uint64_t word;
+      std::memcpy(&word, p, sizeof word);
+      // Bit 7 of a byte is set where it is zero; bits above the lowest such
+      // byte may be set wrongly (a borrow), so only the lowest is trusted.
+      auto zero = [](std::uint64_t v) {
+        return (v - 0x0101010101010101u) & ~v & 0x8080808080808080u;
+      };
+      std::uint64_t found = zero(word);
+      for (int k = 0; k < count; ++k) found |= zero(word ^ repeated[k]);
+      if (found != 0) return p + __builtin_ctzll(found) / 8;
+      p += 8;
+    }
     while (p < end && !stop[*p]) ++p;
     return p;
   }
@@ -200,7 +222,7 @@ class FieldReader {
     bool gathered = true;
     const unsigned char* run = p_;
     for (;;) {
-      p_ = skip(p_, quoted_stop_);
+      p_ = skip(p_, quoted_stop_, repeated_, 2);
       if (p_ == end_) {
         gather(gathered, run);
         if (!fill()) fail("unexpected end-of-file");
@@ -253,9 +275,10 @@ class FieldReader {
   void* data_;
   std::uint64_t line_ = 0;  // goes up at the start of every line
   unsigned char separator_ = ',';
-  CharTable blank_{};        // skippable white space: never the separator
-  CharTable plain_stop_{};   // ends a run of an unquoted field
-  CharTable quoted_stop_{};  // ends a run of a quoted field
+  CharTable blank_{};               // skippable white space: never the separator
+  CharTable plain_stop_{};          // ends a run of an unquoted field
+  CharTable quoted_stop_{};         // ends a run of a quoted field
+  std::uint64_t repeated_[3] = {};  // newline, quote, separator in every byte
   std::string scratch_;
   std::string_view text_;
   bool line_ended_ = false;
@@ -276,32 +299,34 @@ std::unique_ptr<DataSet> read(FieldReader& in) {
     field = in.read(false);
   }
 
+  // Each row's cells are gathered in one builder and stored as one block.
   const std::size_t columns = data_set->columns.size();
+  RowBuilder row;
   while ((field = in.read(true)) != Field::end_of_file) {
-    std::vector<DataSet::Cell>& row = data_set->rows.emplace_back(std::in_place).value();
-    row.reserve(columns);
+    row.clear();
     for (;;) {
       if (row.size() == columns) in.fail("too many fields");
       if (field == Field::present) {
-        row.emplace_back(std::in_place, in.text());
+        row.add(in.text().data(), in.text().size());
       } else {
-        row.emplace_back();
+        row.add_missing();
       }
       if (in.line_ended()) break;
       field = in.read(false);
     }
-    row.resize(columns);  // the fields not given are missing
+    while (row.size() < columns) row.add_missing();  // the fields not given are missing
+    data_set->rows.push_back(row.build(&data_set->arena));
   }
   return data_set;
 }
 
 // Appends `text` as one field: as it stands, or quoted when the reader
 // would not give it back as it stands.
-void append_field(std::string& out, const std::string& text, char separator) {
+void append_field(std::string& out, std::string_view text, char separator) {
   const bool quote = text.empty() || is_white(static_cast<unsigned char>(text.front())) ||
                      is_white(static_cast<unsigned char>(text.back())) ||
-                     text.find('"') != std::string::npos ||
-                     text.find(separator) != std::string::npos;
+                     text.find('"') != std::string_view::npos ||
+                     text.find(separator) != std::string_view::npos;
   if (!quote) {
     out += text;
     return;
@@ -355,7 +380,7 @@ void write_data_set(const DataSet& data_set, int separator, TextSink& sink) {
     for (std::size_t c = 0; c < columns; ++c) {
       if (c > 0) out += sep;
       // A missing cell (or a cell of an absent row) is written as nothing.
-      if (row && c < row->size() && (*row)[c]) append_field(out, *(*row)[c], sep);
+      if (c < row.size() && row.cell(c) != nullptr) append_field(out, row.cell(c), sep);
     }
     out += '\n';
     if (out.size() >= kChunk) {

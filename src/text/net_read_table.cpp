@@ -75,7 +75,7 @@ class TableReader {
     // Allocate first, so that a table too large to hold fails before any
     // value is read.
     net_api(lx_, [&] {
-      table_.data();
+      values_ = table_.data();
       if (target_.cg_child != nullptr) table_.set_mean(0, child_, 0.0);
     });
     const std::size_t nodes = table_.nodes().size();
@@ -155,7 +155,7 @@ class TableReader {
       if (flat) lx_.report_error("<number> must be nonnegative");
       else lx_.report_warning("warning: negative value in probability potential");
     }
-    table_.data()[place_.index()] = v;
+    values_[place_.index()] = v;
   }
 
   // item: `normal` `(` mean `,` variance `)`
@@ -252,6 +252,7 @@ class TableReader {
   const NetTableTarget& target_;
   Table& table_;
   Placement place_;
+  double* values_ = nullptr;  // the table's values, allocated before the first is read
   std::size_t child_ = 0;
   std::vector<double> terms_;  // regression coefficients of one item
 };

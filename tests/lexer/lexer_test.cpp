@@ -5,9 +5,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <memory>
+#include <random>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -397,6 +400,53 @@ TEST(Lexer, ParseFrameFailsWhenErrorsWereCounted) {
   } catch (const Error& e) {
     EXPECT_EQ(e.code(), K_ERROR_SYNTAX);
   }
+}
+
+// Numbers of a stream against fscanf("%lg") on each number alone: random
+// decimal texts (long, short, huge and tiny exponents, hexadecimal and
+// infinities), about 300 KB in all, so that numbers straddle the chunks in
+// which the stream is read; each must come out with the same bits.
+TEST(Lexer, StreamNumbersAsFscanfReadsThem) {
+  std::mt19937_64 random(11);
+  const char* const words[] = {"0x1.8p3", "+inf", "-infinity", "+0", "-0", "1e-400", "1e400"};
+  std::string text;
+  std::vector<double> expected;
+  while (text.size() < 300000) {
+    std::string w;
+    if (random() % 20 == 0) {
+      w = words[random() % 7];
+    } else {
+      if (random() % 3 == 0) w += "-+"[random() % 2];
+      for (auto n = random() % 25; n-- > 0;) w += static_cast<char>('0' + random() % 10);
+      if (random() % 2 == 0) w += '.';
+      for (auto n = random() % 6; n-- > 0;) w += static_cast<char>('0' + random() % 10);
+      if (random() % 3 == 0) w += "e" + std::to_string(static_cast<int>(random() % 700) - 350);
+    }
+    // Only texts that fscanf reads as a whole number are kept.
+    const std::string scanned = w + " ";
+    std::FILE* f = fmemopen(const_cast<char*>(scanned.data()), scanned.size(), "r");
+    double value = 0;
+    const bool whole = std::fscanf(f, "%lg", &value) == 1 && std::ftell(f) == long(w.size());
+    std::fclose(f);
+    if (!whole) continue;
+    text += w + " ;\n"[random() % 3];
+    expected.push_back(value);
+  }
+  auto file = stream_of(text);
+  Lexer lexer(file.get(), nullptr, nullptr);
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    int token = lexer.next_token();
+    if (token == ';') token = lexer.next_token();
+    ASSERT_EQ(token, TOKEN_NUMBER) << i;
+    const double read = lexer.number();
+    ASSERT_EQ(std::memcmp(&expected[i], &read, sizeof read), 0)
+        << i << ": " << expected[i] << " read as " << read;
+  }
+  int last = lexer.next_token();
+  if (last == ';') last = lexer.next_token();
+  EXPECT_EQ(last, TOKEN_EOF);
+  EXPECT_EQ(lexer.line(),
+            1 + static_cast<std::uint64_t>(std::count(text.begin(), text.end(), '\n')));
 }
 
 }  // namespace
