@@ -25,8 +25,7 @@ constexpr std::size_t kMaxSums = std::size_t{1} << 20;
 using Sums = std::map<double, double>;
 
 double value_of(const Node& node, std::size_t state) {
-  return node.subtype() == K_SUBTYPE_BOOLEAN ? static_cast<double>(state)
-                                              : node.state_value(state);
+  return node.subtype() == K_SUBTYPE_BOOLEAN ? static_cast<double>(state) : node.state_value(state);
 }
 
 NodeSlot& slot_in_equilibrium(Node& node) {
@@ -65,7 +64,8 @@ Sums tree_sums(Domain& domain, JunctionTree& tree, const std::vector<Node*>& nod
   require(best != nullptr);
   Table joint(domain, nodes, TableRole::free, nullptr);
   const IndexPlan plan = IndexPlan::between(*best->table, joint);
-  if (domain.is_compressed()) compressed::marginalize_clique(*best, plan, joint.data(), Reduce::sum);
+  if (domain.is_compressed())
+    compressed::marginalize_clique(*best, plan, joint.data(), Reduce::sum);
   else marginalize(plan, best->table->data(), joint.data(), Reduce::sum, Parallelism::of(domain));
   // Configurations in order, the last node varying fastest.
   Sums sums;

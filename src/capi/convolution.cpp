@@ -1,10 +1,11 @@
 // Distributions of sums of numeric nodes, and freeing an unfolded domain's
 // source lists.
+#include "analysis/convolution.h"
+
 #include <algorithm>
 #include <cstdlib>
 #include <new>
 
-#include "analysis/convolution.h"
 #include "capi/boundary.h"
 #include "network/class.h"
 #include "network/domain.h"

@@ -1,6 +1,7 @@
 // Hierarchical naive Bayes through the C API.
-#include "capi/boundary.h"
 #include "learning/hnb.h"
+
+#include "capi/boundary.h"
 
 using kelva::capi::get;
 using kelva::capi::guard_status;

@@ -39,8 +39,8 @@ JNIEXPORT jdoubleArray JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kNo
   return guard<jdoubleArray>(nullptr, [&]() -> jdoubleArray {
     if (jcopies < 0) return fail_with(K_ERROR_USAGE, jdoubleArray{});
     k_size_t count = 0;
-    double* sums = k_node_get_convolution(from_jlong<k_node_t>(jnode),
-                                          static_cast<k_size_t>(jcopies), &count);
+    double* sums =
+        k_node_get_convolution(from_jlong<k_node_t>(jnode), static_cast<k_size_t>(jcopies), &count);
     return to_java(env, sums, count);
   });
 }

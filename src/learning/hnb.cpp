@@ -100,8 +100,8 @@ Offer offer_latent(const std::vector<double>& n, std::size_t rc, std::size_t ra,
   naive -= half * static_cast<double>(rc * (ra + rb - 2));
   const double merge_saving = half * static_cast<double>(rc + ra + rb - 2);
   auto score = [&] {
-    double s = -half * static_cast<double>(rc * (groups.size() - 1) +
-                                           groups.size() * (ra + rb - 2));
+    double s =
+        -half * static_cast<double>(rc * (groups.size() - 1) + groups.size() * (ra + rb - 2));
     for (const Group& g : groups) s += g.fit();
     return s;
   };
@@ -139,8 +139,8 @@ Offer offer_latent(const std::vector<double>& n, std::size_t rc, std::size_t ra,
 // both, plus one pseudo-count per parent state spread evenly over the
 // child's states, so that no configuration is impossible.
 std::vector<double> estimate(const LearningData& data, std::size_t child, std::size_t parent) {
-  const std::vector<double> n =
-      parent == LearningData::npos ? joint_counts(data, {child}) : joint_counts(data, {parent, child});
+  const std::vector<double> n = parent == LearningData::npos ? joint_counts(data, {child})
+                                                             : joint_counts(data, {parent, child});
   const std::size_t r = data.states[child];
   std::vector<double> p(n.size());
   for (std::size_t base = 0; base < n.size(); base += r) {
@@ -167,9 +167,10 @@ std::vector<Node*> learn_hnb_structure(Domain& domain, Node& target) {
     if (k == y) continue;
     for (std::size_t j = k + 1; j < n; ++j)
       if (j != y && rules.required(k, j))
-        throw Error(K_ERROR_USAGE, "a hierarchical naive Bayes model cannot keep the required link "
-                                   "between " + work.nodes[k]->name() + " and " +
-                                       work.nodes[j]->name());
+        throw Error(K_ERROR_USAGE,
+                    "a hierarchical naive Bayes model cannot keep the required link "
+                    "between " +
+                        work.nodes[k]->name() + " and " + work.nodes[j]->name());
     if (rules.required(y, k) && rules.forbidden(y, k))
       throw Error(K_ERROR_USAGE, "a hierarchical naive Bayes model cannot give its class " +
                                      target.name() + " the parent " + work.nodes[k]->name());
@@ -193,13 +194,15 @@ std::vector<Node*> learn_hnb_structure(Domain& domain, Node& target) {
         if (!active[a] || !active[b] || !pairable[a] || !pairable[b] || refused.count({a, b}))
           continue;
         auto it = tests.find({a, b});
-        if (it == tests.end()) it = tests.emplace(std::make_pair(a, b), g2_test(work, a, b, {y})).first;
+        if (it == tests.end())
+          it = tests.emplace(std::make_pair(a, b), g2_test(work, a, b, {y})).first;
         if (it->second.p_value <= alpha)
           candidates.push_back({it->second.p_value, it->second.statistic, a, b});
       }
-    std::stable_sort(candidates.begin(), candidates.end(), [](const Candidate& l, const Candidate& r) {
-      return l.p < r.p || (l.p == r.p && l.statistic > r.statistic);
-    });
+    std::stable_sort(candidates.begin(), candidates.end(),
+                     [](const Candidate& l, const Candidate& r) {
+                       return l.p < r.p || (l.p == r.p && l.statistic > r.statistic);
+                     });
     bool grown = false;
     for (const Candidate& cand : candidates) {
       const std::size_t a = cand.a, b = cand.b, ra = work.states[a], rb = work.states[b];
@@ -213,8 +216,8 @@ std::vector<Node*> learn_hnb_structure(Domain& domain, Node& target) {
       for (std::size_t c = 0; c < work.cases(); ++c) {
         const std::int16_t sa = work.columns[a][c], sb = work.columns[b][c];
         if (sa < 0 || sb < 0) continue;
-        const std::size_t g = offer.group_of[static_cast<std::size_t>(sa) * rb +
-                                             static_cast<std::size_t>(sb)];
+        const std::size_t g =
+            offer.group_of[static_cast<std::size_t>(sa) * rb + static_cast<std::size_t>(sb)];
         // A joint state seen only in cases without the target has no group.
         if (g != LearningData::npos) column[c] = static_cast<std::int16_t>(g);
       }

@@ -113,8 +113,11 @@ TEST(Convolution, RefusalsAndSourceLists) {
     k_node_t* nodes;
     k_size_t* count;
   };
-  for (const Refusal& r : {Refusal{none, &count}, {twice, &count}, {apart, &count},
-                           {labelled, &count}, {one, nullptr}}) {
+  for (const Refusal& r : {Refusal{none, &count},
+                           {twice, &count},
+                           {apart, &count},
+                           {labelled, &count},
+                           {one, nullptr}}) {
     EXPECT_EQ(k_domain_get_convolution(d, r.nodes, r.count), nullptr);
     EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   }

@@ -78,9 +78,9 @@ TEST(Hnb, BeatsNaiveBayesOnHierarchicalDataAndAddsNothingToNaiveBayesData) {
       k_domain_t d = k_new_domain();
       const auto nodes = make_nodes(d, {2, 3, 3, 3, 2});
       store(nodes, train);
-      ASSERT_EQ(hnb ? k_domain_learn_hnb_structure(d, nodes[0])
-                    : k_domain_learn_features(d, nodes[0], 4),
-                0);
+      ASSERT_EQ(
+          hnb ? k_domain_learn_hnb_structure(d, nodes[0]) : k_domain_learn_features(d, nodes[0], 4),
+          0);
       if (hnb) {
         EXPECT_GE(count_nodes(d), 6u);
       }
@@ -116,8 +116,11 @@ TEST(Hnb, RefusalsChangeNothingAndConstraintsHold) {
     const char* what;
     int setup;
   };
-  for (const Case& c : {Case{"no class node", 0}, {"foreign class node", 1},
-                        {"continuous node", 2}, {"no cases", 3}, {"link between attributes", 4},
+  for (const Case& c : {Case{"no class node", 0},
+                        {"foreign class node", 1},
+                        {"continuous node", 2},
+                        {"no cases", 3},
+                        {"link between attributes", 4},
                         {"link into the class", 5}}) {
     k_domain_t d = k_new_domain(), other = k_new_domain();
     const auto nodes = make_nodes(d, {2, 2, 2});

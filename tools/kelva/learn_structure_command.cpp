@@ -187,7 +187,8 @@ void run_learn_structure(std::FILE* out, const Options& options) {
     for (k_node_t* p = checked(k_node_get_parents(n)); *p != nullptr; ++p) ++links;
   // Latent nodes have no items, so the structure score cannot be had for hnb:
   // its BIC is that of the tables EM learns.
-  double bic = method == "hnb" ? 0.0 : checked(k_domain_get_structure_score(domain.get(), K_SCORE_BIC));
+  double bic =
+      method == "hnb" ? 0.0 : checked(k_domain_get_structure_score(domain.get(), K_SCORE_BIC));
 
   learn_tables(domain.get(), progress);
   if (method == "hnb") bic = checked(k_domain_get_bic(domain.get()));
