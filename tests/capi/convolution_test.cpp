@@ -1,5 +1,4 @@
-// Distributions of sums against enumeration of the joint, their refusals,
-// and deleting an unfolded domain's source lists.
+// Sums of numeric nodes against enumeration, refusals, deleting source lists.
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -14,10 +13,8 @@ namespace {
 
 using Sums = std::map<double, double>;
 
-// A numbered node with `values` and table `table`.
 k_node_t numbered(k_domain_t d, const std::vector<double>& values, std::vector<double> table) {
-  k_node_t n = k_domain_new_node(d, K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_NUMBER);
-  k_node_set_number_of_states(n, values.size());
+  k_node_t n = k_domain_create_discrete_node(d, K_CATEGORY_CHANCE, K_SUBTYPE_NUMBER, values.size());
   for (std::size_t s = 0; s < values.size(); ++s) k_node_set_state_value(n, s, values[s]);
   k_table_set_data(k_node_get_table(n), table.data(), table.size(), 0, table.size());
   return n;
@@ -119,7 +116,6 @@ TEST(Convolution, RefusalsAndSourceLists) {
   EXPECT_EQ(k_domain_delete_source_lists(d), 0);
   EXPECT_EQ(k_node_get_source(n)[0], nullptr);
   k_cc_delete(cc);
-  EXPECT_EQ(k_domain_delete_source_lists(d), 0);
   EXPECT_EQ(k_domain_delete(d), 0);
 }
 
