@@ -24,7 +24,6 @@ void store(const std::vector<k_node_t>& nodes, const Cases& cases) {
       if (cases[c][v] >= 0) k_node_set_case_state(nodes[v], c, cases[c][v]);
 }
 
-// EM from the learned tables, then the share of `test` classified right.
 double accuracy(const std::vector<k_node_t>& nodes, const Cases& test) {
   k_domain_t d = k_node_get_home_domain(nodes[0]);
   for (k_node_t n = k_domain_get_first_node(d); n != nullptr; n = k_node_get_next(n))
