@@ -1084,6 +1084,21 @@ KELVA_API k_table_t k_node_get_distribution(k_node_t node);
  *  as of an entered value, is a point mass).  -1 on error: "usage" unless
  *  0 < probability < 1, else as k_node_get_mean. */
 KELVA_API double k_node_get_quantile(k_node_t node, double probability);
+/** The distribution of the sum of the state values of `nodes` (null-ended,
+ *  distinct discrete nodes of the number or boolean subtype, false 0 and
+ *  true 1) given the propagated evidence: a new array of 2k doubles, to be
+ *  freed with free(), holding the k distinct sums in ascending order and
+ *  then their probabilities; *count receives k.  The nodes of one junction
+ *  tree must share a clique (as for k_domain_get_marginal); the trees are
+ *  independent.  Null on error: "usage" (no nodes or no count, a node of
+ *  another domain or of another subtype, a node twice, nodes of one tree in
+ *  no common clique, a tree in max equilibrium), "not_compiled",
+ *  "no_equilibrium", "size_too_large" (more than 2^20 distinct sums). */
+KELVA_API double *k_domain_get_convolution(k_domain_t domain, k_node_t *nodes, k_size_t *count);
+/** The distribution of the sum of `copies` independent draws from the
+ *  belief of discrete `node` (number or boolean subtype), as
+ *  k_domain_get_convolution returns it; "usage" for 0 copies. */
+KELVA_API double *k_node_get_convolution(k_node_t node, k_size_t copies, k_size_t *count);
 /** alpha (the intercept) of configuration `i`; -1 on error: "usage" for a
  *  node that is not a continuous chance node or `i` not below its table's
  *  size. */
@@ -1928,6 +1943,21 @@ KELVA_API double k_node_get_jmi_score(k_node_t feature, k_node_t target, const k
  *  nodes unlinked, uniform tables.  "usage" when count is 0 or above the nodes that can be chosen,
  *  or a required link does not touch the target. */
 KELVA_API k_status_t k_domain_learn_features(k_domain_t domain, k_node_t target, k_size_t count);
+/** Learns a hierarchical naive Bayes classifier of `target` from the stored
+ *  cases: naive Bayes, where the pair of attributes (or latent nodes) most
+ *  dependent given the target, by the G2 test at the significance level,
+ *  gets a new latent parent between it and the target when that raises BIC.
+ *  A latent node's states are groups of the pair's joint states, merged
+ *  while BIC rises, and it stands for the pair in later rounds.  The latent
+ *  nodes are new discrete chance nodes named Latent1, Latent2, ... with
+ *  unlabelled states; every node gets the table estimated from the cases
+ *  with each latent node at its group (plus one pseudo-count per parent
+ *  state), from which EM (k_domain_learn_tables) learns on.  A forbidden
+ *  target -> attribute link leaves the attribute unlinked, a required one
+ *  keeps it a child of the target.  "usage" when the cases are refused as by
+ *  the structure learners, the target is not of the domain, or a required
+ *  link enters the target or joins two other nodes; nothing changes then. */
+KELVA_API k_status_t k_domain_learn_hnb_structure(k_domain_t domain, k_node_t target);
 
 /* ------------------------------------------------------------------------ */
 /* Object-oriented networks: classes, instances, class collections           */
@@ -2050,6 +2080,11 @@ KELVA_API k_status_t k_cc_add_classes(k_class_collection_t cc, k_class_collectio
  *  and for every node of that domain once a node of the collection's
  *  classes has been deleted or the classes moved to another collection. */
 KELVA_API k_node_t *k_node_get_source(k_node_t node);
+/** Empties and frees the source lists of every node of `domain`
+ *  (k_node_get_source then gives empty lists); the domain no longer
+ *  depends on the classes it was made from.  Does nothing for a domain
+ *  without source lists. */
+KELVA_API k_status_t k_domain_delete_source_lists(k_domain_t domain);
 /** The back pointer of the node's home: its class's (k_class_set_backpointer)
  *  for a node of a class, else its domain's. */
 KELVA_API void *k_node_get_home_backpointer(k_node_t node);

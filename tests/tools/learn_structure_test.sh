@@ -48,5 +48,7 @@ out=$("$kelva" learn "$work/asia.dat" --structure greedy -o "$work/l.net" --quie
 grep -q $'^method\tgreedy$' <<<"$out" || fail "learn --structure: $out"
 "$kelva" learn --example asia "$work/asia.dat" --structure pc -o "$work/l.net" 2>/dev/null &&
   fail "learn --structure with a network accepted"
-"$kelva" learn-structure "$work/asia.dat" -o "$work/x.net" --method hnb 2>/dev/null && fail "--method hnb accepted"
+out=$("$kelva" learn "$work/asia.dat" --structure hnb --target either -o "$work/hnb.net" --quiet) ||
+  fail "hnb failed"
+grep -q $'^latent\t' <<<"$out" || fail "hnb: no latent line: $out"
 exit $((failures > 0))

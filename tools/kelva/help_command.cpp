@@ -82,18 +82,20 @@ constexpr OptionHelp kOptionHelp[] = {
      bit(Command::sensitivity) | bit(Command::voi)},
     {"--target NODE",
      "learn-structure --method tree: learn a tree-augmented\n"
-     "naive Bayes classifier of NODE",
-     bit(Command::learn_structure)},
+     "naive Bayes classifier of NODE; --method hnb: the class\n"
+     "node of the hierarchical naive Bayes model (required)",
+     bit(Command::learn_structure) | bit(Command::learn)},
     {"--method M",
      "how learn-structure learns: pc (PC with G2 tests,\n"
      "default), npc (PC checked by the necessary path\n"
      "condition, each ambiguous region resolved by its first\n"
      "minimal solution), tree (a Chow-Liu tree from the first\n"
-     "column) or greedy (hill climbing)",
+     "column), greedy (hill climbing) or hnb (hierarchical\n"
+     "naive Bayes classifier of --target, with latent nodes)",
      bit(Command::learn_structure)},
     {"--structure M",
      "learn: learn the links from DATA alone by M (pc, npc,\n"
-     "tree or greedy), then the tables, as learn-structure does",
+     "tree, greedy or hnb), then the tables, as learn-structure does",
      bit(Command::learn)},
     {"--significance A", "the significance level of PC's tests (default 0.05)",
      bit(Command::learn_structure)},
@@ -303,9 +305,11 @@ posterior through the junction tree (the library's stream, seeded with S).
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
-     "[--tolerance T] [--strict-columns] [--scaled] [--threads T]\n"
-     "[--log LOG] [--quiet]\n"
-     "| DATA --structure pc|npc|tree|greedy -o OUT.net",
+     "[--tolerance T] [--strict-columns] [--scaled] [--threads T]
+"
+     "[--log LOG] [--quiet]
+"
+     "| DATA --structure pc|npc|tree|greedy|hnb [--target NODE] -o OUT.net",
      "learn the tables of a network's chance nodes from the cases of\n"
      "a data file by EM and write the learned network",
      R"TXT(Output of learn: every chance node without an experience table gets one
@@ -411,7 +415,7 @@ learn reads it.
 )TXT",
      "kelva adapt --example asia asia.dat -o adapted.net --fading 0.99"},
     {Command::learn_structure, "learn-structure",
-     "DATA -o OUT.net [--method pc|npc|tree|greedy] [--target NODE]\n"
+     "DATA -o OUT.net [--method pc|npc|tree|greedy|hnb] [--target NODE]\n"
      "[--significance A] [--score bic|aic] [--quiet]",
      "learn a network's links and tables from the cases of a data\n"
      "file and write the network",
@@ -426,9 +430,12 @@ layered picture.  Then KEY<TAB>VALUE lines: method, cases, links, seconds
 (of structure learning) and bic (of the structure, before EM); npc adds
 regions (its ambiguous regions, each resolved by its first minimal
 solution; with more than 16 uncertain edges, by deciding each edge in turn
-absent when a solution allows it, which also ends in a minimal solution).
+absent when a solution allows it, which also ends in a minimal solution);
+hnb adds latent (the latent nodes made) and its bic is that of the tables
+EM learned, since latent nodes have no items to score a structure by.
 )TXT",
-     "kelva learn-structure alarm.dat -o learned.net --method greedy"},
+     "kelva learn-structure alarm.dat -o learned.net --method greedy\n"
+     "kelva learn-structure cars.csv -o cars.net --method hnb --target Class"},
     {Command::predict, "predict",
      "(FILE.net | --example NAME) DATA [-o OUT] [--threads T]\n"
      "[--nodes A,B,...] [--strict-columns] [--scaled] [--quiet]",

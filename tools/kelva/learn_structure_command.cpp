@@ -94,6 +94,22 @@ void make_nodes(k_domain_t domain, k_data_set_t data, const std::string& file) {
   }
 }
 
+std::size_t count_nodes(k_domain_t domain) {
+  std::size_t count = 0;
+  for (k_node_t n = checked(k_domain_get_first_node(domain)); n != nullptr;
+       n = checked(k_node_get_next(n)))
+    ++count;
+  return count;
+}
+
+// The node of the --target column.
+k_node_t target_node(k_domain_t domain, const std::string& name) {
+  k_node_t target = k_domain_get_node_by_name(domain, name.c_str());
+  if (target == nullptr)
+    throw ApiError(K_ERROR_USAGE, "--target: no column is named '" + name + "'");
+  return target;
+}
+
 // Learns the tables by EM from no prior, on the learned structure.
 void learn_tables(k_domain_t domain, const Progress& progress) {
   std::vector<k_table_t> added;
@@ -127,7 +143,7 @@ void run_learn_structure(std::FILE* out, const Options& options) {
                 static_cast<unsigned long long>(rows));
   const auto start = std::chrono::steady_clock::now();
   const std::string& method = options.structure_method;
-  std::size_t regions = 0;
+  std::size_t regions = 0, latent = 0;
   if (method == "pc") {
     checked(k_domain_set_significance_level(domain.get(), options.significance));
     checked(k_domain_learn_structure(domain.get()));
@@ -148,14 +164,15 @@ void run_learn_structure(std::FILE* out, const Options& options) {
     }
   } else if (method == "greedy") {
     checked(k_domain_learn_greedy_structure(domain.get(), options.score, 0, 0, 0));
+  } else if (method == "hnb") {
+    k_node_t target = target_node(domain.get(), options.target);
+    const std::size_t observed = count_nodes(domain.get());
+    checked(k_domain_set_significance_level(domain.get(), options.significance));
+    checked(k_domain_learn_hnb_structure(domain.get(), target));
+    latent = count_nodes(domain.get()) - observed;
   } else {
     // The tree grows from the first column's node; with --target, a classifier.
-    k_node_t target = nullptr;
-    if (!options.target.empty()) {
-      target = k_domain_get_node_by_name(domain.get(), options.target.c_str());
-      if (target == nullptr)
-        throw ApiError(K_ERROR_USAGE, "--target: no column is named '" + options.target + "'");
-    }
+    k_node_t target = options.target.empty() ? nullptr : target_node(domain.get(), options.target);
     k_node_t root = nullptr;
     for (k_node_t n = checked(k_domain_get_first_node(domain.get())); n != nullptr;
          n = checked(k_node_get_next(n)))
@@ -168,9 +185,13 @@ void run_learn_structure(std::FILE* out, const Options& options) {
   for (k_node_t n = checked(k_domain_get_first_node(domain.get())); n != nullptr;
        n = checked(k_node_get_next(n)))
     for (k_node_t* p = checked(k_node_get_parents(n)); *p != nullptr; ++p) ++links;
-  const double bic = checked(k_domain_get_structure_score(domain.get(), K_SCORE_BIC));
+  // Latent nodes have no items, so the structure score cannot be had for hnb:
+  // its BIC is that of the tables EM learns.
+  double bic =
+      method == "hnb" ? 0.0 : checked(k_domain_get_structure_score(domain.get(), K_SCORE_BIC));
 
   learn_tables(domain.get(), progress);
+  if (method == "hnb") bic = checked(k_domain_get_bic(domain.get()));
   checked_file(k_domain_save_as_net(domain.get(), options.output.c_str()), options.output,
                FileUse::write);
   std::fprintf(out, "method\t%s\n", method.c_str());
@@ -179,6 +200,7 @@ void run_learn_structure(std::FILE* out, const Options& options) {
   std::fprintf(out, "seconds\t%.17g\n", seconds);
   std::fprintf(out, "bic\t%.17g\n", bic);
   if (method == "npc") std::fprintf(out, "regions\t%zu\n", regions);
+  if (method == "hnb") std::fprintf(out, "latent\t%zu\n", latent);
 }
 
 }  // namespace kelva::cli

@@ -193,7 +193,9 @@ Options parse_options(std::span<const char* const> args) {
         start = comma + 1;
       }
     } else if (auto value = option_value(args, i, "--target")) {
-      only_for(options, {Command::sensitivity, Command::voi, Command::learn_structure}, "--target");
+      only_for(options,
+               {Command::sensitivity, Command::voi, Command::learn_structure, Command::learn},
+               "--target");
       if (value->empty() ||
           (options.command == Command::sensitivity) != (value->find('=') != std::string::npos))
         throw UsageError(options.command == Command::sensitivity ? "--target needs NODE=STATE"
@@ -255,8 +257,9 @@ Options parse_options(std::span<const char* const> args) {
       options.strict_columns = true;
     } else if (auto value = option_value(args, i, "--method")) {
       if (options.command == Command::learn_structure) {
-        if (*value != "pc" && *value != "tree" && *value != "greedy" && *value != "npc")
-          throw UsageError("--method of learn-structure takes pc, npc, tree or greedy, not '" +
+        if (*value != "pc" && *value != "tree" && *value != "greedy" && *value != "npc" &&
+            *value != "hnb")
+          throw UsageError("--method of learn-structure takes pc, npc, tree, greedy or hnb, not '" +
                            *value + "'");
         options.structure_method = *value;
         continue;
@@ -265,8 +268,9 @@ Options parse_options(std::span<const char* const> args) {
       options.method = parse_method(*value);
     } else if (auto value = option_value(args, i, "--structure")) {
       only_for(options, Command::learn, "--structure");
-      if (*value != "pc" && *value != "tree" && *value != "greedy" && *value != "npc")
-        throw UsageError("--structure takes pc, npc, tree or greedy, not '" + *value + "'");
+      if (*value != "pc" && *value != "tree" && *value != "greedy" && *value != "npc" &&
+          *value != "hnb")
+        throw UsageError("--structure takes pc, npc, tree, greedy or hnb, not '" + *value + "'");
       options.structure_method = *value;
       options.structure_from_data = true;
     } else if (auto value = option_value(args, i, "--significance")) {
@@ -330,6 +334,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::learn_structure;
     options.data = learn_files[0];
   }
+  if (options.command == Command::learn && !options.target.empty())
+    throw UsageError("--target needs --structure tree or hnb");
   // learn, adapt and predict take the network file (unless --example names
   // one), then the data file.
   if (options.command == Command::learn || options.command == Command::adapt ||
@@ -346,8 +352,11 @@ Options parse_options(std::span<const char* const> args) {
   if (options.command == Command::learn_structure) {
     if (options.data.empty()) throw UsageError("learn-structure needs a data file");
     if (options.output.empty()) throw UsageError("no output file given (use -o FILE)");
-    if (!options.target.empty() && options.structure_method != "tree")
-      throw UsageError("--target needs --method tree");
+    if (!options.target.empty() && options.structure_method != "tree" &&
+        options.structure_method != "hnb")
+      throw UsageError("--target needs --method tree or hnb");
+    if (options.target.empty() && options.structure_method == "hnb")
+      throw UsageError("--method hnb needs the class node (use --target NODE)");
     if (!options.source.example.empty()) throw UsageError("learn-structure takes no --example");
     return options;
   }

@@ -9,6 +9,8 @@ import java.util.HashMap;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
+import java.util.NavigableMap;
+import java.util.TreeMap;
 
 /**
  * A network: its nodes, attributes, layout defaults and the settings of
@@ -1752,15 +1754,21 @@ public final class Domain implements AutoCloseable {
     return check(kDomainGetApproximationConstant(handle));
   }
 
-  /** Gives every engine node that has no Java node yet (nodes a file made) one. */
-  private void adoptNewNodes() {
+  /**
+   * Gives every engine node that has no Java node yet (nodes a file or a
+   * learner made) one, and returns those, oldest first.
+   */
+  private List<Node> adoptNewNodes() {
+    List<Node> adopted = new ArrayList<>();
     for (long n = check(kDomainGetFirstNode(handle)); n != 0; n = check(kNodeGetNext(n))) {
       if (!nodes.containsKey(n)) {
         Node node = new Node(this);
         check(kNodeAttachPeer(n, node));
         nodes.put(n, node);
+        adopted.add(0, node);
       }
     }
+    return adopted;
   }
 
   // ---- Structure learning ----
@@ -1913,5 +1921,61 @@ public final class Domain implements AutoCloseable {
    */
   public void learnFeatures(Node target, long count) {
     check(kDomainLearnFeatures(handle, target.handle(), count));
+  }
+
+  /**
+   * The distribution of the sum of the state values of numbered or boolean
+   * nodes (false 0, true 1) given the propagated evidence.  The nodes of one
+   * junction tree must share a clique; the trees are independent.
+   *
+   * @param nodes distinct numbered or boolean nodes of this domain
+   * @return each distinct sum, ascending, with its probability
+   * @throws KelvaException "usage" for another node, a node twice or nodes
+   *     of one tree in no common clique, "not_compiled", "no_equilibrium",
+   *     "size_too_large" for more than 2^20 distinct sums
+   */
+  public NavigableMap<Double, Double> getConvolution(List<Node> nodes) {
+    double[][] out = new double[1][];
+    Calls.withList(nodes, list -> {
+      out[0] = kDomainGetConvolution(handle, list);
+      return 0;
+    });
+    return sums(check(out[0]));
+  }
+
+  /** The sums and then their probabilities, as a map. */
+  static NavigableMap<Double, Double> sums(double[] array) {
+    NavigableMap<Double, Double> map = new TreeMap<>();
+    int k = array.length / 2;
+    for (int i = 0; i < k; i++) {
+      map.put(array[i], array[k + i]);
+    }
+    return map;
+  }
+
+  /**
+   * Empties the source lists of the nodes of a domain made from a class, so
+   * that it no longer depends on the classes.
+   *
+   * @throws KelvaException "usage" for a deleted domain
+   */
+  public void deleteSourceLists() {
+    check(kDomainDeleteSourceLists(handle));
+  }
+
+  /**
+   * Learns a hierarchical naive Bayes classifier of {@code target}: naive
+   * Bayes where strongly dependent attributes get latent parents (new nodes
+   * named Latent1, Latent2, ...) that raise the BIC score.  Every node gets
+   * tables estimated from the cases; EM ({@link #learnTables}) refines them.
+   *
+   * @param target the class node
+   * @return the latent nodes made, oldest first
+   * @throws KelvaException "usage" when the cases cannot be used or a
+   *     required link cannot be kept
+   */
+  public List<Node> learnHNBStructure(Node target) {
+    check(kDomainLearnHNBStructure(handle, target.handle()));
+    return adoptNewNodes();
   }
 }

@@ -1264,6 +1264,20 @@ public final class Node {
   }
 
   /**
+   * The distribution of the sum of {@code copies} independent draws from the
+   * belief of this numbered or boolean node (false 0, true 1).
+   *
+   * @param copies how many draws, at least 1
+   * @return each distinct sum, ascending, with its probability
+   * @throws KelvaException "usage" for another node or 0 copies,
+   *     "not_compiled", "no_equilibrium", "size_too_large" for more than
+   *     2^20 distinct sums
+   */
+  public java.util.NavigableMap<Double, Double> getConvolution(long copies) {
+    return Domain.sums(check(kNodeGetConvolution(nodePeer, copies)));
+  }
+
+  /**
    * The variance of a continuous node as of the last propagation (0 when a
    * value is entered).
    *

@@ -56,6 +56,26 @@ class StructureLearningTest {
   }
 
   @Test
+  void hnbAdoptsItsLatentNodeAndSumsCrossToJava() {
+    try (Domain d = new Domain()) {
+      List<Node> v = java.util.stream.Stream.generate(
+          () -> d.newNode(Category.CHANCE, Kind.DISCRETE, Subtype.BOOLEAN)).limit(3).toList();
+      d.setNumberOfCases(200);
+      for (long c = 0; c < 200; c++) {
+        v.get(0).setCaseState(c, c % 2);
+        v.get(1).setCaseState(c, (c / 2) % 2);
+        v.get(2).setCaseState(c, (c / 2) % 2);
+      }
+      List<Node> latent = d.learnHNBStructure(v.get(0));
+      assertEquals(List.of(latent.get(0)), v.get(2).getParents());
+      d.compile();
+      assertEquals(0.5, d.getConvolution(List.of(v.get(1))).get(1.0), 1e-12);
+      assertEquals(0.25, v.get(1).getConvolution(2).get(2.0), 1e-12);
+      assertFails(ErrorCode.USAGE, () -> d.getConvolution(v.subList(1, 3)));
+    }
+  }
+
+  @Test
   void contradictoryTestsGiveARegionAndFeaturesFollowJmi() {
     try (Domain d = new Domain()) {
       Node x = labelled(d, "X", "0", "1");
