@@ -111,8 +111,9 @@ JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kCCSaveAsNe
   });
 }
 
-JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kCCToNetString(
-    JNIEnv* env, jclass, jlong jcc) {
+JNIEXPORT jstring JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kCCToNetString(JNIEnv* env,
+                                                                                       jclass,
+                                                                                       jlong jcc) {
   return take_text(env, k_cc_to_net_string(from_jlong<k_class_collection_t>(jcc)));
 }
 

@@ -52,6 +52,38 @@ public final class ClassCollection implements AutoCloseable {
     handle = check(kNewClassCollection());
   }
 
+  /** A collection the engine has made; its classes get Java objects on first use. */
+  private ClassCollection(long handle) {
+    this.handle = handle;
+  }
+
+  /**
+   * Loads a class collection from a KB file saved by {@link #saveAsKB}.
+   *
+   * @param fileName the file
+   * @param password the password of a protected file; null or empty for an
+   *     unprotected one (ignored then)
+   * @return the collection, to close by the caller
+   * @throws KelvaException "io" when the file cannot be read,
+   *     "bad_kb_format" for a damaged file, "bad_kb_version",
+   *     "bad_kb_type" for a file that holds a domain, "bad_kb_password"
+   */
+  public static ClassCollection fromKBFile(String fileName, String password) {
+    return new ClassCollection(check(kKBLoadClassCollection(fileName, password)));
+  }
+
+  /**
+   * Saves the collection as a KB file: its classes with every number
+   * exact; read it back with {@link #fromKBFile}.
+   *
+   * @param fileName the file
+   * @param password encrypts the file when neither null nor empty
+   * @throws KelvaException "io" when the file cannot be written
+   */
+  public void saveAsKB(String fileName, String password) {
+    check(kCCSaveAsKB(handle, fileName, password));
+  }
+
   /** The engine handle (0 once closed). */
   long handle() {
     return handle;

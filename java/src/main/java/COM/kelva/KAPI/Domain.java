@@ -1920,12 +1920,13 @@ public final class Domain implements AutoCloseable {
   /**
    * A deep copy of the domain: nodes with their names, labels, positions,
    * attributes and states, links, tables, experience and fading tables,
-   * models, the node size and the domain's attributes; not evidence,
-   * stored cases nor the junction forest (the copy is not compiled).
+   * models, chain-graph components, the node size and the domain's
+   * attributes; not evidence, stored cases nor the junction forest (the
+   * copy is not compiled).
    *
    * @return the copy, a domain of its own to close
-   * @throws KelvaException "usage" when the domain is closed or has
-   *     chain-graph components
+   * @throws KelvaException "usage" when the domain is closed or the network
+   *     of a class
    */
   public Domain cloneDomain() {
     return new Domain(check(kDomainClone(handle)));

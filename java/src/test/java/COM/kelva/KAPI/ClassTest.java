@@ -65,6 +65,14 @@ class ClassTest {
         back.parseClasses(file, null, null);
         assertEquals(text, back.toNetString());
       }
+      // Through a KB file: the same text; it is no domain.
+      String kb = dir.resolve("units.kb").toString();
+      cc.saveAsKB(kb, "pw");
+      try (ClassCollection back = ClassCollection.fromKBFile(kb, "pw")) {
+        assertEquals(text, back.toNetString());
+        assertEquals("Unit", back.getMembers().get(0).getName());
+      }
+      assertFails(ErrorCode.BAD_KB_TYPE, () -> Domain.fromKBFile(kb, "pw"));
 
       // Top alone: its instances ask the loader for Unit.
       int split = text.indexOf("class Top");
