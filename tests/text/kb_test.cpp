@@ -185,7 +185,7 @@ TEST(KbFiles, ClassCollectionKeepsItsNetTextAndExactTables) {
   }
   EXPECT_NULL_WITH(k_kb_load_class_collection(path.c_str(), "pass"), K_ERROR_BAD_KB_PASSWORD);
   EXPECT_FAILS(k_cc_save_as_kb(cc, "/nonexistent/x.kb", nullptr), K_ERROR_IO);
-  EXPECT_NULL_WITH(k_kb_load_class_collection("/nonexistent/x.kb", nullptr), K_ERROR_IO);
+  EXPECT_NULL_WITH(k_kb_load_class_collection_from_memory(nullptr, 1, nullptr), K_ERROR_USAGE);
   k_cc_delete(cc);
 }
 
