@@ -2,7 +2,8 @@
 // domain compiled, with two cases and evidence, propagated and saved as a
 // KB file ("<name>_file", first byte 0) and as its sections stored unpacked
 // ("<name>_sections", first byte 1), which the fuzzer seals itself so that
-// mutations reach the section readers.
+// mutations reach the section readers.  A class file (first word `class')
+// is saved as a class collection, with first bytes 2 and 3.
 //
 //   kb_seeds OUT_DIR NET...
 #include <zlib.h>
@@ -53,8 +54,31 @@ Bytes stored_sections(const Bytes& file) {
 
 }  // namespace
 
+// The KB bytes of `path` read as a class file; false when it is none.
+bool class_file_bytes(const char* path, Bytes& out) {
+  std::ifstream in(path);
+  std::string word;
+  if (!(in >> word) || word != "class") return false;
+  k_class_collection_t cc = k_new_class_collection();
+  if (k_net_parse_classes(path, cc, nullptr, nullptr, nullptr, nullptr) != 0) std::abort();
+  std::size_t size = 0;
+  unsigned char* saved = k_cc_save_to_memory(cc, nullptr, &size);
+  if (saved == nullptr) std::abort();
+  out.assign(saved, saved + size);
+  std::free(saved);
+  k_cc_delete(cc);
+  return true;
+}
+
 int main(int argc, char** argv) {
   for (int i = 2; i < argc; ++i) {
+    const auto base = std::filesystem::path(argv[1]) / std::filesystem::path(argv[i]).stem();
+    Bytes classes;
+    if (class_file_bytes(argv[i], classes)) {
+      write(base.string() + "_file", 2, classes);
+      write(base.string() + "_sections", 3, stored_sections(classes));
+      continue;
+    }
     k_domain_t d = k_net_parse_domain(argv[i], nullptr, nullptr);
     if (d == nullptr) return 1;
     // Two cases (every discrete chance node's first state, then its last;
@@ -83,7 +107,6 @@ int main(int argc, char** argv) {
     const Bytes file(saved, saved + size);
     std::free(saved);
     k_domain_delete(d);
-    const auto base = std::filesystem::path(argv[1]) / std::filesystem::path(argv[i]).stem();
     write(base.string() + "_file", 0, file);
     write(base.string() + "_sections", 1, stored_sections(file));
   }

@@ -51,7 +51,7 @@ fuzz_one() {
   local shared=${KELVA_SHARED_DIR:-$(cd .. && pwd)/shared}
   # The KB reader's seeds are binary, so they are written from NET files here.
   if [[ $name == kb ]]; then
-    local nets=(fuzz/corpus/net/{bn,decision}.net) net
+    local nets=(fuzz/corpus/net/{bn,decision}.net fuzz/corpus/class_net/hierarchy.net) net
     for net in asia rats-deal id-example-unbbayes; do
       if [[ -f $shared/nets/$net.net ]]; then nets+=("$shared/nets/$net.net"); fi
     done

@@ -2090,10 +2090,10 @@ KELVA_API k_status_t k_domain_delete_source_lists(k_domain_t domain);
 KELVA_API void *k_node_get_home_backpointer(k_node_t node);
 /** A deep copy of an ordinary domain: nodes with their names, labels,
  *  positions, attributes and states, links, tables, experience and fading
- *  tables, models (expressions copied, naming the copied nodes), the node
- *  size and the domain's attributes; not evidence, stored cases, the
- *  junction forest nor back pointers.  "usage" for a class or a domain with
- *  chain-graph components. */
+ *  tables, models (expressions copied, naming the copied nodes), chain-graph
+ *  components with their tables, the node size and the domain's
+ *  attributes; not evidence, stored cases, the junction forest nor back
+ *  pointers.  "usage" for a class. */
 KELVA_API k_domain_t k_domain_clone(k_domain_t domain);
 /** A new node of the node's domain or class holding a copy of what the node
  *  holds (category, kind, subtype, label, position, attributes, states,
@@ -2101,6 +2101,27 @@ KELVA_API k_domain_t k_domain_clone(k_domain_t domain);
  *  "usage" for an instance node, an output clone or a member of a
  *  chain-graph component; failures of the links as k_node_add_parent. */
 KELVA_API k_node_t k_node_clone(k_node_t node);
+
+/** Saves the collection as a KB file of the class-collection kind: its
+ *  classes as exact NET text, with each class's settings and its exact
+ *  node, experience and fading tables; encrypted as k_domain_save_as_kb
+ *  when `password` is neither null nor empty.  "io" when the file cannot be
+ *  written. */
+KELVA_API k_status_t k_cc_save_as_kb(k_class_collection_t cc, const char *file_name,
+                                     const char *password);
+/** The bytes k_cc_save_as_kb would write (malloc'ed; the caller frees
+ *  them), their count in `*size`. */
+KELVA_API unsigned char *k_cc_save_to_memory(k_class_collection_t cc, const char *password,
+                                             size_t *size);
+/** Loads a class collection from a KB file, owned by the caller; the
+ *  failures of k_kb_load_domain, "bad_kb_type" for a file that holds a
+ *  domain (and k_kb_load_domain gives it for a collection's file). */
+KELVA_API k_class_collection_t k_kb_load_class_collection(const char *file_name,
+                                                          const char *password);
+/** The same for the bytes of a KB file in memory. */
+KELVA_API k_class_collection_t k_kb_load_class_collection_from_memory(const unsigned char *data,
+                                                                      size_t size,
+                                                                      const char *password);
 
 /* ------------------------------------------------------------------------ */
 /* Helpers                                                                   */

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "capi/boundary.h"
+#include "network/class.h"
 #include "network/domain.h"
 #include "platform/file.h"
 #include "text/kb_file.h"
@@ -32,6 +33,29 @@ std::vector<unsigned char> read_file(const char* file_name) {
   return bytes;
 }
 
+/// Writes `bytes` to a new file (Error(io) when it cannot be written).
+void write_file(const char* file_name, const std::vector<unsigned char>& bytes) {
+  std::FILE* file = kelva::platform::open_file(file_name, "wb");
+  if (file == nullptr) throw kelva::Error(K_ERROR_IO);
+  const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  if (std::fclose(file) != 0 || !written) throw kelva::Error(K_ERROR_IO);
+}
+
+/// `bytes` copied into a malloc'ed block, its size in `*size`.
+unsigned char* malloc_bytes(const std::vector<unsigned char>& bytes, size_t* size) {
+  auto* copy = static_cast<unsigned char*>(std::malloc(bytes.size()));
+  if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
+  std::memcpy(copy, bytes.data(), bytes.size());
+  *size = bytes.size();
+  return copy;
+}
+
+kelva::ClassCollection& get_cc(k_class_collection_t h) {
+  auto* p = reinterpret_cast<kelva::ClassCollection*>(h);
+  kelva::require(p != nullptr && p->is(kelva::ObjectTag::class_collection));
+  return *p;
+}
+
 }  // namespace
 
 extern "C" {
@@ -41,11 +65,7 @@ k_status_t k_domain_save_as_kb(k_domain_t domain, const char* file_name, const c
     kelva::Domain& d = get(domain);
     kelva::require(file_name != nullptr);
     std::string name = file_name;
-    const std::vector<unsigned char> bytes = kelva::write_kb_domain(d, password);
-    std::FILE* file = kelva::platform::open_file(file_name, "wb");
-    if (file == nullptr) throw kelva::Error(K_ERROR_IO);
-    const bool written = std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
-    if (std::fclose(file) != 0 || !written) throw kelva::Error(K_ERROR_IO);
+    write_file(file_name, kelva::write_kb_domain(d, password));
     d.file_name = std::move(name);
   });
 }
@@ -54,12 +74,7 @@ unsigned char* k_domain_save_to_memory(k_domain_t domain, const char* password, 
   return guard<unsigned char*>(nullptr, [&] {
     kelva::Domain& d = get(domain);
     kelva::require(size != nullptr);
-    const std::vector<unsigned char> bytes = kelva::write_kb_domain(d, password);
-    auto* copy = static_cast<unsigned char*>(std::malloc(bytes.size()));
-    if (copy == nullptr) throw kelva::Error(K_ERROR_NO_MEMORY);
-    std::memcpy(copy, bytes.data(), bytes.size());
-    *size = bytes.size();
-    return copy;
+    return malloc_bytes(kelva::write_kb_domain(d, password), size);
   });
 }
 
@@ -78,6 +93,39 @@ k_domain_t k_kb_load_domain_from_memory(const unsigned char* data, size_t size,
   return guard<k_domain_t>(nullptr, [&] {
     kelva::require(data != nullptr || size == 0);
     return handle(kelva::read_kb_domain(data, size, password));
+  });
+}
+
+k_status_t k_cc_save_as_kb(k_class_collection_t cc, const char* file_name, const char* password) {
+  return guard_status([&] {
+    kelva::ClassCollection& c = get_cc(cc);
+    kelva::require(file_name != nullptr);
+    write_file(file_name, kelva::write_kb_classes(c, password));
+  });
+}
+
+unsigned char* k_cc_save_to_memory(k_class_collection_t cc, const char* password, size_t* size) {
+  return guard<unsigned char*>(nullptr, [&] {
+    kelva::ClassCollection& c = get_cc(cc);
+    kelva::require(size != nullptr);
+    return malloc_bytes(kelva::write_kb_classes(c, password), size);
+  });
+}
+
+k_class_collection_t k_kb_load_class_collection(const char* file_name, const char* password) {
+  return guard<k_class_collection_t>(nullptr, [&] {
+    kelva::require(file_name != nullptr);
+    const std::vector<unsigned char> bytes = read_file(file_name);
+    return reinterpret_cast<k_class_collection_t>(
+        kelva::read_kb_classes(bytes.data(), bytes.size(), password));
+  });
+}
+
+k_class_collection_t k_kb_load_class_collection_from_memory(const unsigned char* data, size_t size,
+                                                            const char* password) {
+  return guard<k_class_collection_t>(nullptr, [&] {
+    kelva::require(data != nullptr || size == 0);
+    return reinterpret_cast<k_class_collection_t>(kelva::read_kb_classes(data, size, password));
   });
 }
 

@@ -6,6 +6,7 @@
 #include "compile/junction_forest.h"
 #include "expr/model.h"
 #include "learning/npc.h"
+#include "network/class.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "network/peer.h"
@@ -44,6 +45,11 @@ PeerContext* context_of(k_domain_t domain) noexcept {
   return d != nullptr ? &d->peers() : nullptr;
 }
 
+PeerContext* context_of(k_class_t cls) noexcept {
+  Domain* d = live<Domain>(cls, ObjectTag::domain);
+  return d != nullptr && d->owner_class != nullptr ? &d->peers() : nullptr;
+}
+
 PeerContext* context_of(k_node_t node) noexcept {
   Node* n = live<Node>(node, ObjectTag::node);
   return n != nullptr ? &n->domain().peers() : nullptr;
@@ -77,6 +83,19 @@ PeerContext* context_of(k_ambiguous_region_t region) noexcept {
 PeerContext* context_of(k_uncertain_edge_t edge) noexcept {
   UncertainEdge* e = live<UncertainEdge>(edge, ObjectTag::uncertain_edge);
   return e != nullptr ? &e->state->domain->peers() : nullptr;
+}
+
+k_class_collection_t collection_of(PeerContext& context) noexcept {
+  if (context.domain == nullptr || context.domain->owner_class == nullptr) return nullptr;
+  return reinterpret_cast<k_class_collection_t>(&context.domain->owner_class->collection());
+}
+
+void* set_collection_env(k_class_collection_t cc, void* env) noexcept {
+  ClassCollection* c = live<ClassCollection>(cc, ObjectTag::class_collection);
+  if (c == nullptr) return nullptr;
+  void* previous = std::exchange(c->peers().env, env);
+  for (Domain* body : c->bodies()) body->peers().env = env;
+  return previous;
 }
 
 void*& env_slot(PeerContext& context) noexcept { return context.env; }

@@ -36,6 +36,7 @@ inline constexpr int kNoField = -1;
 /// The context of the domain behind a handle, or null when the handle is
 /// not a live object of its sort.
 PeerContext* context_of(k_domain_t domain) noexcept;
+PeerContext* context_of(k_class_t cls) noexcept;
 PeerContext* context_of(k_node_t node) noexcept;
 PeerContext* context_of(k_table_t table) noexcept;
 PeerContext* context_of(k_model_t model) noexcept;
@@ -43,6 +44,16 @@ PeerContext* context_of(k_junction_tree_t tree) noexcept;
 PeerContext* context_of(k_clique_t clique) noexcept;
 PeerContext* context_of(k_ambiguous_region_t region) noexcept;
 PeerContext* context_of(k_uncertain_edge_t edge) noexcept;
+
+/// The class collection whose classes share a call's JNIEnv with `context`:
+/// the collection of the class whose body keeps `context`, or null for an
+/// ordinary domain's (or a collection's own) context.
+k_class_collection_t collection_of(PeerContext& context) noexcept;
+
+/// Stores `env` in the context of a live collection and of every class body
+/// in it, and returns what the collection's context held before (the
+/// previous JNIEnv, to put back the same way).  Nothing for a dead handle.
+void* set_collection_env(k_class_collection_t cc, void* env) noexcept;
 
 /// The slots of a context: the JNIEnv of the native call in progress (null
 /// between calls), the cached identifier of each handle field, and the

@@ -216,24 +216,35 @@ class GlobalRef {
 };
 
 /// Stores the caller's JNIEnv in a domain's context for the scope, so that
-/// objects with Java peers that die in the engine call can drop them.  A null
-/// context (an invalid handle, which the engine then refuses) does nothing.
+/// objects with Java peers that die in the engine call can drop them.  For
+/// the body of a class it goes to the class collection and to every class
+/// of it, since an edit of one class deletes nodes (output clones, instance
+/// nodes) of others.  A null context (an invalid handle, which the engine
+/// then refuses) does nothing.
 class EnvScope {
  public:
   EnvScope(JNIEnv* env, PeerContext* context) noexcept
-      : slot_(context != nullptr ? &peers::env_slot(*context) : nullptr) {
-    if (slot_ != nullptr) {
-      previous_ = *slot_;
-      *slot_ = env;
-    }
+      : collection_(context != nullptr ? peers::collection_of(*context) : nullptr),
+        slot_(context != nullptr && collection_ == nullptr ? &peers::env_slot(*context) : nullptr) {
+    if (collection_ != nullptr) previous_ = peers::set_collection_env(collection_, env);
+    if (slot_ != nullptr) previous_ = std::exchange(*slot_, env);
+  }
+  /// The same for every class of a collection (null: nothing).
+  EnvScope(JNIEnv* env, k_class_collection_t collection) noexcept
+      : collection_(collection), slot_(nullptr) {
+    previous_ = peers::set_collection_env(collection_, env);
   }
   ~EnvScope() {
+    // The collection outlives every call but its own deletion (not scoped);
+    // classes added during the call get the previous JNIEnv as well.
+    if (collection_ != nullptr) peers::set_collection_env(collection_, previous_);
     if (slot_ != nullptr) *slot_ = previous_;
   }
   EnvScope(const EnvScope&) = delete;
   EnvScope& operator=(const EnvScope&) = delete;
 
  private:
+  k_class_collection_t collection_;
   void** slot_;
   void* previous_ = nullptr;
 };

@@ -55,4 +55,26 @@ JNIEXPORT jbyteArray JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDoma
   });
 }
 
+JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kCCSaveAsKB(
+    JNIEnv* env, jclass, jlong jcc, jstring jfile_name, jstring jpassword) {
+  return guard<jint>(1, [&]() -> jint {
+    const FileName name(env, jfile_name);
+    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
+    const FileName password(env, jpassword);
+    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jint{1});
+    return k_cc_save_as_kb(from_jlong<k_class_collection_t>(jcc), name.get(), password.get());
+  });
+}
+
+JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kKBLoadClassCollection(
+    JNIEnv* env, jclass, jstring jfile_name, jstring jpassword) {
+  return guard<jlong>(0, [&]() -> jlong {
+    const FileName name(env, jfile_name);
+    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
+    const FileName password(env, jpassword);
+    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jlong{0});
+    return to_jlong(k_kb_load_class_collection(name.get(), password.get()));
+  });
+}
+
 }  // extern "C"

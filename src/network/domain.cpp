@@ -32,7 +32,7 @@ int category_slot(k_category_t category) noexcept {
 
 }  // namespace
 
-Domain::Domain() : Object(ObjectTag::domain) {}
+Domain::Domain() : Object(ObjectTag::domain) { peers_.domain = this; }
 
 Domain::~Domain() {
   // Tables that refer to nodes go first, while the Java context still stands.

@@ -2,6 +2,8 @@
 
 namespace kelva {
 
+class Domain;
+
 /// The Java field that holds an engine object's handle in its peer.
 enum class PeerField { node = 0, table = 1, clique = 2, jt = 3, model = 4 };
 inline constexpr int kPeerFieldCount = 5;
@@ -15,6 +17,9 @@ struct PeerContext {
   void* env = nullptr;
   void* field_ids[kPeerFieldCount] = {};
   void* node_class = nullptr;  // global reference to the Java node class
+  /// The domain that keeps the context (null for a class collection's), so
+  /// that a call on a class body can give its JNIEnv to the whole collection.
+  Domain* domain = nullptr;
 };
 
 /// A JNI global reference to an object's Java peer, or null.

@@ -214,9 +214,23 @@ std::unique_ptr<Domain> create_domain(Class& cls) {
 }
 
 std::unique_ptr<Domain> clone_domain(Domain& domain) {
-  require(!domain.is_class() && domain.chain_components.empty());
+  require(!domain.is_class());
   auto out = std::make_unique<Domain>();
   copy_network(domain, *out, false);
+  // Chain-graph components over the copies, found by name (a clone keeps
+  // every name); each table made over the mapped nodes in the original's
+  // order, so its numbers copy as they are.
+  const auto copy_of = [&](const Node* n) { return out->find(n->name()); };
+  for (const auto& c : domain.chain_components) {
+    auto component = std::make_unique<ChainComponent>();
+    for (const Node* m : c->members) component->members.push_back(copy_of(m));
+    for (const Node* p : c->parents) component->parents.push_back(copy_of(p));
+    std::vector<Node*> order;
+    for (const Node* n : c->table->nodes()) order.push_back(copy_of(n));
+    component->table.reset(new Table(*out, order, TableRole::conditional, nullptr));
+    component->table->assign_contents(*c->table);
+    out->chain_components.push_back(std::move(component));
+  }
   return out;
 }
 

@@ -5,6 +5,7 @@
 
 namespace kelva {
 
+class ClassCollection;
 class Domain;
 
 /// The KB file of `domain`: its network, settings, exact tables, cases,
@@ -21,5 +22,14 @@ std::vector<unsigned char> write_kb_domain(Domain& domain, const char* password)
 /// bad_kb_password for a protected file read without its password (or with
 /// a wrong one); no_memory.  Nothing is left allocated on failure.
 Domain* read_kb_domain(const unsigned char* data, std::size_t size, const char* password);
+
+/// The KB file of a class collection (kind 2): its NET class text with
+/// every number at 17 digits, then per class its settings and its exact
+/// node, experience and fading tables.  Throws as write_kb_domain.
+std::vector<unsigned char> write_kb_classes(ClassCollection& collection, const char* password);
+
+/// Reads a class collection from the bytes of a KB file; throws as
+/// read_kb_domain (bad_kb_type for a file that holds a domain).
+ClassCollection* read_kb_classes(const unsigned char* data, std::size_t size, const char* password);
 
 }  // namespace kelva

@@ -7,11 +7,13 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <string>
 #include <unordered_map>
 
 #include "compile/compile_log.h"
 #include "compile/junction_forest.h"
 #include "inference/propagate.h"
+#include "network/class.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -97,8 +99,14 @@ double finite_number(ByteReader& in) {
 /// Reads what put_table wrote into `table` (which must exist exactly when
 /// the file says so, with the same size and number of continuous nodes).
 /// The numbers of a `flat_probability` table must not be negative.
-void get_table(ByteReader& in, Table* table, bool flat_probability = false) {
-  if (in.flag() != (table != nullptr)) damaged();
+/// With `absent_ok` a table the file says was absent may exist: a class
+/// node without a table is written with a potential of zeros, which the
+/// reader turns into a table.
+void get_table(ByteReader& in, Table* table, bool flat_probability = false,
+               bool absent_ok = false) {
+  const bool present = in.flag();
+  if (!present && absent_ok) return;
+  if (present != (table != nullptr)) damaged();
   if (table == nullptr) return;
   const std::uint64_t size = in.u64();
   const std::uint64_t c = in.u64();
@@ -140,7 +148,7 @@ void get_settings(ByteReader& in, Domain& d) {
   d.max_em_iterations = in.u64();
 }
 
-void get_tables(ByteReader& in, const std::vector<Node*>& nodes) {
+void get_tables(ByteReader& in, const std::vector<Node*>& nodes, bool absent_ok = false) {
   for (Node* n : nodes) {
     n->needs_generation = in.flag();
     // The NET text refuses a negative probability only in a flat table, the
@@ -148,9 +156,10 @@ void get_tables(ByteReader& in, const std::vector<Node*>& nodes) {
     Table* table = n->table();
     get_table(in, table,
               n->category() == K_CATEGORY_CHANCE && n->is_discrete() && table != nullptr &&
-                  table->nodes().size() <= 1);
-    get_table(in, n->experience_table());
-    get_table(in, n->fading_table());
+                  table->nodes().size() <= 1,
+              absent_ok);
+    get_table(in, n->experience_table(), false, absent_ok);
+    get_table(in, n->fading_table(), false, absent_ok);
   }
 }
 
@@ -358,6 +367,54 @@ Domain* read_kb_domain(const unsigned char* data, std::size_t size, const char* 
   } catch (const Error& e) {
     // Sections that pass the CRC but do not make a domain were not written
     // by this writer: the file is not a valid KB file.
+    if (e.code() == K_ERROR_NO_MEMORY || e.code() == K_ERROR_BAD_KB_FORMAT) throw;
+    throw Error(K_ERROR_BAD_KB_FORMAT);
+  }
+}
+
+namespace {
+
+/// The nodes of a class body by name, as the writer put their tables.
+std::vector<Node*> nodes_by_name(const Domain& body) {
+  std::vector<Node*> nodes = nodes_in_creation_order(body);
+  std::sort(nodes.begin(), nodes.end(),
+            [](const Node* a, const Node* b) { return a->name() < b->name(); });
+  return nodes;
+}
+
+std::unique_ptr<ClassCollection> read_class_sections(const std::vector<unsigned char>& payload) {
+  ByteReader in(payload.data(), payload.size());
+  const std::vector<unsigned char> net = take_section(in, Section::network);
+  const std::string text(net.begin(), net.end());
+  if (text.find('\0') != std::string::npos) damaged();
+  auto cc = std::make_unique<ClassCollection>();
+  read_net_classes(text.c_str(), *cc, ClassLoader{}, nullptr, nullptr);
+  const std::vector<unsigned char> settings_bytes = take_section(in, Section::settings);
+  const std::vector<unsigned char> tables_bytes = take_section(in, Section::tables);
+  ByteReader settings(settings_bytes.data(), settings_bytes.size());
+  ByteReader tables(tables_bytes.data(), tables_bytes.size());
+  if (settings.u64() != cc->members().size()) damaged();
+  for (std::size_t i = 0; i < cc->members().size(); ++i) {
+    Class* c = cc->find(settings.text());
+    if (c == nullptr) damaged();
+    get_settings(settings, c->body());
+    get_tables(tables, nodes_by_name(c->body()), true);
+  }
+  if (!settings.at_end() || !tables.at_end()) damaged();
+  if (in.u32() != static_cast<std::uint32_t>(Section::end) || !in.at_end()) damaged();
+  return cc;
+}
+
+}  // namespace
+
+ClassCollection* read_kb_classes(const unsigned char* data, std::size_t size,
+                                 const char* password) {
+  const std::vector<unsigned char> payload =
+      kb::open(data, size, kb::Kind::class_collection, password);
+  try {
+    return read_class_sections(payload).release();
+  } catch (const Error& e) {
+    // As for a domain: sections that pass the CRC but make no collection.
     if (e.code() == K_ERROR_NO_MEMORY || e.code() == K_ERROR_BAD_KB_FORMAT) throw;
     throw Error(K_ERROR_BAD_KB_FORMAT);
   }

@@ -4,10 +4,13 @@
 #include <sodium.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstring>
 #include <unordered_map>
+#include <utility>
 
 #include "compile/junction_forest.h"
+#include "network/class.h"
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
@@ -244,6 +247,54 @@ std::vector<unsigned char> write_kb_domain(Domain& domain, const char* password)
   put_section(body, Section::forest, part.bytes);
   body.u32(static_cast<std::uint32_t>(Section::end));
   return kb::seal(kb::Kind::domain, body.bytes, password);
+}
+
+namespace {
+
+/// The nodes of a class body by name: the order a class file read back
+/// gives the same nodes in, whatever order they were made in.
+std::vector<Node*> nodes_by_name(const Domain& body) {
+  std::vector<Node*> nodes = nodes_in_creation_order(body);
+  std::sort(nodes.begin(), nodes.end(),
+            [](const Node* a, const Node* b) { return a->name() < b->name(); });
+  return nodes;
+}
+
+/// The NET text of a collection with every number at 17 significant digits.
+std::string exact_net_text(ClassCollection& collection) {
+  std::vector<int> saved;
+  for (Class* c : collection.members()) saved.push_back(std::exchange(c->body().net_digits, 17));
+  struct Restore {
+    ClassCollection& cc;
+    std::vector<int>& digits;
+    ~Restore() {
+      for (std::size_t i = 0; i < digits.size(); ++i)
+        cc.members()[i]->body().net_digits = digits[i];
+    }
+  } restore{collection, saved};
+  TextSink sink;
+  write_net_classes(collection, sink);  // names every node that has none
+  return sink.text();
+}
+
+}  // namespace
+
+std::vector<unsigned char> write_kb_classes(ClassCollection& collection, const char* password) {
+  const std::string net = exact_net_text(collection);
+  ByteWriter body;
+  put_section(body, Section::network, std::vector<unsigned char>(net.begin(), net.end()));
+  ByteWriter settings;
+  ByteWriter tables;
+  settings.u64(collection.members().size());
+  for (const Class* c : collection.members()) {
+    settings.text(c->name());
+    put_settings(settings, c->body());
+    put_tables(tables, nodes_by_name(c->body()));
+  }
+  put_section(body, Section::settings, settings.bytes);
+  put_section(body, Section::tables, tables.bytes);
+  body.u32(static_cast<std::uint32_t>(Section::end));
+  return kb::seal(kb::Kind::class_collection, body.bytes, password);
 }
 
 }  // namespace kelva

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <random>
 #include <string>
@@ -324,3 +325,29 @@ TEST(Classes, RandomEditSequencesKeepInstancesConsistent) {
 }
 
 }  // namespace
+
+// A clone of a chain-graph domain has the components: the same NET text,
+// and the same beliefs with and without evidence.
+TEST(Classes, DomainCloneCarriesChainGraphComponents) {
+  const char* text =
+      "net {}\nnode P { states = (\"p0\" \"p1\"); }\nnode A { states = (\"a0\" \"a1\"); }\n"
+      "node B { states = (\"b0\" \"b1\"); }\nnode C { states = (\"c0\" \"c1\"); }\n"
+      "potential (P) { data = (0.3 0.7); }\npotential (C | B) { data = ((0.9 0.1) (0.4 0.6)); }\n"
+      "potential (A B | P) { data = (((1 2) (3 4)) ((5 1) (2 7))); }\n";
+  k_domain_t d = k_net_parse_domain_string(text, nullptr, nullptr);
+  ASSERT_NE(d, nullptr);
+  k_domain_t copy = k_domain_clone(d);
+  ASSERT_NE(copy, nullptr) << k_error_name(k_error_code());
+  char* original_text = k_domain_to_net_string(d);
+  char* copy_text = k_domain_to_net_string(copy);
+  EXPECT_STREQ(copy_text, original_text);
+  std::free(original_text);
+  std::free(copy_text);
+  ASSERT_EQ(k_domain_compile(d) | k_domain_compile(copy), 0);
+  expect_same_beliefs(d, copy);
+  for (k_domain_t x : {d, copy})
+    ASSERT_EQ(k_node_select_state(k_domain_get_node_by_name(x, "C"), 1), 0);
+  expect_same_beliefs(d, copy);
+  k_domain_delete(copy);
+  k_domain_delete(d);
+}

@@ -135,6 +135,16 @@ run kb_wrong nodes "$work/asia1.kb" --password no
 expect_status kb_wrong 1
 grep -q "^kelva: bad_kb_password" "$work/kb_wrong.err" || fail "kb: wrong password not reported"
 
+# A class file through a KB file of classes gives the same NET bytes.
+printf 'class Leaf { node u { states = ("a" "b"); } potential (u) { data = (0.1 0.9); } }\n' \
+  >"$work/leaf.net"
+run cc_net convert "$work/leaf.net" -o "$work/leaf1.net"
+run cc_kb convert "$work/leaf1.net" -o "$work/leaf.kb"
+run cc_back convert "$work/leaf.kb" -o "$work/leaf2.net"
+expect_status cc_back 0
+checks=$((checks + 1))
+cmp -s "$work/leaf1.net" "$work/leaf2.net" || fail "convert: classes through KB differ"
+
 # bench: one tab-separated line per measurement.
 run bench_asia bench "$work/asia1.net" --repeat 1 --evidence 2 --seed 7
 expect_status bench_asia 0

@@ -232,7 +232,9 @@ entries; the links come last.
      "when the network is compiled), NET otherwise; nothing is printed.  Any\n"
      "command reads FILE.bif, FILE.xmlbif, FILE.xml, FILE.uai and FILE.kb as well\n"
      "as NET files, and NET files in the older network format (told by their\n"
-     "header of a name, a label string and three numbers).\n",
+     "header of a name, a label string and three numbers).  A class collection\n"
+     "(a NET file of classes or a KB file of one, without --class) is written as\n"
+     "one: to a KB file for OUT.kb, else to a NET file of classes.\n",
      "kelva convert --example asia -o asia.net --digits 17"},
     {Command::beliefs, "beliefs",
      "(FILE.net | --example NAME) [--case FILE] [--set NODE=STATE]...\n[--max] [--format text|tsv] "

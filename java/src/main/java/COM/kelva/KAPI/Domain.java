@@ -154,14 +154,21 @@ public final class Domain implements AutoCloseable {
     return handle;
   }
 
-  /** The Java node of a node handle of this domain (null for 0). */
+  /**
+   * The Java node of a node handle of this domain (null for 0): the one
+   * made earlier while it is still the node's peer, else a new one attached
+   * as its peer (the engine makes nodes of its own: output clones, instance
+   * nodes, nodes read from files).
+   */
   Node nodeOf(long node) {
     if (node == 0) {
       return null;
     }
     Node n = nodes.get(node);
-    if (n == null) {
-      throw new IllegalStateException("engine node without a Java node");
+    if (n == null || n.nodePeer != node) {
+      n = new Node(this);
+      check(kNodeAttachPeer(node, n));
+      nodes.put(node, n);
     }
     return n;
   }
@@ -1853,17 +1860,84 @@ public final class Domain implements AutoCloseable {
     check(kDomainLearnGreedyStructure(handle, score.code(), tabuLength, restarts, fromCurrent ? 1 : 0));
   }
 
+  // ---- Classes ----
+
+  /** The class whose network this domain is, or null. */
+  private NetworkClass ownerClass;
+
+  /** The collection this domain was unfolded from (its nodes' sources), or null. */
+  private ClassCollection unfoldedFrom;
+
+  /** The network of the class with handle `h`; its nodes get Java nodes on first use. */
+  private Domain(long h, NetworkClass owner) {
+    handle = h;
+    ownerClass = owner;
+  }
+
+  /** The network of a class the engine made (its handle is the class's). */
+  static Domain ofClassBody(long h) {
+    return new Domain(h, null);
+  }
+
+  /** Records that this domain is the network of `owner` (uncompiled now). */
+  void becomeClass(NetworkClass owner) {
+    ownerClass = owner;
+    trees.clear();
+    cliques.clear();
+  }
+
+  /** Marks the network of a deleted class closed. */
+  void bodyGone() {
+    handle = 0;
+    nodes.clear();
+    trees.clear();
+    cliques.clear();
+  }
+
+  /**
+   * The class whose network this domain is.
+   *
+   * @return the class, or null for an ordinary domain
+   */
+  public NetworkClass getNetworkClass() {
+    return ownerClass;
+  }
+
+  /** The collection whose class this domain was unfolded from, or null. */
+  ClassCollection unfoldedFrom() {
+    return unfoldedFrom;
+  }
+
+  /**
+   * A new domain holding a class unfolded: the class's nodes keep their
+   * names, the nodes of instances are named {@code instance.node} at every
+   * depth, a bound input is replaced by its actual node and an unbound one
+   * keeps its own table as a prior.  Each node's source
+   * ({@link Node#getSource()}) names the class nodes it copies.
+   *
+   * @param cls the class
+   * @return the domain, to close by the caller
+   * @throws KelvaException "cyclic_network" when bindings close a directed
+   *     cycle; "usage" when the class is dead
+   */
+  public static Domain fromClass(NetworkClass cls) {
+    Domain d = new Domain(check(kClassCreateDomain(cls.handle())));
+    d.unfoldedFrom = cls.getClassCollection();
+    return d;
+  }
+
   // ---- Deep copies ----
 
   /**
    * A deep copy of the domain: nodes with their names, labels, positions,
    * attributes and states, links, tables, experience and fading tables,
-   * models, the node size and the domain's attributes; not evidence,
-   * stored cases nor the junction forest (the copy is not compiled).
+   * models, chain-graph components, the node size and the domain's
+   * attributes; not evidence, stored cases nor the junction forest (the
+   * copy is not compiled).
    *
    * @return the copy, a domain of its own to close
-   * @throws KelvaException "usage" when the domain is closed or has
-   *     chain-graph components
+   * @throws KelvaException "usage" when the domain is closed or the network
+   *     of a class
    */
   public Domain cloneDomain() {
     return new Domain(check(kDomainClone(handle)));

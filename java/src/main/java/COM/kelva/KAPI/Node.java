@@ -3,6 +3,7 @@ package COM.kelva.KAPI;
 import static COM.kelva.KAPI.Calls.check;
 import static COM.kelva.KAPI.Native.AbstractNativeKAPI.*;
 
+import java.util.ArrayList;
 import java.util.List;
 
 /**
@@ -1410,5 +1411,188 @@ public final class Node {
       return 0;
     });
     return score[0];
+  }
+
+  // ---- Classes ----
+
+  /** The collection of the node's class (this node must be in one). */
+  private ClassCollection collection() {
+    NetworkClass home = domain.getNetworkClass();
+    if (home == null) {
+      throw new KelvaException(ErrorCode.USAGE);
+    }
+    return home.getClassCollection();
+  }
+
+  /**
+   * The class whose network holds this node.
+   *
+   * @return the class, or null for a node of an ordinary domain
+   * @throws KelvaException when the node is dead
+   */
+  public NetworkClass getHomeClass() {
+    check(kNodeGetHomeClass(nodePeer));
+    return domain.getNetworkClass();
+  }
+
+  /**
+   * The class an instance node instantiates.
+   *
+   * @return the class
+   * @throws KelvaException "usage" for a node that is no instance node
+   */
+  public NetworkClass getInstanceClass() {
+    long h = check(kNodeGetInstanceClass(nodePeer));
+    return collection().classOf(h);
+  }
+
+  /**
+   * The instance node of an output clone.
+   *
+   * @return the instance node, of the same class
+   * @throws KelvaException "usage" for a node that is no output clone
+   */
+  public Node getInstance() {
+    return domain.nodeOf(check(kNodeGetInstance(nodePeer)));
+  }
+
+  /**
+   * The output node an output clone stands for, a node of the instance's
+   * class.
+   *
+   * @return the output node
+   * @throws KelvaException "usage" for a node that is no output clone
+   */
+  public Node getMaster() {
+    long h = check(kNodeGetMaster(nodePeer));
+    return collection().nodeOf(h);
+  }
+
+  /**
+   * For a node of a domain unfolded from a class: the instance nodes of its
+   * path, outermost first, then the class node it copies.
+   *
+   * @return the source, empty for other nodes and once a node of the
+   *     collection's classes has been deleted or the classes moved
+   * @throws KelvaException when the node is dead
+   */
+  public List<Node> getSource() {
+    List<Node> result = new ArrayList<>();
+    for (long h : Calls.handles(check(kNodeGetSource(nodePeer)))) {
+      result.add(domain.unfoldedFrom().nodeOf(h));
+    }
+    return result;
+  }
+
+  /**
+   * The node an instance binds to one input of its class.
+   *
+   * @param input an input node of the instance's class
+   * @return the actual node, of this node's class, or null when unbound
+   * @throws KelvaException "usage" when this is no instance node or
+   *     {@code input} no input of its class
+   */
+  public Node getInput(Node input) {
+    return domain.nodeOf(check(kNodeGetInput(nodePeer, input.handle())));
+  }
+
+  /**
+   * Binds an input of the instance's class to a node of this node's class.
+   *
+   * @param input an input node of the instance's class
+   * @param actual a node of the same kind and number of states, not an
+   *     instance or utility node
+   * @throws KelvaException "usage" when the nodes do not fit
+   */
+  public void setInput(Node input, Node actual) {
+    check(kNodeSetInput(nodePeer, input.handle(), actual.handle()));
+  }
+
+  /**
+   * Removes the binding of an input; the input then acts with its own table.
+   *
+   * @param input an input node of the instance's class
+   * @throws KelvaException "usage" when this is no instance node or
+   *     {@code input} no input of its class
+   */
+  public void unsetInput(Node input) {
+    check(kNodeUnsetInput(nodePeer, input.handle()));
+  }
+
+  /**
+   * The output clone of one output of the instance's class.
+   *
+   * @param output an output node of the instance's class
+   * @return the clone, a node of this node's class
+   * @throws KelvaException "usage" when this is no instance node or
+   *     {@code output} no output of its class
+   */
+  public Node getOutput(Node output) {
+    return domain.nodeOf(check(kNodeGetOutput(nodePeer, output.handle())));
+  }
+
+  /**
+   * The output clones of an instance node, in the order of its class's
+   * outputs.
+   *
+   * @return the clones
+   * @throws KelvaException "usage" for a node that is no instance node
+   */
+  public List<Node> getOutputs() {
+    return Calls.nodes(domain, check(kNodeGetOutputs(nodePeer)));
+  }
+
+  /**
+   * Makes this node an input of its class: a chance or decision node
+   * without parents that is not an output.
+   *
+   * @throws KelvaException "usage" for another node
+   */
+  public void addToInputs() {
+    check(kNodeAddToInputs(nodePeer));
+  }
+
+  /**
+   * Removes this node from the inputs of its class, dropping its bindings
+   * in every instance.
+   *
+   * @throws KelvaException "usage" for a node that is no input
+   */
+  public void removeFromInputs() {
+    check(kNodeRemoveFromInputs(nodePeer));
+  }
+
+  /**
+   * Makes this node an output of its class; every instance gets a clone.
+   *
+   * @throws KelvaException "usage" for an instance node, an output clone
+   *     or an input
+   */
+  public void addToOutputs() {
+    check(kNodeAddToOutputs(nodePeer));
+  }
+
+  /**
+   * Removes this node from the outputs of its class; every instance loses
+   * its clone with the clone's links (the clones' Java nodes die).
+   *
+   * @throws KelvaException "usage" for a node that is no output
+   */
+  public void removeFromOutputs() {
+    check(kNodeRemoveFromOutputs(nodePeer));
+  }
+
+  /**
+   * Makes this instance node instantiate another class: bindings and clones
+   * whose input or output has a namesake of the same kind and states there
+   * are kept, the others dropped; new outputs get clones.
+   *
+   * @param cls the new class, of the same collection
+   * @throws KelvaException "cyclic_instance_hierarchy" as
+   *     {@link NetworkClass#newInstance}; "usage" for a node that is no
+   *     instance node
+   */
+  public void substituteClass(NetworkClass cls) {
+    check(kNodeSubstituteClass(nodePeer, cls.handle()));
   }
 }
