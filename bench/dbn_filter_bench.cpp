@@ -68,9 +68,11 @@ int main(int argc, char** argv) {
     for (k_node_t n : slice) sum += k_node_get_belief(n, 0);
     if (k_domain_move_dbn_window(window, 1) != 0) return 1;
   }
-  const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
-  std::printf("filtered %ld steps of a %d-node slice: wall %.3f s, processor %.3f s (checksum %.6g)\n",
-              steps, kNodes, wall, k_get_clock() - cpu0, sum);
+  const double wall =
+      std::chrono::duration<double>(std::chrono::steady_clock::now() - wall0).count();
+  std::printf(
+      "filtered %ld steps of a %d-node slice: wall %.3f s, processor %.3f s (checksum %.6g)\n",
+      steps, kNodes, wall, k_get_clock() - cpu0, sum);
   k_domain_delete(window);
   k_cc_delete(cc);
   return 0;

@@ -1,8 +1,7 @@
 // C functions of dynamic networks: temporal clones, the window, predictions.
 
-#include "dynamic/dbn_window.h"
-
 #include "capi/boundary.h"
+#include "dynamic/dbn_window.h"
 #include "network/class.h"
 #include "structure/temporal.h"
 
@@ -36,9 +35,8 @@ k_node_t k_node_get_temporal_master(k_node_t node) {
 }
 
 k_domain_t k_class_create_dbn_domain(k_class_t cls, k_size_t slices) {
-  return guard<k_domain_t>(nullptr, [&] {
-    return handle(kelva::create_dbn_domain(get_class(cls), slices).release());
-  });
+  return guard<k_domain_t>(
+      nullptr, [&] { return handle(kelva::create_dbn_domain(get_class(cls), slices).release()); });
 }
 
 k_status_t k_domain_triangulate_dbn(k_domain_t domain, k_triangulation_method_t method) {

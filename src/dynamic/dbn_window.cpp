@@ -175,7 +175,8 @@ void enter_evidence(Node& node, const Evidence& e) {
   } else if (e.entered_code >= 0) {
     select_state(node, static_cast<std::size_t>(e.entered_code));
   } else if (e.entered_code == Evidence::kVector) {
-    for (std::size_t s = 0; s < node.state_count(); ++s) enter_finding(node, s, e.entered_vector[s]);
+    for (std::size_t s = 0; s < node.state_count(); ++s)
+      enter_finding(node, s, e.entered_vector[s]);
   }
 }
 
@@ -290,7 +291,8 @@ void compute_dbn_predictions(Domain& domain, std::size_t steps) {
   DbnLayout& one = layout_of(predictor);
   std::vector<std::size_t> all(layout.clones.size());
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
-  std::vector<double> joint = joint_of(domain, interface_nodes(layout, layout.slices.size() - 1, all));
+  std::vector<double> joint =
+      joint_of(domain, interface_nodes(layout, layout.slices.size() - 1, all));
   std::vector<std::vector<std::vector<double>>> predicted;
   for (std::size_t step = 0; step < steps; ++step) {
     write_prior(one.clones, joint);

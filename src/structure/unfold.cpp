@@ -31,7 +31,7 @@ struct Frame {
   Node* instance_node;           // null for the top frame
   std::unordered_map<const Node*, Node*> copies;
   std::unordered_map<const Node*, Frame*> inner;  // by instance node
-  Frame* previous;  // a time slice's top frame: the previous slice's
+  Frame* previous;                                // a time slice's top frame: the previous slice's
 };
 
 void copy_attributes(const AttributeList& from, AttributeList& to) {
@@ -261,8 +261,8 @@ std::unique_ptr<Domain> unfold_slices(Class& cls, std::size_t slices, bool with_
     layout->initial_priors.emplace_back(prior.data(), prior.data() + prior.size());
     for (Node* earlier : layout->clones) add_parent(clone, *earlier);
     layout->clones.push_back(&clone);
-    layout->masters.push_back(static_cast<std::size_t>(
-        std::find(first.begin(), first.end(), master) - first.begin()));
+    layout->masters.push_back(
+        static_cast<std::size_t>(std::find(first.begin(), first.end(), master) - first.begin()));
   }
   std::vector<std::size_t> all(layout->clones.size());
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;

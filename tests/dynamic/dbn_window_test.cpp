@@ -59,8 +59,8 @@ void make_slice(Slice& s, std::mt19937& rng) {
   std::vector<k_node_t> x;
   std::vector<std::vector<bool>> parent(s.nodes, std::vector<bool>(s.nodes));
   for (int i = 0; i < s.nodes; ++i) {
-    x.push_back(k_domain_new_node(body(s.cls), K_CATEGORY_CHANCE, K_KIND_DISCRETE,
-                                  K_SUBTYPE_LABEL));
+    x.push_back(
+        k_domain_new_node(body(s.cls), K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL));
     k_node_set_name(x[i], at(0, i).c_str() + 3);
     s.states.push_back(2 + rng() % 2);
     k_node_set_number_of_states(x[i], s.states.back());
@@ -88,7 +88,6 @@ void make_slice(Slice& s, std::mt19937& rng) {
   for (k_node_t n : all) random_table(n, rng);
 }
 
-
 // Random evidence of a time step: states, likelihoods or nothing per node.
 struct Finding {
   int kind;  // 0 none, 1 state, 2 likelihood
@@ -106,8 +105,8 @@ double max_difference(k_domain_t a, const std::string& na, k_domain_t b, const s
                       k_size_t states) {
   double worst = 0;
   for (k_size_t s = 0; s < states; ++s)
-    worst = std::max(worst, std::fabs(k_node_get_belief(named(a, na), s) -
-                                      k_node_get_belief(named(b, nb), s)));
+    worst = std::max(
+        worst, std::fabs(k_node_get_belief(named(a, na), s) - k_node_get_belief(named(b, nb), s)));
   return worst;
 }
 
@@ -162,10 +161,10 @@ TEST(DbnWindow, MovingWindowPredictionsAndBkMatchTheUnrolledNetwork) {
         for (int i = 0; i < kAhead; ++i)
           for (int j = 0; j < s.nodes; ++j)
             for (k_size_t st = 0; st < s.states[j]; ++st)
-              EXPECT_NEAR(k_node_get_predicted_belief(named(win, at(w, j)), st, i),
-                          k_node_get_belief(named(flat, at(static_cast<int>(offset) + w + i + 1, j)),
-                                            st),
-                          1e-12);
+              EXPECT_NEAR(
+                  k_node_get_predicted_belief(named(win, at(w, j)), st, i),
+                  k_node_get_belief(named(flat, at(static_cast<int>(offset) + w + i + 1, j)), st),
+                  1e-12);
       }
       // Move when the window is full, and now and then earlier, so that
       // evidence of later slices moves down with them.
@@ -263,8 +262,11 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
   const struct {
     k_node_t node;
     k_size_t state, time;
-  } bad_reads[] = {{named(win, "T2.H"), 2, 0}, {named(win, "T2.H"), 0, 2},
-                   {named(win, "T1.H0"), 0, 0}, {p, 0, 0}, {nullptr, 0, 0}};
+  } bad_reads[] = {{named(win, "T2.H"), 2, 0},
+                   {named(win, "T2.H"), 0, 2},
+                   {named(win, "T1.H0"), 0, 0},
+                   {p, 0, 0},
+                   {nullptr, 0, 0}};
   for (const auto& r : bad_reads) {
     EXPECT_EQ(k_node_get_predicted_belief(r.node, r.state, r.time), -1.0);
     EXPECT_EQ(k_error_code(), K_ERROR_USAGE);

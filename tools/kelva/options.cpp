@@ -164,11 +164,10 @@ Options parse_options(std::span<const char* const> args) {
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
     } else if (auto value = option_value(args, i, "--class")) {
-      only_for(
-          options,
-          {Command::nodes, Command::beliefs, Command::compile, Command::bench, Command::convert,
-           Command::filter},
-          "--class");
+      only_for(options,
+               {Command::nodes, Command::beliefs, Command::compile, Command::bench,
+                Command::convert, Command::filter},
+               "--class");
       options.source.class_name = *value;
     } else if (auto value = option_value(args, i, "--format")) {
       if (options.command != Command::nodes && options.command != Command::compile)
@@ -305,7 +304,8 @@ Options parse_options(std::span<const char* const> args) {
       options.window = static_cast<std::size_t>(parse_count(*value, "--window", 1, 1000));
     } else if (auto value = option_value(args, i, "--predict")) {
       only_for(options, Command::filter, "--predict");
-      options.predict_steps = static_cast<std::size_t>(parse_count(*value, "--predict", 0, 1000000));
+      options.predict_steps =
+          static_cast<std::size_t>(parse_count(*value, "--predict", 0, 1000000));
     } else if (arg == "--bk") {
       only_for(options, Command::filter, "--bk");
       options.bk = true;
