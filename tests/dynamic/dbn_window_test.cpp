@@ -292,7 +292,39 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
   k_node_delete(h);
   EXPECT_EQ(k_node_get_temporal_master(h0), nullptr);
   EXPECT_EQ(k_node_add_parent(h0, o), 0);
-  for (k_domain_t d : {win, plain}) k_domain_delete(d);
+  // A continuous node's value moves with its slice; its moments are
+  // predicted as in the unrolled network.
+  k_class_t cg = k_cc_new_class(cc, "C");
+  k_node_t a = k_domain_new_node(body(cg), K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+  k_node_set_number_of_states(a, 2);
+  k_node_set_name(a, "A");
+  k_node_t a0 = k_node_create_temporal_clone(a);
+  k_node_t y = k_domain_new_node(body(cg), K_CATEGORY_CHANCE, K_KIND_CONTINUOUS, K_SUBTYPE_LABEL);
+  k_node_set_name(y, "Y");
+  k_node_add_parent(a, a0);
+  k_node_add_parent(y, a);
+  const double move_on[] = {0.8, 0.2, 0.3, 0.7};
+  k_table_set_data(k_node_get_table(a0), half, 2, 0, 2);
+  k_table_set_data(k_node_get_table(a), move_on, 4, 0, 4);
+  for (k_size_t i = 0; i < 2; ++i) {
+    k_node_set_alpha(y, 10.0 * static_cast<double>(i), i);
+    k_node_set_gamma(y, 1.0, i);
+  }
+  k_domain_t cw = k_class_create_dbn_domain(cg, 2), unrolled = k_class_create_dbn_domain(cg, 4);
+  ASSERT_EQ(k_domain_triangulate_dbn(cw, K_TM_BEST_GREEDY), 0);
+  for (k_domain_t d : {cw, unrolled}) ASSERT_EQ(k_domain_compile(d), 0);
+  k_node_enter_value(named(cw, "T2.Y"), 9.0);
+  k_node_enter_value(named(unrolled, "T2.Y"), 9.0);
+  ASSERT_EQ(k_domain_move_dbn_window(cw, 1), 0);
+  EXPECT_EQ(k_node_evidence_is_entered(named(cw, "T1.Y")), 1);
+  ASSERT_EQ(k_domain_compute_dbn_predictions(cw, 1), 0) << k_error_code();
+  ASSERT_EQ(k_domain_propagate(unrolled, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+  EXPECT_NEAR(k_node_get_predicted_mean(named(cw, "T2.Y"), 0),
+              k_node_get_mean(named(unrolled, "T4.Y")), 1e-12);
+  EXPECT_NEAR(k_node_get_predicted_variance(named(cw, "T1.Y"), 0),
+              k_node_get_variance(named(unrolled, "T4.Y")), 1e-12);
+  EXPECT_EQ(k_node_get_predicted_belief(named(cw, "T1.Y"), 0, 0), -1.0);
+  for (k_domain_t d : {win, plain, cw, unrolled}) k_domain_delete(d);
   k_cc_delete(cc);
 }
 
