@@ -62,6 +62,7 @@ std::vector<std::vector<Node*>> interface_groups(const DbnLayout& layout) {
 // The normalised joint distribution of `nodes` (discrete, in one clique of
 // the propagated forest), in their configuration order.
 std::vector<double> joint_of(Domain& domain, const std::vector<Node*>& nodes) {
+  if (nodes.empty()) return {1.0};  // a class without temporal clones
   Forest& forest = *domain.forest();
   const NodeSlot* first = forest.slot(*nodes.front());
   require(first != nullptr && first->tree != nullptr);

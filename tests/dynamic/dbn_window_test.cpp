@@ -324,7 +324,18 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
   EXPECT_NEAR(k_node_get_predicted_variance(named(cw, "T1.Y"), 0),
               k_node_get_variance(named(unrolled, "T4.Y")), 1e-12);
   EXPECT_EQ(k_node_get_predicted_belief(named(cw, "T1.Y"), 0, 0), -1.0);
-  for (k_domain_t d : {win, plain, cw, unrolled}) k_domain_delete(d);
+  // Slices without temporal clones are independent.
+  k_class_t lone = k_cc_new_class(cc, "Lone");
+  k_node_t only =
+      k_domain_new_node(body(lone), K_CATEGORY_CHANCE, K_KIND_DISCRETE, K_SUBTYPE_LABEL);
+  k_node_set_number_of_states(only, 2);
+  k_table_set_data(k_node_get_table(only), half, 2, 0, 2);
+  k_domain_t lw = k_class_create_dbn_domain(lone, 2);
+  ASSERT_EQ(k_domain_triangulate_dbn(lw, K_TM_BEST_GREEDY), 0);
+  ASSERT_EQ(k_domain_compile(lw), 0);
+  EXPECT_EQ(k_domain_move_dbn_window(lw, 2), 0);
+  EXPECT_EQ(k_domain_compute_dbn_predictions(lw, 1), 0);
+  for (k_domain_t d : {win, plain, cw, unrolled, lw}) k_domain_delete(d);
   k_cc_delete(cc);
 }
 
