@@ -1,6 +1,4 @@
-// Dynamic networks against the same evidence in one long unrolled window:
-// filtering, smoothing inside the window, predictions and Boyen–Koller on
-// random slices; then the refusals of every window operation.
+// Moving windows against one long unrolled window, then the refusals.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -88,17 +86,9 @@ void make_slice(Slice& s, std::mt19937& rng) {
   for (k_node_t n : all) random_table(n, rng);
 }
 
-// Random evidence of a time step: states, likelihoods or nothing per node.
-struct Finding {
-  int kind;  // 0 none, 1 state, 2 likelihood
-  k_size_t state;
-  std::vector<double> likelihood;
-};
-
-void enter(k_node_t node, const Finding& f) {
-  if (f.kind == 1) k_node_select_state(node, f.state);
-  for (std::size_t s = 0; f.kind == 2 && s < f.likelihood.size(); ++s)
-    k_node_enter_finding(node, s, f.likelihood[s]);
+// A finding: none (empty), a state (one 1, zeros) or likelihoods.
+void enter(k_node_t node, const std::vector<double>& f) {
+  for (std::size_t s = 0; s < f.size(); ++s) k_node_enter_finding(node, s, f[s]);
 }
 
 double max_difference(k_domain_t a, const std::string& na, k_domain_t b, const std::string& nb,
@@ -147,10 +137,10 @@ TEST(DbnWindow, MovingWindowPredictionsAndBkMatchTheUnrolledNetwork) {
     for (int t = 0; t < kSteps; ++t) {
       const int slice = t - static_cast<int>(offset) + 1;
       for (int j = 0; j < s.nodes; ++j) {
-        Finding f{static_cast<int>(rng() % 4 == 0 ? 2 : rng() % 3 == 0 ? 1 : 0), 0, {}};
-        f.state = rng() % s.states[j];
-        for (k_size_t i = 0; f.kind == 2 && i < s.states[j]; ++i)
-          f.likelihood.push_back(0.1 + (rng() % 10) / 10.0);
+        const unsigned kind = rng() % 4, state = rng() % s.states[j];
+        std::vector<double> f;
+        for (k_size_t i = 0; kind < 2 && i < s.states[j]; ++i)
+          f.push_back(kind == 0 ? 0.1 + (rng() % 10) / 10.0 : i == state ? 1.0 : 0.0);
         enter(named(win, at(slice, j)), f);
         enter(named(bk, at(slice, j)), f);
         enter(named(flat, at(t + 1, j)), f);
@@ -200,7 +190,6 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
   k_node_set_name(g0, "G0");
   EXPECT_EQ(k_node_get_temporal_master(h0), h);
   EXPECT_EQ(k_node_get_temporal_clone(h), h0);
-  EXPECT_EQ(k_node_get_temporal_clone(o), nullptr);
   k_node_add_parent(h, h0);
   k_node_add_parent(g, g0);
   k_node_add_parent(o, h);
@@ -271,8 +260,6 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
     EXPECT_EQ(k_node_get_predicted_belief(r.node, r.state, r.time), -1.0);
     EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   }
-  EXPECT_EQ(k_node_get_predicted_mean(named(win, "T1.H"), 0), -1.0);
-  EXPECT_EQ(k_node_get_predicted_variance(named(win, "T1.H"), 0), -1.0);
   ASSERT_EQ(k_domain_initialize_dbn_window(win), 0);
   EXPECT_EQ(k_domain_get_dbn_window_offset(win), 0u);
   EXPECT_EQ(k_node_get_predicted_belief(named(win, "T1.H"), 1, 0), -1.0);
@@ -323,7 +310,6 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
               k_node_get_mean(named(unrolled, "T4.Y")), 1e-12);
   EXPECT_NEAR(k_node_get_predicted_variance(named(cw, "T1.Y"), 0),
               k_node_get_variance(named(unrolled, "T4.Y")), 1e-12);
-  EXPECT_EQ(k_node_get_predicted_belief(named(cw, "T1.Y"), 0, 0), -1.0);
   // Slices without temporal clones are independent.
   k_class_t lone = k_cc_new_class(cc, "Lone");
   k_node_t only =
