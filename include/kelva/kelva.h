@@ -2111,8 +2111,7 @@ KELVA_API k_domain_t k_class_create_dbn_domain(k_class_t cls, k_size_t slices);
  *  lets the window move exactly; the interface prior is initialised, the
  *  offset set to 0.  "usage" for a domain without a window, a triangulated
  *  one, or methods K_TM_TOTAL_WEIGHT and unknown codes. */
-KELVA_API k_status_t k_domain_triangulate_dbn(k_domain_t domain,
-                                              k_triangulation_method_t method);
+KELVA_API k_status_t k_domain_triangulate_dbn(k_domain_t domain, k_triangulation_method_t method);
 /** The same for the Boyen–Koller approximation: the interface is split into
  *  clusters (interface nodes linked, or parents of one child, in a slice
  *  are in one cluster) whose joint distributions are carried across a move
