@@ -10,7 +10,7 @@
 set -euo pipefail
 cd "${1:-$(dirname "${BASH_SOURCE[0]}")/..}"
 
-layers=(platform network table structure dataset lexer expr compile inference analysis learning text capi)
+layers=(platform network table structure dataset lexer expr compile inference analysis learning dynamic text capi)
 declare -A rank
 for i in "${!layers[@]}"; do rank[${layers[$i]}]=$i; done
 

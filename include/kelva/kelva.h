@@ -2139,6 +2139,80 @@ KELVA_API double k_get_clock(void);
  *  null with "usage" for a null text. */
 KELVA_API char *k_remove_escape_sequences(const char *text);
 
+/* ------------------------------------------------------------------------ */
+/* Dynamic networks                                                          */
+/* ------------------------------------------------------------------------ */
+
+/* A class is a time slice.  A temporal clone in it stands for its master in
+ * the previous slice; its table (it takes no parents) is the prior of the
+ * master before the first slice.  A domain made by k_class_create_dbn_domain
+ * holds a window of slices that moves along time: node X of slice t is
+ * named `Tt.X` (a node of an instance I below it `Tt.I.X`), and in slices
+ * after the first a temporal clone is its master's node of the slice
+ * before.  The first slice keeps the clones (`T1.CLONE`), each a child of
+ * the clones made before it, so that their tables hold the joint prior of
+ * the interface. */
+
+/** A new temporal clone of `node`, a discrete chance node of a class (with
+ *  its subtype, states and state values); "usage" for any other node, an
+ *  output clone, a temporal clone or a node that has one already.  Deleting
+ *  the master leaves the clone as an ordinary node. */
+KELVA_API k_node_t k_node_create_temporal_clone(k_node_t node);
+/** The temporal clone of a node, or null (no error) when it has none. */
+KELVA_API k_node_t k_node_get_temporal_clone(k_node_t node);
+/** The master of a temporal clone, or null (no error) for another node. */
+KELVA_API k_node_t k_node_get_temporal_master(k_node_t node);
+/** A new domain holding a window of `slices` slices of `cls` (see above),
+ *  initialised (offset 0); "usage" for 0 slices, errors of unfolding as
+ *  k_class_create_domain.  Deleting a node of it ends its window. */
+KELVA_API k_domain_t k_class_create_dbn_domain(k_class_t cls, k_size_t slices);
+/** Triangulates a window so that the interface of every slice (the nodes
+ *  whose temporal clones stand in the next slice) lies in one clique, which
+ *  lets the window move exactly; the interface prior is initialised, the
+ *  offset set to 0.  "usage" for a domain without a window, a triangulated
+ *  one, or methods K_TM_TOTAL_WEIGHT and unknown codes. */
+KELVA_API k_status_t k_domain_triangulate_dbn(k_domain_t domain, k_triangulation_method_t method);
+/** The same for the Boyen–Koller approximation: the interface is split into
+ *  clusters (interface nodes linked, or parents of one child, in a slice
+ *  are in one cluster) whose joint distributions are carried across a move
+ *  as independent factors.  With a single cluster it filters exactly. */
+KELVA_API k_status_t k_domain_triangulate_dbn_for_bk(k_domain_t domain,
+                                                     k_triangulation_method_t method);
+/** 1 when the window was triangulated by k_domain_triangulate_dbn_for_bk,
+ *  else 0; -1 on error ("usage" for a domain without a window). */
+KELVA_API k_bool_t k_domain_is_triangulated_for_bk(k_domain_t domain);
+/** Retracts the window's evidence, restores the first interface prior and
+ *  the offset 0, and forgets predictions. */
+KELVA_API k_status_t k_domain_initialize_dbn_window(k_domain_t domain);
+/** Slides a compiled window by `slices` (1 to its number of slices): the
+ *  first slice's temporal clones get the distribution of the interface
+ *  after the last slice that leaves, given the evidence entered so far in
+ *  the slices that leave (and carried by the interface from earlier
+ *  moves); the evidence of the other slices moves with them.  Propagate
+ *  afterwards.  "not_compiled" for an uncompiled window, "compressed" for
+ *  a compressed one; "usage" for a count out of range or an interface in
+ *  no clique (triangulate with k_domain_triangulate_dbn); the errors of
+ *  propagation when the evidence of the leaving slices is impossible.  On failure the
+ *  window is as it was. */
+KELVA_API k_status_t k_domain_move_dbn_window(k_domain_t domain, k_size_t slices);
+/** The number of slices the window moved since it was initialised;
+ *  K_SIZE_ERROR on error. */
+KELVA_API k_size_t k_domain_get_dbn_window_offset(k_domain_t domain);
+/** Propagates the window and computes, for `steps` slices after it, the
+ *  beliefs of the slice's discrete nodes and the means and variances of
+ *  its continuous ones, given all evidence in the window.  Errors as
+ *  k_domain_move_dbn_window. */
+KELVA_API k_status_t k_domain_compute_dbn_predictions(k_domain_t domain, k_size_t steps);
+/** Predicted belief of `state` of a discrete node of the window (any slice
+ *  holding the node) `time` slices after the window (0 is the first slice
+ *  after it); -1 with "usage" for a time or state out of range, a clone of
+ *  the first slice or a node of no window. */
+KELVA_API double k_node_get_predicted_belief(k_node_t node, k_size_t state, k_size_t time);
+/** Predicted mean of a continuous node of the window; -1 on error. */
+KELVA_API double k_node_get_predicted_mean(k_node_t node, k_size_t time);
+/** Predicted variance of a continuous node of the window; -1 on error. */
+KELVA_API double k_node_get_predicted_variance(k_node_t node, k_size_t time);
+
 #ifdef __cplusplus
 }
 #endif

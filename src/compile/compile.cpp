@@ -81,6 +81,25 @@ void triangulate_domain(Domain& domain, k_triangulation_method_t method) {
   });
 }
 
+void triangulate_domain_with_groups(Domain& domain, k_triangulation_method_t method,
+                                    const std::vector<std::vector<Node*>>& groups) {
+  require(!domain.is_triangulated() && has_participants(domain));
+  require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY && method != K_TM_TOTAL_WEIGHT);
+  build_and_install(domain, [&](const MoralGraph& moral, CompileLog& log) {
+    MoralGraph graph = moral;
+    for (const auto& group : groups)
+      for (std::size_t i = 0; i < group.size(); ++i)
+        for (std::size_t j = 0; j < i; ++j) {
+          const std::uint32_t a = graph.position.at(group[i]);
+          const std::uint32_t b = graph.position.at(group[j]);
+          if (graph.adjacent(a, b)) continue;
+          graph.neighbours[a].push_back(b);
+          graph.neighbours[b].push_back(a);
+        }
+    return triangulate(graph, method, log, nullptr);
+  });
+}
+
 void set_initial_triangulation(Domain& domain, const std::vector<Node*>& order) {
   if (!order.empty()) validate_order(domain, order);
   domain.initial_triangulation = order;

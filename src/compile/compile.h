@@ -19,6 +19,12 @@ bool has_participants(const Domain& domain) noexcept;
 /// untriangulated on failure.
 void triangulate_domain(Domain& domain, k_triangulation_method_t method);
 
+/// The same with the nodes of each group in `groups` joined in the moral
+/// graph first, so that each group lies in one clique of the forest (the
+/// interfaces of a dynamic network's slices).
+void triangulate_domain_with_groups(Domain& domain, k_triangulation_method_t method,
+                                    const std::vector<std::vector<Node*>>& groups);
+
 /// The same with a user-supplied elimination order (first eliminated
 /// first); Error(enumeration) for an invalid order, nothing changed.
 void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& order);

@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "network/class.h"
+#include "network/dbn_layout.h"
 #include "network/error.h"
 #include "network/names.h"
 #include "network/node.h"
@@ -129,6 +130,7 @@ void Domain::destroy_node(Node* node) noexcept {
   if (node->next != nullptr) node->next->prev = node->prev;
   if (node->has_name()) names_.erase(node->name());
   initial_triangulation.clear();
+  dbn.reset();
   --by_category_[category_slot(node->category())];
   if (node->is_discrete()) --discrete_;
   if (node->is_continuous()) --continuous_;

@@ -37,6 +37,7 @@ class QueryResults;
 /// the marginal tests), destroyed as the learning layer registered.
 class StructureResults;
 class Sampler;
+struct DbnLayout;
 /// The tables of exact posterior sampling, destroyed as the analysis layer
 /// registered.
 using SamplerPtr = Owned<Sampler>;
@@ -227,6 +228,10 @@ class Domain : public Object {
     /// Counts propagations that wrote clique tables (stale samplers).
     std::uint64_t calibrations = 0;
   } analysis;
+
+  /// The slices of a dynamic network's window (network/dbn_layout.h); null
+  /// for other domains, and dropped when a node is deleted.
+  std::unique_ptr<DbnLayout> dbn;
 
   /// Free-standing tables over this domain's nodes; the domain frees those the
   /// caller leaves behind.

@@ -118,6 +118,10 @@ class Node : public Object {
   std::unique_ptr<InstanceData> instance_data;
   Node* master = nullptr;
   Node* clone_instance = nullptr;
+  /// Dynamic networks: a temporal clone stands, in a class that is a time
+  /// slice, for its master in the previous slice (structure/temporal.h).
+  Node* temporal_master = nullptr;
+  Node* temporal_clone = nullptr;
   /// For a node of an unfolded domain: the instance nodes of its path, then
   /// the class node it copies; emptied when any node of the collection's
   /// classes is deleted (ClassCollection::forget_sources).

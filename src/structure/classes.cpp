@@ -200,6 +200,7 @@ void unset_input(Node& instance, Node& input) {
 void add_to_inputs(Node& node) {
   Class* cls = home_class(node);
   require(cls != nullptr && node.instance_data == nullptr && node.master == nullptr);
+  require(node.temporal_master == nullptr);
   require(node.category() == K_CATEGORY_CHANCE || node.category() == K_CATEGORY_DECISION);
   require(node.parents().empty() && !cls->outputs.contains(&node));
   if (cls->inputs.contains(&node)) return;
@@ -216,6 +217,7 @@ void remove_from_inputs(Node& node) {
 void add_to_outputs(Node& node) {
   Class* cls = home_class(node);
   require(cls != nullptr && node.instance_data == nullptr && node.master == nullptr);
+  require(node.temporal_master == nullptr);
   require(!cls->inputs.contains(&node));
   if (cls->outputs.contains(&node)) return;
   cls->outputs.reserve_more(1);
@@ -238,13 +240,14 @@ void remove_from_outputs(Node& node) {
 }
 
 bool takes_parents(const Node& node) noexcept {
-  if (node.master != nullptr) return false;
+  if (node.master != nullptr || node.temporal_master != nullptr) return false;
   Class* cls = home_class(node);
   return cls == nullptr || !cls->inputs.contains(&node);
 }
 
 bool states_tied_by_classes(const Node& node) noexcept {
-  if (node.master != nullptr) return true;
+  if (node.master != nullptr || node.temporal_master != nullptr || node.temporal_clone != nullptr)
+    return true;
   Class* cls = home_class(node);
   if (cls == nullptr) return false;
   if (!cls->instances.empty() && (cls->inputs.contains(&node) || cls->outputs.contains(&node)))
@@ -257,6 +260,11 @@ bool states_tied_by_classes(const Node& node) noexcept {
 }
 
 void release_class_ties(Node& node) {
+  // A temporal clone without its master is an ordinary node of the class.
+  if (node.temporal_clone != nullptr) node.temporal_clone->temporal_master = nullptr;
+  if (node.temporal_master != nullptr) node.temporal_master->temporal_clone = nullptr;
+  node.temporal_clone = nullptr;
+  node.temporal_master = nullptr;
   if (node.instance_data != nullptr) {
     // Each clone's deletion takes it off the list.
     while (!node.instance_data->clones.empty())

@@ -4,15 +4,19 @@
 // parent through bindings (up to the enclosing frame) and output clones
 // (down into the instance's frame).
 
+#include <algorithm>
 #include <deque>
 #include <functional>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
+#include "network/dbn_layout.h"
 #include "network/error.h"
 #include "structure/classes.h"
 #include "structure/structure.h"
+#include "structure/temporal.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -27,6 +31,7 @@ struct Frame {
   Node* instance_node;           // null for the top frame
   std::unordered_map<const Node*, Node*> copies;
   std::unordered_map<const Node*, Frame*> inner;  // by instance node
+  Frame* previous;                                // a time slice's top frame: the previous slice's
 };
 
 void copy_attributes(const AttributeList& from, AttributeList& to) {
@@ -86,10 +91,11 @@ class Unfolder {
                                                  n->instance_data.get(),
                                                  n,
                                                  {},
-                                                 {}});
+                                                 {},
+                                                 nullptr});
         frame.inner.emplace(n, &inner);
         make_nodes(inner);
-      } else if (n->master == nullptr && !bound(frame, *n)) {
+      } else if (n->master == nullptr && !bound(frame, *n) && !linked_in_time(frame, *n)) {
         Node& copy = copy_node(*n, frame.prefix);
         frame.copies.emplace(n, &copy);
         if (with_sources) set_source(frame, *n, copy);
@@ -137,8 +143,15 @@ class Unfolder {
     return frame.instance != nullptr && frame.instance->actual_of(&n) != nullptr;
   }
 
+  // A temporal clone of a slice after the first is its master's copy in
+  // the previous slice.
+  static bool linked_in_time(const Frame& frame, const Node& n) {
+    return frame.previous != nullptr && n.temporal_master != nullptr;
+  }
+
   // The unfolded node that `n` of `frame`'s class stands for.
   Node& resolve(Frame& frame, const Node& n) {
+    if (linked_in_time(frame, n)) return resolve(*frame.previous, *n.temporal_master);
     if (n.master != nullptr) return resolve(*frame.inner.at(n.clone_instance), *n.master);
     if (frame.instance != nullptr)
       if (Node* actual = frame.instance->actual_of(&n)) return resolve(*frame.outer, *actual);
@@ -153,6 +166,7 @@ class Unfolder {
     c->y = n.y;
     copy_attributes(n.attributes(), c->attributes());
     copy_states(n, *c);
+    if (made != nullptr) made->push_back(c);
     return *c;
   }
 
@@ -188,6 +202,7 @@ class Unfolder {
  public:
   std::deque<Frame> frames;
   bool with_sources = false;
+  std::vector<Node*>* made = nullptr;  // collects the copies when set
 };
 
 // Copies the network of `from` (instances unfolded) into the empty `into`.
@@ -197,14 +212,71 @@ void copy_network(Domain& from, Domain& into, bool with_sources) {
   copy_attributes(from.attributes(), into.attributes());
   Unfolder unfolder(into);
   unfolder.with_sources = with_sources;
-  Frame& top = unfolder.frames.emplace_back(Frame{&from, "", nullptr, nullptr, nullptr, {}, {}});
+  Frame& top =
+      unfolder.frames.emplace_back(Frame{&from, "", nullptr, nullptr, nullptr, {}, {}, nullptr});
   unfolder.make_nodes(top);
   unfolder.make_links(top);
   unfolder.check_acyclic();
   into.forget_graph_queries();
 }
 
+// The window of `slices` slices of `cls` (see create_dbn_domain), with a
+// predictor when `with_predictor`.
+std::unique_ptr<Domain> unfold_slices(Class& cls, std::size_t slices, bool with_predictor) {
+  require(slices >= 1);
+  auto out = std::make_unique<Domain>();
+  out->node_width = cls.body().node_width;
+  out->node_height = cls.body().node_height;
+  copy_attributes(cls.body().attributes(), out->attributes());
+  auto layout = std::make_unique<DbnLayout>();
+  Unfolder unfolder(*out);
+  std::vector<Frame*> tops;
+  for (std::size_t t = 1; t <= slices; ++t) {
+    std::vector<Node*> made;
+    unfolder.made = &made;
+    Frame* previous = tops.empty() ? nullptr : tops.back();
+    std::string prefix = std::to_string(t);
+    prefix.insert(prefix.begin(), 'T');
+    prefix.push_back('.');
+    tops.push_back(&unfolder.frames.emplace_back(
+        Frame{&cls.body(), prefix, nullptr, nullptr, nullptr, {}, {}, previous}));
+    unfolder.make_nodes(*tops.back());
+    // The first slice's temporal clones are the interface prior, not slice nodes.
+    std::unordered_set<const Node*> clones;
+    for (const auto& [original, copy] : tops.back()->copies)
+      if (original->temporal_master != nullptr) clones.insert(copy);
+    std::erase_if(made, [&](const Node* n) { return clones.contains(n); });
+    layout->slices.push_back(std::move(made));
+  }
+  for (Frame* top : tops) unfolder.make_links(*top);
+  unfolder.check_acyclic();
+  out->forget_graph_queries();
+  // The first slice's clones, oldest first, each a child of those before.
+  const std::vector<Node*>& first = layout->slices.front();
+  for (Node* n : oldest_first(cls.body())) {
+    if (n->temporal_master == nullptr) continue;
+    Node& clone = *tops.front()->copies.at(n);
+    const Node* master = tops.front()->copies.at(n->temporal_master);
+    Table& prior = node_table(clone);
+    layout->initial_priors.emplace_back(prior.data(), prior.data() + prior.size());
+    for (Node* earlier : layout->clones) add_parent(clone, *earlier);
+    layout->clones.push_back(&clone);
+    layout->masters.push_back(
+        static_cast<std::size_t>(std::find(first.begin(), first.end(), master) - first.begin()));
+  }
+  std::vector<std::size_t> all(layout->clones.size());
+  for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
+  layout->clusters.push_back(std::move(all));
+  if (with_predictor) layout->predictor = unfold_slices(cls, 1, false);
+  out->dbn = std::move(layout);
+  return out;
+}
+
 }  // namespace
+
+std::unique_ptr<Domain> create_dbn_domain(Class& cls, std::size_t slices) {
+  return unfold_slices(cls, slices, true);
+}
 
 std::unique_ptr<Domain> create_domain(Class& cls) {
   auto out = std::make_unique<Domain>();

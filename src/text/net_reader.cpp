@@ -22,6 +22,7 @@
 #include "network/node.h"
 #include "structure/classes.h"
 #include "structure/structure.h"
+#include "structure/temporal.h"
 #include "table/table.h"
 #include "text/older_net_reader.h"
 
@@ -111,7 +112,7 @@ class NetReader {
       const std::string word = lx_.text();
       if (word == "class") fail("nested classes are not permitted");
       if (word == "instance") read_instance();
-      else if (word == "temporal") fail("temporal clones are not supported");
+      else if (word == "temporal") read_temporal();
       else if (!read_block(word)) read_class_attribute(word);
     }
     resolve_interface();
@@ -281,6 +282,32 @@ class NetReader {
       }
     }
     read_label_position_block(instance);
+  }
+
+  // temporal-block: `temporal` name `:` master `{` attributes `}`
+  void read_temporal() {
+    int t = next();
+    if (t != TOKEN_NAME) fail("name expected", t);
+    const std::string name = lx_.text();
+    expect(':');
+    t = next();
+    if (t != TOKEN_NAME) fail("name expected", t);
+    Node* master = domain_.find(lx_.text());
+    if (master == nullptr)
+      fail(net_message("class `%s' does not have a node named `%s'", the_class().name().c_str(),
+                       lx_.text().c_str()));
+    if (!master->is_discrete() || master->category() != K_CATEGORY_CHANCE ||
+        master->master != nullptr || master->temporal_master != nullptr ||
+        master->temporal_clone != nullptr)
+      fail(net_message("invalid creation of a temporal clone of `%s'", lx_.text().c_str()));
+    if (domain_.find(name) != nullptr)
+      fail(net_message("a node with name `%s' already exists", name.c_str()));
+    Node& clone = api([&]() -> Node& {
+      Node& n = create_temporal_clone(*master);
+      domain_.rename(n, name.c_str());
+      return n;
+    });
+    read_label_position_block(clone);
   }
 
   void bind(Node& instance, const Class& of, Node& input, Node& actual) {

@@ -239,6 +239,16 @@ class NetWriter {
   }
 
   void node_block(Node& node) {
+    if (node.temporal_master != nullptr) {
+      // States come from the master.
+      write_all("\n", indent_.outer, "temporal ", node.name(), " : ", node.temporal_master->name(),
+                "\n", indent_.outer, "{\n");
+      attribute_line("label = ", quote_net_string(node.label.value_or("")), ";\n");
+      attribute_line("position = (", std::to_string(node.x), " ", std::to_string(node.y), ");\n");
+      user_attributes(node.attributes());
+      write_all(indent_.outer, "}\n");
+      return;
+    }
     write_all("\n", indent_.outer, kind_words(node), node.name(), "\n", indent_.outer, "{\n");
     attribute_line("label = ", quote_net_string(node.label.value_or("")), ";\n");
     attribute_line("position = (", std::to_string(node.x), " ", std::to_string(node.y), ");\n");

@@ -80,6 +80,14 @@ TEST(ClassFiles, EveryGrammarMessageAtItsLineLeavesTheCollectionAsItWas) {
       {"class A {\nnode z {}\ninstance I : Leaf () {}\npotential (z | I) {}\n}", 10,
        "class instance node `I' found in potential specification"},
       {"class A {\npotential (zz) {}\n}", 8, "class `A' has no node named `zz'"},
+      {"class A {\ntemporal p : q {}\n}", 8, "class `A' does not have a node named `q'"},
+      {"class A {\ncontinuous node q {}\ntemporal p : q {}\n}", 9,
+       "invalid creation of a temporal clone of `q'"},
+      {"class A {\nnode q {}\ntemporal p : q {}\ntemporal r : q {}\n}", 10,
+       "invalid creation of a temporal clone of `q'"},
+      {"class A {\nnode q {}\ntemporal q : q {}\n}", 9, "a node with name `q' already exists"},
+      {"class A {\ntemporal 5", 8, "name expected"},
+      {"class A {\ntemporal p : 5", 8, "name expected"},
       {"class A {\nnode z {}\nnode v {}\npotential (z | v.y) {}\n}", 10,
        "node `v' is not an instance node in class `A'"},
       {"class A {\nnode z {}\ninstance I : Leaf () {}\npotential (z | I.u) {}\n}", 10,
@@ -125,9 +133,11 @@ TEST(ClassFiles, CallBackLoadsMissingClassesAndRoundTripsAreByteIdentical) {
       "node a { label = \"A\"; position = (3 -4); states = (\"lo\" \"hi\"); }\n"
       "continuous node c {}\n"
       "node m { states = (\"x\" \"y\"); subtype = number; state_values = (1 2); }\n"
+      "temporal m0 : m { label = \"before\"; position = (1 2); note = \"n\"; }\n"
       "instance L1 : Leaf (u = a; y = Y1) { label = \"first\"; }\n"
       "instance L2 : Leaf (u = L1.y) {}\n"
       "potential (a) { data = (0.25 0.75); }\n"
+      "potential (m0) { data = (0.5 0.5); }\n"
       "potential (m | L1.y L2.y a) {}\n"
       "potential (c | m) { data = ( normal ( 1 , 2 ) normal ( -1.5 , 0.5 ) ); }\n"
       "}\n";

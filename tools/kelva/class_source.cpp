@@ -41,18 +41,22 @@ ClassCollectionHandle read_classes(const std::string& path) {
   return cc;
 }
 
-DomainHandle unfold_class(const std::string& path, const std::string& name) {
-  ClassCollectionHandle cc = read_classes(path);
-  k_class_t* members = checked(k_cc_get_members(cc.get()));
+k_class_t choose_class(k_class_collection_t cc, const std::string& path, const std::string& name) {
+  k_class_t* members = checked(k_cc_get_members(cc));
   k_class_t chosen = nullptr;
   if (name.empty()) {
     for (k_class_t* c = members; *c != nullptr; ++c) chosen = *c;
     if (chosen == nullptr) throw ApiError(K_ERROR_USAGE, path + " holds no class");
   } else {
-    chosen = checked(k_cc_get_class_by_name(cc.get(), name.c_str()));
+    chosen = checked(k_cc_get_class_by_name(cc, name.c_str()));
     if (chosen == nullptr) throw ApiError(K_ERROR_USAGE, path + " has no class '" + name + "'");
   }
-  DomainHandle domain(k_class_create_domain(chosen));
+  return chosen;
+}
+
+DomainHandle unfold_class(const std::string& path, const std::string& name) {
+  ClassCollectionHandle cc = read_classes(path);
+  DomainHandle domain(k_class_create_domain(choose_class(cc.get(), path, name)));
   if (!domain) throw ApiError(k_error_code());
   return domain;
 }

@@ -19,6 +19,9 @@ using ClassCollectionHandle =
 bool holds_classes(const std::string& path);
 /// The classes of the NET file `path`; the reader's messages are printed.
 ClassCollectionHandle read_classes(const std::string& path);
+/// The class `name` of the collection read from `path` (its last class
+/// when `name` is empty).
+k_class_t choose_class(k_class_collection_t cc, const std::string& path, const std::string& name);
 /// The class `name` of `path` (the file's last class when `name` is empty)
 /// unfolded into a domain.
 DomainHandle unfold_class(const std::string& path, const std::string& name);

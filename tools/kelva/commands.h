@@ -76,4 +76,9 @@ void run_decide(std::FILE* out, const Options& options);
 /// per case, with --threads workers.
 void run_predict(std::FILE* out, const Options& options);
 
+/// Filters the rows of a data file, one time step each, through a moving
+/// window of a time-slice class and writes the beliefs of every step, then
+/// the predictions.
+void run_filter(std::FILE* out, const Options& options);
+
 }  // namespace kelva::cli

@@ -18,7 +18,7 @@ constexpr unsigned kAllCommands =
     bit(Command::compile) | bit(Command::sample) | bit(Command::learn) | bit(Command::dsep) |
     bit(Command::sensitivity) | bit(Command::voi) | bit(Command::map) | bit(Command::adapt) |
     bit(Command::learn_structure) | bit(Command::decide) | bit(Command::draw) |
-    bit(Command::predict);
+    bit(Command::predict) | bit(Command::filter);
 constexpr unsigned kFromNetwork =
     kAllCommands & ~bit(Command::bench) & ~bit(Command::learn_structure);
 constexpr unsigned kWithProgress = kAllCommands;
@@ -43,9 +43,17 @@ constexpr OptionHelp kOptionHelp[] = {
      "network to use (default: the file's last class); convert\n"
      "without it writes the classes back",
      bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::bench) |
-         bit(Command::convert)},
-    {"--format text|tsv", "output format of nodes, beliefs, compile and decide\n(default text)",
-     bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::decide)},
+         bit(Command::convert) | bit(Command::filter)},
+    {"--format text|tsv",
+     "output format of nodes, beliefs, compile, decide and\nfilter (default text)",
+     bit(Command::nodes) | bit(Command::beliefs) | bit(Command::compile) | bit(Command::decide) |
+         bit(Command::filter)},
+    {"--window W", "slices in filter's moving window (default 1)", bit(Command::filter)},
+    {"--bk",
+     "filter with the Boyen-Koller approximation: the\n"
+     "interface's clusters carried as independent factors",
+     bit(Command::filter)},
+    {"--predict K", "steps filter predicts after the data (default 0)", bit(Command::filter)},
     {"-o OUT.net",
      "where convert, learn and adapt write the network,\nsample the data file, "
      "predict its lines (default:\nstandard output); convert writes a KB file\nwhen OUT ends in "
@@ -454,6 +462,21 @@ double) gets only its log P(e), -inf.  With --threads T, T copies of the
 compiled network share the cases; the output is the same.
 )TXT",
      "kelva predict --example asia asia.dat --nodes lung,bronc --threads 2"},
+    {Command::filter, "filter",
+     "CLASSES.net [--class NAME] DATA [--window W] [--bk] [--predict K]\n"
+     "[--format text|tsv] [--quiet]",
+     "filter a time series through a dynamic network (a time-slice\n"
+     "class with temporal clones), one data row per time step",
+     R"TXT(Output of filter: row T of DATA (counting from 0; read as learn reads it,
+columns named after the slice's nodes) is the evidence of time T.  A window
+of W slices of the class (default: the file's last class) moves one slice
+whenever it is full, carrying what the leaving slice said in the interface.
+For every T, the filtered beliefs of the slice's chance nodes: in tsv
+T<TAB>NODE<TAB>STATE<TAB>BELIEF ("%.17g"; a continuous node as its mean and
+variance), in text the same columns aligned; then K more steps of
+predictions the same way.
+)TXT",
+     "kelva filter weather.net --class Day readings.csv --window 2 --predict 3"},
 };
 
 constexpr const char* kExitText = R"TXT(

@@ -72,6 +72,9 @@ void run(const kelva::cli::Options& options) {
     case Command::predict:
       kelva::cli::run_predict(stdout, options);
       break;
+    case Command::filter:
+      kelva::cli::run_filter(stdout, options);
+      break;
   }
 }
 

@@ -145,6 +145,8 @@ Options parse_options(std::span<const char* const> args) {
     options.command = Command::draw;
   } else if (command == "predict") {
     options.command = Command::predict;
+  } else if (command == "filter") {
+    options.command = Command::filter;
   } else {
     throw UsageError("unknown command '" + std::string(command) + "'");
   }
@@ -162,14 +164,14 @@ Options parse_options(std::span<const char* const> args) {
     if (auto value = option_value(args, i, "--example")) {
       options.source.example = *value;
     } else if (auto value = option_value(args, i, "--class")) {
-      only_for(
-          options,
-          {Command::nodes, Command::beliefs, Command::compile, Command::bench, Command::convert},
-          "--class");
+      only_for(options,
+               {Command::nodes, Command::beliefs, Command::compile, Command::bench,
+                Command::convert, Command::filter},
+               "--class");
       options.source.class_name = *value;
     } else if (auto value = option_value(args, i, "--format")) {
       if (options.command != Command::nodes && options.command != Command::compile)
-        only_for(options, {Command::beliefs, Command::decide}, "--format");
+        only_for(options, {Command::beliefs, Command::decide, Command::filter}, "--format");
       options.format = parse_format(*value);
     } else if (auto value = option_value(args, i, "--set")) {
       only_for(options,
@@ -301,6 +303,16 @@ Options parse_options(std::span<const char* const> args) {
       options.min_probability = parse_number(*value, "--min-probability", 0.0, 1.0);
       if (options.min_probability == 0.0)
         throw UsageError("--min-probability needs a number above 0");
+    } else if (auto value = option_value(args, i, "--window")) {
+      only_for(options, Command::filter, "--window");
+      options.window = static_cast<std::size_t>(parse_count(*value, "--window", 1, 1000));
+    } else if (auto value = option_value(args, i, "--predict")) {
+      only_for(options, Command::filter, "--predict");
+      options.predict_steps =
+          static_cast<std::size_t>(parse_count(*value, "--predict", 0, 1000000));
+    } else if (arg == "--bk") {
+      only_for(options, Command::filter, "--bk");
+      options.bk = true;
     } else if (auto value = option_value(args, i, "--password")) {
       options.source.password = *value;
     } else if (auto value = option_value(args, i, "-o")) {
@@ -312,7 +324,7 @@ Options parse_options(std::span<const char* const> args) {
     } else if (arg.starts_with("-")) {
       throw UsageError("unknown option '" + std::string(arg) + "'");
     } else if (options.command == Command::learn || options.command == Command::adapt ||
-               options.command == Command::predict) {
+               options.command == Command::predict || options.command == Command::filter) {
       learn_files.emplace_back(arg);
     } else if (options.command == Command::learn_structure) {
       if (!options.data.empty()) throw UsageError("unexpected argument '" + std::string(arg) + "'");
@@ -339,7 +351,7 @@ Options parse_options(std::span<const char* const> args) {
   // learn, adapt and predict take the network file (unless --example names
   // one), then the data file.
   if (options.command == Command::learn || options.command == Command::adapt ||
-      options.command == Command::predict) {
+      options.command == Command::predict || options.command == Command::filter) {
     const std::size_t wanted = options.source.example.empty() ? 2 : 1;
     if (learn_files.size() > wanted)
       throw UsageError("unexpected argument '" + learn_files[wanted] + "'");

@@ -30,6 +30,7 @@ enum class Command {
   decide,
   draw,
   predict,
+  filter,
 };
 
 /// How reports are printed.
@@ -124,6 +125,11 @@ struct Options {
   bool structure_from_data = false;
   /// `draw --junction-tree`: draw the junction forest, not the network.
   bool junction_tree = false;
+  /// `filter`: slices in the window (--window), the Boyen–Koller
+  /// approximation (--bk) and the steps predicted after the data (--predict).
+  std::size_t window = 1;
+  bool bk = false;
+  std::size_t predict_steps = 0;
 };
 
 /// Parses the arguments after the program name; throws UsageError.

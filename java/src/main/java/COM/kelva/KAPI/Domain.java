@@ -2052,4 +2052,86 @@ public final class Domain implements AutoCloseable {
     check(kDomainLearnHNBStructure(handle, target.handle()));
     return adoptNewNodes();
   }
+
+   * Triangulates a dynamic network's window (a domain made from a time-slice
+   * class) so that the interface of every slice lies in one clique, which
+   * lets the window move exactly; the interface prior is initialised and
+   * the offset set to 0.
+   *
+   * @param method the heuristic (not {@link TriangulationMethod#TOTAL_WEIGHT})
+   * @throws KelvaException "usage" for a domain without a window or one
+   *     already triangulated
+   */
+  public void triangulateDBN(TriangulationMethod method) {
+    check(kDomainTriangulateDBN(handle, method.code()));
+  }
+
+  /**
+   * Triangulates a window for the Boyen–Koller approximation: the interface
+   * is split into clusters (interface nodes linked, or parents of one child,
+   * within a slice) carried across a move as independent factors.
+   *
+   * @param method the heuristic (not {@link TriangulationMethod#TOTAL_WEIGHT})
+   * @throws KelvaException as {@link #triangulateDBN}
+   */
+  public void triangulateDBNForBK(TriangulationMethod method) {
+    check(kDomainTriangulateDBNForBK(handle, method.code()));
+  }
+
+  /**
+   * Whether the window was triangulated for the Boyen–Koller approximation.
+   *
+   * @return true after {@link #triangulateDBNForBK}
+   * @throws KelvaException "usage" for a domain without a window
+   */
+  public boolean isTriangulatedForBK() {
+    return check(kDomainIsTriangulatedForBK(handle)) == 1;
+  }
+
+  /**
+   * Retracts the window's evidence, restores the first interface prior and
+   * the offset 0, and forgets predictions.
+   *
+   * @throws KelvaException "usage" for a domain without a window
+   */
+  public void initializeDBNWindow() {
+    check(kDomainInitializeDBNWindow(handle));
+  }
+
+  /**
+   * Slides the compiled window by a number of slices: the first slice's
+   * temporal clones get the distribution of the interface given the
+   * evidence of the slices that leave, and the other slices' evidence moves
+   * with them.  Propagate afterwards.
+   *
+   * @param slices 1 to the window's number of slices
+   * @throws KelvaException "not_compiled", "compressed", "usage" for a count
+   *     out of range or an interface in no clique; errors of propagation for
+   *     impossible evidence (the window is then as it was)
+   */
+  public void moveDBNWindow(long slices) {
+    check(kDomainMoveDBNWindow(handle, slices));
+  }
+
+  /**
+   * The number of slices the window moved since it was initialised.
+   *
+   * @return the offset
+   * @throws KelvaException "usage" for a domain without a window
+   */
+  public long getDBNWindowOffset() {
+    return check(kDomainGetDBNWindowOffset(handle));
+  }
+
+  /**
+   * Propagates the window and computes the beliefs, means and variances of
+   * the slice's nodes for a number of slices after it (read them with
+   * {@link Node#getPredictedBelief} and its kin).
+   *
+   * @param steps the number of future slices
+   * @throws KelvaException as {@link #moveDBNWindow}
+   */
+  public void computeDBNPredictions(long steps) {
+    check(kDomainComputeDBNPredictions(handle, steps));
+  }
 }

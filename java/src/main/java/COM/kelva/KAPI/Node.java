@@ -1595,4 +1595,40 @@ public final class Node {
   public void substituteClass(NetworkClass cls) {
     check(kNodeSubstituteClass(nodePeer, cls.handle()));
   }
+
+  /**
+   * The predicted belief of a state of this discrete node of a dynamic
+   * network's window, a number of slices after the window.
+   *
+   * @param state the state
+   * @param time 0 for the first slice after the window
+   * @return the belief computed by {@link Domain#computeDBNPredictions}
+   * @throws KelvaException "usage" for a state or time out of range, or a
+   *     node that is not a slice node of a window
+   */
+  public double getPredictedBelief(long state, long time) {
+    return check(kNodeGetPredictedBelief(nodePeer, state, time));
+  }
+
+  /**
+   * The predicted mean of this continuous node of a window.
+   *
+   * @param time 0 for the first slice after the window
+   * @return the mean computed by {@link Domain#computeDBNPredictions}
+   * @throws KelvaException as {@link #getPredictedBelief}
+   */
+  public double getPredictedMean(long time) {
+    return check(kNodeGetPredictedMean(nodePeer, time));
+  }
+
+  /**
+   * The predicted variance of this continuous node of a window.
+   *
+   * @param time 0 for the first slice after the window
+   * @return the variance computed by {@link Domain#computeDBNPredictions}
+   * @throws KelvaException as {@link #getPredictedBelief}
+   */
+  public double getPredictedVariance(long time) {
+    return check(kNodeGetPredictedVariance(nodePeer, time));
+  }
 }
