@@ -315,10 +315,8 @@ posterior through the junction tree (the library's stream, seeded with S).
      "kelva sample --example asia -n 1000 -o asia.dat --hide 0.1"},
     {Command::learn, "learn",
      "(FILE.net | --example NAME) DATA -o OUT.net [--max-iterations N]\n"
-     "[--tolerance T] [--strict-columns] [--scaled] [--threads T]
-"
-     "[--log LOG] [--quiet]
-"
+     "[--tolerance T] [--strict-columns] [--scaled] [--threads T]\n"
+     "[--log LOG] [--quiet]\n"
      "| DATA --structure pc|npc|tree|greedy|hnb [--target NODE] -o OUT.net",
      "learn the tables of a network's chance nodes from the cases of\n"
      "a data file by EM and write the learned network",

@@ -1926,6 +1926,26 @@ public final class Domain implements AutoCloseable {
     return d;
   }
 
+  /**
+   * A new domain holding a window of slices of a time-slice class: node X of
+   * slice t is named {@code Tt.X}, the first slice keeps the temporal clones
+   * (their tables the interface prior) and in later slices a temporal clone
+   * is its master's node of the slice before.  Compile it (after
+   * {@link #triangulateDBN} or {@link #triangulateDBNForBK}) and move it
+   * with {@link #moveDBNWindow}.
+   *
+   * @param cls the class
+   * @param slices the number of slices, at least 1
+   * @return the domain, to close by the caller
+   * @throws KelvaException "usage" for 0 slices or a dead class; errors of
+   *     unfolding as {@link #fromClass}
+   */
+  public static Domain fromClass(NetworkClass cls, long slices) {
+    Domain d = new Domain(check(kClassCreateDBNDomain(cls.handle(), slices)));
+    d.unfoldedFrom = cls.getClassCollection();
+    return d;
+  }
+
   // ---- Deep copies ----
 
   /**
@@ -2053,6 +2073,7 @@ public final class Domain implements AutoCloseable {
     return adoptNewNodes();
   }
 
+  /**
    * Triangulates a dynamic network's window (a domain made from a time-slice
    * class) so that the interface of every slice lies in one clique, which
    * lets the window move exactly; the interface prior is initialised and

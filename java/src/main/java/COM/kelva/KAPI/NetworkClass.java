@@ -170,4 +170,16 @@ public final class NetworkClass {
   public Domain createDomain() {
     return Domain.fromClass(this);
   }
+
+  /**
+   * A window of slices of this class, a time slice (see
+   * {@link Domain#fromClass(NetworkClass, long)}).
+   *
+   * @param slices the number of slices, at least 1
+   * @return the domain, to close by the caller
+   * @throws KelvaException "usage" for 0 slices
+   */
+  public Domain createDBNDomain(long slices) {
+    return Domain.fromClass(this, slices);
+  }
 }

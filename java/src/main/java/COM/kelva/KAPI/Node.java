@@ -1457,6 +1457,37 @@ public final class Node {
   }
 
   /**
+   * Makes a temporal clone of this node, a discrete chance node of a time
+   * slice class: the clone stands for this node in the previous slice, takes
+   * no parents, and its table is the node's prior before the first slice.
+   *
+   * @return the clone, a node of the same class
+   * @throws KelvaException "usage" for another node, an output or temporal
+   *     clone, or a node that has a temporal clone already
+   */
+  public Node createTemporalClone() {
+    return domain.nodeOf(check(kNodeCreateTemporalClone(nodePeer)));
+  }
+
+  /**
+   * The temporal clone of this node.
+   *
+   * @return the clone, or null when the node has none
+   */
+  public Node getTemporalClone() {
+    return domain.nodeOf(check(kNodeGetTemporalClone(nodePeer)));
+  }
+
+  /**
+   * The node a temporal clone stands for.
+   *
+   * @return the master, or null for a node that is no temporal clone
+   */
+  public Node getTemporalMaster() {
+    return domain.nodeOf(check(kNodeGetTemporalMaster(nodePeer)));
+  }
+
+  /**
    * The output node an output clone stands for, a node of the instance's
    * class.
    *

@@ -169,4 +169,48 @@ class ClassTest {
     assertEquals(0.3, flat.getNodeByName("A").getTable().getData()[0]);
     flat.close();
   }
+
+  /** A hidden Markov model as a time slice, filtered in a one-slice window. */
+  @Test
+  void dynamicWindowFiltersAndPredictsAsTheForwardRecursion() {
+    try (ClassCollection cc = new ClassCollection()) {
+      NetworkClass slice = cc.newClass("Slice");
+      Node h = labelled(slice.getNetwork(), "H", "a", "b");
+      Node e = labelled(slice.getNetwork(), "E", "x", "y");
+      Node prev = h.createTemporalClone();
+      assertSame(prev, h.getTemporalClone());
+      assertSame(h, prev.getTemporalMaster());
+      assertNull(e.getTemporalMaster());
+      h.addParent(prev);
+      e.addParent(h);
+      double[][] t = {{0.7, 0.3}, {0.2, 0.8}};
+      double[][] o = {{0.9, 0.1}, {0.3, 0.7}};
+      prev.getTable().setData(new double[] {0.5, 0.5});
+      h.getTable().setData(new double[] {t[0][0], t[0][1], t[1][0], t[1][1]});
+      e.getTable().setData(new double[] {o[0][0], o[0][1], o[1][0], o[1][1]});
+      try (Domain w = slice.createDBNDomain(1)) {
+        w.triangulateDBN(TriangulationMethod.FILL_IN_WEIGHT);
+        w.compile();
+        double[] p = {0.5, 0.5};
+        int[] seen = {0, 1, 1, 0};
+        for (int step = 0; step < seen.length; step++) {
+          if (step > 0) w.moveDBNWindow(1);
+          w.getNodeByName("T1.E").selectState(seen[step]);
+          w.propagate(Equilibrium.SUM, EvidenceMode.NORMAL);
+          double[] q = new double[2];
+          for (int k = 0; k < 2; k++) {
+            q[k] = (p[0] * t[0][k] + p[1] * t[1][k]) * o[k][seen[step]];
+          }
+          p = new double[] {q[0] / (q[0] + q[1]), q[1] / (q[0] + q[1])};
+          assertEquals(p[0], w.getNodeByName("T1.H").getBelief(0), 1e-12);
+        }
+        assertEquals(3, w.getDBNWindowOffset());
+        w.computeDBNPredictions(2);
+        double ahead = p[0] * t[0][0] + p[1] * t[1][0];
+        assertEquals(ahead, w.getNodeByName("T1.H").getPredictedBelief(0, 0), 1e-12);
+        ahead = ahead * t[0][0] + (1 - ahead) * t[1][0];
+        assertEquals(ahead, w.getNodeByName("T1.H").getPredictedBelief(0, 1), 1e-12);
+      }
+    }
+  }
 }
