@@ -5,25 +5,17 @@
 #include <memory>
 
 #include "capi/boundary.h"
+#include "capi/class_handle.h"
 #include "network/class.h"
 
+using kelva::capi::class_handle;
 using kelva::capi::get;
+using kelva::capi::get_class;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
 
 namespace {
-
-// A class handle is the address of the class's body.
-kelva::Class& get_class(k_class_t h) {
-  auto* d = reinterpret_cast<kelva::Domain*>(h);
-  kelva::require(d != nullptr && d->is(kelva::ObjectTag::domain) && d->owner_class != nullptr);
-  return *d->owner_class;
-}
-
-k_class_t class_handle(kelva::Class* cls) noexcept {
-  return cls == nullptr ? nullptr : reinterpret_cast<k_class_t>(&cls->body());
-}
 
 kelva::ClassCollection& get_cc(k_class_collection_t h) {
   auto* p = reinterpret_cast<kelva::ClassCollection*>(h);

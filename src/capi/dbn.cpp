@@ -1,24 +1,16 @@
 // C functions of dynamic networks: temporal clones, the window, predictions.
 
 #include "capi/boundary.h"
+#include "capi/class_handle.h"
 #include "dynamic/dbn_window.h"
 #include "network/class.h"
 #include "structure/temporal.h"
 
 using kelva::capi::get;
+using kelva::capi::get_class;
 using kelva::capi::guard;
 using kelva::capi::guard_status;
 using kelva::capi::handle;
-
-namespace {
-
-kelva::Class& get_class(k_class_t h) {
-  auto* d = reinterpret_cast<kelva::Domain*>(h);
-  kelva::require(d != nullptr && d->is(kelva::ObjectTag::domain) && d->owner_class != nullptr);
-  return *d->owner_class;
-}
-
-}  // namespace
 
 extern "C" {
 

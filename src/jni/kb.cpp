@@ -10,28 +10,40 @@
 using namespace kelva;
 using namespace kelva::jni;
 
+namespace {
+
+// Calls call(file name, password) with the texts of two Java strings (the
+// password may be null); an unreadable string gives `failed` with its code.
+template <class Result, class Call>
+Result with_name_and_password(JNIEnv* env, jstring jfile_name, jstring jpassword, Result failed,
+                              Call call) {
+  return guard<Result>(failed, [&]() -> Result {
+    const FileName name(env, jfile_name);
+    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), failed);
+    const FileName password(env, jpassword);
+    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), failed);
+    return call(name.get(), password.get());
+  });
+}
+
+}  // namespace
+
 extern "C" {
 
 JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSaveAsKB(
     JNIEnv* env, jclass, jlong jdomain, jstring jfile_name, jstring jpassword) {
-  return guard<jint>(1, [&]() -> jint {
-    const FileName name(env, jfile_name);
-    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
-    const FileName password(env, jpassword);
-    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jint{1});
-    return k_domain_save_as_kb(from_jlong<k_domain_t>(jdomain), name.get(), password.get());
-  });
+  return with_name_and_password<jint>(
+      env, jfile_name, jpassword, jint{1}, [&](const char* name, const char* password) {
+        return k_domain_save_as_kb(from_jlong<k_domain_t>(jdomain), name, password);
+      });
 }
 
 JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kKBLoadDomain(
     JNIEnv* env, jclass, jstring jfile_name, jstring jpassword) {
-  return guard<jlong>(0, [&]() -> jlong {
-    const FileName name(env, jfile_name);
-    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
-    const FileName password(env, jpassword);
-    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jlong{0});
-    return to_jlong(k_kb_load_domain(name.get(), password.get()));
-  });
+  return with_name_and_password<jlong>(env, jfile_name, jpassword, jlong{0},
+                                       [&](const char* name, const char* password) {
+                                         return to_jlong(k_kb_load_domain(name, password));
+                                       });
 }
 
 JNIEXPORT jbyteArray JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDomainSaveToMemory(
@@ -57,24 +69,18 @@ JNIEXPORT jbyteArray JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kDoma
 
 JNIEXPORT jint JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kCCSaveAsKB(
     JNIEnv* env, jclass, jlong jcc, jstring jfile_name, jstring jpassword) {
-  return guard<jint>(1, [&]() -> jint {
-    const FileName name(env, jfile_name);
-    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jint{1});
-    const FileName password(env, jpassword);
-    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jint{1});
-    return k_cc_save_as_kb(from_jlong<k_class_collection_t>(jcc), name.get(), password.get());
-  });
+  return with_name_and_password<jint>(
+      env, jfile_name, jpassword, jint{1}, [&](const char* name, const char* password) {
+        return k_cc_save_as_kb(from_jlong<k_class_collection_t>(jcc), name, password);
+      });
 }
 
 JNIEXPORT jlong JNICALL Java_COM_kelva_KAPI_Native_AbstractNativeKAPI_kKBLoadClassCollection(
     JNIEnv* env, jclass, jstring jfile_name, jstring jpassword) {
-  return guard<jlong>(0, [&]() -> jlong {
-    const FileName name(env, jfile_name);
-    if (name.error() != K_ERROR_NONE) return fail_with(name.error(), jlong{0});
-    const FileName password(env, jpassword);
-    if (password.error() != K_ERROR_NONE) return fail_with(password.error(), jlong{0});
-    return to_jlong(k_kb_load_class_collection(name.get(), password.get()));
-  });
+  return with_name_and_password<jlong>(
+      env, jfile_name, jpassword, jlong{0}, [&](const char* name, const char* password) {
+        return to_jlong(k_kb_load_class_collection(name, password));
+      });
 }
 
 }  // extern "C"
