@@ -834,6 +834,15 @@ KELVA_API int64_t k_domain_get_max_separator_size(k_domain_t domain);
 KELVA_API k_status_t k_domain_set_triangulation_parameters(k_domain_t domain, k_node_t *initial,
                                                            int64_t max_separators,
                                                            int64_t max_separator_size);
+/** Sets the nodes (a null-ended list; null or an empty list for none) that
+ *  every later triangulation of the domain, by any method or order, puts
+ *  into one clique: their pairwise links are added to the moral graph before
+ *  elimination, so one junction tree holds their joint distribution (to read
+ *  or to replace it, as the interface of a dynamic network is).  A node
+ *  listed twice, of another domain, or neither discrete nor continuous
+ *  gives "enumeration" and changes nothing.  The forest in place is kept;
+ *  a deleted node leaves the set; the set is not saved in NET or KB files. */
+KELVA_API k_status_t k_domain_set_ijt_nodes(k_domain_t domain, k_node_t *nodes);
 /** Triangulates by the method k_domain_compile uses (K_TM_BEST_GREEDY);
  *  failures as for k_domain_triangulate. */
 KELVA_API k_status_t k_domain_triangulate_default(k_domain_t domain);

@@ -44,6 +44,14 @@ k_status_t k_domain_set_triangulation_parameters(k_domain_t domain, k_node_t* in
   });
 }
 
+k_status_t k_domain_set_ijt_nodes(k_domain_t domain, k_node_t* nodes) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::set_ijt_nodes(
+        d, nodes != nullptr ? kelva::capi::node_list(nodes) : std::vector<kelva::Node*>{});
+  });
+}
+
 k_status_t k_domain_triangulate_default(k_domain_t domain) {
   return guard_status([&] { kelva::triangulate_domain(get(domain), K_TM_BEST_GREEDY); });
 }

@@ -29,6 +29,19 @@ void write_time_stamp(const CompileLog& log) {
   log.write("%s", text != nullptr ? text : "\n");
 }
 
+// Links every two nodes of `group` in `graph`, so that any triangulation of
+// it puts the group into one clique.
+void join(MoralGraph& graph, const std::vector<Node*>& group) {
+  for (std::size_t i = 0; i < group.size(); ++i)
+    for (std::size_t j = 0; j < i; ++j) {
+      const std::uint32_t a = graph.position.at(group[i]);
+      const std::uint32_t b = graph.position.at(group[j]);
+      if (graph.adjacent(a, b)) continue;
+      graph.neighbours[a].push_back(b);
+      graph.neighbours[b].push_back(a);
+    }
+}
+
 // The common frame of both triangulations: time stamp, moral graph,
 // `eliminate` (which writes its own sections), the junction forest and the
 // final flush.  The forest is installed only when everything succeeded.
@@ -39,7 +52,8 @@ void build_and_install(Domain& domain, Eliminate&& eliminate) {
   CompileLog log(domain.log());
   try {
     write_time_stamp(log);
-    const MoralGraph graph = build_moral_graph(domain, log);
+    MoralGraph graph = build_moral_graph(domain, log);
+    join(graph, domain.ijt_nodes);
     const Triangulation triangulation = eliminate(graph, log);
     ForestPtr forest = build_junction_forest(domain, triangulation, log);
     log.flush();
@@ -87,17 +101,20 @@ void triangulate_domain_with_groups(Domain& domain, k_triangulation_method_t met
   require(method >= K_TM_CLIQUE_SIZE && method <= K_TM_BEST_GREEDY && method != K_TM_TOTAL_WEIGHT);
   build_and_install(domain, [&](const MoralGraph& moral, CompileLog& log) {
     MoralGraph graph = moral;
-    for (const auto& group : groups)
-      for (std::size_t i = 0; i < group.size(); ++i)
-        for (std::size_t j = 0; j < i; ++j) {
-          const std::uint32_t a = graph.position.at(group[i]);
-          const std::uint32_t b = graph.position.at(group[j]);
-          if (graph.adjacent(a, b)) continue;
-          graph.neighbours[a].push_back(b);
-          graph.neighbours[b].push_back(a);
-        }
+    for (const auto& group : groups) join(graph, group);
     return triangulate(graph, method, log, nullptr);
   });
+}
+
+void set_ijt_nodes(Domain& domain, const std::vector<Node*>& nodes) {
+  require(!domain.is_class());
+  std::unordered_set<const Node*> seen;
+  for (const Node* node : nodes) {
+    require(&node->domain() == &domain, K_ERROR_ENUMERATION);
+    require(node->is_discrete() || node->is_continuous(), K_ERROR_ENUMERATION);
+    require(seen.insert(node).second, K_ERROR_ENUMERATION);
+  }
+  domain.ijt_nodes = nodes;
 }
 
 void set_initial_triangulation(Domain& domain, const std::vector<Node*>& order) {

@@ -29,6 +29,12 @@ void triangulate_domain_with_groups(Domain& domain, k_triangulation_method_t met
 /// first); Error(enumeration) for an invalid order, nothing changed.
 void triangulate_domain_with_order(Domain& domain, const std::vector<Node*>& order);
 
+/// Sets the nodes that every later triangulation of `domain` puts into one
+/// clique (empty: none).  Error(enumeration) when a node is of another
+/// domain, neither discrete nor continuous, or listed twice; nothing
+/// changed.  The forest in place is kept.
+void set_ijt_nodes(Domain& domain, const std::vector<Node*>& nodes);
+
 /// Sets the elimination order that method 19 starts from (empty: none);
 /// Error(enumeration) as for triangulate_domain_with_order, nothing changed.
 void set_initial_triangulation(Domain& domain, const std::vector<Node*>& order);

@@ -130,6 +130,7 @@ void Domain::destroy_node(Node* node) noexcept {
   if (node->next != nullptr) node->next->prev = node->prev;
   if (node->has_name()) names_.erase(node->name());
   initial_triangulation.clear();
+  std::erase(ijt_nodes, node);
   dbn.reset();
   --by_category_[category_slot(node->category())];
   if (node->is_discrete()) --discrete_;

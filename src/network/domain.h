@@ -193,6 +193,9 @@ class Domain : public Object {
   /// deleted), the most minimal separators it may list and the largest
   /// separator it considers (0 or less: no bound).
   std::vector<Node*> initial_triangulation;
+  /// Nodes every later triangulation puts into one clique (empty: none); a
+  /// deleted node leaves the set.
+  std::vector<Node*> ijt_nodes;
   std::int64_t max_separators = 0;
   std::int64_t max_separator_size = 0;
 

@@ -329,6 +329,74 @@ TEST(Triangulate, UserOrderNumbersNodesAndKeepsEveryFillIn) {
   EXPECT_EQ(t.cost, 8.0 + 16.0 + 8.0);
 }
 
+// IJT nodes lie in one clique whatever the method or order, the joint is
+// unchanged, and a refused set leaves the one in place.
+TEST(Triangulate, IjtNodesShareOneCliqueUnderEveryMethod) {
+  NetDomain net(discrete_nodes({"A", "B", "C", "D", "E"}) +
+                "potential (A) { data = (0.3 0.7); }\n"
+                "potential (B | A) { data = ((0.9 0.1) (0.2 0.8)); }\n"
+                "potential (C | B) { data = ((0.6 0.4) (0.1 0.9)); }\n"
+                "potential (D | C) { data = ((0.5 0.5) (0.7 0.3)); }\n"
+                "potential (E | D) { data = ((0.4 0.6) (0.8 0.2)); }\n");
+  NetDomain other(discrete_nodes({"A"}));
+  k_domain_t d = net.handle();
+  auto handle = [&](const char* name) { return k_domain_get_node_by_name(d, name); };
+  auto belief_of_e = [&] {
+    if (k_domain_compile(d) != 0 || k_node_enter_finding(handle("A"), 1, 1.0) != 0 ||
+        k_domain_propagate(d, K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0)
+      return -1.0;
+    return k_node_get_belief(handle("E"), 0);
+  };
+  auto shared_clique = [&](std::vector<k_node_t> set) {
+    for (k_clique_t* c = k_jt_get_cliques(k_domain_get_first_junction_tree(d)); *c; ++c) {
+      std::size_t found = 0;
+      for (k_node_t* m = k_clique_get_members(*c); *m; ++m)
+        found += static_cast<std::size_t>(std::count(set.begin(), set.end(), *m));
+      if (found == set.size()) return true;
+    }
+    return false;
+  };
+  const double plain = belief_of_e();
+  ASSERT_GT(plain, 0.0);
+  ASSERT_FALSE(shared_clique({handle("A"), handle("E")}));
+
+  std::vector<k_node_t> set{handle("E"), handle("A"), handle("C"), nullptr};
+  ASSERT_EQ(k_domain_set_ijt_nodes(d, set.data()), 0);
+  set.pop_back();
+  for (k_triangulation_method_t method :
+       {K_TM_CLIQUE_SIZE, K_TM_CLIQUE_WEIGHT, K_TM_FILL_IN_SIZE, K_TM_FILL_IN_WEIGHT,
+        K_TM_TOTAL_WEIGHT, K_TM_BEST_GREEDY}) {
+    ASSERT_EQ(k_domain_uncompile(d), 0);
+    ASSERT_EQ(k_domain_triangulate(d, method), 0) << method;
+    EXPECT_TRUE(shared_clique(set)) << method;
+    EXPECT_NEAR(belief_of_e(), plain, 1e-15) << method;
+  }
+  std::vector<k_node_t> order{handle("A"), handle("B"), handle("C"),
+                              handle("D"), handle("E"), nullptr};
+  ASSERT_EQ(k_domain_uncompile(d), 0);
+  ASSERT_EQ(k_domain_triangulate_with_order(d, order.data()), 0);
+  EXPECT_TRUE(shared_clique(set));
+
+  // Refusals: twice, another domain's node; the set in place stays.
+  for (std::vector<k_node_t> bad :
+       {std::vector<k_node_t>{handle("B"), handle("B"), nullptr},
+        {handle("B"), k_domain_get_node_by_name(other.handle(), "A"), nullptr}}) {
+    EXPECT_NE(k_domain_set_ijt_nodes(d, bad.data()), 0);
+    EXPECT_EQ(k_error_code(), K_ERROR_ENUMERATION);
+  }
+  ASSERT_EQ(k_domain_uncompile(d), 0);
+  ASSERT_EQ(k_domain_compile(d), 0);
+  EXPECT_TRUE(shared_clique(set));
+  // A deleted node leaves the set; null clears it.
+  ASSERT_EQ(k_node_delete(handle("C")), 0);
+  ASSERT_EQ(k_domain_compile(d), 0);
+  EXPECT_TRUE(shared_clique({handle("A"), handle("E")}));
+  ASSERT_EQ(k_domain_set_ijt_nodes(d, nullptr), 0);
+  ASSERT_EQ(k_domain_uncompile(d), 0);
+  ASSERT_EQ(k_domain_compile(d), 0);
+  EXPECT_FALSE(shared_clique({handle("A"), handle("E")}));
+}
+
 TEST(Triangulate, AllocationFailuresThrowBadAlloc) {
   // The cycle with tail under best greedy; names exist before the loop.
   NetDomain net(discrete_nodes({"A", "B", "C", "D", "E", "F"}));

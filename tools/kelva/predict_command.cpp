@@ -5,7 +5,6 @@
 // block; the blocks are written in case order.
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <exception>
@@ -18,6 +17,7 @@
 #include "cli_error.h"
 #include "commands.h"
 #include "network_source.h"
+#include "number_text.h"
 #include "report_writers.h"
 
 namespace kelva::cli {
@@ -93,9 +93,8 @@ std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const O
 
 /// Appends `x` as "%.17g" writes it.
 void append_number(std::string& out, double x) {
-  char text[32];
-  const auto end = std::to_chars(text, text + sizeof text, x, std::chars_format::general, 17).ptr;
-  out.append(text, end);
+  char text[kNumberRoom];
+  out.append(text, write_g17(text, x));
 }
 
 /// One worker's compiled copy of the network.

@@ -520,6 +520,25 @@ public final class Domain implements AutoCloseable {
   }
 
   /**
+   * Sets the nodes that every later triangulation puts into one clique, so
+   * that one junction tree holds their joint distribution.  The forest in
+   * place is kept; a deleted node leaves the set.
+   *
+   * @param nodes discrete or continuous nodes of this domain, each once, or
+   *     null (or empty) for none
+   * @throws KelvaException "enumeration" when a node is listed twice, is of
+   *     another domain or is neither discrete nor continuous (nothing
+   *     changes)
+   */
+  public void setIJTNodes(List<Node> nodes) {
+    if (nodes == null) {
+      check(kDomainSetIJTNodes(handle, 0));
+    } else {
+      Calls.withList(nodes, list -> check(kDomainSetIJTNodes(handle, list)));
+    }
+  }
+
+  /**
    * Sets the elimination order the total-weight method starts from and must
    * not exceed.  Creating or deleting a node forgets it.
    *

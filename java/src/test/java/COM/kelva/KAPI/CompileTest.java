@@ -136,6 +136,16 @@ class CompileTest {
       assertTrue(d.isTriangulated());
       d.uncompile();
 
+      // IJT nodes end in one clique; a refused set changes nothing.
+      List<Node> ijt = List.of(n(d, "A"), n(d, "E"));
+      assertFails(ErrorCode.ENUMERATION, () -> d.setIJTNodes(foreign.subList(0, 2)));
+      d.setIJTNodes(ijt);
+      d.compile();
+      assertTrue(d.getFirstJunctionTree().getCliques().stream()
+          .anyMatch(c -> c.getMembers().containsAll(ijt)));
+      d.setIJTNodes(null);
+      d.uncompile();
+
       d.triangulateWithOrder(order);
       assertEquals(order, d.getEliminationOrder());
       assertFails(ErrorCode.USAGE, () -> d.triangulate(TriangulationMethod.CLIQUE_SIZE));

@@ -1,0 +1,169 @@
+#include "number_text.h"
+
+#include <charconv>
+#include <cstdint>
+#include <cstring>
+
+namespace kelva::cli {
+
+namespace {
+
+__extension__ using u128 = unsigned __int128;
+
+constexpr std::uint64_t kLow = 10'000'000'000'000'000ULL;  // 10^16
+constexpr std::uint64_t kHigh = 10 * kLow;                 // 10^17
+constexpr int kMaxPower = 32;                              // 5^32 < 2^75
+
+/// 5^p for p in [0, kMaxPower].
+constexpr u128 power_of_five(int p) {
+  u128 r = 1;
+  for (int i = 0; i < p; ++i) r *= 5;
+  return r;
+}
+
+struct Powers {
+  u128 of_five[kMaxPower + 1];
+  constexpr Powers() : of_five() {
+    for (int p = 0; p <= kMaxPower; ++p) of_five[p] = power_of_five(p);
+  }
+};
+constexpr Powers kPowers;
+
+/// The 17 significant digits of m * 2^e2 (m < 2^53) for decimal exponent
+/// `x10` (the value times 10^(16 - x10)), truncated, with the bits cut off
+/// as `rest` over `half` twice; false when they do not fit 128 bits.
+struct Scaled {
+  std::uint64_t q = 0;
+  bool above_half = false;
+  bool at_half = false;
+};
+
+bool scale(std::uint64_t m, int e2, int x10, Scaled& s) {
+  const int p = 16 - x10;
+  if (p < 0 || p > kMaxPower) return false;
+  const u128 n = static_cast<u128>(m) * kPowers.of_five[p];  // < 2^128
+  const int shift = e2 + p;                                  // times 2^shift
+  if (shift >= 0) {
+    if (shift > 10) return false;  // would leave the digit range anyway
+    const u128 v = n << shift;
+    if (v >= kHigh) {
+      s.q = kHigh;  // tells the caller the exponent is too small
+      return true;
+    }
+    s.q = static_cast<std::uint64_t>(v);
+    s.above_half = s.at_half = false;
+    return true;
+  }
+  const int cut = -shift;
+  if (cut >= 127) return false;
+  const u128 v = n >> cut;
+  if (v >= kHigh) {
+    s.q = kHigh;
+    return true;
+  }
+  const u128 rest = n & ((static_cast<u128>(1) << cut) - 1);
+  const u128 half = static_cast<u128>(1) << (cut - 1);
+  s.q = static_cast<std::uint64_t>(v);
+  s.above_half = rest > half;
+  s.at_half = rest == half;
+  return true;
+}
+
+/// Two digits per step from a table of 00..99.
+struct Pairs {
+  char text[200];
+  constexpr Pairs() : text() {
+    for (int i = 0; i < 100; ++i) {
+      text[2 * i] = static_cast<char>('0' + i / 10);
+      text[2 * i + 1] = static_cast<char>('0' + i % 10);
+    }
+  }
+};
+constexpr Pairs kPairs;
+
+/// The 17 digits of `q` (< 10^17), leading zeros included.
+void write_digits(char* digits, std::uint64_t q) noexcept {
+  std::uint32_t high = static_cast<std::uint32_t>(q / 100'000'000);  // 9 digits
+  std::uint32_t low = static_cast<std::uint32_t>(q % 100'000'000);   // 8 digits
+  for (int i = 7; i > 0; i -= 2) {
+    std::memcpy(digits + 9 + i - 1, kPairs.text + 2 * (low % 100), 2);
+    low /= 100;
+  }
+  for (int i = 8; i > 0; i -= 2) {
+    std::memcpy(digits + i - 1, kPairs.text + 2 * (high % 100), 2);
+    high /= 100;
+  }
+  digits[0] = static_cast<char>('0' + high);
+}
+
+char* slow(char* out, double x) noexcept {
+  return std::to_chars(out, out + kNumberRoom, x, std::chars_format::general, 17).ptr;
+}
+
+}  // namespace
+
+char* write_g17(char* out, double x) noexcept {
+  std::uint64_t bits;
+  std::memcpy(&bits, &x, sizeof bits);
+  const int biased = static_cast<int>((bits >> 52) & 0x7ff);
+  // Zeros, subnormals, infinities and NaN: the library's way.
+  if (biased == 0 || biased == 0x7ff) return slow(out, x);
+  const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
+  const int e2 = biased - 1075;
+  // floor(log10(2) * (e2 + 52)), the decimal exponent or one less.
+  int x10 = ((e2 + 52) * 78913) >> 18;
+  Scaled s;
+  for (int tries = 0;; ++tries) {
+    if (tries == 3 || !scale(m, e2, x10, s)) return slow(out, x);
+    if (s.q < kLow) --x10;
+    else if (s.q >= kHigh) ++x10;
+    else break;
+  }
+  std::uint64_t q = s.q;
+  if (s.above_half || (s.at_half && (q & 1) != 0)) ++q;
+  if (q == kHigh) {
+    q = kLow;
+    ++x10;
+  }
+  char digits[17];
+  write_digits(digits, q);
+  int used = 17;
+  while (used > 1 && digits[used - 1] == '0') --used;
+
+  char* p = out;
+  if ((bits >> 63) != 0) *p++ = '-';
+  if (x10 >= -4 && x10 < 17) {
+    if (x10 >= 0) {
+      const int whole = x10 + 1;
+      std::memcpy(p, digits, static_cast<std::size_t>(whole));
+      p += whole;
+      if (used > whole) {
+        *p++ = '.';
+        std::memcpy(p, digits + whole, static_cast<std::size_t>(used - whole));
+        p += used - whole;
+      }
+    } else {
+      *p++ = '0';
+      *p++ = '.';
+      for (int i = -1; i > x10; --i) *p++ = '0';
+      std::memcpy(p, digits, static_cast<std::size_t>(used));
+      p += used;
+    }
+    return p;
+  }
+  *p++ = digits[0];
+  if (used > 1) {
+    *p++ = '.';
+    std::memcpy(p, digits + 1, static_cast<std::size_t>(used - 1));
+    p += used - 1;
+  }
+  *p++ = 'e';
+  *p++ = x10 < 0 ? '-' : '+';
+  const int e = x10 < 0 ? -x10 : x10;
+  if (e >= 100) *p++ = static_cast<char>('0' + e / 100);
+  *p++ = static_cast<char>('0' + e / 10 % 10);
+  *p++ = static_cast<char>('0' + e % 10);
+  return p;
+}
+
+}  // namespace kelva::cli
