@@ -5,11 +5,13 @@
 // block; the blocks are written in case order.
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -91,10 +93,17 @@ std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const O
   return reported;
 }
 
-/// Appends `x` as "%.17g" writes it.
-void append_number(std::string& out, double x) {
-  char text[kNumberRoom];
-  out.append(text, write_g17(text, x));
+/// Appends the line "NUMBER<TAB>" `middle` `x` (as "%.17g" writes it) to
+/// `out`, where `number` holds "NUMBER<TAB>".
+void append_line(std::string& out, std::string_view number, std::string_view middle, double x) {
+  const std::size_t at = out.size();
+  out.resize(at + number.size() + middle.size() + kNumberRoom + 1);
+  char* p = out.data() + at;
+  p = std::copy(number.begin(), number.end(), p);
+  p = std::copy(middle.begin(), middle.end(), p);
+  p = write_g17(p, x);
+  *p++ = '\n';
+  out.resize(static_cast<std::size_t>(p - out.data()));
 }
 
 /// One worker's compiled copy of the network.
@@ -127,11 +136,14 @@ void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
       checked(k_node_enter_value(w.nodes[i], checked(k_node_get_case_value(cases[i], row))));
     else checked(k_node_select_state(w.nodes[i], checked(k_node_get_case_state(cases[i], row))));
   }
-  const std::string number = std::to_string(row + 1) + '\t';
+  char digits[24];
+  char* end = std::to_chars(digits, digits + sizeof digits - 1, row + 1).ptr;
+  *end++ = '\t';
+  const std::string_view number(digits, static_cast<std::size_t>(end - digits));
   if (k_domain_propagate(w.domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) {
     if (k_error_code() != K_ERROR_INCONSISTENCY_OR_UNDERFLOW) throw ApiError(k_error_code());
     // Impossible evidence (or P(e) below the smallest double): no beliefs.
-    w.text += number + "log_normalization_constant\t-inf\n";
+    w.text.append(number).append("log_normalization_constant\t-inf\n");
     return;
   }
   for (const Reported& r : reported) {
@@ -141,15 +153,11 @@ void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
       const double value = r.continuous ? (s == 0 ? checked(k_node_get_mean(node))
                                                   : checked(k_node_get_variance(node)))
                                         : checked(k_node_get_belief(node, s));
-      w.text += number;
-      w.text += r.prefixes[s];
-      append_number(w.text, value);
-      w.text += '\n';
+      append_line(w.text, number, r.prefixes[s], value);
     }
   }
-  w.text += number + "log_normalization_constant\t";
-  append_number(w.text, checked(k_domain_get_log_normalization_constant(w.domain.get())));
-  w.text += '\n';
+  append_line(w.text, number, "log_normalization_constant\t",
+              checked(k_domain_get_log_normalization_constant(w.domain.get())));
 }
 
 }  // namespace
