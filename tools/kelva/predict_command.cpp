@@ -114,14 +114,14 @@ struct Worker {
   /// observes it.
   std::vector<bool> continuous;
   std::vector<bool> observed;
-  std::string text;
+  /// Two buffers of lines: one filled while the other is written.
+  std::string text[2];
   std::exception_ptr failure;
 };
 
 /// Enters case `row` of `cases` (the domain holding the stored cases) into
-/// the worker's domain, propagates and appends its lines to the worker's
-/// text.
-void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
+/// the worker's domain, propagates and appends its lines to `text`.
+void predict_case(Worker& w, std::string& text, const std::vector<k_node_t>& cases, k_size_t row,
                   const std::vector<Reported>& reported, bool only_unobserved) {
   // Every case is propagated from the node tables with its evidence in the
   // first pass, as `kelva beliefs` propagates, whatever came before.
@@ -143,7 +143,7 @@ void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
   if (k_domain_propagate(w.domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) {
     if (k_error_code() != K_ERROR_INCONSISTENCY_OR_UNDERFLOW) throw ApiError(k_error_code());
     // Impossible evidence (or P(e) below the smallest double): no beliefs.
-    w.text.append(number).append("log_normalization_constant\t-inf\n");
+    text.append(number).append("log_normalization_constant\t-inf\n");
     return;
   }
   for (const Reported& r : reported) {
@@ -153,10 +153,10 @@ void predict_case(Worker& w, const std::vector<k_node_t>& cases, k_size_t row,
       const double value = r.continuous ? (s == 0 ? checked(k_node_get_mean(node))
                                                   : checked(k_node_get_variance(node)))
                                         : checked(k_node_get_belief(node, s));
-      append_line(w.text, number, r.prefixes[s], value);
+      append_line(text, number, r.prefixes[s], value);
     }
   }
-  append_line(w.text, number, "log_normalization_constant\t",
+  append_line(text, number, "log_normalization_constant\t",
               checked(k_domain_get_log_normalization_constant(w.domain.get())));
 }
 
@@ -188,17 +188,40 @@ void run_predict(std::FILE* standard_output, const Options& options) {
       w.continuous.push_back(checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS);
   }
   const bool only_unobserved = options.map_nodes.empty();
-  for (k_size_t first = 0; first < count; first += kBlockCases) {
+  // A block's text is written by its own thread while the workers predict
+  // the next block into their other buffer.
+  std::thread writer;
+  std::exception_ptr write_failure;
+  struct JoinAtExit {
+    std::thread& thread;
+    ~JoinAtExit() {
+      if (thread.joinable()) thread.join();
+    }
+  } join_writer{writer};
+  auto write_block = [&](int parity) {
+    try {
+      for (Worker& w : workers) {
+        const std::string& text = w.text[parity];
+        if (std::fwrite(text.data(), 1, text.size(), out) != text.size())
+          throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
+                                       : io_error(options.output, FileUse::write);
+      }
+    } catch (...) {
+      write_failure = std::current_exception();
+    }
+  };
+  int parity = 0;
+  for (k_size_t first = 0; first < count; first += kBlockCases, parity ^= 1) {
     const k_size_t block = std::min(kBlockCases, count - first);
     const k_size_t share = (block + workers.size() - 1) / workers.size();
     auto work = [&](std::size_t t) {
       Worker& w = workers[t];
-      w.text.clear();
+      w.text[parity].clear();
       try {
         const k_size_t begin = first + std::min(block, t * share);
         const k_size_t end = first + std::min(block, (t + 1) * share);
         for (k_size_t row = begin; row < end; ++row)
-          predict_case(w, cases, row, reported, only_unobserved);
+          predict_case(w, w.text[parity], cases, row, reported, only_unobserved);
       } catch (...) {
         w.failure = std::current_exception();
       }
@@ -207,15 +230,16 @@ void run_predict(std::FILE* standard_output, const Options& options) {
     for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(work, t);
     work(0);
     for (std::thread& thread : threads) thread.join();
-    for (Worker& w : workers) {
+    for (Worker& w : workers)
       if (w.failure) std::rethrow_exception(w.failure);
-      if (std::fwrite(w.text.data(), 1, w.text.size(), out) != w.text.size())
-        throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
-                                     : io_error(options.output, FileUse::write);
-    }
+    if (writer.joinable()) writer.join();
+    if (write_failure) std::rethrow_exception(write_failure);
+    writer = std::thread(write_block, parity);
     progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(first + block),
                   static_cast<unsigned long long>(count));
   }
+  if (writer.joinable()) writer.join();
+  if (write_failure) std::rethrow_exception(write_failure);
   if (file && (std::ferror(out) != 0 || std::fclose(file.release()) != 0))
     throw io_error(options.output, FileUse::write);
 }
