@@ -27,8 +27,8 @@ struct SweepFold {
 /// or multiply() per factor followed by marginalize() per fold; the work is
 /// done block by block, each block while it is in the first-level cache, so
 /// the large table is read and written once (written only, with `rebuild`).
-/// Work that the parallelism splits over threads takes the kernels one after
-/// the other instead.
+/// Work with factors that the parallelism splits over threads takes the
+/// kernels one after the other instead.
 void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const SweepFactor> factors,
            std::span<const SweepFold> folds, Reduce how, const Parallelism& parallelism = {});
 

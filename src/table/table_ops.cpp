@@ -304,9 +304,8 @@ void apply_factors(double* large, bool rebuild, std::span<const SweepFactor> fac
 template <class Fold>
 void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
                 std::span<const SweepFold> folds, const Parallelism& par) {
-  if (piece_count(n, par) > 1) {
+  if (piece_count(n, par) > 1 && !factors.empty()) {
     // Split over threads: each kernel on its own, as the threads allow.
-    if (rebuild && factors.empty()) std::fill(large, large + n, 1.0);
     for (std::size_t k = 0; k < factors.size(); ++k) {
       if (rebuild && k == 0) update_plan<CopyUpdate>(*factors[0].plan, large, factors[0].data, par);
       else update_plan<MultiplyUpdate>(*factors[k].plan, large, factors[k].data, par);
