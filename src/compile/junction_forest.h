@@ -15,6 +15,7 @@
 #include "network/peer.h"
 #include "table/index_plan.h"
 #include "table/size.h"
+#include "table/sweep.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -23,6 +24,7 @@ class CompileLog;
 class Clique;
 class JunctionTree;
 class CgTree;
+struct NodeSlot;
 
 /// The CG state of a tree, made and destroyed by the inference layer.
 using CgTreePtr = Owned<CgTree>;
@@ -94,6 +96,13 @@ class Clique : public Object {
   /// The plan from the clique table onto no node (its total); made by the
   /// first propagation and kept, so that later ones allocate nothing.
   IndexPlan total_plan;
+  /// The discrete nodes whose home this clique is, in the tree's node
+  /// order, and room for the factors and folds of one sweep over the
+  /// clique (see the inference layer); kept by propagation so that it
+  /// allocates nothing after the first.
+  std::vector<NodeSlot*> homed;
+  std::vector<SweepFactor> sweep_factors;
+  std::vector<SweepFold> sweep_folds;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "cliquePeer"
@@ -177,6 +186,9 @@ class JunctionTree : public Object {
   /// Room for one clique table (the largest of the tree) when the domain
   /// has utility nodes: the expected utilities of discrete nodes.
   std::vector<double> utility_scratch;
+  /// Whether the next collect rebuilds each clique from its node tables
+  /// (set with the evidence it multiplies in; see the inference layer).
+  bool sweep_rebuild = false;
   /// The continuous part (null without continuous nodes, until the first
   /// propagation).
   CgTreePtr cg;
@@ -205,6 +217,11 @@ struct NodeSlot {
   /// The node's marginal (beliefs, or max-marginals) as of the last
   /// propagation; one entry per state.
   std::vector<double> marginal;
+  /// For a discrete node: its evidence (or the ratio of new to propagated
+  /// evidence) waiting to be multiplied into the home clique by the next
+  /// collect, when `factor_waiting`.
+  std::vector<double> evidence_factor;
+  bool factor_waiting = false;
   /// Expected utilities as of the last propagation when the domain has
   /// utility nodes: one per state of a discrete node, a single one for a
   /// utility node; empty otherwise.

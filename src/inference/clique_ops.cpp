@@ -26,10 +26,14 @@ void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::
   std::fill(out, out + states, 1.0);
 }
 
-namespace {
+double evidence_entry(std::int64_t code, const std::vector<double>& vector,
+                      std::size_t i) noexcept {
+  if (code >= 0) return static_cast<std::uint64_t>(code) == i ? 1.0 : 0.0;
+  if (code == Evidence::kVector && i < vector.size()) return vector[i];
+  return 1.0;
+}
 
-// Whether a node's table is a factor of the joint distribution.
-bool is_factor(const Node& node) noexcept {
+bool is_node_factor(const Node& node) noexcept {
   if (!node.is_discrete()) return false;
   const k_category_t c = node.category();
   // A decision taken by hand is an intervention: its policy plays no part
@@ -37,6 +41,8 @@ bool is_factor(const Node& node) noexcept {
   if (c == K_CATEGORY_DECISION) return node.evidence.entered_code < 0;
   return c == K_CATEGORY_CHANCE || c == K_CATEGORY_FUNCTION;
 }
+
+namespace {
 
 // Whether the tree's tables are compressed: each step below then takes the
 // compressed path.
@@ -59,7 +65,7 @@ void initialise_cliques(JunctionTree& tree, const Parallelism& parallelism) {
     bool first = true;
     for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
       const NodeSlot* slot = forest.slot(**m);
-      if (slot == nullptr || slot->assigned != &clique || !is_factor(**m)) continue;
+      if (slot == nullptr || slot->assigned != &clique || !is_node_factor(**m)) continue;
       const Table* own = (*m)->table();
       if (own == nullptr) continue;
       if (first) gather(slot->assigned_plan, data, own->data(), parallelism);

@@ -9,6 +9,8 @@
 
 namespace kelva {
 
+class Node;
+
 // The clique-level steps of propagation.  Every operation on clique and
 // separator data goes through these functions; a compressed representation
 // of the forest's tables is dispatched here and nowhere else.
@@ -18,6 +20,15 @@ namespace kelva {
 /// and the finding vector for code -2 (ones where it is short).
 void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::size_t states,
                      double* out) noexcept;
+
+/// Entry i of the evidence vector that `code` and `vector` stand for (see
+/// evidence_vector).
+double evidence_entry(std::int64_t code, const std::vector<double>& vector, std::size_t i) noexcept;
+
+/// Whether a node's table is a factor of the joint distribution: discrete
+/// chance and function nodes, and decision nodes without an entered choice
+/// (a decision taken by hand is an intervention; its policy plays no part).
+bool is_node_factor(const Node& node) noexcept;
 
 /// Sets every separator table of `tree` to ones and every clique table to
 /// the product of the tables assigned

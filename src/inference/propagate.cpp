@@ -9,6 +9,7 @@
 #include "compile/junction_forest.h"
 #include "inference/cg_propagate.h"
 #include "inference/clique_ops.h"
+#include "inference/clique_sweeps.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
 #include "inference/tree_values.h"
@@ -25,13 +26,8 @@ namespace {
 // Set while a tree is propagated for policy values only.
 thread_local bool skip_state_utilities = false;
 
-// Entry i of the evidence vector that `code` and `vector` stand for.
-double evidence_entry(std::int64_t code, const std::vector<double>& vector,
-                      std::size_t i) noexcept {
-  if (code >= 0) return static_cast<std::uint64_t>(code) == i ? 1.0 : 0.0;
-  if (code == Evidence::kVector && i < vector.size()) return vector[i];
-  return 1.0;
-}
+// Whether trees that fit take the sweeps of clique_sweeps.h.
+std::atomic<bool> fused_sweeps{true};
 
 // The root total must be a normal, finite double.  A negative total (only
 // tables holding negative numbers give one) is let through; the total's
@@ -148,6 +144,15 @@ void prepare(JunctionTree& tree) {
     if (node.table() != nullptr) node.table()->data();
   }
   if (tree.evidence_scratch.size() < most_states) tree.evidence_scratch.resize(most_states);
+  if (sweeps_fit(tree)) prepare_sweeps(tree);
+  // A table operation may ask for up to the concurrency level of threads;
+  // the pool starts them now rather than in some later propagation.
+  const std::uint64_t threads = std::min<std::uint64_t>(tree.domain->concurrency_level, 64);
+  platform::WorkerPool& pool = platform::WorkerPool::shared();
+  if (threads >= 2 && pool.worker_count() < threads - 1) {
+    auto nothing = [](std::size_t) noexcept {};
+    pool.run(threads, threads, nothing);
+  }
 }
 
 // Whether the change from the propagated to the entered evidence of a
@@ -283,11 +288,35 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
     if (tree.split_role[i] == kSecondThread) tree.split_links[fill[group[i]]++] = i;
 }
 
-// Sends the collect message of schedule link i (see calibrate).
-void collect_link(const JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                  double* scale) {
+// Links [first, end) of the schedule are those from the outer clique of
+// link i onwards (from the root for kNoLink).
+std::pair<std::size_t, std::size_t> children(const JunctionTree& tree, std::size_t i) noexcept {
+  const auto& schedule = tree.schedule;
+  const std::size_t first = i == JunctionTree::kNoLink ? 0 : schedule[i].first_child;
+  if (first == JunctionTree::kNoLink) return {0, 0};
+  std::size_t end = first;
+  while (end < schedule.size() && schedule[end].parent == i) ++end;
+  return {first, end};
+}
+
+// Sends the collect message of schedule link i (see calibrate).  With
+// `fused`, the outer clique is made in one sweep (clique_sweeps.h) and its
+// marginal passed on; the inner clique takes it in its own sweep.
+void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
+                  double* scale, bool fused) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
+  if (fused) {
+    const auto [first, end] = children(tree, i);
+    Separator& sep = *link.separator;
+    double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
+    collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
+    if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
+    const std::uint64_t n = link.outer_plan->small_size();
+    if (tree.sweep_rebuild) first_message(fresh, sep.scratch.data(), n, scale);
+    else exchange_separator(sep.table->data(), fresh, n, scale);
+    return;
+  }
   if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
   const JunctionTree::Message* next =
       link.first_out && link.parent != JunctionTree::kNoLink ? &schedule[link.parent] : nullptr;
@@ -296,10 +325,21 @@ void collect_link(const JunctionTree& tree, std::size_t i, Reduce how, const Par
                next != nullptr ? next->outer_plan : nullptr, scale);
 }
 
-// Sends the distribute message of schedule link i.
-void distribute_link(const JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par) {
+// Sends the distribute message of schedule link i.  With `fused`, the
+// sender's marginal was made by its own sweep, and the receiver's sweep
+// makes those of all its children.
+void distribute_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
+                     bool fused) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
+  if (fused) {
+    Separator& sep = *link.separator;
+    exchange_separator(sep.table->data(), sep.scratch.data(), link.inner_plan->small_size(),
+                       nullptr);
+    const auto [first, end] = children(tree, i);
+    distribute_sweep(tree, *link.outer, *link.outer_plan, sep.scratch.data(), first, end, how, par);
+    return;
+  }
   const JunctionTree::Message* next =
       link.first_child != JunctionTree::kNoLink ? &schedule[link.first_child] : nullptr;
   send_message(link, true, how, par, link.first_out && link.parent != JunctionTree::kNoLink,
@@ -350,7 +390,8 @@ void advance(std::atomic<std::size_t>& progress) noexcept {
 // distributes and hands each subtree over as soon as its joining link has
 // sent.  Table operations run on one thread each.  Returns the log of the
 // collect's scale factors, summed in schedule order.
-double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool scaled) {
+double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool scaled,
+                     bool fused) {
   const Parallelism one{1, par.grain};
   const auto& role = tree.split_role;
   const auto& links = tree.split_links;
@@ -362,7 +403,7 @@ double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, boo
       [&] {
         for (std::size_t g = groups; g-- > 0;) {
           for (std::size_t k = starts[g + 1]; k-- > starts[g];)
-            collect_link(tree, links[k], how, one, scaled ? &scales[links[k]] : nullptr);
+            collect_link(tree, links[k], how, one, scaled ? &scales[links[k]] : nullptr, fused);
           advance(done);
         }
       },
@@ -371,7 +412,7 @@ double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, boo
         for (std::size_t i = role.size(); i-- > 0;) {
           if (role[i] == kSecondThread) continue;
           if (role[i] == kJoin && !wait_for(done, ++joined)) return;
-          collect_link(tree, i, how, one, scaled ? &scales[i] : nullptr);
+          collect_link(tree, i, how, one, scaled ? &scales[i] : nullptr, fused);
         }
       },
       done);
@@ -381,7 +422,7 @@ double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, boo
   return log_scale;
 }
 
-void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
+void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
   const Parallelism one{1, par.grain};
   const auto& role = tree.split_role;
   const auto& links = tree.split_links;
@@ -391,7 +432,7 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
       [&] {
         for (std::size_t i = 0; i < role.size(); ++i) {
           if (role[i] == kSecondThread) continue;
-          distribute_link(tree, i, how, one);
+          distribute_link(tree, i, how, one, fused);
           if (role[i] == kJoin) advance(sent);
         }
       },
@@ -399,7 +440,7 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
         for (std::size_t g = 0; g + 1 < starts.size(); ++g) {
           if (!wait_for(sent, g + 1)) return;
           for (std::size_t k = starts[g]; k < starts[g + 1]; ++k)
-            distribute_link(tree, links[k], how, one);
+            distribute_link(tree, links[k], how, one, fused);
         }
       },
       sent);
@@ -411,8 +452,10 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
 // done in one sweep: its marginal onto the next separator is computed
 // while it is multiplied (in collect after its last child's message, in
 // distribute onto its first child's separator).  With two threads or more
-// a large tree is shared between two threads (build_split).
-double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
+// a large tree is shared between two threads (build_split).  With `fused`
+// every clique is swept once per pass instead (clique_sweeps.h): the root
+// after the collect, and again with the normalization when distributing.
+double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
   const auto& schedule = tree.schedule;
   // Scaled propagation divides each collected message by its largest
   // entry and keeps the logarithms of those factors.
@@ -426,18 +469,22 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
   }
   double log_scale = 0.0;
   if (split) {
-    log_scale = collect_split(tree, how, par, scaled);
+    log_scale = collect_split(tree, how, par, scaled, fused);
   } else {
     double scale = 1.0;
     for (std::size_t i = schedule.size(); i-- > 0;) {
-      collect_link(tree, i, how, par, scaled ? &scale : nullptr);
+      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused);
       if (scaled) log_scale += std::log(scale);
     }
   }
   Clique& root = *tree.schedule_root;
+  const auto [first, end] = children(tree, JunctionTree::kNoLink);
+  if (fused) collect_sweep(tree, root, first, end, nullptr, nullptr, how, par);
   double x = clique_total(root, how, par);
   verify_total(x);
-  scale_clique(root, 1.0 / x, par);
+  const double inverse = 1.0 / x;
+  if (fused) distribute_sweep(tree, root, root.total_plan, &inverse, first, end, how, par);
+  else scale_clique(root, inverse, par);
   tree.log_normalization_constant += std::log(x) + log_scale;
   if (scaled) {
     // The constant follows from its logarithm: below the smallest double it
@@ -448,9 +495,9 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par) {
     tree.normalization_constant *= x;
   }
   if (split) {
-    distribute_split(tree, how, par);
+    distribute_split(tree, how, par, fused);
   } else {
-    for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par);
+    for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par, fused);
   }
   return x;
 }
@@ -493,14 +540,16 @@ void set_conditional_utilities(JunctionTree& tree, const Parallelism& par) {
   if (tree.schedule_root != root) build_schedule(tree, root);
 }
 
-void set_results(JunctionTree& tree, Reduce how, const Parallelism& par) {
+// With `fused`, the sweeps have left the discrete nodes' marginals.
+void set_results(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
   Forest& forest = *tree.domain->forest();
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     NodeSlot* slot = forest.slot(**p);
     if (slot == nullptr) continue;
-    if ((*p)->is_discrete() && slot->home != nullptr) node_marginal(*slot, how, par);
-    else if ((*p)->category() == K_CATEGORY_UTILITY && slot->assigned != nullptr &&
-             !slot->expected_utility.empty())
+    if ((*p)->is_discrete() && slot->home != nullptr) {
+      if (!fused) node_marginal(*slot, how, par);
+    } else if ((*p)->category() == K_CATEGORY_UTILITY && slot->assigned != nullptr &&
+               !slot->expected_utility.empty())
       slot->expected_utility[0] = expected_utility(*slot);
   }
   cg_set_moments(tree, par);
@@ -597,22 +646,28 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
   if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
 
   const bool was_valid = tree.equilibrium != K_EQUILIBRIUM_NONE;
+  // The sweeps take in the node tables and the evidence during the collect.
+  const bool fused = fused_sweeps.load(std::memory_order_relaxed) && sweeps_fit(tree);
   ++domain.analysis.calibrations;  // the clique tables change from here on
   try {
     for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c)
       (*c)->normalization_factor = (*c)->conflict_factor = 1.0;
     if (reinitialise) {
-      initialise_cliques(tree, par);
+      if (fused)
+        stage_sweeps(tree, true, mode == K_MODE_NORMAL ? Waiting::entered : Waiting::nothing);
+      else initialise_cliques(tree, par);
       tree.normalization_constant = 1.0;
       tree.log_normalization_constant = 0.0;
       tree.table_changes_seen = domain.table_changes();
       tree.tables_changed = false;
       tree.needs_initialisation = false;
       cg_initialise(tree);
-      if (mode == K_MODE_NORMAL) {
+      if (mode == K_MODE_NORMAL && !fused) {
         multiply_entered_evidence(tree, par);
         cg_multiply_likelihoods(tree, par);
       }
+    } else if (fused) {
+      stage_sweeps(tree, false, waiting ? Waiting::change : Waiting::nothing);
     } else if (waiting) {
       absorb_new_evidence(tree, par);
     }
@@ -623,7 +678,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     // is then multiplied in.
     double evidence_factors = 1.0;
     if (mode == K_MODE_FAST_RETRACTION && reinitialise && entered) {
-      calibrate(tree, how, par);
+      calibrate(tree, how, par, fused);
       Forest& forest = *domain.forest();
       for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
         const Node& node = **p;
@@ -633,11 +688,15 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
         node_marginal(*slot, how, par);
         evidence_factors *= evidence_factor(node, slot->marginal, how);
       }
-      multiply_entered_evidence(tree, par);
-      cg_multiply_likelihoods(tree, par);
+      if (fused) {
+        stage_sweeps(tree, false, Waiting::entered);
+      } else {
+        multiply_entered_evidence(tree, par);
+        cg_multiply_likelihoods(tree, par);
+      }
     }
 
-    const double x = calibrate(tree, how, par);
+    const double x = calibrate(tree, how, par, fused);
     if (reinitialise) scale_by_density(tree);
     Clique& top = *tree.schedule_root;
     if (was_valid) top.normalization_factor /= x;
@@ -646,7 +705,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     tree.conflict = top.conflict_factor;
     tree.last_root = &top;
 
-    set_results(tree, how, par);
+    set_results(tree, how, par, fused);
   } catch (...) {
     reset_tree(tree);
     throw;
@@ -709,6 +768,8 @@ void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mo
 }
 
 void initialise_domain(Domain& domain) { unpropagate(compiled_forest(domain)); }
+
+void set_fused_sweeps(bool on) noexcept { fused_sweeps.store(on, std::memory_order_relaxed); }
 
 void reset_inference_engine(Domain& domain) {
   Forest& forest = compiled_forest(domain);

@@ -39,4 +39,9 @@ void initialise_domain(Domain& domain);
 /// the trees reset all the same.
 void reset_inference_engine(Domain& domain);
 
+/// Whether discrete trees propagate with one sweep per clique and pass (the
+/// default) or with one kernel per table operation; both give the same
+/// bits.  For tests and measurements.
+void set_fused_sweeps(bool on) noexcept;
+
 }  // namespace kelva

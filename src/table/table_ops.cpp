@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 
 #include "network/domain.h"
 #include "platform/worker_pool.h"
+#include "table/sweep.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -285,6 +287,53 @@ void fused_multiply_fold(const IndexPlan& mplan, double* large, const double* fa
   }
 }
 
+// Applies the factors of a sweep to large entries [begin, end).
+void apply_factors(double* large, bool rebuild, std::span<const SweepFactor> factors,
+                   std::uint64_t begin, std::uint64_t end) {
+  std::size_t k = 0;
+  if (rebuild) {
+    // The first factor is copied in: 1 * x is x, bit for bit.
+    if (factors.empty()) std::fill(large + begin, large + end, 1.0);
+    else update_walk<CopyUpdate>(*factors[0].plan, large, factors[0].data, begin, end);
+    k = 1;
+  }
+  for (; k < factors.size(); ++k)
+    update_walk<MultiplyUpdate>(*factors[k].plan, large, factors[k].data, begin, end);
+}
+
+template <class Fold>
+void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
+                std::span<const SweepFold> folds, const Parallelism& par) {
+  if (piece_count(n, par) > 1 && !factors.empty()) {
+    // Split over threads: each kernel on its own, as the threads allow.
+    for (std::size_t k = 0; k < factors.size(); ++k) {
+      if (rebuild && k == 0) update_plan<CopyUpdate>(*factors[0].plan, large, factors[0].data, par);
+      else update_plan<MultiplyUpdate>(*factors[k].plan, large, factors[k].data, par);
+    }
+    for (const SweepFold& f : folds) fold_plan<Fold>(*f.plan, large, f.data, par);
+    return;
+  }
+  // Blocks hold whole inner runs of every fold that folds runs into one
+  // entry, so each run is folded as a whole walk would fold it.  Totals
+  // (one entry) are summed in blocks of their own, after the sweep.
+  constexpr std::uint64_t kBlock = 2048;
+  std::uint64_t run = 1;
+  for (const SweepFold& f : folds) {
+    if (f.plan->small_size() == 1) continue;
+    std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
+    if (f.plan->inner_small_stride() == 0) run = std::lcm(run, f.plan->axes().back().count);
+  }
+  const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
+  for (std::uint64_t a = 0; a < n; a += block) {
+    const std::uint64_t b = std::min(n, a + block);
+    apply_factors(large, rebuild, factors, a, b);
+    for (const SweepFold& f : folds)
+      if (f.plan->small_size() > 1) fold_range<Fold>(*f.plan, large, f.data, a, b);
+  }
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
+}
+
 }  // namespace
 
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
@@ -316,6 +365,12 @@ void multiply_marginalize(const IndexPlan& multiply_plan, double* large, const d
   } else {
     fused_multiply_fold<MaxFold>(multiply_plan, large, factor, marginal_plan, small);
   }
+}
+
+void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const SweepFactor> factors,
+           std::span<const SweepFold> folds, Reduce how, const Parallelism& parallelism) {
+  if (how == Reduce::sum) sweep_with<SumFold>(large, size, rebuild, factors, folds, parallelism);
+  else sweep_with<MaxFold>(large, size, rebuild, factors, folds, parallelism);
 }
 
 void gather(const IndexPlan& plan, double* out, const double* small,

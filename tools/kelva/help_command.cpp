@@ -279,9 +279,11 @@ propagations from the node tables without evidence),
 evidence_propagate_seconds (median over N random evidence sets of K nodes
 whose states have non-zero belief, each propagated from the equilibrium
 without evidence), bytes_per_propagation (8 bytes per table entry that a full
-propagation's table operations read or write), bytes_per_entry (those
-bytes over total_clique_size), effective_gbps (those bytes over
-propagate_seconds), with --threads T above 1 one_thread_propagate_seconds
+propagation reads or writes: each clique table is written once by the collect
+and read and written once by the distribute, each root read once more for its
+total, and separators, node tables and marginals are counted by their size),
+bytes_per_entry (those bytes over total_clique_size), effective_gbps (those
+bytes over propagate_seconds), with --threads T above 1 one_thread_propagate_seconds
 and threads_speedup (the same propagations on one thread, and its time over
 T threads'), and stream_gbps (the best rate of the triad a[i] = b[i] +
 s*c[i] over arrays far larger than the last-level cache, counting 24 bytes

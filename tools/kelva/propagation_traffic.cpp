@@ -32,18 +32,6 @@ double size_of(const std::vector<k_node_t>& nodes) {
   return size;
 }
 
-/// The size of the smallest clique holding every node of `nodes` (sorted),
-/// or 0 when none does.
-double smallest_holding(const std::vector<CliqueShape>& cliques,
-                        const std::vector<k_node_t>& nodes) {
-  double best = 0.0;
-  for (const CliqueShape& c : cliques)
-    if (std::includes(c.members.begin(), c.members.end(), nodes.begin(), nodes.end()) &&
-        (best == 0.0 || c.size < best))
-      best = c.size;
-  return best;
-}
-
 }  // namespace
 
 ForestShape read_forest_shape(k_domain_t domain) {
@@ -60,7 +48,7 @@ ForestShape read_forest_shape(k_domain_t domain) {
       CliqueShape s;
       s.members = discrete_nodes(checked(k_clique_get_members(*c)));
       s.size = size_of(s.members);
-      traffic += s.size;  // initialisation writes every clique once
+      traffic += 3.0 * s.size;  // written by the collect, read and written by the distribute
       all.push_back(std::move(s));
     }
     for (k_clique_t c : cliques) {
@@ -70,11 +58,11 @@ ForestShape read_forest_shape(k_domain_t domain) {
         std::vector<k_node_t> separator;
         std::set_intersection(a.members.begin(), a.members.end(), b.members.begin(),
                               b.members.end(), std::back_inserter(separator));
-        // Each link is seen from both ends: one message each way.
-        traffic += a.size + 2.0 * b.size + 6.0 * size_of(separator);
+        // Each link is seen from both ends.
+        traffic += 4.0 * size_of(separator);
       }
     }
-    traffic += 3.0 * all[index.at(checked(k_jt_get_root(jt)))].size;
+    traffic += all[index.at(checked(k_jt_get_root(jt)))].size;
   }
   for (const CliqueShape& c : all) shape.total_clique_size += c.size;
   shape.cliques = all.size();
@@ -83,16 +71,14 @@ ForestShape read_forest_shape(k_domain_t domain) {
        node = checked(k_node_get_next(node))) {
     const k_kind_t kind = checked(k_node_get_kind(node));
     const k_category_t category = checked(k_node_get_category(node));
-    if (kind == K_KIND_DISCRETE) {
-      traffic += smallest_holding(all, {node}) +
-                 static_cast<double>(checked(k_node_get_number_of_states(node)));
-    }
+    if (kind == K_KIND_DISCRETE)
+      traffic += static_cast<double>(checked(k_node_get_number_of_states(node)));
     const bool has_table = category == K_CATEGORY_CHANCE || category == K_CATEGORY_UTILITY ||
                            (category == K_CATEGORY_FUNCTION && kind == K_KIND_DISCRETE);
     if (!has_table || kind == K_KIND_CONTINUOUS) continue;
     k_table_t table = checked(k_node_get_table(node));
     const std::vector<k_node_t> family = discrete_nodes(checked(k_table_get_nodes(table)));
-    traffic += size_of(family) + 2.0 * smallest_holding(all, family);
+    traffic += size_of(family);
   }
   shape.bytes_per_propagation = 8.0 * traffic;
   return shape;

@@ -18,19 +18,21 @@ struct ForestShape {
 
 /// Reads the cliques of every junction tree of the compiled `domain` and
 /// counts the table traffic of one full propagation without evidence, 8
-/// bytes per double read or written, by each kernel's operands:
-///  - initialisation: each clique table is written once; each node table is
-///    multiplied into the smallest clique that holds its discrete nodes
-///    (read the node table, read and write the clique table);
-///  - each of the two messages over a link from clique A to clique B through
-///    separator S: marginalising A reads A and writes S; the update of the
-///    separator reads the new and old S and writes the quotient and the new
-///    S (4 S); multiplying B by the quotient reads S and reads and writes B:
-///    A + 2B + 6S in all;
-///  - at each root: the sum reads the root table, the normalisation reads
-///    and writes it (3 R);
-///  - each discrete node's marginal reads the smallest clique holding it and
-///    writes one entry per state.
+/// bytes per double read or written, as discrete trees propagate: one
+/// sweep per clique and pass, each block of the clique table worked on
+/// while it is in the first-level cache.
+///  - collect: each clique is rebuilt from its node tables and its
+///    children's messages and folded onto its parent's separator in one
+///    sweep that writes it once (C); each node table is read once;
+///  - distribute: each clique is multiplied by its parent's message and
+///    folded onto every child separator and its home nodes' marginals in one
+///    sweep that reads and writes it once (2C);
+///  - at each root, its total reads it once more (R);
+///  - each separator S is written by a fold and read as a factor in each
+///    direction; in the distribute, its update also reads the new and old
+///    values and writes the quotient and the new values (4S): 8S in all (the
+///    collect's quotients after a rebuild are the new values themselves);
+///  - each discrete node's marginal writes one entry per state.
 /// Continuous members and CG parts are not counted.  Throws ApiError.
 ForestShape read_forest_shape(k_domain_t domain);
 

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "compile/junction_forest.h"
+#include "table/table_ops.h"
+
+namespace kelva {
+
+// Propagation of discrete, uncompressed trees in one sweep per clique and
+// pass.  Collect rebuilds a clique (or keeps it) times the evidence waiting
+// in its home nodes and the messages of its children, and folds it onto the
+// separator towards the root in the same sweep; distribute multiplies in
+// the message from the root's side and folds onto every child separator
+// and the marginals of the nodes at home there.  The factors come in the
+// order of the separate kernels (node tables, chain-graph potentials,
+// evidence, children last in the schedule first), so the bits are theirs.
+
+/// Whether `tree` takes the sweeps: its domain is not compressed and has no
+/// continuous nodes.
+bool sweeps_fit(const JunctionTree& tree) noexcept;
+
+/// Makes each clique's list of home nodes and the room of its sweeps, and
+/// each discrete node's evidence factor; allocates only the first time.
+void prepare_sweeps(JunctionTree& tree);
+
+/// The evidence that the next collect multiplies into the home cliques:
+/// none, each node's entered evidence, or the ratio of entered to
+/// propagated evidence of each node whose evidence changed (states
+/// excluded before stay excluded).
+enum class Waiting { nothing, entered, change };
+
+/// Sets what the next collect multiplies in: with `rebuild`, the cliques
+/// are built again from their node tables before the evidence and messages
+/// are multiplied in, and each separator's first message is taken as it
+/// comes (first_message).
+void stage_sweeps(JunctionTree& tree, bool rebuild, Waiting evidence);
+
+/// The first message over a separator after a rebuild: its old values
+/// would be ones, so the new values `fresh` (already the separator table)
+/// are the quotients themselves, as exchange_separator would make them.
+/// With `scale`, `quotient` receives them divided by the largest, which is
+/// left in *scale; without, the receiver reads the separator table.
+void first_message(double* fresh, double* quotient, std::uint64_t n, double* scale) noexcept;
+
+/// The collect sweep of `clique`: its children's messages are in the
+/// separators of schedule links [first, end) (their scratch, or their table
+/// after a rebuild unscaled), and its marginal goes to `out` through
+/// `out_plan` (none when null, at the root).  Clears the waiting evidence
+/// of its home nodes.
+void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::size_t end,
+                   const IndexPlan* out_plan, double* out, Reduce how,
+                   const Parallelism& parallelism);
+
+/// The distribute sweep of `clique`: multiplies by `factor` through `plan`,
+/// then leaves its marginals in the separator scratch of schedule links
+/// [first, end) and in the marginals of its home nodes.
+void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
+                      const double* factor, std::size_t first, std::size_t end, Reduce how,
+                      const Parallelism& parallelism);
+
+}  // namespace kelva
