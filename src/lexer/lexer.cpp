@@ -272,6 +272,13 @@ int Lexer::next_token() {
 // Returns the first character after them.
 int Lexer::skip_blanks() {
   for (;;) {
+    // Blanks within the buffer are skipped with a local pointer.
+    const char* p = pos_;
+    while (p != end_ && (*p == ' ' || *p == '\n' || *p == '\t' || *p == '\r')) {
+      if (*p == '\n') ++line_;
+      ++p;
+    }
+    pos_ = p;
     int c = get_char();
     if (c == '\n') {
       ++line_;
@@ -336,11 +343,19 @@ int Lexer::read_token() {
 // name: (letter | `_`) (letter | digit | `_` | `.`)*, where every `.` is
 // followed by a letter or `_`
 int Lexer::read_name(int first) {
-  text_.clear();
-  text_.push_back(static_cast<char>(first));
-  int c;
-  while (is_name_char(c = get_char())) text_.push_back(static_cast<char>(c));
-  if (!unget_char(c)) return unget_failed();
+  // A name that ends within the buffer is taken in one piece.
+  const char* p = pos_;
+  while (p != end_ && is_name_char(static_cast<unsigned char>(*p))) ++p;
+  if (p != end_) {
+    text_.assign(pos_ - 1, p);
+    pos_ = p;
+  } else {
+    text_.clear();
+    text_.push_back(static_cast<char>(first));
+    int c;
+    while (is_name_char(c = get_char())) text_.push_back(static_cast<char>(c));
+    if (!unget_char(c)) return unget_failed();
+  }
   if (text_.find('.') == std::string::npos) return TOKEN_NAME;
   for (std::size_t i = 0; i < text_.size(); ++i) {
     if (text_[i] != '.') continue;
@@ -435,6 +450,15 @@ int Lexer::read_stream_number() {
 
 // string: `"` (character | escape)* `"`, on one line unless joined by `\`
 int Lexer::read_string() {
+  // A string without escapes, NULs or newlines that ends within the buffer
+  // is taken in one piece.
+  const char* p = pos_;
+  while (p != end_ && *p != '"' && *p != '\\' && *p != '\n' && *p != '\0') ++p;
+  if (p != end_ && *p == '"') {
+    text_.assign(pos_, p);
+    pos_ = p + 1;
+    return TOKEN_STRING;
+  }
   text_.clear();
   for (;;) {
     int c = get_char();
