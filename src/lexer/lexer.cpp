@@ -343,10 +343,12 @@ int Lexer::read_token() {
 // name: (letter | `_`) (letter | digit | `_` | `.`)*, where every `.` is
 // followed by a letter or `_`
 int Lexer::read_name(int first) {
-  // A name that ends within the buffer is taken in one piece.
+  // A name that ends within the buffer and fits the text's room is taken
+  // in one piece (a longer one grows the text byte by byte, so that running
+  // out of memory leaves the rest of it unread).
   const char* p = pos_;
   while (p != end_ && is_name_char(static_cast<unsigned char>(*p))) ++p;
-  if (p != end_) {
+  if (p != end_ && static_cast<std::size_t>(p - pos_) < text_.capacity()) {
     text_.assign(pos_ - 1, p);
     pos_ = p;
   } else {
@@ -451,10 +453,10 @@ int Lexer::read_stream_number() {
 // string: `"` (character | escape)* `"`, on one line unless joined by `\`
 int Lexer::read_string() {
   // A string without escapes, NULs or newlines that ends within the buffer
-  // is taken in one piece.
+  // and fits the text's room is taken in one piece.
   const char* p = pos_;
   while (p != end_ && *p != '"' && *p != '\\' && *p != '\n' && *p != '\0') ++p;
-  if (p != end_ && *p == '"') {
+  if (p != end_ && *p == '"' && static_cast<std::size_t>(p - pos_) <= text_.capacity()) {
     text_.assign(pos_, p);
     pos_ = p + 1;
     return TOKEN_STRING;
