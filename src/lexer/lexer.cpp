@@ -268,6 +268,27 @@ int Lexer::next_token() {
   }
 }
 
+bool Lexer::take_plain_number(double& value) {
+  if (pushed_count_ > 0 || reader_ != TokenReader::basic) return false;
+  const char* p = pos_;
+  for (; p != end_; ++p) {
+    if (*p == '\n') ++line_;
+    else if (*p != ' ' && *p != '\t' && *p != '\r') break;
+  }
+  pos_ = p;
+  // The number must end within the buffer, before a character that no
+  // number continues with; both converters round as strtod does.
+  PlainNumber plain;
+  const char* const end = match_plain(p, end_, plain);
+  if (end == nullptr || end == end_ || is_scan_char(static_cast<unsigned char>(*end)) ||
+      !plain.exact(value))
+    return false;
+  pos_ = end;
+  number_ = value;
+  text_.clear();
+  return true;
+}
+
 // blanks: (white space | `%` any-but-newline* (newline | end of input))*
 // Returns the first character after them.
 int Lexer::skip_blanks() {

@@ -62,6 +62,12 @@ class Lexer {
   /// without a hexadecimal digit) and leave failure() as it was.  A read
   /// error of the stream throws Error(io) with nothing reported.
   int next_token();
+  /// The fast path of table values: with no token held back and the basic
+  /// reader, skips blanks and takes a number token when a plain decimal
+  /// number follows that next_token would convert to the same value; its
+  /// value is then in `value` and number().  False otherwise, having
+  /// consumed no more than blanks: next_token then reads the token.
+  bool take_plain_number(double& value);
   /// Gives a token back (at most two are held); the last one given back is
   /// returned first.
   void push_back(int token) noexcept;

@@ -162,9 +162,12 @@ class TableReader {
   }
 
   void read_number(bool flat) {
-    const int t = lx_.next_token();
-    if (t != TOKEN_NUMBER) net_fail(lx_, "number expected", t);
-    const double v = finite(lx_.number());
+    double v = 0.0;
+    if (!lx_.take_plain_number(v)) {
+      const int t = lx_.next_token();
+      if (t != TOKEN_NUMBER) net_fail(lx_, "number expected", t);
+      v = finite(lx_.number());
+    }
     if (target_.probability && v < 0.0) {
       if (flat) lx_.report_error("<number> must be nonnegative");
       else lx_.report_warning("warning: negative value in probability potential");
