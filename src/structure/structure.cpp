@@ -117,29 +117,21 @@ class SearchScratch {
 };
 
 // The thread's scratch for one search, emptied when the search ends (by
-// return or by throw).  A search started inside another gets its own.
+// return or by throw).  Searches do not nest.
 class Search {
  public:
-  Search() : scratch_(busy_ ? own_ : shared_), nested_(busy_) { busy_ = true; }
-  ~Search() {
-    scratch_.clear();
-    if (!nested_) busy_ = false;
-  }
+  Search() = default;
+  ~Search() { scratch_.clear(); }
   Search(const Search&) = delete;
   Search& operator=(const Search&) = delete;
 
   SearchScratch* operator->() noexcept { return &scratch_; }
 
  private:
-  static thread_local SearchScratch shared_;
-  static thread_local bool busy_;
-  SearchScratch own_;
-  SearchScratch& scratch_;
-  bool nested_;
+  static thread_local SearchScratch scratch_;
 };
 
-thread_local SearchScratch Search::shared_;
-thread_local bool Search::busy_ = false;
+thread_local SearchScratch Search::scratch_;
 
 // Walks from `start` along links in one direction, through function nodes
 // only, and tells whether a node satisfying `goal` is met (start included).

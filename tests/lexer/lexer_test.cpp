@@ -435,10 +435,15 @@ TEST(Lexer, StreamNumbersAsFscanfReadsThem) {
   auto file = stream_of(text);
   Lexer lexer(file.get(), nullptr, nullptr);
   for (std::size_t i = 0; i < expected.size(); ++i) {
-    int token = lexer.next_token();
-    if (token == ';') token = lexer.next_token();
-    ASSERT_EQ(token, TOKEN_NUMBER) << i;
-    const double read = lexer.number();
+    // Every other number through the table readers' fast path, which must
+    // take a number as the token would be, or leave it to the token.
+    double read = 0;
+    if (i % 2 == 0 || !lexer.take_plain_number(read)) {
+      int token = lexer.next_token();
+      if (token == ';') token = lexer.next_token();
+      ASSERT_EQ(token, TOKEN_NUMBER) << i;
+    }
+    read = lexer.number();
     ASSERT_EQ(std::memcmp(&expected[i], &read, sizeof read), 0)
         << i << ": " << expected[i] << " read as " << read;
   }
