@@ -69,7 +69,8 @@ struct PlainNumber {
 // Matches a plain decimal number at [p, last): optional sign, digits with an
 // optional point (at least one digit), optional exponent with digits.
 // Returns the end of the match, or null when there is none.
-const char* match_plain(const char* p, const char* last, PlainNumber& n) noexcept {
+[[gnu::always_inline]] inline const char* match_plain(const char* p, const char* last,
+                                                      PlainNumber& n) noexcept {
   n = PlainNumber{};
   if (p != last && (*p == '+' || *p == '-')) n.negative = *p++ == '-';
   for (; p != last && is_digit(*p); ++p, ++n.digits)
@@ -268,7 +269,10 @@ int Lexer::next_token() {
   }
 }
 
-bool Lexer::take_plain_number(double& value) {
+// Skips the blanks (white space but `\v` and `\f`, no comments) before the
+// next token within the buffer; false when a token could not be taken by a
+// fast path (a token held back, another reader than the basic one).
+bool Lexer::skip_plain_blanks() noexcept {
   if (pushed_count_ > 0 || reader_ != TokenReader::basic) return false;
   const char* p = pos_;
   for (; p != end_; ++p) {
@@ -276,6 +280,18 @@ bool Lexer::take_plain_number(double& value) {
     else if (*p != ' ' && *p != '\t' && *p != '\r') break;
   }
   pos_ = p;
+  return true;
+}
+
+bool Lexer::take_parenthesis(char c) {
+  if (!skip_plain_blanks() || pos_ == end_ || *pos_ != c) return false;
+  ++pos_;
+  return true;
+}
+
+bool Lexer::take_plain_number(double& value) {
+  if (!skip_plain_blanks()) return false;
+  const char* const p = pos_;
   // The number must end within the buffer, before a character that no
   // number continues with; both converters round as strtod does.
   PlainNumber plain;

@@ -261,6 +261,7 @@ class TableReader {
   }
 
   void expect(int c) {
+    if (lx_.take_parenthesis(static_cast<char>(c))) return;
     const int t = lx_.next_token();
     if (t != c) net_fail(lx_, net_message("`%c' expected", c), t);
   }

@@ -633,20 +633,17 @@ class NetReader {
     for (Node* n : p.parents)
       if (n->category() == K_CATEGORY_UTILITY)
         fail(net_message("utility node `%s' specified as parent", n->name().c_str()));
-    // The head in written order, children first: a node met before is
-    // named twice.  Heads are short, so a sorted copy finds repeats without
-    // a hash set; the first repeat in written order is the one reported.
-    std::vector<Node*> head = p.children;
-    head.insert(head.end(), p.parents.begin(), p.parents.end());
-    std::vector<Node*> sorted = head;
-    std::sort(sorted.begin(), sorted.end());
-    if (std::adjacent_find(sorted.begin(), sorted.end()) != sorted.end()) {
-      for (std::size_t i = 0; i < head.size(); ++i)
-        if (std::find(head.begin(), head.begin() + static_cast<std::ptrdiff_t>(i), head[i]) !=
-            head.begin() + static_cast<std::ptrdiff_t>(i))
+    // The head in written order, children first: the first node met before
+    // is named twice.  Heads are short: a pairwise check needs no set.
+    const std::size_t head = p.children.size() + p.parents.size();
+    auto at = [&p](std::size_t i) {
+      return i < p.children.size() ? p.children[i] : p.parents[i - p.children.size()];
+    };
+    for (std::size_t i = 1; i < head; ++i)
+      for (std::size_t j = 0; j < i; ++j)
+        if (at(j) == at(i))
           fail(net_message("node `%s' appears twice in potential specification",
-                           head[i]->name().c_str()));
-    }
+                           at(i)->name().c_str()));
     // Function nodes are evaluated from their parents, whatever their kind,
     // so they may have continuous parents (as links allow).
     for (Node* c : p.children)
