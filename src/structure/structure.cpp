@@ -209,8 +209,12 @@ bool can_have_table(const Node& node) noexcept {
 Table& node_table(Node& node) {
   require(can_have_table(node) && (node.table() != nullptr || !in_chain_component(node)));
   if (node.table() != nullptr) return *node.table();
+  // The discrete parents newest first, the node, the continuous parents.
   std::vector<Node*> members;
-  if (node.category() != K_CATEGORY_FUNCTION) members = discrete_parents_newest_first(node);
+  members.reserve(node.parents().size() + 1);
+  if (node.category() != K_CATEGORY_FUNCTION)
+    for (auto it = node.parents().end(); it != node.parents().begin();)
+      if ((*--it)->is_discrete()) members.push_back(*it);
   if (node.kind() != K_KIND_OTHER) members.push_back(&node);
   if (node.category() != K_CATEGORY_FUNCTION)
     for (Node* p : node.parents())

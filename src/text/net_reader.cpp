@@ -571,6 +571,8 @@ class NetReader {
   // potential-block: `potential` `(` name+ [`|` name*] `)` (`;` | `{` potential-attribute* `}`)
   void read_potential() {
     Potential p;
+    p.children.reserve(1);
+    p.parents.reserve(8);
     expect('(');
     bool in_parents = false;
     for (;;) {
@@ -789,6 +791,7 @@ class NetReader {
   // lists them, parents first, then the children.
   static std::vector<Node*> written_order(const Potential& p, const Table& table) {
     std::vector<Node*> order;
+    order.reserve(table.nodes().size());
     for (const auto* list : {&p.parents, &p.children})
       for (Node* n : *list)
         if (n->is_discrete() && table.nodes().contains(n)) order.push_back(n);
