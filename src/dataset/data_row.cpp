@@ -106,6 +106,7 @@ void ArenaRowWriter::grow(std::size_t size) {
   const auto used = static_cast<std::size_t>(cursor_ - row_);
   row_ = arena_.reopen(row_, used, std::max(size, used));
   cursor_ = row_ + used;
+  limit_ = arena_.limit();
 }
 
 DataRow ArenaRowWriter::finish() noexcept {

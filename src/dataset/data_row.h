@@ -128,6 +128,7 @@ class ArenaRowWriter {
   void begin() {
     row_ = arena_.open(head_ + 64);
     cursor_ = row_ + head_;
+    limit_ = arena_.limit();
     count_ = 0;
   }
   /// Number of cells added to the row.
@@ -140,7 +141,7 @@ class ArenaRowWriter {
   void add(const char* text, std::size_t length, std::size_t readable = 0) {
     const auto used = static_cast<std::size_t>(cursor_ - row_ - head_);
     if (length >= 0x7FFFFFFFu - used) too_large();
-    if (static_cast<std::size_t>(arena_.limit() - cursor_) <= length + 16) grow(length + 17);
+    if (static_cast<std::size_t>(limit_ - cursor_) <= length + 16) grow(length + 17);
     char* const to = cursor_;
     set(2 + count_++, static_cast<std::uint32_t>(used));
     if (length < 16 && readable >= 16) {
@@ -167,6 +168,7 @@ class ArenaRowWriter {
   std::size_t head_;
   char* row_ = nullptr;
   char* cursor_ = nullptr;
+  char* limit_ = nullptr;  // the end of the open row's room
   std::size_t count_ = 0;
 };
 
