@@ -511,19 +511,23 @@ class NetReader {
   // states: `(` string+ `)`
   void read_states(Node& node) {
     expect('(');
-    std::vector<std::string> labels;
-    for (;;) {
+    // One list of labels serves every node.
+    std::vector<std::string>& labels = labels_;
+    std::size_t count = 0;
+    for (;; ++count) {
       const int t = next();
       if (t == ')') break;
       if (t != TOKEN_STRING) fail("state or `)' expected", t);
-      labels.push_back(lx_.text());
+      if (count == labels.size()) labels.emplace_back();
+      labels[count] = lx_.text();
     }
+    labels.resize(count);
     if (labels.empty()) fail("empty list of states");
     // The node is still being declared: nothing refers to it yet, so its
     // states are set directly (whatever its subtype; a boolean node with a
     // wrong count is reported at the end of the block).
     api([&] { node.resize_states(labels.size()); });
-    for (std::size_t i = 0; i < labels.size(); ++i) node.set_state_label(i, std::move(labels[i]));
+    for (std::size_t i = 0; i < labels.size(); ++i) node.set_state_label(i, labels[i]);
   }
 
   // subtype: `label` | `boolean` | `number` | `interval`
@@ -871,6 +875,7 @@ class NetReader {
   Lexer& lx_;
   Domain& domain_;
   std::unordered_set<Node*> has_potential_;
+  std::vector<std::string> labels_;  // read_states' scratch
   const ClassLoader* loader_ = nullptr;
   std::optional<std::vector<std::string>> inputs_;
   std::optional<std::vector<std::string>> outputs_;
