@@ -92,8 +92,7 @@ class FieldReader {
   // nothing, for any other field, which read() then takes.
   bool read_usual(bool first, std::string_view& text, bool& line_ended) noexcept {
     const unsigned char* const begin = p_;
-    if (begin == end_ || blank_[*begin] || *begin == '"' || (first && *begin == '\n'))
-      return false;
+    if (begin == end_ || blank_[*begin] || *begin == '"' || (first && *begin == '\n')) return false;
     const unsigned char* const stop = skip(begin, plain_stop_, repeated_, 3);
     if (stop == end_ || *stop == '"' || *stop == '\0') return false;
     line_ended = *stop == '\n';
