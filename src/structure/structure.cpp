@@ -116,22 +116,19 @@ class SearchScratch {
   std::vector<std::size_t> used_;
 };
 
+thread_local SearchScratch search_scratch;
+
 // The thread's scratch for one search, emptied when the search ends (by
 // return or by throw).  Searches do not nest.
 class Search {
  public:
   Search() = default;
-  ~Search() { scratch_.clear(); }
+  ~Search() { search_scratch.clear(); }
   Search(const Search&) = delete;
   Search& operator=(const Search&) = delete;
 
-  SearchScratch* operator->() noexcept { return &scratch_; }
-
- private:
-  static thread_local SearchScratch scratch_;
+  SearchScratch* operator->() noexcept { return &search_scratch; }
 };
-
-thread_local SearchScratch Search::scratch_;
 
 // Walks from `start` along links in one direction, through function nodes
 // only, and tells whether a node satisfying `goal` is met (start included).
