@@ -1,5 +1,7 @@
 #include "dataset/data_row.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <new>
 
 #include "network/error.h"
@@ -37,6 +39,36 @@ RowArena::~RowArena() {
   }
 }
 
+void RowArena::start_chunk(std::size_t size) {
+  std::size_t chunk = chunk_size_;
+  while (chunk < size) chunk *= 2;
+  if (chunk >= kHugeChunk) chunk = (chunk + kHugeChunk - 1) & ~(kHugeChunk - 1);
+  chunks_.reserve(chunks_.size() + 1);
+  char* base = nullptr;
+  if (chunk >= kHugeChunk) {
+    base = static_cast<char*>(platform::allocate_huge_pages(chunk));
+    if (base == nullptr) throw std::bad_alloc();
+  } else {
+    base = new char[chunk];
+  }
+  chunks_.push_back(Chunk{base, chunk});
+  next_ = base;
+  end_ = base + chunk;
+  if (chunk_size_ < kLargestChunk) chunk_size_ *= 2;
+}
+
+char* RowArena::open(std::size_t size) {
+  next_ += (4 - reinterpret_cast<std::uintptr_t>(next_) % 4) % 4;
+  if (next_ > end_ || static_cast<std::size_t>(end_ - next_) < size) start_chunk(size);
+  return next_;
+}
+
+char* RowArena::reopen(const char* block, std::size_t used, std::size_t size) {
+  start_chunk(used + size);
+  std::memcpy(next_, block, used);
+  return next_;
+}
+
 char* RowArena::allocate(std::size_t size) {
   size = (size + 3) & ~std::size_t{3};
   if (static_cast<std::size_t>(end_ - next_) < size) {
@@ -65,6 +97,26 @@ char* RowArena::allocate(std::size_t size) {
   char* block = next_;
   next_ += size;
   return block;
+}
+
+void ArenaRowWriter::too_large() { throw Error(K_ERROR_NO_MEMORY); }
+
+void ArenaRowWriter::grow(std::size_t size) {
+  // The open row moves to a new chunk; the old chunk's tail stays unused.
+  const auto used = static_cast<std::size_t>(cursor_ - row_);
+  row_ = arena_.reopen(row_, used, std::max(size, used));
+  cursor_ = row_ + used;
+  limit_ = arena_.limit();
+}
+
+DataRow ArenaRowWriter::finish() noexcept {
+  while (count_ < cells_) add_missing();
+  DataRow row;
+  row.block_ = row_;
+  row.set_word(0, static_cast<std::uint32_t>(cells_));
+  row.set_word(1, static_cast<std::uint32_t>(cursor_ - row_ - head_) | DataRow::kBorrowed);
+  arena_.close(cursor_);
+  return row;
 }
 
 void RowBuilder::too_large() { throw Error(K_ERROR_NO_MEMORY); }

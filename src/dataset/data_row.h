@@ -52,6 +52,7 @@ class DataRow {
 
  private:
   friend class RowBuilder;
+  friend class ArenaRowWriter;
 
   // Word 1's high bit: the block belongs to an arena.
   static constexpr std::uint32_t kBorrowed = 0x80000000u;
@@ -89,7 +90,22 @@ class RowArena {
   /// `size` bytes, aligned for 4-byte words.  Throws std::bad_alloc.
   char* allocate(std::size_t size);
 
+  /// Room for a block whose size is not known yet: at least `size` bytes
+  /// from the returned start (aligned) up to limit(), which stay free until
+  /// close().  Throws std::bad_alloc.
+  char* open(std::size_t size);
+  /// Room for at least `size` bytes in a new chunk, holding a copy of the
+  /// `used` bytes of the open block at `block`; returns the block's new start.
+  char* reopen(const char* block, std::size_t used, std::size_t size);
+  /// The end of the room of the open block.
+  char* limit() const noexcept { return end_; }
+  /// Ends the open block at `end` (not beyond limit()).
+  void close(char* end) noexcept { next_ = end; }
+
  private:
+  // Makes a chunk of at least `size` bytes the current one.
+  void start_chunk(std::size_t size);
+
   struct Chunk {
     char* base;
     std::size_t size;
@@ -98,6 +114,62 @@ class RowArena {
   char* next_ = nullptr;
   char* end_ = nullptr;
   std::size_t chunk_size_ = std::size_t{1} << 16;
+};
+
+/// Writes rows of a fixed number of cells straight into an arena: each
+/// text goes to its place in the row's block as it is added, so a reader
+/// copies each byte once and keeps no row of its own.
+class ArenaRowWriter {
+ public:
+  ArenaRowWriter(RowArena& arena, std::size_t cells) noexcept
+      : arena_(arena), cells_(cells), head_(4 * (2 + cells)) {}
+
+  /// Starts a row.
+  void begin() {
+    row_ = arena_.open(head_ + 64);
+    cursor_ = row_ + head_;
+    limit_ = arena_.limit();
+    count_ = 0;
+  }
+  /// Number of cells added to the row.
+  std::size_t size() const noexcept { return count_; }
+  /// Adds a present cell of `length` bytes (no NUL among them); at most the
+  /// writer's number of cells.  Error (no_memory) when the row's texts
+  /// would reach 2 GiB.
+  /// `readable` is how many bytes from `text` on may be read: with 16 of
+  /// them, a short text is copied as two words rather than by a call.
+  void add(const char* text, std::size_t length, std::size_t readable = 0) {
+    const auto used = static_cast<std::size_t>(cursor_ - row_ - head_);
+    if (length >= 0x7FFFFFFFu - used) too_large();
+    if (static_cast<std::size_t>(limit_ - cursor_) <= length + 16) grow(length + 17);
+    char* const to = cursor_;
+    set(2 + count_++, static_cast<std::uint32_t>(used));
+    if (length < 16 && readable >= 16) {
+      std::uint64_t words[2];
+      std::memcpy(words, text, 16);
+      std::memcpy(to, words, 16);
+    } else {
+      std::memcpy(to, text, length);
+    }
+    to[length] = '\0';
+    cursor_ = to + length + 1;
+  }
+  void add_missing() noexcept { set(2 + count_++, DataRow::kMissing); }
+  /// The row, its cells not added missing; its block is the arena's.
+  DataRow finish() noexcept;
+
+ private:
+  [[noreturn]] static void too_large();
+  void grow(std::size_t size);
+  void set(std::size_t k, std::uint32_t w) noexcept { std::memcpy(row_ + 4 * k, &w, sizeof w); }
+
+  RowArena& arena_;
+  std::size_t cells_;
+  std::size_t head_;
+  char* row_ = nullptr;
+  char* cursor_ = nullptr;
+  char* limit_ = nullptr;  // the end of the open row's room
+  std::size_t count_ = 0;
 };
 
 /// Gathers the cells of a row and makes its block; clear() keeps the

@@ -69,7 +69,8 @@ struct PlainNumber {
 // Matches a plain decimal number at [p, last): optional sign, digits with an
 // optional point (at least one digit), optional exponent with digits.
 // Returns the end of the match, or null when there is none.
-const char* match_plain(const char* p, const char* last, PlainNumber& n) noexcept {
+[[gnu::always_inline]] inline const char* match_plain(const char* p, const char* last,
+                                                      PlainNumber& n) noexcept {
   n = PlainNumber{};
   if (p != last && (*p == '+' || *p == '-')) n.negative = *p++ == '-';
   for (; p != last && is_digit(*p); ++p, ++n.digits)
@@ -268,10 +269,53 @@ int Lexer::next_token() {
   }
 }
 
+// Skips the blanks (white space but `\v` and `\f`, no comments) before the
+// next token within the buffer; false when a token could not be taken by a
+// fast path (a token held back, another reader than the basic one).
+bool Lexer::skip_plain_blanks() noexcept {
+  if (pushed_count_ > 0 || reader_ != TokenReader::basic) return false;
+  const char* p = pos_;
+  for (; p != end_; ++p) {
+    if (*p == '\n') ++line_;
+    else if (*p != ' ' && *p != '\t' && *p != '\r') break;
+  }
+  pos_ = p;
+  return true;
+}
+
+bool Lexer::take_parenthesis(char c) {
+  if (!skip_plain_blanks() || pos_ == end_ || *pos_ != c) return false;
+  ++pos_;
+  return true;
+}
+
+bool Lexer::take_plain_number(double& value) {
+  if (!skip_plain_blanks()) return false;
+  const char* const p = pos_;
+  // The number must end within the buffer, before a character that no
+  // number continues with; both converters round as strtod does.
+  PlainNumber plain;
+  const char* const end = match_plain(p, end_, plain);
+  if (end == nullptr || end == end_ || is_scan_char(static_cast<unsigned char>(*end)) ||
+      !plain.exact(value))
+    return false;
+  pos_ = end;
+  number_ = value;
+  text_.clear();
+  return true;
+}
+
 // blanks: (white space | `%` any-but-newline* (newline | end of input))*
 // Returns the first character after them.
 int Lexer::skip_blanks() {
   for (;;) {
+    // Blanks within the buffer are skipped with a local pointer.
+    const char* p = pos_;
+    while (p != end_ && (*p == ' ' || *p == '\n' || *p == '\t' || *p == '\r')) {
+      if (*p == '\n') ++line_;
+      ++p;
+    }
+    pos_ = p;
     int c = get_char();
     if (c == '\n') {
       ++line_;
@@ -336,11 +380,21 @@ int Lexer::read_token() {
 // name: (letter | `_`) (letter | digit | `_` | `.`)*, where every `.` is
 // followed by a letter or `_`
 int Lexer::read_name(int first) {
-  text_.clear();
-  text_.push_back(static_cast<char>(first));
-  int c;
-  while (is_name_char(c = get_char())) text_.push_back(static_cast<char>(c));
-  if (!unget_char(c)) return unget_failed();
+  // A name that ends within the buffer and fits the text's room is taken
+  // in one piece (a longer one grows the text byte by byte, so that running
+  // out of memory leaves the rest of it unread).
+  const char* p = pos_;
+  while (p != end_ && is_name_char(static_cast<unsigned char>(*p))) ++p;
+  if (p != end_ && static_cast<std::size_t>(p - pos_) < text_.capacity()) {
+    text_.assign(pos_ - 1, p);
+    pos_ = p;
+  } else {
+    text_.clear();
+    text_.push_back(static_cast<char>(first));
+    int c;
+    while (is_name_char(c = get_char())) text_.push_back(static_cast<char>(c));
+    if (!unget_char(c)) return unget_failed();
+  }
   if (text_.find('.') == std::string::npos) return TOKEN_NAME;
   for (std::size_t i = 0; i < text_.size(); ++i) {
     if (text_[i] != '.') continue;
@@ -435,6 +489,15 @@ int Lexer::read_stream_number() {
 
 // string: `"` (character | escape)* `"`, on one line unless joined by `\`
 int Lexer::read_string() {
+  // A string without escapes, NULs or newlines that ends within the buffer
+  // and fits the text's room is taken in one piece.
+  const char* p = pos_;
+  while (p != end_ && *p != '"' && *p != '\\' && *p != '\n' && *p != '\0') ++p;
+  if (p != end_ && *p == '"' && static_cast<std::size_t>(p - pos_) <= text_.capacity()) {
+    text_.assign(pos_, p);
+    pos_ = p + 1;
+    return TOKEN_STRING;
+  }
   text_.clear();
   for (;;) {
     int c = get_char();

@@ -62,6 +62,15 @@ class Lexer {
   /// without a hexadecimal digit) and leave failure() as it was.  A read
   /// error of the stream throws Error(io) with nothing reported.
   int next_token();
+  /// The fast path of table values: with no token held back and the basic
+  /// reader, skips blanks and takes a number token when a plain decimal
+  /// number follows that next_token would convert to the same value; its
+  /// value is then in `value` and number().  False otherwise, having
+  /// consumed no more than blanks: next_token then reads the token.
+  bool take_plain_number(double& value);
+  /// The same for a parenthesis `c` (`(` or `)`): true when it is the next
+  /// token, which is then consumed.
+  bool take_parenthesis(char c);
   /// Gives a token back (at most two are held); the last one given back is
   /// returned first.
   void push_back(int token) noexcept;
@@ -100,6 +109,7 @@ class Lexer {
   // a string source is EOF and is never stepped over.  Throws Error(io) on
   // a read error of the stream.
   int get_char();
+  bool skip_plain_blanks() noexcept;
   // Gives back the character just read; giving back EOF does nothing.
   bool unget_char(int c) noexcept;
   // Stream source: reads the next chunk of the stream into the buffer,

@@ -83,13 +83,13 @@ void Node::resize_states(std::size_t count) {
   constexpr std::uint64_t kPerState = sizeof(std::optional<std::string>) + sizeof(double);
   if (count >= (std::uint64_t{1} << 48) || !platform::allocation_possible(count * kPerState))
     throw Error(K_ERROR_NO_MEMORY);
-  std::vector<std::optional<std::string>> labels = state_labels_;
-  labels.resize(count);
-  std::vector<double> values = state_values_;
-  values.resize(count + 1, 0.0);
+  // Both lists are reserved first (which may throw and changes nothing);
+  // resizing within the room reserved cannot fail.
+  state_labels_.reserve(count);
+  state_values_.reserve(count + 1);
   const bool changed = count != state_labels_.size();
-  state_labels_.swap(labels);
-  state_values_.swap(values);
+  state_labels_.resize(count);
+  state_values_.resize(count + 1, 0.0);
   // No code or finding vector fits a different number of states.
   if (changed) evidence.forget_all();
   cases.drop_states_from(count);

@@ -29,8 +29,12 @@ class PtrList {
     return it == end() ? npos : static_cast<std::size_t>(it - begin());
   }
 
-  /// Makes room for `extra` more items so that the next inserts cannot fail.
-  void reserve_more(std::size_t extra) { items_.reserve(items_.size() + extra); }
+  /// Makes room for `extra` more items so that the next inserts cannot fail
+  /// (growing geometrically, so that adding items one by one stays linear).
+  void reserve_more(std::size_t extra) {
+    const std::size_t wanted = items_.size() + extra;
+    if (wanted > items_.capacity()) items_.reserve(std::max(wanted, items_.capacity() * 2));
+  }
   void push_back(T* item) { items_.insert(items_.end() - 1, item); }
   void insert(std::size_t pos, T* item) { items_.insert(items_.begin() + pos, item); }
   void erase_at(std::size_t pos) { items_.erase(items_.begin() + pos); }

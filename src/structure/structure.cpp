@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdint>
 #include <limits>
 #include <memory>
 #include <string_view>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -67,19 +67,92 @@ bool is_chance_decision_or_utility(const Node& node) noexcept {
   return c == K_CATEGORY_CHANCE || c == K_CATEGORY_DECISION || c == K_CATEGORY_UTILITY;
 }
 
+// The scratch of a graph search: the stack and the nodes met, an
+// open-addressing table of pointers.  Each thread keeps one and empties it
+// after a search, so that a search allocates nothing once the table has
+// grown to the graph's size (readers add a link per parent, each with a
+// search for a cycle).
+class SearchScratch {
+ public:
+  std::vector<const Node*> stack;
+
+  /// Adds `node`; false when it was met before.
+  bool insert(const Node* node) {
+    if ((used_.size() + 1) * 2 > slots_.size()) grow();
+    std::size_t i = slot_of(node);
+    while (slots_[i] != nullptr) {
+      if (slots_[i] == node) return false;
+      i = (i + 1) & (slots_.size() - 1);
+    }
+    slots_[i] = node;
+    used_.push_back(i);
+    return true;
+  }
+
+  void clear() noexcept {
+    for (const std::size_t i : used_) slots_[i] = nullptr;
+    used_.clear();
+    stack.clear();
+  }
+
+ private:
+  std::size_t slot_of(const Node* node) const noexcept {
+    const auto bits = reinterpret_cast<std::uintptr_t>(node) >> 4;
+    return static_cast<std::size_t>(bits * 0x9E3779B97F4A7C15ULL) & (slots_.size() - 1);
+  }
+
+  void grow() {
+    std::vector<const Node*> met;
+    met.reserve(used_.size() + 1);
+    for (const std::size_t i : used_) met.push_back(slots_[i]);
+    std::vector<const Node*> slots(std::max<std::size_t>(64, slots_.size() * 2), nullptr);
+    used_.reserve(slots.size() / 2);
+    slots_.swap(slots);
+    used_.clear();
+    for (const Node* n : met) insert(n);
+  }
+
+  std::vector<const Node*> slots_;
+  std::vector<std::size_t> used_;
+};
+
+thread_local SearchScratch search_scratch;
+
+// The thread's scratch for one search, emptied when the search ends (by
+// return or by throw).  Searches do not nest.
+class Search {
+ public:
+  Search() = default;
+  ~Search() { search_scratch.clear(); }
+  Search(const Search&) = delete;
+  Search& operator=(const Search&) = delete;
+
+  SearchScratch* operator->() noexcept { return &search_scratch; }
+};
+
 // Walks from `start` along links in one direction, through function nodes
 // only, and tells whether a node satisfying `goal` is met (start included).
 template <class Goal>
 bool reaches_through_functions(const Node& start, bool downwards, Goal goal) {
-  std::vector<const Node*> stack{&start};
-  std::unordered_set<const Node*> seen{&start};
-  while (!stack.empty()) {
-    const Node* n = stack.back();
-    stack.pop_back();
+  // Most starts have no function node next to them: their neighbours are
+  // all the search would look at.
+  if (goal(start)) return true;
+  bool deeper = false;
+  for (const Node* next : downwards ? start.children() : start.parents()) {
+    if (goal(*next)) return true;
+    if (next->category() == K_CATEGORY_FUNCTION) deeper = true;
+  }
+  if (!deeper) return false;
+  Search search;
+  search->stack.push_back(&start);
+  search->insert(&start);
+  while (!search->stack.empty()) {
+    const Node* n = search->stack.back();
+    search->stack.pop_back();
     if (goal(*n)) return true;
     if (n != &start && n->category() != K_CATEGORY_FUNCTION) continue;
     for (Node* next : downwards ? n->children() : n->parents())
-      if (seen.insert(next).second) stack.push_back(next);
+      if (search->insert(next)) search->stack.push_back(next);
   }
   return false;
 }
@@ -133,8 +206,12 @@ bool can_have_table(const Node& node) noexcept {
 Table& node_table(Node& node) {
   require(can_have_table(node) && (node.table() != nullptr || !in_chain_component(node)));
   if (node.table() != nullptr) return *node.table();
+  // The discrete parents newest first, the node, the continuous parents.
   std::vector<Node*> members;
-  if (node.category() != K_CATEGORY_FUNCTION) members = discrete_parents_newest_first(node);
+  members.reserve(node.parents().size() + 1);
+  if (node.category() != K_CATEGORY_FUNCTION)
+    for (auto it = node.parents().end(); it != node.parents().begin();)
+      if ((*--it)->is_discrete()) members.push_back(*it);
   if (node.kind() != K_KIND_OTHER) members.push_back(&node);
   if (node.category() != K_CATEGORY_FUNCTION)
     for (Node* p : node.parents())
@@ -173,14 +250,15 @@ bool reaches(const Node& ancestor, const Node& node) {
   // Readers add a node's parents before its children exist: no search then.
   if (&ancestor == &node) return true;
   if (ancestor.children().empty()) return false;
-  std::vector<const Node*> stack{&ancestor};
-  std::unordered_set<const Node*> seen{&ancestor};
-  while (!stack.empty()) {
-    const Node* n = stack.back();
-    stack.pop_back();
+  Search search;
+  search->stack.push_back(&ancestor);
+  search->insert(&ancestor);
+  while (!search->stack.empty()) {
+    const Node* n = search->stack.back();
+    search->stack.pop_back();
     if (n == &node) return true;
     for (Node* c : n->children())
-      if (seen.insert(c).second) stack.push_back(c);
+      if (search->insert(c)) search->stack.push_back(c);
   }
   return false;
 }

@@ -115,6 +115,7 @@ Table::Table(Domain& domain, const std::vector<Node*>& nodes, TableRole role, No
     : Object(ObjectTag::table), domain_(&domain), role_(role), owner_(owner) {
   Destroy<Table>::registered = [](Table* table) noexcept { delete table; };
   nodes_.reserve_more(nodes.size());
+  counts_.reserve(nodes.size());
   for (Node* n : nodes) {
     nodes_.push_back(n);
     if (!n->is_discrete()) continue;

@@ -50,7 +50,7 @@ class FieldReader {
   FieldReader(std::FILE* stream, unsigned char separator, k_parse_error_handler_t handler,
               void* data)
       : stream_(stream), buffer_(new char[kBufferSize]), handler_(handler), data_(data) {
-    p_ = end_ = reinterpret_cast<const unsigned char*>(buffer_.get());
+    begin_ = p_ = end_ = reinterpret_cast<const unsigned char*>(buffer_.get());
     set_tables(separator);
   }
 
@@ -83,6 +83,34 @@ class FieldReader {
       }
     }
     return *p_ == '"' ? read_quoted() : read_plain();
+  }
+
+  // The usual field, read without a call per step: unquoted, starting with
+  // no white space, ending at the separator or the newline within the
+  // buffer, no NUL in it.  Gives its text (trailing white space cut; empty
+  // means missing) and whether it ended its record; false, having consumed
+  // nothing, for any other field, which read() then takes.
+  bool read_usual(bool first, std::string_view& text, bool& line_ended) noexcept {
+    const unsigned char* const begin = p_;
+    if (begin == end_ || blank_[*begin] || *begin == '"' || (first && *begin == '\n')) return false;
+    const unsigned char* const stop = skip(begin, plain_stop_, repeated_, 3);
+    if (stop == end_ || *stop == '"' || *stop == '\0') return false;
+    line_ended = *stop == '\n';
+    std::size_t length = static_cast<std::size_t>(stop - begin);
+    while (length > 0 && is_blank(begin[length - 1])) --length;
+    text = std::string_view(reinterpret_cast<const char*>(begin), length);
+    p_ = stop + 1;
+    if (first) ++line_;
+    return true;
+  }
+
+  // How many bytes from `text` on lie in the input's buffer (0 for a text
+  // gathered elsewhere).
+  std::size_t readable(const char* text) const noexcept {
+    const auto t = reinterpret_cast<std::uintptr_t>(text);
+    const auto first = reinterpret_cast<std::uintptr_t>(start_ != nullptr ? start_ : begin_);
+    const auto last = reinterpret_cast<std::uintptr_t>(end_);
+    return t >= first && t < last ? last - t : 0;
   }
 
   // The text of the last present field, valid until the next read().
@@ -269,6 +297,7 @@ class FieldReader {
   std::unique_ptr<char[]> buffer_;
   bool at_eof_ = false;
   const unsigned char* start_ = nullptr;  // a string source's start
+  const unsigned char* begin_ = nullptr;  // a stream's buffer
   const unsigned char* p_ = nullptr;      // next unread character
   const unsigned char* end_ = nullptr;    // end of the buffered input
   k_parse_error_handler_t handler_;
@@ -299,25 +328,33 @@ std::unique_ptr<DataSet> read(FieldReader& in) {
     field = in.read(false);
   }
 
-  // Each row's cells are gathered in one builder and stored as one block.
+  // Each row's cells are written straight into its block in the data set's
+  // arena; the fields not given are missing.
   const std::size_t columns = data_set->columns.size();
-  RowBuilder row;
-  while ((field = in.read(true)) != Field::end_of_file) {
-    row.clear();
-    for (;;) {
-      if (row.size() == columns) in.fail("too many fields");
-      if (field == Field::present) {
-        row.add(in.text().data(), in.text().size());
+  ArenaRowWriter row(data_set->arena, columns);
+  for (;;) {
+    row.begin();
+    bool first = true;
+    for (;; first = false) {
+      std::string_view text;
+      bool ended = false;
+      bool present = false;
+      if (in.read_usual(first, text, ended)) {
+        present = !text.empty();
       } else {
-        row.add_missing();
+        field = in.read(first);
+        if (field == Field::end_of_file) return data_set;
+        present = field == Field::present;
+        text = in.text();
+        ended = in.line_ended();
       }
-      if (in.line_ended()) break;
-      field = in.read(false);
+      if (row.size() == columns) in.fail("too many fields");
+      if (present) row.add(text.data(), text.size(), in.readable(text.data()));
+      else row.add_missing();
+      if (ended) break;
     }
-    while (row.size() < columns) row.add_missing();  // the fields not given are missing
-    data_set->rows.push_back(row.build(&data_set->arena));
+    data_set->rows.push_back(row.finish());
   }
-  return data_set;
 }
 
 // Appends `text` as one field: as it stands, or quoted when the reader

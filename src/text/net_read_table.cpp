@@ -1,6 +1,7 @@
 // Table values of NET potentials: the flat and nested forms, numbers and
 // conditional-Gaussian items, placed from the written order into the
 // table's own order.
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <vector>
@@ -16,45 +17,58 @@ namespace kelva {
 namespace {
 
 // Walks the configurations of the written order (last node fastest) and
-// keeps the index of the current one in the table's own order.
+// keeps the index of the current one in the table's own order.  Its levels
+// (one per node of the written order) are kept inline for the usual few
+// nodes, so that a table is placed without allocating.
 class Placement {
  public:
   Placement(const Table& table, const std::vector<Node*>& order) {
-    const std::size_t d = table.discrete_count();
-    std::vector<std::uint64_t> own_strides(d);
-    std::uint64_t stride = 1;
-    for (std::size_t k = d; k-- > 0;) {
-      own_strides[k] = stride;
-      stride *= table.state_counts()[k];
+    if (order.size() > kInline) spill_.resize(order.size());
+    levels_ = order.size() > kInline ? spill_.data() : inline_.data();
+    count_ = order.size();
+    for (std::size_t i = 0; i < count_; ++i) {
+      const std::size_t pos = table.nodes().index_of(order[i]);
+      std::uint64_t stride = 1;
+      for (std::size_t k = pos + 1; k < table.discrete_count(); ++k)
+        stride *= table.state_counts()[k];
+      levels_[i] = Level{table.state_counts()[pos], stride, 0, 0};
     }
-    for (Node* n : order) {
-      const std::size_t pos = table.nodes().index_of(n);
-      counts_.push_back(table.state_counts()[pos]);
-      strides_.push_back(own_strides[pos]);
-    }
-    states_.assign(order.size(), 0);
   }
+  Placement(const Placement&) = delete;
+  Placement& operator=(const Placement&) = delete;
 
   std::uint64_t index() const noexcept { return index_; }
 
   void advance() noexcept {
-    for (std::size_t k = counts_.size(); k-- > 0;) {
-      if (++states_[k] < counts_[k]) {
-        index_ += strides_[k];
+    for (std::size_t k = count_; k-- > 0;) {
+      Level& l = levels_[k];
+      if (++l.state < l.count) {
+        index_ += l.stride;
         return;
       }
-      index_ -= strides_[k] * (counts_[k] - 1);
-      states_[k] = 0;
+      index_ -= l.stride * (l.count - 1);
+      l.state = 0;
     }
   }
 
-  std::size_t levels() const noexcept { return counts_.size(); }
-  std::size_t count(std::size_t level) const noexcept { return counts_[level]; }
+  std::size_t levels() const noexcept { return count_; }
+  std::size_t count(std::size_t level) const noexcept { return levels_[level].count; }
+  /// The entries of a level that the nested form has finished.
+  std::size_t& done(std::size_t level) noexcept { return levels_[level].done; }
 
  private:
-  std::vector<std::size_t> counts_;
-  std::vector<std::uint64_t> strides_;
-  std::vector<std::size_t> states_;
+  struct Level {
+    std::size_t count;
+    std::uint64_t stride;
+    std::size_t state;
+    std::size_t done;
+  };
+  static constexpr std::size_t kInline = 12;
+
+  std::array<Level, kInline> inline_{};
+  std::vector<Level> spill_;
+  Level* levels_ = nullptr;
+  std::size_t count_ = 0;
   std::uint64_t index_ = 0;
 };
 
@@ -119,13 +133,13 @@ class TableReader {
       read_item(false);
       return;
     }
-    std::vector<std::size_t> done(levels, 0);
     expect('(');
     std::size_t k = 0;
+    place_.done(0) = 0;
     for (;;) {
       if (k + 1 < levels) {
         expect('(');
-        done[++k] = 0;
+        place_.done(++k) = 0;
         continue;
       }
       for (std::size_t s = 0; s < place_.count(k); ++s) {
@@ -136,7 +150,7 @@ class TableReader {
       for (;;) {
         if (k == 0) return;
         --k;
-        if (++done[k] < place_.count(k)) break;
+        if (++place_.done(k) < place_.count(k)) break;
         expect(')');
       }
     }
@@ -148,9 +162,12 @@ class TableReader {
   }
 
   void read_number(bool flat) {
-    const int t = lx_.next_token();
-    if (t != TOKEN_NUMBER) net_fail(lx_, "number expected", t);
-    const double v = finite(lx_.number());
+    double v = 0.0;
+    if (!lx_.take_plain_number(v)) {
+      const int t = lx_.next_token();
+      if (t != TOKEN_NUMBER) net_fail(lx_, "number expected", t);
+      v = finite(lx_.number());
+    }
     if (target_.probability && v < 0.0) {
       if (flat) lx_.report_error("<number> must be nonnegative");
       else lx_.report_warning("warning: negative value in probability potential");
@@ -244,6 +261,7 @@ class TableReader {
   }
 
   void expect(int c) {
+    if (lx_.take_parenthesis(static_cast<char>(c))) return;
     const int t = lx_.next_token();
     if (t != c) net_fail(lx_, net_message("`%c' expected", c), t);
   }

@@ -511,19 +511,23 @@ class NetReader {
   // states: `(` string+ `)`
   void read_states(Node& node) {
     expect('(');
-    std::vector<std::string> labels;
-    for (;;) {
+    // One list of labels serves every node.
+    std::vector<std::string>& labels = labels_;
+    std::size_t count = 0;
+    for (;; ++count) {
       const int t = next();
       if (t == ')') break;
       if (t != TOKEN_STRING) fail("state or `)' expected", t);
-      labels.push_back(lx_.text());
+      if (count == labels.size()) labels.emplace_back();
+      labels[count] = lx_.text();
     }
+    labels.resize(count);
     if (labels.empty()) fail("empty list of states");
     // The node is still being declared: nothing refers to it yet, so its
     // states are set directly (whatever its subtype; a boolean node with a
     // wrong count is reported at the end of the block).
     api([&] { node.resize_states(labels.size()); });
-    for (std::size_t i = 0; i < labels.size(); ++i) node.set_state_label(i, std::move(labels[i]));
+    for (std::size_t i = 0; i < labels.size(); ++i) node.set_state_label(i, labels[i]);
   }
 
   // subtype: `label` | `boolean` | `number` | `interval`
@@ -571,6 +575,8 @@ class NetReader {
   // potential-block: `potential` `(` name+ [`|` name*] `)` (`;` | `{` potential-attribute* `}`)
   void read_potential() {
     Potential p;
+    p.children.reserve(1);
+    p.parents.reserve(8);
     expect('(');
     bool in_parents = false;
     for (;;) {
@@ -633,12 +639,17 @@ class NetReader {
     for (Node* n : p.parents)
       if (n->category() == K_CATEGORY_UTILITY)
         fail(net_message("utility node `%s' specified as parent", n->name().c_str()));
-    std::unordered_set<Node*> seen;
-    for (const auto* list : {&p.children, &p.parents})
-      for (Node* n : *list)
-        if (!seen.insert(n).second)
-          fail(
-              net_message("node `%s' appears twice in potential specification", n->name().c_str()));
+    // The head in written order, children first: the first node met before
+    // is named twice.  Heads are short: a pairwise check needs no set.
+    const std::size_t head = p.children.size() + p.parents.size();
+    auto at = [&p](std::size_t i) {
+      return i < p.children.size() ? p.children[i] : p.parents[i - p.children.size()];
+    };
+    for (std::size_t i = 1; i < head; ++i)
+      for (std::size_t j = 0; j < i; ++j)
+        if (at(j) == at(i))
+          fail(net_message("node `%s' appears twice in potential specification",
+                           at(i)->name().c_str()));
     // Function nodes are evaluated from their parents, whatever their kind,
     // so they may have continuous parents (as links allow).
     for (Node* c : p.children)
@@ -784,6 +795,7 @@ class NetReader {
   // lists them, parents first, then the children.
   static std::vector<Node*> written_order(const Potential& p, const Table& table) {
     std::vector<Node*> order;
+    order.reserve(table.nodes().size());
     for (const auto* list : {&p.parents, &p.children})
       for (Node* n : *list)
         if (n->is_discrete() && table.nodes().contains(n)) order.push_back(n);
@@ -863,6 +875,7 @@ class NetReader {
   Lexer& lx_;
   Domain& domain_;
   std::unordered_set<Node*> has_potential_;
+  std::vector<std::string> labels_;  // read_states' scratch
   const ClassLoader* loader_ = nullptr;
   std::optional<std::vector<std::string>> inputs_;
   std::optional<std::vector<std::string>> outputs_;

@@ -10,8 +10,10 @@
 
 #include "common/expect_code.h"
 #include "common/fail_new.h"
+#include "dataset/data_row.h"
 #include "dataset/data_set_fixture.h"
 #include "kelva/kelva.h"
+#include "network/error.h"
 
 namespace {
 
@@ -231,6 +233,32 @@ TEST(DataSet, ReadsDecimalNumbersOnly) {
 
 // Every operation that allocates, failed at each allocation in turn, leaves
 // the data set exactly as it was.
+// Rows written straight into an arena: a row that outgrows its chunk moves
+// whole to a new one, cells not written read as missing, and a text that
+// would reach 2 GiB is refused before anything is read from it.
+TEST(DataSet, ArenaRowsMoveWholeAndRefuseHugeTexts) {
+  kelva::RowArena arena;
+  kelva::ArenaRowWriter writer(arena, 3);
+  std::vector<std::string> texts;
+  std::vector<kelva::DataRow> rows;
+  for (std::size_t n = 0; n < 60; ++n) {
+    texts.emplace_back(n * n * 997 % 300000, static_cast<char>('a' + n % 26));
+    writer.begin();
+    writer.add("x", 1);
+    writer.add(texts[n].c_str(), texts[n].size(), texts[n].size() + 1);
+    rows.push_back(writer.finish());
+  }
+  for (std::size_t n = 0; n < rows.size(); ++n) {
+    ASSERT_EQ(rows[n].size(), 3u);
+    EXPECT_STREQ(rows[n].cell(0), "x");
+    EXPECT_EQ(rows[n].cell(1), texts[n]) << n;
+    EXPECT_EQ(rows[n].cell(2), nullptr);
+  }
+  writer.begin();
+  const volatile std::size_t huge = 0x7FFFFFFFu;  // a length only, never read
+  EXPECT_THROW(writer.add(texts[1].c_str(), huge), kelva::Error);
+}
+
 TEST(DataSet, FailedAllocationChangesNothing) {
   const std::vector<std::pair<const char*, std::function<bool(k_data_set_t)>>> calls = {
       {"new column",
