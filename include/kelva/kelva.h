@@ -2210,6 +2210,13 @@ KELVA_API k_status_t k_domain_compute_dbn_predictions(k_domain_t domain, k_size_
 KELVA_API double k_node_get_predicted_belief(k_node_t node, k_size_t state, k_size_t time);
 /** Predicted mean of a continuous node of the window; -1 on error. */
 KELVA_API double k_node_get_predicted_mean(k_node_t node, k_size_t time);
+/** Predicted value of a real-valued function node of the window `time`
+ *  slices after it: its expression evaluated on the predicted beliefs as
+ *  k_node_get_value evaluates it on propagated ones (a discrete node it
+ *  depends on through its state must be certain).  -1 on error: "usage"
+ *  (not such a node, no predictions, time beyond them), and the errors of
+ *  k_node_get_value ("no_value", ...). */
+KELVA_API double k_node_get_predicted_value(k_node_t node, k_size_t time);
 /** Predicted variance of a continuous node of the window; -1 on error. */
 KELVA_API double k_node_get_predicted_variance(k_node_t node, k_size_t time);
 
