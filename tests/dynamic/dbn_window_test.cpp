@@ -158,7 +158,6 @@ TEST(DbnWindow, MovingWindowPredictionsAndBkMatchTheUnrolledNetwork) {
       }
       // Move when the window is full, and now and then earlier, so that
       // evidence of later slices moves down with them.
-      // Beyond the window too: the slices between get no evidence.
       if (slice == w || rng() % 3 == 0) {
         const bool beyond = slice == w && rng() % 4 == 0;
         const int k = beyond ? w + 1 + static_cast<int>(rng() % 2)
@@ -175,66 +174,6 @@ TEST(DbnWindow, MovingWindowPredictionsAndBkMatchTheUnrolledNetwork) {
     k_cc_delete(s.cc);
   }
   std::printf("largest Boyen-Koller error against exact filtering: %.3g\n", bk_error);
-}
-
-// Predicted values of function nodes are the unrolled network's values.
-TEST(DbnWindow, PredictedValuesOfFunctionNodes) {
-  k_class_collection_t cc = k_new_class_collection();
-  k_class_t cls = k_cc_new_class(cc, "S");
-  auto node = [&](const char* name, k_category_t category, k_kind_t kind) {
-    k_node_t n = k_domain_new_node(body(cls), category, kind, K_SUBTYPE_NUMBER);
-    k_node_set_name(n, name);
-    return n;
-  };
-  k_node_t n = node("N", K_CATEGORY_CHANCE, K_KIND_DISCRETE);
-  k_node_t o = node("O", K_CATEGORY_CHANCE, K_KIND_DISCRETE);
-  k_node_set_number_of_states(n, 2);
-  k_node_set_number_of_states(o, 2);
-  k_node_set_state_value(n, 0, 0.0);
-  k_node_set_state_value(n, 1, 2.0);
-  k_node_t n0 = k_node_create_temporal_clone(n);
-  k_node_set_name(n0, "N0");
-  k_node_add_parent(n, n0);
-  k_node_add_parent(o, n);
-  const double trans[] = {0.8, 0.2, 0.3, 0.7}, seen[] = {0.9, 0.1, 0.2, 0.8}, half[] = {0.5, 0.5};
-  k_table_set_data(k_node_get_table(n), trans, 4, 0, 4);
-  k_table_set_data(k_node_get_table(o), seen, 4, 0, 4);
-  k_table_set_data(k_node_get_table(n0), half, 2, 0, 2);
-  // A function of N's belief, and one of N's state (no value unless known).
-  k_node_t none[] = {nullptr};
-  const char* texts[] = {"variance (N) + 1", "N * 2"};
-  for (const char* name : {"F", "G"}) {
-    k_node_t f = node(name, K_CATEGORY_FUNCTION, K_KIND_OTHER);
-    k_node_add_parent(f, n);
-    ASSERT_EQ(k_model_set_expression_from_string(k_node_new_model(f, none), 0,
-                                                 texts[*name - 'F'], nullptr, nullptr),
-              0);
-  }
-  k_domain_t win = k_class_create_dbn_domain(cls, 1), flat = k_class_create_dbn_domain(cls, 5);
-  ASSERT_EQ(k_domain_triangulate_dbn(win, K_TM_BEST_GREEDY), 0);
-  for (k_domain_t d : {win, flat}) ASSERT_EQ(k_domain_compile(d), 0) << k_error_code();
-  k_node_select_state(named(win, "T1.O"), 1);
-  ASSERT_EQ(k_domain_move_dbn_window(win, 1), 0);
-  k_node_select_state(named(win, "T1.O"), 0);
-  k_node_select_state(named(flat, "T1.O"), 1);
-  k_node_select_state(named(flat, "T2.O"), 0);
-  ASSERT_EQ(k_domain_propagate(flat, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
-  ASSERT_EQ(k_domain_compute_dbn_predictions(win, 3), 0) << k_error_code();
-  for (int i = 0; i < 3; ++i) {
-    const double v = k_node_get_predicted_value(named(win, "T1.F"), i);
-    char there[16];
-    std::snprintf(there, sizeof there, "T%d.F", 3 + i);
-    EXPECT_NEAR(v, k_node_get_value(named(flat, there)), 1e-12);
-    EXPECT_GT(v, 1.0);
-    EXPECT_EQ(k_node_get_predicted_value(named(win, "T1.G"), i), -1.0);
-    EXPECT_EQ(k_error_code(), K_ERROR_NO_VALUE);
-  }
-  EXPECT_EQ(k_node_get_predicted_value(named(win, "T1.N"), 0), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  EXPECT_EQ(k_node_get_predicted_value(named(win, "T1.F"), 3), -1.0);
-  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  for (k_domain_t d : {win, flat}) k_domain_delete(d);
-  k_cc_delete(cc);
 }
 
 TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
