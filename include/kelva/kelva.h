@@ -2228,8 +2228,10 @@ KELVA_API double k_node_get_predicted_variance(k_node_t node, k_size_t time);
  * that is kept.  The learned table is written into the class node, into
  * every copy in the domain and, for a window, into its predictor and the
  * clones' initial priors (a window's first-slice clones share the table of
- * their class clone while the window's offset is 0).  Predictions are
- * forgotten.  Other domains made from the classes keep their tables.
+ * their class clone while the window's offset is 0).  Learning from the
+ * stored cases starts from the class tables, which are first written into
+ * every copy; adaptation uses the evidence propagated under the domain's
+ * tables as they are.  Predictions are forgotten.  Other domains made from the classes keep their tables.
  * Errors of all five: "usage" (null; the domain's nodes name no class node,
  * because it was not made from classes or a node of its classes was deleted
  * since; no class node has an experience table; a copy's table no longer

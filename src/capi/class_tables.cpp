@@ -1,6 +1,7 @@
 // Learning the tables of classes from a domain made from them.
-#include "capi/boundary.h"
 #include "learning/class_tables.h"
+
+#include "capi/boundary.h"
 
 using kelva::capi::get;
 using kelva::capi::guard_status;

@@ -207,7 +207,8 @@ Domain& compiled_predictor(DbnLayout& layout) {
 
 // The joint of every clone (in clone order) as the product of the
 // clusters' joints, each over its clones in cluster order.
-std::vector<double> product_of(const DbnLayout& layout, const std::vector<std::vector<double>>& joints) {
+std::vector<double> product_of(const DbnLayout& layout,
+                               const std::vector<std::vector<double>>& joints) {
   const std::size_t m = layout.clones.size();
   std::vector<std::size_t> states(m, 0);
   std::vector<double> joint;
@@ -215,7 +216,8 @@ std::vector<double> product_of(const DbnLayout& layout, const std::vector<std::v
     double p = 1.0;
     for (std::size_t c = 0; c < layout.clusters.size(); ++c) {
       std::size_t index = 0;
-      for (std::size_t i : layout.clusters[c]) index = index * layout.clones[i]->state_count() + states[i];
+      for (std::size_t i : layout.clusters[c])
+        index = index * layout.clones[i]->state_count() + states[i];
       p *= joints[c][index];
     }
     joint.push_back(p);
@@ -368,7 +370,8 @@ void compute_dbn_predictions(Domain& domain, std::size_t steps) {
         try {
           beliefs.push_back({function_node_value(*n)});
         } catch (const Error& e) {
-          beliefs.push_back({std::numeric_limits<double>::quiet_NaN(), static_cast<double>(e.code())});
+          beliefs.push_back(
+              {std::numeric_limits<double>::quiet_NaN(), static_cast<double>(e.code())});
         }
       } else if (slot == nullptr) beliefs.emplace_back();
       else if (n->is_discrete()) beliefs.push_back(slot->marginal);

@@ -93,7 +93,9 @@ struct Saved {
 
 class ClassTies final : public TiedTables {
  public:
-  explicit ClassTies(Domain& domain);
+  // With `from_class`, every copy first takes its class node's table, so
+  // that learning starts from the class tables.
+  ClassTies(Domain& domain, bool from_class);
 
   const std::vector<Node*>& nodes() const noexcept override { return nodes_; }
   void maximize(const std::vector<const std::vector<double>*>& counts) override;
@@ -119,7 +121,7 @@ class ClassTies final : public TiedTables {
   std::vector<std::vector<double>> priors_;
 };
 
-ClassTies::ClassTies(Domain& domain) : domain_(domain) {
+ClassTies::ClassTies(Domain& domain, bool from_class) : domain_(domain) {
   std::vector<Node*> order;
   for (Node* n = domain.first_node(); n != nullptr; n = n->next) order.push_back(n);
   std::reverse(order.begin(), order.end());  // oldest first: slice by slice
@@ -180,7 +182,8 @@ ClassTies::ClassTies(Domain& domain) : domain_(domain) {
         if (layout->clones[i]->source[0] == g.original) g.clones.push_back(i);
       const auto& first = layout->slices.front();
       for (std::size_t j = 0; j < first.size(); ++j)
-        if (!first[j]->source.empty() && first[j]->source[first[j]->source.size() - 1] == g.original)
+        if (!first[j]->source.empty() &&
+            first[j]->source[first[j]->source.size() - 1] == g.original)
           g.predictor.push_back(layout->predictor->dbn->slices.front()[j]);
     }
     priors_ = layout->initial_priors;
@@ -190,6 +193,10 @@ ClassTies::ClassTies(Domain& domain) : domain_(domain) {
     save(g.original->experience_table());
     for (const Copy& c : g.copies) save(c.node->table());
     for (Node* p : g.predictor) save(p->table());
+  }
+  for (Group& g : groups_) {
+    const Table& own = *g.original->table();
+    if (from_class) write(g, std::vector<double>(own.data(), own.data() + own.size()), nullptr);
   }
 }
 
@@ -242,20 +249,20 @@ void ClassTies::maximize(const std::vector<const std::vector<double>*>& counts) 
   for (Group& g : groups_) {
     std::vector<double> sums = g.prior;
     for (const Copy& c : g.copies) {
-      const std::vector<double>* mine = counts[c.index];
-      if (mine == nullptr) continue;
-      const std::vector<double> add = copy_counts(g, c, *mine);
-      for (std::size_t i = 0; i < sums.size(); ++i) sums[i] += add[i];
+      if (const std::vector<double>* mine = counts[c.index]; mine != nullptr) {
+        const std::vector<double> add = copy_counts(g, c, *mine);
+        for (std::size_t i = 0; i < sums.size(); ++i) sums[i] += add[i];
+      }
     }
     const Table& old = *g.original->table();
     const double* experience = g.original->experience_table()->data();
     std::vector<double> table(old.data(), old.data() + old.size());
     for (std::uint64_t base = 0; base < table.size(); ++base) {
       if ((base / g.axis.stride) % g.axis.states != 0) continue;
-      if (experience[g.to_experience[base]] < 0.0) continue;  // a row that is not learned
       double sum = 0.0;
       for (std::uint64_t k = 0; k < g.axis.states; ++k) sum += sums[base + k * g.axis.stride];
-      if (!(sum > 0.0)) continue;  // no data: the row keeps its distribution
+      // A row that is not learned, or has no data, keeps its distribution.
+      if (experience[g.to_experience[base]] < 0.0 || !(sum > 0.0)) continue;
       for (std::uint64_t k = 0; k < g.axis.states; ++k)
         table[base + k * g.axis.stride] = sums[base + k * g.axis.stride] / sum;
     }
@@ -277,13 +284,12 @@ void ClassTies::fractional_update(double weight) {
       for (std::uint64_t base = 0; base < table.size(); ++base) {
         if ((base / g.axis.stride) % g.axis.states != 0) continue;
         double& n = experience[g.to_experience[base]];
-        if (n < 0.0) continue;
         double wj = 0.0, row = 0.0;
         for (std::uint64_t k = 0; k < g.axis.states; ++k) {
           wj += w[base + k * g.axis.stride];
           row += table[base + k * g.axis.stride];
         }
-        if (!(wj > 0.0)) continue;
+        if (n < 0.0 || !(wj > 0.0)) continue;
         const double lambda = fading != nullptr ? fading->data()[g.to_fading[base]] : 1.0;
         const double faded = (1.0 - wj * (1.0 - lambda)) * n;
         const double n_new = faded + weight * wj;
@@ -313,7 +319,6 @@ void ClassTies::online_step(double weight, double step) {
     for (std::uint64_t base = 0; base < table.size(); ++base) {
       if ((base / g.axis.stride) % g.axis.states != 0) continue;
       double& n = experience[g.to_experience[base]];
-      if (n < 0.0) continue;
       double row = 0.0, n_new = 0.0;
       for (std::uint64_t k = 0; k < g.axis.states; ++k) row += table[base + k * g.axis.stride];
       for (std::uint64_t k = 0; k < g.axis.states; ++k) {
@@ -321,7 +326,8 @@ void ClassTies::online_step(double weight, double step) {
         stats[i] = (1.0 - step) * (row > 0.0 ? n * table[i] / row : 0.0) + step * stats[i];
         n_new += stats[i];
       }
-      if (!(n_new > 0.0)) continue;  // no statistics yet: the row keeps its distribution
+      // A row that is not learned, or has no statistics yet, keeps its distribution.
+      if (n < 0.0 || !(n_new > 0.0)) continue;
       for (std::uint64_t k = 0; k < g.axis.states; ++k)
         table[base + k * g.axis.stride] = stats[base + k * g.axis.stride] / n_new;
       n = n_new;
@@ -334,10 +340,10 @@ void ClassTies::online_step(double weight, double step) {
 // in order; leaves the domain propagated without evidence.
 template <class Update>
 void for_each_case(Domain& domain, ClassTies& ties, Update update) {
-  require(domain.cases.size() > 0 && domain.cases.total_count() > 0.0);
-  if (domain.is_compressed())
-    throw Error(K_ERROR_COMPRESSED, "sequential learning needs the full clique tables");
   try {
+    require(domain.cases.size() > 0 && domain.cases.total_count() > 0.0);
+    if (domain.is_compressed())
+      throw Error(K_ERROR_COMPRESSED, "sequential learning needs the full clique tables");
     for (std::size_t c = 0; c < domain.cases.size(); ++c) {
       const double weight = domain.cases.count(c);
       if (!(weight > 0.0)) continue;
@@ -367,20 +373,25 @@ void require_compiled(const Domain& domain) {
 
 void learn_class_tables(Domain& domain) {
   require_compiled(domain);
-  ClassTies ties(domain);
-  learn_tied_tables(domain, ties);
+  ClassTies ties(domain, true);
+  try {
+    learn_tied_tables(domain, ties);
+  } catch (...) {
+    ties.restore();  // the copies took the class tables first
+    throw;
+  }
 }
 
 void learn_class_tables_by_fractional_update(Domain& domain) {
   require_compiled(domain);
-  ClassTies ties(domain);
+  ClassTies ties(domain, true);
   for_each_case(domain, ties, [&](double weight) { ties.fractional_update(weight); });
 }
 
 void learn_class_tables_by_online_em(Domain& domain, double rate) {
   check_rate(rate);
   require_compiled(domain);
-  ClassTies ties(domain);
+  ClassTies ties(domain, true);
   std::uint64_t n = 0;
   for_each_case(domain, ties, [&](double weight) {
     ++n;
@@ -391,14 +402,14 @@ void learn_class_tables_by_online_em(Domain& domain, double rate) {
 
 void adapt_class_tables_by_fractional_update(Domain& domain) {
   require_adaptable(domain);
-  ClassTies ties(domain);
+  ClassTies ties(domain, false);
   ties.fractional_update(1.0);
 }
 
 void adapt_class_tables_by_online_em(Domain& domain, double rate) {
   check_rate(rate);
   require_adaptable(domain);
-  ClassTies ties(domain);
+  ClassTies ties(domain, false);
   ties.online_step(1.0, std::pow(static_cast<double>(domain.online_em_steps + 1), -rate));
   ++domain.online_em_steps;
 }

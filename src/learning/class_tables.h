@@ -14,7 +14,9 @@ class Domain;
 // New tables go to the class node, every copy in the domain and, for a
 // window, the predictor and the clones' own priors.  A window's first-slice
 // clones share their class clone's table only at offset 0 (later, they hold
-// the filtered past).
+// the filtered past).  Learning from the stored cases starts from the class
+// tables (written into every copy first); adaptation takes the posterior
+// under the domain's tables as they are.
 //
 // Every function throws Error: usage when the domain's nodes have no source
 // lists (not made from classes, or a node of the classes was deleted since),
