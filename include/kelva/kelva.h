@@ -2219,8 +2219,65 @@ KELVA_API k_status_t k_domain_compute_dbn_predictions(k_domain_t domain, k_size_
 KELVA_API double k_node_get_predicted_belief(k_node_t node, k_size_t state, k_size_t time);
 /** Predicted mean of a continuous node of the window; -1 on error. */
 KELVA_API double k_node_get_predicted_mean(k_node_t node, k_size_t time);
+/** Predicted value of a real-valued function node of the window `time`
+ *  slices after it: its expression evaluated on the predicted beliefs as
+ *  k_node_get_value evaluates it on propagated ones (a discrete node it
+ *  depends on through its state must be certain).  -1 on error: "usage"
+ *  (not such a node, no predictions, time beyond them), and the errors of
+ *  k_node_get_value ("no_value", ...). */
+KELVA_API double k_node_get_predicted_value(k_node_t node, k_size_t time);
 /** Predicted variance of a continuous node of the window; -1 on error. */
 KELVA_API double k_node_get_predicted_variance(k_node_t node, k_size_t time);
+
+/* Learning class tables.  The domain is one made from classes
+ * (k_class_create_domain or k_class_create_dbn_domain) and compiled; every
+ * copy of a class node in it (each slice of a window, each instance) shares
+ * the class node's table.  The class nodes learned are the discrete chance
+ * nodes with an experience table; a negative experience count marks a row
+ * that is kept.  The learned table is written into the class node, into
+ * every copy in the domain and, for a window, into its predictor and the
+ * clones' initial priors (a window's first-slice clones share the table of
+ * their class clone while the window's offset is 0).  Learning from the
+ * stored cases starts from the class tables, which are first written into
+ * every copy; adaptation uses the evidence propagated under the domain's
+ * tables as they are.  Predictions are forgotten.  Other domains made from the classes keep their tables.
+ * Errors of all five: "usage" (null; the domain's nodes name no class node,
+ * because it was not made from classes or a node of its classes was deleted
+ * since; no class node has an experience table; a copy's table no longer
+ * has its class node's shape), "not_compiled"; on failure no table
+ * changes. */
+
+/** EM over the stored cases (as k_domain_learn_tables: its settings, log
+ *  and errors) where the expected counts of all copies of a class node are
+ *  added up before each M-step; the class node's experience counts times
+ *  its rows at the start are prior counts.  Never lowers the
+ *  log-likelihood when there are no prior counts. */
+KELVA_API k_status_t k_domain_learn_class_tables(k_domain_t domain);
+/** One pass over the stored cases in order, each propagated alone:
+ *  fractional updating (the rule of k_domain_adapt, with the class nodes'
+ *  experience and fading tables) applied copy by copy, the case count
+ *  scaling the counts a case adds.  Also "usage" without cases,
+ *  "compressed", and the error of a case impossible under the current
+ *  tables.  The domain is left propagated without evidence. */
+KELVA_API k_status_t k_domain_learn_class_tables_using_fractional_update(k_domain_t domain);
+/** Online EM (stochastic approximation of the expected counts) in one
+ *  pass over the stored cases: for the n-th case used, the statistics of a
+ *  class node (experience count times table entry) become (1 - g)
+ *  statistics + g times the case's expected counts summed over the copies
+ *  (times the case count), with g = n to the power -rate, and each row is
+ *  renormalised; the experience table keeps the new row counts.  rate lies
+ *  in (0.5, 1] ("usage" otherwise); 1 weighs every case alike.  The
+ *  domain's count of online steps becomes the number of cases used.  Errors
+ *  as k_domain_learn_class_tables_using_fractional_update. */
+KELVA_API k_status_t k_domain_learn_class_tables_using_online_em(k_domain_t domain, double rate);
+/** Fractional updating of the class tables from the evidence now
+ *  propagated (one case; errors as k_domain_adapt).  The evidence stays. */
+KELVA_API k_status_t k_domain_adapt_class_tables_using_fractional_update(k_domain_t domain);
+/** One online EM step from the evidence now propagated, n being one more
+ *  than the domain's count of online steps (0 for a new domain, so the
+ *  first step replaces the statistics), which it increments.  Errors as
+ *  k_domain_adapt and "usage" for a rate outside (0.5, 1]. */
+KELVA_API k_status_t k_domain_adapt_class_tables_using_online_em(k_domain_t domain, double rate);
 
 #ifdef __cplusplus
 }

@@ -67,6 +67,10 @@ double k_node_get_predicted_mean(k_node_t node, k_size_t time) {
   return guard(-1.0, [&] { return kelva::predicted_mean(get(node), time); });
 }
 
+double k_node_get_predicted_value(k_node_t node, k_size_t time) {
+  return guard(-1.0, [&] { return kelva::predicted_value(get(node), time); });
+}
+
 double k_node_get_predicted_variance(k_node_t node, k_size_t time) {
   return guard(-1.0, [&] { return kelva::predicted_variance(get(node), time); });
 }

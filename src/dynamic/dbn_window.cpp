@@ -6,6 +6,7 @@
 #include "dynamic/dbn_window.h"
 
 #include <algorithm>
+#include <limits>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -14,6 +15,7 @@
 #include "compile/junction_forest.h"
 #include "inference/compile_domain.h"
 #include "inference/evidence.h"
+#include "inference/node_value.h"
 #include "inference/propagate.h"
 #include "network/dbn_layout.h"
 #include "network/domain.h"
@@ -191,6 +193,64 @@ void require_window_compiled(const Domain& domain) {
   require(!domain.is_compressed(), K_ERROR_COMPRESSED);
 }
 
+// The one-slice predictor, compiled on first use with its interface in a
+// clique.
+Domain& compiled_predictor(DbnLayout& layout) {
+  Domain& predictor = *layout.predictor;
+  if (!predictor.is_compiled()) {
+    predictor.uncompile();
+    triangulate_domain_with_groups(predictor, K_TM_BEST_GREEDY, interface_groups(*predictor.dbn));
+    compile_domain(predictor);
+  }
+  return predictor;
+}
+
+// The joint of every clone (in clone order) as the product of the
+// clusters' joints, each over its clones in cluster order.
+std::vector<double> product_of(const DbnLayout& layout,
+                               const std::vector<std::vector<double>>& joints) {
+  const std::size_t m = layout.clones.size();
+  std::vector<std::size_t> states(m, 0);
+  std::vector<double> joint;
+  for (;;) {
+    double p = 1.0;
+    for (std::size_t c = 0; c < layout.clusters.size(); ++c) {
+      std::size_t index = 0;
+      for (std::size_t i : layout.clusters[c])
+        index = index * layout.clones[i]->state_count() + states[i];
+      p *= joints[c][index];
+    }
+    joint.push_back(p);
+    std::size_t i = m;
+    while (i-- > 0 && ++states[i] == layout.clones[i]->state_count()) states[i] = 0;
+    if (i == static_cast<std::size_t>(-1)) return joint;
+  }
+}
+
+// Moves the window by more slices than it holds: the interface after its
+// last slice is rolled through the slices that get no evidence by the
+// predictor, as predictions do; every piece of evidence leaves.
+void move_beyond(Domain& domain, DbnLayout& layout, std::size_t slices) {
+  propagate_domain(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+  const std::size_t length = layout.slices.size();
+  std::vector<std::vector<double>> joints;
+  for (const auto& cluster : layout.clusters)
+    joints.push_back(joint_of(domain, interface_nodes(layout, length - 1, cluster)));
+  Domain& predictor = compiled_predictor(layout);
+  DbnLayout& one = *predictor.dbn;
+  for (std::size_t step = length; step < slices; ++step) {
+    write_prior(one.clones, product_of(layout, joints));
+    propagate_domain(predictor, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+    for (std::size_t c = 0; c < layout.clusters.size(); ++c)
+      joints[c] = joint_of(predictor, interface_nodes(one, 0, layout.clusters[c]));
+  }
+  for (std::size_t c = 0; c < layout.clusters.size(); ++c)
+    write_prior(clones_of(layout, layout.clusters[c]), joints[c]);
+  retract_findings(domain);
+  layout.offset += slices;
+  layout.predicted.clear();
+}
+
 }  // namespace
 
 void triangulate_dbn(Domain& domain, k_triangulation_method_t method) {
@@ -249,8 +309,12 @@ void initialize_dbn_window(Domain& domain) {
 void move_dbn_window(Domain& domain, std::size_t slices) {
   DbnLayout& layout = layout_of(domain);
   const std::size_t length = layout.slices.size();
-  require(slices >= 1 && slices <= length);
+  require(slices >= 1);
   require_window_compiled(domain);
+  if (slices > length) {
+    move_beyond(domain, layout, slices);
+    return;
+  }
   // The evidence of the slices that stay is set aside for the propagation
   // that gives the interface, and entered again (moved down) afterwards.
   std::vector<std::pair<Node*, Evidence>> kept;
@@ -288,7 +352,7 @@ void compute_dbn_predictions(Domain& domain, std::size_t steps) {
   DbnLayout& layout = layout_of(domain);
   require_window_compiled(domain);
   propagate_domain(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
-  Domain& predictor = *layout.predictor;
+  Domain& predictor = compiled_predictor(layout);
   DbnLayout& one = layout_of(predictor);
   std::vector<std::size_t> all(layout.clones.size());
   for (std::size_t i = 0; i < all.size(); ++i) all[i] = i;
@@ -297,16 +361,19 @@ void compute_dbn_predictions(Domain& domain, std::size_t steps) {
   std::vector<std::vector<std::vector<double>>> predicted;
   for (std::size_t step = 0; step < steps; ++step) {
     write_prior(one.clones, joint);
-    if (!predictor.is_compiled()) {
-      predictor.uncompile();
-      triangulate_domain_with_groups(predictor, K_TM_BEST_GREEDY, interface_groups(one));
-      compile_domain(predictor);
-    }
     propagate_domain(predictor, K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
     auto& beliefs = predicted.emplace_back();
     for (Node* n : one.slices.front()) {
       const NodeSlot* slot = predictor.forest()->slot(*n);
-      if (slot == nullptr) beliefs.emplace_back();
+      if (n->category() == K_CATEGORY_FUNCTION && n->kind() == K_KIND_OTHER) {
+        // A value, or no value and the code that reading it reports.
+        try {
+          beliefs.push_back({function_node_value(*n)});
+        } catch (const Error& e) {
+          beliefs.push_back(
+              {std::numeric_limits<double>::quiet_NaN(), static_cast<double>(e.code())});
+        }
+      } else if (slot == nullptr) beliefs.emplace_back();
       else if (n->is_discrete()) beliefs.push_back(slot->marginal);
       else beliefs.push_back({slot->mean, slot->variance});
     }
@@ -336,6 +403,13 @@ double predicted_belief(const Node& node, std::size_t state, std::size_t time) {
 double predicted_mean(const Node& node, std::size_t time) {
   require(node.is_continuous());
   return prediction(node, time).at(0);
+}
+
+double predicted_value(const Node& node, std::size_t time) {
+  require(node.category() == K_CATEGORY_FUNCTION && node.kind() == K_KIND_OTHER);
+  const std::vector<double>& v = prediction(node, time);
+  if (v.size() == 2) throw Error(static_cast<k_error_t>(v[1]));
+  return v[0];
 }
 
 double predicted_variance(const Node& node, std::size_t time) {

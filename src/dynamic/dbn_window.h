@@ -50,6 +50,10 @@ void compute_dbn_predictions(Domain& domain, std::size_t steps);
 /// Predicted belief of `state` of a discrete window node `time` slices
 /// after the window (0: the first slice after it).
 double predicted_belief(const Node& node, std::size_t state, std::size_t time);
+/// Predicted value of a real-valued function node of the window: its
+/// expression evaluated on the predicted beliefs (as function_node_value
+/// on a propagated domain), with that function's errors.
+double predicted_value(const Node& node, std::size_t time);
 /// Predicted mean and variance of a continuous window node.
 double predicted_mean(const Node& node, std::size_t time);
 double predicted_variance(const Node& node, std::size_t time);

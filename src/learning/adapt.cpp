@@ -43,18 +43,9 @@ Update adapt_node(Node& node, Forest& forest) {
   Update u;
   Table* table = node.table();
   const Table* experience = node.experience_table();
-  const NodeSlot* slot = forest.slot(node);
-  if (table == nullptr || experience == nullptr || slot == nullptr || slot->assigned == nullptr)
-    return u;
+  const std::vector<double> w = family_posterior(node, forest);
+  if (experience == nullptr || w.empty()) return u;
   const std::uint64_t size = table->size();
-  // The posterior of the family: the assigned clique, at equilibrium, holds
-  // P(clique, evidence); its marginal normalised is P(family | evidence).
-  std::vector<double> w(size, 0.0);
-  marginalize(slot->assigned_plan, slot->assigned->table->data(), w.data(), Reduce::sum);
-  double total = 0.0;
-  for (double x : w) total += x;
-  if (!(total > 0.0)) return u;
-  for (double& x : w) x /= total;
 
   std::uint64_t stride = 1, states = node.state_count();
   {
@@ -100,8 +91,8 @@ Update adapt_node(Node& node, Forest& forest) {
 
 }  // namespace
 
-void adapt_domain(Domain& domain) {
-  Forest* forest = domain.forest();
+void require_adaptable(const Domain& domain) {
+  const Forest* forest = domain.forest();
   require(domain.is_compiled() && forest != nullptr, K_ERROR_NOT_COMPILED);
   if (domain.is_compressed())
     throw Error(K_ERROR_COMPRESSED, "adaptation needs the full clique tables");
@@ -112,6 +103,26 @@ void adapt_domain(Domain& domain) {
                   "adaptation needs the entered evidence propagated to sum equilibrium "
                   "under the current tables");
   }
+}
+
+std::vector<double> family_posterior(const Node& node, Forest& forest) {
+  const Table* table = node.table();
+  const NodeSlot* slot = forest.slot(node);
+  if (table == nullptr || slot == nullptr || slot->assigned == nullptr) return {};
+  // The assigned clique, at equilibrium, holds P(clique, evidence); its
+  // marginal normalised is P(family | evidence).
+  std::vector<double> w(table->size(), 0.0);
+  marginalize(slot->assigned_plan, slot->assigned->table->data(), w.data(), Reduce::sum);
+  double total = 0.0;
+  for (double x : w) total += x;
+  if (!(total > 0.0)) return {};
+  for (double& x : w) x /= total;
+  return w;
+}
+
+void adapt_domain(Domain& domain) {
+  require_adaptable(domain);
+  Forest* forest = domain.forest();
   std::vector<Update> updates;
   for (Node* node = domain.first_node(); node != nullptr; node = node->next) {
     if (node->category() != K_CATEGORY_CHANCE || !node->is_discrete()) continue;

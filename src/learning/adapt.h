@@ -1,8 +1,22 @@
 #pragma once
 
+#include <vector>
+
 namespace kelva {
 
 class Domain;
+class Forest;
+class Node;
+
+/// Error(not_compiled), Error(compressed) or Error(usage) unless every tree
+/// of the domain is at sum equilibrium with all entered evidence
+/// propagated under the current tables.
+void require_adaptable(const Domain& domain);
+
+/// P(family of `node` | evidence) in the node table's configuration order,
+/// from the node's assigned clique at equilibrium; empty when the node has
+/// no table in the forest.
+std::vector<double> family_posterior(const Node& node, Forest& forest);
 
 /// Sequential updating of the conditional tables from the evidence now
 /// propagated (k_domain_adapt).  For every discrete chance node with an

@@ -111,8 +111,13 @@ class Learner {
       : domain_(domain), forest_(*domain.forest()), continuous_(domain) {}
 
   // Finds the learned nodes among `candidates` (every node of the domain
-  // when null) and makes their tables.
-  void prepare_families(const std::vector<Node*>* candidates = nullptr);
+  // when null) and makes their tables.  With `tied`, every discrete chance
+  // candidate is a family, experience tables are ignored, and continuous
+  // nodes are not learned.
+  void prepare_families(const std::vector<Node*>* candidates = nullptr, bool tied = false);
+  bool tied() const noexcept { return tied_; }
+  // The pass's counts of each of `nodes` (null for a node without family).
+  std::vector<const std::vector<double>*> sums_of(const std::vector<Node*>& nodes) const;
   const std::vector<Family>& families() const noexcept { return families_; }
   bool has_continuous() const noexcept { return !continuous_.empty(); }
 
@@ -146,10 +151,12 @@ class Learner {
   std::vector<Family> families_;
   std::vector<Home> homes_;
   CgLearner continuous_;
+  bool tied_ = false;
 };
 
-void Learner::prepare_families(const std::vector<Node*>* candidates) {
-  continuous_.prepare();
+void Learner::prepare_families(const std::vector<Node*>* candidates, bool tied) {
+  tied_ = tied;
+  if (!tied) continuous_.prepare();
   std::vector<Node*> all;
   if (candidates == nullptr) {
     for (Node* node = domain_.first_node(); node != nullptr; node = node->next) all.push_back(node);
@@ -157,10 +164,11 @@ void Learner::prepare_families(const std::vector<Node*>* candidates) {
   }
   for (Node* node : *candidates) {
     if (node->category() != K_CATEGORY_CHANCE || !node->is_discrete()) continue;
-    const Table* experience = node->experience_table();
+    const Table* experience = tied ? nullptr : node->experience_table();
     Table* table = node->table();
     const NodeSlot* slot = forest_.slot(*node);
-    if (experience == nullptr || table == nullptr || slot == nullptr || slot->assigned == nullptr)
+    if ((experience == nullptr && !tied) || table == nullptr || slot == nullptr ||
+        slot->assigned == nullptr)
       continue;
     Family f;
     f.node = node;
@@ -172,7 +180,8 @@ void Learner::prepare_families(const std::vector<Node*>* candidates) {
     f.counts.assign(size, 0.0);
     f.sums.assign(size, 0.0);
     f.experience.assign(size, 0.0);
-    gather(IndexPlan::between(*table, *experience), f.experience.data(), experience->data());
+    if (experience != nullptr)
+      gather(IndexPlan::between(*table, *experience), f.experience.data(), experience->data());
     const auto& counts = table->state_counts();
     f.strides.assign(counts.size(), 1);
     for (std::size_t i = counts.size(); i-- > 1;) f.strides[i - 1] = f.strides[i] * counts[i];
@@ -219,6 +228,16 @@ void Learner::prepare_families(const std::vector<Node*>* candidates) {
       if (std::find(home->observed.begin(), home->observed.end(), m) == home->observed.end())
         home->observed.push_back(m);
   }
+}
+
+std::vector<const std::vector<double>*> Learner::sums_of(const std::vector<Node*>& nodes) const {
+  std::vector<const std::vector<double>*> out;
+  for (const Node* node : nodes) {
+    const auto it = std::find_if(families_.begin(), families_.end(),
+                                 [&](const Family& f) { return f.node == node; });
+    out.push_back(it == families_.end() ? nullptr : &it->sums);
+  }
+  return out;
 }
 
 void Learner::clear_counts() noexcept {
@@ -423,7 +442,7 @@ std::vector<Replica> make_replicas(Domain& domain, const Learner& main) {
     std::vector<Node*> candidates;
     for (const Family& f : main.families()) candidates.push_back(copy.find(f.node->name()));
     r.learner = std::make_unique<Learner>(copy);
-    r.learner->prepare_families(&candidates);
+    r.learner->prepare_families(&candidates, main.tied());
     if (r.learner->families().size() != main.families().size()) return {};
     replicas.push_back(std::move(r));
   }
@@ -566,11 +585,15 @@ double bic(Domain& domain) {
   return compute_log_likelihood(domain) - 0.5 * free_parameters(domain) * std::log(cases);
 }
 
-void learn_tables(Domain& domain) {
+namespace {
+
+// EM over the stored cases; with `tied`, its M-step.
+void run_em(Domain& domain, TiedTables* tied) {
   const std::size_t number = total_count_or_throw(domain);
   require(domain.is_compiled() && domain.forest() != nullptr, K_ERROR_NOT_COMPILED);
-  bool any = false;
-  for (const Node* node = domain.first_node(); node != nullptr && !any; node = node->next)
+  bool any = tied != nullptr && !tied->nodes().empty();
+  for (const Node* node = domain.first_node(); node != nullptr && !any && tied == nullptr;
+       node = node->next)
     any = node->experience_table() != nullptr;
   require(any);
 
@@ -580,7 +603,8 @@ void learn_tables(Domain& domain) {
 
   Learner learner(domain);
   try {
-    learner.prepare_families();
+    if (tied != nullptr) learner.prepare_families(&tied->nodes(), true);
+    else learner.prepare_families();
     // The copies only save time: without them one thread gives the same bits.
     std::vector<Replica> replicas;
     try {
@@ -612,7 +636,8 @@ void learn_tables(Domain& domain) {
       if (domain.em_progress != nullptr &&
           domain.em_progress(iteration, total, domain.em_progress_data) == 0)
         stop = true;
-      learner.maximize();
+      if (tied != nullptr) tied->maximize(learner.sums_of(tied->nodes()));
+      else learner.maximize();
       previous = total;
     }
     if (log.active()) {
@@ -628,9 +653,16 @@ void learn_tables(Domain& domain) {
     }
   } catch (...) {
     learner.restore();
+    if (tied != nullptr) tied->restore();
     retract_findings(domain);
     throw;
   }
 }
+
+}  // namespace
+
+void learn_tables(Domain& domain) { run_em(domain, nullptr); }
+
+void learn_tied_tables(Domain& domain, TiedTables& tied) { run_em(domain, &tied); }
 
 }  // namespace kelva

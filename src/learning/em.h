@@ -1,10 +1,28 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace kelva {
 
 class Domain;
+class Node;
+
+/// The tables a run of EM learns when they are tied (learning/class_tables.h):
+/// the run gathers the expected family counts of `nodes()` and hands them to
+/// `maximize` instead of normalising each node's own counts.
+class TiedTables {
+ public:
+  virtual ~TiedTables() = default;
+  /// The discrete chance nodes of the domain whose counts are gathered.
+  virtual const std::vector<Node*>& nodes() const noexcept = 0;
+  /// The M-step: `counts[i]` holds the expected counts of the family of
+  /// `nodes()[i]` over every case, in its table's order (null when the node
+  /// has no place in the forest).
+  virtual void maximize(const std::vector<const std::vector<double>*>& counts) = 0;
+  /// Puts back every table changed since the run began.
+  virtual void restore() noexcept = 0;
+};
 
 /// Learns the tables of the domain's learned nodes (chance nodes with an
 /// experience table: discrete tables and CG parameters) from the stored
@@ -18,6 +36,12 @@ class Domain;
 /// is propagated without evidence; on failure every learned table is put
 /// back as it was before the call.
 void learn_tables(Domain& domain);
+
+/// learn_tables with the tables tied by `tied`: the same passes, log lines
+/// and stopping rule, with `tied.maximize` as the M-step.  The nodes'
+/// experience tables take no part (`tied` owns prior counts).  Throws as
+/// learn_tables; Error(usage) when `tied` names no node.
+void learn_tied_tables(Domain& domain, TiedTables& tied);
 
 /// The sum over the stored cases of count times log P(case) under the
 /// current tables (k_domain_get_log_likelihood), P(case) being a density

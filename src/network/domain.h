@@ -178,6 +178,9 @@ class Domain : public Object {
   std::uint64_t max_em_iterations = 0;
   int (*em_progress)(std::uint64_t iteration, double log_likelihood, void* data) = nullptr;
   void* em_progress_data = nullptr;
+  /// Steps of online EM taken on class tables through this domain
+  /// (learning/class_tables.h): the next step's index less one.
+  std::uint64_t online_em_steps = 0;
   std::optional<double> cached_log_likelihood;
   /// The number of cases, their total count and the forest the cached
   /// value was computed with: it is stale when any of them differs.

@@ -230,6 +230,9 @@ std::unique_ptr<Domain> unfold_slices(Class& cls, std::size_t slices, bool with_
   copy_attributes(cls.body().attributes(), out->attributes());
   auto layout = std::make_unique<DbnLayout>();
   Unfolder unfolder(*out);
+  // The window's nodes name their class nodes (class-table learning); the
+  // predictor's are found by slice position.
+  unfolder.with_sources = with_predictor;
   std::vector<Frame*> tops;
   for (std::size_t t = 1; t <= slices; ++t) {
     std::vector<Node*> made;
@@ -269,6 +272,7 @@ std::unique_ptr<Domain> unfold_slices(Class& cls, std::size_t slices, bool with_
   layout->clusters.push_back(std::move(all));
   if (with_predictor) layout->predictor = unfold_slices(cls, 1, false);
   out->dbn = std::move(layout);
+  if (with_predictor) cls.collection().add_unfolded(*out);
   return out;
 }
 

@@ -159,10 +159,13 @@ TEST(DbnWindow, MovingWindowPredictionsAndBkMatchTheUnrolledNetwork) {
       // Move when the window is full, and now and then earlier, so that
       // evidence of later slices moves down with them.
       if (slice == w || rng() % 3 == 0) {
-        const int k = 1 + static_cast<int>(rng() % static_cast<unsigned>(slice == w ? w : slice));
+        const bool beyond = slice == w && rng() % 4 == 0;
+        int k = 1 + static_cast<int>(rng() % static_cast<unsigned>(slice == w ? w : slice));
+        if (beyond) k += w;
         ASSERT_EQ(k_domain_move_dbn_window(win, k), 0) << k_error_code();
         ASSERT_EQ(k_domain_move_dbn_window(bk, k), 0) << k_error_code();
         offset += k;
+        if (beyond) t = static_cast<int>(offset) - 1;
         EXPECT_EQ(k_domain_get_dbn_window_offset(win), offset);
         propagate_and_compare();
       }
@@ -225,10 +228,8 @@ TEST(DbnWindow, RefusalsLeaveTheWindowAsItWas) {
   EXPECT_EQ(k_domain_triangulate_dbn(win, K_TM_TOTAL_WEIGHT), 1);
   ASSERT_EQ(k_domain_triangulate_dbn(win, K_TM_BEST_GREEDY), 0);
   ASSERT_EQ(k_domain_compile(win), 0);
-  for (k_size_t bad : {k_size_t{0}, k_size_t{3}}) {
-    EXPECT_EQ(k_domain_move_dbn_window(win, bad), 1);
-    EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
-  }
+  EXPECT_EQ(k_domain_move_dbn_window(win, 0), 1);
+  EXPECT_EQ(k_error_code(), K_ERROR_USAGE);
   // Impossible evidence in the leaving slice: the move fails, nothing moves.
   k_node_select_state(named(win, "T1.H"), 0);
   EXPECT_EQ(k_domain_move_dbn_window(win, 1), 1);

@@ -2174,4 +2174,78 @@ public final class Domain implements AutoCloseable {
   public void computeDBNPredictions(long steps) {
     check(kDomainComputeDBNPredictions(handle, steps));
   }
+
+  // ---- Learning class tables ----
+
+  /**
+   * Learns, by EM over the stored cases, the tables of the classes this
+   * domain was made from ({@link #fromClass}): every copy of a class node
+   * (each slice of a window, each instance) shares the class node's table,
+   * so the expected counts of all copies are added before each M-step.  The
+   * class nodes learned are the discrete chance nodes with an experience
+   * table; its counts times the rows at the start are prior counts, and a
+   * negative count keeps its row.  The learned tables go to the class nodes
+   * and every copy in this domain (a window's first clones too while its
+   * offset is 0).  The settings and log are those of {@link #learnTables};
+   * its progress listener is not told.
+   *
+   * @throws KelvaException "usage" when the domain was not made from
+   *     classes (or a node of its classes was deleted since), no class node
+   *     has an experience table, a copy's table lost its class node's shape,
+   *     or there are no cases; "not_compiled"; the error of a case that is
+   *     impossible under the current tables (the tables are then as before)
+   */
+  public void learnClassTables() {
+    check(kDomainLearnClassTables(handle));
+  }
+
+  /**
+   * Learns the class tables by fractional updating in one pass over the
+   * stored cases: each case is propagated alone and, copy by copy, the
+   * class node's counts are updated as {@link #adapt} updates a node's.
+   *
+   * @throws KelvaException as {@link #learnClassTables}; "compressed"
+   */
+  public void learnClassTablesUsingFractionalUpdate() {
+    check(kDomainLearnClassTablesUsingFractionalUpdate(handle));
+  }
+
+  /**
+   * Learns the class tables by online EM in one pass over the stored cases:
+   * for the n-th case, the statistics of each class node (experience count
+   * times table entry) move towards the case's expected counts summed over
+   * the copies by the step n<sup>-rate</sup>, and each row is renormalised.
+   *
+   * @param rate the exponent of the step size, in (0.5, 1]
+   * @throws KelvaException as {@link #learnClassTablesUsingFractionalUpdate};
+   *     "usage" for a rate outside (0.5, 1]
+   */
+  public void learnClassTablesUsingOnlineEM(double rate) {
+    check(kDomainLearnClassTablesUsingOnlineEM(handle, rate));
+  }
+
+  /**
+   * Updates the class tables by fractional updating from the evidence now
+   * propagated, taken as one case.  The evidence stays entered.
+   *
+   * @throws KelvaException as {@link #adapt}, and "usage" as
+   *     {@link #learnClassTables} for the domain and its classes
+   */
+  public void adaptClassTablesUsingFractionalUpdate() {
+    check(kDomainAdaptClassTablesUsingFractionalUpdate(handle));
+  }
+
+  /**
+   * Takes one step of online EM on the class tables from the evidence now
+   * propagated; the step size is n<sup>-rate</sup>, n counting the online
+   * steps taken through this domain (a learning pass sets the count to its
+   * cases).
+   *
+   * @param rate the exponent of the step size, in (0.5, 1]
+   * @throws KelvaException as {@link #adaptClassTablesUsingFractionalUpdate};
+   *     "usage" for a rate outside (0.5, 1]
+   */
+  public void adaptClassTablesUsingOnlineEM(double rate) {
+    check(kDomainAdaptClassTablesUsingOnlineEM(handle, rate));
+  }
 }

@@ -1653,6 +1653,20 @@ public final class Node {
   }
 
   /**
+   * The predicted value of this real-valued function node of a window: its
+   * expression evaluated on the predicted beliefs, as {@link #getValue}
+   * evaluates it on propagated ones.
+   *
+   * @param time 0 for the first slice after the window
+   * @return the value computed by {@link Domain#computeDBNPredictions}
+   * @throws KelvaException as {@link #getPredictedBelief}, and as
+   *     {@link #getValue} when the expression has no value
+   */
+  public double getPredictedValue(long time) {
+    return check(kNodeGetPredictedValue(nodePeer, time));
+  }
+
+  /**
    * The predicted variance of this continuous node of a window.
    *
    * @param time 0 for the first slice after the window

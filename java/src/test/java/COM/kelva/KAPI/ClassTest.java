@@ -213,4 +213,39 @@ class ClassTest {
       }
     }
   }
+
+  /** A hidden Markov model's class tables learned from the cases of an eight-slice window. */
+  @Test
+  void classTablesAreLearnedFromTheWindowsCases() {
+    try (ClassCollection cc = new ClassCollection()) {
+      NetworkClass slice = cc.newClass("Slice");
+      Node h = labelled(slice.getNetwork(), "H", "a", "b");
+      Node e = labelled(slice.getNetwork(), "E", "x", "y");
+      Node prev = h.createTemporalClone();
+      h.addParent(prev);
+      e.addParent(h);
+      prev.getTable().setData(new double[] {0.5, 0.5});
+      h.getTable().setData(new double[] {0.6, 0.4, 0.4, 0.6});
+      e.getTable().setData(new double[] {0.6, 0.4, 0.3, 0.7});
+      h.getExperienceTable();
+      try (Domain w = slice.createDBNDomain(8)) {
+        w.triangulateDBN(TriangulationMethod.FILL_IN_WEIGHT);
+        w.compile();
+        w.setNumberOfCases(40);
+        java.util.Random random = new java.util.Random(5);
+        for (int c = 0; c < 40; c++) {
+          for (int t = 1, state = 0; t <= 8; t++) {
+            state = random.nextDouble() < 0.9 ? state : 1 - state;
+            w.getNodeByName("T" + t + ".E").setCaseState(c, state);
+          }
+        }
+        double before = w.getLogLikelihood();
+        w.learnClassTables();
+        assertTrue(w.getLogLikelihood() > before);
+        double[] learned = w.getNodeByName("T5.H").getTable().getData();
+        assertArrayEquals(h.getTable().getData(), learned);
+        assertTrue(learned[0] > 0.8 && learned[3] > 0.8);  // stays, under either labelling
+      }
+    }
+  }
 }
