@@ -2240,7 +2240,8 @@ KELVA_API double k_node_get_predicted_variance(k_node_t node, k_size_t time);
  * their class clone while the window's offset is 0).  Learning from the
  * stored cases starts from the class tables, which are first written into
  * every copy; adaptation uses the evidence propagated under the domain's
- * tables as they are.  Predictions are forgotten.  Other domains made from the classes keep their tables.
+ * tables as they are.  Predictions are forgotten.  Other domains made
+ * from the classes keep their tables.
  * Errors of all five: "usage" (null; the domain's nodes name no class node,
  * because it was not made from classes or a node of its classes was deleted
  * since; no class node has an experience table; a copy's table no longer
