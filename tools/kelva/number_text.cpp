@@ -8,21 +8,21 @@ namespace kelva::cli {
 
 namespace {
 
-__extension__ using u128 = unsigned __int128;
+__extension__ using Wide = unsigned __int128;
 
 constexpr std::uint64_t kLow = 10'000'000'000'000'000ULL;  // 10^16
 constexpr std::uint64_t kHigh = 10 * kLow;                 // 10^17
 constexpr int kMaxPower = 32;                              // 5^32 < 2^75
 
 /// 5^p for p in [0, kMaxPower].
-constexpr u128 power_of_five(int p) {
-  u128 r = 1;
+constexpr Wide power_of_five(int p) {
+  Wide r = 1;
   for (int i = 0; i < p; ++i) r *= 5;
   return r;
 }
 
 struct Powers {
-  u128 of_five[kMaxPower + 1];
+  Wide of_five[kMaxPower + 1];
   constexpr Powers() : of_five() {
     for (int p = 0; p <= kMaxPower; ++p) of_five[p] = power_of_five(p);
   }
@@ -41,11 +41,11 @@ struct Scaled {
 bool scale(std::uint64_t m, int e2, int x10, Scaled& s) {
   const int p = 16 - x10;
   if (p < 0 || p > kMaxPower) return false;
-  const u128 n = static_cast<u128>(m) * kPowers.of_five[p];  // < 2^128
+  const Wide n = static_cast<Wide>(m) * kPowers.of_five[p];  // < 2^128
   const int shift = e2 + p;                                  // times 2^shift
   if (shift >= 0) {
     if (shift > 10) return false;  // would leave the digit range anyway
-    const u128 v = n << shift;
+    const Wide v = n << shift;
     if (v >= kHigh) {
       s.q = kHigh;  // tells the caller the exponent is too small
       return true;
@@ -56,13 +56,13 @@ bool scale(std::uint64_t m, int e2, int x10, Scaled& s) {
   }
   const int cut = -shift;
   if (cut >= 127) return false;
-  const u128 v = n >> cut;
+  const Wide v = n >> cut;
   if (v >= kHigh) {
     s.q = kHigh;
     return true;
   }
-  const u128 rest = n & ((static_cast<u128>(1) << cut) - 1);
-  const u128 half = static_cast<u128>(1) << (cut - 1);
+  const Wide rest = n & ((static_cast<Wide>(1) << cut) - 1);
+  const Wide half = static_cast<Wide>(1) << (cut - 1);
   s.q = static_cast<std::uint64_t>(v);
   s.above_half = rest > half;
   s.at_half = rest == half;
