@@ -39,10 +39,7 @@ RowArena::~RowArena() {
   }
 }
 
-void RowArena::start_chunk(std::size_t size) {
-  std::size_t chunk = chunk_size_;
-  while (chunk < size) chunk *= 2;
-  if (chunk >= kHugeChunk) chunk = (chunk + kHugeChunk - 1) & ~(kHugeChunk - 1);
+char* RowArena::add_chunk(std::size_t chunk) {
   chunks_.reserve(chunks_.size() + 1);
   char* base = nullptr;
   if (chunk >= kHugeChunk) {
@@ -52,6 +49,14 @@ void RowArena::start_chunk(std::size_t size) {
     base = new char[chunk];
   }
   chunks_.push_back(Chunk{base, chunk});
+  return base;
+}
+
+void RowArena::start_chunk(std::size_t size) {
+  std::size_t chunk = chunk_size_;
+  while (chunk < size) chunk *= 2;
+  if (chunk >= kHugeChunk) chunk = (chunk + kHugeChunk - 1) & ~(kHugeChunk - 1);
+  char* base = add_chunk(chunk);
   next_ = base;
   end_ = base + chunk;
   if (chunk_size_ < kLargestChunk) chunk_size_ *= 2;
@@ -77,15 +82,7 @@ char* RowArena::allocate(std::size_t size) {
     std::size_t chunk = chunk_size_;
     if (size > chunk / 4)
       chunk = size < kHugeChunk ? size : (size + kHugeChunk - 1) & ~(kHugeChunk - 1);
-    chunks_.reserve(chunks_.size() + 1);
-    char* base = nullptr;
-    if (chunk >= kHugeChunk) {
-      base = static_cast<char*>(platform::allocate_huge_pages(chunk));
-      if (base == nullptr) throw std::bad_alloc();
-    } else {
-      base = new char[chunk];
-    }
-    chunks_.push_back(Chunk{base, chunk});
+    char* base = add_chunk(chunk);
     if (chunk == chunk_size_) {
       next_ = base;
       end_ = base + chunk;

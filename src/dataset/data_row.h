@@ -104,6 +104,9 @@ class RowArena {
 
  private:
   // Makes a chunk of at least `size` bytes the current one.
+  // Allocates a chunk of `chunk` bytes (huge pages from 2 MiB) that the
+  // arena keeps and frees.
+  char* add_chunk(std::size_t chunk);
   void start_chunk(std::size_t size);
 
   struct Chunk {

@@ -18,6 +18,14 @@
 
 namespace kelva {
 
+std::vector<std::uint64_t> entry_map(const Table& table, const Table& small) {
+  std::vector<double> index(small.size());
+  for (std::uint64_t i = 0; i < index.size(); ++i) index[i] = static_cast<double>(i);
+  std::vector<double> spread(table.size());
+  gather(IndexPlan::between(table, small), spread.data(), index.data());
+  return {spread.begin(), spread.end()};
+}
+
 namespace {
 
 // The new data of one adapted node, computed before anything is written.
@@ -26,16 +34,6 @@ struct Update {
   std::vector<double> table;
   std::vector<double> experience;
 };
-
-// For each entry of `table`, the index of the entry of `small` (a table over
-// some of its discrete nodes) that shares its configuration.
-std::vector<std::uint64_t> entry_map(const Table& table, const Table& small) {
-  std::vector<double> index(small.size());
-  for (std::uint64_t i = 0; i < index.size(); ++i) index[i] = static_cast<double>(i);
-  std::vector<double> spread(table.size());
-  gather(IndexPlan::between(table, small), spread.data(), index.data());
-  return {spread.begin(), spread.end()};
-}
 
 // The adapted tables of `node`, or an update without node when the node
 // takes no part.

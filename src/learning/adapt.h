@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <vector>
 
 namespace kelva {
@@ -7,6 +8,11 @@ namespace kelva {
 class Domain;
 class Forest;
 class Node;
+class Table;
+
+/// For each entry of `table`, the index of the entry of `small` (a table
+/// over some of its discrete nodes) that shares its configuration.
+std::vector<std::uint64_t> entry_map(const Table& table, const Table& small);
 
 /// Error(not_compiled), Error(compressed) or Error(usage) unless every tree
 /// of the domain is at sum equilibrium with all entered evidence

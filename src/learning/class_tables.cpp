@@ -49,16 +49,6 @@ Axis axis_of(const Table& table, const Node& node) {
   return a;
 }
 
-// For each entry of `table`, the entry of `small` (over some of its nodes)
-// with the same configuration.
-std::vector<std::uint64_t> entry_map(const Table& table, const Table& small) {
-  std::vector<double> index(small.size());
-  for (std::uint64_t i = 0; i < index.size(); ++i) index[i] = static_cast<double>(i);
-  std::vector<double> spread(table.size());
-  gather(IndexPlan::between(table, small), spread.data(), index.data());
-  return {spread.begin(), spread.end()};
-}
-
 // A copy of a class node: its table has the class table's shape, or (a
 // window's first-slice clone) it is the class table's node with parents
 // added, whose counts are summed onto the node.
