@@ -315,7 +315,7 @@ class DataFileReader : CaseReader {
   int case_line(int t) {
     const std::uint64_t line = lx_.line();
     const std::size_t c = domain_.cases.add();
-    bool comma = false;  // the last token read was a separating comma
+    bool comma = false;      // the last token read was a separating comma
     std::int64_t taken = 0;  // the item the fast path took (kTaken)
     // Reads on to the item of column `next`: a missing item or a state
     // index the lexer takes whole, or the next token.

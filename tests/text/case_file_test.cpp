@@ -286,11 +286,13 @@ TEST_F(CaseFiles, GeneratedDataFilesReadBackAsWritten) {
     // The same cases with every state as "#INDEX", missing items as "*" or
     // "?", blanks or tabs or commas between them, read back the same.
     std::string indexed = counts ? "#" : "";
-    for (k_node_t node : all()) indexed.append(indexed.empty() ? "" : " ").append(k_node_get_name(node));
+    for (k_node_t node : all())
+      indexed.append(indexed.empty() ? "" : " ").append(k_node_get_name(node));
     const char* gaps[] = {" ", "\t", ", ", " \t"};
     for (k_size_t c = 0; c < n; ++c) {
       indexed += '\n';
-      if (counts) indexed.append(std::to_string(k_domain_get_case_count(d, c))).append(gaps[rng() % 4]);
+      if (counts)
+        indexed.append(std::to_string(k_domain_get_case_count(d, c))).append(gaps[rng() % 4]);
       for (k_node_t node : all()) {
         if (k_node_case_is_set(node, c) != 1) indexed += rng() % 2 ? "*" : "?";
         else if (node == x) indexed += std::to_string(k_node_get_case_value(x, c));

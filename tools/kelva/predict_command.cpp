@@ -31,12 +31,32 @@ namespace {
 /// before the next block starts, so memory does not grow with the file.
 constexpr k_size_t kBlockCases = 4096;
 
+/// Text copied in blocks of kChunk characters, which the compiler makes a
+/// few moves instead of a call per copy: the source holds its size rounded
+/// up to a block, and a copy may write that far past its end (room the
+/// text written after it then covers).
+constexpr std::size_t kChunk = 16;
+struct Chunked {
+  explicit Chunked(std::string s) : size(s.size()), text(std::move(s)) {
+    text.append(kChunk, '\0');
+  }
+  std::size_t size;
+  std::string text;
+};
+
+/// Copies the `n` characters at `from` (readable to `n` rounded up to a
+/// block) to `p`; returns the end.
+char* put(char* p, const char* from, std::size_t n) noexcept {
+  for (std::size_t i = 0; i < n; i += kChunk) std::memcpy(p + i, from + i, kChunk);
+  return p + n;
+}
+
 /// A node whose beliefs may be written, with its names escaped once.
 struct Reported {
   std::size_t index = 0;
   bool continuous = false;
   /// "NODE<TAB>STATE<TAB>" per state (mean and variance of a continuous node).
-  std::vector<std::string> prefixes;
+  std::vector<Chunked> prefixes;
 };
 
 /// The nodes of a domain in its order.
@@ -81,13 +101,14 @@ std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const O
     r.continuous = checked(k_node_get_kind(nodes[i])) == K_KIND_CONTINUOUS;
     const std::string name = tsv_field(checked(k_node_get_name(nodes[i]))) + '\t';
     if (r.continuous) {
-      r.prefixes = {name + "mean\t", name + "variance\t"};
+      r.prefixes.emplace_back(name + "mean\t");
+      r.prefixes.emplace_back(name + "variance\t");
     } else {
       const k_size_t count = checked(k_node_get_number_of_states(nodes[i]));
       for (k_size_t s = 0; s < count; ++s) {
         std::string label = checked(k_node_get_state_label(nodes[i], s));
         if (label.empty()) label.append(1, '#').append(std::to_string(s));
-        r.prefixes.push_back(name + tsv_field(label) + '\t');
+        r.prefixes.emplace_back(name + tsv_field(label) + '\t');
       }
     }
     reported.push_back(std::move(r));
@@ -122,22 +143,25 @@ class TextBuffer {
   std::size_t capacity_ = 0;
 };
 
-/// Writes "NUMBER<TAB>" `middle` `x` (as "%.17g" writes it) and a newline at
-/// `p`; returns the end.
-char* write_line(char* p, std::string_view number, std::string_view middle, double x) noexcept {
-  p = std::copy(number.begin(), number.end(), p);
-  p = std::copy(middle.begin(), middle.end(), p);
+/// Room for a case number and its tab, in whole blocks.
+constexpr std::size_t kNumberText = 2 * kChunk;
+static_assert(kNumberText >= std::numeric_limits<k_size_t>::digits10 + 2);
+
+/// Writes "NUMBER<TAB>" (`number`, `number_size` characters) `middle` `x`
+/// (as "%.17g" writes it) and a newline at `p`; returns the end.
+char* write_line(char* p, const char* number, std::size_t number_size, const Chunked& middle,
+                 double x) noexcept {
+  p = put(p, number, number_size);
+  p = put(p, middle.text.data(), middle.size);
   p = write_g17(p, x);
   *p++ = '\n';
   return p;
 }
 
 /// Room one line of `middle` needs, its case number included.
-std::size_t line_room(std::string_view middle) noexcept {
-  return std::numeric_limits<k_size_t>::digits10 + 2 + middle.size() + kNumberRoom + 1;
+std::size_t line_room(const Chunked& middle) noexcept {
+  return kNumberText + middle.size + kNumberRoom + 1;
 }
-
-constexpr std::string_view kLogLine = "log_normalization_constant\t";
 
 /// One worker's compiled copy of the network.
 struct Worker {
@@ -175,9 +199,11 @@ bool enter_item(k_node_t item, k_size_t row, k_node_t node, bool continuous) {
 
 /// Enters case `row` of `cases` (the domain holding the stored cases) into
 /// the worker's domain, propagates and appends its lines to `text`, which
-/// has `room` characters of room for them.
-void predict_case(Worker& w, TextBuffer& text, std::size_t room, const std::vector<k_node_t>& cases,
-                  k_size_t row, const std::vector<Reported>& reported, bool only_unobserved) {
+/// has `room` characters of room for them; `log_line` is the last line's
+/// middle.
+void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& log_line,
+                  const std::vector<k_node_t>& cases, k_size_t row,
+                  const std::vector<Reported>& reported, bool only_unobserved) {
   // Every case is propagated from the node tables with its evidence in the
   // first pass, as `kelva beliefs` propagates, whatever came before.
   checked(k_domain_retract_findings(w.domain.get()));
@@ -185,16 +211,16 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const std::vect
   std::vector<bool>& observed = w.observed;
   for (std::size_t i = 0; i < cases.size(); ++i)
     observed[i] = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
-  char digits[std::numeric_limits<k_size_t>::digits10 + 2];
+  char digits[kNumberText] = {};
   char* end = std::to_chars(digits, digits + sizeof digits - 1, row + 1).ptr;
   *end++ = '\t';
-  const std::string_view number(digits, static_cast<std::size_t>(end - digits));
+  const auto number = static_cast<std::size_t>(end - digits);
   char* p = text.reserve(room);
   if (k_domain_propagate(w.domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) {
     if (k_error_code() != K_ERROR_INCONSISTENCY_OR_UNDERFLOW) throw ApiError(k_error_code());
     // Impossible evidence (or P(e) below the smallest double): no beliefs.
-    p = std::copy(number.begin(), number.end(), p);
-    p = std::copy(kLogLine.begin(), kLogLine.end(), p);
+    p = put(p, digits, number);
+    p = put(p, log_line.text.data(), log_line.size);
     p = std::copy_n("-inf\n", 5, p);
     text.commit(p);
     return;
@@ -211,10 +237,10 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const std::vect
       } else {
         value = s == 0 ? checked(k_node_get_mean(node)) : checked(k_node_get_variance(node));
       }
-      p = write_line(p, number, r.prefixes[s], value);
+      p = write_line(p, digits, number, r.prefixes[s], value);
     }
   }
-  p = write_line(p, number, kLogLine,
+  p = write_line(p, digits, number, log_line,
                  checked(k_domain_get_log_normalization_constant(w.domain.get())));
   text.commit(p);
 }
@@ -249,9 +275,10 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   }
   const bool only_unobserved = options.map_nodes.empty();
   // The most text one case writes.
-  std::size_t room = line_room(kLogLine);
+  const Chunked log_line("log_normalization_constant\t");
+  std::size_t room = line_room(log_line);
   for (const Reported& r : reported)
-    for (const std::string& prefix : r.prefixes) room += line_room(prefix);
+    for (const Chunked& prefix : r.prefixes) room += line_room(prefix);
   // A block's text is written by its own thread while the workers predict
   // the next block into their other buffer.
   std::thread writer;
@@ -285,7 +312,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
         const k_size_t begin = first + std::min(block, t * share);
         const k_size_t end = first + std::min(block, (t + 1) * share);
         for (k_size_t row = begin; row < end; ++row)
-          predict_case(w, w.text[parity], room, cases, row, reported, only_unobserved);
+          predict_case(w, w.text[parity], room, log_line, cases, row, reported, only_unobserved);
       } catch (...) {
         w.failure = std::current_exception();
       }
