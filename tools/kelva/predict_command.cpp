@@ -163,8 +163,9 @@ std::size_t line_room(const Chunked& middle) noexcept {
   return kNumberText + middle.size + kNumberRoom + 1;
 }
 
-/// One worker's compiled copy of the network.
-struct Worker {
+/// One worker's compiled copy of the network, on cache lines of its own so
+/// that what one worker writes per case never evicts another's.
+struct alignas(64) Worker {
   DomainHandle domain;
   std::vector<k_node_t> nodes;
   /// Per node, whether it is continuous; and whether the current case
