@@ -142,6 +142,17 @@ class JunctionTree : public Object {
   /// The root clique of the last propagation (the conflict clique of the
   /// tree's nodes); null before the first one.
   Clique* last_root = nullptr;
+  /// What the room of propagation was last made for (see the inference
+  /// layer): the table-change count, compression, utility nodes and sweeps.
+  /// A propagation with the same finds it made and does not walk it again.
+  struct Prepared {
+    bool done = false;
+    std::uint64_t table_changes = 0;
+    const void* compressed = nullptr;
+    std::uint64_t utilities = 0;
+    bool sweeps = false;
+    bool operator==(const Prepared&) const = default;
+  } prepared;
 
   /// One message link of a propagation: `inner` is the clique on the root
   /// side, `outer` the other one, with the plans from each clique's table

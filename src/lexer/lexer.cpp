@@ -305,6 +305,28 @@ bool Lexer::take_plain_number(double& value) {
   return true;
 }
 
+bool Lexer::take_case_item(std::size_t states, std::int64_t& index) noexcept {
+  if (pushed_count_ > 0 || reader_ != TokenReader::basic) return false;
+  const char* p = pos_;
+  while (p != end_ && (*p == ' ' || *p == '\t')) ++p;
+  pos_ = p;
+  if (p == end_) return false;
+  const char* q = p + 1;
+  std::int64_t value = -1;
+  if (*p == '#') {
+    // At most nine digits: a longer index is never below `states` here.
+    value = 0;
+    for (; q != end_ && q - p <= 9 && *q >= '0' && *q <= '9'; ++q) value = 10 * value + (*q - '0');
+    if (q == p + 1 || static_cast<std::uint64_t>(value) >= states) return false;
+  } else if (*p != '*' && *p != '?') {
+    return false;
+  }
+  if (q == end_ || (*q != ' ' && *q != '\t' && *q != '\r' && *q != '\n' && *q != ',')) return false;
+  pos_ = q;
+  index = value;
+  return true;
+}
+
 // blanks: (white space | `%` any-but-newline* (newline | end of input))*
 // Returns the first character after them.
 int Lexer::skip_blanks() {

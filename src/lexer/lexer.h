@@ -71,6 +71,13 @@ class Lexer {
   /// The same for a parenthesis `c` (`(` or `)`): true when it is the next
   /// token, which is then consumed.
   bool take_parenthesis(char c);
+  /// The fast path of data file items: with no token held back and the
+  /// basic reader, skips spaces and tabs and takes `*` or `?` (`index` -1)
+  /// or `#` and a state index below `states` (`index` that index) when a
+  /// blank, a newline or a comma follows within the buffer.  False
+  /// otherwise, having consumed no more than spaces and tabs: next_token
+  /// then reads the item.
+  bool take_case_item(std::size_t states, std::int64_t& index) noexcept;
   /// Gives a token back (at most two are held); the last one given back is
   /// returned first.
   void push_back(int token) noexcept;

@@ -3,6 +3,7 @@
 // per line, read into and written from the stored cases).
 #include "text/case_file.h"
 
+#include <algorithm>
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
@@ -314,8 +315,16 @@ class DataFileReader : CaseReader {
   int case_line(int t) {
     const std::uint64_t line = lx_.line();
     const std::size_t c = domain_.cases.add();
-    bool comma = false;  // the last token read was a separating comma
-    auto after_item = [&] {
+    bool comma = false;      // the last token read was a separating comma
+    std::int64_t taken = 0;  // the item the fast path took (kTaken)
+    // Reads on to the item of column `next`: a missing item or a state
+    // index the lexer takes whole, or the next token.
+    auto after_item = [&](std::size_t next) {
+      if (next < columns_.size() && lx_.take_case_item(index_limit(*columns_[next]), taken)) {
+        t = kTaken;
+        comma = false;
+        return;
+      }
       t = lx_.next_token();
       comma = t == ',' && lx_.line() == line;
       if (comma) t = lx_.next_token();
@@ -327,9 +336,15 @@ class DataFileReader : CaseReader {
       if (!(count >= 0.0)) fail("case counts must be nonnegative");
       if (std::isinf(count)) fail("case counts must be finite");
       domain_.cases.set_count(c, count);
-      after_item();
+      after_item(0);
     }
-    for (Node* n : columns_) {
+    for (std::size_t k = 0; k < columns_.size(); ++k) {
+      Node* n = columns_[k];
+      if (t == kTaken) {
+        if (taken >= 0) n->cases.set_state(c, static_cast<std::int32_t>(taken));
+        after_item(k + 1);
+        continue;
+      }
       if (lx_.line() != line) {
         // The line ended early: the report names it, not the next one.
         lx_.set_line(line);
@@ -342,7 +357,7 @@ class DataFileReader : CaseReader {
         continue;
       }
       if (t != '*' && t != '?') store(*n, c, finding(*n, t));
-      after_item();
+      after_item(k + 1);
     }
     if (t != TOKEN_EOF && lx_.line() == line) fail("the case has extra stuff at the end");
     return t;
@@ -356,6 +371,16 @@ class DataFileReader : CaseReader {
         net_api_fail(lx_, K_ERROR_CASE_STATE_TOO_LARGE);
       n.cases.set_state(c, static_cast<std::int32_t>(f.state));
     }
+  }
+
+  // Not a token: the lexer's fast path took the item.
+  static constexpr int kTaken = 0x10000;
+
+  // The state indexes the fast path may take for `n`: none unless it is
+  // discrete, and none a case column cannot hold.
+  static std::size_t index_limit(const Node& n) noexcept {
+    if (!n.is_discrete()) return 0;
+    return std::min<std::size_t>(n.state_count(), CaseColumn::kMaxState + std::size_t{1});
   }
 
   std::vector<Node*> columns_;

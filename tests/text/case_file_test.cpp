@@ -283,6 +283,26 @@ TEST_F(CaseFiles, GeneratedDataFilesReadBackAsWritten) {
     ASSERT_EQ(parse_cases(text), 0) << text << messages;
     EXPECT_EQ(stored(), before) << text;
     EXPECT_EQ(messages, n == 0 ? "3:warning: file contains no cases" : "") << text;
+    // The same cases with every state as "#INDEX", missing items as "*" or
+    // "?", blanks or tabs or commas between them, read back the same.
+    std::string indexed = counts ? "#" : "";
+    for (k_node_t node : all())
+      indexed.append(indexed.empty() ? "" : " ").append(k_node_get_name(node));
+    const char* gaps[] = {" ", "\t", ", ", " \t"};
+    for (k_size_t c = 0; c < n; ++c) {
+      indexed += '\n';
+      if (counts)
+        indexed.append(std::to_string(k_domain_get_case_count(d, c))).append(gaps[rng() % 4]);
+      for (k_node_t node : all()) {
+        if (k_node_case_is_set(node, c) != 1) indexed += rng() % 2 ? "*" : "?";
+        else if (node == x) indexed += std::to_string(k_node_get_case_value(x, c));
+        else indexed.append(1, '#').append(std::to_string(k_node_get_case_state(node, c)));
+        indexed += node == all().back() ? (rng() % 2 ? "\r" : "") : gaps[rng() % 4];
+      }
+    }
+    ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
+    ASSERT_EQ(parse_cases(indexed), 0) << indexed << messages;
+    EXPECT_EQ(stored(), before) << indexed;
   }
 }
 
@@ -341,6 +361,12 @@ TEST_F(CaseFiles, DataFileRefusalsLeaveTheStoredCases) {
       {"L B\nlow @\n", "2:unexpected character: `@'|2:syntax error"},
       {"L B\nlow (1 1)\n", "2:illegal token"},
       {"L B\nlow #\n1\n", "2:`#' must be followed by a valid state index"},
+      {"L N\nlow #3\n", "2:`#' must be followed by a valid state index"},
+      {"L N\nlow #1234567890\n", "2:`#' must be followed by a valid state index"},
+      {"L X\nlow #0\n", "2:state index can only be specified for discrete nodes"},
+      {"L N B\nlow *x\n", "2:state of boolean node should be `false' or `true'"},
+      {"L N\nlow #1 #0\n", "2:the case has extra stuff at the end"},
+      {"L N\nlow #1", ""},  // (accepted: the item ends the file)
       {"# L\nlow\n", "2:case count expected"},
       {"# L\n-1 low\n", "2:case counts must be nonnegative"},
       {"L Q\n", "1:the domain has no node named `Q'"},

@@ -2,10 +2,11 @@
 # Checks `kelva predict`: each case's lines are those of `kelva beliefs
 # --format tsv` for its evidence, bit for bit; two threads write the same
 # bytes as one; an impossible case and bad --nodes.
-# usage: predict_test.sh KELVA_BINARY
+# usage: predict_test.sh KELVA_BINARY [SHARED_DIR]
 set -euo pipefail
 
 kelva=$1
+shared=${KELVA_SHARED_DIR:-${2:-}}
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 failures=0
@@ -21,10 +22,14 @@ fail() {
 "$kelva" predict --example asia "$work/asia.dat" --threads 2 --quiet >"$work/two.tsv"
 cmp -s "$work/one.tsv" "$work/two.tsv" || fail "two threads write other bytes than one"
 
-# Cases 1, 2, 4097 and 5000 against kelva beliefs with the same evidence.
-read -r -a names <"$work/asia.dat"
-for k in 1 2 4097 5000; do
-  read -r -a items < <(sed -n "$((k + 2))p" "$work/asia.dat")
+# Case K of data file DATA (predicted into OUT) against kelva beliefs with
+# the same evidence; the arguments after K name the network.
+same_as_beliefs() {
+  local data=$1 out=$2 k=$3
+  shift 3
+  local names items sets observed want got
+  read -r -a names <"$data"
+  read -r -a items < <(sed -n "$((k + 2))p" "$data")
   sets=()
   observed=" "
   for i in "${!names[@]}"; do
@@ -33,12 +38,30 @@ for k in 1 2 4097 5000; do
       observed+="${names[i]} "
     fi
   done
-  want=$("$kelva" beliefs --example asia --format tsv "${sets[@]}" |
+  want=$("$kelva" beliefs "$@" --format tsv "${sets[@]}" |
     awk -F'\t' -v k="$k" -v seen="$observed" \
       '$1 != "normalization_constant" && index(seen, " " $1 " ") == 0 { print k "\t" $0 }')
-  got=$(awk -F'\t' -v k="$k" '$1 == k && $2 != "log_normalization_constant"' "$work/one.tsv")
-  [[ $want == "$got" ]] || fail "case $k: predict and beliefs differ"$'\n'"$want"$'\n---\n'"$got"
+  got=$(awk -F'\t' -v k="$k" '$1 == k && $2 != "log_normalization_constant"' "$out")
+  [[ $want == "$got" ]] || fail "case $k of $data: predict and beliefs differ"$'\n'"$want"$'\n---\n'"$got"
+}
+
+# Cases 1, 2, 4097 and 5000 against kelva beliefs with the same evidence.
+for k in 1 2 4097 5000; do
+  same_as_beliefs "$work/asia.dat" "$work/one.tsv" "$k" --example asia
 done
+
+# A network of 37 nodes, its items written as "#INDEX" and "*": cases after
+# many others are still those of beliefs, with one thread and with two.
+if [[ -n $shared && -f $shared/nets/alarm.net ]]; then
+  alarm=$shared/nets/alarm.net
+  "$kelva" sample "$alarm" -n 600 -o "$work/alarm.dat" --hide 0.5 --seed 3 --quiet
+  "$kelva" predict "$alarm" "$work/alarm.dat" -o "$work/alarm1.tsv" --quiet
+  "$kelva" predict "$alarm" "$work/alarm.dat" -o "$work/alarm2.tsv" --threads 2 --quiet
+  cmp -s "$work/alarm1.tsv" "$work/alarm2.tsv" || fail "alarm: two threads write other bytes"
+  for k in 1 299 300 600; do
+    same_as_beliefs "$work/alarm.dat" "$work/alarm2.tsv" "$k" "$alarm"
+  done
+fi
 
 # An impossible case (tub yes, either no) gets only log P(e) = -inf; --nodes
 # picks the nodes, observed or not.

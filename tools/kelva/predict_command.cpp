@@ -8,7 +8,9 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <exception>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -29,12 +31,32 @@ namespace {
 /// before the next block starts, so memory does not grow with the file.
 constexpr k_size_t kBlockCases = 4096;
 
+/// Text copied in blocks of kChunk characters, which the compiler makes a
+/// few moves instead of a call per copy: the source holds its size rounded
+/// up to a block, and a copy may write that far past its end (room the
+/// text written after it then covers).
+constexpr std::size_t kChunk = 16;
+struct Chunked {
+  explicit Chunked(std::string s) : size(s.size()), text(std::move(s)) {
+    text.append(kChunk, '\0');
+  }
+  std::size_t size;
+  std::string text;
+};
+
+/// Copies the `n` characters at `from` (readable to `n` rounded up to a
+/// block) to `p`; returns the end.
+char* put(char* p, const char* from, std::size_t n) noexcept {
+  for (std::size_t i = 0; i < n; i += kChunk) std::memcpy(p + i, from + i, kChunk);
+  return p + n;
+}
+
 /// A node whose beliefs may be written, with its names escaped once.
 struct Reported {
   std::size_t index = 0;
   bool continuous = false;
   /// "NODE<TAB>STATE<TAB>" per state (mean and variance of a continuous node).
-  std::vector<std::string> prefixes;
+  std::vector<Chunked> prefixes;
 };
 
 /// The nodes of a domain in its order.
@@ -79,13 +101,14 @@ std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const O
     r.continuous = checked(k_node_get_kind(nodes[i])) == K_KIND_CONTINUOUS;
     const std::string name = tsv_field(checked(k_node_get_name(nodes[i]))) + '\t';
     if (r.continuous) {
-      r.prefixes = {name + "mean\t", name + "variance\t"};
+      r.prefixes.emplace_back(name + "mean\t");
+      r.prefixes.emplace_back(name + "variance\t");
     } else {
       const k_size_t count = checked(k_node_get_number_of_states(nodes[i]));
       for (k_size_t s = 0; s < count; ++s) {
         std::string label = checked(k_node_get_state_label(nodes[i], s));
         if (label.empty()) label.append(1, '#').append(std::to_string(s));
-        r.prefixes.push_back(name + tsv_field(label) + '\t');
+        r.prefixes.emplace_back(name + tsv_field(label) + '\t');
       }
     }
     reported.push_back(std::move(r));
@@ -93,21 +116,56 @@ std::vector<Reported> reported_nodes(const std::vector<k_node_t>& nodes, const O
   return reported;
 }
 
-/// Appends the line "NUMBER<TAB>" `middle` `x` (as "%.17g" writes it) to
-/// `out`, where `number` holds "NUMBER<TAB>".
-void append_line(std::string& out, std::string_view number, std::string_view middle, double x) {
-  const std::size_t at = out.size();
-  out.resize(at + number.size() + middle.size() + kNumberRoom + 1);
-  char* p = out.data() + at;
-  p = std::copy(number.begin(), number.end(), p);
-  p = std::copy(middle.begin(), middle.end(), p);
+/// A growing buffer of output text.  Room is made without clearing it, and
+/// a case's lines are written through a plain pointer.
+class TextBuffer {
+ public:
+  const char* data() const noexcept { return data_.get(); }
+  std::size_t size() const noexcept { return size_; }
+  void clear() noexcept { size_ = 0; }
+  /// Where the next `room` characters may be written.
+  char* reserve(std::size_t room) {
+    if (size_ + room > capacity_) {
+      const std::size_t capacity = std::max(2 * capacity_, size_ + room);
+      auto grown = std::make_unique_for_overwrite<char[]>(capacity);
+      if (size_ > 0) std::memcpy(grown.get(), data_.get(), size_);
+      data_ = std::move(grown);
+      capacity_ = capacity;
+    }
+    return data_.get() + size_;
+  }
+  /// Marks the text up to `end` (from the last reserve()) as written.
+  void commit(const char* end) noexcept { size_ = static_cast<std::size_t>(end - data_.get()); }
+
+ private:
+  std::unique_ptr<char[]> data_;
+  std::size_t size_ = 0;
+  std::size_t capacity_ = 0;
+};
+
+/// Room for a case number and its tab, in whole blocks.
+constexpr std::size_t kNumberText = 2 * kChunk;
+static_assert(kNumberText >= std::numeric_limits<k_size_t>::digits10 + 2);
+
+/// Writes "NUMBER<TAB>" (`number`, `number_size` characters) `middle` `x`
+/// (as "%.17g" writes it) and a newline at `p`; returns the end.
+char* write_line(char* p, const char* number, std::size_t number_size, const Chunked& middle,
+                 double x) noexcept {
+  p = put(p, number, number_size);
+  p = put(p, middle.text.data(), middle.size);
   p = write_g17(p, x);
   *p++ = '\n';
-  out.resize(static_cast<std::size_t>(p - out.data()));
+  return p;
 }
 
-/// One worker's compiled copy of the network.
-struct Worker {
+/// Room one line of `middle` needs, its case number included.
+std::size_t line_room(const Chunked& middle) noexcept {
+  return kNumberText + middle.size + kNumberRoom + 1;
+}
+
+/// One worker's compiled copy of the network, on cache lines of its own so
+/// that what one worker writes per case never evicts another's.
+struct alignas(64) Worker {
   DomainHandle domain;
   std::vector<k_node_t> nodes;
   /// Per node, whether it is continuous; and whether the current case
@@ -115,49 +173,77 @@ struct Worker {
   std::vector<bool> continuous;
   std::vector<bool> observed;
   /// Two buffers of lines: one filled while the other is written.
-  std::string text[2];
+  TextBuffer text[2];
   std::exception_ptr failure;
 };
 
+/// The item of `node` in case `row`: true with the state or value entered,
+/// false when the case leaves it missing.  Results are checked by their
+/// error values, so that a call costs no second one for the error code.
+bool enter_item(k_node_t item, k_size_t row, k_node_t node, bool continuous) {
+  const k_bool_t set = k_node_case_is_set(item, row);
+  if (set != 1) {
+    if (set == 0) return false;
+    throw ApiError(k_error_code());
+  }
+  k_status_t status = 0;
+  if (continuous) {
+    status = k_node_enter_value(node, checked(k_node_get_case_value(item, row)));
+  } else {
+    const k_size_t state = k_node_get_case_state(item, row);
+    if (state == K_SIZE_ERROR) throw ApiError(k_error_code());
+    status = k_node_select_state(node, state);
+  }
+  if (status != 0) throw ApiError(k_error_code());
+  return true;
+}
+
 /// Enters case `row` of `cases` (the domain holding the stored cases) into
-/// the worker's domain, propagates and appends its lines to `text`.
-void predict_case(Worker& w, std::string& text, const std::vector<k_node_t>& cases, k_size_t row,
+/// the worker's domain, propagates and appends its lines to `text`, which
+/// has `room` characters of room for them; `log_line` is the last line's
+/// middle.
+void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& log_line,
+                  const std::vector<k_node_t>& cases, k_size_t row,
                   const std::vector<Reported>& reported, bool only_unobserved) {
   // Every case is propagated from the node tables with its evidence in the
   // first pass, as `kelva beliefs` propagates, whatever came before.
   checked(k_domain_retract_findings(w.domain.get()));
   checked(k_domain_initialize(w.domain.get()));
   std::vector<bool>& observed = w.observed;
-  observed.assign(cases.size(), false);
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    if (checked(k_node_case_is_set(cases[i], row)) != 1) continue;
-    observed[i] = true;
-    if (w.continuous[i])
-      checked(k_node_enter_value(w.nodes[i], checked(k_node_get_case_value(cases[i], row))));
-    else checked(k_node_select_state(w.nodes[i], checked(k_node_get_case_state(cases[i], row))));
-  }
-  char digits[24];
+  for (std::size_t i = 0; i < cases.size(); ++i)
+    observed[i] = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
+  char digits[kNumberText] = {};
   char* end = std::to_chars(digits, digits + sizeof digits - 1, row + 1).ptr;
   *end++ = '\t';
-  const std::string_view number(digits, static_cast<std::size_t>(end - digits));
+  const auto number = static_cast<std::size_t>(end - digits);
+  char* p = text.reserve(room);
   if (k_domain_propagate(w.domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) {
     if (k_error_code() != K_ERROR_INCONSISTENCY_OR_UNDERFLOW) throw ApiError(k_error_code());
     // Impossible evidence (or P(e) below the smallest double): no beliefs.
-    text.append(number).append("log_normalization_constant\t-inf\n");
+    p = put(p, digits, number);
+    p = put(p, log_line.text.data(), log_line.size);
+    p = std::copy_n("-inf\n", 5, p);
+    text.commit(p);
     return;
   }
   for (const Reported& r : reported) {
     if (only_unobserved && observed[r.index]) continue;
     const k_node_t node = w.nodes[r.index];
     for (std::size_t s = 0; s < r.prefixes.size(); ++s) {
-      const double value = r.continuous ? (s == 0 ? checked(k_node_get_mean(node))
-                                                  : checked(k_node_get_variance(node)))
-                                        : checked(k_node_get_belief(node, s));
-      append_line(text, number, r.prefixes[s], value);
+      double value = 0.0;
+      if (!r.continuous) {
+        // Beliefs are never negative: -1 is an error.
+        value = k_node_get_belief(node, s);
+        if (value < 0.0) throw ApiError(k_error_code());
+      } else {
+        value = s == 0 ? checked(k_node_get_mean(node)) : checked(k_node_get_variance(node));
+      }
+      p = write_line(p, digits, number, r.prefixes[s], value);
     }
   }
-  append_line(text, number, "log_normalization_constant\t",
-              checked(k_domain_get_log_normalization_constant(w.domain.get())));
+  p = write_line(p, digits, number, log_line,
+                 checked(k_domain_get_log_normalization_constant(w.domain.get())));
+  text.commit(p);
 }
 
 }  // namespace
@@ -186,8 +272,14 @@ void run_predict(std::FILE* standard_output, const Options& options) {
     w.nodes = nodes_of(w.domain.get());
     for (k_node_t n : w.nodes)
       w.continuous.push_back(checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS);
+    w.observed.assign(w.nodes.size(), false);
   }
   const bool only_unobserved = options.map_nodes.empty();
+  // The most text one case writes.
+  const Chunked log_line("log_normalization_constant\t");
+  std::size_t room = line_room(log_line);
+  for (const Reported& r : reported)
+    for (const Chunked& prefix : r.prefixes) room += line_room(prefix);
   // A block's text is written by its own thread while the workers predict
   // the next block into their other buffer.
   std::thread writer;
@@ -201,7 +293,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   auto write_block = [&](int parity) {
     try {
       for (Worker& w : workers) {
-        const std::string& text = w.text[parity];
+        const TextBuffer& text = w.text[parity];
         if (std::fwrite(text.data(), 1, text.size(), out) != text.size())
           throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
                                        : io_error(options.output, FileUse::write);
@@ -221,7 +313,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
         const k_size_t begin = first + std::min(block, t * share);
         const k_size_t end = first + std::min(block, (t + 1) * share);
         for (k_size_t row = begin; row < end; ++row)
-          predict_case(w, w.text[parity], cases, row, reported, only_unobserved);
+          predict_case(w, w.text[parity], room, log_line, cases, row, reported, only_unobserved);
       } catch (...) {
         w.failure = std::current_exception();
       }

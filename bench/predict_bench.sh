@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Rows per second of `kelva predict` on alarm, one thread and two: ROWS
+# cases drawn with half their items hidden, best of RUNS wall times each
+# (the machine is shared, so the load is printed beside them), the CPU time
+# of the best run and the speed-up of two threads over one.
+# usage: predict_bench.sh KELVA_BINARY [ROWS] [RUNS]
+set -euo pipefail
+
+kelva=$1
+rows=${2:-100000}
+runs=${3:-5}
+shared=${KELVA_SHARED_DIR:-$(dirname "$0")/../../shared}
+net=$shared/nets/alarm.net
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+"$kelva" sample "$net" -n "$rows" -o "$work/cases.dat" --hide 0.5 --seed 3 --quiet
+echo "alarm, $rows rows, half the items hidden; load: $(cut -d' ' -f1-3 /proc/loadavg)"
+
+# Prints "WALL CPU" of the fastest of $runs runs with `--threads $1`.
+best() {
+  local fastest="" cpu=""
+  for ((r = 0; r < runs; r++)); do
+    local t
+    t=$( { /usr/bin/time -f '%e %U %S' "$kelva" predict "$net" "$work/cases.dat" \
+      -o "$work/out.tsv" --threads "$1" --quiet; } 2>&1)
+    read -r wall user system <<<"$t"
+    if [[ -z $fastest ]] || awk -v a="$wall" -v b="$fastest" 'BEGIN { exit !(a < b) }'; then
+      fastest=$wall
+      cpu=$(awk -v u="$user" -v s="$system" 'BEGIN { print u + s }')
+    fi
+  done
+  echo "$fastest $cpu"
+}
+
+read -r one one_cpu < <(best 1)
+read -r two two_cpu < <(best 2)
+awk -v n="$rows" -v a="$one" -v ac="$one_cpu" -v b="$two" -v bc="$two_cpu" 'BEGIN {
+  printf "threads 1: %.3f s wall, %.3f s cpu, %.0f rows/s\n", a, ac, n / a
+  printf "threads 2: %.3f s wall, %.3f s cpu, %.0f rows/s, %.2fx one thread\n", b, bc, n / b, a / b
+}'
+echo "bytes written: $(stat -c %s "$work/out.tsv"); load after: $(cut -d' ' -f1-3 /proc/loadavg)"
