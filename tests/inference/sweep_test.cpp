@@ -53,7 +53,7 @@ std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_nod
     record(k_domain_propagate(domain, eq, mode));
   };
   k_domain_set_concurrency_level(domain, threads);
-  if (threads > 1) k_domain_set_grain_size(domain, 16);
+  k_domain_set_grain_size(domain, threads > 1 ? 16 : grain);
   k_domain_retract_findings(domain);
   k_domain_initialize(domain);
   k_node_select_state(nodes[n / 3], 0);
@@ -72,8 +72,8 @@ std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_nod
   k_domain_set_grain_size(domain, 16);
   k_domain_initialize(domain);
   propagate(K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
-  k_domain_set_concurrency_level(domain, threads);
-  k_domain_set_grain_size(domain, threads > 1 ? 16 : grain);
+  k_domain_set_concurrency_level(domain, 1);
+  k_domain_set_grain_size(domain, grain);
   return seen;
 }
 
@@ -85,7 +85,6 @@ void expect_same_bits(k_domain_t domain) {
     if (k_node_get_kind(n) == K_KIND_DISCRETE && k_node_get_category(n) == K_CATEGORY_CHANCE)
       nodes.push_back(n);
   if (nodes.size() < 2) return;
-  const k_size_t grain = k_domain_get_grain_size(domain);
   for (std::size_t threads = 1; threads <= 2; ++threads) {
     std::vector<std::uint64_t> seen[2];
     for (int fused = 0; fused < 2; ++fused) {
@@ -95,8 +94,6 @@ void expect_same_bits(k_domain_t domain) {
     set_fused_sweeps(true);
     EXPECT_EQ(seen[0], seen[1]) << threads << " threads";
   }
-  k_domain_set_concurrency_level(domain, 1);
-  k_domain_set_grain_size(domain, grain);
 }
 
 TEST(Sweeps, SameBitsAsOneKernelPerOperation) {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <numeric>
 #include <random>
 #include <vector>
 
@@ -15,10 +16,9 @@ namespace {
 // it misses (one or several), totals, sum and max, rebuilt or multiplied.
 TEST(SplitSweep, SameBitsAsOneThread) {
   std::mt19937 rng(25);
-  std::uniform_real_distribution<double> u(0.1, 2.0);
   auto subset = [&](std::size_t n, std::size_t most) {
     std::vector<std::size_t> axes(n);
-    for (std::size_t i = 0; i < n; ++i) axes[i] = i;
+    std::iota(axes.begin(), axes.end(), std::size_t{0});
     std::shuffle(axes.begin(), axes.end(), rng);
     axes.resize(std::min<std::size_t>(rng() % (most + 1), n));
     return axes;
@@ -36,23 +36,20 @@ TEST(SplitSweep, SameBitsAsOneThread) {
     std::vector<SweepFactor> factors;
     for (std::size_t k = 0; k < plans.size(); ++k) {
       small[k].resize(plans[k].small_size());
-      for (double& x : small[k]) x = u(rng);
+      for (double& x : small[k]) x = 0.1 + static_cast<double>(rng() % 1000) * 0.002;
       if (k < factor_count) factors.push_back({&plans[k], small[k].data()});
     }
-    std::vector<double> start(n);
-    for (double& x : start) x = u(rng);
-    const bool rebuild = trial % 2 == 0;
-    const Reduce how = trial % 3 == 0 ? Reduce::max : Reduce::sum;
     const std::uint64_t grain = 1 + rng() % 8;  // totals are summed in blocks of the grain
     std::vector<double> results[2];
     for (std::uint64_t threads : {1, 2 + trial % 2}) {
-      std::vector<double> large = start;
+      std::vector<double> large(n, 0.5);
       std::vector<SweepFold> folds;
       for (std::size_t k = factor_count; k < plans.size(); ++k)
         folds.push_back({&plans[k], small[k].data()});
       const Parallelism par{threads, grain};
       ASSERT_EQ(split_sweep_fits(n, par), threads > 1 && n >= par.grain);
-      sweep(large.data(), n, rebuild, factors, folds, how, par);
+      sweep(large.data(), n, trial % 2 == 0, factors, folds, trial % 3 ? Reduce::sum : Reduce::max,
+            par);
       for (std::size_t k = factor_count; k < plans.size(); ++k)
         large.insert(large.end(), small[k].begin(), small[k].end());
       results[threads > 1] = large;
