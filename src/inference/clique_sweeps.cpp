@@ -100,9 +100,9 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
     factors.push_back(
         {tree.schedule[j].inner_plan, direct ? sep.table->data() : sep.scratch.data()});
   }
-  const SweepFold fold{out_plan, out};
+  SweepFold fold{out_plan, out};
   sweep(clique.table->data(), clique.table->size(), tree.sweep_rebuild, factors,
-        std::span<const SweepFold>(&fold, out != nullptr ? 1 : 0), how, parallelism);
+        std::span<SweepFold>(&fold, out != nullptr ? 1 : 0), how, parallelism);
 }
 
 void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,

@@ -472,17 +472,20 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par, bo
 // returned.  A clique that receives a message and then sends one has both
 // done in one sweep: its marginal onto the next separator is computed
 // while it is multiplied (in collect after its last child's message, in
-// distribute onto its first child's separator).  With two threads or more
-// a large tree is shared between two threads (build_split).  With `fused`
-// every clique is swept once per pass instead (clique_sweeps.h): the root
-// after the collect, and again with the normalization when distributing.
+// distribute onto its first child's separator).  With `fused` every
+// clique is swept once per pass instead (clique_sweeps.h): the root after
+// the collect, and again with the normalization when distributing.  With
+// two threads or more, the sweep of each large clique is shared between
+// the threads (split_sweep in table/sweep.h), which keeps both busy on
+// every large clique; trees without the sweeps are shared by subtrees
+// (build_split).
 double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
   const auto& schedule = tree.schedule;
   // Scaled propagation divides each collected message by its largest
   // entry and keeps the logarithms of those factors.
   const bool scaled = tree.domain->scaled_propagation;
   bool split = false;
-  if (par.threads >= 2 && !tree.domain->forest()->compressed) {
+  if (par.threads >= 2 && !tree.domain->forest()->compressed && !fused) {
     if (tree.split_root != tree.schedule_root || tree.split_grain != par.grain ||
         tree.split_role.size() != schedule.size())
       build_split(tree, par.grain);

@@ -27,9 +27,33 @@ struct SweepFold {
 /// or multiply() per factor followed by marginalize() per fold; the work is
 /// done block by block, each block while it is in the first-level cache, so
 /// the large table is read and written once (written only, with `rebuild`).
-/// Work with factors that the parallelism splits over threads takes the
-/// kernels one after the other instead.
+/// Work large enough for the parallelism is shared between threads by
+/// split_sweep(), with the same bits; the folds may then be reordered.
 void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const SweepFactor> factors,
-           std::span<const SweepFold> folds, Reduce how, const Parallelism& parallelism = {});
+           std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism = {});
+
+/// The factors and folds of sweep() over large entries [begin, end) only,
+/// in the same blocks: the folds with more than one entry (others are
+/// skipped) are added to, not cleared.  `begin` and `end` must lie on whole
+/// inner runs of every fold whose inner run folds into one entry.
+void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
+                 std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
+                 Reduce how);
+
+/// Whether sweep() shares `size` entries between threads: with two
+/// threads or more and at least kSplitSweepGrains grains of entries.
+inline constexpr std::uint64_t kSplitSweepGrains = 1;
+bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism) noexcept;
+
+/// sweep() on up to `parallelism.threads` threads (split_sweep.cpp): the
+/// large table is cut by the values of a block of its axes present in as
+/// many folds as possible, each thread taking its share of those values
+/// under every value of the axes outside; the folds those axes miss are
+/// folded afterwards over the finished table, each by one thread.  Every
+/// small entry receives the same additions in the same order as in one
+/// thread's sweep.  Moves the folds that the cut covers to the front.
+void split_sweep(double* large, std::uint64_t size, bool rebuild,
+                 std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
+                 const Parallelism& parallelism);
 
 }  // namespace kelva

@@ -301,35 +301,36 @@ void apply_factors(double* large, bool rebuild, std::span<const SweepFactor> fac
     update_walk<MultiplyUpdate>(*factors[k].plan, large, factors[k].data, begin, end);
 }
 
+// Applies the factors to large entries [begin, end) and folds them into
+// every fold with more than one entry, in blocks that each stay in the
+// first-level cache.  `begin` and `end` lie on whole inner runs of every
+// fold, and so do the blocks (their least common multiple), so each run is
+// folded as a whole walk would fold it.
 template <class Fold>
-void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
-                std::span<const SweepFold> folds, const Parallelism& par) {
-  if (piece_count(n, par) > 1 && !factors.empty()) {
-    // Split over threads: each kernel on its own, as the threads allow.
-    for (std::size_t k = 0; k < factors.size(); ++k) {
-      if (rebuild && k == 0) update_plan<CopyUpdate>(*factors[0].plan, large, factors[0].data, par);
-      else update_plan<MultiplyUpdate>(*factors[k].plan, large, factors[k].data, par);
-    }
-    for (const SweepFold& f : folds) fold_plan<Fold>(*f.plan, large, f.data, par);
-    return;
-  }
-  // Blocks hold whole inner runs of every fold that folds runs into one
-  // entry, so each run is folded as a whole walk would fold it.  Totals
-  // (one entry) are summed in blocks of their own, after the sweep.
+void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
+                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end) {
   constexpr std::uint64_t kBlock = 2048;
   std::uint64_t run = 1;
-  for (const SweepFold& f : folds) {
-    if (f.plan->small_size() == 1) continue;
-    std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
-    if (f.plan->inner_small_stride() == 0) run = std::lcm(run, f.plan->axes().back().count);
-  }
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1 && f.plan->inner_small_stride() == 0)
+      run = std::lcm(run, f.plan->axes().back().count);
   const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
-  for (std::uint64_t a = 0; a < n; a += block) {
-    const std::uint64_t b = std::min(n, a + block);
+  for (std::uint64_t a = begin; a < end; a += block) {
+    const std::uint64_t b = std::min(end, a + block);
     apply_factors(large, rebuild, factors, a, b);
     for (const SweepFold& f : folds)
       if (f.plan->small_size() > 1) fold_range<Fold>(*f.plan, large, f.data, a, b);
   }
+}
+
+template <class Fold>
+void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
+                std::span<const SweepFold> folds, const Parallelism& par) {
+  // Totals (one entry) are summed in blocks of their own, after the sweep.
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1)
+      std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
+  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n);
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
 }
@@ -368,9 +369,21 @@ void multiply_marginalize(const IndexPlan& multiply_plan, double* large, const d
 }
 
 void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const SweepFactor> factors,
-           std::span<const SweepFold> folds, Reduce how, const Parallelism& parallelism) {
-  if (how == Reduce::sum) sweep_with<SumFold>(large, size, rebuild, factors, folds, parallelism);
-  else sweep_with<MaxFold>(large, size, rebuild, factors, folds, parallelism);
+           std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism) {
+  if (split_sweep_fits(size, parallelism)) {
+    split_sweep(large, size, rebuild, factors, folds, how, parallelism);
+  } else if (how == Reduce::sum) {
+    sweep_with<SumFold>(large, size, rebuild, factors, folds, parallelism);
+  } else {
+    sweep_with<MaxFold>(large, size, rebuild, factors, folds, parallelism);
+  }
+}
+
+void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
+                 std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
+                 Reduce how) {
+  if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end);
+  else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end);
 }
 
 void gather(const IndexPlan& plan, double* out, const double* small,

@@ -22,10 +22,12 @@ constexpr std::uint64_t kMostEntries = 50'000'000;
 #endif
 
 // Runs a fixed series of propagations on `domain` (evidence entered, added,
-// a likelihood, max, fast retraction, scaled, two threads) and records
+// a likelihood, max, fast retraction, scaled, two threads), all of them on
+// `threads` threads (their sweeps split down to small cliques), and records
 // every status, log constant and belief, and a hash of the bits of every
 // clique table.
-std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_node_t>& nodes) {
+std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_node_t>& nodes,
+                                      std::size_t threads) {
   std::vector<std::uint64_t> seen;
   auto bits = [](double x) {
     std::uint64_t b;
@@ -50,6 +52,8 @@ std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_nod
   auto propagate = [&](k_equilibrium_t eq, k_evidence_mode_t mode) {
     record(k_domain_propagate(domain, eq, mode));
   };
+  k_domain_set_concurrency_level(domain, threads);
+  k_domain_set_grain_size(domain, threads > 1 ? 16 : grain);
   k_domain_retract_findings(domain);
   k_domain_initialize(domain);
   k_node_select_state(nodes[n / 3], 0);
@@ -81,13 +85,15 @@ void expect_same_bits(k_domain_t domain) {
     if (k_node_get_kind(n) == K_KIND_DISCRETE && k_node_get_category(n) == K_CATEGORY_CHANCE)
       nodes.push_back(n);
   if (nodes.size() < 2) return;
-  std::vector<std::uint64_t> seen[2];
-  for (int fused = 0; fused < 2; ++fused) {
-    set_fused_sweeps(fused == 1);
-    seen[fused] = run_series(domain, nodes);
+  for (std::size_t threads = 1; threads <= 2; ++threads) {
+    std::vector<std::uint64_t> seen[2];
+    for (int fused = 0; fused < 2; ++fused) {
+      set_fused_sweeps(fused == 1);
+      seen[fused] = run_series(domain, nodes, threads);
+    }
+    set_fused_sweeps(true);
+    EXPECT_EQ(seen[0], seen[1]) << threads << " threads";
   }
-  set_fused_sweeps(true);
-  EXPECT_EQ(seen[0], seen[1]);
 }
 
 TEST(Sweeps, SameBitsAsOneKernelPerOperation) {

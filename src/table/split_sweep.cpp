@@ -1,0 +1,159 @@
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstdint>
+
+#include "platform/worker_pool.h"
+#include "table/sweep.h"
+
+namespace kelva {
+
+namespace {
+
+// Start of part j of `parts` equal parts of [0, total).
+std::uint64_t part_start(std::uint64_t total, std::uint64_t parts, std::uint64_t j) noexcept {
+  return total / parts * j + total % parts * j / parts;
+}
+
+// Whether large-table strides [lo, hi) (boundaries of the plan's axes or
+// finer) lie on axes the small table has.
+bool covers(const IndexPlan& plan, std::uint64_t lo, std::uint64_t hi) noexcept {
+  for (const PlanAxis& a : plan.axes())
+    if (a.large_stride < hi && a.large_stride * a.count > lo && a.small_stride == 0) return false;
+  return true;
+}
+
+// The digit (i / stride) % count of large index i whose values are shared
+// out: each thread takes a range of values under each of `outer` values of
+// the axes outside it.
+struct Cut {
+  std::uint64_t stride = 1;
+  std::uint64_t count = 1;
+  std::uint64_t outer = 1;
+  std::uint64_t pieces = 1;
+};
+
+// The cut whose slowest thread has least to do, by a cost in entries
+// swept: a thread's share of the entries, a walk start per range for each
+// factor and covered fold, and for each fold the cut misses a pass over
+// the finished table shared by the threads.  Candidates are runs of the
+// elementary digits between the strides where the folds' axes start (a
+// digit lies inside one axis of every fold, so it is either present in a
+// fold or absent from it): for each digit, the longest run that the folds
+// covering it cover, and the whole index (contiguous shares).
+Cut choose_cut(std::uint64_t size, std::span<const SweepFold> folds, std::size_t factors,
+               std::uint64_t threads) {
+  // Strides are suffix products of the large table's state counts: they
+  // divide one another, so there are at most 64 distinct ones.
+  std::array<std::uint64_t, 65> bounds{1, size};
+  std::size_t count = 2;
+  for (const SweepFold& f : folds) {
+    if (f.plan->small_size() == 1) continue;
+    for (const PlanAxis& a : f.plan->axes()) {
+      auto* end = bounds.begin() + count;
+      auto* at = std::lower_bound(bounds.begin(), end, a.large_stride);
+      if (*at == a.large_stride) continue;
+      std::copy_backward(at, end, end + 1);
+      *at = a.large_stride;
+      ++count;
+    }
+  }
+  const std::size_t digits = count - 1;
+  auto covered = [&](std::size_t first, std::size_t last) {
+    std::uint64_t n = 0;
+    for (const SweepFold& f : folds)
+      if (f.plan->small_size() > 1 && covers(*f.plan, bounds[first], bounds[last + 1])) ++n;
+    return n;
+  };
+  std::uint64_t multiple = 0;  // folds with more than one entry
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1) ++multiple;
+  constexpr std::uint64_t kWalkStart = 32;  // a walk's start, in entries
+  Cut best;
+  std::uint64_t best_cost = UINT64_MAX;
+  for (std::size_t d = 0; d <= digits; ++d) {
+    std::size_t first = d == digits ? 0 : d;
+    std::size_t last = d == digits ? digits - 1 : d;
+    const std::uint64_t c = covered(first, last);
+    if (d < digits) {
+      while (first > 0 && covered(first - 1, last) == c) --first;
+      while (last + 1 < digits && covered(first, last + 1) == c) ++last;
+    }
+    Cut cut;
+    cut.stride = bounds[first];
+    cut.count = bounds[last + 1] / bounds[first];
+    cut.outer = size / bounds[last + 1];
+    cut.pieces = std::min<std::uint64_t>({threads, cut.count, 64});
+    const std::uint64_t share = (cut.count + cut.pieces - 1) / cut.pieces;
+    const std::uint64_t cost = cut.outer * (share * cut.stride + kWalkStart * (factors + c)) +
+                               (multiple - c) * size / (2 * cut.pieces);
+    if (cost < best_cost) {
+      best = cut;
+      best_cost = cost;
+    }
+  }
+  return best;
+}
+
+template <class Body>
+void run_parts(std::uint64_t parts, std::uint64_t threads, Body& body) {
+  auto task = [&body](std::size_t j) noexcept { body(j); };
+  platform::WorkerPool::shared().run(parts, std::min(threads, parts), task);
+}
+
+}  // namespace
+
+bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism) noexcept {
+  return parallelism.threads >= 2 &&
+         size / kSplitSweepGrains >= std::max<std::uint64_t>(parallelism.grain, 1);
+}
+
+void split_sweep(double* large, std::uint64_t size, bool rebuild,
+                 std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
+                 const Parallelism& parallelism) {
+  const Cut cut = choose_cut(size, folds, factors.size(), parallelism.threads);
+  // Folds the cut covers first, then the other folds with more than one
+  // entry, then the totals.
+  SweepFold* const first = folds.data();
+  SweepFold* const end = first + folds.size();
+  SweepFold* const rest = std::partition(first, end, [&](const SweepFold& f) {
+    return f.plan->small_size() > 1 && covers(*f.plan, cut.stride, cut.stride * cut.count);
+  });
+  SweepFold* const totals =
+      std::partition(rest, end, [](const SweepFold& f) { return f.plan->small_size() > 1; });
+  const std::span<const SweepFold> covered(first, rest);
+  const std::span<const SweepFold> others(rest, totals);
+  const double identity = how == Reduce::sum ? 0.0 : -HUGE_VAL;
+  for (const SweepFold& f : covered) std::fill(f.data, f.data + f.plan->small_size(), identity);
+  for (const SweepFold& f : others) std::fill(f.data, f.data + f.plan->small_size(), identity);
+
+  // Each thread sweeps its values of the cut under every outer value, in
+  // index order: the ranges start and end on whole inner runs of the
+  // covered folds, whose small entries no other thread touches.
+  const std::uint64_t span = cut.stride * cut.count;
+  auto sweep_part = [&](std::uint64_t j) {
+    const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
+    const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
+    for (std::uint64_t base = 0; base < size; base += span)
+      sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
+  };
+  run_parts(cut.pieces, parallelism.threads, sweep_part);
+
+  // The other folds, each whole on one thread over the finished table
+  // (several in one pass); a single one is split along its own axes.
+  if (others.size() == 1) {
+    marginalize(*others[0].plan, large, others[0].data, how, parallelism);
+  } else if (others.size() > 1) {
+    const std::uint64_t parts = std::min<std::uint64_t>(parallelism.threads, others.size());
+    auto fold_part = [&](std::uint64_t j) {
+      const std::uint64_t first = part_start(others.size(), parts, j);
+      const std::uint64_t last = part_start(others.size(), parts, j + 1);
+      sweep_range(large, false, {}, others.subspan(first, last - first), 0, size, how);
+    };
+    run_parts(parts, parallelism.threads, fold_part);
+  }
+  for (const SweepFold* f = totals; f != end; ++f)
+    marginalize(*f->plan, large, f->data, how, parallelism);
+}
+
+}  // namespace kelva

@@ -1,0 +1,62 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "table/index_plan.h"
+#include "table/sweep.h"
+
+namespace kelva {
+namespace {
+
+// A sweep shared between threads gives the bits of one thread's sweep, on
+// random shapes with random factors and folds: folds the cut covers, folds
+// it misses (one or several), totals, sum and max, rebuilt or multiplied.
+TEST(SplitSweep, SameBitsAsOneThread) {
+  std::mt19937 rng(25);
+  auto subset = [&](std::size_t n, std::size_t most) {
+    std::vector<std::size_t> axes(n);
+    std::iota(axes.begin(), axes.end(), std::size_t{0});
+    std::shuffle(axes.begin(), axes.end(), rng);
+    axes.resize(std::min<std::size_t>(rng() % (most + 1), n));
+    return axes;
+  };
+  for (int trial = 0; trial < 400; ++trial) {
+    SCOPED_TRACE(trial);
+    std::vector<std::size_t> counts(2 + rng() % 5);
+    for (std::size_t& c : counts) c = 1 + rng() % 6;
+    std::vector<IndexPlan> plans;
+    const std::size_t factor_count = rng() % 4, fold_count = 1 + rng() % 5;
+    for (std::size_t k = 0; k < factor_count + fold_count; ++k)
+      plans.emplace_back(counts, subset(counts.size(), k < factor_count || rng() % 3 ? 3 : 1));
+    const std::uint64_t n = plans[0].large_size();
+    std::vector<std::vector<double>> small(plans.size());
+    std::vector<SweepFactor> factors;
+    for (std::size_t k = 0; k < plans.size(); ++k) {
+      small[k].resize(plans[k].small_size());
+      for (double& x : small[k]) x = 0.1 + static_cast<double>(rng() % 1000) * 0.002;
+      if (k < factor_count) factors.push_back({&plans[k], small[k].data()});
+    }
+    const std::uint64_t grain = 1 + rng() % 8;  // totals are summed in blocks of the grain
+    std::vector<double> results[2];
+    for (std::uint64_t threads : {1, 2 + trial % 2}) {
+      std::vector<double> large(n, 0.5);
+      std::vector<SweepFold> folds;
+      for (std::size_t k = factor_count; k < plans.size(); ++k)
+        folds.push_back({&plans[k], small[k].data()});
+      const Parallelism par{threads, grain};
+      ASSERT_EQ(split_sweep_fits(n, par), threads > 1 && n >= par.grain);
+      sweep(large.data(), n, trial % 2 == 0, factors, folds, trial % 3 ? Reduce::sum : Reduce::max,
+            par);
+      for (std::size_t k = factor_count; k < plans.size(); ++k)
+        large.insert(large.end(), small[k].begin(), small[k].end());
+      results[threads > 1] = large;
+    }
+    ASSERT_EQ(results[0], results[1]);
+  }
+}
+
+}  // namespace
+}  // namespace kelva
