@@ -1,6 +1,7 @@
 #include "table/table_ops.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <numeric>
 #include <type_traits>
@@ -118,8 +119,10 @@ void with_run_length(std::uint64_t c, F&& f) {
 // run r is p[r * c + k], its small entry q[r * row_ss + k * ss].  The large
 // and small tables never overlap.
 template <class Update, std::uint64_t C>
-void update_rows(double* __restrict p, const double* __restrict q, std::uint64_t rows,
-                 std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss) noexcept {
+[[gnu::always_inline]] inline void update_rows_body(double* __restrict p,
+                                                    const double* __restrict q, std::uint64_t rows,
+                                                    std::uint64_t c, std::uint64_t ss,
+                                                    std::uint64_t row_ss) noexcept {
   const std::uint64_t n = C != 0 ? C : c;
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
@@ -139,8 +142,9 @@ void update_rows(double* __restrict p, const double* __restrict q, std::uint64_t
 // whose small entry is constant (ss 0) by fold_run, others entry by entry,
 // each small entry meeting its large entries in index order.
 template <class Fold, std::uint64_t C>
-void fold_rows(const double* __restrict p, double* __restrict q, std::uint64_t rows,
-               std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss) noexcept {
+[[gnu::always_inline]] inline void fold_rows_body(const double* __restrict p, double* __restrict q,
+                                                  std::uint64_t rows, std::uint64_t c,
+                                                  std::uint64_t ss, std::uint64_t row_ss) noexcept {
   const std::uint64_t n = C != 0 ? C : c;
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
@@ -152,6 +156,56 @@ void fold_rows(const double* __restrict p, double* __restrict q, std::uint64_t r
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
       for (std::uint64_t k = 0; k < n; ++k) q[k * ss] = Fold::fold(q[k * ss], p[k]);
   }
+}
+
+// The row loops are compiled twice: for the baseline instruction set, and
+// for 256-bit vectors (AVX2, chosen at run time where the processor has it).
+// AVX2 brings no fused multiply-add, so every product and sum is rounded as
+// in the baseline and the bits are the same; only more entries go through
+// one instruction.
+#if defined(__x86_64__) && defined(__GNUC__)
+#define KELVA_WIDE_ROWS 1
+template <class Update, std::uint64_t C>
+[[gnu::target("avx2")]] void update_rows_wide(double* p, const double* q, std::uint64_t rows,
+                                              std::uint64_t c, std::uint64_t ss,
+                                              std::uint64_t row_ss) noexcept {
+  update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
+}
+template <class Fold, std::uint64_t C>
+[[gnu::target("avx2")]] void fold_rows_wide(const double* p, double* q, std::uint64_t rows,
+                                            std::uint64_t c, std::uint64_t ss,
+                                            std::uint64_t row_ss) noexcept {
+  fold_rows_body<Fold, C>(p, q, rows, c, ss, row_ss);
+}
+#endif
+
+std::atomic<bool> wide_rows_allowed{true};
+
+bool wide_rows() noexcept {
+#ifdef KELVA_WIDE_ROWS
+  static const bool supported = __builtin_cpu_supports("avx2") != 0;
+  return supported && wide_rows_allowed.load(std::memory_order_relaxed);
+#else
+  return false;
+#endif
+}
+
+template <class Update, std::uint64_t C>
+void update_rows(double* p, const double* q, std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
+                 std::uint64_t row_ss) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return update_rows_wide<Update, C>(p, q, rows, c, ss, row_ss);
+#endif
+  update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
+}
+
+template <class Fold, std::uint64_t C>
+void fold_rows(const double* p, double* q, std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
+               std::uint64_t row_ss) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return fold_rows_wide<Fold, C>(p, q, rows, c, ss, row_ss);
+#endif
+  fold_rows_body<Fold, C>(p, q, rows, c, ss, row_ss);
 }
 
 // Folds large entries [begin, end) (whole inner runs) through the plan's map,
@@ -375,6 +429,10 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
 }
 
 }  // namespace
+
+void set_wide_rows(bool allowed) noexcept {
+  wide_rows_allowed.store(allowed, std::memory_order_relaxed);
+}
 
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
                  const Parallelism& parallelism) {
