@@ -76,6 +76,62 @@ class IndexPlan {
     visit_axes(axes_.data(), axes_.size(), 0, 0, begin, end, run);
   }
 
+  /// As walk(), but whole inner runs that follow each other along the
+  /// second innermost axis come in one call: rows(large_index, small_index,
+  /// count) stands for `count` runs of inner_count() entries, the r-th at
+  /// large index large_index + r * inner_count() and small index
+  /// small_index + r * row_small_stride().  Stretches that are not whole
+  /// runs (at the ends of the range) come through row(), as in walk().  The
+  /// odometer then moves once per turn of the two innermost axes instead of
+  /// once per run, which matters when runs are a few entries long.
+  template <class Row, class Rows>
+  void walk_rows(std::uint64_t begin, std::uint64_t end, Row&& row, Rows&& rows) const {
+    const std::size_t n = axes_.size();
+    if (n < 2) return walk(begin, end, row);
+    const std::uint64_t c = axes_[n - 1].count;
+    const std::uint64_t ss = axes_[n - 1].small_stride;
+    const std::uint64_t row_ss = axes_[n - 2].small_stride;
+    const std::uint64_t tile = c * axes_[n - 2].count;
+    // The outer axes with one inner axis over both innermost ones: each of
+    // its stretches lies in one turn of them, whose first small index it
+    // gives (the merged axis steps the small table by 0).
+    std::array<PlanAxis, kMaxPlanAxes> outer;
+    std::copy(axes_.begin(), axes_.end() - 1, outer.begin());
+    outer[n - 2] = PlanAxis{tile, 1, 0, tile - 1, 0};
+    auto stretch = [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
+      // Only the first stretch can start inside a turn; later ones start
+      // at its beginning, so no division is made for them.
+      std::uint64_t r = 0, k = 0;
+      if (l == begin && l % tile != 0) {
+        const std::uint64_t off = l % tile;
+        r = off / c;
+        k = off - r * c;
+      }
+      std::uint64_t small = s + r * row_ss;
+      if (k != 0) {
+        const std::uint64_t m = std::min(c - k, len);
+        row(l, small + k * ss, m);
+        l += m;
+        len -= m;
+        small += row_ss;
+      }
+      const std::uint64_t whole = len == tile ? axes_[n - 2].count : len / c;
+      if (whole > 0) rows(l, small, whole);
+      l += whole * c;
+      len -= whole * c;
+      if (len > 0) row(l, small + whole * row_ss, len);
+    };
+    visit_axes(outer.data(), n - 1, 0, 0, begin, end, stretch);
+  }
+
+  /// Entries of the inner run.
+  std::uint64_t inner_count() const noexcept { return axes_.back().count; }
+  /// The small-table stride of the axis outside the inner run (0 for a plan
+  /// with one axis).
+  std::uint64_t row_small_stride() const noexcept {
+    return axes_.size() < 2 ? 0 : axes_[axes_.size() - 2].small_stride;
+  }
+
   /// As walk(), over the large entries whose value on axis `axis` lies in
   /// [first, last), in index order.  When the axis is present in the small
   /// table, slices with disjoint ranges touch disjoint small entries, and

@@ -1,8 +1,10 @@
 #include "table/table_ops.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <numeric>
+#include <type_traits>
 
 #include "network/domain.h"
 #include "platform/worker_pool.h"
@@ -85,6 +87,127 @@ double fold_run(const double* p, std::uint64_t n) noexcept {
   return Fold::fold(Fold::fold(a0, a1), Fold::fold(a2, a3));
 }
 
+// Calls f(std::integral_constant<std::uint64_t, c>) for the common short run
+// lengths, so that their loops are unrolled and vectorised at that length,
+// and f(std::integral_constant<std::uint64_t, 0>) (length known at run time
+// only) otherwise.
+template <class F>
+void with_run_length(std::uint64_t c, F&& f) {
+  switch (c) {
+    case 2:
+      return f(std::integral_constant<std::uint64_t, 2>{});
+    case 3:
+      return f(std::integral_constant<std::uint64_t, 3>{});
+    case 4:
+      return f(std::integral_constant<std::uint64_t, 4>{});
+    case 5:
+      return f(std::integral_constant<std::uint64_t, 5>{});
+    case 6:
+      return f(std::integral_constant<std::uint64_t, 6>{});
+    case 7:
+      return f(std::integral_constant<std::uint64_t, 7>{});
+    case 8:
+      return f(std::integral_constant<std::uint64_t, 8>{});
+    case 9:
+      return f(std::integral_constant<std::uint64_t, 9>{});
+    default:
+      return f(std::integral_constant<std::uint64_t, 0>{});
+  }
+}
+
+// Updates `rows` runs of `c` large entries (C when it is not 0): entry k of
+// run r is p[r * c + k], its small entry q[r * row_ss + k * ss].  The large
+// and small tables never overlap.
+template <class Update, std::uint64_t C>
+[[gnu::always_inline]] inline void update_rows_body(double* __restrict p,
+                                                    const double* __restrict q, std::uint64_t rows,
+                                                    std::uint64_t c, std::uint64_t ss,
+                                                    std::uint64_t row_ss) noexcept {
+  const std::uint64_t n = C != 0 ? C : c;
+  if (ss == 0) {
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
+      const double v = *q;
+      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], v);
+    }
+  } else if (ss == 1) {
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k]);
+  } else {
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k * ss]);
+  }
+}
+
+// Folds `rows` runs of `c` large entries as update_rows walks them: a run
+// whose small entry is constant (ss 0) by fold_run, others entry by entry,
+// each small entry meeting its large entries in index order.
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline void fold_rows_body(const double* __restrict p, double* __restrict q,
+                                                  std::uint64_t rows, std::uint64_t c,
+                                                  std::uint64_t ss, std::uint64_t row_ss) noexcept {
+  const std::uint64_t n = C != 0 ? C : c;
+  if (ss == 0) {
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+      *q = Fold::fold(*q, fold_run<Fold>(p, n));
+  } else if (ss == 1) {
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+      for (std::uint64_t k = 0; k < n; ++k) q[k] = Fold::fold(q[k], p[k]);
+  } else {
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+      for (std::uint64_t k = 0; k < n; ++k) q[k * ss] = Fold::fold(q[k * ss], p[k]);
+  }
+}
+
+// The row loops are compiled twice: for the baseline instruction set, and
+// for 256-bit vectors (AVX2, chosen at run time where the processor has it).
+// AVX2 brings no fused multiply-add, so every product and sum is rounded as
+// in the baseline and the bits are the same; only more entries go through
+// one instruction.
+#if defined(__x86_64__) && defined(__GNUC__)
+#define KELVA_WIDE_ROWS 1
+template <class Update, std::uint64_t C>
+[[gnu::target("avx2")]] void update_rows_wide(double* p, const double* q, std::uint64_t rows,
+                                              std::uint64_t c, std::uint64_t ss,
+                                              std::uint64_t row_ss) noexcept {
+  update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
+}
+template <class Fold, std::uint64_t C>
+[[gnu::target("avx2")]] void fold_rows_wide(const double* p, double* q, std::uint64_t rows,
+                                            std::uint64_t c, std::uint64_t ss,
+                                            std::uint64_t row_ss) noexcept {
+  fold_rows_body<Fold, C>(p, q, rows, c, ss, row_ss);
+}
+#endif
+
+std::atomic<bool> wide_rows_allowed{true};
+
+bool wide_rows() noexcept {
+#ifdef KELVA_WIDE_ROWS
+  static const bool supported = __builtin_cpu_supports("avx2") != 0;
+  return supported && wide_rows_allowed.load(std::memory_order_relaxed);
+#else
+  return false;
+#endif
+}
+
+template <class Update, std::uint64_t C>
+void update_rows(double* p, const double* q, std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
+                 std::uint64_t row_ss) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return update_rows_wide<Update, C>(p, q, rows, c, ss, row_ss);
+#endif
+  update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
+}
+
+template <class Fold, std::uint64_t C>
+void fold_rows(const double* p, double* q, std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
+               std::uint64_t row_ss) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return fold_rows_wide<Fold, C>(p, q, rows, c, ss, row_ss);
+#endif
+  fold_rows_body<Fold, C>(p, q, rows, c, ss, row_ss);
+}
+
 // Folds large entries [begin, end) (whole inner runs) through the plan's map,
 // giving the same results as the odometer walks below: runs that fold into
 // one small entry are folded by fold_run first, other entries one by one in
@@ -122,36 +245,37 @@ void fold_mapped(const IndexPlan& plan, const double* large, double* small, std:
   }
 }
 
-// Folds each inner run into the small table.  The stride mode is fixed per
-// plan, so each mode gets its own loop: constant (0), contiguous (1) or
-// strided small entries.
+// Folds large entries [begin, end) into the small table, run by run: a
+// range that starts and ends on inner-run boundaries folds each run exactly
+// as a whole walk would.
+template <class Fold>
+void fold_range(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                std::uint64_t end) {
+  if (plan.map() != nullptr) return fold_mapped<Fold>(plan, large, small, begin, end);
+  const std::uint64_t ss = plan.inner_small_stride();
+  const std::uint64_t c = plan.inner_count();
+  auto row = [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+    fold_rows<Fold, 0>(large + l, small + s, 1, n, ss, 0);
+  };
+  const std::uint64_t row_ss = plan.row_small_stride();
+  with_run_length(c, [&](auto length) {
+    plan.walk_rows(begin, end, row, [&](std::uint64_t l, std::uint64_t s, std::uint64_t rows) {
+      fold_rows<Fold, decltype(length)::value>(large + l, small + s, rows, c, ss, row_ss);
+    });
+  });
+}
+
+// Folds the whole large table, or (on a thread) the slice of it whose values
+// on `slice_axis` lie in [first, last).
 template <class Fold>
 void fold_walk(const IndexPlan& plan, const double* large, double* small, std::size_t slice_axis,
                std::uint64_t first, std::uint64_t last) {
-  if (slice_axis == static_cast<std::size_t>(-1) && plan.map() != nullptr)
-    return fold_mapped<Fold>(plan, large, small, 0, plan.large_size());
+  if (slice_axis == static_cast<std::size_t>(-1))
+    return fold_range<Fold>(plan, large, small, 0, plan.large_size());
   const std::uint64_t ss = plan.inner_small_stride();
-  auto walk = [&](auto&& run) {
-    if (slice_axis == static_cast<std::size_t>(-1)) plan.walk(0, plan.large_size(), run);
-    else plan.visit_slice(slice_axis, first, last, run);
-  };
-  if (ss == 0) {
-    walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      small[s] = Fold::fold(small[s], fold_run<Fold>(large + l, n));
-    });
-  } else if (ss == 1) {
-    walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      const double* p = large + l;
-      double* q = small + s;
-      for (std::uint64_t k = 0; k < n; ++k) q[k] = Fold::fold(q[k], p[k]);
-    });
-  } else {
-    walk([&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      const double* p = large + l;
-      double* q = small + s;
-      for (std::uint64_t k = 0; k < n; ++k) q[k * ss] = Fold::fold(q[k * ss], p[k]);
-    });
-  }
+  plan.visit_slice(slice_axis, first, last, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+    fold_rows<Fold, 0>(large + l, small + s, 1, n, ss, 0);
+  });
 }
 
 template <class Fold>
@@ -214,25 +338,16 @@ void update_walk(const IndexPlan& plan, double* large, const double* small, std:
     return;
   }
   const std::uint64_t ss = plan.inner_small_stride();
-  if (ss == 0) {
-    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      double* p = large + l;
-      const double v = small[s];
-      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], v);
+  const std::uint64_t c = plan.inner_count();
+  auto row = [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+    update_rows<Update, 0>(large + l, small + s, 1, n, ss, 0);
+  };
+  const std::uint64_t row_ss = plan.row_small_stride();
+  with_run_length(c, [&](auto length) {
+    plan.walk_rows(begin, end, row, [&](std::uint64_t l, std::uint64_t s, std::uint64_t rows) {
+      update_rows<Update, decltype(length)::value>(large + l, small + s, rows, c, ss, row_ss);
     });
-  } else if (ss == 1) {
-    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      double* p = large + l;
-      const double* q = small + s;
-      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k]);
-    });
-  } else {
-    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      double* p = large + l;
-      const double* q = small + s;
-      for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k * ss]);
-    });
-  }
+  });
 }
 
 // Large entries are written by exactly one piece each, so pieces are simply
@@ -247,27 +362,6 @@ void update_plan(const IndexPlan& plan, double* large, const double* small,
                         piece_start(n, pieces, j + 1));
   };
   run_pieces(pieces, par.threads, body);
-}
-
-// Folds large entries [begin, end) into the small table, run by run as
-// fold_walk does: a range that starts and ends on inner-run boundaries
-// folds each run exactly as a whole walk would.
-template <class Fold>
-void fold_range(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
-                std::uint64_t end) {
-  if (plan.map() != nullptr) return fold_mapped<Fold>(plan, large, small, begin, end);
-  const std::uint64_t ss = plan.inner_small_stride();
-  if (ss == 0) {
-    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      small[s] = Fold::fold(small[s], fold_run<Fold>(large + l, n));
-    });
-  } else {
-    plan.walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-      const double* p = large + l;
-      double* q = small + s;
-      for (std::uint64_t k = 0; k < n; ++k) q[k * ss] = Fold::fold(q[k * ss], p[k]);
-    });
-  }
 }
 
 // Multiplies and folds block by block, each block while it is in the
@@ -336,6 +430,10 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
 }
 
 }  // namespace
+
+void set_wide_rows(bool allowed) noexcept {
+  wide_rows_allowed.store(allowed, std::memory_order_relaxed);
+}
 
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
                  const Parallelism& parallelism) {

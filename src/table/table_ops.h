@@ -56,6 +56,11 @@ void gather(const IndexPlan& plan, double* out, const double* small,
 void quotient(double* out, const double* num, const double* den, std::uint64_t count,
               const Parallelism& parallelism = {});
 
+/// Whether the kernels may run their row loops on 256-bit vectors where the
+/// processor has them (the default).  Both forms give the same bits; tests
+/// switch this off to compare them.
+void set_wide_rows(bool allowed) noexcept;
+
 // The same on tables' discrete data, with the domain's parallelism.  The
 // small table's discrete nodes must be among the large one's with the same
 // state counts (Error(usage) otherwise); CG parts are not touched.

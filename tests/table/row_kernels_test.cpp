@@ -1,0 +1,75 @@
+// The kernels' row walks against the plain walk, run by run, bit for bit.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <random>
+
+#include "table/index_plan.h"
+#include "table/table_ops.h"
+
+namespace kelva {
+namespace {
+
+// fold_run's grouping: four interleaved lanes, the rest into the first.
+double lanes(const double* p, std::uint64_t n, bool max) {
+  auto f = [max](double a, double b) { return max ? (b > a ? b : a) : a + b; };
+  const double id = max ? -HUGE_VAL : 0.0;
+  double a[4] = {id, id, id, id};
+  std::uint64_t k = 0;
+  for (; k + 4 <= n; k += 4)
+    for (int j = 0; j < 4; ++j) a[j] = f(a[j], p[k + j]);
+  for (; k < n; ++k) a[0] = f(a[0], p[k]);
+  return f(f(a[0], a[1]), f(a[2], a[3]));
+}
+
+TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
+  std::mt19937 rng(20261126);
+  std::uniform_real_distribution<double> value(0.01, 1.0);
+  for (int trial = 0; trial < 150; ++trial) {
+    // Runs of every unrolled length and longer; every third layout too large for a map.
+    std::vector<std::size_t> counts(1 + rng() % 5), axes;
+    for (std::size_t i = 0; i < counts.size(); ++i) {
+      counts[i] = 1 + rng() % 10;
+      if (rng() % 2 == 0) axes.push_back(i);
+    }
+    if (trial % 3 == 0)
+      counts[0] *= IndexPlan::kMapMaxLarge / IndexPlan(counts, {}).large_size() + 1;
+    if (rng() % 3 == 0) std::shuffle(axes.begin(), axes.end(), rng);
+    const IndexPlan plan(counts, axes);
+    const std::uint64_t n = plan.large_size(), m = plan.small_size(),
+                        ss = plan.inner_small_stride();
+    SCOPED_TRACE(::testing::Message() << "trial " << trial << ", " << n << " entries");
+
+    std::vector<double> large(n), small(m);
+    for (double& x : large) x = value(rng);
+    for (double& x : small) x = value(rng) - 0.1;
+    std::vector<double> sum(m, 0.0), max(m, -HUGE_VAL), prod = large;
+    plan.walk(0, n, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
+      if (ss == 0) sum[s] += lanes(&large[l], len, false);
+      if (ss == 0) max[s] = std::max(max[s], lanes(&large[l], len, true));
+      for (std::uint64_t k = 0, j = s; k < len; ++k, j += ss) {
+        if (ss != 0) sum[j] += large[l + k];
+        if (ss != 0 && large[l + k] > max[j]) max[j] = large[l + k];
+        prod[l + k] *= small[j];
+      }
+    });
+    for (bool wide : {true, false}) {
+      set_wide_rows(wide);
+      // Pieces of three threads start and end anywhere in a row or a run.
+      for (const Parallelism par : {Parallelism{1, n}, Parallelism{3, 1 + rng() % (n / 2 + 1)}}) {
+        std::vector<double> s1(m), s2(m), t1 = large;
+        marginalize(plan, large.data(), s1.data(), Reduce::sum, par);
+        marginalize(plan, large.data(), s2.data(), Reduce::max, par);
+        multiply(plan, t1.data(), small.data(), par);
+        // No zeros or NaNs: equal values are equal bits.  (Totals: own blocks.)
+        EXPECT_TRUE(m == 1 || (s1 == sum && s2 == max)) << wide << par.threads;
+        EXPECT_TRUE(t1 == prod) << wide << par.threads;
+      }
+    }
+  }
+  set_wide_rows(true);
+}
+
+}  // namespace
+}  // namespace kelva
