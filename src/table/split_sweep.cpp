@@ -83,7 +83,10 @@ Cut choose_cut(std::uint64_t size, std::span<const SweepFold> folds, std::size_t
     cut.stride = bounds[first];
     cut.count = bounds[last + 1] / bounds[first];
     cut.outer = size / bounds[last + 1];
-    cut.pieces = std::min<std::uint64_t>({threads, cut.count, 64});
+    // Four pieces per thread, taken by whichever thread is free: a worker
+    // that starts late, or a share made uneven by an odd count, then costs
+    // a quarter of a share instead of a whole one.
+    cut.pieces = std::min<std::uint64_t>({4 * threads, cut.count, 64});
     const std::uint64_t share = (cut.count + cut.pieces - 1) / cut.pieces;
     const std::uint64_t cost = cut.outer * (share * cut.stride + kWalkStart * (factors + c)) +
                                (multiple - c) * size / (2 * cut.pieces);
