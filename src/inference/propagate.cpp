@@ -409,10 +409,10 @@ void advance(std::atomic<std::size_t>& progress) noexcept {
 // the second thread collects its subtrees while the calling thread collects
 // the rest, joining each subtree once it is done; the calling thread then
 // distributes and hands each subtree over as soon as its joining link has
-// sent.  Table operations run on one thread each.  Returns the log of the
-// collect's scale factors, summed in schedule order.
-double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool scaled,
-                     bool fused) {
+// sent.  Table operations run on one thread each, one kernel per operation
+// (trees that take the sweeps share each large clique instead).  Returns
+// the log of the collect's scale factors, summed in schedule order.
+double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool scaled) {
   const Parallelism one{1, par.grain};
   const auto& role = tree.split_role;
   const auto& links = tree.split_links;
@@ -424,7 +424,7 @@ double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, boo
       [&] {
         for (std::size_t g = groups; g-- > 0;) {
           for (std::size_t k = starts[g + 1]; k-- > starts[g];)
-            collect_link(tree, links[k], how, one, scaled ? &scales[links[k]] : nullptr, fused);
+            collect_link(tree, links[k], how, one, scaled ? &scales[links[k]] : nullptr, false);
           advance(done);
         }
       },
@@ -433,7 +433,7 @@ double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, boo
         for (std::size_t i = role.size(); i-- > 0;) {
           if (role[i] == kSecondThread) continue;
           if (role[i] == kJoin && !wait_for(done, ++joined)) return;
-          collect_link(tree, i, how, one, scaled ? &scales[i] : nullptr, fused);
+          collect_link(tree, i, how, one, scaled ? &scales[i] : nullptr, false);
         }
       },
       done);
@@ -443,7 +443,7 @@ double collect_split(JunctionTree& tree, Reduce how, const Parallelism& par, boo
   return log_scale;
 }
 
-void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
+void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
   const Parallelism one{1, par.grain};
   const auto& role = tree.split_role;
   const auto& links = tree.split_links;
@@ -453,7 +453,7 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par, bo
       [&] {
         for (std::size_t i = 0; i < role.size(); ++i) {
           if (role[i] == kSecondThread) continue;
-          distribute_link(tree, i, how, one, fused);
+          distribute_link(tree, i, how, one, false);
           if (role[i] == kJoin) advance(sent);
         }
       },
@@ -461,7 +461,7 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par, bo
         for (std::size_t g = 0; g + 1 < starts.size(); ++g) {
           if (!wait_for(sent, g + 1)) return;
           for (std::size_t k = starts[g]; k < starts[g + 1]; ++k)
-            distribute_link(tree, links[k], how, one, fused);
+            distribute_link(tree, links[k], how, one, false);
         }
       },
       sent);
@@ -493,7 +493,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
   }
   double log_scale = 0.0;
   if (split) {
-    log_scale = collect_split(tree, how, par, scaled, fused);
+    log_scale = collect_split(tree, how, par, scaled);
   } else {
     double scale = 1.0;
     for (std::size_t i = schedule.size(); i-- > 0;) {
@@ -519,7 +519,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
     tree.normalization_constant *= x;
   }
   if (split) {
-    distribute_split(tree, how, par, fused);
+    distribute_split(tree, how, par);
   } else {
     for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par, fused);
   }
