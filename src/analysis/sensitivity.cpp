@@ -21,21 +21,9 @@ namespace {
 
 // Where a node's own states lie in its table: entry i is state (i / stride)
 // % states of the node, and its column mates are i + (k - state) * stride.
-struct Column {
-  std::uint64_t stride = 1;
-  std::size_t states = 1;
-};
-
-Column column_of(const Table& table, const Node& node) {
-  Column c;
-  const NodeList& nodes = table.nodes();
-  const std::size_t discrete = table.discrete_count();
-  std::size_t pos = discrete;
-  for (std::size_t i = 0; i < discrete; ++i)
-    if (nodes[i] == &node) pos = i;
-  require(pos < discrete, K_ERROR_ERROR);
-  for (std::size_t i = pos + 1; i < discrete; ++i) c.stride *= table.state_counts()[i];
-  c.states = table.state_counts()[pos];
+StateAxis column_of(const Table& table, const Node& node) {
+  const StateAxis c = state_axis(table, node);
+  require(c.states != 0, K_ERROR_ERROR);
   return c;
 }
 
@@ -105,7 +93,7 @@ double with_state(Domain& domain, Node& node, std::size_t state, F&& body) {
 // The constants of entry i from the derivatives q of the total P and of the
 // total with the output's state selected, as (a, b) of P(theta) = a theta + b.
 std::pair<double, double> linear(const double* theta, const std::vector<double>& q, double total,
-                                 std::uint64_t i, const Column& c) {
+                                 std::uint64_t i, const StateAxis& c) {
   const std::size_t x = static_cast<std::size_t>((i / c.stride) % c.states);
   const std::uint64_t first = i - x * c.stride;
   double rest = total;  // the part of the total that no entry of the column scales
@@ -204,7 +192,7 @@ void compute_sensitivity(Domain& domain, const std::vector<SensitivityOutput>& o
 
   for (Node* n : members) {
     const Table& table = *n->table();
-    const Column column = column_of(table, *n);
+    const StateAxis column = column_of(table, *n);
     std::vector<double>& constants = results.constants[n];
     constants.resize(outputs.size() * table.size() * 4);
     for (std::size_t o = 0; o < outputs.size(); ++o) {

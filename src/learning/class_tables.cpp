@@ -31,24 +31,6 @@ namespace kelva {
 
 namespace {
 
-// The distance between the states of `node` in `table` and their number.
-struct Axis {
-  std::uint64_t stride = 1;
-  std::uint64_t states = 1;
-};
-
-Axis axis_of(const Table& table, const Node& node) {
-  Axis a;
-  for (std::size_t i = table.discrete_count(); i-- > 0;) {
-    if (table.nodes()[i] == &node) {
-      a.states = table.state_counts()[i];
-      break;
-    }
-    a.stride *= table.state_counts()[i];
-  }
-  return a;
-}
-
 // A copy of a class node: its table has the class table's shape, or (a
 // window's first-slice clone) it is the class table's node with parents
 // added, whose counts are summed onto the node.
@@ -61,7 +43,7 @@ struct Copy {
 // A learned class node and its copies.
 struct Group {
   Node* original = nullptr;
-  Axis axis;
+  StateAxis axis;
   std::vector<Copy> copies;
   /// Per class-table entry: its row's experience entry, and fading entry
   /// (empty without a fading table).
@@ -141,7 +123,7 @@ ClassTies::ClassTies(Domain& domain, bool from_class) : domain_(domain) {
       Group& g = groups_.emplace_back();
       g.original = original;
       const Table& table = *original->table();
-      g.axis = axis_of(table, *original);
+      g.axis = state_axis(table, *original);
       g.to_experience = entry_map(table, *original->experience_table());
       if (original->fading_table() != nullptr)
         g.to_fading = entry_map(table, *original->fading_table());
@@ -205,7 +187,7 @@ void ClassTies::restore() noexcept {
 std::vector<double> ClassTies::copy_counts(const Group& g, const Copy& c,
                                            const std::vector<double>& counts) {
   if (!c.folded) return counts;
-  const Axis a = axis_of(*c.node->table(), *c.node);
+  const StateAxis a = state_axis(*c.node->table(), *c.node);
   std::vector<double> folded(g.axis.states, 0.0);
   for (std::uint64_t i = 0; i < counts.size(); ++i) folded[(i / a.stride) % a.states] += counts[i];
   return folded;
@@ -220,7 +202,7 @@ void ClassTies::write(Group& g, const std::vector<double>& table,
   for (const Copy& c : g.copies) {
     Table& t = *c.node->table();
     if (c.folded) {
-      const Axis a = axis_of(t, *c.node);
+      const StateAxis a = state_axis(t, *c.node);
       for (std::uint64_t i = 0; i < t.size(); ++i) t.data()[i] = table[(i / a.stride) % a.states];
     } else {
       std::copy(table.begin(), table.end(), t.data());

@@ -379,4 +379,16 @@ void Table::notify_changed() noexcept {
   else domain_->note_table_change();
 }
 
+StateAxis state_axis(const Table& table, const Node& node) noexcept {
+  StateAxis a;
+  for (std::size_t i = table.discrete_count(); i-- > 0;) {
+    if (table.nodes()[i] == &node) {
+      a.states = table.state_counts()[i];
+      return a;
+    }
+    a.stride *= table.state_counts()[i];
+  }
+  return StateAxis{};
+}
+
 }  // namespace kelva

@@ -161,4 +161,13 @@ class Table : public Object {
   DoubleBuffer coefficients_;
 };
 
+/// Where a node's states lie among a table's entries: entry i holds state
+/// (i / stride) % states of the node.  `states` is 0 when the node is not
+/// one of the table's discrete nodes.
+struct StateAxis {
+  std::uint64_t stride = 1;
+  std::size_t states = 0;
+};
+StateAxis state_axis(const Table& table, const Node& node) noexcept;
+
 }  // namespace kelva

@@ -115,6 +115,25 @@ void with_run_length(std::uint64_t c, F&& f) {
   }
 }
 
+// Walks large entries [begin, end) of a plan by rows of whole inner runs:
+// kernel(l, s, rows, n, row_ss, length) covers `rows` runs of n entries from
+// large entry l and small entry s, the small start moving by row_ss per run;
+// `length` is n as a constant for the common short runs (0 otherwise).  A
+// partial run at either end of the range comes as one row of its own length.
+template <class Kernel>
+void walk_by_rows(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end, Kernel&& kernel) {
+  const std::uint64_t c = plan.inner_count();
+  const std::uint64_t row_ss = plan.row_small_stride();
+  auto part = [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
+    kernel(l, s, std::uint64_t{1}, n, std::uint64_t{0}, std::integral_constant<std::uint64_t, 0>{});
+  };
+  with_run_length(c, [&](auto length) {
+    plan.walk_rows(begin, end, part, [&](std::uint64_t l, std::uint64_t s, std::uint64_t rows) {
+      kernel(l, s, rows, c, row_ss, length);
+    });
+  });
+}
+
 // Updates `rows` runs of `c` large entries (C when it is not 0): entry k of
 // run r is p[r * c + k], its small entry q[r * row_ss + k * ss].  The large
 // and small tables never overlap.
@@ -253,15 +272,8 @@ void fold_range(const IndexPlan& plan, const double* large, double* small, std::
                 std::uint64_t end) {
   if (plan.map() != nullptr) return fold_mapped<Fold>(plan, large, small, begin, end);
   const std::uint64_t ss = plan.inner_small_stride();
-  const std::uint64_t c = plan.inner_count();
-  auto row = [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-    fold_rows<Fold, 0>(large + l, small + s, 1, n, ss, 0);
-  };
-  const std::uint64_t row_ss = plan.row_small_stride();
-  with_run_length(c, [&](auto length) {
-    plan.walk_rows(begin, end, row, [&](std::uint64_t l, std::uint64_t s, std::uint64_t rows) {
-      fold_rows<Fold, decltype(length)::value>(large + l, small + s, rows, c, ss, row_ss);
-    });
+  walk_by_rows(plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
+    fold_rows<Fold, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
   });
 }
 
@@ -338,15 +350,8 @@ void update_walk(const IndexPlan& plan, double* large, const double* small, std:
     return;
   }
   const std::uint64_t ss = plan.inner_small_stride();
-  const std::uint64_t c = plan.inner_count();
-  auto row = [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {
-    update_rows<Update, 0>(large + l, small + s, 1, n, ss, 0);
-  };
-  const std::uint64_t row_ss = plan.row_small_stride();
-  with_run_length(c, [&](auto length) {
-    plan.walk_rows(begin, end, row, [&](std::uint64_t l, std::uint64_t s, std::uint64_t rows) {
-      update_rows<Update, decltype(length)::value>(large + l, small + s, rows, c, ss, row_ss);
-    });
+  walk_by_rows(plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
+    update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
   });
 }
 
