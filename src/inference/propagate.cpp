@@ -17,6 +17,7 @@
 #include "network/error.h"
 #include "network/node.h"
 #include "platform/worker_pool.h"
+#include "table/sweep.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -467,6 +468,149 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
       sent);
 }
 
+// Whether two threads walk the passes together (SharedPass): the tree
+// has two links or more and holds kSplitGrains grains of entries.
+bool shares_passes(const JunctionTree& tree, const Parallelism& par) noexcept {
+  if (tree.schedule.size() < 2) return false;
+  std::uint64_t total = 0;
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) total += (*c)->table->size();
+  return total / kSplitGrains >= std::max<std::uint64_t>(par.grain, 1);
+}
+
+// A sweep is shared between the threads (split_sweep) when the other
+// thread waits for work, or always from this many grains of entries on:
+// the other thread then joins it as soon as its own link is sent.
+constexpr std::uint64_t kAlwaysShareGrains = 16;
+
+// One pass of a tree that takes the sweeps, walked by two threads
+// together: each takes a link whose input is ready (collect: the links of
+// its outer clique's children have sent; distribute: its parent link
+// has), sends it, and makes ready the link that waited for it.  A thread
+// with nothing ready first joins the other's shared sweep, if any, else
+// spins.  Every clique is swept once, by the kernels of one thread's
+// pass, and every separator gets its message before it is read, so the
+// bits are those of one thread in schedule order.  Uses the tree's split
+// room (no allocation): split_links is the stack of ready links,
+// split_weight each link's children still to send, split_scales the
+// collect's factors.
+class SharedPass {
+ public:
+  SharedPass(JunctionTree& tree, bool collect, Reduce how, const Parallelism& par, bool scaled)
+      : tree_(tree), collect_(collect), how_(how), par_(par), scaled_(scaled) {
+    const auto& schedule = tree.schedule;
+    const std::size_t n = schedule.size();
+    tree.split_root = nullptr;  // the subtree split must be made again
+    tree.split_links.assign(n, 0);
+    tree.split_weight.assign(n, 0);
+    tree.split_scales.assign(n, 1.0);
+    if (collect) {
+      // Leaves first, the last in schedule order on top, as one thread
+      // would begin.
+      for (std::size_t i = 0; i < n; ++i) {
+        const auto [first, end] = children(tree, i);
+        tree.split_weight[i] = end - first;
+        if (first == end) tree.split_links[top_++] = i;
+      }
+    } else {
+      const auto [first, end] = children(tree, JunctionTree::kNoLink);
+      for (std::size_t i = end; i-- > first;) tree.split_links[top_++] = i;
+    }
+  }
+
+  // Runs the pass on up to two threads; rethrows the first error.
+  void run() {
+    auto task = [this](std::size_t) noexcept { work(); };
+    platform::WorkerPool::shared().run(2, 2, task);
+    if (error_) std::rethrow_exception(error_);
+  }
+
+  // The log of the collect's factors, summed as one thread sums them.
+  double log_scale() const noexcept {
+    double sum = 0.0;
+    for (std::size_t i = tree_.schedule.size(); i-- > 0;) sum += std::log(tree_.split_scales[i]);
+    return sum;
+  }
+
+ private:
+  void lock() noexcept {
+    while (busy_.test_and_set(std::memory_order_acquire)) platform::relax();
+  }
+  void unlock() noexcept { busy_.clear(std::memory_order_release); }
+
+  bool pop(std::size_t& link) noexcept {
+    lock();
+    const bool any = top_ > 0;
+    if (any) link = tree_.split_links[--top_];
+    unlock();
+    return any;
+  }
+
+  void push(std::size_t first, std::size_t end) noexcept {
+    lock();
+    for (std::size_t i = end; i-- > first;) tree_.split_links[top_++] = i;
+    unlock();
+  }
+
+  void send(std::size_t i) {
+    const std::uint64_t size = tree_.schedule[i].outer->table->size();
+    const bool share = split_sweep_fits(size, par_) &&
+                       (waiting_.load(std::memory_order_relaxed) > 0 ||
+                        size / kAlwaysShareGrains >= std::max<std::uint64_t>(par_.grain, 1));
+    const Parallelism par{share ? par_.threads : 1, par_.grain};
+    if (collect_) {
+      collect_link(tree_, i, how_, par, scaled_ ? &tree_.split_scales[i] : nullptr, true);
+      const std::size_t parent = tree_.schedule[i].parent;
+      if (parent != JunctionTree::kNoLink &&
+          std::atomic_ref(tree_.split_weight[parent]).fetch_sub(1, std::memory_order_acq_rel) == 1)
+        push(parent, parent + 1);
+    } else {
+      distribute_link(tree_, i, how_, par, true);
+      const auto [first, end] = children(tree_, i);
+      push(first, end);
+    }
+  }
+
+  void work() noexcept {
+    const std::size_t n = tree_.schedule.size();
+    std::uint64_t seen = 0;
+    bool waiting = false;
+    while (!failed_.load(std::memory_order_acquire) && sent_.load(std::memory_order_acquire) < n) {
+      if (platform::WorkerPool::shared().help(seen)) continue;
+      std::size_t i = 0;
+      if (!pop(i)) {
+        if (!waiting) waiting_.fetch_add(1, std::memory_order_relaxed);
+        waiting = true;
+        platform::relax();
+        continue;
+      }
+      if (waiting) waiting_.fetch_sub(1, std::memory_order_relaxed);
+      waiting = false;
+      try {
+        send(i);
+      } catch (...) {
+        lock();
+        if (!error_) error_ = std::current_exception();
+        unlock();
+        failed_.store(true, std::memory_order_release);
+      }
+      sent_.fetch_add(1, std::memory_order_acq_rel);
+    }
+    if (waiting) waiting_.fetch_sub(1, std::memory_order_relaxed);
+  }
+
+  JunctionTree& tree_;
+  const bool collect_;
+  const Reduce how_;
+  const Parallelism par_;
+  const bool scaled_;
+  std::size_t top_ = 0;  // ready links on the stack; guarded by busy_
+  std::atomic_flag busy_;
+  std::atomic<std::size_t> sent_{0};
+  std::atomic<int> waiting_{0};  // threads with nothing to do
+  std::atomic<bool> failed_{false};
+  std::exception_ptr error_;  // the first error; guarded by busy_
+};
+
 // Collect towards the root, normalization of the root and distribute; the
 // root total x is checked, folded into the normalization constant and
 // returned.  A clique that receives a message and then sends one has both
@@ -491,8 +635,15 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
       build_split(tree, par.grain);
     split = tree.split_starts.size() > 1;
   }
+  // Trees that take the sweeps and hold enough entries are walked by two
+  // threads together, pass by pass; the root is swept between the passes.
+  const bool shared = fused && par.threads >= 2 && shares_passes(tree, par);
   double log_scale = 0.0;
-  if (split) {
+  if (shared) {
+    SharedPass pass(tree, true, how, par, scaled);
+    pass.run();
+    log_scale = pass.log_scale();
+  } else if (split) {
     log_scale = collect_split(tree, how, par, scaled);
   } else {
     double scale = 1.0;
@@ -518,7 +669,9 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
   } else {
     tree.normalization_constant *= x;
   }
-  if (split) {
+  if (shared) {
+    SharedPass(tree, false, how, par, scaled).run();
+  } else if (split) {
     distribute_split(tree, how, par);
   } else {
     for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par, fused);

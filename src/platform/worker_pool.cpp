@@ -9,18 +9,18 @@
 
 namespace kelva::platform {
 
+void relax() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+  _mm_pause();
+#endif
+}
+
 namespace {
 
 // How long a thread spins for work or for a batch's last pieces before it
 // sleeps: longer than the gap between two large cliques of a propagation,
 // short enough that an idle pool costs nothing noticeable.
 constexpr std::chrono::microseconds kSpin{50};
-
-void relax() noexcept {
-#if defined(__x86_64__) || defined(__i386__)
-  _mm_pause();
-#endif
-}
 
 // Spins until done() or until kSpin has passed; true when done().
 template <class Done>
@@ -34,6 +34,14 @@ bool spin_until(Done done) noexcept {
     if (std::chrono::steady_clock::now() >= until) return done();
   }
 }
+
+// The batches this thread is working on, innermost first: a thread that
+// helps while inside a batch must not join that batch again.
+struct Inside {
+  const void* batch;
+  const Inside* outer;
+};
+thread_local const Inside* inside = nullptr;
 
 }  // namespace
 
@@ -67,17 +75,24 @@ void WorkerPool::ensure_workers(std::size_t count) noexcept {
 }
 
 void WorkerPool::drain(Batch& batch) noexcept {
+  const Inside here{&batch, inside};
+  inside = &here;
   for (;;) {
     const std::size_t piece = batch.next.fetch_add(1, std::memory_order_relaxed);
-    if (piece >= batch.pieces) return;
+    if (piece >= batch.pieces) break;
     batch.call(batch.context, piece);
   }
+  inside = here.outer;
 }
 
 WorkerPool::Batch* WorkerPool::joinable() const noexcept {
-  for (Batch* b = queue_; b != nullptr; b = b->next_batch)
-    if (b->helpers < b->helpers_wanted && b->next.load(std::memory_order_relaxed) < b->pieces)
-      return b;
+  for (Batch* b = queue_; b != nullptr; b = b->next_batch) {
+    if (b->helpers >= b->helpers_wanted || b->next.load(std::memory_order_relaxed) >= b->pieces)
+      continue;
+    const Inside* in = inside;
+    while (in != nullptr && in->batch != b) in = in->outer;
+    if (in == nullptr) return b;
+  }
   return nullptr;
 }
 
@@ -106,6 +121,25 @@ void WorkerPool::run_batch(Batch& batch, std::size_t threads) noexcept {
     }
   }
   batch_left_.wait(lock, [&] { return batch.active.load(std::memory_order_relaxed) == 0; });
+}
+
+bool WorkerPool::help(std::uint64_t& seen) noexcept {
+  const std::uint64_t posted = posted_.load(std::memory_order_acquire);
+  if (posted == seen) return false;
+  std::unique_lock lock(mutex_);
+  Batch* batch = joinable();
+  if (batch == nullptr) {
+    // Batches posted after the load change the count again.
+    seen = posted;
+    return false;
+  }
+  ++batch->helpers;
+  ++batch->active;
+  lock.unlock();
+  drain(*batch);
+  lock.lock();
+  if (--batch->active == 0) batch_left_.notify_all();
+  return true;
 }
 
 void WorkerPool::work() noexcept {

@@ -10,6 +10,9 @@
 
 namespace kelva::platform {
 
+/// A pause for a thread that spins on a value another thread will change.
+void relax() noexcept;
+
 /// A small pool of worker threads for large table operations.  A caller
 /// hands over a batch of numbered pieces and works on it too; idle workers
 /// join in.  Several callers (domains used by different threads) may run
@@ -46,6 +49,14 @@ class WorkerPool {
     batch.pieces = pieces;
     run_batch(batch, threads);
   }
+
+  /// Joins a batch that another thread has queued and that still has
+  /// pieces to claim, and works on it until none is left; false when there
+  /// is none.  `seen` holds the count of batches posted when this thread
+  /// last found none (start it at 0): until another is posted, the call
+  /// returns at once without taking the lock.  Lets a thread that waits
+  /// for other work take part in a batch of a thread that does not.
+  bool help(std::uint64_t& seen) noexcept;
 
   /// Number of worker threads started so far.
   std::size_t worker_count() const;
