@@ -468,13 +468,17 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
       sent);
 }
 
-// Whether two threads walk the passes together (SharedPass): the tree
-// has two links or more and holds kSplitGrains grains of entries.
-bool shares_passes(const JunctionTree& tree, const Parallelism& par) noexcept {
-  if (tree.schedule.size() < 2) return false;
+// A tree that takes the sweeps is walked by two threads together
+// (SharedPass) from this many grains of entries on; a smaller one with
+// two links or more runs on one thread (pigs, 0.7 million entries, and
+// andes, 0.4 million, took 1.5 times as long on two threads as on one).
+constexpr std::uint64_t kSharedPassGrains = 100;
+
+// Entries of the tree's cliques.
+std::uint64_t tree_entries(const JunctionTree& tree) noexcept {
   std::uint64_t total = 0;
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) total += (*c)->table->size();
-  return total / kSplitGrains >= std::max<std::uint64_t>(par.grain, 1);
+  return total;
 }
 
 // A sweep is shared between the threads (split_sweep) when the other
@@ -619,12 +623,21 @@ class SharedPass {
 // distribute onto its first child's separator).  With `fused` every
 // clique is swept once per pass instead (clique_sweeps.h): the root after
 // the collect, and again with the normalization when distributing.  With
-// two threads or more, the sweep of each large clique is shared between
-// the threads (split_sweep in table/sweep.h), which keeps both busy on
-// every large clique; trees without the sweeps are shared by subtrees
+// two threads or more, both walk each pass of a large tree that takes the
+// sweeps (SharedPass), sharing large sweeps (split_sweep in
+// table/sweep.h); trees without the sweeps are shared by subtrees
 // (build_split).
-double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
+double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, bool fused) {
   const auto& schedule = tree.schedule;
+  // Trees that take the sweeps and hold enough entries are walked by two
+  // threads together, pass by pass, and the root is swept between the
+  // passes; smaller ones with more than one clique by one thread.
+  Parallelism par = threads;
+  bool shared = false;
+  if (fused && par.threads >= 2 && schedule.size() >= 2) {
+    shared = tree_entries(tree) / kSharedPassGrains >= std::max<std::uint64_t>(par.grain, 1);
+    if (!shared) par.threads = 1;
+  }
   // Scaled propagation divides each collected message by its largest
   // entry and keeps the logarithms of those factors.
   const bool scaled = tree.domain->scaled_propagation;
@@ -635,9 +648,6 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
       build_split(tree, par.grain);
     split = tree.split_starts.size() > 1;
   }
-  // Trees that take the sweeps and hold enough entries are walked by two
-  // threads together, pass by pass; the root is swept between the passes.
-  const bool shared = fused && par.threads >= 2 && shares_passes(tree, par);
   double log_scale = 0.0;
   if (shared) {
     SharedPass pass(tree, true, how, par, scaled);
