@@ -482,9 +482,13 @@ std::uint64_t tree_entries(const JunctionTree& tree) noexcept {
 }
 
 // A sweep is shared between the threads (split_sweep) when the other
-// thread waits for work, or always from this many grains of entries on:
-// the other thread then joins it as soon as its own link is sent.
-constexpr std::uint64_t kAlwaysShareGrains = 16;
+// thread waits for work, or always when the clique holds at least this
+// part of the tree's entries: the other thread then joins it as soon as
+// its own link is sent.  Sharing costs walk starts and a pass for each
+// fold the cut misses; a clique that fills an eighth of the tree would
+// keep the other thread waiting at the end of the pass (best of 8, 32,
+// 128 and of 16, 64, 256 grains on link, barley, mildew, water, diabetes).
+constexpr std::uint64_t kAlwaysShareFraction = 8;
 
 // One pass of a tree that takes the sweeps, walked by two threads
 // together: each takes a link whose input is ready (collect: the links of
@@ -499,8 +503,9 @@ constexpr std::uint64_t kAlwaysShareGrains = 16;
 // collect's factors.
 class SharedPass {
  public:
-  SharedPass(JunctionTree& tree, bool collect, Reduce how, const Parallelism& par, bool scaled)
-      : tree_(tree), collect_(collect), how_(how), par_(par), scaled_(scaled) {
+  SharedPass(JunctionTree& tree, std::uint64_t entries, bool collect, Reduce how,
+             const Parallelism& par, bool scaled)
+      : tree_(tree), entries_(entries), collect_(collect), how_(how), par_(par), scaled_(scaled) {
     const auto& schedule = tree.schedule;
     const std::size_t n = schedule.size();
     tree.split_root = nullptr;  // the subtree split must be made again
@@ -557,9 +562,9 @@ class SharedPass {
 
   void send(std::size_t i) {
     const std::uint64_t size = tree_.schedule[i].outer->table->size();
-    const bool share = split_sweep_fits(size, par_) &&
-                       (waiting_.load(std::memory_order_relaxed) > 0 ||
-                        size / kAlwaysShareGrains >= std::max<std::uint64_t>(par_.grain, 1));
+    const bool share =
+        split_sweep_fits(size, par_) &&
+        (waiting_.load(std::memory_order_relaxed) > 0 || size * kAlwaysShareFraction >= entries_);
     const Parallelism par{share ? par_.threads : 1, par_.grain};
     if (collect_) {
       collect_link(tree_, i, how_, par, scaled_ ? &tree_.split_scales[i] : nullptr, true);
@@ -603,6 +608,7 @@ class SharedPass {
   }
 
   JunctionTree& tree_;
+  const std::uint64_t entries_;  // of the tree's cliques
   const bool collect_;
   const Reduce how_;
   const Parallelism par_;
@@ -633,9 +639,10 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   // threads together, pass by pass, and the root is swept between the
   // passes; smaller ones with more than one clique by one thread.
   Parallelism par = threads;
+  const std::uint64_t entries = tree_entries(tree);
   bool shared = false;
   if (fused && par.threads >= 2 && schedule.size() >= 2) {
-    shared = tree_entries(tree) / kSharedPassGrains >= std::max<std::uint64_t>(par.grain, 1);
+    shared = entries / kSharedPassGrains >= std::max<std::uint64_t>(par.grain, 1);
     if (!shared) par.threads = 1;
   }
   // Scaled propagation divides each collected message by its largest
@@ -650,7 +657,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   }
   double log_scale = 0.0;
   if (shared) {
-    SharedPass pass(tree, true, how, par, scaled);
+    SharedPass pass(tree, entries, true, how, par, scaled);
     pass.run();
     log_scale = pass.log_scale();
   } else if (split) {
@@ -680,7 +687,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     tree.normalization_constant *= x;
   }
   if (shared) {
-    SharedPass(tree, false, how, par, scaled).run();
+    SharedPass(tree, entries, false, how, par, scaled).run();
   } else if (split) {
     distribute_split(tree, how, par);
   } else {
