@@ -526,7 +526,8 @@ class SharedPass {
     }
   }
 
-  // Runs the pass on up to two threads; rethrows the first error.
+  // Runs the pass on up to two threads; rethrows the error one thread
+  // would meet first.
   void run() {
     auto task = [this](std::size_t) noexcept { work(); };
     platform::WorkerPool::shared().run(2, 2, task);
@@ -566,14 +567,19 @@ class SharedPass {
         split_sweep_fits(size, par_) &&
         (waiting_.load(std::memory_order_relaxed) > 0 || size * kAlwaysShareFraction >= entries_);
     const Parallelism par{share ? par_.threads : 1, par_.grain};
-    if (collect_) {
+    if (collect_)
       collect_link(tree_, i, how_, par, scaled_ ? &tree_.split_scales[i] : nullptr, true);
+    else distribute_link(tree_, i, how_, par, true);
+  }
+
+  // Makes ready the links that waited for link i.
+  void release(std::size_t i) noexcept {
+    if (collect_) {
       const std::size_t parent = tree_.schedule[i].parent;
       if (parent != JunctionTree::kNoLink &&
           std::atomic_ref(tree_.split_weight[parent]).fetch_sub(1, std::memory_order_acq_rel) == 1)
         push(parent, parent + 1);
     } else {
-      distribute_link(tree_, i, how_, par, true);
       const auto [first, end] = children(tree_, i);
       push(first, end);
     }
@@ -583,7 +589,7 @@ class SharedPass {
     const std::size_t n = tree_.schedule.size();
     std::uint64_t seen = 0;
     bool waiting = false;
-    while (!failed_.load(std::memory_order_acquire) && sent_.load(std::memory_order_acquire) < n) {
+    while (sent_.load(std::memory_order_acquire) < n) {
       if (platform::WorkerPool::shared().help(seen)) continue;
       std::size_t i = 0;
       if (!pop(i)) {
@@ -597,11 +603,19 @@ class SharedPass {
       try {
         send(i);
       } catch (...) {
+        // The pass goes on, so that the error kept is the one that one
+        // thread meets first.  Only the collect's checks of max totals
+        // fail, and one thread collects backwards: the last failing link
+        // in schedule order (links after it lie beyond it, so they get
+        // the inputs they get on one thread and succeed).
         lock();
-        if (!error_) error_ = std::current_exception();
+        if (!error_ || i > error_link_) {
+          error_ = std::current_exception();
+          error_link_ = i;
+        }
         unlock();
-        failed_.store(true, std::memory_order_release);
       }
+      release(i);
       sent_.fetch_add(1, std::memory_order_acq_rel);
     }
     if (waiting) waiting_.fetch_sub(1, std::memory_order_relaxed);
@@ -617,8 +631,8 @@ class SharedPass {
   std::atomic_flag busy_;
   std::atomic<std::size_t> sent_{0};
   std::atomic<int> waiting_{0};  // threads with nothing to do
-  std::atomic<bool> failed_{false};
-  std::exception_ptr error_;  // the first error; guarded by busy_
+  std::exception_ptr error_;     // the error one thread would meet; guarded by busy_
+  std::size_t error_link_ = 0;
 };
 
 // Collect towards the root, normalization of the root and distribute; the

@@ -395,5 +395,35 @@ TEST(Propagation, ApiErrors) {
   EXPECT_NULL_WITH(k_domain_get_marginal(net.domain, twice.data()), K_ERROR_USAGE);
 }
 
+// Max propagation fails in the collect where a node's table is all zero:
+// with two threads walking the passes, the error is the one thread's, and
+// the domain propagates again once the tables are restored.
+TEST(Propagation, TwoThreadsFailAsOneWhereSeveralCliquesAreImpossible) {
+  DomainHandle domain(parse_net_quietly(shared_dir() / "nets" / "hailfinder.net"));
+  ASSERT_TRUE(domain && k_domain_compile(domain.get()) == 0);
+  k_domain_set_grain_size(domain.get(), 1);
+  std::vector<k_table_t> zeroed;
+  int count = 0;
+  for (k_node_t n = k_domain_get_first_node(domain.get()); n; n = k_node_get_next(n))
+    if (++count % 7 == 0) zeroed.push_back(k_node_get_table(n));
+  std::vector<std::vector<double>> kept;
+  for (k_table_t t : zeroed) {
+    kept.emplace_back(k_table_get_size(t));
+    k_table_get_data(t, kept.back().data(), kept.back().size(), 0, kept.back().size());
+    k_table_set_all_data_items(t, 0.0);
+  }
+  k_error_t codes[2];
+  for (int threads = 1; threads <= 2; ++threads) {
+    k_domain_set_concurrency_level(domain.get(), threads);
+    EXPECT_NE(k_domain_propagate(domain.get(), K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+    codes[threads - 1] = k_error_code();
+  }
+  EXPECT_EQ(codes[0], K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  EXPECT_EQ(codes[1], codes[0]);
+  for (std::size_t i = 0; i < zeroed.size(); ++i)
+    k_table_set_data(zeroed[i], kept[i].data(), kept[i].size(), 0, kept[i].size());
+  EXPECT_EQ(k_domain_propagate(domain.get(), K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+}
+
 }  // namespace
 }  // namespace kelva::test
