@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/expect_code.h"
+#include "common/fail_new.h"
 #include "common/shared_nets.h"
 #include "compile/junction_forest.h"
 #include "inference/net_builder.h"
@@ -397,8 +398,9 @@ TEST(Propagation, ApiErrors) {
 
 // Max propagation fails in the collect where a node's table is all zero:
 // with two threads walking the passes, the error is the one thread's, and
-// the domain propagates again once the tables are restored.
-TEST(Propagation, TwoThreadsFailAsOneWhereSeveralCliquesAreImpossible) {
+// the domain propagates again, without allocating, once the tables are
+// restored.
+TEST(Propagation, TwoThreadsFailAsOneWhereCliquesAreImpossibleThenAllocateNothing) {
   DomainHandle domain(parse_net_quietly(shared_dir() / "nets" / "hailfinder.net"));
   ASSERT_TRUE(domain && k_domain_compile(domain.get()) == 0);
   k_domain_set_grain_size(domain.get(), 1);
@@ -423,6 +425,12 @@ TEST(Propagation, TwoThreadsFailAsOneWhereSeveralCliquesAreImpossible) {
   for (std::size_t i = 0; i < zeroed.size(); ++i)
     k_table_set_data(zeroed[i], kept[i].data(), kept[i].size(), 0, kept[i].size());
   EXPECT_EQ(k_domain_propagate(domain.get(), K_EQUILIBRIUM_MAX, K_MODE_NORMAL), 0);
+  // The passes allocate nothing once the tree has propagated.
+  k_node_select_state(k_domain_get_first_node(domain.get()), 0);
+  fail_allocation_after(0);
+  const k_status_t again = k_domain_propagate(domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL);
+  fail_allocation_after(-1);
+  EXPECT_EQ(again, 0);
 }
 
 }  // namespace
