@@ -8,6 +8,7 @@
 
 #include "compile/junction_forest.h"
 #include "inference/cg_propagate.h"
+#include "inference/collect_memo.h"
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
 #include "inference/evidence.h"
@@ -479,7 +480,11 @@ void distribute_split(JunctionTree& tree, Reduce how, const Parallelism& par) {
 // the threads (split_sweep in table/sweep.h), which keeps both busy on
 // every large clique; trees without the sweeps are shared by subtrees
 // (build_split).
-double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
+//
+// With `remember` (a rebuild with the entered evidence, unscaled sums), the
+// collect goes through the tree's CollectMemo.
+double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused,
+                 bool remember = false) {
   const auto& schedule = tree.schedule;
   // Scaled propagation divides each collected message by its largest
   // entry and keeps the logarithms of those factors.
@@ -495,9 +500,17 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
   if (split) {
     log_scale = collect_split(tree, how, par, scaled);
   } else {
+    CollectMemo* memo = nullptr;
+    if (remember) {
+      if (!tree.collect_memo) tree.collect_memo.reset(new CollectMemo);
+      memo = tree.collect_memo.get();
+      memo->start(tree);
+    }
     double scale = 1.0;
     for (std::size_t i = schedule.size(); i-- > 0;) {
+      if (memo != nullptr && memo->restore(tree, i)) continue;
       collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused);
+      if (memo != nullptr) memo->keep(tree, i);
       if (scaled) log_scale += std::log(scale);
     }
   }
@@ -720,7 +733,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
       }
     }
 
-    const double x = calibrate(tree, how, par, fused);
+    // After a rebuild with the entered evidence, what a collect makes
+    // depends on the node tables and that evidence alone.
+    const bool remember = fused && reinitialise && mode == K_MODE_NORMAL && how == Reduce::sum &&
+                          !domain.scaled_propagation;
+    const double x = calibrate(tree, how, par, fused, remember);
     if (reinitialise) scale_by_density(tree);
     Clique& top = *tree.schedule_root;
     if (was_valid) top.normalization_factor /= x;
