@@ -23,7 +23,7 @@ std::size_t find(const std::vector<std::uint64_t>& keys, std::uint64_t key) noex
 
 }  // namespace
 
-CollectMemo::CollectMemo() {
+CollectMemo::CollectMemo(std::size_t budget) : budget_(budget) {
   Destroy<CollectMemo>::registered = [](CollectMemo* memo) noexcept { delete memo; };
 }
 
@@ -84,7 +84,7 @@ void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
   const Table& clique = *message.outer->table;
   const Table& separator = *message.separator->table;
   const std::size_t need = clique.size() + separator.size();
-  if (held_ + need > kMemoBudget) return;
+  if (held_ + need > budget_) return;
   if (link.keys.empty()) {
     link.keys.assign(kMemoSlots, 0);
     link.offsets.assign(kMemoSlots, 0);

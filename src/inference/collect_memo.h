@@ -8,6 +8,15 @@
 
 namespace kelva {
 
+/// Cliques of more entries are not remembered (a sweep of them costs far
+/// more than its bookkeeping); a tree's memo holds at most kMemoBudget
+/// doubles, and kMemoPerLink evidence combinations per link in a table of
+/// kMemoSlots slots.
+inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
+inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
+inline constexpr std::size_t kMemoPerLink = 256;
+inline constexpr std::size_t kMemoSlots = 2 * kMemoPerLink;
+
 /// Collected cliques remembered by the evidence that made them.  After a
 /// rebuild, the table a clique holds at the end of the collect, and the
 /// message it sends towards the root, depend only on the node tables and
@@ -20,7 +29,8 @@ namespace kelva {
 /// changes or the schedule's root moves.
 class CollectMemo {
  public:
-  CollectMemo();
+  /// A memo holding at most `budget` doubles.
+  explicit CollectMemo(std::size_t budget = kMemoBudget);
 
   /// Prepares for a collect of `tree`: drops everything when the node
   /// tables or the schedule changed since the last one.
@@ -57,16 +67,10 @@ class CollectMemo {
   std::uint64_t table_changes_ = 0;
   const Clique* root_ = nullptr;
   std::size_t held_ = 0;
+  std::size_t budget_;
   /// Collects since the memo was last dropped: the first keeps nothing,
   /// so that a tree propagated once (as after compiling) holds no copies.
   std::uint64_t collects_ = 0;
 };
-
-/// Whether a clique of `size` entries is remembered at all, and the most
-/// doubles one tree's memo holds.
-inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
-inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
-inline constexpr std::size_t kMemoPerLink = 256;
-inline constexpr std::size_t kMemoSlots = 2 * kMemoPerLink;
 
 }  // namespace kelva
