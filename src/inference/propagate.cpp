@@ -56,7 +56,8 @@ void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidenc
             (equilibrium == K_EQUILIBRIUM_SUM || domain.continuous_count() == 0));
     require(!(mode == K_MODE_FAST_RETRACTION && domain.is_compressed()), K_ERROR_COMPRESSED);
   }
-  for (const Node* node = domain.first_node(); node != nullptr; node = node->next) {
+  for (const Node* node = domain.first_node(); node != nullptr && domain.count(K_CATEGORY_DECISION) > 0;
+       node = node->next) {
     // Evidence on a decision node must be an instantiation.
     if (node->category() == K_CATEGORY_DECISION)
       require(node->evidence.entered_code != Evidence::kVector, K_ERROR_INVALID_EVIDENCE);
@@ -648,6 +649,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
   const Parallelism par = Parallelism::of(domain);
   const bool has_decisions = domain.count(K_CATEGORY_DECISION) > 0;
 
+  // A tree rebuilt anyway (as after initialising, case by case) needs no
+  // test of whether the new evidence can be multiplied in.
+  const bool rebuilt = tree.needs_initialisation || tree.tables_changed ||
+                       tree.equilibrium == K_EQUILIBRIUM_NONE ||
+                       tree.table_changes_seen != domain.table_changes();
   bool waiting = false;
   bool absorbs = true;
   bool involved = false;
@@ -662,24 +668,24 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
       involved = true;
     if (!evidence_to_propagate(node)) continue;
     waiting = true;
-    if (!absorbable(node)) absorbs = false;
+    if (!rebuilt && absorbs && !absorbable(node)) absorbs = false;
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
   }
-  // Continuous values are taken in by initialising the tree again.
-  if (cg_evidence_waiting(tree)) {
-    waiting = true;
-    absorbs = false;
+  if (domain.continuous_count() > 0) {
+    // Continuous values are taken in by initialising the tree again.
+    if (cg_evidence_waiting(tree)) {
+      waiting = true;
+      absorbs = false;
+    }
+    for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+      if (!(*p)->is_continuous()) continue;
+      entered = entered || (*p)->evidence.entered;
+      involved = involved || (*p)->evidence.entered || (*p)->evidence.propagated;
+    }
   }
-  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
-    if (!(*p)->is_continuous()) continue;
-    entered = entered || (*p)->evidence.entered;
-    involved = involved || (*p)->evidence.entered || (*p)->evidence.propagated;
-  }
-  const bool reinitialise =
-      tree.needs_initialisation || tree.tables_changed || tree.equilibrium == K_EQUILIBRIUM_NONE ||
-      tree.table_changes_seen != domain.table_changes() || (mode != tree.mode && involved) ||
-      (waiting && !absorbs) || (has_decisions && decision_changed) ||
-      (waiting && mode == K_MODE_FAST_RETRACTION);
+  const bool reinitialise = rebuilt || (mode != tree.mode && involved) || (waiting && !absorbs) ||
+                            (has_decisions && decision_changed) ||
+                            (waiting && mode == K_MODE_FAST_RETRACTION);
   if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
 
   const bool was_valid = tree.equilibrium != K_EQUILIBRIUM_NONE;
