@@ -8,9 +8,9 @@
 
 #include "compile/junction_forest.h"
 #include "inference/cg_propagate.h"
-#include "inference/collect_memo.h"
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
+#include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
 #include "inference/tree_values.h"
@@ -56,8 +56,8 @@ void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidenc
             (equilibrium == K_EQUILIBRIUM_SUM || domain.continuous_count() == 0));
     require(!(mode == K_MODE_FAST_RETRACTION && domain.is_compressed()), K_ERROR_COMPRESSED);
   }
-  for (const Node* node = domain.first_node(); node != nullptr && domain.count(K_CATEGORY_DECISION) > 0;
-       node = node->next) {
+  for (const Node* node = domain.first_node();
+       node != nullptr && domain.count(K_CATEGORY_DECISION) > 0; node = node->next) {
     // Evidence on a decision node must be an instantiation.
     if (node->category() == K_CATEGORY_DECISION)
       require(node->evidence.entered_code != Evidence::kVector, K_ERROR_INVALID_EVIDENCE);

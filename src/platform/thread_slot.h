@@ -8,7 +8,8 @@ namespace kelva::platform {
 /// from the thread pointer instead of calling __tls_get_addr.  Its eight
 /// bytes come out of the static TLS room the loader keeps for libraries
 /// opened later (a JVM opens this one with dlopen).
-extern constinit thread_local const void* error_slot_value __attribute__((tls_model("initial-exec")));
+extern constinit thread_local const void* error_slot_value
+    __attribute__((tls_model("initial-exec")));
 
 inline const void*& error_slot() noexcept { return error_slot_value; }
 

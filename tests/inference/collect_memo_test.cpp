@@ -2,6 +2,8 @@
 // collects go through the memo (small subtrees copied from an earlier case
 // with the same evidence) must give the bits of a domain that sweeps every
 // clique each time: every status, belief, log P(e) and clique table.
+#include "inference/collect_memo.h"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -10,7 +12,6 @@
 
 #include "common/shared_nets.h"
 #include "compile/junction_forest.h"
-#include "inference/collect_memo.h"
 #include "inference/net_builder.h"
 
 namespace kelva::test {
@@ -49,8 +50,8 @@ TEST(CollectMemo, CaseAfterCaseGivesTheBitsOfFullSweeps) {
   struct Net {
     const char* name;
     std::size_t rows;
-    std::size_t budget;    // the memo's room in doubles (0: the default)
-    unsigned observed;     // percent of the nodes observed
+    std::size_t budget;  // the memo's room in doubles (0: the default)
+    unsigned observed;   // percent of the nodes observed
   };
   // Alarm's links near the root meet more evidence than a link keeps; child
   // has room for a few subtrees only; water has cliques too large to keep.

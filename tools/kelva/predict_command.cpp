@@ -7,10 +7,11 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
-#include <cstdint>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -227,7 +228,23 @@ struct alignas(64) Worker {
   std::vector<bool> continuous;
   std::vector<bool> observed;
   std::exception_ptr failure;
+  /// The worker's processor time, for the closing note.
+  double seconds = 0.0;
 };
+
+/// "S.SSS s".
+std::string seconds_text(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3f s", seconds);
+  return text;
+}
+
+/// The processor time of the calling thread so far, in seconds.
+double thread_seconds() noexcept {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
 
 /// The item of `node` in case `row`: true with the state or value entered,
 /// false when the case leaves it missing.  Results are checked by their
@@ -340,6 +357,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   ChunkRing ring(kSlotsPerThread * workers.size());
   std::atomic<std::uint64_t> next_chunk{0};
   std::exception_ptr write_failure;
+  double write_seconds = 0.0;
   auto write_chunks = [&] {
     try {
       for (std::uint64_t c = 0; c < chunks; ++c) {
@@ -359,6 +377,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
       write_failure = std::current_exception();
       ring.abort();
     }
+    write_seconds = thread_seconds();
   };
   auto work = [&](std::size_t t) {
     Worker& w = workers[t];
@@ -376,6 +395,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
       w.failure = std::current_exception();
       ring.abort();
     }
+    w.seconds = thread_seconds();
   };
   {
     std::vector<std::jthread> threads;
@@ -391,6 +411,11 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   for (Worker& w : workers)
     if (w.failure) std::rethrow_exception(w.failure);
   if (write_failure) std::rethrow_exception(write_failure);
+  // Where the processor time went (the first worker's includes the reading).
+  std::string times;
+  for (std::size_t t = 0; t < workers.size(); ++t)
+    times += "worker " + std::to_string(t + 1) + " " + seconds_text(workers[t].seconds) + ", ";
+  progress.note("processor time: %swriter %s", times.c_str(), seconds_text(write_seconds).c_str());
   if (file && (std::ferror(out) != 0 || std::fclose(file.release()) != 0))
     throw io_error(options.output, FileUse::write);
 }
