@@ -86,15 +86,17 @@ void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
   const std::size_t need = clique.size() + separator.size();
   if (held_ + need > budget_) return;
   if (link.keys.empty()) {
+    link.offsets.assign(kMemoSlots, 0);  // before the keys, which find() looks at
     link.keys.assign(kMemoSlots, 0);
-    link.offsets.assign(kMemoSlots, 0);
   }
+  // The copies first: a failed allocation leaves no key without its data.
+  const std::size_t offset = link.data.size();
+  link.data.insert(link.data.end(), clique.data(), clique.data() + clique.size());
+  link.data.insert(link.data.end(), separator.data(), separator.data() + separator.size());
   // restore() found the key missing, so its probe ends on a free slot.
   const std::size_t at = find(link.keys, link.key);
   link.keys[at] = link.key + 1;
-  link.offsets[at] = link.data.size();
-  link.data.insert(link.data.end(), clique.data(), clique.data() + clique.size());
-  link.data.insert(link.data.end(), separator.data(), separator.data() + separator.size());
+  link.offsets[at] = offset;
   ++link.count;
   held_ += need;
 }
