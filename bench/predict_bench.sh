@@ -2,7 +2,8 @@
 # Rows per second of `kelva predict` on alarm, one thread and two: ROWS
 # cases drawn with half their items hidden, best of RUNS wall times each
 # (the machine is shared, so the load is printed beside them), the CPU time
-# of the best run and the speed-up of two threads over one.
+# of the best run, the speed-up of two threads over one, and each thread's
+# processor time in one more run.
 # usage: predict_bench.sh KELVA_BINARY [ROWS] [RUNS]
 set -euo pipefail
 
@@ -21,10 +22,9 @@ echo "alarm, $rows rows, half the items hidden; load: $(cut -d' ' -f1-3 /proc/lo
 best() {
   local fastest="" cpu=""
   for ((r = 0; r < runs; r++)); do
-    local t
-    t=$( { /usr/bin/time -f '%e %U %S' "$kelva" predict "$net" "$work/cases.dat" \
-      -o "$work/out.tsv" --threads "$1" --quiet; } 2>&1)
-    read -r wall user system <<<"$t"
+    /usr/bin/time -o "$work/time" -f '%e %U %S' "$kelva" predict "$net" "$work/cases.dat" \
+      -o "$work/out.tsv" --threads "$1" --quiet
+    read -r wall user system <"$work/time"
     if [[ -z $fastest ]] || awk -v a="$wall" -v b="$fastest" 'BEGIN { exit !(a < b) }'; then
       fastest=$wall
       cpu=$(awk -v u="$user" -v s="$system" 'BEGIN { print u + s }')
@@ -33,10 +33,19 @@ best() {
   echo "$fastest $cpu"
 }
 
+# The closing note of one more run with `--threads $1`: each thread's
+# processor time (notes go to a terminal only, so the run gets one).
+threads_note() {
+  script -qec "'$kelva' predict '$net' '$work/cases.dat' -o '$work/out.tsv' --threads $1" \
+    /dev/null | grep -o 'processor time.*' | tr -d '\r' || true
+}
+
 read -r one one_cpu < <(best 1)
 read -r two two_cpu < <(best 2)
 awk -v n="$rows" -v a="$one" -v ac="$one_cpu" -v b="$two" -v bc="$two_cpu" 'BEGIN {
   printf "threads 1: %.3f s wall, %.3f s cpu, %.0f rows/s\n", a, ac, n / a
   printf "threads 2: %.3f s wall, %.3f s cpu, %.0f rows/s, %.2fx one thread\n", b, bc, n / b, a / b
 }'
+echo "threads 1, $(threads_note 1)"
+echo "threads 2, $(threads_note 2)"
 echo "bytes written: $(stat -c %s "$work/out.tsv"); load after: $(cut -d' ' -f1-3 /proc/loadavg)"

@@ -15,6 +15,7 @@
 #include "network/domain.h"
 #include "network/error.h"
 #include "network/node.h"
+#include "platform/thread_slot.h"
 #include "table/table.h"
 
 // The one shape of every k_... function: set "none", run the body, and turn
@@ -47,7 +48,7 @@ R catch_to_code(R neutral, F&& body) noexcept {
 /// Runs `body` under the error discipline; returns `neutral` on failure.
 template <class R, class F>
 R guard(R neutral, F&& body) noexcept {
-  k_error_set(K_ERROR_NONE);
+  platform::error_slot() = nullptr;  // "none", without the table lookup
   return catch_to_code(neutral, std::forward<F>(body));
 }
 

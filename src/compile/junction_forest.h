@@ -24,6 +24,7 @@ class CompileLog;
 class Clique;
 class JunctionTree;
 class CgTree;
+class CollectMemo;
 struct NodeSlot;
 
 /// The CG state of a tree, made and destroyed by the inference layer.
@@ -203,6 +204,9 @@ class JunctionTree : public Object {
   /// The continuous part (null without continuous nodes, until the first
   /// propagation).
   CgTreePtr cg;
+  /// Collected cliques by the evidence that made them (see the inference
+  /// layer); null until a case-by-case propagation first needs it.
+  Owned<CollectMemo> collect_memo;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "jtPeer"

@@ -10,6 +10,7 @@
 #include "inference/cg_propagate.h"
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
+#include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
 #include "inference/tree_values.h"
@@ -56,7 +57,8 @@ void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidenc
             (equilibrium == K_EQUILIBRIUM_SUM || domain.continuous_count() == 0));
     require(!(mode == K_MODE_FAST_RETRACTION && domain.is_compressed()), K_ERROR_COMPRESSED);
   }
-  for (const Node* node = domain.first_node(); node != nullptr; node = node->next) {
+  for (const Node* node = domain.first_node();
+       node != nullptr && domain.count(K_CATEGORY_DECISION) > 0; node = node->next) {
     // Evidence on a decision node must be an instantiation.
     if (node->category() == K_CATEGORY_DECISION)
       require(node->evidence.entered_code != Evidence::kVector, K_ERROR_INVALID_EVIDENCE);
@@ -647,7 +649,11 @@ class SharedPass {
 // sweeps (SharedPass), sharing large sweeps (split_sweep in
 // table/sweep.h); trees without the sweeps are shared by subtrees
 // (build_split).
-double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, bool fused) {
+//
+// With `remember` (a rebuild with the entered evidence, unscaled sums), the
+// one-thread collect goes through the tree's CollectMemo.
+double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, bool fused,
+                 bool remember = false) {
   const auto& schedule = tree.schedule;
   // Trees that take the sweeps and hold enough entries are walked by two
   // threads together, pass by pass, and the root is swept between the
@@ -677,9 +683,17 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   } else if (split) {
     log_scale = collect_split(tree, how, par, scaled);
   } else {
+    CollectMemo* memo = nullptr;
+    if (remember) {
+      if (!tree.collect_memo) tree.collect_memo.reset(new CollectMemo);
+      memo = tree.collect_memo.get();
+      memo->start(tree);
+    }
     double scale = 1.0;
     for (std::size_t i = schedule.size(); i-- > 0;) {
+      if (memo != nullptr && memo->restore(tree, i)) continue;
       collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused);
+      if (memo != nullptr) memo->keep(tree, i);
       if (scaled) log_scale += std::log(scale);
     }
   }
@@ -819,6 +833,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
   const Parallelism par = Parallelism::of(domain);
   const bool has_decisions = domain.count(K_CATEGORY_DECISION) > 0;
 
+  // A tree rebuilt anyway (as after initialising, case by case) needs no
+  // test of whether the new evidence can be multiplied in.
+  const bool rebuilt = tree.needs_initialisation || tree.tables_changed ||
+                       tree.equilibrium == K_EQUILIBRIUM_NONE ||
+                       tree.table_changes_seen != domain.table_changes();
   bool waiting = false;
   bool absorbs = true;
   bool involved = false;
@@ -833,24 +852,24 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
       involved = true;
     if (!evidence_to_propagate(node)) continue;
     waiting = true;
-    if (!absorbable(node)) absorbs = false;
+    if (!rebuilt && absorbs && !absorbable(node)) absorbs = false;
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
   }
-  // Continuous values are taken in by initialising the tree again.
-  if (cg_evidence_waiting(tree)) {
-    waiting = true;
-    absorbs = false;
+  if (domain.continuous_count() > 0) {
+    // Continuous values are taken in by initialising the tree again.
+    if (cg_evidence_waiting(tree)) {
+      waiting = true;
+      absorbs = false;
+    }
+    for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+      if (!(*p)->is_continuous()) continue;
+      entered = entered || (*p)->evidence.entered;
+      involved = involved || (*p)->evidence.entered || (*p)->evidence.propagated;
+    }
   }
-  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
-    if (!(*p)->is_continuous()) continue;
-    entered = entered || (*p)->evidence.entered;
-    involved = involved || (*p)->evidence.entered || (*p)->evidence.propagated;
-  }
-  const bool reinitialise =
-      tree.needs_initialisation || tree.tables_changed || tree.equilibrium == K_EQUILIBRIUM_NONE ||
-      tree.table_changes_seen != domain.table_changes() || (mode != tree.mode && involved) ||
-      (waiting && !absorbs) || (has_decisions && decision_changed) ||
-      (waiting && mode == K_MODE_FAST_RETRACTION);
+  const bool reinitialise = rebuilt || (mode != tree.mode && involved) || (waiting && !absorbs) ||
+                            (has_decisions && decision_changed) ||
+                            (waiting && mode == K_MODE_FAST_RETRACTION);
   if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
 
   const bool was_valid = tree.equilibrium != K_EQUILIBRIUM_NONE;
@@ -904,7 +923,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
       }
     }
 
-    const double x = calibrate(tree, how, par, fused);
+    // After a rebuild with the entered evidence, what a collect makes
+    // depends on the node tables and that evidence alone.
+    const bool remember = fused && reinitialise && mode == K_MODE_NORMAL && how == Reduce::sum &&
+                          !domain.scaled_propagation;
+    const double x = calibrate(tree, how, par, fused, remember);
     if (reinitialise) scale_by_density(tree);
     Clique& top = *tree.schedule_root;
     if (was_valid) top.normalization_factor /= x;

@@ -2,9 +2,6 @@
 
 namespace kelva::platform {
 
-const void*& error_slot() noexcept {
-  thread_local const void* slot = nullptr;
-  return slot;
-}
+constinit thread_local const void* error_slot_value = nullptr;
 
 }  // namespace kelva::platform

@@ -58,6 +58,8 @@ if [[ -n $shared && -f $shared/nets/alarm.net ]]; then
   "$kelva" predict "$alarm" "$work/alarm.dat" -o "$work/alarm1.tsv" --quiet
   "$kelva" predict "$alarm" "$work/alarm.dat" -o "$work/alarm2.tsv" --threads 2 --quiet
   cmp -s "$work/alarm1.tsv" "$work/alarm2.tsv" || fail "alarm: two threads write other bytes"
+  "$kelva" predict "$alarm" "$work/alarm.dat" -o "$work/alarm3.tsv" --threads 3 --quiet
+  cmp -s "$work/alarm1.tsv" "$work/alarm3.tsv" || fail "alarm: three threads write other bytes"
   for k in 1 299 300 600; do
     same_as_beliefs "$work/alarm.dat" "$work/alarm2.tsv" "$k" "$alarm"
   done
@@ -75,6 +77,12 @@ err=$("$kelva" predict --example asia "$work/cases.csv" --nodes lung,nosuch 2>&1
 err=$("$kelva" predict --example asia "$work/cases.csv" -o /nonexistent/dir/x.tsv 2>&1) &&
   fail "an unwritable output accepted"
 [[ $err == *"/nonexistent/dir/x.tsv"* ]] || fail "output error names no file: $err"
+# A write that fails stops the workers too (no hang) and names the file.
+if [[ -w /dev/full ]]; then
+  err=$(timeout 60 "$kelva" predict --example asia "$work/asia.dat" -o /dev/full --threads 2 2>&1) &&
+    fail "a failed write accepted"
+  [[ $err == *"/dev/full"* ]] || fail "failed write: $err"
+fi
 
 # A chain of ten nodes, each in state a with probability 1e-40 whatever
 # its parent: P(e) is 1e-400, below the smallest double; --scaled gives its

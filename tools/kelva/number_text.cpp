@@ -106,6 +106,10 @@ char* write_g17(char* out, double x) noexcept {
   std::uint64_t bits;
   std::memcpy(&bits, &x, sizeof bits);
   const int biased = static_cast<int>((bits >> 52) & 0x7ff);
+  if (bits == 0) {  // +0, frequent among beliefs
+    *out = '0';
+    return out + 1;
+  }
   // Zeros, subnormals, infinities and NaN: the library's way.
   if (biased == 0 || biased == 0x7ff) return slow(out, x);
   const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
@@ -125,32 +129,35 @@ char* write_g17(char* out, double x) noexcept {
     q = kLow;
     ++x10;
   }
+  char* p = out;
+  if ((bits >> 63) != 0) *p++ = '-';
+  // Fixed notation: the 17 digits are written in place (the room holds
+  // them) and the end is moved back over the trailing zeros.
+  if (x10 >= -4 && x10 < 0) {
+    *p++ = '0';
+    *p++ = '.';
+    for (int i = -1; i > x10; --i) *p++ = '0';
+    write_digits(p, q);
+    int used = 17;
+    while (used > 1 && p[used - 1] == '0') --used;
+    return p + used;
+  }
+  if (x10 >= 0 && x10 < 17) {
+    // The digits one place to the right, then the whole part moved left
+    // over that place and the point put after it.
+    write_digits(p + 1, q);
+    int used = 17;
+    while (used > 1 && p[used] == '0') --used;
+    const int whole = x10 + 1;
+    for (int i = 0; i < whole; ++i) p[i] = p[i + 1];
+    if (used <= whole) return p + whole;
+    p[whole] = '.';
+    return p + used + 1;
+  }
   char digits[17];
   write_digits(digits, q);
   int used = 17;
   while (used > 1 && digits[used - 1] == '0') --used;
-
-  char* p = out;
-  if ((bits >> 63) != 0) *p++ = '-';
-  if (x10 >= -4 && x10 < 17) {
-    if (x10 >= 0) {
-      const int whole = x10 + 1;
-      std::memcpy(p, digits, static_cast<std::size_t>(whole));
-      p += whole;
-      if (used > whole) {
-        *p++ = '.';
-        std::memcpy(p, digits + whole, static_cast<std::size_t>(used - whole));
-        p += used - whole;
-      }
-    } else {
-      *p++ = '0';
-      *p++ = '.';
-      for (int i = -1; i > x10; --i) *p++ = '0';
-      std::memcpy(p, digits, static_cast<std::size_t>(used));
-      p += used;
-    }
-    return p;
-  }
   *p++ = digits[0];
   if (used > 1) {
     *p++ = '.';

@@ -1,14 +1,17 @@
 // `kelva predict`: batch inference.  Every case of a data file is entered
 // as evidence, propagated, and the beliefs of the chosen nodes and log P(e)
 // are written, one block of lines per case.  Worker threads each own a
-// compiled copy of the network and take a contiguous run of the cases of a
-// block; the blocks are written in case order.
+// compiled copy of the network and take chunks of cases in turn; a writer
+// thread writes the chunks in case order.
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <limits>
 #include <memory>
@@ -27,9 +30,15 @@
 namespace kelva::cli {
 namespace {
 
-/// Cases handed out to the workers at a time; their text is written
-/// before the next block starts, so memory does not grow with the file.
-constexpr k_size_t kBlockCases = 4096;
+/// Cases a worker takes at a time: few enough that the writer finds their
+/// text still in the cache, enough that taking one costs nothing.
+constexpr k_size_t kChunkCases = 64;
+/// Chunks in flight per worker: a worker that runs this far ahead of the
+/// writer waits, so memory does not grow with the file.
+constexpr std::size_t kSlotsPerThread = 8;
+/// A progress note every so many cases.
+constexpr std::uint64_t kNoteCases = 4096;
+static_assert(kNoteCases % kChunkCases == 0);
 
 /// Text copied in blocks of kChunk characters, which the compiler makes a
 /// few moves instead of a call per copy: the source holds its size rounded
@@ -143,6 +152,52 @@ class TextBuffer {
   std::size_t capacity_ = 0;
 };
 
+/// The text of one chunk, and which chunk it is at: `ready` is the last
+/// chunk whose text is complete here, `free_for` the chunk that may be
+/// written here next (the writer is done with the one before).
+struct alignas(64) Slot {
+  TextBuffer text;
+  std::atomic<std::uint64_t> ready{kNoChunk};
+  std::atomic<std::uint64_t> free_for{0};
+  static constexpr std::uint64_t kNoChunk = std::numeric_limits<std::uint64_t>::max();
+};
+
+/// The slots of the chunks in flight: chunk c goes to slot c % size().  A
+/// failure on any thread aborts every wait.
+class ChunkRing {
+ public:
+  explicit ChunkRing(std::size_t size) : slots_(size) {
+    for (std::size_t i = 0; i < size; ++i) slots_[i].free_for.store(i);
+  }
+  std::size_t size() const noexcept { return slots_.size(); }
+  Slot& slot(std::uint64_t chunk) noexcept { return slots_[chunk % slots_.size()]; }
+  /// Waits until `value` holds `wanted`; false once aborted.
+  bool wait(const std::atomic<std::uint64_t>& value, std::uint64_t wanted) const noexcept {
+    for (;;) {
+      const std::uint64_t seen = value.load(std::memory_order_acquire);
+      if (seen == wanted) return true;
+      if (aborted_.load()) return false;
+      value.wait(seen, std::memory_order_acquire);
+    }
+  }
+  static void publish(std::atomic<std::uint64_t>& value, std::uint64_t chunk) noexcept {
+    value.store(chunk, std::memory_order_release);
+    value.notify_all();
+  }
+  /// Wakes every wait for good: each value changes after the flag is set.
+  void abort() noexcept {
+    aborted_.store(true);
+    for (Slot& s : slots_) {
+      publish(s.ready, Slot::kNoChunk - 1);
+      publish(s.free_for, Slot::kNoChunk - 1);
+    }
+  }
+
+ private:
+  std::vector<Slot> slots_;
+  std::atomic<bool> aborted_{false};
+};
+
 /// Room for a case number and its tab, in whole blocks.
 constexpr std::size_t kNumberText = 2 * kChunk;
 static_assert(kNumberText >= std::numeric_limits<k_size_t>::digits10 + 2);
@@ -172,10 +227,24 @@ struct alignas(64) Worker {
   /// observes it.
   std::vector<bool> continuous;
   std::vector<bool> observed;
-  /// Two buffers of lines: one filled while the other is written.
-  TextBuffer text[2];
   std::exception_ptr failure;
+  /// The worker's processor time, for the closing note.
+  double seconds = 0.0;
 };
+
+/// "S.SSS s".
+std::string seconds_text(double seconds) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3f s", seconds);
+  return text;
+}
+
+/// The processor time of the calling thread so far, in seconds.
+double thread_seconds() noexcept {
+  timespec t{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &t);
+  return static_cast<double>(t.tv_sec) + 1e-9 * static_cast<double>(t.tv_nsec);
+}
 
 /// The item of `node` in case `row`: true with the state or value entered,
 /// false when the case leaves it missing.  Results are checked by their
@@ -280,58 +349,73 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   std::size_t room = line_room(log_line);
   for (const Reported& r : reported)
     for (const Chunked& prefix : r.prefixes) room += line_room(prefix);
-  // A block's text is written by its own thread while the workers predict
-  // the next block into their other buffer.
-  std::thread writer;
+
+  // The workers take chunks in turn; the writer thread writes them in case
+  // order as each is done, so that writing overlaps the propagations and
+  // reads text still in the cache.
+  const std::uint64_t chunks = (count + kChunkCases - 1) / kChunkCases;
+  ChunkRing ring(kSlotsPerThread * workers.size());
+  std::atomic<std::uint64_t> next_chunk{0};
   std::exception_ptr write_failure;
-  struct JoinAtExit {
-    std::thread& thread;
-    ~JoinAtExit() {
-      if (thread.joinable()) thread.join();
-    }
-  } join_writer{writer};
-  auto write_block = [&](int parity) {
+  double write_seconds = 0.0;
+  auto write_chunks = [&] {
     try {
-      for (Worker& w : workers) {
-        const TextBuffer& text = w.text[parity];
+      for (std::uint64_t c = 0; c < chunks; ++c) {
+        Slot& slot = ring.slot(c);
+        if (!ring.wait(slot.ready, c)) return;
+        const TextBuffer& text = slot.text;
         if (std::fwrite(text.data(), 1, text.size(), out) != text.size())
           throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
                                        : io_error(options.output, FileUse::write);
+        ring.publish(slot.free_for, c + ring.size());
+        const std::uint64_t done = std::min<std::uint64_t>((c + 1) * kChunkCases, count);
+        if (done % kNoteCases == 0 || done == count)
+          progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(done),
+                        static_cast<unsigned long long>(count));
       }
     } catch (...) {
       write_failure = std::current_exception();
+      ring.abort();
     }
+    write_seconds = thread_seconds();
   };
-  int parity = 0;
-  for (k_size_t first = 0; first < count; first += kBlockCases, parity ^= 1) {
-    const k_size_t block = std::min(kBlockCases, count - first);
-    const k_size_t share = (block + workers.size() - 1) / workers.size();
-    auto work = [&](std::size_t t) {
-      Worker& w = workers[t];
-      w.text[parity].clear();
-      try {
-        const k_size_t begin = first + std::min(block, t * share);
-        const k_size_t end = first + std::min(block, (t + 1) * share);
-        for (k_size_t row = begin; row < end; ++row)
-          predict_case(w, w.text[parity], room, log_line, cases, row, reported, only_unobserved);
-      } catch (...) {
-        w.failure = std::current_exception();
+  auto work = [&](std::size_t t) {
+    Worker& w = workers[t];
+    try {
+      for (std::uint64_t c = next_chunk.fetch_add(1); c < chunks; c = next_chunk.fetch_add(1)) {
+        Slot& slot = ring.slot(c);
+        if (!ring.wait(slot.free_for, c)) return;
+        slot.text.clear();
+        const k_size_t end = std::min<k_size_t>((c + 1) * kChunkCases, count);
+        for (k_size_t row = c * kChunkCases; row < end; ++row)
+          predict_case(w, slot.text, room, log_line, cases, row, reported, only_unobserved);
+        ring.publish(slot.ready, c);
       }
-    };
-    std::vector<std::thread> threads;
-    for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(work, t);
+    } catch (...) {
+      w.failure = std::current_exception();
+      ring.abort();
+    }
+    w.seconds = thread_seconds();
+  };
+  {
+    std::vector<std::jthread> threads;
+    try {
+      threads.emplace_back(write_chunks);
+      for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(work, t);
+    } catch (...) {
+      ring.abort();  // the threads started stop before they are joined
+      throw;
+    }
     work(0);
-    for (std::thread& thread : threads) thread.join();
-    for (Worker& w : workers)
-      if (w.failure) std::rethrow_exception(w.failure);
-    if (writer.joinable()) writer.join();
-    if (write_failure) std::rethrow_exception(write_failure);
-    writer = std::thread(write_block, parity);
-    progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(first + block),
-                  static_cast<unsigned long long>(count));
   }
-  if (writer.joinable()) writer.join();
+  for (Worker& w : workers)
+    if (w.failure) std::rethrow_exception(w.failure);
   if (write_failure) std::rethrow_exception(write_failure);
+  // Where the processor time went (the first worker's includes the reading).
+  std::string times;
+  for (std::size_t t = 0; t < workers.size(); ++t)
+    times += "worker " + std::to_string(t + 1) + " " + seconds_text(workers[t].seconds) + ", ";
+  progress.note("processor time: %swriter %s", times.c_str(), seconds_text(write_seconds).c_str());
   if (file && (std::ferror(out) != 0 || std::fclose(file.release()) != 0))
     throw io_error(options.output, FileUse::write);
 }

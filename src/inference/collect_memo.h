@@ -1,0 +1,76 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "compile/junction_forest.h"
+
+namespace kelva {
+
+/// Cliques of more entries are not remembered (a sweep of them costs far
+/// more than its bookkeeping); a tree's memo holds at most kMemoBudget
+/// doubles, and kMemoPerLink evidence combinations per link in a table of
+/// kMemoSlots slots.
+inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
+inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
+inline constexpr std::size_t kMemoPerLink = 256;
+inline constexpr std::size_t kMemoSlots = 2 * kMemoPerLink;
+
+/// Collected cliques remembered by the evidence that made them.  After a
+/// rebuild, the table a clique holds at the end of the collect, and the
+/// message it sends towards the root, depend only on the node tables and
+/// on the evidence entered on the nodes at home in its subtree (the
+/// cliques beyond it from the root).  A tree that propagates case after
+/// case (batch prediction, EM) meets the same evidence on small subtrees
+/// again and again; their clique and separator tables are then copied from
+/// the first computation instead of swept again, which gives the same bits.
+/// Only hard evidence is remembered; the memo is dropped when a table
+/// changes or the schedule's root moves.
+class CollectMemo {
+ public:
+  /// A memo holding at most `budget` doubles.
+  explicit CollectMemo(std::size_t budget = kMemoBudget);
+
+  /// Prepares for a collect of `tree`: drops everything when the node
+  /// tables or the schedule changed since the last one.
+  void start(const JunctionTree& tree);
+
+  /// Makes the key of schedule link `i` from the evidence of its outer
+  /// clique's home nodes and the keys of its child links (made before, as
+  /// collect goes leaves first); on a hit, restores the outer clique's
+  /// table and the separator's message and returns true.
+  bool restore(JunctionTree& tree, std::size_t i);
+
+  /// Keeps what the collect over link `i` just made, while there is room.
+  void keep(const JunctionTree& tree, std::size_t i);
+
+  /// Doubles held in all (for the tests' bound).
+  std::size_t held() const noexcept { return held_; }
+
+ private:
+  struct Link {
+    /// This collect's key, and its radix: the number of evidence
+    /// combinations of the subtree's home nodes (0 when they do not fit 64
+    /// bits, or a node has soft evidence: not remembered).
+    std::uint64_t key = 0;
+    std::uint64_t radix = 0;
+    /// An open-addressed table of kMemoSlots slots (made on the first
+    /// keep): key + 1 (0 when free), and the offset in `data` of the
+    /// clique table followed by the separator table.
+    std::vector<std::uint64_t> keys;
+    std::vector<std::size_t> offsets;
+    std::size_t count = 0;
+    std::vector<double> data;
+  };
+  std::vector<Link> links_;
+  std::uint64_t table_changes_ = 0;
+  const Clique* root_ = nullptr;
+  std::size_t held_ = 0;
+  std::size_t budget_;
+  /// Collects since the memo was last dropped: the first keeps nothing,
+  /// so that a tree propagated once (as after compiling) holds no copies.
+  std::uint64_t collects_ = 0;
+};
+
+}  // namespace kelva
