@@ -10,15 +10,20 @@ namespace kelva {
 
 namespace {
 
-// The slot of `key` in `keys`, or the free slot where its probe ends;
-// kMemoSlots for a table not made yet.  The table is never more than half
-// full, so a probe always ends.
-std::size_t find(const std::vector<std::uint64_t>& keys, std::uint64_t key) noexcept {
-  if (keys.empty()) return kMemoSlots;
+// The slot of `key` in the kMemoSlots slots at `keys`, or the free slot
+// where its probe ends.  The table is never more than half full, so a
+// probe always ends.
+std::size_t find(const std::uint64_t* keys, std::uint64_t key) noexcept {
   static_assert((kMemoSlots & (kMemoSlots - 1)) == 0);
   std::size_t at = static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & (kMemoSlots - 1);
   while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & (kMemoSlots - 1);
   return at;
+}
+
+// Entries of one copy of link `message`: its outer clique, then its
+// separator.
+std::size_t copy_size(const JunctionTree::Message& message) noexcept {
+  return message.outer->table->size() + message.separator->table->size();
 }
 
 }  // namespace
@@ -31,11 +36,16 @@ void CollectMemo::start(const JunctionTree& tree) {
   const std::uint64_t changes = tree.domain->table_changes();
   if (links_.size() == tree.schedule.size() && root_ == tree.schedule_root &&
       table_changes_ == changes) {
-    ++collects_;
+    // The first collect after a drop keeps nothing; the second makes
+    // the room of all that follow.
+    if (++collects_ == 2) make_room(tree);
     return;
   }
   links_.clear();
   links_.resize(tree.schedule.size());
+  keys_ = {};
+  places_ = {};
+  data_ = {};
   root_ = tree.schedule_root;
   table_changes_ = changes;
   held_ = 0;
@@ -65,12 +75,14 @@ bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
   }
   link.key = key;
   link.radix = radix;
-  const std::size_t at = find(link.keys, key);
-  if (at == kMemoSlots || link.keys[at] == 0) return false;
+  if (link.room == 0) return false;
+  const std::uint64_t* keys = keys_.data() + link.slots;
+  const std::size_t at = find(keys, key);
+  if (keys[at] == 0) return false;
   // Hit: the clique and its message are those of the first computation.
   Table& clique = *message.outer->table;
   Table& separator = *message.separator->table;
-  const double* from = link.data.data() + link.offsets[at];
+  const double* from = data_.get() + link.base + places_[link.slots + at] * copy_size(message);
   std::memcpy(clique.data(), from, clique.size() * sizeof(double));
   std::memcpy(separator.data(), from + clique.size(), separator.size() * sizeof(double));
   for (NodeSlot* slot : message.outer->homed) slot->factor_waiting = false;
@@ -79,26 +91,61 @@ bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
 
 void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
   Link& link = links_[i];
-  if (collects_ < 2 || link.radix == 0 || link.count >= kMemoPerLink) return;
+  if (link.radix == 0 || link.count >= link.room) return;
   const JunctionTree::Message& message = tree.schedule[i];
   const Table& clique = *message.outer->table;
   const Table& separator = *message.separator->table;
-  const std::size_t need = clique.size() + separator.size();
-  if (held_ + need > budget_) return;
-  if (link.keys.empty()) {
-    link.offsets.assign(kMemoSlots, 0);  // before the keys, which find() looks at
-    link.keys.assign(kMemoSlots, 0);
-  }
-  // The copies first: a failed allocation leaves no key without its data.
-  const std::size_t offset = link.data.size();
-  link.data.insert(link.data.end(), clique.data(), clique.data() + clique.size());
-  link.data.insert(link.data.end(), separator.data(), separator.data() + separator.size());
+  double* to = data_.get() + link.base + link.count * copy_size(message);
+  std::memcpy(to, clique.data(), clique.size() * sizeof(double));
+  std::memcpy(to + clique.size(), separator.data(), separator.size() * sizeof(double));
   // restore() found the key missing, so its probe ends on a free slot.
-  const std::size_t at = find(link.keys, link.key);
-  link.keys[at] = link.key + 1;
-  link.offsets[at] = offset;
+  std::uint64_t* keys = keys_.data() + link.slots;
+  const std::size_t at = find(keys, link.key);
+  keys[at] = link.key + 1;
+  places_[link.slots + at] = static_cast<std::uint32_t>(link.count);
   ++link.count;
-  held_ += need;
+  held_ += copy_size(message);
+}
+
+void CollectMemo::make_room(const JunctionTree& tree) noexcept {
+  // The radix of each subtree from the tree's shape alone (restore()
+  // finds the same, unless a likelihood stops it); leaves first, as the
+  // collect goes, so that the budget goes to the links nearest the leaves.
+  const auto& schedule = tree.schedule;
+  std::vector<std::uint64_t>& radix = scratch_;
+  std::size_t remembered = 0;
+  std::size_t doubles = 0;
+  try {
+    radix.assign(schedule.size(), 0);
+    for (std::size_t i = schedule.size(); i-- > 0;) {
+      const JunctionTree::Message& message = schedule[i];
+      Link& link = links_[i];
+      std::uint64_t r = 1;
+      bool fits = message.outer->table->size() <= kMemoCliqueLimit;
+      for (const NodeSlot* slot : message.outer->homed)
+        fits = fits && !__builtin_mul_overflow(r, slot->marginal.size() + 1, &r);
+      for (std::size_t j = message.first_child; j < schedule.size() && schedule[j].parent == i; ++j)
+        fits = fits && radix[j] != 0 && !__builtin_mul_overflow(r, radix[j], &r);
+      if (!fits) continue;
+      radix[i] = r;
+      const std::size_t copies = static_cast<std::size_t>(std::min<std::uint64_t>(r, kMemoPerLink));
+      const std::size_t need = copies * copy_size(message);
+      if (doubles + need > budget_) continue;
+      link.slots = remembered++ * kMemoSlots;
+      link.base = doubles;
+      link.room = copies;
+      doubles += need;
+    }
+    keys_.assign(remembered * kMemoSlots, 0);
+    places_.assign(remembered * kMemoSlots, 0);
+    data_.reset(new double[doubles]);
+  } catch (...) {
+    // Without room the memo keeps nothing until it is dropped.
+    for (Link& link : links_) link.room = 0;
+    keys_ = {};
+    places_ = {};
+    data_ = {};
+  }
 }
 
 }  // namespace kelva

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "compile/junction_forest.h"
@@ -55,14 +56,24 @@ class CollectMemo {
     /// bits, or a node has soft evidence: not remembered).
     std::uint64_t key = 0;
     std::uint64_t radix = 0;
-    /// An open-addressed table of kMemoSlots slots (made on the first
-    /// keep): key + 1 (0 when free), and the offset in `data` of the
-    /// clique table followed by the separator table.
-    std::vector<std::uint64_t> keys;
-    std::vector<std::size_t> offsets;
+    /// Where this link's slots and copies start in keys_/places_ and
+    /// data_, and how many copies fit there (0: not remembered).
+    std::size_t slots = 0;
+    std::size_t base = 0;
+    std::size_t room = 0;
     std::size_t count = 0;
-    std::vector<double> data;
   };
+  /// Gives every link that can be remembered its room, all at once, so
+  /// that later collects allocate nothing; on failure nothing is kept.
+  void make_room(const JunctionTree& tree) noexcept;
+
+  /// Per remembered link, an open-addressed table of kMemoSlots slots:
+  /// key + 1 (0 when free) and the number of the copy, which lies at
+  /// base + number * (clique + separator entries) in data_.
+  std::vector<std::uint64_t> keys_;
+  std::vector<std::uint32_t> places_;
+  std::unique_ptr<double[]> data_;  // not cleared: only kept copies are read
+  std::vector<std::uint64_t> scratch_;
   std::vector<Link> links_;
   std::uint64_t table_changes_ = 0;
   const Clique* root_ = nullptr;

@@ -46,6 +46,15 @@ TEST(PropagationAllocation, NoAllocationAfterTheFirstPropagation) {
     fail_allocation_after(-1);
     EXPECT_EQ(status, 0);
     EXPECT_GE(k_node_get_belief(reinterpret_cast<k_node_t>(net.nodes[3]), 0), 0.0);
+    // Case after case from the node tables: the collect memo makes its
+    // room on the second case, so later cases allocate nothing.
+    for (int row = 0; row < 5; ++row) {
+      ASSERT_EQ(k_domain_retract_findings(net.domain), 0);
+      ASSERT_EQ(k_domain_initialize(net.domain), 0);
+      select_state(*net.nodes[row % 3], row % 2);
+      if (row < 2) ASSERT_EQ(k_domain_propagate(net.domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+      else ASSERT_EQ(propagate_without_allocation(net, K_EQUILIBRIUM_SUM, K_MODE_NORMAL), 0);
+    }
   }
 }
 
