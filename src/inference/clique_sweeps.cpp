@@ -149,28 +149,48 @@ void multiply_by_quotients(double* large, const double* fresh, const double* old
 }
 
 // The distribute sweep of `clique` by the quotients of a separator that
-// leads its table, made on the fly: the blocks of sweep() (whole inner
-// runs of every fold whose run folds into one entry, as sweep_range asks)
-// are first multiplied here, then folded by sweep_range while they are in
-// the first-level cache.  Each small entry receives its additions in index
-// order, as in one sweep(), and totals are folded after, as sweep() does.
-void sweep_by_quotients(Clique& clique, const double* fresh, const double* old, std::uint64_t n,
-                        std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism) {
+// leads its table through `plan`, made on the fly, in blocks of whole
+// inner runs of every fold whose run folds into one entry (as sweep_range
+// asks): each block is multiplied, then folded by sweep_range while it is
+// in the first-level cache.  Where a quotient covers a short run of m
+// entries, a block's quotients are made into a buffer on the stack, which
+// the multiply kernel reads for the block (its entries [a, b) fall on
+// separator entries a / m + [0, (b - a) / m)); longer runs are multiplied
+// here.  Each small entry receives its additions in index order, as in one
+// sweep(), and totals are folded after, as sweep() does.
+void sweep_by_quotients(Clique& clique, const IndexPlan& plan, const double* fresh,
+                        const double* old, std::span<SweepFold> folds, Reduce how,
+                        const Parallelism& parallelism) {
   constexpr std::uint64_t kBlock = 2048;
+  constexpr std::uint64_t kShortRun = 16;
   double* large = clique.table->data();
   const std::uint64_t size = clique.table->size();
-  const std::uint64_t m = size / n;
+  const std::uint64_t m = size / plan.small_size();
   std::uint64_t run = 1;
   for (const SweepFold& f : folds) {
     if (f.plan->small_size() == 1) continue;
     std::fill(f.data, f.data + f.plan->small_size(), how == Reduce::sum ? 0.0 : -HUGE_VAL);
     if (f.plan->inner_small_stride() == 0) run = std::lcm(run, f.plan->axes().back().count);
   }
-  const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
-  for (std::uint64_t a = 0; a < size; a += block) {
-    const std::uint64_t b = std::min(size, a + block);
-    multiply_by_quotients(large, fresh, old, m, a, b);
-    sweep_range(large, false, {}, folds, a, b, how);
+  const std::uint64_t unit = std::lcm(run, m);
+  if (m >= 2 && m < kShortRun && unit <= kBlock) {
+    double quotients[kBlock / 2];
+    const SweepFactor by{&plan, quotients};
+    const std::uint64_t block = kBlock / unit * unit;
+    for (std::uint64_t a = 0; a < size; a += block) {
+      const std::uint64_t b = std::min(size, a + block);
+      for (std::uint64_t k = a / m; k < b / m; ++k)
+        quotients[k - a / m] = separator_quotient(fresh[k], old[k]);
+      sweep_range(large + a, false, std::span<const SweepFactor>(&by, 1), {}, 0, b - a, how);
+      sweep_range(large, false, {}, folds, a, b, how);
+    }
+  } else {
+    const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
+    for (std::uint64_t a = 0; a < size; a += block) {
+      const std::uint64_t b = std::min(size, a + block);
+      multiply_by_quotients(large, fresh, old, m, a, b);
+      sweep_range(large, false, {}, folds, a, b, how);
+    }
   }
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) marginalize(*f.plan, large, f.data, how, parallelism);
@@ -197,8 +217,8 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   double* old = sep.scratch.data();
   const std::uint64_t n = sep.table->size();
   if (!split_sweep_fits(clique.table->size(), parallelism) && separator_leads(*link.outer_plan)) {
-    sweep_by_quotients(clique, fresh, old, n, distribute_folds(tree, clique, first, end), how,
-                       parallelism);
+    sweep_by_quotients(clique, *link.outer_plan, fresh, old,
+                       distribute_folds(tree, clique, first, end), how, parallelism);
     return;
   }
   // A shared sweep, or a separator inside the clique's axes (another root):
