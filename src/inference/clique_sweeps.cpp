@@ -137,10 +137,6 @@ bool separator_leads(const IndexPlan& plan) noexcept {
 // the new and old values; x * q is the multiply kernel's product.
 void multiply_by_quotients(double* large, const double* fresh, const double* old, std::uint64_t m,
                            std::uint64_t begin, std::uint64_t end) noexcept {
-  if (m == 1) {
-    for (std::uint64_t i = begin; i < end; ++i) large[i] *= separator_quotient(fresh[i], old[i]);
-    return;
-  }
   for (std::uint64_t k = begin / m; k * m < end; ++k) {
     const double q = separator_quotient(fresh[k], old[k]);
     const std::uint64_t to = std::min(end, (k + 1) * m);
