@@ -45,12 +45,12 @@ double best_time(F f, double budget = 0.3) {
 // Bytes a full propagation moves, counted as `kelva bench` counts them (see
 // tools/kelva/propagation_traffic.h): per clique a write in the collect
 // sweep and a read and a write in the distribute sweep, a read of each root
-// for its total, 8 entries per separator entry, each node table read once
+// for its total, 5 entries per separator entry, each node table read once
 // and each marginal written once.
 double bytes_per_propagation(const kelva::Forest& forest) {
   double entries = 0.0;
   for (const auto& c : forest.cliques) entries += 3.0 * c->table->size();
-  for (const auto& sep : forest.separators) entries += 8.0 * sep->table->size();
+  for (const auto& sep : forest.separators) entries += 5.0 * sep->table->size();
   for (const auto& t : forest.trees) entries += 1.0 * t->root->table->size();
   for (const kelva::NodeSlot& s : forest.nodes) {
     if (s.node == nullptr || !s.node->is_discrete()) continue;

@@ -179,7 +179,7 @@ double compress_domain(Domain& domain) {
   for (const auto& c : forest.cliques) c->table->swap_contents(*emptied[k++]);
   for (const auto& s : forest.separators) {
     s->table->swap_contents(*emptied[k++]);
-    std::vector<double>().swap(s->scratch);
+    s->scratch = DoubleBuffer();
   }
   forest.compressed = std::move(next);
   domain.set_compressed(true);

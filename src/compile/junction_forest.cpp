@@ -173,7 +173,7 @@ void plan_tables(Forest& forest) {
   for (const auto& s : forest.separators) {
     s->parent_plan = IndexPlan::between(*s->parent->table, *s->table);
     s->child_plan = IndexPlan::between(*s->child->table, *s->table);
-    s->scratch.assign(s->table->size(), 0.0);
+    s->scratch = DoubleBuffer::zeros(s->table->size());
   }
 }
 

@@ -59,8 +59,10 @@ struct Separator {
   IndexPlan parent_plan;  ///< parent's clique table -> separator table
   IndexPlan child_plan;   ///< child's clique table -> separator table
   /// Room for the new separator values of a message, so that message
-  /// passing allocates nothing (one entry per separator entry).
-  std::vector<double> scratch;
+  /// passing allocates nothing (one entry per separator entry).  Its buffer
+  /// and the table's are exchanged (Table::swap_data) when the new values
+  /// become the table's, so it holds exactly as many entries.
+  DoubleBuffer scratch;
 };
 
 /// One clique of a junction tree.

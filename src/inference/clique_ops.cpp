@@ -94,20 +94,34 @@ void multiply_into_home(const NodeSlot& slot, const double* vector,
   multiply(slot.home_plan, slot.home->table->data(), vector, parallelism);
 }
 
+namespace {
+
+// The factor that divides a message by its largest new value, which is left
+// in *scale (1 when every value is 0); 1 without `scale`.
+double message_inverse(const double* fresh, std::uint64_t n, double* scale) noexcept {
+  if (scale == nullptr) return 1.0;
+  double largest = 0.0;
+  for (std::uint64_t i = 0; i < n; ++i) largest = std::fmax(largest, fresh[i]);
+  *scale = largest > 0.0 ? largest : 1.0;
+  return 1.0 / *scale;
+}
+
+}  // namespace
+
 void exchange_separator(double* old, double* fresh, std::uint64_t n, double* scale) noexcept {
-  double inverse = 1.0;
-  if (scale != nullptr) {
-    double largest = 0.0;
-    for (std::uint64_t i = 0; i < n; ++i) largest = std::fmax(largest, fresh[i]);
-    *scale = largest > 0.0 ? largest : 1.0;
-    inverse = 1.0 / *scale;
-  }
+  const double inverse = message_inverse(fresh, n, scale);
   for (std::uint64_t i = 0; i < n; ++i) {
     const double o = old[i];
     const double f = fresh[i];
     old[i] = f;
-    fresh[i] = (o > 0.0 ? f / o : f) * inverse;
+    fresh[i] = separator_quotient(f, o) * inverse;
   }
+}
+
+void separator_quotients(const double* fresh, double* old, std::uint64_t n,
+                         double* scale) noexcept {
+  const double inverse = message_inverse(fresh, n, scale);
+  for (std::uint64_t i = 0; i < n; ++i) old[i] = separator_quotient(fresh[i], old[i]) * inverse;
 }
 
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,

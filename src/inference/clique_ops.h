@@ -63,6 +63,16 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
 /// largest new value when `scale` is given (see send_message).
 void exchange_separator(double* old, double* fresh, std::uint64_t n, double* scale) noexcept;
 
+/// The factor of a message for one separator entry: new / old, or new
+/// where old is 0.
+inline double separator_quotient(double fresh, double old) noexcept {
+  return old > 0.0 ? fresh / old : fresh;
+}
+
+/// exchange_separator for a separator whose new values have already become
+/// its table (`fresh`): `old` receives the quotients in place.
+void separator_quotients(const double* fresh, double* old, std::uint64_t n, double* scale) noexcept;
+
 /// The total of the clique's table: sum or maximum of its entries.
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism);
 

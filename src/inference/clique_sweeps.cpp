@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <numeric>
 #include <span>
 
 #include "inference/clique_ops.h"
@@ -105,9 +106,12 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
         std::span<SweepFold>(&fold, out != nullptr ? 1 : 0), how, parallelism);
 }
 
-void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
-                      const double* factor, std::size_t first, std::size_t end, Reduce how,
-                      const Parallelism& parallelism) {
+namespace {
+
+// The folds of a distribute sweep of `clique`: the separator scratch of
+// schedule links [first, end) and the marginals of its home nodes.
+std::span<SweepFold> distribute_folds(JunctionTree& tree, Clique& clique, std::size_t first,
+                                      std::size_t end) {
   auto& folds = clique.sweep_folds;
   folds.clear();
   for (std::size_t j = first; j < end; ++j) {
@@ -115,9 +119,108 @@ void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
     folds.push_back({link.inner_plan, link.separator->scratch.data()});
   }
   for (NodeSlot* slot : clique.homed) folds.push_back({&slot->home_plan, slot->marginal.data()});
+  return folds;
+}
+
+// Whether `plan` takes large entry i to small entry i / m (m = large size
+// over small size): the small table's axes lead the large table's, in the
+// same order, as in a clique and the separator towards the tree's root.
+bool separator_leads(const IndexPlan& plan) noexcept {
+  const auto axes = plan.axes();
+  if (plan.small_size() == 1) return true;
+  return axes[0].small_stride == 1 && axes[0].count == plan.small_size() &&
+         (axes.size() == 1 || (axes.size() == 2 && axes[1].small_stride == 0));
+}
+
+// Multiplies large entries [begin, end) by the quotients of the separator
+// entries they fall on (entry i on i / m), each made once per block from
+// the new and old values; x * q is the multiply kernel's product.
+void multiply_by_quotients(double* large, const double* fresh, const double* old, std::uint64_t m,
+                           std::uint64_t begin, std::uint64_t end) noexcept {
+  for (std::uint64_t k = begin / m; k * m < end; ++k) {
+    const double q = separator_quotient(fresh[k], old[k]);
+    const std::uint64_t to = std::min(end, (k + 1) * m);
+    for (std::uint64_t i = std::max(begin, k * m); i < to; ++i) large[i] *= q;
+  }
+}
+
+// The distribute sweep of `clique` by the quotients of a separator that
+// leads its table through `plan`, made on the fly, in blocks of whole
+// inner runs of every fold whose run folds into one entry (as sweep_range
+// asks): each block is multiplied, then folded by sweep_range while it is
+// in the first-level cache.  Where a quotient covers a short run of m
+// entries, a block's quotients are made into a buffer on the stack, which
+// the multiply kernel reads for the block (its entries [a, b) fall on
+// separator entries a / m + [0, (b - a) / m)); longer runs are multiplied
+// here.  Each small entry receives its additions in index order, as in one
+// sweep(), and totals are folded after, as sweep() does.
+void sweep_by_quotients(Clique& clique, const IndexPlan& plan, const double* fresh,
+                        const double* old, std::span<SweepFold> folds, Reduce how,
+                        const Parallelism& parallelism) {
+  constexpr std::uint64_t kBlock = 2048;
+  constexpr std::uint64_t kShortRun = 16;
+  double* large = clique.table->data();
+  const std::uint64_t size = clique.table->size();
+  const std::uint64_t m = size / plan.small_size();
+  std::uint64_t run = 1;
+  for (const SweepFold& f : folds) {
+    if (f.plan->small_size() == 1) continue;
+    std::fill(f.data, f.data + f.plan->small_size(), how == Reduce::sum ? 0.0 : -HUGE_VAL);
+    if (f.plan->inner_small_stride() == 0) run = std::lcm(run, f.plan->axes().back().count);
+  }
+  const std::uint64_t unit = std::lcm(run, m);
+  if (m >= 2 && m < kShortRun && unit <= kBlock) {
+    double quotients[kBlock / 2];
+    const SweepFactor by{&plan, quotients};
+    const std::uint64_t block = kBlock / unit * unit;
+    for (std::uint64_t a = 0; a < size; a += block) {
+      const std::uint64_t b = std::min(size, a + block);
+      for (std::uint64_t k = a / m; k < b / m; ++k)
+        quotients[k - a / m] = separator_quotient(fresh[k], old[k]);
+      sweep_range(large + a, false, std::span<const SweepFactor>(&by, 1), {}, 0, b - a, how);
+      sweep_range(large, false, {}, folds, a, b, how);
+    }
+  } else {
+    const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
+    for (std::uint64_t a = 0; a < size; a += block) {
+      const std::uint64_t b = std::min(size, a + block);
+      multiply_by_quotients(large, fresh, old, m, a, b);
+      sweep_range(large, false, {}, folds, a, b, how);
+    }
+  }
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() == 1) marginalize(*f.plan, large, f.data, how, parallelism);
+}
+
+}  // namespace
+
+void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
+                      const double* factor, std::size_t first, std::size_t end, Reduce how,
+                      const Parallelism& parallelism) {
   const SweepFactor by{&plan, factor};
   sweep(clique.table->data(), clique.table->size(), false, std::span<const SweepFactor>(&by, 1),
-        folds, how, parallelism);
+        distribute_folds(tree, clique, first, end), how, parallelism);
+}
+
+void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::size_t end,
+                   Reduce how, const Parallelism& parallelism) {
+  const JunctionTree::Message& link = tree.schedule[i];
+  Separator& sep = *link.separator;
+  Clique& clique = *link.outer;
+  // The new values become the table's; the old ones are left in the scratch.
+  sep.table->swap_data(sep.scratch);
+  const double* fresh = sep.table->data();
+  double* old = sep.scratch.data();
+  const std::uint64_t n = sep.table->size();
+  if (!split_sweep_fits(clique.table->size(), parallelism) && separator_leads(*link.outer_plan)) {
+    sweep_by_quotients(clique, *link.outer_plan, fresh, old,
+                       distribute_folds(tree, clique, first, end), how, parallelism);
+    return;
+  }
+  // A shared sweep, or a separator inside the clique's axes (another root):
+  // the quotients go to the scratch first.
+  separator_quotients(fresh, old, n, nullptr);
+  distribute_sweep(tree, clique, *link.outer_plan, old, first, end, how, parallelism);
 }
 
 }  // namespace kelva

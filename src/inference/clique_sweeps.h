@@ -60,4 +60,17 @@ void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
                       const double* factor, std::size_t first, std::size_t end, Reduce how,
                       const Parallelism& parallelism);
 
+/// The distribute message of schedule link `i` and the sweep of the clique
+/// it reaches: the sender's sweep left the separator's new values in its
+/// scratch; they become the separator table (the buffers are exchanged, not
+/// copied), and the clique is multiplied by new / old (as
+/// exchange_separator makes it) and folded as by distribute_sweep.  When
+/// the separator leads the clique's table and the sweep is not shared
+/// between threads, each quotient is made from the two buffers as the
+/// sweep reaches its entries; otherwise the quotients are written to the
+/// scratch first.  The bits are those of exchange_separator followed by
+/// distribute_sweep.
+void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::size_t end,
+                   Reduce how, const Parallelism& parallelism);
+
 }  // namespace kelva

@@ -149,7 +149,8 @@ void prepare(JunctionTree& tree) {
     for (const Clique::Link& link : clique.links) {
       Separator& sep = *link.separator;
       sep.table->data();
-      if (sep.scratch.size() < sep.table->size()) sep.scratch.resize(sep.table->size());
+      if (sep.scratch.size() != sep.table->size())
+        sep.scratch = DoubleBuffer::zeros(sep.table->size());
     }
   }
   const bool utilities = tree.domain->count(K_CATEGORY_UTILITY) > 0;
@@ -337,8 +338,13 @@ void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Paralleli
     collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
     if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
     const std::uint64_t n = link.outer_plan->small_size();
-    if (tree.sweep_rebuild) first_message(fresh, sep.scratch.data(), n, scale);
-    else exchange_separator(sep.table->data(), fresh, n, scale);
+    if (tree.sweep_rebuild) {
+      first_message(fresh, sep.scratch.data(), n, scale);
+    } else {
+      // The new values become the table; the quotients replace the old ones.
+      sep.table->swap_data(sep.scratch);
+      separator_quotients(sep.table->data(), sep.scratch.data(), n, scale);
+    }
     return;
   }
   if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
@@ -357,11 +363,8 @@ void distribute_link(JunctionTree& tree, std::size_t i, Reduce how, const Parall
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
   if (fused) {
-    Separator& sep = *link.separator;
-    exchange_separator(sep.table->data(), sep.scratch.data(), link.inner_plan->small_size(),
-                       nullptr);
     const auto [first, end] = children(tree, i);
-    distribute_sweep(tree, *link.outer, *link.outer_plan, sep.scratch.data(), first, end, how, par);
+    receive_sweep(tree, i, first, end, how, par);
     return;
   }
   const JunctionTree::Message* next =

@@ -128,6 +128,10 @@ class Table : public Object {
   /// Exchanges everything but identity (domain, role, owner, peer,
   /// backpointer) with `other`: nodes, size, data, CG part, cached plans.
   void swap_contents(Table& other) noexcept;
+  /// Exchanges the discrete data with `other`, which holds size() entries:
+  /// propagation keeps a separator's new values this way instead of copying
+  /// them.  Nothing else of the table changes.
+  void swap_data(DoubleBuffer& other) noexcept { data_.swap(other); }
 
   /// Tells the owner that the contents changed through the API.
   void notify_changed() noexcept;

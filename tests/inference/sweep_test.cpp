@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <vector>
 
@@ -21,6 +21,24 @@ constexpr std::uint64_t kMostEntries = 5'000'000;
 constexpr std::uint64_t kMostEntries = 50'000'000;
 #endif
 
+// Appends a propagation's status and, after a success, the bits of the log
+// constant and of every belief, and a hash of the bits of every clique table.
+void record_state(k_domain_t domain, const std::vector<k_node_t>& nodes, k_status_t status,
+                  std::vector<std::uint64_t>& seen) {
+  auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x); };
+  seen.push_back(status == 0 ? 0 : 1000 + static_cast<std::uint64_t>(k_error_code()));
+  if (status != 0) return;
+  seen.push_back(bits(k_domain_get_log_normalization_constant(domain)));
+  for (k_node_t n : nodes)
+    for (std::size_t s = 0; s < k_node_get_number_of_states(n); ++s)
+      seen.push_back(bits(k_node_get_belief(n, s)));
+  std::uint64_t hash = 14695981039346656037ull;
+  for (const auto& c : reinterpret_cast<Domain*>(domain)->forest()->cliques)
+    for (std::uint64_t i = 0; i < c->table->size(); ++i)
+      hash = (hash ^ bits(c->table->data()[i])) * 1099511628211ull;
+  seen.push_back(hash);
+}
+
 // Runs a fixed series of propagations on `domain` (evidence entered, added,
 // a likelihood, max, fast retraction, scaled, two threads), all of them on
 // `threads` threads (their sweeps split down to small cliques), and records
@@ -29,24 +47,7 @@ constexpr std::uint64_t kMostEntries = 50'000'000;
 std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_node_t>& nodes,
                                       std::size_t threads) {
   std::vector<std::uint64_t> seen;
-  auto bits = [](double x) {
-    std::uint64_t b;
-    std::memcpy(&b, &x, sizeof b);
-    return b;
-  };
-  auto record = [&](k_status_t status) {
-    seen.push_back(status == 0 ? 0 : 1000 + static_cast<std::uint64_t>(k_error_code()));
-    if (status != 0) return;
-    seen.push_back(bits(k_domain_get_log_normalization_constant(domain)));
-    for (k_node_t n : nodes)
-      for (std::size_t s = 0; s < k_node_get_number_of_states(n); ++s)
-        seen.push_back(bits(k_node_get_belief(n, s)));
-    std::uint64_t hash = 14695981039346656037ull;
-    for (const auto& c : reinterpret_cast<Domain*>(domain)->forest()->cliques)
-      for (std::uint64_t i = 0; i < c->table->size(); ++i)
-        hash = (hash ^ bits(c->table->data()[i])) * 1099511628211ull;
-    seen.push_back(hash);
-  };
+  auto record = [&](k_status_t status) { record_state(domain, nodes, status, seen); };
   const std::size_t n = nodes.size();
   const k_size_t grain = k_domain_get_grain_size(domain);
   auto propagate = [&](k_equilibrium_t eq, k_evidence_mode_t mode) {
@@ -114,6 +115,41 @@ TEST(Sweeps, SameBitsAsOneKernelPerOperation) {
     for (const auto& c : reinterpret_cast<Domain*>(domain.get())->forest()->cliques)
       entries += c->table->size();
     if (entries < kMostEntries) expect_same_bits(domain.get());
+  }
+}
+
+// Paths the series does not take: new evidence absorbed in scaled mode,
+// and every clique as the root, where a separator need not lead the table
+// of the clique it reaches.
+TEST(Sweeps, SameBitsFromEveryRootAndScaledAbsorption) {
+  for (unsigned seed = 0; seed < 20; ++seed) {
+    std::mt19937 rng(seed);
+    TestNet net;
+    random_network(net, rng, 6 + seed % 10, 1 + seed % 3, true, 0.0);
+    ASSERT_EQ(compile_for_test(net.d()), 0);
+    const k_domain_t d = net.domain;
+    std::vector<k_node_t> nodes;
+    for (k_node_t n = k_domain_get_first_node(d); n; n = k_node_get_next(n)) nodes.push_back(n);
+    std::vector<std::uint64_t> seen[2];
+    for (int fused = 0; fused < 2; ++fused) {
+      set_fused_sweeps(fused == 1);
+      auto record = [&](k_status_t status) { record_state(d, nodes, status, seen[fused]); };
+      k_domain_set_scaled_propagation(d, 1);
+      k_domain_retract_findings(d);
+      k_domain_initialize(d);
+      k_node_select_state(nodes[0], 1);
+      record(k_domain_propagate(d, K_EQUILIBRIUM_SUM, K_MODE_NORMAL));
+      k_node_enter_finding(nodes.back(), 0, 0.25);
+      record(k_domain_propagate(d, K_EQUILIBRIUM_SUM, K_MODE_NORMAL));
+      k_domain_set_scaled_propagation(d, 0);
+      for (const auto& c : net.d().forest()->cliques) {
+        k_domain_initialize(d);
+        record(k_clique_propagate(reinterpret_cast<k_clique_t>(c.get()), K_EQUILIBRIUM_SUM,
+                                  K_MODE_NORMAL));
+      }
+    }
+    set_fused_sweeps(true);
+    EXPECT_EQ(seen[0], seen[1]) << seed;
   }
 }
 

@@ -279,9 +279,13 @@ propagations from the node tables without evidence),
 evidence_propagate_seconds (median over N random evidence sets of K nodes
 whose states have non-zero belief, each propagated from the equilibrium
 without evidence), bytes_per_propagation (8 bytes per table entry that a full
-propagation reads or writes: each clique table is written once by the collect
-and read and written once by the distribute, each root read once more for its
-total, and separators, node tables and marginals are counted by their size),
+propagation reads or writes, on one thread from each tree's own root: each
+clique table is written once by the collect and read and written once by the
+distribute, each root read once more for its total, each separator entry
+counted 5 times (written by the child and read by the parent in the collect;
+written by the parent, then its new and old values read as the child's sweep
+makes their quotients in the distribute), each node table read and each
+marginal written once),
 bytes_per_entry (those bytes over total_clique_size), effective_gbps (those
 bytes over propagate_seconds), with --threads T above 1 one_thread_propagate_seconds
 and threads_speedup (the same propagations on one thread, and its time over

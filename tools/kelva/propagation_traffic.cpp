@@ -54,12 +54,12 @@ ForestShape read_forest_shape(k_domain_t domain) {
     for (k_clique_t c : cliques) {
       const CliqueShape& a = all[index.at(c)];
       for (k_clique_t* n = checked(k_clique_get_neighbors(c)); *n != nullptr; ++n) {
+        if (index.at(*n) < index.at(c)) continue;  // each link once
         const CliqueShape& b = all[index.at(*n)];
         std::vector<k_node_t> separator;
         std::set_intersection(a.members.begin(), a.members.end(), b.members.begin(),
                               b.members.end(), std::back_inserter(separator));
-        // Each link is seen from both ends.
-        traffic += 4.0 * size_of(separator);
+        traffic += 5.0 * size_of(separator);
       }
     }
     traffic += all[index.at(checked(k_jt_get_root(jt)))].size;

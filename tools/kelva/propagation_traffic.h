@@ -28,10 +28,16 @@ struct ForestShape {
 ///    folded onto every child separator and its home nodes' marginals in one
 ///    sweep that reads and writes it once (2C);
 ///  - at each root, its total reads it once more (R);
-///  - each separator S is written by a fold and read as a factor in each
-///    direction; in the distribute, its update also reads the new and old
-///    values and writes the quotient and the new values (4S): 8S in all (the
-///    collect's quotients after a rebuild are the new values themselves);
+///  - each separator S is written by the child's fold and read as a factor
+///    by the parent in the collect (after a rebuild the quotients are the
+///    new values themselves); in the distribute, the parent's fold writes
+///    the new values, which become the separator table by an exchange of
+///    buffers, and the child's sweep reads the new and old values, making
+///    their quotient per separator entry as it reaches it (3S): 5S in all.
+///    This is the path of one thread from the tree's own root; a sweep
+///    shared between threads, or a separator that does not lead the
+///    child's table (another root), has the quotients written to the
+///    scratch and read back (2S more);
 ///  - each discrete node's marginal writes one entry per state.
 /// Continuous members and CG parts are not counted.  Throws ApiError.
 ForestShape read_forest_shape(k_domain_t domain);
