@@ -88,7 +88,7 @@ template <class Fold>
 }
 
 // Calls f(std::integral_constant<std::uint64_t, c>) for the common short run
-// lengths (2 to 16), so that their loops are unrolled and vectorised at that length,
+// lengths (2 to 15), so that their loops are unrolled and vectorised at that length,
 // and f(std::integral_constant<std::uint64_t, 0>) (length known at run time
 // only) otherwise.
 template <class F>
@@ -122,8 +122,6 @@ void with_run_length(std::uint64_t c, F&& f) {
       return f(std::integral_constant<std::uint64_t, 14>{});
     case 15:
       return f(std::integral_constant<std::uint64_t, 15>{});
-    case 16:
-      return f(std::integral_constant<std::uint64_t, 16>{});
     default:
       return f(std::integral_constant<std::uint64_t, 0>{});
   }
