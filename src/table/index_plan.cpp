@@ -53,7 +53,9 @@ IndexPlan::IndexPlan(std::span<const std::size_t> large_counts,
 }
 
 void IndexPlan::build_map() {
-  if (large_size_ > kMapMaxLarge || axes_.size() < 2 || axes_.back().count >= kMapMaxRun) return;
+  const std::size_t k = axes_.size();
+  if (large_size_ > kMapMaxLarge || k < 2 || axes_[k - 1].count * axes_[k - 2].count >= kMapMaxTile)
+    return;
   map_.resize(large_size_);
   const std::uint64_t ss = inner_small_stride();
   walk(0, large_size_, [&](std::uint64_t l, std::uint64_t s, std::uint64_t n) {

@@ -58,12 +58,13 @@ class IndexPlan {
   /// The small-table stride of the inner run (constant over the walk).
   std::uint64_t inner_small_stride() const noexcept { return axes_.back().small_stride; }
 
-  /// Plans this small with inner runs this short keep the small index of
-  /// every large entry: stepping the odometer once per run of two or three
-  /// entries costs more than the entries, and a table of indexes is read
-  /// at the cost of a quarter of an entry.
+  /// Plans this small whose two innermost axes turn in fewer entries than
+  /// kMapMaxTile keep the small index of every large entry: the row walk
+  /// then moves the odometer once per few entries, which costs more than the
+  /// entries, and a table of indexes is read at the cost of a quarter of an
+  /// entry.  Larger turns, even of short runs, are cheaper by rows.
   static constexpr std::uint64_t kMapMaxLarge = std::uint64_t{1} << 16;
-  static constexpr std::uint64_t kMapMaxRun = 16;
+  static constexpr std::uint64_t kMapMaxTile = 32;
   /// The small index of each large entry, or null when the plan keeps none.
   const std::uint16_t* map() const noexcept { return map_.empty() ? nullptr : map_.data(); }
 

@@ -74,7 +74,7 @@ struct CopyUpdate {
 // the additions of a long run then overlap instead of waiting on each other.
 // The grouping depends on n only, so results do not depend on threads.
 template <class Fold>
-double fold_run(const double* p, std::uint64_t n) noexcept {
+[[gnu::always_inline]] inline double fold_run(const double* p, std::uint64_t n) noexcept {
   double a0 = Fold::identity(), a1 = a0, a2 = a0, a3 = a0;
   std::uint64_t k = 0;
   for (; k + 4 <= n; k += 4) {
@@ -88,7 +88,7 @@ double fold_run(const double* p, std::uint64_t n) noexcept {
 }
 
 // Calls f(std::integral_constant<std::uint64_t, c>) for the common short run
-// lengths, so that their loops are unrolled and vectorised at that length,
+// lengths (2 to 15), so that their loops are unrolled and vectorised at that length,
 // and f(std::integral_constant<std::uint64_t, 0>) (length known at run time
 // only) otherwise.
 template <class F>
@@ -110,6 +110,18 @@ void with_run_length(std::uint64_t c, F&& f) {
       return f(std::integral_constant<std::uint64_t, 8>{});
     case 9:
       return f(std::integral_constant<std::uint64_t, 9>{});
+    case 10:
+      return f(std::integral_constant<std::uint64_t, 10>{});
+    case 11:
+      return f(std::integral_constant<std::uint64_t, 11>{});
+    case 12:
+      return f(std::integral_constant<std::uint64_t, 12>{});
+    case 13:
+      return f(std::integral_constant<std::uint64_t, 13>{});
+    case 14:
+      return f(std::integral_constant<std::uint64_t, 14>{});
+    case 15:
+      return f(std::integral_constant<std::uint64_t, 15>{});
     default:
       return f(std::integral_constant<std::uint64_t, 0>{});
   }
