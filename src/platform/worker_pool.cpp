@@ -133,13 +133,17 @@ bool WorkerPool::help(std::uint64_t& seen) noexcept {
     seen = posted;
     return false;
   }
-  ++batch->helpers;
-  ++batch->active;
-  lock.unlock();
-  drain(*batch);
-  lock.lock();
-  if (--batch->active == 0) batch_left_.notify_all();
+  join(*batch, lock);
   return true;
+}
+
+void WorkerPool::join(Batch& batch, std::unique_lock<std::mutex>& lock) noexcept {
+  ++batch.helpers;
+  ++batch.active;
+  lock.unlock();
+  drain(batch);
+  lock.lock();
+  if (--batch.active == 0) batch_left_.notify_all();
 }
 
 void WorkerPool::work() noexcept {
@@ -157,12 +161,7 @@ void WorkerPool::work() noexcept {
       work_ready_.wait(lock, [&] { return stopping_ || (batch = joinable()) != nullptr; });
     }
     if (stopping_) return;
-    ++batch->helpers;
-    ++batch->active;
-    lock.unlock();
-    drain(*batch);
-    lock.lock();
-    if (--batch->active == 0) batch_left_.notify_all();
+    join(*batch, lock);
   }
 }
 

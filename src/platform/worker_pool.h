@@ -80,6 +80,9 @@ class WorkerPool {
   static void drain(Batch& batch) noexcept;
   // A queued batch a worker may join, or null; mutex_ held.
   Batch* joinable() const noexcept;
+  // Joins `batch` (found by joinable() under `lock`), runs its pieces
+  // outside the lock and leaves it; returns with `lock` held.
+  void join(Batch& batch, std::unique_lock<std::mutex>& lock) noexcept;
   // Starts workers until there are `count` (or as many as can be started).
   void ensure_workers(std::size_t count) noexcept;
   void work() noexcept;
