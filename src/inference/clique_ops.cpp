@@ -94,10 +94,6 @@ void multiply_into_home(const NodeSlot& slot, const double* vector,
   multiply(slot.home_plan, slot.home->table->data(), vector, parallelism);
 }
 
-namespace {
-
-// The factor that divides a message by its largest new value, which is left
-// in *scale (1 when every value is 0); 1 without `scale`.
 double message_inverse(const double* fresh, std::uint64_t n, double* scale) noexcept {
   if (scale == nullptr) return 1.0;
   double largest = 0.0;
@@ -105,8 +101,6 @@ double message_inverse(const double* fresh, std::uint64_t n, double* scale) noex
   *scale = largest > 0.0 ? largest : 1.0;
   return 1.0 / *scale;
 }
-
-}  // namespace
 
 void exchange_separator(double* old, double* fresh, std::uint64_t n, double* scale) noexcept {
   const double inverse = message_inverse(fresh, n, scale);

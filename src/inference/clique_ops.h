@@ -63,6 +63,10 @@ void send_message(const JunctionTree::Message& link, bool outward, Reduce how,
 /// largest new value when `scale` is given (see send_message).
 void exchange_separator(double* old, double* fresh, std::uint64_t n, double* scale) noexcept;
 
+/// The factor that divides a message of `n` new values by its largest, which
+/// is left in *scale (1 when every value is 0); 1 without `scale`.
+double message_inverse(const double* fresh, std::uint64_t n, double* scale) noexcept;
+
 /// The factor of a message for one separator entry: new / old, or new
 /// where old is 0.
 inline double separator_quotient(double fresh, double old) noexcept {

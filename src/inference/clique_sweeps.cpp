@@ -63,10 +63,7 @@ void stage_sweeps(JunctionTree& tree, bool rebuild, Waiting evidence) {
 
 void first_message(double* fresh, double* quotient, std::uint64_t n, double* scale) noexcept {
   if (scale == nullptr) return;
-  double largest = 0.0;
-  for (std::uint64_t i = 0; i < n; ++i) largest = std::fmax(largest, fresh[i]);
-  *scale = largest > 0.0 ? largest : 1.0;
-  const double inverse = 1.0 / *scale;
+  const double inverse = message_inverse(fresh, n, scale);
   for (std::uint64_t i = 0; i < n; ++i) quotient[i] = fresh[i] * inverse;
 }
 
@@ -162,12 +159,8 @@ void sweep_by_quotients(Clique& clique, const IndexPlan& plan, const double* fre
   double* large = clique.table->data();
   const std::uint64_t size = clique.table->size();
   const std::uint64_t m = size / plan.small_size();
-  std::uint64_t run = 1;
-  for (const SweepFold& f : folds) {
-    if (f.plan->small_size() == 1) continue;
-    std::fill(f.data, f.data + f.plan->small_size(), how == Reduce::sum ? 0.0 : -HUGE_VAL);
-    if (f.plan->inner_small_stride() == 0) run = std::lcm(run, f.plan->axes().back().count);
-  }
+  clear_folds(folds, how);
+  const std::uint64_t run = folded_run(folds);
   const std::uint64_t unit = std::lcm(run, m);
   if (m >= 2 && m < kShortRun && unit <= kBlock) {
     double quotients[kBlock / 2];

@@ -126,9 +126,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
       std::partition(rest, end, [](const SweepFold& f) { return f.plan->small_size() > 1; });
   const std::span<const SweepFold> covered(first, rest);
   const std::span<const SweepFold> others(rest, totals);
-  const double identity = how == Reduce::sum ? 0.0 : -HUGE_VAL;
-  for (const SweepFold& f : covered) std::fill(f.data, f.data + f.plan->small_size(), identity);
-  for (const SweepFold& f : others) std::fill(f.data, f.data + f.plan->small_size(), identity);
+  clear_folds(std::span<const SweepFold>(first, totals), how);
 
   // Each thread sweeps its values of the cut under every outer value, in
   // index order: the ranges start and end on whole inner runs of the

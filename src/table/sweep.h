@@ -40,6 +40,15 @@ void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> facto
                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
                  Reduce how);
 
+/// The least common multiple of the inner runs of the folds with more
+/// than one entry whose inner run folds into one entry: blocks of a sweep
+/// start and end on multiples of it, so each such run is folded whole.
+std::uint64_t folded_run(std::span<const SweepFold> folds) noexcept;
+
+/// Sets every fold with more than one entry to the identity of `how`
+/// (0 or minus infinity), as a sweep does before it adds to them.
+void clear_folds(std::span<const SweepFold> folds, Reduce how) noexcept;
+
 /// Whether sweep() shares `size` entries between threads: with two
 /// threads or more and at least kSplitSweepGrains grains of entries.
 inline constexpr std::uint64_t kSplitSweepGrains = 1;

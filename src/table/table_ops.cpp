@@ -421,10 +421,7 @@ template <class Fold>
 void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
                   std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end) {
   constexpr std::uint64_t kBlock = 2048;
-  std::uint64_t run = 1;
-  for (const SweepFold& f : folds)
-    if (f.plan->small_size() > 1 && f.plan->inner_small_stride() == 0)
-      run = std::lcm(run, f.plan->axes().back().count);
+  const std::uint64_t run = folded_run(folds);
   const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
@@ -438,9 +435,7 @@ template <class Fold>
 void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
                 std::span<const SweepFold> folds, const Parallelism& par) {
   // Totals (one entry) are summed in blocks of their own, after the sweep.
-  for (const SweepFold& f : folds)
-    if (f.plan->small_size() > 1)
-      std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
+  clear_folds(folds, std::is_same_v<Fold, SumFold> ? Reduce::sum : Reduce::max);
   sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n);
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
@@ -481,6 +476,20 @@ void multiply_marginalize(const IndexPlan& multiply_plan, double* large, const d
   } else {
     fused_multiply_fold<MaxFold>(multiply_plan, large, factor, marginal_plan, small);
   }
+}
+
+std::uint64_t folded_run(std::span<const SweepFold> folds) noexcept {
+  std::uint64_t run = 1;
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1 && f.plan->inner_small_stride() == 0)
+      run = std::lcm(run, f.plan->axes().back().count);
+  return run;
+}
+
+void clear_folds(std::span<const SweepFold> folds, Reduce how) noexcept {
+  const double identity = how == Reduce::sum ? SumFold::identity() : MaxFold::identity();
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1) std::fill(f.data, f.data + f.plan->small_size(), identity);
 }
 
 void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const SweepFactor> factors,
