@@ -291,7 +291,10 @@ bytes over propagate_seconds), with --threads T above 1 one_thread_propagate_sec
 and threads_speedup (the same propagations on one thread, and its time over
 T threads'), and stream_gbps (the best rate of the triad a[i] = b[i] +
 s*c[i] over arrays far larger than the last-level cache, counting 24 bytes
-per index, on T threads).
+per index, on T threads), with T above 1 one_thread_stream_gbps (the same on
+one thread), then stream_bound_seconds (the time to move 32 bytes per clique
+entry at one thread's triad rate) and times_stream_bound (one thread's
+propagate time over stream_bound_seconds).
 )TXT",
      "kelva bench examples/networks/commute.net --repeat 5"},
     {Command::compile, "compile",
