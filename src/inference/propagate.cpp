@@ -1,3 +1,5 @@
+#include "inference/propagate.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cfloat>
@@ -11,7 +13,6 @@
 #include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
-#include "inference/propagate.h"
 #include "inference/tree_values.h"
 #include "network/domain.h"
 #include "network/error.h"
