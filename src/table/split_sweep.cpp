@@ -99,10 +99,10 @@ Cut choose_cut(std::uint64_t size, std::span<const SweepFold> folds, std::size_t
   return best;
 }
 
-// Pieces of a cut with one outer value (contiguous ranges of the index),
-// for a sweep whose cut misses some folds: the missed folds must see the
-// pieces in index order, so a piece's missed folds are made by whichever
-// thread holds the turn.  A piece claimed while the turn is at it is swept
+// The pieces of a cut under one outer value (contiguous ranges of the
+// index), for a sweep whose cut misses some folds: the missed folds must
+// see the pieces in index order, so a piece's missed folds are made by
+// whichever thread holds the turn.  A piece claimed while the turn is at it is swept
 // with every fold in one pass; any other is swept with the covered folds,
 // and its missed folds are made once the pieces before it have theirs,
 // by its own thread if it finishes after them, else by the thread that
