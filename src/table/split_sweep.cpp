@@ -203,53 +203,52 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
   clear_folds(std::span<const SweepFold>(first, totals), how);
 
   const std::uint64_t span = cut.stride * cut.count;
+  if (!others.empty() && cut.stride % folded_run(others) == 0 &&
       (cut.outer == 1 || (cut.outer <= kMostOuterTurns && span >= 2 * InOrder::kPieceEntries))) {
-        // The missed folds follow contiguous pieces in index order (InOrder),
-        // one outer value after the other: a covered fold's entry then gets
-        // the values under one outer value before those under the next.
-        const std::span<const SweepFold> all(first, totals);
-        for (std::uint64_t base = 0; base < size; base += span) {
-          InOrder in_order(cut);
-          auto part = [&](std::uint64_t j) {
-            auto swept = [&](std::uint64_t lo, std::uint64_t hi, bool every) {
-              sweep_range(large, rebuild, factors, every ? all : covered, base + lo, base + hi,
-                          how);
-            };
-            auto fold = [&](std::uint64_t lo, std::uint64_t hi) {
-              sweep_range(large, false, {}, others, base + lo, base + hi, how);
-            };
-            in_order.sweep(j, swept, fold);
-          };
-          run_parts(in_order.pieces(), parallelism.threads, part);
-        }
-      }
-      else {
-        // Each thread sweeps its values of the cut under every outer value, in
-        // index order: the ranges start and end on whole inner runs of the
-        // covered folds, whose small entries no other thread touches.
-        auto sweep_part = [&](std::uint64_t j) {
-          const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
-          const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
-          for (std::uint64_t base = 0; base < size; base += span)
-            sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
+    // The missed folds follow contiguous pieces in index order (InOrder),
+    // one outer value after the other: a covered fold's entry then gets
+    // the values under one outer value before those under the next.
+    const std::span<const SweepFold> all(first, totals);
+    for (std::uint64_t base = 0; base < size; base += span) {
+      InOrder in_order(cut);
+      auto part = [&](std::uint64_t j) {
+        auto swept = [&](std::uint64_t lo, std::uint64_t hi, bool every) {
+          sweep_range(large, rebuild, factors, every ? all : covered, base + lo, base + hi, how);
         };
-        run_parts(cut.pieces, parallelism.threads, sweep_part);
-        // The other folds, each whole on one thread over the finished table
-        // (several in one pass); a single one is split along its own axes.
-        if (others.size() == 1) {
-          marginalize(*others[0].plan, large, others[0].data, how, parallelism);
-        } else if (others.size() > 1) {
-          const std::uint64_t parts = std::min<std::uint64_t>(parallelism.threads, others.size());
-          auto fold_part = [&](std::uint64_t j) {
-            const std::uint64_t from = part_start(others.size(), parts, j);
-            const std::uint64_t to = part_start(others.size(), parts, j + 1);
-            sweep_range(large, false, {}, others.subspan(from, to - from), 0, size, how);
-          };
-          run_parts(parts, parallelism.threads, fold_part);
-        }
-      }
-      for (const SweepFold* f = totals; f != end; ++f)
-        marginalize(*f->plan, large, f->data, how, parallelism);
+        auto fold = [&](std::uint64_t lo, std::uint64_t hi) {
+          sweep_range(large, false, {}, others, base + lo, base + hi, how);
+        };
+        in_order.sweep(j, swept, fold);
+      };
+      run_parts(in_order.pieces(), parallelism.threads, part);
+    }
+  } else {
+    // Each thread sweeps its values of the cut under every outer value, in
+    // index order: the ranges start and end on whole inner runs of the
+    // covered folds, whose small entries no other thread touches.
+    auto sweep_part = [&](std::uint64_t j) {
+      const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
+      const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
+      for (std::uint64_t base = 0; base < size; base += span)
+        sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
+    };
+    run_parts(cut.pieces, parallelism.threads, sweep_part);
+    // The other folds, each whole on one thread over the finished table
+    // (several in one pass); a single one is split along its own axes.
+    if (others.size() == 1) {
+      marginalize(*others[0].plan, large, others[0].data, how, parallelism);
+    } else if (others.size() > 1) {
+      const std::uint64_t parts = std::min<std::uint64_t>(parallelism.threads, others.size());
+      auto fold_part = [&](std::uint64_t j) {
+        const std::uint64_t from = part_start(others.size(), parts, j);
+        const std::uint64_t to = part_start(others.size(), parts, j + 1);
+        sweep_range(large, false, {}, others.subspan(from, to - from), 0, size, how);
+      };
+      run_parts(parts, parallelism.threads, fold_part);
+    }
+  }
+  for (const SweepFold* f = totals; f != end; ++f)
+    marginalize(*f->plan, large, f->data, how, parallelism);
 }
 
 }  // namespace kelva
