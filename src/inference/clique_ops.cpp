@@ -6,6 +6,7 @@
 #include "inference/compressed_ops.h"
 #include "network/domain.h"
 #include "network/node.h"
+#include "platform/worker_pool.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -116,6 +117,19 @@ void separator_quotients(const double* fresh, double* old, std::uint64_t n,
                          double* scale) noexcept {
   const double inverse = message_inverse(fresh, n, scale);
   for (std::uint64_t i = 0; i < n; ++i) old[i] = separator_quotient(fresh[i], old[i]) * inverse;
+}
+
+void separator_quotients(const double* fresh, double* old, std::uint64_t n,
+                         const Parallelism& parallelism) noexcept {
+  // Ranges of at least this many entries; a smaller separator is one pass.
+  constexpr std::uint64_t kLeast = 1 << 15;
+  const std::uint64_t pieces = std::min<std::uint64_t>(parallelism.threads, n / kLeast);
+  auto piece = [&](std::size_t j) noexcept {
+    const std::uint64_t a = n * j / pieces, b = n * (j + 1) / pieces;
+    separator_quotients(fresh + a, old + a, b - a, nullptr);
+  };
+  if (pieces < 2) separator_quotients(fresh, old, n, nullptr);
+  else platform::WorkerPool::shared().run(pieces, pieces, piece);
 }
 
 void send_message(const JunctionTree::Message& link, bool outward, Reduce how,

@@ -77,6 +77,11 @@ inline double separator_quotient(double fresh, double old) noexcept {
 /// its table (`fresh`): `old` receives the quotients in place.
 void separator_quotients(const double* fresh, double* old, std::uint64_t n, double* scale) noexcept;
 
+/// separator_quotients without a scale, shared between the threads of
+/// `parallelism` in contiguous ranges when `n` is large (the same bits).
+void separator_quotients(const double* fresh, double* old, std::uint64_t n,
+                         const Parallelism& parallelism) noexcept;
+
 /// The total of the clique's table: sum or maximum of its entries.
 double clique_total(const Clique& clique, Reduce how, const Parallelism& parallelism);
 

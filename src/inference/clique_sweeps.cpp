@@ -212,7 +212,7 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   }
   // A shared sweep, or a separator inside the clique's axes (another root):
   // the quotients go to the scratch first.
-  separator_quotients(fresh, old, n, nullptr);
+  separator_quotients(fresh, old, n, parallelism);
   distribute_sweep(tree, clique, *link.outer_plan, old, first, end, how, parallelism);
 }
 

@@ -503,9 +503,9 @@ constexpr std::uint64_t kAlwaysShareFraction = 8;
 // spins.  Every clique is swept once, by the kernels of one thread's
 // pass, and every separator gets its message before it is read, so the
 // bits are those of one thread in schedule order.  Uses the tree's split
-// room (no allocation): split_links is the stack of ready links,
-// split_weight each link's children still to send, split_scales the
-// collect's factors.
+// room (no allocation): split_links is the heap of ready links,
+// split_group their ranks, split_weight each link's children still to
+// send, split_scales the collect's factors.
 class SharedPass {
  public:
   SharedPass(JunctionTree& tree, std::uint64_t entries, bool collect, Reduce how,
@@ -517,18 +517,33 @@ class SharedPass {
     tree.split_links.assign(n, 0);
     tree.split_weight.assign(n, 0);
     tree.split_scales.assign(n, 1.0);
+    // Each link's rank: the entries of the longest chain of sweeps that
+    // waits for it, its own included (collect: the path to the root;
+    // distribute: the heaviest path down to a leaf).  Ready links are taken
+    // highest rank first, so that the last sweeps of a pass are short ones
+    // on different branches, not a long chain that one thread walks alone.
+    auto& rank = tree.split_group;
+    rank.assign(n, 0);
+    auto size = [&](std::size_t i) { return schedule[i].outer->table->size(); };
     if (collect) {
-      // Leaves first, the last in schedule order on top, as one thread
-      // would begin.
+      // Parents come before their children in the schedule.
       for (std::size_t i = 0; i < n; ++i) {
+        const std::size_t parent = schedule[i].parent;
+        rank[i] = size(i) + (parent != JunctionTree::kNoLink ? rank[parent] : 0);
         const auto [first, end] = children(tree, i);
         tree.split_weight[i] = end - first;
         if (first == end) tree.split_links[top_++] = i;
       }
     } else {
+      for (std::size_t i = n; i-- > 0;) {
+        rank[i] += size(i);
+        const std::size_t parent = schedule[i].parent;
+        if (parent != JunctionTree::kNoLink) rank[parent] = std::max(rank[parent], rank[i]);
+      }
       const auto [first, end] = children(tree, JunctionTree::kNoLink);
-      for (std::size_t i = end; i-- > first;) tree.split_links[top_++] = i;
+      for (std::size_t i = first; i < end; ++i) tree.split_links[top_++] = i;
     }
+    std::make_heap(tree.split_links.begin(), tree.split_links.begin() + top_, Lower{rank});
   }
 
   // Runs the pass on up to two threads; rethrows the error one thread
@@ -552,17 +567,31 @@ class SharedPass {
   }
   void unlock() noexcept { busy_.clear(std::memory_order_release); }
 
+  // Orders the heap of ready links by rank.
+  struct Lower {
+    const std::vector<std::size_t>& rank;
+    bool operator()(std::size_t a, std::size_t b) const noexcept { return rank[a] < rank[b]; }
+  };
+
   bool pop(std::size_t& link) noexcept {
     lock();
     const bool any = top_ > 0;
-    if (any) link = tree_.split_links[--top_];
+    if (any) {
+      auto ready = tree_.split_links.begin();
+      std::pop_heap(ready, ready + top_, Lower{tree_.split_group});
+      link = tree_.split_links[--top_];
+    }
     unlock();
     return any;
   }
 
   void push(std::size_t first, std::size_t end) noexcept {
     lock();
-    for (std::size_t i = end; i-- > first;) tree_.split_links[top_++] = i;
+    auto ready = tree_.split_links.begin();
+    for (std::size_t i = first; i < end; ++i) {
+      tree_.split_links[top_++] = i;
+      std::push_heap(ready, ready + top_, Lower{tree_.split_group});
+    }
     unlock();
   }
 

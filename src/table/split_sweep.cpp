@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 
@@ -98,6 +99,79 @@ Cut choose_cut(std::uint64_t size, std::span<const SweepFold> folds, std::size_t
   return best;
 }
 
+// The pieces of a cut under one outer value (contiguous ranges of the
+// index), for a sweep whose cut misses some folds: the missed folds must
+// see the pieces in index order, so a piece's missed folds are made by
+// whichever thread holds the turn.  A piece claimed while the turn is at it is swept
+// with every fold in one pass; any other is swept with the covered folds,
+// and its missed folds are made once the pieces before it have theirs,
+// by its own thread if it finishes after them, else by the thread that
+// makes those of the piece before (while the piece is still in a shared
+// cache).  Nobody waits: the missed folds trail the sweep by about a piece
+// and add no pass over the whole table after it.
+class InOrder {
+ public:
+  // Pieces of at least this many entries, up to kMaxPieces: more of them
+  // than the four per thread of other cuts, so that the missed folds of
+  // the last piece, made by one thread alone, are short.
+  static constexpr std::uint64_t kPieceEntries = std::uint64_t{1} << 17;
+  static constexpr std::uint64_t kMaxPieces = 64;
+
+  explicit InOrder(const Cut& cut) noexcept
+      : stride_(cut.stride),
+        count_(cut.count),
+        pieces_(std::clamp<std::uint64_t>(cut.stride * cut.count / kPieceEntries, cut.pieces,
+                                          std::min(cut.count, kMaxPieces))) {}
+
+  std::uint64_t pieces() const noexcept { return pieces_; }
+
+  // Sweeps piece j through swept(lo, hi, every fold or the covered ones),
+  // and makes missed folds through fold(lo, hi) for the pieces whose turn
+  // this thread takes.
+  template <class Swept, class Fold>
+  void sweep(std::uint64_t j, Swept swept, Fold fold) noexcept {
+    lock();
+    const bool all = turn_ == j;
+    unlock();
+    swept(start(j), start(j + 1), all);
+    lock();
+    if (!all && turn_ != j) {
+      swept_[j] = true;  // the thread that makes piece j - 1's folds makes these
+      unlock();
+      return;
+    }
+    unlock();
+    for (std::uint64_t k = j;;) {
+      if (k != j || !all) fold(start(k), start(k + 1));
+      lock();
+      turn_ = ++k;
+      const bool next = k < pieces_ && swept_[k];
+      unlock();
+      if (!next) return;
+    }
+  }
+
+ private:
+  std::uint64_t start(std::uint64_t j) const noexcept {
+    return part_start(count_, pieces_, j) * stride_;
+  }
+  void lock() noexcept {
+    while (busy_.test_and_set(std::memory_order_acquire)) platform::relax();
+  }
+  void unlock() noexcept { busy_.clear(std::memory_order_release); }
+
+  const std::uint64_t stride_;
+  const std::uint64_t count_;
+  const std::uint64_t pieces_;
+  std::atomic_flag busy_;
+  std::uint64_t turn_ = 0;                // first piece whose missed folds are not made; guarded
+  std::array<bool, kMaxPieces> swept_{};  // swept, missed folds waiting for the turn; guarded
+};
+
+// Most outer values whose pieces go one after the other (a wait for the
+// last piece at each) so that missed folds follow them in order.
+constexpr std::uint64_t kMostOuterTurns = 8;
+
 template <class Body>
 void run_parts(std::uint64_t parts, std::uint64_t threads, Body& body) {
   auto task = [&body](std::size_t j) noexcept { body(j); };
@@ -128,30 +202,50 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
   const std::span<const SweepFold> others(rest, totals);
   clear_folds(std::span<const SweepFold>(first, totals), how);
 
-  // Each thread sweeps its values of the cut under every outer value, in
-  // index order: the ranges start and end on whole inner runs of the
-  // covered folds, whose small entries no other thread touches.
   const std::uint64_t span = cut.stride * cut.count;
-  auto sweep_part = [&](std::uint64_t j) {
-    const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
-    const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
-    for (std::uint64_t base = 0; base < size; base += span)
-      sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
-  };
-  run_parts(cut.pieces, parallelism.threads, sweep_part);
-
-  // The other folds, each whole on one thread over the finished table
-  // (several in one pass); a single one is split along its own axes.
-  if (others.size() == 1) {
-    marginalize(*others[0].plan, large, others[0].data, how, parallelism);
-  } else if (others.size() > 1) {
-    const std::uint64_t parts = std::min<std::uint64_t>(parallelism.threads, others.size());
-    auto fold_part = [&](std::uint64_t j) {
-      const std::uint64_t first = part_start(others.size(), parts, j);
-      const std::uint64_t last = part_start(others.size(), parts, j + 1);
-      sweep_range(large, false, {}, others.subspan(first, last - first), 0, size, how);
+  if (!others.empty() && cut.stride % folded_run(others) == 0 &&
+      (cut.outer == 1 || (cut.outer <= kMostOuterTurns && span >= 2 * InOrder::kPieceEntries))) {
+    // The missed folds follow contiguous pieces in index order (InOrder),
+    // one outer value after the other: a covered fold's entry then gets
+    // the values under one outer value before those under the next.
+    const std::span<const SweepFold> all(first, totals);
+    for (std::uint64_t base = 0; base < size; base += span) {
+      InOrder in_order(cut);
+      auto part = [&](std::uint64_t j) {
+        auto swept = [&](std::uint64_t lo, std::uint64_t hi, bool every) {
+          sweep_range(large, rebuild, factors, every ? all : covered, base + lo, base + hi, how);
+        };
+        auto fold = [&](std::uint64_t lo, std::uint64_t hi) {
+          sweep_range(large, false, {}, others, base + lo, base + hi, how);
+        };
+        in_order.sweep(j, swept, fold);
+      };
+      run_parts(in_order.pieces(), parallelism.threads, part);
+    }
+  } else {
+    // Each thread sweeps its values of the cut under every outer value, in
+    // index order: the ranges start and end on whole inner runs of the
+    // covered folds, whose small entries no other thread touches.
+    auto sweep_part = [&](std::uint64_t j) {
+      const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
+      const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
+      for (std::uint64_t base = 0; base < size; base += span)
+        sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
     };
-    run_parts(parts, parallelism.threads, fold_part);
+    run_parts(cut.pieces, parallelism.threads, sweep_part);
+    // The other folds, each whole on one thread over the finished table
+    // (several in one pass); a single one is split along its own axes.
+    if (others.size() == 1) {
+      marginalize(*others[0].plan, large, others[0].data, how, parallelism);
+    } else if (others.size() > 1) {
+      const std::uint64_t parts = std::min<std::uint64_t>(parallelism.threads, others.size());
+      auto fold_part = [&](std::uint64_t j) {
+        const std::uint64_t from = part_start(others.size(), parts, j);
+        const std::uint64_t to = part_start(others.size(), parts, j + 1);
+        sweep_range(large, false, {}, others.subspan(from, to - from), 0, size, how);
+      };
+      run_parts(parts, parallelism.threads, fold_part);
+    }
   }
   for (const SweepFold* f = totals; f != end; ++f)
     marginalize(*f->plan, large, f->data, how, parallelism);
