@@ -347,10 +347,12 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   DomainHandle first = open_network(options.source, progress);
   const std::vector<k_node_t> first_nodes = nodes_of(first.get());
   const std::vector<Reported> reported = reported_nodes(first_nodes, options);
-  // A data file is cut into chunks of lines that the workers read at the
-  // same time, each into a copy of its own; a data set file is read whole.
-  const std::unique_ptr<CutCases> cut =
-      options.data.ends_with(".csv") ? nullptr : CutCases::cut(options.data, kChunkCases);
+  // With several workers, a data file is cut into chunks of lines that
+  // they read at the same time, each into a copy of its own; one worker
+  // reads it whole (which costs less per case), and so is a data set file.
+  const std::unique_ptr<CutCases> cut = options.threads == 1 || options.data.ends_with(".csv")
+                                            ? nullptr
+                                            : CutCases::cut(options.data, kChunkCases);
 
   // Each worker compiles its copy and reads its share of the chunks (every
   // T-th) on its own thread.
