@@ -79,6 +79,18 @@ if [[ -n $shared && -f $shared/nets/alarm.net ]]; then
   [[ $err == *"bad.dat:501:"* ]] || fail "alarm: a bad item's line: $err"
 fi
 
+# Other networks: read whole (one thread) or in chunks (two), the same
+# bytes, and the bits of beliefs.
+for name in child insurance hailfinder; do
+  net=$shared/nets/$name.net
+  [[ -n $shared && -f $net ]] || continue
+  "$kelva" sample "$net" -n 300 -o "$work/$name.dat" --hide 0.5 --seed 5 --quiet
+  "$kelva" predict "$net" "$work/$name.dat" -o "$work/${name}1.tsv" --quiet
+  "$kelva" predict "$net" "$work/$name.dat" -o "$work/${name}2.tsv" --threads 2 --quiet
+  cmp -s "$work/${name}1.tsv" "$work/${name}2.tsv" || fail "$name: two threads write other bytes"
+  for k in 2 300; do same_as_beliefs "$work/$name.dat" "$work/${name}2.tsv" "$k" "$net"; done
+done
+
 # An impossible case (tub yes, either no) gets only log P(e) = -inf; --nodes
 # picks the nodes, observed or not.
 printf 'tub,either,lung\nyes,no,*\nyes,yes,no\n' >"$work/cases.csv"
