@@ -45,13 +45,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool counts_set = case_fuzz::engine(d).cases.counts_set();
 
   const std::string text(reinterpret_cast<const char*>(data), size);
+  // Read from memory (when no NUL ends the text early), the same cases or
+  // the same refusal as from a stream.
+  std::string from_memory;
+  bool memory_read = false;
+  if (text.find('\0') == std::string::npos) {
+    try {
+      kelva::read_cases(case_fuzz::engine(d), text.c_str(), ignore, nullptr);
+      memory_read = true;
+      from_memory = written(d, true);
+    } catch (const kelva::Error& e) {
+      CHECK(e.code() != K_ERROR_NONE);
+    }
+    CHECK(k_domain_set_number_of_cases(d, 1) == 0);
+    case_fuzz::engine(d).cases.set_counts_set(counts_set);
+  }
   if (!read(d, text)) {
+    CHECK(!memory_read);
     CHECK(written(d, true) == before);
     CHECK(case_fuzz::engine(d).cases.counts_set() == counts_set);
     return 0;
   }
   CHECK(k_domain_get_number_of_cases(d) >= 1);
   const std::string first = written(d, true);
+  CHECK(text.find('\0') != std::string::npos || (memory_read && from_memory == first));
   CHECK(k_domain_set_number_of_cases(d, 0) == 0);
   if (!read(d, first)) {
     CHECK(first.find("E+308") != std::string::npos);

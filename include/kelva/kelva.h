@@ -1303,6 +1303,11 @@ KELVA_API k_status_t k_domain_save_case(k_domain_t domain, const char *file_name
  *  contains no cases".  On failure the stored cases are as before. */
 KELVA_API k_status_t k_domain_parse_cases(k_domain_t domain, const char *file_name,
                                           k_parse_error_handler_t handler, void *data);
+/** Reads a multi-case data file from `text` in memory (NUL-terminated) as
+ *  k_domain_parse_cases reads a file; positions given to `handler` are
+ *  counts of characters consumed.  "usage" for a null text. */
+KELVA_API k_status_t k_domain_parse_cases_string(k_domain_t domain, const char *text,
+                                                 k_parse_error_handler_t handler, void *data);
 /** Writes stored cases as a multi-case data file: the columns `nodes` (a
  *  null-terminated list), the cases `cases` (indexes ended by a negative
  *  one; null for every case), counts written when `include_counts` is 1,

@@ -61,6 +61,15 @@ k_status_t k_domain_parse_cases(k_domain_t domain, const char* file_name,
   });
 }
 
+k_status_t k_domain_parse_cases_string(k_domain_t domain, const char* text,
+                                       k_parse_error_handler_t handler, void* data) {
+  return guard_status([&] {
+    kelva::Domain& d = get(domain);
+    kelva::require(text != nullptr);
+    kelva::read_cases(d, text, handler, data);
+  });
+}
+
 k_status_t k_domain_save_cases(k_domain_t domain, const char* file_name, k_node_t* nodes,
                                const int64_t* cases, k_bool_t include_counts, const char* separator,
                                const char* missing) {

@@ -43,6 +43,7 @@ void CollectMemo::start(const JunctionTree& tree) {
   }
   links_.clear();
   links_.resize(tree.schedule.size());
+  plan(tree);
   keys_ = {};
   places_ = {};
   data_ = {};
@@ -52,29 +53,56 @@ void CollectMemo::start(const JunctionTree& tree) {
   collects_ = 1;
 }
 
+void CollectMemo::plan(const JunctionTree& tree) {
+  // The radix of each subtree from the tree's shape alone, leaves first.
+  const auto& schedule = tree.schedule;
+  digits_.clear();
+  // Room for the home nodes of every clique, whichever is the root, so
+  // that a new root allocates nothing.
+  std::size_t homed = tree.schedule_root != nullptr ? tree.schedule_root->homed.size() : 0;
+  for (const JunctionTree::Message& message : schedule) homed += message.outer->homed.size();
+  digits_.reserve(homed);
+  for (std::size_t i = schedule.size(); i-- > 0;) {
+    const JunctionTree::Message& message = schedule[i];
+    Link& link = links_[i];
+    link.digits = digits_.size();
+    for (const NodeSlot* slot : message.outer->homed)
+      digits_.push_back({&slot->node->evidence.entered_code, slot->marginal.size() + 1});
+    link.digits_end = digits_.size();
+    std::size_t j = message.first_child;
+    while (j < schedule.size() && schedule[j].parent == i) ++j;
+    link.children_end = j;
+    std::uint64_t r = 1;
+    bool fits = message.outer->table->size() <= kMemoCliqueLimit;
+    for (std::size_t d = link.digits; d < link.digits_end; ++d)
+      fits = fits && !__builtin_mul_overflow(r, digits_[d].base, &r);
+    for (j = message.first_child; j < link.children_end; ++j)
+      fits = fits && links_[j].shape_radix != 0 &&
+             !__builtin_mul_overflow(r, links_[j].shape_radix, &r);
+    link.shape_radix = fits ? r : 0;
+  }
+}
+
 bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
-  const JunctionTree::Message& message = tree.schedule[i];
   Link& link = links_[i];
   link.radix = 0;
-  if (message.outer->table->size() > kMemoCliqueLimit) return false;
+  if (link.shape_radix == 0) return false;
+  // Each home node is one digit: 0 without evidence, state + 1 selected;
+  // the shape's radix bounds the key, so it cannot overflow.
   std::uint64_t key = 0;
-  std::uint64_t radix = 1;
-  // Each home node is one digit: 0 without evidence, state + 1 selected.
-  for (const NodeSlot* slot : message.outer->homed) {
-    const std::int64_t code = slot->node->evidence.entered_code;
+  for (const Digit* d = digits_.data() + link.digits; d != digits_.data() + link.digits_end; ++d) {
+    const std::int64_t code = *d->code;
     if (code == Evidence::kVector) return false;
-    const std::uint64_t base = slot->marginal.size() + 1;
-    if (__builtin_mul_overflow(radix, base, &radix)) return false;
-    key = key * base + static_cast<std::uint64_t>(code + 1);
+    key = key * d->base + static_cast<std::uint64_t>(code + 1);
   }
-  for (std::size_t j = message.first_child;
-       j < tree.schedule.size() && tree.schedule[j].parent == i; ++j) {
+  const JunctionTree::Message& message = tree.schedule[i];
+  for (std::size_t j = message.first_child; j < link.children_end; ++j) {
     const Link& child = links_[j];
-    if (child.radix == 0 || __builtin_mul_overflow(radix, child.radix, &radix)) return false;
+    if (child.radix == 0) return false;
     key = key * child.radix + child.key;
   }
   link.key = key;
-  link.radix = radix;
+  link.radix = link.shape_radix;
   if (link.room == 0) return false;
   const std::uint64_t* keys = keys_.data() + link.slots;
   const std::size_t at = find(keys, key);
@@ -108,28 +136,18 @@ void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
 }
 
 void CollectMemo::make_room(const JunctionTree& tree) noexcept {
-  // The radix of each subtree from the tree's shape alone (restore()
-  // finds the same, unless a likelihood stops it); leaves first, as the
-  // collect goes, so that the budget goes to the links nearest the leaves.
+  // Leaves first, as the collect goes, so that the budget goes to the
+  // links nearest the leaves.
   const auto& schedule = tree.schedule;
-  std::vector<std::uint64_t>& radix = scratch_;
   std::size_t remembered = 0;
   std::size_t doubles = 0;
   try {
-    radix.assign(schedule.size(), 0);
     for (std::size_t i = schedule.size(); i-- > 0;) {
-      const JunctionTree::Message& message = schedule[i];
       Link& link = links_[i];
-      std::uint64_t r = 1;
-      bool fits = message.outer->table->size() <= kMemoCliqueLimit;
-      for (const NodeSlot* slot : message.outer->homed)
-        fits = fits && !__builtin_mul_overflow(r, slot->marginal.size() + 1, &r);
-      for (std::size_t j = message.first_child; j < schedule.size() && schedule[j].parent == i; ++j)
-        fits = fits && radix[j] != 0 && !__builtin_mul_overflow(r, radix[j], &r);
-      if (!fits) continue;
-      radix[i] = r;
-      const std::size_t copies = static_cast<std::size_t>(std::min<std::uint64_t>(r, kMemoPerLink));
-      const std::size_t need = copies * copy_size(message);
+      if (link.shape_radix == 0) continue;
+      const std::size_t copies =
+          static_cast<std::size_t>(std::min<std::uint64_t>(link.shape_radix, kMemoPerLink));
+      const std::size_t need = copies * copy_size(schedule[i]);
       if (doubles + need > budget_) continue;
       link.slots = remembered++ * kMemoSlots;
       link.base = doubles;

@@ -56,6 +56,13 @@ class CollectMemo {
     /// bits, or a node has soft evidence: not remembered).
     std::uint64_t key = 0;
     std::uint64_t radix = 0;
+    /// The radix the tree's shape gives (0: never remembered), and the
+    /// link's digits in digits_ (its home nodes) and after them its child
+    /// links (end of the links that hang below it).
+    std::uint64_t shape_radix = 0;
+    std::size_t digits = 0;
+    std::size_t digits_end = 0;
+    std::size_t children_end = 0;
     /// Where this link's slots and copies start in keys_/places_ and
     /// data_, and how many copies fit there (0: not remembered).
     std::size_t slots = 0;
@@ -63,6 +70,15 @@ class CollectMemo {
     std::size_t room = 0;
     std::size_t count = 0;
   };
+  /// One digit of a key: the home node's entered code, and its base
+  /// (states + 1).
+  struct Digit {
+    const std::int64_t* code;
+    std::uint64_t base;
+  };
+  /// Finds each link's digits, children and shape radix.
+  void plan(const JunctionTree& tree);
+
   /// Gives every link that can be remembered its room, all at once, so
   /// that later collects allocate nothing; on failure nothing is kept.
   void make_room(const JunctionTree& tree) noexcept;
@@ -73,8 +89,8 @@ class CollectMemo {
   std::vector<std::uint64_t> keys_;
   std::vector<std::uint32_t> places_;
   std::unique_ptr<double[]> data_;  // not cleared: only kept copies are read
-  std::vector<std::uint64_t> scratch_;
   std::vector<Link> links_;
+  std::vector<Digit> digits_;
   std::uint64_t table_changes_ = 0;
   const Clique* root_ = nullptr;
   std::size_t held_ = 0;

@@ -410,10 +410,13 @@ void read_case(Domain& domain, std::FILE* stream, k_parse_error_handler_t handle
   run_parse(lexer, [&](Lexer& lx) { SingleCaseReader(lx, domain).read(); });
 }
 
-void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data) {
+namespace {
+
+// Reads a data file from `lexer` and appends its cases; on failure the
+// stored cases are as before.
+void read_cases_from(Domain& domain, Lexer& lexer) {
   const std::size_t before = domain.cases.size();
   const bool counts_set = domain.cases.counts_set();
-  Lexer lexer(stream, handler, data);
   try {
     run_parse(lexer, [&](Lexer& lx) { DataFileReader(lx, domain).read(); });
   } catch (...) {
@@ -422,6 +425,18 @@ void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handl
     throw;
   }
   domain.cached_log_likelihood.reset();
+}
+
+}  // namespace
+
+void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data) {
+  Lexer lexer(stream, handler, data);
+  read_cases_from(domain, lexer);
+}
+
+void read_cases(Domain& domain, const char* text, k_parse_error_handler_t handler, void* data) {
+  Lexer lexer(text, handler, data);
+  read_cases_from(domain, lexer);
 }
 
 void write_case(Domain& domain, TextSink& sink) {

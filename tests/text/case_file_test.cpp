@@ -303,6 +303,10 @@ TEST_F(CaseFiles, GeneratedDataFilesReadBackAsWritten) {
     ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
     ASSERT_EQ(parse_cases(indexed), 0) << indexed << messages;
     EXPECT_EQ(stored(), before) << indexed;
+    // Read from memory, the same.
+    ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
+    ASSERT_EQ(k_domain_parse_cases_string(d, indexed.c_str(), nullptr, nullptr), 0) << indexed;
+    EXPECT_EQ(stored(), before) << indexed;
   }
 }
 
@@ -389,7 +393,13 @@ TEST_F(CaseFiles, DataFileRefusalsLeaveTheStoredCases) {
     }
     EXPECT_EQ(k_error_code(), K_ERROR_PARSE) << text;
     EXPECT_EQ(stored(), before) << text;
+    // From memory: refused as well, with a message.
+    messages.clear();
+    EXPECT_FAILS(k_domain_parse_cases_string(d, text, collect, &messages), K_ERROR_PARSE);
+    EXPECT_FALSE(messages.empty()) << text;
+    EXPECT_EQ(stored(), before) << text;
   }
+  EXPECT_FAILS(k_domain_parse_cases_string(d, nullptr, collect, &messages), K_ERROR_USAGE);
   // A file with counts fails: counts were not set before, and still are not.
   EXPECT_NE(parse_cases("#, L\n0.5 low\n2 lo\n"), 0);
   EXPECT_EQ(k_domain_count_cases(d), 2.0);

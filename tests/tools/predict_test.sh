@@ -63,7 +63,33 @@ if [[ -n $shared && -f $shared/nets/alarm.net ]]; then
   for k in 1 299 300 600; do
     same_as_beliefs "$work/alarm.dat" "$work/alarm2.tsv" "$k" "$alarm"
   done
+  # The threads read their own chunks of 64 lines: a blank line and a
+  # comment among the cases change no number, and the lines equal those of
+  # the file read whole (as it is when a comment comes first).
+  { head -n 200 "$work/alarm.dat"; printf '\n%% note\n'; tail -n +201 "$work/alarm.dat"; } >"$work/gaps.dat"
+  { echo '% cases'; cat "$work/alarm.dat"; } >"$work/whole.dat"
+  "$kelva" predict "$alarm" "$work/gaps.dat" -o "$work/gaps.tsv" --threads 2 --quiet
+  cmp -s "$work/alarm1.tsv" "$work/gaps.tsv" || fail "alarm: a blank line moves the cases"
+  "$kelva" predict "$alarm" "$work/whole.dat" -o "$work/whole.tsv" --threads 3 --quiet
+  cmp -s "$work/alarm1.tsv" "$work/whole.tsv" || fail "alarm: the file read whole differs"
+  # A bad item in a later chunk is named with its line in the file.
+  { head -n 500 "$work/alarm.dat"; sed -n 2p "$work/alarm.dat" | sed 's/^[^ ]*/#9/'; } >"$work/bad.dat"
+  err=$("$kelva" predict "$alarm" "$work/bad.dat" -o "$work/bad.tsv" --threads 2 2>&1) &&
+    fail "alarm: a bad item accepted"
+  [[ $err == *"bad.dat:501:"* ]] || fail "alarm: a bad item's line: $err"
 fi
+
+# Other networks: read whole (one thread) or in chunks (two), the same
+# bytes, and the bits of beliefs.
+for name in child insurance hailfinder; do
+  net=$shared/nets/$name.net
+  [[ -n $shared && -f $net ]] || continue
+  "$kelva" sample "$net" -n 300 -o "$work/$name.dat" --hide 0.5 --seed 5 --quiet
+  "$kelva" predict "$net" "$work/$name.dat" -o "$work/${name}1.tsv" --quiet
+  "$kelva" predict "$net" "$work/$name.dat" -o "$work/${name}2.tsv" --threads 2 --quiet
+  cmp -s "$work/${name}1.tsv" "$work/${name}2.tsv" || fail "$name: two threads write other bytes"
+  for k in 2 300; do same_as_beliefs "$work/$name.dat" "$work/${name}2.tsv" "$k" "$net"; done
+done
 
 # An impossible case (tub yes, either no) gets only log P(e) = -inf; --nodes
 # picks the nodes, observed or not.

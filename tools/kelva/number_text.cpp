@@ -81,19 +81,38 @@ struct Pairs {
 };
 constexpr Pairs kPairs;
 
-/// The 17 digits of `q` (< 10^17), leading zeros included.
+/// ceil(2^64 / d).
+constexpr std::uint64_t reciprocal(std::uint64_t d) {
+  return static_cast<std::uint64_t>((static_cast<Wide>(1) << 64) / d) + 1;
+}
+
+/// Writes the `pairs` digit pairs after the leading part of a fraction:
+/// `f` is frac * 2^64, a little above its exact value, and each product
+/// by 100 moves the next two digits into the high word.  The excess stays
+/// below one unit of the last pair, so no digit is off.
+char* write_pairs(char* p, std::uint64_t f, int pairs) noexcept {
+  for (int i = 0; i < pairs; ++i) {
+    const Wide t = static_cast<Wide>(f) * 100;
+    std::memcpy(p, kPairs.text + 2 * static_cast<std::size_t>(t >> 64), 2);
+    p += 2;
+    f = static_cast<std::uint64_t>(t);
+  }
+  return p;
+}
+
+/// The 17 digits of `q` (< 10^17), leading zeros included: 9 then 8,
+/// each group by multiplications with a fixed-point reciprocal.
 void write_digits(char* digits, std::uint64_t q) noexcept {
-  std::uint32_t high = static_cast<std::uint32_t>(q / 100'000'000);  // 9 digits
-  std::uint32_t low = static_cast<std::uint32_t>(q % 100'000'000);   // 8 digits
-  for (int i = 7; i > 0; i -= 2) {
-    std::memcpy(digits + 9 + i - 1, kPairs.text + 2 * (low % 100), 2);
-    low /= 100;
-  }
-  for (int i = 8; i > 0; i -= 2) {
-    std::memcpy(digits + i - 1, kPairs.text + 2 * (high % 100), 2);
-    high /= 100;
-  }
-  digits[0] = static_cast<char>('0' + high);
+  const std::uint64_t high = q / 100'000'000;  // 9 digits
+  const std::uint64_t low = q % 100'000'000;   // 8 digits
+  // high * 2^64 / 10^8: the first digit above, the other eight below.
+  const Wide h = static_cast<Wide>(high) * reciprocal(100'000'000);
+  digits[0] = static_cast<char>('0' + static_cast<int>(h >> 64));
+  write_pairs(digits + 1, static_cast<std::uint64_t>(h), 4);
+  // low * 2^64 / 10^6: the first pair above, three below.
+  const Wide l = static_cast<Wide>(low) * reciprocal(1'000'000);
+  std::memcpy(digits + 9, kPairs.text + 2 * static_cast<std::size_t>(l >> 64), 2);
+  write_pairs(digits + 11, static_cast<std::uint64_t>(l), 3);
 }
 
 char* slow(char* out, double x) noexcept {

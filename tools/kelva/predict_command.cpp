@@ -25,6 +25,7 @@
 #include "commands.h"
 #include "network_source.h"
 #include "number_text.h"
+#include "predict_cases.h"
 #include "report_writers.h"
 
 namespace kelva::cli {
@@ -223,6 +224,10 @@ std::size_t line_room(const Chunked& middle) noexcept {
 struct alignas(64) Worker {
   DomainHandle domain;
   std::vector<k_node_t> nodes;
+  /// An uncompiled copy holding the cases of the chunks this worker read,
+  /// and its nodes.
+  DomainHandle store;
+  std::vector<k_node_t> store_nodes;
   /// Per node, whether it is continuous; and whether the current case
   /// observes it.
   std::vector<bool> continuous;
@@ -230,6 +235,16 @@ struct alignas(64) Worker {
   std::exception_ptr failure;
   /// The worker's processor time, for the closing note.
   double seconds = 0.0;
+};
+
+/// Where the cases of a chunk are: which source (a worker's copy, or the
+/// first copy), the first stored case, how many, and the number of cases
+/// before the chunk in the file.
+struct ChunkPlace {
+  std::size_t source = 0;
+  k_size_t first = 0;
+  k_size_t count = 0;
+  k_size_t number = 0;
 };
 
 /// "S.SSS s".
@@ -267,12 +282,12 @@ bool enter_item(k_node_t item, k_size_t row, k_node_t node, bool continuous) {
   return true;
 }
 
-/// Enters case `row` of `cases` (the domain holding the stored cases) into
-/// the worker's domain, propagates and appends its lines to `text`, which
-/// has `room` characters of room for them; `log_line` is the last line's
-/// middle.
+/// Enters case `row` of `cases` (the nodes of the domain holding the stored
+/// cases), the file's case `number` (from 0), into the worker's domain,
+/// propagates and appends its lines to `text`, which has `room` characters
+/// of room for them; `log_line` is the last line's middle.
 void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& log_line,
-                  const std::vector<k_node_t>& cases, k_size_t row,
+                  const std::vector<k_node_t>& cases, k_size_t row, k_size_t number,
                   const std::vector<Reported>& reported, bool only_unobserved) {
   // Every case is propagated from the node tables with its evidence in the
   // first pass, as `kelva beliefs` propagates, whatever came before.
@@ -282,14 +297,14 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
   for (std::size_t i = 0; i < cases.size(); ++i)
     observed[i] = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
   char digits[kNumberText] = {};
-  char* end = std::to_chars(digits, digits + sizeof digits - 1, row + 1).ptr;
+  char* end = std::to_chars(digits, digits + sizeof digits - 1, number + 1).ptr;
   *end++ = '\t';
-  const auto number = static_cast<std::size_t>(end - digits);
+  const auto number_size = static_cast<std::size_t>(end - digits);
   char* p = text.reserve(room);
   if (k_domain_propagate(w.domain.get(), K_EQUILIBRIUM_SUM, K_MODE_NORMAL) != 0) {
     if (k_error_code() != K_ERROR_INCONSISTENCY_OR_UNDERFLOW) throw ApiError(k_error_code());
     // Impossible evidence (or P(e) below the smallest double): no beliefs.
-    p = put(p, digits, number);
+    p = put(p, digits, number_size);
     p = put(p, log_line.text.data(), log_line.size);
     p = std::copy_n("-inf\n", 5, p);
     text.commit(p);
@@ -307,10 +322,10 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
       } else {
         value = s == 0 ? checked(k_node_get_mean(node)) : checked(k_node_get_variance(node));
       }
-      p = write_line(p, digits, number, r.prefixes[s], value);
+      p = write_line(p, digits, number_size, r.prefixes[s], value);
     }
   }
-  p = write_line(p, digits, number, log_line,
+  p = write_line(p, digits, number_size, log_line,
                  checked(k_domain_get_log_normalization_constant(w.domain.get())));
   text.commit(p);
 }
@@ -319,6 +334,7 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
 
 void run_predict(std::FILE* standard_output, const Options& options) {
   const Progress progress(options.quiet);
+  const Progress quiet(true);
   // -o names the output file; it is opened before the long work starts.
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(nullptr, &std::fclose);
   if (!options.output.empty()) {
@@ -326,22 +342,74 @@ void run_predict(std::FILE* standard_output, const Options& options) {
     if (!file) throw io_error(options.output, FileUse::write);
   }
   std::FILE* out = file ? file.get() : standard_output;
-  // The first copy holds the cases; every worker has a compiled copy.
-  DomainHandle store = open_network(options.source, progress);
-  read_cases(store.get(), options);
-  const std::vector<k_node_t> cases = nodes_of(store.get());
-  const std::vector<Reported> reported = reported_nodes(cases, options);
-  const k_size_t count = checked(k_domain_get_number_of_cases(store.get()));
+  // The first copy names the reported nodes, and holds the cases when the
+  // file is read whole.
+  DomainHandle first = open_network(options.source, progress);
+  const std::vector<k_node_t> first_nodes = nodes_of(first.get());
+  const std::vector<Reported> reported = reported_nodes(first_nodes, options);
+  // With several workers, a data file is cut into chunks of lines that
+  // they read at the same time, each into a copy of its own; one worker
+  // reads it whole (which costs less per case), and so is a data set file.
+  const std::unique_ptr<CutCases> cut = options.threads == 1 || options.data.ends_with(".csv")
+                                            ? nullptr
+                                            : CutCases::cut(options.data, kChunkCases);
 
+  // Each worker compiles its copy and reads its share of the chunks (every
+  // T-th) on its own thread.
   std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
-  for (Worker& w : workers) {
-    w.domain = open_network(options.source, progress);
-    if (options.scaled) checked(k_domain_set_scaled_propagation(w.domain.get(), 1));
-    compile_network(w.domain.get(), source_name(options.source), progress);
-    w.nodes = nodes_of(w.domain.get());
-    for (k_node_t n : w.nodes)
-      w.continuous.push_back(checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS);
-    w.observed.assign(w.nodes.size(), false);
+  std::vector<ChunkPlace> places(cut ? cut->chunks() : 0);
+  std::atomic<bool> cut_failed{false};
+  auto prepare = [&](std::size_t t) {
+    Worker& w = workers[t];
+    try {
+      const Progress& notes = t == 0 ? progress : quiet;
+      w.domain = open_network(options.source, notes);
+      if (options.scaled) checked(k_domain_set_scaled_propagation(w.domain.get(), 1));
+      compile_network(w.domain.get(), source_name(options.source), notes);
+      w.nodes = nodes_of(w.domain.get());
+      for (k_node_t n : w.nodes)
+        w.continuous.push_back(checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS);
+      w.observed.assign(w.nodes.size(), false);
+      if (!cut) return;
+      w.store = open_network(options.source, quiet);
+      w.store_nodes = nodes_of(w.store.get());
+      std::string text;
+      for (std::size_t c = t; c < places.size() && !cut_failed.load(); c += workers.size()) {
+        const k_size_t before = checked(k_domain_get_number_of_cases(w.store.get()));
+        if (!cut->read(w.store.get(), c, text)) {
+          cut_failed.store(true);
+          return;
+        }
+        places[c] = {t, before, checked(k_domain_get_number_of_cases(w.store.get())) - before, 0};
+      }
+    } catch (...) {
+      w.failure = std::current_exception();
+    }
+  };
+  {
+    std::vector<std::jthread> threads;
+    for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(prepare, t);
+    prepare(0);
+  }
+  for (Worker& w : workers)
+    if (w.failure) std::rethrow_exception(w.failure);
+  // Where each chunk's cases are: in the workers' copies, or (the file read
+  // whole, which also gives any message with its line) in the first copy.
+  std::vector<const std::vector<k_node_t>*> sources;
+  if (cut && !cut_failed.load()) {
+    for (const Worker& w : workers) sources.push_back(&w.store_nodes);
+  } else {
+    read_cases(first.get(), options);
+    sources.push_back(&first_nodes);
+    const k_size_t cases = checked(k_domain_get_number_of_cases(first.get()));
+    places.assign((cases + kChunkCases - 1) / kChunkCases, ChunkPlace{});
+    for (std::size_t c = 0; c < places.size(); ++c)
+      places[c] = {0, c * kChunkCases, std::min<k_size_t>(kChunkCases, cases - c * kChunkCases), 0};
+  }
+  k_size_t count = 0;
+  for (ChunkPlace& place : places) {
+    place.number = count;
+    count += place.count;
   }
   const bool only_unobserved = options.map_nodes.empty();
   // The most text one case writes.
@@ -353,7 +421,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   // The workers take chunks in turn; the writer thread writes them in case
   // order as each is done, so that writing overlaps the propagations and
   // reads text still in the cache.
-  const std::uint64_t chunks = (count + kChunkCases - 1) / kChunkCases;
+  const std::uint64_t chunks = places.size();
   ChunkRing ring(kSlotsPerThread * workers.size());
   std::atomic<std::uint64_t> next_chunk{0};
   std::exception_ptr write_failure;
@@ -368,8 +436,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
           throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
                                        : io_error(options.output, FileUse::write);
         ring.publish(slot.free_for, c + ring.size());
-        const std::uint64_t done = std::min<std::uint64_t>((c + 1) * kChunkCases, count);
-        if (done % kNoteCases == 0 || done == count)
+        const std::uint64_t done = places[c].number + places[c].count;
+        if (done / kNoteCases != places[c].number / kNoteCases || done == count)
           progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(done),
                         static_cast<unsigned long long>(count));
       }
@@ -386,9 +454,10 @@ void run_predict(std::FILE* standard_output, const Options& options) {
         Slot& slot = ring.slot(c);
         if (!ring.wait(slot.free_for, c)) return;
         slot.text.clear();
-        const k_size_t end = std::min<k_size_t>((c + 1) * kChunkCases, count);
-        for (k_size_t row = c * kChunkCases; row < end; ++row)
-          predict_case(w, slot.text, room, log_line, cases, row, reported, only_unobserved);
+        const ChunkPlace& place = places[c];
+        for (k_size_t i = 0; i < place.count; ++i)
+          predict_case(w, slot.text, room, log_line, *sources[place.source], place.first + i,
+                       place.number + i, reported, only_unobserved);
         ring.publish(slot.ready, c);
       }
     } catch (...) {
@@ -411,7 +480,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   for (Worker& w : workers)
     if (w.failure) std::rethrow_exception(w.failure);
   if (write_failure) std::rethrow_exception(write_failure);
-  // Where the processor time went (the first worker's includes the reading).
+  // Where the processor time went (each worker's includes its compilation
+  // and its share of the reading).
   std::string times;
   for (std::size_t t = 0; t < workers.size(); ++t)
     times += "worker " + std::to_string(t + 1) + " " + seconds_text(workers[t].seconds) + ", ";
