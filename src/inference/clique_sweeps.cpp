@@ -134,10 +134,15 @@ bool separator_leads(const IndexPlan& plan) noexcept {
 // the new and old values; x * q is the multiply kernel's product.
 void multiply_by_quotients(double* large, const double* fresh, const double* old, std::uint64_t m,
                            std::uint64_t begin, std::uint64_t end) noexcept {
-  for (std::uint64_t k = begin / m; k * m < end; ++k) {
-    const double q = separator_quotient(fresh[k], old[k]);
-    const std::uint64_t to = std::min(end, (k + 1) * m);
-    for (std::uint64_t i = std::max(begin, k * m); i < to; ++i) large[i] *= q;
+  // The quotients of up to kGroup separator entries at a time go to the
+  // stack, and the row loops multiply their runs.
+  constexpr std::uint64_t kGroup = 64;
+  double q[kGroup];
+  const std::uint64_t stop = (end + m - 1) / m;
+  for (std::uint64_t k = begin / m; k < stop; k += kGroup) {
+    const std::uint64_t last = std::min(stop, k + kGroup);
+    for (std::uint64_t i = k; i < last; ++i) q[i - k] = separator_quotient(fresh[i], old[i]);
+    multiply_runs(large, q, m, std::max(begin, k * m), std::min(end, last * m));
   }
 }
 
