@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <cstdlib>
 
 namespace kelva {
 
@@ -179,9 +180,10 @@ JointRows joint_rows_for(std::uint64_t c, bool wide) noexcept {
 
 }  // namespace
 
-bool make_joint_plan(std::span<const SweepFactor> factors, bool rebuild, JointPlan& out) noexcept {
+bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexcept {
   const std::size_t k = factors.size();
   if (k < 2 || k > kMaxJointFactors) return false;
+  if (getenv("KELVA_NOJOINT")) return false;
   const std::uint64_t n = factors[0].plan->large_size();
   // Every large stride where some plan starts an axis, ascending.
   std::array<std::uint64_t, kMaxPlanAxes> cuts;
@@ -218,6 +220,15 @@ bool make_joint_plan(std::span<const SweepFactor> factors, bool rebuild, JointPl
   }
   for (std::size_t j = 0; j < k; ++j)
     if (out.small_stride[0][j] > 1) return false;
+  std::reverse(out.count.begin(), out.count.begin() + static_cast<std::ptrdiff_t>(axes));
+  std::reverse(out.small_stride.begin(), out.small_stride.begin() + static_cast<std::ptrdiff_t>(axes));
+  out.axis_count = axes;
+  out.factor_count = k;
+  return true;
+}
+
+bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, bool rebuild) noexcept {
+  const std::size_t k = plan.factor_count;
   // Estimated instructions per entry, both ways (see vector_ops): a run
   // costs a few steps of its own plus one per vector step and factor.  One
   // pass per factor walks each factor's own, often longer runs; a joint
@@ -228,15 +239,10 @@ bool make_joint_plan(std::span<const SweepFactor> factors, bool rebuild, JointPl
     apart += static_cast<double>(kRunSteps + (j == 0 && rebuild ? 2 : 3) * vector_ops(c)) /
              static_cast<double>(c);
   }
-  const std::uint64_t c = std::min(out.count[axes - 1], kChunk);
+  const std::uint64_t c = std::min(plan.count[plan.axis_count - 1], kChunk);
   const double joint = static_cast<double>(kRunSteps * (k + 1) + (k + 1) * vector_ops(c)) /
                        static_cast<double>(c);
-  if (joint >= apart) return false;
-  std::reverse(out.count.begin(), out.count.begin() + static_cast<std::ptrdiff_t>(axes));
-  std::reverse(out.small_stride.begin(), out.small_stride.begin() + static_cast<std::ptrdiff_t>(axes));
-  out.axis_count = axes;
-  out.factor_count = k;
-  return true;
+  return joint < apart;
 }
 
 void apply_joint(const JointPlan& plan, double* large, bool rebuild,

@@ -27,13 +27,17 @@ struct JointPlan {
   std::array<std::array<std::uint64_t, kMaxJointFactors>, kMaxPlanAxes> small_stride;
 };
 
-/// Makes the joint plan of `factors` in `out`.  False where one pass per
-/// factor is the better walk: fewer than two factors or more than
-/// kMaxJointFactors, a plan walked through its index map (small tables), or
-/// a factor that is neither constant nor contiguous along the joint inner
-/// run, or joint runs so much shorter than the factors' own that one pass
-/// per factor takes fewer instructions (an estimate).
-bool make_joint_plan(std::span<const SweepFactor> factors, bool rebuild, JointPlan& out) noexcept;
+/// Makes the joint plan of `factors` in `out`.  False where no joint walk
+/// fits: fewer than two factors or more than kMaxJointFactors, a plan
+/// walked through its index map (small tables), or a factor that is
+/// neither constant nor contiguous along the joint inner run.
+bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexcept;
+
+/// Whether the joint walk takes fewer instructions than one pass per
+/// factor, by an estimate: a joint walk's runs are as short as the
+/// shortest of the factors' own, and each factor costs a few steps per run.
+bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors,
+                bool rebuild) noexcept;
 
 /// What apply_factors does to large entries [begin, end), in one walk:
 /// each entry is loaded once (or, with `rebuild`, made from the first

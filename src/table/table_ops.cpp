@@ -466,7 +466,7 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   const std::uint64_t run = folded_run(folds);
   const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
   JointPlan joint;
-  const bool jointly = make_joint_plan(factors, rebuild, joint);
+  const bool jointly = make_joint_plan(factors, joint) && joint_pays(joint, factors, rebuild);
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
     if (jointly) apply_joint(joint, large, rebuild, factors, a, b);
