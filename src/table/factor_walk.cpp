@@ -15,6 +15,8 @@ constexpr std::uint64_t kChunk = 16;
 // Instructions of a loop's own per run (counting, pointers, branches), and
 // vector operations of 4, 2 and 1 doubles covering c entries.
 constexpr std::uint64_t kRunSteps = 5;
+// Joint walks of up to this many factors unroll the loop over them.
+constexpr std::size_t kMaxUnrolledFactors = 4;
 constexpr std::uint64_t vector_ops(std::uint64_t c) noexcept {
   return c / 4 + (c % 4 >= 2 ? 1 : 0) + c % 2;
 }
@@ -40,20 +42,28 @@ struct RunFactors {
 };
 
 // Vectors of 4 and 2 doubles: each lane is multiplied as a double is, so
-// the products are those of a scalar loop.
+// the products are those of a scalar loop.  The unaligned forms load and
+// store them from tables of doubles.
 using V4 = double __attribute__((vector_size(32)));
 using V2 = double __attribute__((vector_size(16)));
+using V4u = double __attribute__((vector_size(32), aligned(8), may_alias));
+using V2u = double __attribute__((vector_size(16), aligned(8), may_alias));
 
+// GCC takes the whole-vector stores into a4 below for partial ones and
+// warns that the rest may be read uninitialised; every lane is written.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 // Entries [o, o + W) of one run: loaded once (or made from the first
-// factor), multiplied by each factor in order, stored once, in registers.
-template <std::uint64_t W>
+// factor), multiplied by each of the K factors (f.count when K is 0) in
+// order, stored once; in registers.
+template <std::uint64_t W, std::size_t K>
 [[gnu::always_inline]] inline void joint_chunk(double* __restrict p, const RunFactors& f,
                                                bool rebuild, std::uint64_t o) noexcept {
   constexpr std::uint64_t n4 = W / 4, m4 = n4 > 0 ? n4 : 1;
   constexpr bool has2 = W % 4 >= 2, has1 = W % 2 == 1;
-  V4 a4[m4] = {};
-  V2 a2 = {};
-  double a1 = 0;
+  V4 a4[m4];
+  V2 a2;
+  double a1;
   std::size_t j = 0;
   const double* from = p + o;
   if (rebuild) {
@@ -62,42 +72,38 @@ template <std::uint64_t W>
   }
   if (rebuild && f.ss[0] == 0) {
     const double x = f.q[0][0];
-    for (std::uint64_t i = 0; i < n4; ++i) a4[i] = V4{x, x, x, x};
+    for (std::uint64_t i = 0; i < m4; ++i) a4[i] = V4{x, x, x, x};
     a2 = V2{x, x};
     a1 = x;
   } else {
-    for (std::uint64_t i = 0; i < n4; ++i) std::memcpy(&a4[i], from + 4 * i, sizeof(V4));
-    if constexpr (has2) std::memcpy(&a2, from + 4 * n4, sizeof(V2));
-    if constexpr (has1) a1 = from[W - 1];
+    for (std::uint64_t i = 0; i < m4; ++i)
+      a4[i] = i < n4 ? *reinterpret_cast<const V4u*>(from + 4 * i) : V4{};
+    a2 = has2 ? *reinterpret_cast<const V2u*>(from + 4 * n4) : V2{};
+    a1 = has1 ? from[W - 1] : 0.0;
   }
-  for (; j < f.count; ++j) {
+  for (; j < (K != 0 ? K : f.count); ++j) {
+    const double* x = f.q[j];
     if (f.ss[j] == 0) {
-      const double x = f.q[j][0];
-      const V4 x4 = {x, x, x, x};
-      for (std::uint64_t i = 0; i < n4; ++i) a4[i] *= x4;
-      if constexpr (has2) a2 *= V2{x, x};
-      if constexpr (has1) a1 *= x;
+      const double v = x[0];
+      const V4 v4 = {v, v, v, v};
+      for (std::uint64_t i = 0; i < n4; ++i) a4[i] *= v4;
+      if constexpr (has2) a2 *= V2{v, v};
+      if constexpr (has1) a1 *= v;
     } else {
-      const double* x = f.q[j] + o;
-      for (std::uint64_t i = 0; i < n4; ++i) {
-        V4 t;
-        std::memcpy(&t, x + 4 * i, sizeof(V4));
-        a4[i] *= t;
-      }
-      if constexpr (has2) {
-        V2 t;
-        std::memcpy(&t, x + 4 * n4, sizeof(V2));
-        a2 *= t;
-      }
+      x += o;
+      for (std::uint64_t i = 0; i < n4; ++i) a4[i] *= *reinterpret_cast<const V4u*>(x + 4 * i);
+      if constexpr (has2) a2 *= *reinterpret_cast<const V2u*>(x + 4 * n4);
       if constexpr (has1) a1 *= x[W - 1];
     }
   }
-  for (std::uint64_t i = 0; i < n4; ++i) std::memcpy(p + o + 4 * i, &a4[i], sizeof(V4));
-  if constexpr (has2) std::memcpy(p + o + 4 * n4, &a2, sizeof(V2));
+  for (std::uint64_t i = 0; i < n4; ++i) *reinterpret_cast<V4u*>(p + o + 4 * i) = a4[i];
+  if constexpr (has2) *reinterpret_cast<V2u*>(p + o + 4 * n4) = a2;
   if constexpr (has1) p[o + W - 1] = a1;
 }
+#pragma GCC diagnostic pop
 
 // Entries [o, n) of one run, entry by entry.
+template <std::size_t K>
 [[gnu::always_inline]] inline void joint_tail(double* __restrict p, const RunFactors& f,
                                               bool rebuild, std::uint64_t o,
                                               std::uint64_t n) noexcept {
@@ -108,31 +114,34 @@ template <std::uint64_t W>
       x = f.q[0][i * f.ss[0]];
       j = 1;
     }
-    for (; j < f.count; ++j) x *= f.q[j][i * f.ss[j]];
+    for (; j < (K != 0 ? K : f.count); ++j) x *= f.q[j][i * f.ss[j]];
     p[i] = x;
   }
 }
 
-// `tiles` tiles of `rows` runs of n entries (C when it is not 0) from p.
-template <std::uint64_t C>
+// `tiles` tiles of `rows` runs of n entries (C when it is not 0) from p,
+// with K factors (K when it is not 0: the loops over factors unrolled and
+// their pointers in registers).
+template <std::uint64_t C, std::size_t K>
 [[gnu::always_inline]] inline void joint_rows_body(double* p, const RunFactors& from, bool rebuild,
                                                    std::uint64_t tiles, std::uint64_t rows,
                                                    std::uint64_t n) noexcept {
   RunFactors f = from;
+  const std::size_t k = K != 0 ? K : f.count;
   for (std::uint64_t t = 0; t < tiles; ++t) {
     for (std::uint64_t r = 0; r < rows; ++r) {
       if constexpr (C != 0) {
-        joint_chunk<C>(p, f, rebuild, 0);
+        joint_chunk<C, K>(p, f, rebuild, 0);
         p += C;
       } else {
         std::uint64_t o = 0;
-        for (; o + kChunk <= n; o += kChunk) joint_chunk<kChunk>(p, f, rebuild, o);
-        joint_tail(p, f, rebuild, o, n);
+        for (; o + kChunk <= n; o += kChunk) joint_chunk<kChunk, K>(p, f, rebuild, o);
+        joint_tail<K>(p, f, rebuild, o, n);
         p += n;
       }
-      for (std::size_t j = 0; j < f.count; ++j) f.q[j] += f.row[j];
+      for (std::size_t j = 0; j < k; ++j) f.q[j] += f.row[j];
     }
-    for (std::size_t j = 0; j < f.count; ++j)
+    for (std::size_t j = 0; j < k; ++j)
       f.q[j] += f.tile[j] - f.row[j] * static_cast<std::int64_t>(rows);
   }
 }
@@ -140,42 +149,51 @@ template <std::uint64_t C>
 using JointRows = void (*)(double*, const RunFactors&, bool, std::uint64_t, std::uint64_t,
                            std::uint64_t) noexcept;
 
-template <std::uint64_t C>
+template <std::uint64_t C, std::size_t K>
 void joint_rows(double* p, const RunFactors& f, bool rebuild, std::uint64_t tiles,
                 std::uint64_t rows, std::uint64_t n) noexcept {
-  joint_rows_body<C>(p, f, rebuild, tiles, rows, n);
+  joint_rows_body<C, K>(p, f, rebuild, tiles, rows, n);
 }
 
 #if defined(__x86_64__) && defined(__GNUC__)
 #define KELVA_WIDE_JOINT 1
 // As the row loops of table_ops.cpp: AVX2 without fused multiply-add, so
 // every product is rounded as in the baseline loop.
-template <std::uint64_t C>
+template <std::uint64_t C, std::size_t K>
 [[gnu::target("avx2")]] void joint_rows_wide(double* p, const RunFactors& f, bool rebuild,
                                              std::uint64_t tiles, std::uint64_t rows,
                                              std::uint64_t n) noexcept {
-  joint_rows_body<C>(p, f, rebuild, tiles, rows, n);
+  joint_rows_body<C, K>(p, f, rebuild, tiles, rows, n);
 }
 #endif
 
-// The row loop for runs of c entries: unrolled for 2 to 15, else chunked.
-JointRows joint_rows_for(std::uint64_t c, bool wide) noexcept {
+// The loops for runs of lengths 0 (any) and 2 to 15 with K factors.
+template <std::size_t K, bool Wide>
+constexpr std::array<JointRows, 16> joint_row_table() noexcept {
 #ifdef KELVA_WIDE_JOINT
-  static constexpr JointRows kWide[] = {
-      joint_rows_wide<0>,  joint_rows_wide<0>,  joint_rows_wide<2>,  joint_rows_wide<3>,
-      joint_rows_wide<4>,  joint_rows_wide<5>,  joint_rows_wide<6>,  joint_rows_wide<7>,
-      joint_rows_wide<8>,  joint_rows_wide<9>,  joint_rows_wide<10>, joint_rows_wide<11>,
-      joint_rows_wide<12>, joint_rows_wide<13>, joint_rows_wide<14>, joint_rows_wide<15>};
-  if (wide) return c < 16 ? kWide[c] : joint_rows_wide<0>;
-#else
-  (void)wide;
+  if constexpr (Wide)
+    return {joint_rows_wide<0, K>,  joint_rows_wide<0, K>,  joint_rows_wide<2, K>,
+            joint_rows_wide<3, K>,  joint_rows_wide<4, K>,  joint_rows_wide<5, K>,
+            joint_rows_wide<6, K>,  joint_rows_wide<7, K>,  joint_rows_wide<8, K>,
+            joint_rows_wide<9, K>,  joint_rows_wide<10, K>, joint_rows_wide<11, K>,
+            joint_rows_wide<12, K>, joint_rows_wide<13, K>, joint_rows_wide<14, K>,
+            joint_rows_wide<15, K>};
 #endif
-  static constexpr JointRows kPlain[] = {
-      joint_rows<0>,  joint_rows<0>,  joint_rows<2>,  joint_rows<3>,
-      joint_rows<4>,  joint_rows<5>,  joint_rows<6>,  joint_rows<7>,
-      joint_rows<8>,  joint_rows<9>,  joint_rows<10>, joint_rows<11>,
-      joint_rows<12>, joint_rows<13>, joint_rows<14>, joint_rows<15>};
-  return c < 16 ? kPlain[c] : joint_rows<0>;
+  return {joint_rows<0, K>,  joint_rows<0, K>,  joint_rows<2, K>,  joint_rows<3, K>,
+          joint_rows<4, K>,  joint_rows<5, K>,  joint_rows<6, K>,  joint_rows<7, K>,
+          joint_rows<8, K>,  joint_rows<9, K>,  joint_rows<10, K>, joint_rows<11, K>,
+          joint_rows<12, K>, joint_rows<13, K>, joint_rows<14, K>, joint_rows<15, K>};
+}
+
+// The row loop for runs of c entries (unrolled for 2 to 15, else chunked)
+// and k factors (unrolled for 2 to 4).
+JointRows joint_rows_for(std::uint64_t c, std::size_t k, bool wide) noexcept {
+  static constexpr std::array<std::array<JointRows, 16>, 8> kTables = {
+      joint_row_table<0, false>(), joint_row_table<2, false>(), joint_row_table<3, false>(),
+      joint_row_table<4, false>(), joint_row_table<0, true>(),  joint_row_table<2, true>(),
+      joint_row_table<3, true>(),  joint_row_table<4, true>()};
+  const std::size_t row = (wide ? 4 : 0) + (k <= kMaxUnrolledFactors ? k - 1 : 0);
+  return kTables[row][c < 16 ? c : 0];
 }
 
 }  // namespace
@@ -229,6 +247,7 @@ bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexc
 
 bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, bool rebuild) noexcept {
   const std::size_t k = plan.factor_count;
+  if (getenv("KELVA_ALLJOINT")) return true;
   // Estimated instructions per entry, both ways (see vector_ops): a run
   // costs a few steps of its own plus one per vector step and factor.  One
   // pass per factor walks each factor's own, often longer runs; a joint
@@ -240,7 +259,10 @@ bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, boo
              static_cast<double>(c);
   }
   const std::uint64_t c = std::min(plan.count[plan.axis_count - 1], kChunk);
-  const double joint = static_cast<double>(kRunSteps * (k + 1) + (k + 1) * vector_ops(c)) /
+  // A factor costs a branch and a pointer step per run, more where the
+  // loop over factors is not unrolled.
+  const std::uint64_t per_factor = k <= kMaxUnrolledFactors ? 2 : kRunSteps;
+  const double joint = static_cast<double>(kRunSteps + per_factor * k + (k + 1) * vector_ops(c)) /
                        static_cast<double>(c);
   return joint < apart;
 }
@@ -265,8 +287,8 @@ void apply_joint(const JointPlan& plan, double* large, bool rebuild,
     f.tile[j] = a >= 3 ? static_cast<std::int64_t>(plan.small_stride[a - 3][j]) : 0;
   }
   const bool wide = wide_rows();
-  const JointRows whole = joint_rows_for(c, wide);
-  const JointRows part = joint_rows_for(0, wide);
+  const JointRows whole = joint_rows_for(c, k, wide);
+  const JointRows part = joint_rows_for(0, k, wide);
 
   // Only the start of the range is decoded by division.
   std::uint64_t counter[kMaxPlanAxes];
