@@ -141,7 +141,7 @@ void multiply_by_quotients(double* large, const double* fresh, const double* old
   const std::uint64_t stop = (end + m - 1) / m;
   for (std::uint64_t k = begin / m; k < stop; k += kGroup) {
     const std::uint64_t last = std::min(stop, k + kGroup);
-    for (std::uint64_t i = k; i < last; ++i) q[i - k] = separator_quotient(fresh[i], old[i]);
+    quotient(q, fresh + k, old + k, last - k);
     multiply_runs(large, q, m, std::max(begin, k * m), std::min(end, last * m));
   }
 }
@@ -173,8 +173,8 @@ void sweep_by_quotients(Clique& clique, const IndexPlan& plan, const double* fre
     const std::uint64_t block = kBlock / unit * unit;
     for (std::uint64_t a = 0; a < size; a += block) {
       const std::uint64_t b = std::min(size, a + block);
-      for (std::uint64_t k = a / m; k < b / m; ++k)
-        quotients[k - a / m] = separator_quotient(fresh[k], old[k]);
+      // quotient() divides by 1 where separator_quotient keeps the value: x / 1 is x.
+      quotient(quotients, fresh + a / m, old + a / m, b / m - a / m);
       sweep_range(large + a, false, std::span<const SweepFactor>(&by, 1), {}, 0, b - a, how);
       sweep_range(large, false, {}, folds, a, b, how);
     }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <cstdlib>
 
 namespace kelva {
 
@@ -201,7 +200,6 @@ JointRows joint_rows_for(std::uint64_t c, std::size_t k, bool wide) noexcept {
 bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexcept {
   const std::size_t k = factors.size();
   if (k < 2 || k > kMaxJointFactors) return false;
-  if (getenv("KELVA_NOJOINT")) return false;
   const std::uint64_t n = factors[0].plan->large_size();
   // Every large stride where some plan starts an axis, ascending.
   std::array<std::uint64_t, kMaxPlanAxes> cuts;
@@ -247,7 +245,6 @@ bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexc
 
 bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, bool rebuild) noexcept {
   const std::size_t k = plan.factor_count;
-  if (getenv("KELVA_ALLJOINT")) return true;
   // Estimated instructions per entry, both ways (see vector_ops): a run
   // costs a few steps of its own plus one per vector step and factor.  One
   // pass per factor walks each factor's own, often longer runs; a joint
@@ -259,6 +256,8 @@ bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, boo
              static_cast<double>(c);
   }
   const std::uint64_t c = std::min(plan.count[plan.axis_count - 1], kChunk);
+  // Runs shorter than a vector: the passes' row loops do better (measured).
+  if (c < 4) return false;
   // A factor costs a branch and a pointer step per run, more where the
   // loop over factors is not unrolled.
   const std::uint64_t per_factor = k <= kMaxUnrolledFactors ? 2 : kRunSteps;
