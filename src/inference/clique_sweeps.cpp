@@ -129,6 +129,14 @@ bool separator_leads(const IndexPlan& plan) noexcept {
          (axes.size() == 1 || (axes.size() == 2 && axes[1].small_stride == 0));
 }
 
+// out[i] := separator_quotient(fresh[i], old[i]) for i < n, dividing by 1
+// where the old value is not positive (x / 1 is x): a loop without
+// branches, which vectorises.
+void quotients_into(double* __restrict out, const double* fresh, const double* old,
+                    std::uint64_t n) noexcept {
+  for (std::uint64_t i = 0; i < n; ++i) out[i] = fresh[i] / (old[i] > 0.0 ? old[i] : 1.0);
+}
+
 // Multiplies large entries [begin, end) by the quotients of the separator
 // entries they fall on (entry i on i / m), each made once per block from
 // the new and old values; x * q is the multiply kernel's product.
@@ -141,7 +149,7 @@ void multiply_by_quotients(double* large, const double* fresh, const double* old
   const std::uint64_t stop = (end + m - 1) / m;
   for (std::uint64_t k = begin / m; k < stop; k += kGroup) {
     const std::uint64_t last = std::min(stop, k + kGroup);
-    quotient(q, fresh + k, old + k, last - k);
+    quotients_into(q, fresh + k, old + k, last - k);
     multiply_runs(large, q, m, std::max(begin, k * m), std::min(end, last * m));
   }
 }
@@ -173,8 +181,7 @@ void sweep_by_quotients(Clique& clique, const IndexPlan& plan, const double* fre
     const std::uint64_t block = kBlock / unit * unit;
     for (std::uint64_t a = 0; a < size; a += block) {
       const std::uint64_t b = std::min(size, a + block);
-      // quotient() divides by 1 where separator_quotient keeps the value: x / 1 is x.
-      quotient(quotients, fresh + a / m, old + a / m, b / m - a / m);
+      quotients_into(quotients, fresh + a / m, old + a / m, b / m - a / m);
       sweep_range(large + a, false, std::span<const SweepFactor>(&by, 1), {}, 0, b - a, how);
       sweep_range(large, false, {}, folds, a, b, how);
     }

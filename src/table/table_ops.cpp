@@ -465,8 +465,11 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   constexpr std::uint64_t kBlock = 2048;
   const std::uint64_t run = folded_run(folds);
   const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
+  // Small ranges (small cliques) are not worth planning a joint walk for.
+  constexpr std::uint64_t kJointLeast = 1024;
   JointPlan joint;
-  const bool jointly = make_joint_plan(factors, joint) && joint_pays(joint, factors, rebuild);
+  const bool jointly = end - begin >= kJointLeast && make_joint_plan(factors, joint) &&
+                       joint_pays(joint, factors, rebuild);
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
     if (jointly) apply_joint(joint, large, rebuild, factors, a, b);
