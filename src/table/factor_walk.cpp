@@ -237,13 +237,15 @@ bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexc
   for (std::size_t j = 0; j < k; ++j)
     if (out.small_stride[0][j] > 1) return false;
   std::reverse(out.count.begin(), out.count.begin() + static_cast<std::ptrdiff_t>(axes));
-  std::reverse(out.small_stride.begin(), out.small_stride.begin() + static_cast<std::ptrdiff_t>(axes));
+  std::reverse(out.small_stride.begin(),
+               out.small_stride.begin() + static_cast<std::ptrdiff_t>(axes));
   out.axis_count = axes;
   out.factor_count = k;
   return true;
 }
 
-bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, bool rebuild) noexcept {
+bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors,
+                bool rebuild) noexcept {
   const std::size_t k = plan.factor_count;
   // Estimated instructions per entry, both ways (see vector_ops): a run
   // costs a few steps of its own plus one per vector step and factor.  One
@@ -261,8 +263,8 @@ bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, boo
   // A factor costs about as much per run as a run of its own pass (its
   // pointer, its stride's branch, its step): charged less, the joint walk
   // took barley 2% more instructions and munin3 2% fewer.
-  const double joint = static_cast<double>(kRunSteps * (k + 1) + (k + 1) * vector_ops(c)) /
-                       static_cast<double>(c);
+  const double joint =
+      static_cast<double>(kRunSteps * (k + 1) + (k + 1) * vector_ops(c)) / static_cast<double>(c);
   return joint < apart;
 }
 
@@ -347,8 +349,7 @@ void apply_joint(const JointPlan& plan, double* large, bool rebuild,
         break;
       }
       counter[i] = 0;
-      for (std::size_t j = 0; j < k; ++j)
-        base[j] -= plan.small_stride[i][j] * (plan.count[i] - 1);
+      for (std::size_t j = 0; j < k; ++j) base[j] -= plan.small_stride[i][j] * (plan.count[i] - 1);
     }
   }
 }

@@ -36,8 +36,7 @@ bool make_joint_plan(std::span<const SweepFactor> factors, JointPlan& out) noexc
 /// Whether the joint walk takes fewer instructions than one pass per
 /// factor, by an estimate: a joint walk's runs are as short as the
 /// shortest of the factors' own, and each factor costs a few steps per run.
-bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors,
-                bool rebuild) noexcept;
+bool joint_pays(const JointPlan& plan, std::span<const SweepFactor> factors, bool rebuild) noexcept;
 
 /// What apply_factors does to large entries [begin, end), in one walk:
 /// each entry is loaded once (or, with `rebuild`, made from the first

@@ -72,7 +72,6 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
   set_wide_rows(true);
 }
 
-
 // Several factors in one joint walk give the products of one pass per
 // factor (the first copied in when rebuilt), bit for bit: random layouts,
 // long runs (chunks and tails), ranges that start and end anywhere.
@@ -115,8 +114,8 @@ TEST(RowKernels, JointWalkGivesTheBitsOfOnePassPerFactor) {
       const std::uint64_t ss = plans[j].inner_small_stride();
       plans[j].walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
         for (std::uint64_t t = 0; t < len; ++t)
-          expected[l + t] = rebuild && j == 0 ? small[j][s + t * ss]
-                                              : expected[l + t] * small[j][s + t * ss];
+          expected[l + t] =
+              rebuild && j == 0 ? small[j][s + t * ss] : expected[l + t] * small[j][s + t * ss];
       });
     }
     for (bool wide : {true, false}) {
