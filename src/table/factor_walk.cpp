@@ -50,17 +50,19 @@ using V2u = double __attribute__((vector_size(16), aligned(8), may_alias));
 
 // GCC takes the whole-vector stores into a4 below for partial ones and
 // warns that the rest may be read uninitialised; every lane is written.
+#if !defined(__clang__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
 // Entries [o, o + W) of one run: loaded once (or made from the first
 // factor), multiplied by each of the K factors (f.count when K is 0) in
 // order, stored once; in registers.
 template <std::uint64_t W, std::size_t K>
 [[gnu::always_inline]] inline void joint_chunk(double* __restrict p, const RunFactors& f,
                                                bool rebuild, std::uint64_t o) noexcept {
-  constexpr std::uint64_t n4 = W / 4, m4 = n4 > 0 ? n4 : 1;
-  constexpr bool has2 = W % 4 >= 2, has1 = W % 2 == 1;
-  V4 a4[m4];
+  constexpr std::uint64_t kFours = W / 4, kRoom = kFours > 0 ? kFours : 1;
+  constexpr bool kPair = W % 4 >= 2, kSingle = W % 2 == 1;
+  V4 a4[kRoom];
   V2 a2;
   double a1;
   std::size_t j = 0;
@@ -71,35 +73,37 @@ template <std::uint64_t W, std::size_t K>
   }
   if (rebuild && f.ss[0] == 0) {
     const double x = f.q[0][0];
-    for (std::uint64_t i = 0; i < m4; ++i) a4[i] = V4{x, x, x, x};
+    for (std::uint64_t i = 0; i < kRoom; ++i) a4[i] = V4{x, x, x, x};
     a2 = V2{x, x};
     a1 = x;
   } else {
-    for (std::uint64_t i = 0; i < m4; ++i)
-      a4[i] = i < n4 ? *reinterpret_cast<const V4u*>(from + 4 * i) : V4{};
-    a2 = has2 ? *reinterpret_cast<const V2u*>(from + 4 * n4) : V2{};
-    a1 = has1 ? from[W - 1] : 0.0;
+    for (std::uint64_t i = 0; i < kRoom; ++i)
+      a4[i] = i < kFours ? *reinterpret_cast<const V4u*>(from + 4 * i) : V4{};
+    a2 = kPair ? *reinterpret_cast<const V2u*>(from + 4 * kFours) : V2{};
+    a1 = kSingle ? from[W - 1] : 0.0;
   }
   for (; j < (K != 0 ? K : f.count); ++j) {
     const double* x = f.q[j];
     if (f.ss[j] == 0) {
       const double v = x[0];
       const V4 v4 = {v, v, v, v};
-      for (std::uint64_t i = 0; i < n4; ++i) a4[i] *= v4;
-      if constexpr (has2) a2 *= V2{v, v};
-      if constexpr (has1) a1 *= v;
+      for (std::uint64_t i = 0; i < kFours; ++i) a4[i] *= v4;
+      if constexpr (kPair) a2 *= V2{v, v};
+      if constexpr (kSingle) a1 *= v;
     } else {
       x += o;
-      for (std::uint64_t i = 0; i < n4; ++i) a4[i] *= *reinterpret_cast<const V4u*>(x + 4 * i);
-      if constexpr (has2) a2 *= *reinterpret_cast<const V2u*>(x + 4 * n4);
-      if constexpr (has1) a1 *= x[W - 1];
+      for (std::uint64_t i = 0; i < kFours; ++i) a4[i] *= *reinterpret_cast<const V4u*>(x + 4 * i);
+      if constexpr (kPair) a2 *= *reinterpret_cast<const V2u*>(x + 4 * kFours);
+      if constexpr (kSingle) a1 *= x[W - 1];
     }
   }
-  for (std::uint64_t i = 0; i < n4; ++i) *reinterpret_cast<V4u*>(p + o + 4 * i) = a4[i];
-  if constexpr (has2) *reinterpret_cast<V2u*>(p + o + 4 * n4) = a2;
-  if constexpr (has1) p[o + W - 1] = a1;
+  for (std::uint64_t i = 0; i < kFours; ++i) *reinterpret_cast<V4u*>(p + o + 4 * i) = a4[i];
+  if constexpr (kPair) *reinterpret_cast<V2u*>(p + o + 4 * kFours) = a2;
+  if constexpr (kSingle) p[o + W - 1] = a1;
 }
+#if !defined(__clang__)
 #pragma GCC diagnostic pop
+#endif
 
 // Entries [o, n) of one run, entry by entry.
 template <std::size_t K>
