@@ -27,7 +27,8 @@ struct JointPlan {
   std::array<std::array<std::uint64_t, kMaxJointFactors>, kMaxPlanAxes> small_stride;
 };
 
-/// Makes the joint plan of `factors` in `out`.  False where no joint walk
+/// Makes the joint plan of `factors` (plans over one large table, as in a
+/// sweep) in `out`.  False where no joint walk
 /// fits: fewer than two factors or more than kMaxJointFactors, a plan
 /// walked through its index map (small tables), or a factor that is
 /// neither constant nor contiguous along the joint inner run.
