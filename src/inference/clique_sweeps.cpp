@@ -129,15 +129,28 @@ bool separator_leads(const IndexPlan& plan) noexcept {
          (axes.size() == 1 || (axes.size() == 2 && axes[1].small_stride == 0));
 }
 
+// out[i] := separator_quotient(fresh[i], old[i]) for i < n, dividing by 1
+// where the old value is not positive (x / 1 is x): a loop without
+// branches, which vectorises.
+void quotients_into(double* __restrict out, const double* fresh, const double* old,
+                    std::uint64_t n) noexcept {
+  for (std::uint64_t i = 0; i < n; ++i) out[i] = fresh[i] / (old[i] > 0.0 ? old[i] : 1.0);
+}
+
 // Multiplies large entries [begin, end) by the quotients of the separator
 // entries they fall on (entry i on i / m), each made once per block from
 // the new and old values; x * q is the multiply kernel's product.
 void multiply_by_quotients(double* large, const double* fresh, const double* old, std::uint64_t m,
                            std::uint64_t begin, std::uint64_t end) noexcept {
-  for (std::uint64_t k = begin / m; k * m < end; ++k) {
-    const double q = separator_quotient(fresh[k], old[k]);
-    const std::uint64_t to = std::min(end, (k + 1) * m);
-    for (std::uint64_t i = std::max(begin, k * m); i < to; ++i) large[i] *= q;
+  // The quotients of up to kGroup separator entries at a time go to the
+  // stack, and the row loops multiply their runs.
+  constexpr std::uint64_t kGroup = 64;
+  double q[kGroup];
+  const std::uint64_t stop = (end + m - 1) / m;
+  for (std::uint64_t k = begin / m; k < stop; k += kGroup) {
+    const std::uint64_t last = std::min(stop, k + kGroup);
+    quotients_into(q, fresh + k, old + k, last - k);
+    multiply_runs(large, q, m, std::max(begin, k * m), std::min(end, last * m));
   }
 }
 
@@ -168,8 +181,7 @@ void sweep_by_quotients(Clique& clique, const IndexPlan& plan, const double* fre
     const std::uint64_t block = kBlock / unit * unit;
     for (std::uint64_t a = 0; a < size; a += block) {
       const std::uint64_t b = std::min(size, a + block);
-      for (std::uint64_t k = a / m; k < b / m; ++k)
-        quotients[k - a / m] = separator_quotient(fresh[k], old[k]);
+      quotients_into(quotients, fresh + a / m, old + a / m, b / m - a / m);
       sweep_range(large + a, false, std::span<const SweepFactor>(&by, 1), {}, 0, b - a, how);
       sweep_range(large, false, {}, folds, a, b, how);
     }

@@ -58,7 +58,8 @@ bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism) noexce
 /// large table is cut by the values of a block of its axes present in as
 /// many folds as possible, each thread taking its share of those values
 /// under every value of the axes outside; the folds those axes miss are
-/// folded afterwards over the finished table, each by one thread.  Every
+/// made behind the pieces in index order where the pieces are contiguous
+/// ranges, else afterwards over the finished table, each by one thread.  Every
 /// small entry receives the same additions in the same order as in one
 /// thread's sweep.  Moves the folds that the cut covers to the front.
 void split_sweep(double* large, std::uint64_t size, bool rebuild,

@@ -8,6 +8,7 @@
 
 #include "network/domain.h"
 #include "platform/worker_pool.h"
+#include "table/factor_walk.h"
 #include "table/sweep.h"
 #include "table/table.h"
 
@@ -77,6 +78,17 @@ template <class Fold>
 [[gnu::always_inline]] inline double fold_run(const double* p, std::uint64_t n) noexcept {
   double a0 = Fold::identity(), a1 = a0, a2 = a0, a3 = a0;
   std::uint64_t k = 0;
+  // Two steps of every lane per turn: half the loop's own instructions.
+  for (; k + 8 <= n; k += 8) {
+    a0 = Fold::fold(a0, p[k]);
+    a1 = Fold::fold(a1, p[k + 1]);
+    a2 = Fold::fold(a2, p[k + 2]);
+    a3 = Fold::fold(a3, p[k + 3]);
+    a0 = Fold::fold(a0, p[k + 4]);
+    a1 = Fold::fold(a1, p[k + 5]);
+    a2 = Fold::fold(a2, p[k + 6]);
+    a3 = Fold::fold(a3, p[k + 7]);
+  }
   for (; k + 4 <= n; k += 4) {
     a0 = Fold::fold(a0, p[k]);
     a1 = Fold::fold(a1, p[k + 1]);
@@ -155,6 +167,24 @@ template <class Update, std::uint64_t C>
                                                     std::uint64_t c, std::uint64_t ss,
                                                     std::uint64_t row_ss) noexcept {
   const std::uint64_t n = C != 0 ? C : c;
+  if constexpr (C == 0) {
+    // Long runs: four vector steps per turn of the loop, a quarter of its
+    // counting and branching.
+    if (ss == 0) {
+      for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
+        const double v = *q;
+#pragma GCC unroll 4
+        for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], v);
+      }
+      return;
+    }
+    if (ss == 1) {
+      for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+#pragma GCC unroll 4
+        for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k]);
+      return;
+    }
+  }
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
       const double v = *q;
@@ -177,6 +207,14 @@ template <class Fold, std::uint64_t C>
                                                   std::uint64_t rows, std::uint64_t c,
                                                   std::uint64_t ss, std::uint64_t row_ss) noexcept {
   const std::uint64_t n = C != 0 ? C : c;
+  if constexpr (C == 0) {
+    if (ss == 1) {
+      for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
+#pragma GCC unroll 4
+        for (std::uint64_t k = 0; k < n; ++k) q[k] = Fold::fold(q[k], p[k]);
+      return;
+    }
+  }
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
       *q = Fold::fold(*q, fold_run<Fold>(p, n));
@@ -212,6 +250,8 @@ template <class Fold, std::uint64_t C>
 
 std::atomic<bool> wide_rows_allowed{true};
 
+}  // namespace
+
 bool wide_rows() noexcept {
 #ifdef KELVA_WIDE_ROWS
   static const bool supported = __builtin_cpu_supports("avx2") != 0;
@@ -220,6 +260,8 @@ bool wide_rows() noexcept {
   return false;
 #endif
 }
+
+namespace {
 
 template <class Update, std::uint64_t C>
 void update_rows(double* p, const double* q, std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
@@ -423,9 +465,15 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   constexpr std::uint64_t kBlock = 2048;
   const std::uint64_t run = folded_run(folds);
   const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
+  // Small ranges (small cliques) are not worth planning a joint walk for.
+  constexpr std::uint64_t kJointLeast = 1024;
+  JointPlan joint;
+  const bool jointly = end - begin >= kJointLeast && make_joint_plan(factors, joint) &&
+                       joint_pays(joint, factors, rebuild);
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
-    apply_factors(large, rebuild, factors, a, b);
+    if (jointly) apply_joint(joint, large, rebuild, factors, a, b);
+    else apply_factors(large, rebuild, factors, a, b);
     for (const SweepFold& f : folds)
       if (f.plan->small_size() > 1) fold_range<Fold>(*f.plan, large, f.data, a, b);
   }
@@ -476,6 +524,20 @@ void multiply_marginalize(const IndexPlan& multiply_plan, double* large, const d
   } else {
     fused_multiply_fold<MaxFold>(multiply_plan, large, factor, marginal_plan, small);
   }
+}
+
+void multiply_runs(double* large, const double* per_run, std::uint64_t m, std::uint64_t begin,
+                   std::uint64_t end) noexcept {
+  std::uint64_t i = begin;
+  if (const std::uint64_t at = i % m; at != 0 && i < end) {
+    const std::uint64_t to = std::min(end, i - at + m);
+    update_rows<MultiplyUpdate, 0>(large + i, per_run++, 1, to - i, 0, 0);
+    i = to;
+  }
+  const std::uint64_t whole = (end - i) / m;
+  update_rows<MultiplyUpdate, 0>(large + i, per_run, whole, m, 0, 1);
+  i += whole * m;
+  if (i < end) update_rows<MultiplyUpdate, 0>(large + i, per_run + whole, 1, end - i, 0, 0);
 }
 
 std::uint64_t folded_run(std::span<const SweepFold> folds) noexcept {

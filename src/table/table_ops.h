@@ -56,6 +56,11 @@ void gather(const IndexPlan& plan, double* out, const double* small,
 void quotient(double* out, const double* num, const double* den, std::uint64_t count,
               const Parallelism& parallelism = {});
 
+/// large[i] := large[i] * per_run[i / m - begin / m] for i in [begin, end):
+/// runs of m entries each multiplied by one factor, in the row loops.
+void multiply_runs(double* large, const double* per_run, std::uint64_t m, std::uint64_t begin,
+                   std::uint64_t end) noexcept;
+
 /// Whether the kernels may run their row loops on 256-bit vectors where the
 /// processor has them (the default).  Both forms give the same bits; tests
 /// switch this off to compare them.

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <random>
 
+#include "table/factor_walk.h"
 #include "table/index_plan.h"
 #include "table/table_ops.h"
 
@@ -69,6 +70,63 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
     }
   }
   set_wide_rows(true);
+}
+
+// Several factors in one joint walk give the products of one pass per
+// factor (the first copied in when rebuilt), bit for bit: random layouts,
+// long runs (chunks and tails), ranges that start and end anywhere.
+TEST(RowKernels, JointWalkGivesTheBitsOfOnePassPerFactor) {
+  std::mt19937 rng(2511);
+  std::uniform_real_distribution<double> value(0.5, 1.5);
+  int walked = 0;
+  for (int trial = 0; trial < 400; ++trial) {
+    std::vector<std::size_t> counts(1 + rng() % 6);
+    for (std::size_t& c : counts) c = 1 + rng() % 7;
+    if (trial % 3 == 0) counts.back() = 16 + rng() % 40;
+    if (trial % 2 == 0)
+      counts[0] *= IndexPlan::kMapMaxLarge / IndexPlan(counts, {}).large_size() + 1;
+    const std::size_t k = 2 + rng() % 4;
+    std::vector<IndexPlan> plans;
+    for (std::size_t j = 0; j < k; ++j) {
+      std::vector<std::size_t> axes;
+      for (std::size_t i = 0; i < counts.size(); ++i)
+        if (rng() % 2 == 0) axes.push_back(i);
+      if (rng() % 3 == 0) std::shuffle(axes.begin(), axes.end(), rng);
+      plans.emplace_back(counts, axes);
+    }
+    std::vector<std::vector<double>> small(k);
+    std::vector<SweepFactor> factors;
+    for (std::size_t j = 0; j < k; ++j) {
+      small[j].resize(plans[j].small_size());
+      for (double& x : small[j]) x = value(rng);
+      factors.push_back({&plans[j], small[j].data()});
+    }
+    JointPlan joint;
+    if (!make_joint_plan(factors, joint)) continue;
+    ++walked;
+    const std::uint64_t n = plans[0].large_size(), begin = rng() % n,
+                        end = begin + 1 + rng() % (n - begin);
+    const bool rebuild = trial % 4 < 2;
+    std::vector<double> large(n), expected;
+    for (double& x : large) x = value(rng);
+    expected = large;
+    for (std::size_t j = 0; j < k; ++j) {
+      const std::uint64_t ss = plans[j].inner_small_stride();
+      plans[j].walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
+        for (std::uint64_t t = 0; t < len; ++t)
+          expected[l + t] =
+              rebuild && j == 0 ? small[j][s + t * ss] : expected[l + t] * small[j][s + t * ss];
+      });
+    }
+    for (bool wide : {true, false}) {
+      set_wide_rows(wide);
+      std::vector<double> got = large;
+      apply_joint(joint, got.data(), rebuild, factors, begin, end);
+      EXPECT_TRUE(got == expected) << "trial " << trial << " wide " << wide;
+    }
+  }
+  set_wide_rows(true);
+  EXPECT_GT(walked, 100);
 }
 
 }  // namespace
