@@ -174,6 +174,15 @@ class JunctionTree : public Object {
     bool first_out;
   };
   static constexpr std::size_t kNoLink = static_cast<std::size_t>(-1);
+  /// Links [first, end) of the schedule: those leaving the outer clique of
+  /// link i (the root's links for kNoLink).
+  std::pair<std::size_t, std::size_t> link_children(std::size_t i) const noexcept {
+    const std::size_t first = i == kNoLink ? 0 : schedule[i].first_child;
+    if (first == kNoLink) return {0, 0};
+    std::size_t end = first;
+    while (end < schedule.size() && schedule[end].parent == i) ++end;
+    return {first, end};
+  }
   /// The links ordered root-first for `schedule_root`: distribute walks them
   /// forwards, collect backwards.  Rebuilt (without allocating) when another
   /// root is asked for.

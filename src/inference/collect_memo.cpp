@@ -69,14 +69,12 @@ void CollectMemo::plan(const JunctionTree& tree) {
     for (const NodeSlot* slot : message.outer->homed)
       digits_.push_back({&slot->node->evidence.entered_code, slot->marginal.size() + 1});
     link.digits_end = digits_.size();
-    std::size_t j = message.first_child;
-    while (j < schedule.size() && schedule[j].parent == i) ++j;
-    link.children_end = j;
+    link.children_end = tree.link_children(i).second;
     std::uint64_t r = 1;
     bool fits = message.outer->table->size() <= kMemoCliqueLimit;
     for (std::size_t d = link.digits; d < link.digits_end; ++d)
       fits = fits && !__builtin_mul_overflow(r, digits_[d].base, &r);
-    for (j = message.first_child; j < link.children_end; ++j)
+    for (std::size_t j = message.first_child; j < link.children_end; ++j)
       fits = fits && links_[j].shape_radix != 0 &&
              !__builtin_mul_overflow(r, links_[j].shape_radix, &r);
     link.shape_radix = fits ? r : 0;

@@ -280,9 +280,9 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
     if (taken + weight[h] <= half + half / 8) {
       tree.split_role[h] = kJoin;
       taken += weight[h];
-    } else if (schedule[h].first_child != kNone) {
-      for (std::size_t j = schedule[h].first_child; j < n && schedule[j].parent == h; ++j)
-        open.push_back(j);
+    } else {
+      const auto [first, end] = tree.link_children(h);
+      for (std::size_t j = first; j < end; ++j) open.push_back(j);
     }
   }
   if (taken < total / 8) {
@@ -313,17 +313,6 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
     if (tree.split_role[i] == kSecondThread) tree.split_links[fill[group[i]]++] = i;
 }
 
-// Links [first, end) of the schedule are those from the outer clique of
-// link i onwards (from the root for kNoLink).
-std::pair<std::size_t, std::size_t> children(const JunctionTree& tree, std::size_t i) noexcept {
-  const auto& schedule = tree.schedule;
-  const std::size_t first = i == JunctionTree::kNoLink ? 0 : schedule[i].first_child;
-  if (first == JunctionTree::kNoLink) return {0, 0};
-  std::size_t end = first;
-  while (end < schedule.size() && schedule[end].parent == i) ++end;
-  return {first, end};
-}
-
 // Sends the collect message of schedule link i (see calibrate).  With
 // `fused`, the outer clique is made in one sweep (clique_sweeps.h) and its
 // marginal passed on; the inner clique takes it in its own sweep.
@@ -332,7 +321,7 @@ void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Paralleli
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
   if (fused) {
-    const auto [first, end] = children(tree, i);
+    const auto [first, end] = tree.link_children(i);
     Separator& sep = *link.separator;
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
     collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
@@ -363,7 +352,7 @@ void distribute_link(JunctionTree& tree, std::size_t i, Reduce how, const Parall
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
   if (fused) {
-    const auto [first, end] = children(tree, i);
+    const auto [first, end] = tree.link_children(i);
     receive_sweep(tree, i, first, end, how, par);
     return;
   }
@@ -530,7 +519,7 @@ class SharedPass {
       for (std::size_t i = 0; i < n; ++i) {
         const std::size_t parent = schedule[i].parent;
         rank[i] = size(i) + (parent != JunctionTree::kNoLink ? rank[parent] : 0);
-        const auto [first, end] = children(tree, i);
+        const auto [first, end] = tree.link_children(i);
         tree.split_weight[i] = end - first;
         if (first == end) tree.split_links[top_++] = i;
       }
@@ -540,7 +529,7 @@ class SharedPass {
         const std::size_t parent = schedule[i].parent;
         if (parent != JunctionTree::kNoLink) rank[parent] = std::max(rank[parent], rank[i]);
       }
-      const auto [first, end] = children(tree, JunctionTree::kNoLink);
+      const auto [first, end] = tree.link_children(JunctionTree::kNoLink);
       for (std::size_t i = first; i < end; ++i) tree.split_links[top_++] = i;
     }
     std::make_heap(tree.split_links.begin(), tree.split_links.begin() + top_, Lower{rank});
@@ -614,7 +603,7 @@ class SharedPass {
           std::atomic_ref(tree_.split_weight[parent]).fetch_sub(1, std::memory_order_acq_rel) == 1)
         push(parent, parent + 1);
     } else {
-      const auto [first, end] = children(tree_, i);
+      const auto [first, end] = tree_.link_children(i);
       push(first, end);
     }
   }
@@ -730,7 +719,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     }
   }
   Clique& root = *tree.schedule_root;
-  const auto [first, end] = children(tree, JunctionTree::kNoLink);
+  const auto [first, end] = tree.link_children(JunctionTree::kNoLink);
   if (fused) collect_sweep(tree, root, first, end, nullptr, nullptr, how, par);
   double x = clique_total(root, how, par);
   verify_total(x);
