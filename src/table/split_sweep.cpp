@@ -32,6 +32,7 @@ struct Cut {
   std::uint64_t count = 1;
   std::uint64_t outer = 1;
   std::uint64_t pieces = 1;
+  std::uint64_t cost = 0;  // of a piece, in entries (choose_cut)
 };
 
 // The cut whose slowest thread has least to do, by a cost in entries
@@ -92,6 +93,7 @@ Cut choose_cut(std::uint64_t size, std::span<const SweepFold> folds, std::size_t
     const std::uint64_t cost = cut.outer * (share * cut.stride + kWalkStart * (factors + c)) +
                                (multiple - c) * size / (2 * cut.pieces);
     if (cost < best_cost) {
+      cut.cost = cost;
       best = cut;
       best_cost = cost;
     }
@@ -172,6 +174,19 @@ class InOrder {
 // last piece at each) so that missed folds follow them in order.
 constexpr std::uint64_t kMostOuterTurns = 8;
 
+// Most pieces of a cut dealt as (group of outer values, range of values).
+constexpr std::uint64_t kMaxGroupedPieces = 64;
+
+// Groups of outer values for a cut whose pieces would each span every
+// outer value: enough for 16 pieces or more per cut (at most
+// kMaxGroupedPieces), each of at least InOrder::kPieceEntries entries.
+std::uint64_t outer_groups(const Cut& cut) noexcept {
+  const std::uint64_t piece = cut.stride * cut.count / cut.pieces;  // under one outer value
+  const std::uint64_t wanted = (16 + cut.pieces - 1) / cut.pieces;
+  return std::max<std::uint64_t>(1, std::min({cut.outer, wanted, kMaxGroupedPieces / cut.pieces,
+                                              cut.outer * piece / InOrder::kPieceEntries}));
+}
+
 template <class Body>
 void run_parts(std::uint64_t parts, std::uint64_t threads, Body& body) {
   auto task = [&body](std::size_t j) noexcept { body(j); };
@@ -203,8 +218,16 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
   clear_folds(std::span<const SweepFold>(first, totals), how);
 
   const std::uint64_t span = cut.stride * cut.count;
-  if (!others.empty() && cut.stride % folded_run(others) == 0 &&
-      (cut.outer == 1 || (cut.outer <= kMostOuterTurns && span >= 2 * InOrder::kPieceEntries))) {
+  const bool in_order =
+      !others.empty() && cut.stride % folded_run(others) == 0 &&
+      (cut.outer == 1 || (cut.outer <= kMostOuterTurns && span >= 2 * InOrder::kPieceEntries));
+  if (!in_order && !others.empty() &&
+      20 * cut.cost * cut.pieces >= 19 * parallelism.threads * size) {
+    // The missed folds' passes over the finished table would take the
+    // slower thread about as long as one thread's sweep: one thread sweeps
+    // (barley's 1.06 M distribute took 1.9 to 2.1 ms shared, 1.8 alone).
+    sweep_range(large, rebuild, factors, std::span<const SweepFold>(first, totals), 0, size, how);
+  } else if (in_order) {
     // The missed folds follow contiguous pieces in index order (InOrder),
     // one outer value after the other: a covered fold's entry then gets
     // the values under one outer value before those under the next.
@@ -223,16 +246,33 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
       run_parts(in_order.pieces(), parallelism.threads, part);
     }
   } else {
-    // Each thread sweeps its values of the cut under every outer value, in
-    // index order: the ranges start and end on whole inner runs of the
-    // covered folds, whose small entries no other thread touches.
-    auto sweep_part = [&](std::uint64_t j) {
+    // A piece is a range of the cut's values under a group of consecutive
+    // outer values, swept in index order: the ranges start and end on
+    // whole inner runs of the covered folds, and pieces of different
+    // ranges touch different small entries.  Groups make the pieces finer
+    // where the cut has few values (barley's largest clique has six), so
+    // that a thread that joins late leaves less to the other, at no extra
+    // walk start.  A covered fold without every outer axis gets a range's
+    // values under one group before those under the next: a piece starts
+    // once the piece of its range in the group before is finished (claimed
+    // earlier, so the wait is short and rare).
+    const std::uint64_t groups = outer_groups(cut);
+    const bool in_turn = groups > 1 && std::any_of(first, rest, [&](const SweepFold& f) {
+                           return !covers(*f.plan, span, size);
+                         });
+    std::array<std::atomic<bool>, kMaxGroupedPieces> done{};
+    auto sweep_part = [&](std::uint64_t k) {
+      const std::uint64_t g = k / cut.pieces, j = k % cut.pieces;
       const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
       const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
-      for (std::uint64_t base = 0; base < size; base += span)
+      if (in_turn && g > 0)
+        while (!done[k - cut.pieces].load(std::memory_order_acquire)) platform::relax();
+      const std::uint64_t stop = part_start(cut.outer, groups, g + 1) * span;
+      for (std::uint64_t base = part_start(cut.outer, groups, g) * span; base < stop; base += span)
         sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
+      if (in_turn) done[k].store(true, std::memory_order_release);
     };
-    run_parts(cut.pieces, parallelism.threads, sweep_part);
+    run_parts(groups * cut.pieces, parallelism.threads, sweep_part);
     // The other folds, each whole on one thread over the finished table
     // (several in one pass); a single one is split along its own axes.
     if (others.size() == 1) {
