@@ -476,9 +476,13 @@ std::uint64_t tree_entries(const JunctionTree& tree) noexcept {
 }
 
 // A sweep is shared between the threads (split_sweep) when the other
-// thread waits for work, or always when the clique holds at least this
-// part of the tree's entries: the other thread then joins it as soon as
-// its own link is sent.  Sharing costs walk starts and a pass for each
+// thread waits for work, when the links not yet taken that wait for none
+// of its own hold fewer entries than it (the other thread would run out of
+// work before it ends: in barley's distribute one thread spun 1.3 ms while
+// the other swept a 1.04 M-entry clique alone that the rest of the pass
+// waited for), or always when the clique holds at least this part of the
+// tree's entries: the other thread then joins it as soon as its own link
+// is sent.  Sharing costs walk starts and a pass for each
 // fold the cut misses; a clique that fills an eighth of the tree would
 // keep the other thread waiting at the end of the pass (best of 8, 32,
 // 128 and of 16, 64, 256 grains on link, barley, mildew, water, diabetes).
@@ -494,7 +498,8 @@ constexpr std::uint64_t kAlwaysShareFraction = 8;
 // bits are those of one thread in schedule order.  Uses the tree's split
 // room (no allocation): split_links is the heap of ready links,
 // split_group their ranks, split_weight each link's children still to
-// send, split_scales the collect's factors.
+// send (collect) or the entries of its subtree (distribute), split_scales
+// the collect's factors.
 class SharedPass {
  public:
   SharedPass(JunctionTree& tree, std::uint64_t entries, bool collect, Reduce how,
@@ -524,15 +529,22 @@ class SharedPass {
         if (first == end) tree.split_links[top_++] = i;
       }
     } else {
+      // split_weight: the entries of the sweeps that wait for the link,
+      // its own included (its subtree).
       for (std::size_t i = n; i-- > 0;) {
         rank[i] += size(i);
+        tree.split_weight[i] += size(i);
         const std::size_t parent = schedule[i].parent;
-        if (parent != JunctionTree::kNoLink) rank[parent] = std::max(rank[parent], rank[i]);
+        if (parent != JunctionTree::kNoLink) {
+          rank[parent] = std::max(rank[parent], rank[i]);
+          tree.split_weight[parent] += tree.split_weight[i];
+        }
       }
       const auto [first, end] = tree.link_children(JunctionTree::kNoLink);
       for (std::size_t i = first; i < end; ++i) tree.split_links[top_++] = i;
     }
     std::make_heap(tree.split_links.begin(), tree.split_links.begin() + top_, Lower{rank});
+    for (std::size_t i = 0; i < n; ++i) unsent_ += size(i);
   }
 
   // Runs the pass on up to two threads; rethrows the error one thread
@@ -586,9 +598,14 @@ class SharedPass {
 
   void send(std::size_t i) {
     const std::uint64_t size = tree_.schedule[i].outer->table->size();
+    // Entries of the links not yet taken whose sweeps wait for none of
+    // link i's: what the other thread can sweep while this one sweeps i.
+    const std::uint64_t unsent = unsent_.fetch_sub(size, std::memory_order_relaxed);
+    const std::uint64_t waits = collect_ ? tree_.split_group[i] : tree_.split_weight[i];
+    const std::uint64_t apart = unsent - std::min(unsent, waits);
     const bool share =
-        split_sweep_fits(size, par_) &&
-        (waiting_.load(std::memory_order_relaxed) > 0 || size * kAlwaysShareFraction >= entries_);
+        split_sweep_fits(size, par_) && (waiting_.load(std::memory_order_relaxed) > 0 ||
+                                         size * kAlwaysShareFraction >= entries_ || apart < size);
     const Parallelism par{share ? par_.threads : 1, par_.grain};
     if (collect_)
       collect_link(tree_, i, how_, par, scaled_ ? &tree_.split_scales[i] : nullptr, true);
@@ -653,8 +670,9 @@ class SharedPass {
   std::size_t top_ = 0;  // ready links on the stack; guarded by busy_
   std::atomic_flag busy_;
   std::atomic<std::size_t> sent_{0};
-  std::atomic<int> waiting_{0};  // threads with nothing to do
-  std::exception_ptr error_;     // the error one thread would meet; guarded by busy_
+  std::atomic<std::uint64_t> unsent_{0};  // entries of the links not yet taken
+  std::atomic<int> waiting_{0};           // threads with nothing to do
+  std::exception_ptr error_;              // the error one thread would meet; guarded by busy_
   std::size_t error_link_ = 0;
 };
 
