@@ -463,10 +463,19 @@ template <class Fold>
 void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
                   std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end) {
   constexpr std::uint64_t kBlock = 2048;
-  const std::uint64_t run = folded_run(folds);
-  const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
   // Small ranges (small cliques) are not worth planning a joint walk for.
   constexpr std::uint64_t kJointLeast = 1024;
+  // A block holds more than kBlock / 2 entries whatever the runs, so a
+  // smaller range is one block.
+  static_assert(kJointLeast <= kBlock / 2);
+  if (end - begin < kJointLeast) {
+    apply_factors(large, rebuild, factors, begin, end);
+    for (const SweepFold& f : folds)
+      if (f.plan->small_size() > 1) fold_range<Fold>(*f.plan, large, f.data, begin, end);
+    return;
+  }
+  const std::uint64_t run = folded_run(folds);
+  const std::uint64_t block = run >= kBlock ? run : kBlock / run * run;
   JointPlan joint;
   const bool jointly = end - begin >= kJointLeast && make_joint_plan(factors, joint) &&
                        joint_pays(joint, factors, rebuild);
@@ -543,8 +552,10 @@ void multiply_runs(double* large, const double* per_run, std::uint64_t m, std::u
 std::uint64_t folded_run(std::span<const SweepFold> folds) noexcept {
   std::uint64_t run = 1;
   for (const SweepFold& f : folds)
-    if (f.plan->small_size() > 1 && f.plan->inner_small_stride() == 0)
-      run = std::lcm(run, f.plan->axes().back().count);
+    if (f.plan->small_size() > 1 && f.plan->inner_small_stride() == 0) {
+      const std::uint64_t c = f.plan->axes().back().count;
+      if (run % c != 0) run = std::lcm(run, c);
+    }
   return run;
 }
 
