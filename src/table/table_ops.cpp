@@ -302,6 +302,7 @@ void fold_mapped(const IndexPlan& plan, const double* large, double* small, std:
                  std::uint64_t end) noexcept {
   const std::uint16_t* m = plan.map();
   if (plan.inner_small_stride() != 0) {
+#pragma GCC unroll 4
     for (std::uint64_t i = begin; i < end; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
     return;
   }
