@@ -293,6 +293,17 @@ void fold_rows(const double* p, double* q, std::uint64_t rows, std::uint64_t c, 
 template <class Fold, std::uint64_t C>
 void fold_mapped_runs(const double* large, double* small, const std::uint16_t* m,
                       std::uint64_t begin, std::uint64_t end) noexcept {
+  if constexpr (C < 4) {
+    // fold_run's other three lanes would stay at the identity, and folding
+    // them in leaves its first lane as it is (a sum that starts at +0 is
+    // never -0), so the first lane alone is the same bits.
+    for (std::uint64_t i = begin; i < end; i += C) {
+      double a = Fold::identity();
+      for (std::uint64_t k = 0; k < C; ++k) a = Fold::fold(a, large[i + k]);
+      small[m[i]] = Fold::fold(small[m[i]], a);
+    }
+    return;
+  }
   for (std::uint64_t i = begin; i < end; i += C)
     small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, C));
 }
