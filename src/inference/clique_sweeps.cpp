@@ -221,7 +221,8 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   const double* fresh = sep.table->data();
   double* old = sep.scratch.data();
   const std::uint64_t n = sep.table->size();
-  if (!split_sweep_fits(clique.table->size(), parallelism) && clique.table->size() <= kSmallClique) {
+  if (!split_sweep_fits(clique.table->size(), parallelism) &&
+      clique.table->size() <= kSmallClique) {
     // A small clique: the quotients of the whole separator (no larger than
     // the clique) go to the stack, and one sweep multiplies and folds.
     double quotients[kSmallClique];

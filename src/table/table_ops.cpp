@@ -438,8 +438,7 @@ template <class Update>
     std::memcpy(&four, m + i, sizeof four);
     const __m128i at = _mm_cvtepu16_epi32(_mm_cvtsi64_si128(static_cast<long long>(four)));
     const __m256d s = _mm256_mask_i32gather_pd(_mm256_setzero_pd(), small, at, all, sizeof(double));
-    if constexpr (std::is_same_v<Update, CopyUpdate>)
-      _mm256_storeu_pd(large + i, s);
+    if constexpr (std::is_same_v<Update, CopyUpdate>) _mm256_storeu_pd(large + i, s);
     else _mm256_storeu_pd(large + i, _mm256_mul_pd(_mm256_loadu_pd(large + i), s));
   }
   update_mapped_body<Update>(large, small, m, i, end);
@@ -460,7 +459,8 @@ void update_mapped(double* large, const double* small, const std::uint16_t* m, s
 template <class Update>
 void update_walk(const IndexPlan& plan, double* large, const double* small, std::uint64_t begin,
                  std::uint64_t end) {
-  if (const std::uint16_t* m = plan.map()) return update_mapped<Update>(large, small, m, begin, end);
+  if (const std::uint16_t* m = plan.map())
+    return update_mapped<Update>(large, small, m, begin, end);
   const std::uint64_t ss = plan.inner_small_stride();
   walk_by_rows(plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
     update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
