@@ -129,6 +129,10 @@ bool separator_leads(const IndexPlan& plan) noexcept {
          (axes.size() == 1 || (axes.size() == 2 && axes[1].small_stride == 0));
 }
 
+// Cliques of at most this many entries are multiplied by their quotients
+// from a buffer on the stack.
+constexpr std::uint64_t kSmallClique = 512;
+
 // out[i] := separator_quotient(fresh[i], old[i]) for i < n, dividing by 1
 // where the old value is not positive (x / 1 is x): a loop without
 // branches, which vectorises.
@@ -217,6 +221,17 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   const double* fresh = sep.table->data();
   double* old = sep.scratch.data();
   const std::uint64_t n = sep.table->size();
+  if (!split_sweep_fits(clique.table->size(), parallelism) &&
+      clique.table->size() <= kSmallClique) {
+    // A small clique: the quotients of the whole separator (no larger than
+    // the clique) go to the stack, and one sweep multiplies and folds.
+    double quotients[kSmallClique];
+    quotients_into(quotients, fresh, old, n);
+    const SweepFactor by{link.outer_plan, quotients};
+    sweep(clique.table->data(), clique.table->size(), false, std::span<const SweepFactor>(&by, 1),
+          distribute_folds(tree, clique, first, end), how, parallelism);
+    return;
+  }
   if (!split_sweep_fits(clique.table->size(), parallelism) && separator_leads(*link.outer_plan)) {
     sweep_by_quotients(clique, *link.outer_plan, fresh, old,
                        distribute_folds(tree, clique, first, end), how, parallelism);

@@ -54,7 +54,11 @@ IndexPlan::IndexPlan(std::span<const std::size_t> large_counts,
 
 void IndexPlan::build_map() {
   const std::size_t k = axes_.size();
-  if (large_size_ > kMapMaxLarge || k < 2 || axes_[k - 1].count * axes_[k - 2].count >= kMapMaxTile)
+  // Tables this small keep a map whatever their turns: starting a row walk
+  // costs more than reading the index of each of their entries.
+  constexpr std::uint64_t kMapAlwaysLarge = 128;
+  if (large_size_ > kMapMaxLarge || k < 2 ||
+      (axes_[k - 1].count * axes_[k - 2].count >= kMapMaxTile && large_size_ > kMapAlwaysLarge))
     return;
   map_.resize(large_size_);
   const std::uint64_t ss = inner_small_stride();

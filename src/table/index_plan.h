@@ -62,7 +62,7 @@ class IndexPlan {
   /// kMapMaxTile keep the small index of every large entry: the row walk
   /// then moves the odometer once per few entries, which costs more than the
   /// entries, and a table of indexes is read at the cost of a quarter of an
-  /// entry.  Larger turns, even of short runs, are cheaper by rows.
+  /// entry.  Larger turns are cheaper by rows, but in tiny tables (build_map).
   static constexpr std::uint64_t kMapMaxLarge = std::uint64_t{1} << 16;
   static constexpr std::uint64_t kMapMaxTile = 32;
   /// The small index of each large entry, or null when the plan keeps none.

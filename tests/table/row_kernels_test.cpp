@@ -45,7 +45,7 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
     std::vector<double> large(n), small(m);
     for (double& x : large) x = value(rng);
     for (double& x : small) x = value(rng) - 0.1;
-    std::vector<double> sum(m, 0.0), max(m, -HUGE_VAL), prod = large;
+    std::vector<double> sum(m, 0.0), max(m, -HUGE_VAL), prod = large, copy(n);
     plan.walk(0, n, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
       if (ss == 0) sum[s] += lanes(&large[l], len, false);
       if (ss == 0) max[s] = std::max(max[s], lanes(&large[l], len, true));
@@ -53,19 +53,21 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
         if (ss != 0) sum[j] += large[l + k];
         if (ss != 0 && large[l + k] > max[j]) max[j] = large[l + k];
         prod[l + k] *= small[j];
+        copy[l + k] = small[j];
       }
     });
     for (bool wide : {true, false}) {
       set_wide_rows(wide);
       // Pieces of three threads start and end anywhere in a row or a run.
       for (const Parallelism par : {Parallelism{1, n}, Parallelism{3, 1 + rng() % (n / 2 + 1)}}) {
-        std::vector<double> s1(m), s2(m), t1 = large;
+        std::vector<double> s1(m), s2(m), t1 = large, g(n);
         marginalize(plan, large.data(), s1.data(), Reduce::sum, par);
         marginalize(plan, large.data(), s2.data(), Reduce::max, par);
         multiply(plan, t1.data(), small.data(), par);
+        gather(plan, g.data(), small.data(), par);
         // No zeros or NaNs: equal values are equal bits.  (Totals: own blocks.)
         EXPECT_TRUE(m == 1 || (s1 == sum && s2 == max)) << wide << par.threads;
-        EXPECT_TRUE(t1 == prod) << wide << par.threads;
+        EXPECT_TRUE(t1 == prod && g == copy) << wide << par.threads;
       }
     }
   }

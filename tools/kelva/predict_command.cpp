@@ -229,9 +229,9 @@ struct alignas(64) Worker {
   DomainHandle store;
   std::vector<k_node_t> store_nodes;
   /// Per node, whether it is continuous; and whether the current case
-  /// observes it.
-  std::vector<bool> continuous;
-  std::vector<bool> observed;
+  /// observes it (bytes, not bits: read and written per item).
+  std::vector<char> continuous;
+  std::vector<char> observed;
   std::exception_ptr failure;
   /// The worker's processor time, for the closing note.
   double seconds = 0.0;
@@ -293,7 +293,7 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
   // first pass, as `kelva beliefs` propagates, whatever came before.
   checked(k_domain_retract_findings(w.domain.get()));
   checked(k_domain_initialize(w.domain.get()));
-  std::vector<bool>& observed = w.observed;
+  std::vector<char>& observed = w.observed;
   for (std::size_t i = 0; i < cases.size(); ++i)
     observed[i] = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
   char digits[kNumberText] = {};
