@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <cstring>
 #include <numeric>
 #include <type_traits>
 
@@ -57,18 +58,32 @@ struct MaxFold {
   static double fold(double a, double b) noexcept { return b > a ? b : a; }
 };
 
-// Entry updates of the large table by the matching small entry.
+// Vectors of 4 and 2 doubles: each lane is multiplied as a double is.
+using V4 = double __attribute__((vector_size(32)));
+using V2 = double __attribute__((vector_size(16)));
+
+// Entry updates of the large table by the matching small entry; those with
+// kVectors apply to vectors of entries lane by lane as well.
 struct MultiplyUpdate {
-  static void apply(double& l, double s) noexcept { l *= s; }
+  static constexpr bool kVectors = true;
+  template <class T>
+  static void apply(T& l, T s) noexcept {
+    l *= s;
+  }
 };
 // Dividing by 1 instead of skipping keeps the loop free of branches (x / 1
 // is exactly x), so it vectorizes.
 inline double divisor(double s) noexcept { return s > 0.0 ? s : 1.0; }
 struct DivideUpdate {
+  static constexpr bool kVectors = false;
   static void apply(double& l, double s) noexcept { l /= divisor(s); }
 };
 struct CopyUpdate {
-  static void apply(double& l, double s) noexcept { l = s; }
+  static constexpr bool kVectors = true;
+  template <class T>
+  static void apply(T& l, T s) noexcept {
+    l = s;
+  }
 };
 
 // The fold of p[0 .. n-1], in four interleaved lanes combined at the end:
@@ -242,6 +257,15 @@ void walk_by_tiles(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end
   });
 }
 
+// Applies Update to the entries of a vector from p, lane by lane.
+template <class Update, class V>
+[[gnu::always_inline]] inline void update_vector_at(double* p, const V& s) noexcept {
+  V x;
+  std::memcpy(&x, p, sizeof x);
+  Update::apply(x, s);
+  std::memcpy(p, &x, sizeof x);
+}
+
 // Updates `rows` runs of `c` large entries (C when it is not 0): entry k of
 // run r is p[r * c + k], its small entry q[r * row_ss + k * ss].  The large
 // and small tables never overlap.
@@ -268,6 +292,20 @@ template <class Update, std::uint64_t C>
         for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k]);
       return;
     }
+  }
+  if constexpr (C == 2 && Update::kVectors) {
+    // Runs of two: two runs in one vector step of four entries, the small
+    // entries loaded once where they repeat from run to run.
+    std::uint64_t r = 0;
+    if (row_ss == 0) {
+      const V4 v = {q[0], q[ss], q[0], q[ss]};
+      for (; r + 2 <= rows; r += 2, p += 4) update_vector_at<Update>(p, v);
+    } else {
+      for (; r + 2 <= rows; r += 2, p += 4, q += 2 * row_ss)
+        update_vector_at<Update>(p, V4{q[0], q[ss], q[row_ss], q[row_ss + ss]});
+    }
+    if (r < rows) update_vector_at<Update>(p, V2{q[0], q[ss]});
+    return;
   }
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
