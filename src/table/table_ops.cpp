@@ -548,6 +548,11 @@ void fold_plan(const IndexPlan& plan, const double* large, double* small, const 
   fold_walk<Fold>(plan, large, small, static_cast<std::size_t>(-1), 0, 0);
 }
 
+// Turns of the two innermost axes shorter than this are walked by tiles
+// (measured against tiles of any length: 0.4% fewer instructions on munin2,
+// 0.8% on barley).
+constexpr std::uint64_t kTiledTurnsBelow = 64;
+
 // Applies Update to every large entry over [begin, end) with its small entry.
 template <class Update>
 void update_walk(const IndexPlan& plan, double* large, const double* small, std::uint64_t begin,
@@ -559,8 +564,17 @@ void update_walk(const IndexPlan& plan, double* large, const double* small, std:
   const auto axes = plan.axes();
   const std::size_t a = axes.size();
   const std::uint64_t ss = axes[a - 1].small_stride;
-  const std::uint64_t row_ss = a >= 2 ? axes[a - 2].small_stride : 0;
-  const std::uint64_t tile_ss = a >= 3 ? axes[a - 3].small_stride : 0;
+  if (a < 3 || axes[a - 1].count * axes[a - 2].count >= kTiledTurnsBelow) {
+    // Long turns of the two innermost axes gain nothing from tiles: the
+    // row loop's own setup per turn outweighs the odometer step it saves.
+    walk_by_rows(plan, begin, end,
+                 [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
+                   update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss,
+                                                                row_ss);
+                 });
+    return;
+  }
+  const std::uint64_t row_ss = axes[a - 2].small_stride, tile_ss = axes[a - 3].small_stride;
   walk_by_tiles(plan, begin, end, [&](auto l, auto s, auto tiles, auto rows, auto n, auto length) {
     update_tiles<Update, decltype(length)::value>(large + l, small + s, tiles, rows, n, ss, row_ss,
                                                   tile_ss);
