@@ -183,8 +183,7 @@ void walk_by_rows(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end,
 // their own.  The odometer turns once per tile of tiles, and each call of
 // the kernel covers many short runs instead of one row of them.
 template <class Kernel>
-void walk_by_tiles(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end,
-                   Kernel&& kernel) {
+void walk_by_tiles(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end, Kernel&& kernel) {
   if (begin >= end) return;
   const auto axes = plan.axes();
   const std::size_t a = axes.size();
@@ -324,12 +323,9 @@ template <class Update, std::uint64_t C>
 // update_rows_body over `tiles` tiles of `rows` runs, the small start moving
 // by tile_ss per tile.
 template <class Update, std::uint64_t C>
-[[gnu::always_inline]] inline void update_tiles_body(double* __restrict p,
-                                                     const double* __restrict q,
-                                                     std::uint64_t tiles, std::uint64_t rows,
-                                                     std::uint64_t c, std::uint64_t ss,
-                                                     std::uint64_t row_ss,
-                                                     std::uint64_t tile_ss) noexcept {
+[[gnu::always_inline]] inline void update_tiles_body(
+    double* __restrict p, const double* __restrict q, std::uint64_t tiles, std::uint64_t rows,
+    std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
   const std::uint64_t step = rows * (C != 0 ? C : c);
   for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss)
     update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
@@ -548,9 +544,10 @@ void fold_plan(const IndexPlan& plan, const double* large, double* small, const 
   fold_walk<Fold>(plan, large, small, static_cast<std::size_t>(-1), 0, 0);
 }
 
-// Turns of the two innermost axes shorter than this are walked by tiles
-// (instructions of munin2 and barley against thresholds of 32, 64, 128 and
-// 2048: 2.0 to 0 and 1.6 to 0% fewer).
+// Turns of the two innermost axes shorter than this are walked by tiles.
+// Against thresholds of 32, 64, 128 and 2048 (about every turn), munin2
+// took 1.7, 0.8, 0.0 and 0.2% fewer instructions, barley 1.6, 0.9, 0.3 and
+// 0.0% fewer.
 constexpr std::uint64_t kTiledTurnsBelow = 256;
 
 // Applies Update to every large entry over [begin, end) with its small entry.
@@ -567,11 +564,10 @@ void update_walk(const IndexPlan& plan, double* large, const double* small, std:
   if (a < 3 || axes[a - 1].count * axes[a - 2].count >= kTiledTurnsBelow) {
     // Long turns of the two innermost axes gain nothing from tiles: the
     // row loop's own setup per turn outweighs the odometer step it saves.
-    walk_by_rows(plan, begin, end,
-                 [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
-                   update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss,
-                                                                row_ss);
-                 });
+    walk_by_rows(
+        plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
+          update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
+        });
     return;
   }
   const std::uint64_t row_ss = axes[a - 2].small_stride, tile_ss = axes[a - 3].small_stride;
