@@ -62,18 +62,32 @@ struct MaxFold {
   static double fold(double a, double b) noexcept { return b > a ? b : a; }
 };
 
-// Entry updates of the large table by the matching small entry.
+// Vectors of 4 and 2 doubles: each lane is multiplied as a double is.
+using V4 = double __attribute__((vector_size(32)));
+using V2 = double __attribute__((vector_size(16)));
+
+// Entry updates of the large table by the matching small entry; those with
+// kVectors apply to vectors of entries lane by lane as well.
 struct MultiplyUpdate {
-  static void apply(double& l, double s) noexcept { l *= s; }
+  static constexpr bool kVectors = true;
+  template <class T>
+  static void apply(T& l, T s) noexcept {
+    l *= s;
+  }
 };
 // Dividing by 1 instead of skipping keeps the loop free of branches (x / 1
 // is exactly x), so it vectorizes.
 inline double divisor(double s) noexcept { return s > 0.0 ? s : 1.0; }
 struct DivideUpdate {
+  static constexpr bool kVectors = false;
   static void apply(double& l, double s) noexcept { l /= divisor(s); }
 };
 struct CopyUpdate {
-  static void apply(double& l, double s) noexcept { l = s; }
+  static constexpr bool kVectors = true;
+  template <class T>
+  static void apply(T& l, T s) noexcept {
+    l = s;
+  }
 };
 
 // The fold of p[0 .. n-1], in four interleaved lanes combined at the end:
@@ -163,6 +177,98 @@ void walk_by_rows(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end,
   });
 }
 
+// Walks large entries [begin, end) of a plan by tiles of whole rows (the
+// three innermost axes): kernel(l, s, tiles, rows, n, length) covers `tiles`
+// tiles of `rows` runs of n entries from large entry l and small entry s,
+// run r of tile t at large l + (t * rows + r) * n and small s + t * tile_ss
+// + r * row_ss (the plan's strides of the third and second innermost axes);
+// `length` is n as a constant for the common short runs (0 otherwise).
+// Pieces of runs and of tiles at either end of the range come as calls of
+// their own.  The odometer turns once per tile of tiles, and each call of
+// the kernel covers many short runs instead of one row of them.
+template <class Kernel>
+void walk_by_tiles(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end, Kernel&& kernel) {
+  if (begin >= end) return;
+  const auto axes = plan.axes();
+  const std::size_t a = axes.size();
+  const std::uint64_t c = axes[a - 1].count, ss = axes[a - 1].small_stride;
+  const std::uint64_t rows = a >= 2 ? axes[a - 2].count : 1;
+  const std::uint64_t row_ss = a >= 2 ? axes[a - 2].small_stride : 0;
+  const std::uint64_t tiles = a >= 3 ? axes[a - 3].count : 1;
+  const std::uint64_t tile_ss = a >= 3 ? axes[a - 3].small_stride : 0;
+  const std::uint64_t tile = c * rows, span = tile * tiles;
+  const std::size_t outer = a >= 3 ? a - 3 : 0;
+  // Only the start of the range is decoded by division.
+  std::uint64_t counter[kMaxPlanAxes];
+  std::uint64_t base = 0;
+  std::uint64_t rest = begin / span;
+  std::uint64_t off = begin - rest * span;
+  for (std::size_t i = outer; i-- > 0;) {
+    counter[i] = rest % axes[i].count;
+    rest /= axes[i].count;
+    base += counter[i] * axes[i].small_stride;
+  }
+  std::uint64_t l = begin, remaining = end - begin;
+  with_run_length(c, [&](auto length) {
+    const std::integral_constant<std::uint64_t, 0> any;
+    for (;;) {
+      std::uint64_t len = std::min(span - off, remaining);
+      remaining -= len;
+      std::uint64_t t = 0, r = 0, e = 0;
+      if (off != 0) {
+        t = off / tile;
+        r = (off - t * tile) / c;
+        e = off - t * tile - r * c;
+      }
+      auto go = [&](std::uint64_t n, std::uint64_t m, std::uint64_t entries, auto constant) {
+        kernel(l, base + t * tile_ss + r * row_ss + e * ss, n, m, entries, constant);
+        l += n * m * entries;
+        len -= n * m * entries;
+      };
+      if (e != 0) {
+        // The end of a run.
+        go(1, 1, std::min(c - e, len), any);
+        e = 0;
+        if (++r == rows) r = 0, ++t;
+      }
+      if (r != 0 && len >= c) {
+        // The last runs of a tile.
+        const std::uint64_t m = std::min(rows - r, len / c);
+        go(1, m, c, length);
+        if ((r += m) == rows) r = 0, ++t;
+      }
+      if (const std::uint64_t n = len / tile; n > 0) {
+        go(n, rows, c, length);
+        t += n;
+      }
+      if (const std::uint64_t m = len / c; m > 0) {
+        go(1, m, c, length);
+        r += m;
+      }
+      if (len > 0) go(1, 1, len, any);
+      if (remaining == 0) return;
+      off = 0;
+      for (std::size_t i = outer; i-- > 0;) {
+        if (++counter[i] < axes[i].count) {
+          base += axes[i].small_stride;
+          break;
+        }
+        counter[i] = 0;
+        base -= axes[i].small_back;
+      }
+    }
+  });
+}
+
+// Applies Update to the entries of a vector from p, lane by lane.
+template <class Update, class V>
+[[gnu::always_inline]] inline void update_vector_at(double* p, const V& s) noexcept {
+  V x;
+  std::memcpy(&x, p, sizeof x);
+  Update::apply(x, s);
+  std::memcpy(p, &x, sizeof x);
+}
+
 // Updates `rows` runs of `c` large entries (C when it is not 0): entry k of
 // run r is p[r * c + k], its small entry q[r * row_ss + k * ss].  The large
 // and small tables never overlap.
@@ -190,6 +296,20 @@ template <class Update, std::uint64_t C>
       return;
     }
   }
+  if constexpr (C == 2 && Update::kVectors) {
+    // Runs of two: two runs in one vector step of four entries, the small
+    // entries loaded once where they repeat from run to run.
+    std::uint64_t r = 0;
+    if (row_ss == 0) {
+      const V4 v = {q[0], q[ss], q[0], q[ss]};
+      for (; r + 2 <= rows; r += 2, p += 4) update_vector_at<Update>(p, v);
+    } else {
+      for (; r + 2 <= rows; r += 2, p += 4, q += 2 * row_ss)
+        update_vector_at<Update>(p, V4{q[0], q[ss], q[row_ss], q[row_ss + ss]});
+    }
+    if (r < rows) update_vector_at<Update>(p, V2{q[0], q[ss]});
+    return;
+  }
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
       const double v = *q;
@@ -202,6 +322,17 @@ template <class Update, std::uint64_t C>
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss)
       for (std::uint64_t k = 0; k < n; ++k) Update::apply(p[k], q[k * ss]);
   }
+}
+
+// update_rows_body over `tiles` tiles of `rows` runs, the small start moving
+// by tile_ss per tile.
+template <class Update, std::uint64_t C>
+[[gnu::always_inline]] inline void update_tiles_body(
+    double* __restrict p, const double* __restrict q, std::uint64_t tiles, std::uint64_t rows,
+    std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
+  const std::uint64_t step = rows * (C != 0 ? C : c);
+  for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss)
+    update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
 }
 
 // Folds `rows` runs of `c` large entries as update_rows walks them: a run
@@ -245,6 +376,13 @@ template <class Update, std::uint64_t C>
                                               std::uint64_t row_ss) noexcept {
   update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
 }
+template <class Update, std::uint64_t C>
+[[gnu::target("avx2")]] void update_tiles_wide(double* p, const double* q, std::uint64_t tiles,
+                                               std::uint64_t rows, std::uint64_t c,
+                                               std::uint64_t ss, std::uint64_t row_ss,
+                                               std::uint64_t tile_ss) noexcept {
+  update_tiles_body<Update, C>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
+}
 template <class Fold, std::uint64_t C>
 [[gnu::target("avx2")]] void fold_rows_wide(const double* p, double* q, std::uint64_t rows,
                                             std::uint64_t c, std::uint64_t ss,
@@ -275,6 +413,16 @@ void update_rows(double* p, const double* q, std::uint64_t rows, std::uint64_t c
   if (wide_rows()) return update_rows_wide<Update, C>(p, q, rows, c, ss, row_ss);
 #endif
   update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
+}
+
+template <class Update, std::uint64_t C>
+void update_tiles(double* p, const double* q, std::uint64_t tiles, std::uint64_t rows,
+                  std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss,
+                  std::uint64_t tile_ss) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return update_tiles_wide<Update, C>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
+#endif
+  update_tiles_body<Update, C>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
 }
 
 template <class Fold, std::uint64_t C>
@@ -455,15 +603,34 @@ void update_mapped(double* large, const double* small, const std::uint16_t* m, s
   update_mapped_body<Update>(large, small, m, begin, end);
 }
 
+// Turns of the two innermost axes shorter than this are walked by tiles.
+// Against thresholds of 32, 64, 128 and 2048 (about every turn), munin2
+// took 1.7, 0.8, 0.0 and 0.2% fewer instructions, barley 1.6, 0.9, 0.3 and
+// 0.0% fewer.
+constexpr std::uint64_t kTiledTurnsBelow = 256;
+
 // Applies Update to every large entry over [begin, end) with its small entry.
 template <class Update>
 void update_walk(const IndexPlan& plan, double* large, const double* small, std::uint64_t begin,
                  std::uint64_t end) {
   if (const std::uint16_t* m = plan.map())
     return update_mapped<Update>(large, small, m, begin, end);
-  const std::uint64_t ss = plan.inner_small_stride();
-  walk_by_rows(plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
-    update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
+  const auto axes = plan.axes();
+  const std::size_t a = axes.size();
+  const std::uint64_t ss = axes[a - 1].small_stride;
+  if (a < 3 || axes[a - 1].count * axes[a - 2].count >= kTiledTurnsBelow) {
+    // Long turns of the two innermost axes gain nothing from tiles: the
+    // row loop's own setup per turn outweighs the odometer step it saves.
+    walk_by_rows(
+        plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
+          update_rows<Update, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
+        });
+    return;
+  }
+  const std::uint64_t row_ss = axes[a - 2].small_stride, tile_ss = axes[a - 3].small_stride;
+  walk_by_tiles(plan, begin, end, [&](auto l, auto s, auto tiles, auto rows, auto n, auto length) {
+    update_tiles<Update, decltype(length)::value>(large + l, small + s, tiles, rows, n, ss, row_ss,
+                                                  tile_ss);
   });
 }
 

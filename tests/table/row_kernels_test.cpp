@@ -7,6 +7,7 @@
 
 #include "table/factor_walk.h"
 #include "table/index_plan.h"
+#include "table/sweep.h"
 #include "table/table_ops.h"
 
 namespace kelva {
@@ -103,9 +104,6 @@ TEST(RowKernels, JointWalkGivesTheBitsOfOnePassPerFactor) {
       for (double& x : small[j]) x = value(rng);
       factors.push_back({&plans[j], small[j].data()});
     }
-    JointPlan joint;
-    if (!make_joint_plan(factors, joint)) continue;
-    ++walked;
     const std::uint64_t n = plans[0].large_size(), begin = rng() % n,
                         end = begin + 1 + rng() % (n - begin);
     const bool rebuild = trial % 4 < 2;
@@ -120,6 +118,17 @@ TEST(RowKernels, JointWalkGivesTheBitsOfOnePassPerFactor) {
               rebuild && j == 0 ? small[j][s + t * ss] : expected[l + t] * small[j][s + t * ss];
       });
     }
+    // The passes of a sweep, one factor at a time (tiles of rows of runs).
+    for (bool wide : {true, false}) {
+      set_wide_rows(wide);
+      std::vector<double> got = large;
+      for (std::size_t j = 0; j < k; ++j)
+        sweep_range(got.data(), rebuild && j == 0, {&factors[j], 1}, {}, begin, end, Reduce::sum);
+      EXPECT_TRUE(got == expected) << "trial " << trial << " passes, wide " << wide;
+    }
+    JointPlan joint;
+    if (!make_joint_plan(factors, joint)) continue;
+    ++walked;
     for (bool wide : {true, false}) {
       set_wide_rows(wide);
       std::vector<double> got = large;
