@@ -38,8 +38,8 @@ template <class Fold, class V>
 // exact: a sum's lane starts as 0 + x, never -0, and max(a, -inf) is a.
 template <class Fold, std::uint64_t C>
 [[gnu::always_inline]] inline V2 fold_run_pair(const double* p) noexcept {
-  constexpr double id = Fold::identity();
-  const V4 ids = {id, id, id, id};
+  constexpr double kId = Fold::identity();
+  const V4 ids = {kId, kId, kId, kId};
   V4 a = fold_lanes<Fold>(ids, *reinterpret_cast<const V4u*>(p));
   V4 b = fold_lanes<Fold>(ids, *reinterpret_cast<const V4u*>(p + C));
   for (std::uint64_t k = 4; k + 4 <= C; k += 4) {
@@ -51,7 +51,7 @@ template <class Fold, std::uint64_t C>
   V4 lo = __builtin_shufflevector(a, b, 0, 4, 2, 6);
   const V4 hi = __builtin_shufflevector(a, b, 1, 5, 3, 7);
   for (std::uint64_t k = C / 4 * 4; k < C; ++k)
-    lo = fold_lanes<Fold>(lo, V4{p[k], p[C + k], id, id});
+    lo = fold_lanes<Fold>(lo, V4{p[k], p[C + k], kId, kId});
   const V4 pairs = fold_lanes<Fold>(lo, hi);
   return fold_lanes<Fold>(__builtin_shufflevector(pairs, pairs, 0, 1),
                           __builtin_shufflevector(pairs, pairs, 2, 3));
