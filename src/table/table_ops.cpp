@@ -10,6 +10,7 @@
 #include "network/domain.h"
 #include "platform/worker_pool.h"
 #include "table/factor_walk.h"
+#include "table/fold_walk.h"
 #include "table/sweep.h"
 #include "table/table.h"
 
@@ -52,16 +53,6 @@ void run_pieces(std::uint64_t pieces, std::uint64_t threads, Body& body) {
   platform::WorkerPool::shared().run(pieces, std::min(threads, pieces), task);
 }
 
-// Fold operations of marginalization.
-struct SumFold {
-  static constexpr double identity() noexcept { return 0.0; }
-  static double fold(double a, double b) noexcept { return a + b; }
-};
-struct MaxFold {
-  static constexpr double identity() noexcept { return -HUGE_VAL; }
-  static double fold(double a, double b) noexcept { return b > a ? b : a; }
-};
-
 // Vectors of 4 and 2 doubles: each lane is multiplied as a double is.
 using V4 = double __attribute__((vector_size(32)));
 using V2 = double __attribute__((vector_size(16)));
@@ -89,34 +80,6 @@ struct CopyUpdate {
     l = s;
   }
 };
-
-// The fold of p[0 .. n-1], in four interleaved lanes combined at the end:
-// the additions of a long run then overlap instead of waiting on each other.
-// The grouping depends on n only, so results do not depend on threads.
-template <class Fold>
-[[gnu::always_inline]] inline double fold_run(const double* p, std::uint64_t n) noexcept {
-  double a0 = Fold::identity(), a1 = a0, a2 = a0, a3 = a0;
-  std::uint64_t k = 0;
-  // Two steps of every lane per turn: half the loop's own instructions.
-  for (; k + 8 <= n; k += 8) {
-    a0 = Fold::fold(a0, p[k]);
-    a1 = Fold::fold(a1, p[k + 1]);
-    a2 = Fold::fold(a2, p[k + 2]);
-    a3 = Fold::fold(a3, p[k + 3]);
-    a0 = Fold::fold(a0, p[k + 4]);
-    a1 = Fold::fold(a1, p[k + 5]);
-    a2 = Fold::fold(a2, p[k + 6]);
-    a3 = Fold::fold(a3, p[k + 7]);
-  }
-  for (; k + 4 <= n; k += 4) {
-    a0 = Fold::fold(a0, p[k]);
-    a1 = Fold::fold(a1, p[k + 1]);
-    a2 = Fold::fold(a2, p[k + 2]);
-    a3 = Fold::fold(a3, p[k + 3]);
-  }
-  for (; k < n; ++k) a0 = Fold::fold(a0, p[k]);
-  return Fold::fold(Fold::fold(a0, a1), Fold::fold(a2, a3));
-}
 
 // Calls f(std::integral_constant<std::uint64_t, c>) for the common short run
 // lengths (2 to 15), so that their loops are unrolled and vectorised at that length,
@@ -483,17 +446,15 @@ void fold_mapped(const IndexPlan& plan, const double* large, double* small, std:
   }
 }
 
-// Folds large entries [begin, end) into the small table, run by run: a
-// range that starts and ends on inner-run boundaries folds each run exactly
-// as a whole walk would.
+// Folds large entries [begin, end) into the small table, run by run (by
+// tiles of runs where the plan keeps no map): a range that starts and ends
+// on inner-run boundaries folds each run exactly as a whole walk would.
 template <class Fold>
 void fold_range(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                 std::uint64_t end) {
   if (plan.map() != nullptr) return fold_mapped<Fold>(plan, large, small, begin, end);
-  const std::uint64_t ss = plan.inner_small_stride();
-  walk_by_rows(plan, begin, end, [&](auto l, auto s, auto rows, auto n, auto row_ss, auto length) {
-    fold_rows<Fold, decltype(length)::value>(large + l, small + s, rows, n, ss, row_ss);
-  });
+  if constexpr (std::is_same_v<Fold, SumFold>) fold_tiles_sum(plan, large, small, begin, end);
+  else fold_tiles_max(plan, large, small, begin, end);
 }
 
 // Folds the whole large table, or (on a thread) the slice of it whose values

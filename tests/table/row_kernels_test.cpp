@@ -140,5 +140,63 @@ TEST(RowKernels, JointWalkGivesTheBitsOfOnePassPerFactor) {
   EXPECT_GT(walked, 100);
 }
 
+// A sweep's folds over ranges of whole runs, on tables of short axes (the
+// tile loops of runs, rows and tiles, entered anywhere in a tile), add to
+// each small entry in the plain walk's order, bit for bit.
+TEST(RowKernels, FoldsOverRangesKeepThePlainOrder) {
+  std::mt19937 rng(1126);
+  std::uniform_real_distribution<double> value(0.01, 1.0);
+  for (int trial = 0; trial < 200; ++trial) {
+    std::vector<std::size_t> counts(3 + rng() % 4);
+    for (std::size_t& c : counts) c = 2 + rng() % 6;
+    if (trial % 4 == 0) counts.back() = 16 + rng() % 20;
+    counts[0] *= IndexPlan::kMapMaxLarge / IndexPlan(counts, {}).large_size() + 1;
+    std::vector<IndexPlan> plans;
+    for (int j = 0; j < 3; ++j) {
+      std::vector<std::size_t> axes;
+      for (std::size_t i = 0; i < counts.size(); ++i)
+        if (rng() % 2 == 0) axes.push_back(i);
+      if (rng() % 3 == 0) std::shuffle(axes.begin(), axes.end(), rng);
+      plans.emplace_back(counts, axes);
+    }
+    const std::uint64_t n = plans[0].large_size();
+    std::vector<double> large(n);
+    for (double& x : large) x = value(rng);
+    const bool max = trial % 2 == 1;
+    std::vector<std::vector<double>> got(3), expected(3);
+    std::vector<SweepFold> folds;
+    for (int j = 0; j < 3; ++j) {
+      got[j].resize(plans[j].small_size());
+      for (double& x : got[j]) x = value(rng);
+      expected[j] = got[j];
+      folds.push_back({&plans[j], got[j].data()});
+    }
+    const std::uint64_t run = folded_run(folds), runs = n / run;
+    const std::uint64_t begin = rng() % runs * run,
+                        end = begin + (1 + rng() % (runs - begin / run)) * run;
+    for (int j = 0; j < 3; ++j) {
+      const std::uint64_t ss = plans[j].inner_small_stride();
+      if (plans[j].small_size() == 1) continue;
+      plans[j].walk(begin, end, [&](std::uint64_t l, std::uint64_t s, std::uint64_t len) {
+        double* q = expected[j].data();
+        if (ss == 0)
+          q[s] = max ? std::max(q[s], lanes(&large[l], len, true))
+                     : q[s] + lanes(&large[l], len, false);
+        for (std::uint64_t k = 0; ss != 0 && k < len; ++k)
+          q[s + k * ss] =
+              max ? std::max(q[s + k * ss], large[l + k]) : q[s + k * ss] + large[l + k];
+      });
+    }
+    for (bool wide : {true, false}) {
+      set_wide_rows(wide);
+      std::vector<std::vector<double>> start = got;
+      sweep_range(large.data(), false, {}, folds, begin, end, max ? Reduce::max : Reduce::sum);
+      EXPECT_TRUE(got == expected) << "trial " << trial << " wide " << wide;
+      for (int j = 0; j < 3; ++j) std::copy(start[j].begin(), start[j].end(), got[j].begin());
+    }
+  }
+  set_wide_rows(true);
+}
+
 }  // namespace
 }  // namespace kelva

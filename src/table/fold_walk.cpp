@@ -1,0 +1,237 @@
+#include "table/fold_walk.h"
+
+#include <algorithm>
+#include <array>
+#include <type_traits>
+#include <utility>
+
+#include "table/factor_walk.h"
+
+namespace kelva {
+
+namespace {
+
+// How the small entry moves along a run: constant, contiguous, strided.
+enum class RunStep { constant, contiguous, strided };
+
+// Vectors of 4 and 2 doubles: each lane is added (or compared) as a double
+// is.  The unaligned form loads them from tables of doubles.
+using V4 = double __attribute__((vector_size(32)));
+using V2 = double __attribute__((vector_size(16)));
+using V4u = double __attribute__((vector_size(32), aligned(8), may_alias));
+
+// The helpers below take and return vectors but are always inlined, so
+// no call passes one: GCC's note on the ABI of such calls does not apply.
+#if !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wpsabi"
+#endif
+template <class Fold, class V>
+[[gnu::always_inline]] inline V fold_lanes(V a, V b) noexcept {
+  if constexpr (std::is_same_v<Fold, SumFold>) return a + b;
+  else return b > a ? b : a;
+}
+
+// The folds of the two runs of C entries (4 to 15) at p and p + C, each
+// grouped as fold_run groups it: the run's blocks of four go into four
+// lanes in order, the rest into the first lane, then (a0 + a1) + (a2 + a3).
+// The two runs share each vector step.  Adding the identity to a lane is
+// exact: a sum's lane starts as 0 + x, never -0, and max(a, -inf) is a.
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline V2 fold_run_pair(const double* p) noexcept {
+  constexpr double kId = Fold::identity();
+  const V4 ids = {kId, kId, kId, kId};
+  V4 a = fold_lanes<Fold>(ids, *reinterpret_cast<const V4u*>(p));
+  V4 b = fold_lanes<Fold>(ids, *reinterpret_cast<const V4u*>(p + C));
+  for (std::uint64_t k = 4; k + 4 <= C; k += 4) {
+    a = fold_lanes<Fold>(a, *reinterpret_cast<const V4u*>(p + k));
+    b = fold_lanes<Fold>(b, *reinterpret_cast<const V4u*>(p + C + k));
+  }
+  // Lanes (a0, b0, a2, b2) and (a1, b1, a3, b3); the rest of each run goes
+  // into its first lane.
+  V4 lo = __builtin_shufflevector(a, b, 0, 4, 2, 6);
+  const V4 hi = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+  for (std::uint64_t k = C / 4 * 4; k < C; ++k)
+    lo = fold_lanes<Fold>(lo, V4{p[k], p[C + k], kId, kId});
+  const V4 pairs = fold_lanes<Fold>(lo, hi);
+  return fold_lanes<Fold>(__builtin_shufflevector(pairs, pairs, 0, 1),
+                          __builtin_shufflevector(pairs, pairs, 2, 3));
+}
+
+// `tiles` tiles of `rows` runs of n entries (C when it is not 0) from p:
+// run r of tile t starts at small entry q + t * tile_ss + r * row_ss and
+// steps it by ss per entry (S says how).
+template <class Fold, std::uint64_t C, RunStep S>
+[[gnu::always_inline]] inline void fold_tiles_body(const double* __restrict p, double* __restrict q,
+                                                   std::uint64_t tiles, std::uint64_t rows,
+                                                   std::uint64_t c, std::uint64_t ss,
+                                                   std::uint64_t row_ss,
+                                                   std::uint64_t tile_ss) noexcept {
+  const std::uint64_t n = C != 0 ? C : c;
+  for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss) {
+    double* s = q;
+    for (std::uint64_t r = 0; r < rows; ++r, p += n, s += row_ss) {
+      if constexpr (S == RunStep::constant && C >= 4) {
+        if (r + 2 <= rows) {
+          // Two runs at a time.
+          const V2 x = fold_run_pair<Fold, C>(p);
+          s[0] = Fold::fold(s[0], x[0]);
+          s[row_ss] = Fold::fold(s[row_ss], x[1]);
+          p += C, s += row_ss, ++r;
+        } else {
+          *s = Fold::fold(*s, fold_run<Fold>(p, n));
+        }
+      } else if constexpr (S == RunStep::constant) {
+        *s = Fold::fold(*s, fold_run<Fold>(p, n));
+      } else if constexpr (S == RunStep::contiguous && C == 0) {
+#pragma GCC unroll 4
+        for (std::uint64_t k = 0; k < n; ++k) s[k] = Fold::fold(s[k], p[k]);
+      } else if constexpr (S == RunStep::contiguous) {
+        for (std::uint64_t k = 0; k < n; ++k) s[k] = Fold::fold(s[k], p[k]);
+      } else {
+        for (std::uint64_t k = 0; k < n; ++k) s[k * ss] = Fold::fold(s[k * ss], p[k]);
+      }
+    }
+  }
+}
+
+using FoldTiles = void (*)(const double*, double*, std::uint64_t, std::uint64_t, std::uint64_t,
+                           std::uint64_t, std::uint64_t, std::uint64_t) noexcept;
+
+template <class Fold, std::uint64_t C, RunStep S>
+void fold_tiles_narrow(const double* p, double* q, std::uint64_t tiles, std::uint64_t rows,
+                       std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss,
+                       std::uint64_t tile_ss) noexcept {
+  fold_tiles_body<Fold, C, S>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
+}
+
+#if defined(__x86_64__) && defined(__GNUC__)
+#define KELVA_WIDE_FOLDS 1
+// As the row loops of table_ops.cpp: AVX2 without fused multiply-add, so
+// every sum is rounded as in the baseline loop.
+template <class Fold, std::uint64_t C, RunStep S>
+[[gnu::target("avx2")]] void fold_tiles_wide(const double* p, double* q, std::uint64_t tiles,
+                                             std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
+                                             std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
+  fold_tiles_body<Fold, C, S>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
+}
+#endif
+
+// The loops for runs of lengths 0 (any) and 2 to 15, with the small entry
+// stepping as S says.
+template <class Fold, RunStep S, bool Wide, std::size_t... C>
+constexpr std::array<FoldTiles, 16> fold_table(std::index_sequence<C...>) noexcept {
+#ifdef KELVA_WIDE_FOLDS
+  if constexpr (Wide) return {fold_tiles_wide < Fold, C < 2 ? 0 : C, S > ...};
+#endif
+  return {fold_tiles_narrow < Fold, C < 2 ? 0 : C, S > ...};
+}
+
+template <class Fold>
+FoldTiles fold_tiles_for(std::uint64_t c, RunStep step, bool wide) noexcept {
+  using Lengths = std::make_index_sequence<16>;
+  static constexpr std::array<std::array<FoldTiles, 16>, 6> kTables = {
+      fold_table<Fold, RunStep::constant, false>(Lengths{}),
+      fold_table<Fold, RunStep::contiguous, false>(Lengths{}),
+      fold_table<Fold, RunStep::strided, false>(Lengths{}),
+      fold_table<Fold, RunStep::constant, true>(Lengths{}),
+      fold_table<Fold, RunStep::contiguous, true>(Lengths{}),
+      fold_table<Fold, RunStep::strided, true>(Lengths{})};
+  return kTables[(wide ? 3 : 0) + static_cast<std::size_t>(step)][c < 16 ? c : 0];
+}
+
+template <class Fold>
+void fold_tiles(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                std::uint64_t end) noexcept {
+  if (begin >= end) return;
+  const auto axes = plan.axes();
+  const std::size_t a = axes.size();
+  // Three levels in the loops: runs of c entries, rows of them, tiles of
+  // rows; the odometer turns the axes outside them.
+  const std::uint64_t c = axes[a - 1].count, ss = axes[a - 1].small_stride;
+  const std::uint64_t rows = a >= 2 ? axes[a - 2].count : 1;
+  const std::uint64_t row_ss = a >= 2 ? axes[a - 2].small_stride : 0;
+  const std::uint64_t tiles = a >= 3 ? axes[a - 3].count : 1;
+  const std::uint64_t tile_ss = a >= 3 ? axes[a - 3].small_stride : 0;
+  const std::uint64_t tile = c * rows, span = tile * tiles;
+  const std::size_t outer = a >= 3 ? a - 3 : 0;
+  const RunStep step = ss == 0   ? RunStep::constant
+                       : ss == 1 ? RunStep::contiguous
+                                 : RunStep::strided;
+  const bool wide = wide_rows();
+  const FoldTiles whole = fold_tiles_for<Fold>(c, step, wide);
+  const FoldTiles part = fold_tiles_for<Fold>(0, step, wide);
+
+  // Only the start of the range is decoded by division.
+  std::uint64_t counter[kMaxPlanAxes];
+  std::uint64_t base = 0;
+  std::uint64_t rest = begin / span;
+  std::uint64_t off = begin - rest * span;
+  for (std::size_t i = outer; i-- > 0;) {
+    counter[i] = rest % axes[i].count;
+    rest /= axes[i].count;
+    base += counter[i] * axes[i].small_stride;
+  }
+  std::uint64_t l = begin, remaining = end - begin;
+  for (;;) {
+    std::uint64_t len = std::min(span - off, remaining);
+    remaining -= len;
+    std::uint64_t t = 0, r = 0, e = 0;
+    if (off != 0) {
+      t = off / tile;
+      r = (off - t * tile) / c;
+      e = off - t * tile - r * c;
+    }
+    // Calls `loop` on `n` tiles of `m` runs of `entries` entries from (t, r, e).
+    auto go = [&](FoldTiles loop, std::uint64_t n, std::uint64_t m, std::uint64_t entries) {
+      loop(large + l, small + base + t * tile_ss + r * row_ss + e * ss, n, m, entries, ss, row_ss,
+           tile_ss);
+      l += n * m * entries;
+      len -= n * m * entries;
+    };
+    if (e != 0) {
+      // The end of a run.
+      go(part, 1, 1, std::min(c - e, len));
+      e = 0;
+      if (++r == rows) r = 0, ++t;
+    }
+    if (r != 0 && len >= c) {
+      // The last runs of a tile.
+      const std::uint64_t m = std::min(rows - r, len / c);
+      go(whole, 1, m, c);
+      if ((r += m) == rows) r = 0, ++t;
+    }
+    if (const std::uint64_t n = len / tile; n > 0) {
+      go(whole, n, rows, c);
+      t += n;
+    }
+    if (const std::uint64_t m = len / c; m > 0) {
+      go(whole, 1, m, c);
+      r += m;
+    }
+    if (len > 0) go(part, 1, 1, len);
+    if (remaining == 0) return;
+    off = 0;
+    for (std::size_t i = outer; i-- > 0;) {
+      if (++counter[i] < axes[i].count) {
+        base += axes[i].small_stride;
+        break;
+      }
+      counter[i] = 0;
+      base -= axes[i].small_back;
+    }
+  }
+}
+
+}  // namespace
+
+void fold_tiles_sum(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                    std::uint64_t end) noexcept {
+  fold_tiles<SumFold>(plan, large, small, begin, end);
+}
+
+void fold_tiles_max(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                    std::uint64_t end) noexcept {
+  fold_tiles<MaxFold>(plan, large, small, begin, end);
+}
+
+}  // namespace kelva
