@@ -143,83 +143,24 @@ template <class Fold>
 void fold_tiles(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                 std::uint64_t end) noexcept {
   if (begin >= end) return;
+  // Three levels in the loops (runs, rows of runs, tiles of rows); the
+  // odometer turns the axes outside them.
   const auto axes = plan.axes();
   const std::size_t a = axes.size();
-  // Three levels in the loops: runs of c entries, rows of them, tiles of
-  // rows; the odometer turns the axes outside them.
   const std::uint64_t c = axes[a - 1].count, ss = axes[a - 1].small_stride;
-  const std::uint64_t rows = a >= 2 ? axes[a - 2].count : 1;
   const std::uint64_t row_ss = a >= 2 ? axes[a - 2].small_stride : 0;
-  const std::uint64_t tiles = a >= 3 ? axes[a - 3].count : 1;
   const std::uint64_t tile_ss = a >= 3 ? axes[a - 3].small_stride : 0;
-  const std::uint64_t tile = c * rows, span = tile * tiles;
-  const std::size_t outer = a >= 3 ? a - 3 : 0;
   const RunStep step = ss == 0   ? RunStep::constant
                        : ss == 1 ? RunStep::contiguous
                                  : RunStep::strided;
   const bool wide = wide_rows();
-  const FoldTiles whole = fold_tiles_for<Fold>(c, step, wide);
-  const FoldTiles part = fold_tiles_for<Fold>(0, step, wide);
+  const FoldTiles whole_runs = fold_tiles_for<Fold>(c, step, wide);
+  const FoldTiles pieces = fold_tiles_for<Fold>(0, step, wide);
 
-  // Only the start of the range is decoded by division.
-  std::uint64_t counter[kMaxPlanAxes];
-  std::uint64_t base = 0;
-  std::uint64_t rest = begin / span;
-  std::uint64_t off = begin - rest * span;
-  for (std::size_t i = outer; i-- > 0;) {
-    counter[i] = rest % axes[i].count;
-    rest /= axes[i].count;
-    base += counter[i] * axes[i].small_stride;
-  }
-  std::uint64_t l = begin, remaining = end - begin;
-  for (;;) {
-    std::uint64_t len = std::min(span - off, remaining);
-    remaining -= len;
-    std::uint64_t t = 0, r = 0, e = 0;
-    if (off != 0) {
-      t = off / tile;
-      r = (off - t * tile) / c;
-      e = off - t * tile - r * c;
-    }
-    // Calls `loop` on `n` tiles of `m` runs of `entries` entries from (t, r, e).
-    auto go = [&](FoldTiles loop, std::uint64_t n, std::uint64_t m, std::uint64_t entries) {
-      loop(large + l, small + base + t * tile_ss + r * row_ss + e * ss, n, m, entries, ss, row_ss,
-           tile_ss);
-      l += n * m * entries;
-      len -= n * m * entries;
-    };
-    if (e != 0) {
-      // The end of a run.
-      go(part, 1, 1, std::min(c - e, len));
-      e = 0;
-      if (++r == rows) r = 0, ++t;
-    }
-    if (r != 0 && len >= c) {
-      // The last runs of a tile.
-      const std::uint64_t m = std::min(rows - r, len / c);
-      go(whole, 1, m, c);
-      if ((r += m) == rows) r = 0, ++t;
-    }
-    if (const std::uint64_t n = len / tile; n > 0) {
-      go(whole, n, rows, c);
-      t += n;
-    }
-    if (const std::uint64_t m = len / c; m > 0) {
-      go(whole, 1, m, c);
-      r += m;
-    }
-    if (len > 0) go(part, 1, 1, len);
-    if (remaining == 0) return;
-    off = 0;
-    for (std::size_t i = outer; i-- > 0;) {
-      if (++counter[i] < axes[i].count) {
-        base += axes[i].small_stride;
-        break;
-      }
-      counter[i] = 0;
-      base -= axes[i].small_back;
-    }
-  }
+  plan.walk_tiles(begin, end, [&](auto l, auto s, auto n, auto m, auto entries, auto whole) {
+    (decltype(whole)::value ? whole_runs : pieces)(large + l, small + s, n, m, entries, ss, row_ss,
+                                                   tile_ss);
+  });
 }
 
 }  // namespace

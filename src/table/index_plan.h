@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <type_traits>
 #include <vector>
 
 namespace kelva {
@@ -62,7 +63,8 @@ class IndexPlan {
   /// kMapMaxTile keep the small index of every large entry: the row walk
   /// then moves the odometer once per few entries, which costs more than the
   /// entries, and a table of indexes is read at the cost of a quarter of an
-  /// entry.  Larger turns are cheaper by rows, but in tiny tables (build_map).
+  /// entry.  Larger turns are cheaper by rows, except in tables of at most
+  /// 128 entries, which always keep a map (build_map).
   static constexpr std::uint64_t kMapMaxLarge = std::uint64_t{1} << 16;
   static constexpr std::uint64_t kMapMaxTile = 32;
   /// The small index of each large entry, or null when the plan keeps none.
@@ -123,6 +125,84 @@ class IndexPlan {
       if (len > 0) row(l, small + whole * row_ss, len);
     };
     visit_axes(outer.data(), n - 1, 0, 0, begin, end, stretch);
+  }
+
+  /// As walk_rows(), three levels at a time: tiles(large_index, small_index,
+  /// count, rows, length, whole) stands for `count` tiles of `rows` runs of
+  /// `length` entries, run r of tile t at large index large_index + (t *
+  /// rows + r) * length and small index small_index + t * (the third
+  /// innermost axis's small stride) + r * row_small_stride().  `whole` is
+  /// std::true_type for whole inner runs, std::false_type for a piece of
+  /// one at either end of the range.  Only the start of the range is decoded
+  /// by division; the odometer turns the axes outside the three once per
+  /// turn of them, so each call covers many short runs.
+  template <class Tiles>
+  void walk_tiles(std::uint64_t begin, std::uint64_t end, Tiles&& tiles) const {
+    if (begin >= end) return;
+    const std::size_t a = axes_.size();
+    const std::uint64_t c = axes_[a - 1].count, ss = axes_[a - 1].small_stride;
+    const std::uint64_t rows = a >= 2 ? axes_[a - 2].count : 1;
+    const std::uint64_t row_ss = a >= 2 ? axes_[a - 2].small_stride : 0;
+    const std::uint64_t count = a >= 3 ? axes_[a - 3].count : 1;
+    const std::uint64_t tile_ss = a >= 3 ? axes_[a - 3].small_stride : 0;
+    const std::uint64_t tile = c * rows, span = tile * count;
+    const std::size_t outer = a >= 3 ? a - 3 : 0;
+    std::uint64_t counter[kMaxPlanAxes];
+    std::uint64_t base = 0;
+    std::uint64_t rest = begin / span;
+    std::uint64_t off = begin - rest * span;
+    for (std::size_t i = outer; i-- > 0;) {
+      counter[i] = rest % axes_[i].count;
+      rest /= axes_[i].count;
+      base += counter[i] * axes_[i].small_stride;
+    }
+    std::uint64_t l = begin, remaining = end - begin;
+    for (;;) {
+      std::uint64_t len = std::min(span - off, remaining);
+      remaining -= len;
+      std::uint64_t t = 0, r = 0, e = 0;
+      if (off != 0) {
+        t = off / tile;
+        r = (off - t * tile) / c;
+        e = off - t * tile - r * c;
+      }
+      auto go = [&](std::uint64_t n, std::uint64_t m, std::uint64_t entries, auto whole) {
+        tiles(l, base + t * tile_ss + r * row_ss + e * ss, n, m, entries, whole);
+        l += n * m * entries;
+        len -= n * m * entries;
+      };
+      if (e != 0) {
+        // The end of a run.
+        go(1, 1, std::min(c - e, len), std::false_type{});
+        e = 0;
+        if (++r == rows) r = 0, ++t;
+      }
+      if (r != 0 && len >= c) {
+        // The last runs of a tile.
+        const std::uint64_t m = std::min(rows - r, len / c);
+        go(1, m, c, std::true_type{});
+        if ((r += m) == rows) r = 0, ++t;
+      }
+      if (const std::uint64_t n = len / tile; n > 0) {
+        go(n, rows, c, std::true_type{});
+        t += n;
+      }
+      if (const std::uint64_t m = len / c; m > 0) {
+        go(1, m, c, std::true_type{});
+        r += m;
+      }
+      if (len > 0) go(1, 1, len, std::false_type{});
+      if (remaining == 0) return;
+      off = 0;
+      for (std::size_t i = outer; i-- > 0;) {
+        if (++counter[i] < axes_[i].count) {
+          base += axes_[i].small_stride;
+          break;
+        }
+        counter[i] = 0;
+        base -= axes_[i].small_back;
+      }
+    }
   }
 
   /// Entries of the inner run.

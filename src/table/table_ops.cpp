@@ -140,89 +140,6 @@ void walk_by_rows(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end,
   });
 }
 
-// Walks large entries [begin, end) of a plan by tiles of whole rows (the
-// three innermost axes): kernel(l, s, tiles, rows, n, length) covers `tiles`
-// tiles of `rows` runs of n entries from large entry l and small entry s,
-// run r of tile t at large l + (t * rows + r) * n and small s + t * tile_ss
-// + r * row_ss (the plan's strides of the third and second innermost axes);
-// `length` is n as a constant for the common short runs (0 otherwise).
-// Pieces of runs and of tiles at either end of the range come as calls of
-// their own.  The odometer turns once per tile of tiles, and each call of
-// the kernel covers many short runs instead of one row of them.
-template <class Kernel>
-void walk_by_tiles(const IndexPlan& plan, std::uint64_t begin, std::uint64_t end, Kernel&& kernel) {
-  if (begin >= end) return;
-  const auto axes = plan.axes();
-  const std::size_t a = axes.size();
-  const std::uint64_t c = axes[a - 1].count, ss = axes[a - 1].small_stride;
-  const std::uint64_t rows = a >= 2 ? axes[a - 2].count : 1;
-  const std::uint64_t row_ss = a >= 2 ? axes[a - 2].small_stride : 0;
-  const std::uint64_t tiles = a >= 3 ? axes[a - 3].count : 1;
-  const std::uint64_t tile_ss = a >= 3 ? axes[a - 3].small_stride : 0;
-  const std::uint64_t tile = c * rows, span = tile * tiles;
-  const std::size_t outer = a >= 3 ? a - 3 : 0;
-  // Only the start of the range is decoded by division.
-  std::uint64_t counter[kMaxPlanAxes];
-  std::uint64_t base = 0;
-  std::uint64_t rest = begin / span;
-  std::uint64_t off = begin - rest * span;
-  for (std::size_t i = outer; i-- > 0;) {
-    counter[i] = rest % axes[i].count;
-    rest /= axes[i].count;
-    base += counter[i] * axes[i].small_stride;
-  }
-  std::uint64_t l = begin, remaining = end - begin;
-  with_run_length(c, [&](auto length) {
-    const std::integral_constant<std::uint64_t, 0> any;
-    for (;;) {
-      std::uint64_t len = std::min(span - off, remaining);
-      remaining -= len;
-      std::uint64_t t = 0, r = 0, e = 0;
-      if (off != 0) {
-        t = off / tile;
-        r = (off - t * tile) / c;
-        e = off - t * tile - r * c;
-      }
-      auto go = [&](std::uint64_t n, std::uint64_t m, std::uint64_t entries, auto constant) {
-        kernel(l, base + t * tile_ss + r * row_ss + e * ss, n, m, entries, constant);
-        l += n * m * entries;
-        len -= n * m * entries;
-      };
-      if (e != 0) {
-        // The end of a run.
-        go(1, 1, std::min(c - e, len), any);
-        e = 0;
-        if (++r == rows) r = 0, ++t;
-      }
-      if (r != 0 && len >= c) {
-        // The last runs of a tile.
-        const std::uint64_t m = std::min(rows - r, len / c);
-        go(1, m, c, length);
-        if ((r += m) == rows) r = 0, ++t;
-      }
-      if (const std::uint64_t n = len / tile; n > 0) {
-        go(n, rows, c, length);
-        t += n;
-      }
-      if (const std::uint64_t m = len / c; m > 0) {
-        go(1, m, c, length);
-        r += m;
-      }
-      if (len > 0) go(1, 1, len, any);
-      if (remaining == 0) return;
-      off = 0;
-      for (std::size_t i = outer; i-- > 0;) {
-        if (++counter[i] < axes[i].count) {
-          base += axes[i].small_stride;
-          break;
-        }
-        counter[i] = 0;
-        base -= axes[i].small_back;
-      }
-    }
-  });
-}
-
 // Applies Update to the entries of a vector from p, lane by lane.
 template <class Update, class V>
 [[gnu::always_inline]] inline void update_vector_at(double* p, const V& s) noexcept {
@@ -589,9 +506,11 @@ void update_walk(const IndexPlan& plan, double* large, const double* small, std:
     return;
   }
   const std::uint64_t row_ss = axes[a - 2].small_stride, tile_ss = axes[a - 3].small_stride;
-  walk_by_tiles(plan, begin, end, [&](auto l, auto s, auto tiles, auto rows, auto n, auto length) {
-    update_tiles<Update, decltype(length)::value>(large + l, small + s, tiles, rows, n, ss, row_ss,
-                                                  tile_ss);
+  with_run_length(axes[a - 1].count, [&](auto length) {
+    plan.walk_tiles(begin, end, [&](auto l, auto s, auto tiles, auto rows, auto n, auto whole) {
+      constexpr std::uint64_t kLength = decltype(whole)::value ? decltype(length)::value : 0;
+      update_tiles<Update, kLength>(large + l, small + s, tiles, rows, n, ss, row_ss, tile_ss);
+    });
   });
 }
 
