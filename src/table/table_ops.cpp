@@ -62,7 +62,7 @@ using V2 = double __attribute__((vector_size(16)));
 struct MultiplyUpdate {
   static constexpr bool kVectors = true;
   template <class T>
-  static void apply(T& l, T s) noexcept {
+  static void apply(T& l, const T& s) noexcept {
     l *= s;
   }
 };
@@ -76,7 +76,7 @@ struct DivideUpdate {
 struct CopyUpdate {
   static constexpr bool kVectors = true;
   template <class T>
-  static void apply(T& l, T s) noexcept {
+  static void apply(T& l, const T& s) noexcept {
     l = s;
   }
 };
