@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <type_traits>
 #include <utility>
 
@@ -15,20 +16,21 @@ namespace {
 enum class RunStep { constant, contiguous, strided };
 
 // Vectors of 4 and 2 doubles: each lane is added (or compared) as a double
-// is.  The unaligned form loads them from tables of doubles.
+// is.
 using V4 = double __attribute__((vector_size(32)));
 using V2 = double __attribute__((vector_size(16)));
-using V4u = double __attribute__((vector_size(32), aligned(8), may_alias));
 
-// The helpers below take and return vectors but are always inlined, so
-// no call passes one: GCC's note on the ABI of such calls does not apply.
-#if !defined(__clang__)
-#pragma GCC diagnostic ignored "-Wpsabi"
-#endif
+// a := the fold of a and b, lane by lane.  Vectors go by reference, so no
+// call passes one by value, whatever the build's optimisation.
 template <class Fold, class V>
-[[gnu::always_inline]] inline V fold_lanes(V a, V b) noexcept {
-  if constexpr (std::is_same_v<Fold, SumFold>) return a + b;
-  else return b > a ? b : a;
+[[gnu::always_inline]] inline void fold_into(V& a, const V& b) noexcept {
+  if constexpr (std::is_same_v<Fold, SumFold>) a = a + b;
+  else a = b > a ? b : a;
+}
+
+// The four doubles from p.
+[[gnu::always_inline]] inline void load_into(V4& v, const double* p) noexcept {
+  std::memcpy(&v, p, sizeof v);
 }
 
 // The folds of the two runs of C entries (4 to 15) at p and p + C, each
@@ -39,22 +41,22 @@ template <class Fold, class V>
 template <class Fold, std::uint64_t C>
 [[gnu::always_inline]] inline V2 fold_run_pair(const double* p) noexcept {
   constexpr double kId = Fold::identity();
-  const V4 ids = {kId, kId, kId, kId};
-  V4 a = fold_lanes<Fold>(ids, *reinterpret_cast<const V4u*>(p));
-  V4 b = fold_lanes<Fold>(ids, *reinterpret_cast<const V4u*>(p + C));
-  for (std::uint64_t k = 4; k + 4 <= C; k += 4) {
-    a = fold_lanes<Fold>(a, *reinterpret_cast<const V4u*>(p + k));
-    b = fold_lanes<Fold>(b, *reinterpret_cast<const V4u*>(p + C + k));
+  V4 a = {kId, kId, kId, kId}, b = a, x;
+  for (std::uint64_t k = 0; k + 4 <= C; k += 4) {
+    load_into(x, p + k);
+    fold_into<Fold>(a, x);
+    load_into(x, p + C + k);
+    fold_into<Fold>(b, x);
   }
   // Lanes (a0, b0, a2, b2) and (a1, b1, a3, b3); the rest of each run goes
   // into its first lane.
   V4 lo = __builtin_shufflevector(a, b, 0, 4, 2, 6);
   const V4 hi = __builtin_shufflevector(a, b, 1, 5, 3, 7);
-  for (std::uint64_t k = C / 4 * 4; k < C; ++k)
-    lo = fold_lanes<Fold>(lo, V4{p[k], p[C + k], kId, kId});
-  const V4 pairs = fold_lanes<Fold>(lo, hi);
-  return fold_lanes<Fold>(__builtin_shufflevector(pairs, pairs, 0, 1),
-                          __builtin_shufflevector(pairs, pairs, 2, 3));
+  for (std::uint64_t k = C / 4 * 4; k < C; ++k) fold_into<Fold>(lo, V4{p[k], p[C + k], kId, kId});
+  fold_into<Fold>(lo, hi);
+  V2 pair = __builtin_shufflevector(lo, lo, 0, 1);
+  fold_into<Fold>(pair, V2(__builtin_shufflevector(lo, lo, 2, 3)));
+  return pair;
 }
 
 // `tiles` tiles of `rows` runs of n entries (C when it is not 0) from p:
