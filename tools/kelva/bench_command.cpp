@@ -158,22 +158,23 @@ void run_bench(std::FILE* out, const Options& options) {
   std::fprintf(out, "kb load\t%.6f s\t%zu bytes\t%.1fx faster than parse and compile\n", kb_time,
                kb_size, (parse_time + median(compile_times)) / kb_time);
 
-  // Full propagations from the node tables, without evidence.
+  // Full propagations from the node tables, without evidence; with threads,
+  // each run alternates with one on one thread, so that both see the same
+  // machine (a loaded machine slows runs in bursts, not evenly).
   progress.note("propagating (%d runs without evidence, %d with)", repeat, repeat);
-  const std::vector<double> propagate_times = timings(repeat, [&] {
+  const auto propagate_once = [&] {
     ok(k_domain_initialize(domain));  // the propagation rebuilds the cliques once
     ok(k_domain_propagate(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL));
-  });
-
-  // The same at one thread, for the speed-up of the threads.
+  };
+  std::vector<double> propagate_times;
   std::vector<double> one_thread_times;
-  if (options.threads > 1) {
-    ok(k_domain_set_concurrency_level(domain, 1));
-    one_thread_times = timings(repeat, [&] {
-      ok(k_domain_initialize(domain));
-      ok(k_domain_propagate(domain, K_EQUILIBRIUM_SUM, K_MODE_NORMAL));
-    });
-    ok(k_domain_set_concurrency_level(domain, static_cast<k_size_t>(options.threads)));
+  for (int i = 0; i < repeat; ++i) {
+    propagate_times.push_back(timings(1, propagate_once).front());
+    if (options.threads > 1) {
+      ok(k_domain_set_concurrency_level(domain, 1));
+      one_thread_times.push_back(timings(1, propagate_once).front());
+      ok(k_domain_set_concurrency_level(domain, static_cast<k_size_t>(options.threads)));
+    }
   }
 
   // Propagations of random evidence from the equilibrium without evidence.
@@ -220,12 +221,15 @@ void run_bench(std::FILE* out, const Options& options) {
     std::fprintf(out, "one_thread_stream_gbps\t%.6g\n", one_thread_triad.gbps);
   // A fused propagation moves at least 24 to 32 bytes per clique entry: the
   // time to stream 32 at one thread's triad rate is what one thread's
-  // propagation is measured against.
+  // propagation is measured against.  The triad's rate is its best of five,
+  // so the propagation is taken at its best too; the median is given beside.
   const double bound = 32.0 * shape.total_clique_size / (one_thread_triad.gbps * 1e9);
-  const double one_thread_seconds =
-      one_thread_times.empty() ? propagate_seconds : median(one_thread_times);
+  const std::vector<double>& one_thread = one_thread_times.empty() ? propagate_times
+                                                                   : one_thread_times;
+  std::fprintf(out, "one_thread_best_seconds\t%.6g\n", best(one_thread));
   std::fprintf(out, "stream_bound_seconds\t%.6g\n", bound);
-  std::fprintf(out, "times_stream_bound\t%.3g\n", one_thread_seconds / bound);
+  std::fprintf(out, "times_stream_bound\t%.3g\n", best(one_thread) / bound);
+  std::fprintf(out, "median_times_stream_bound\t%.3g\n", median(one_thread) / bound);
 }
 
 }  // namespace kelva::cli
