@@ -224,8 +224,8 @@ void run_bench(std::FILE* out, const Options& options) {
   // propagation is measured against.  The triad's rate is its best of five,
   // so the propagation is taken at its best too; the median is given beside.
   const double bound = 32.0 * shape.total_clique_size / (one_thread_triad.gbps * 1e9);
-  const std::vector<double>& one_thread = one_thread_times.empty() ? propagate_times
-                                                                   : one_thread_times;
+  const std::vector<double>& one_thread =
+      one_thread_times.empty() ? propagate_times : one_thread_times;
   std::fprintf(out, "one_thread_best_seconds\t%.6g\n", best(one_thread));
   std::fprintf(out, "stream_bound_seconds\t%.6g\n", bound);
   std::fprintf(out, "times_stream_bound\t%.3g\n", best(one_thread) / bound);
