@@ -57,8 +57,8 @@ void verify_request(const Domain& domain, k_equilibrium_t equilibrium, k_evidenc
             (equilibrium == K_EQUILIBRIUM_SUM || domain.continuous_count() == 0));
     require(!(mode == K_MODE_FAST_RETRACTION && domain.is_compressed()), K_ERROR_COMPRESSED);
   }
-  for (const Node* node = domain.first_node();
-       node != nullptr && domain.count(K_CATEGORY_DECISION) > 0; node = node->next) {
+  if (domain.count(K_CATEGORY_DECISION) == 0) return;
+  for (const Node* node = domain.first_node(); node != nullptr; node = node->next) {
     // Evidence on a decision node must be an instantiation.
     if (node->category() == K_CATEGORY_DECISION)
       require(node->evidence.entered_code != Evidence::kVector, K_ERROR_INVALID_EVIDENCE);
