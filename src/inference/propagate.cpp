@@ -882,7 +882,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
   bool involved = false;
   bool decision_changed = false;
   bool entered = false;
-  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+  // A rebuild reinitialises whatever waits; only fast retraction asks
+  // whether any evidence is entered.  So a rebuild in another mode (every
+  // case of a batch) needs no look at the nodes' evidence.
+  const bool look = !rebuilt || mode == K_MODE_FAST_RETRACTION;
+  for (Node* const* p = tree.nodes.data(); look && *p != nullptr; ++p) {
     const Node& node = **p;
     if (!node.is_discrete()) continue;
     const Evidence& ev = node.evidence;
@@ -894,7 +898,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     if (!rebuilt && absorbs && !absorbable(node)) absorbs = false;
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
   }
-  if (domain.continuous_count() > 0) {
+  if (look && domain.continuous_count() > 0) {
     // Continuous values are taken in by initialising the tree again.
     if (cg_evidence_waiting(tree)) {
       waiting = true;
