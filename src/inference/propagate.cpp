@@ -827,17 +827,21 @@ void record_propagated_evidence(JunctionTree& tree) {
   bool cg = false;
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     Node& node = **p;
-    // The vector's room was reserved by prepare(): copying allocates nothing.
-    note_propagated(node);
-    const Evidence& ev = node.evidence;
+    Evidence& ev = node.evidence;
     if (node.is_discrete()) {
-      if (ev.propagated_code == Evidence::kVector)
+      // note_propagated() of a discrete node, here without a call.  The
+      // vector's room was reserved by prepare(): copying allocates nothing.
+      if (ev.entered_code == Evidence::kVector) {
+        ev.propagated_vector = ev.entered_vector;
         for (double v : ev.propagated_vector)
           if (v != 0.0 && v != 1.0) likelihood = true;
+      }
+      ev.propagated_code = ev.entered_code;
       if (ev.propagated_code != Evidence::kNone) evidence = true;
-    } else if (node.is_continuous() && ev.propagated) {
-      evidence = cg = true;
+      continue;
     }
+    note_propagated(node);
+    if (node.is_continuous() && ev.propagated) evidence = cg = true;
   }
   tree.evidence_propagated = evidence;
   tree.likelihood_propagated = likelihood;
