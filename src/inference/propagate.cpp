@@ -827,17 +827,21 @@ void record_propagated_evidence(JunctionTree& tree) {
   bool cg = false;
   for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
     Node& node = **p;
-    // The vector's room was reserved by prepare(): copying allocates nothing.
-    note_propagated(node);
-    const Evidence& ev = node.evidence;
+    Evidence& ev = node.evidence;
     if (node.is_discrete()) {
-      if (ev.propagated_code == Evidence::kVector)
+      // note_propagated() of a discrete node, here without a call.  The
+      // vector's room was reserved by prepare(): copying allocates nothing.
+      if (ev.entered_code == Evidence::kVector) {
+        ev.propagated_vector = ev.entered_vector;
         for (double v : ev.propagated_vector)
           if (v != 0.0 && v != 1.0) likelihood = true;
+      }
+      ev.propagated_code = ev.entered_code;
       if (ev.propagated_code != Evidence::kNone) evidence = true;
-    } else if (node.is_continuous() && ev.propagated) {
-      evidence = cg = true;
+      continue;
     }
+    note_propagated(node);
+    if (node.is_continuous() && ev.propagated) evidence = cg = true;
   }
   tree.evidence_propagated = evidence;
   tree.likelihood_propagated = likelihood;
@@ -882,7 +886,11 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
   bool involved = false;
   bool decision_changed = false;
   bool entered = false;
-  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+  // A rebuild reinitialises whatever waits; only fast retraction asks
+  // whether any evidence is entered.  So a rebuild in another mode (every
+  // case of a batch) needs no look at the nodes' evidence.
+  const bool look = !rebuilt || mode == K_MODE_FAST_RETRACTION;
+  for (Node* const* p = tree.nodes.data(); look && *p != nullptr; ++p) {
     const Node& node = **p;
     if (!node.is_discrete()) continue;
     const Evidence& ev = node.evidence;
@@ -894,7 +902,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     if (!rebuilt && absorbs && !absorbable(node)) absorbs = false;
     if (node.category() == K_CATEGORY_DECISION) decision_changed = true;
   }
-  if (domain.continuous_count() > 0) {
+  if (look && domain.continuous_count() > 0) {
     // Continuous values are taken in by initialising the tree again.
     if (cg_evidence_waiting(tree)) {
       waiting = true;

@@ -70,6 +70,16 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
         EXPECT_TRUE(m == 1 || (s1 == sum && s2 == max)) << wide << par.threads;
         EXPECT_TRUE(t1 == prod && g == copy) << wide << par.threads;
       }
+      // A fold whose runs spread over the small table, in two ranges cut
+      // anywhere (inside a run too), as the blocks of a large sweep are.
+      if (ss != 0 && m > 1) {
+        std::vector<double> s3(m, 0.0);
+        SweepFold fold{&plan, s3.data()};
+        const std::uint64_t cut = rng() % (n + 1);
+        sweep_range(large.data(), false, {}, {&fold, 1}, 0, cut, Reduce::sum);
+        sweep_range(large.data(), false, {}, {&fold, 1}, cut, n, Reduce::sum);
+        EXPECT_TRUE(s3 == sum) << wide << " cut at " << cut;
+      }
     }
   }
   set_wide_rows(true);

@@ -153,9 +153,8 @@ char* write_g17(char* out, double x) noexcept {
   // Fixed notation: the 17 digits are written in place (the room holds
   // them) and the end is moved back over the trailing zeros.
   if (x10 >= -4 && x10 < 0) {
-    *p++ = '0';
-    *p++ = '.';
-    for (int i = -1; i > x10; --i) *p++ = '0';
+    std::memcpy(p, "0.000000", 8);  // "0." and the zeros after the point
+    p += 1 - x10;
     write_digits(p, q);
     int used = 17;
     while (used > 1 && p[used - 1] == '0') --used;
