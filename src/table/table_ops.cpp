@@ -609,7 +609,8 @@ void stream_fence() noexcept {}
 // folded as a whole walk would fold it.
 template <class Fold>
 void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
-                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end) {
+                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
+                  bool stream) {
   constexpr std::uint64_t kBlock = 2048;
   // Small ranges (small cliques) are not worth planning a joint walk for.
   constexpr std::uint64_t kJointLeast = 1024;
@@ -632,7 +633,7 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   // kernels index the table from 0, so they are given the buffer moved back
   // by the block's start (`at`), at the table's alignment modulo 32 bytes.
   alignas(32) double buffer[kBlock + 4];
-  const bool streamed = rebuild && end - begin >= kStreamLeast && block <= kBlock;
+  const bool streamed = stream && rebuild && end - begin >= kStreamLeast && block <= kBlock;
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
     double* at = large;
@@ -652,7 +653,10 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
                 std::span<const SweepFold> folds, const Parallelism& par) {
   // Totals (one entry) are summed in blocks of their own, after the sweep.
   clear_folds(folds, std::is_same_v<Fold, SumFold> ? Reduce::sum : Reduce::max);
-  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n);
+  // A total reads the table again: it is then kept in the caches.
+  const bool stream = std::none_of(folds.begin(), folds.end(),
+                                   [](const SweepFold& f) { return f.plan->small_size() == 1; });
+  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n, stream);
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
 }
@@ -737,9 +741,9 @@ void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const Swee
 
 void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                 Reduce how) {
-  if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end);
-  else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end);
+                 Reduce how, bool stream) {
+  if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end, stream);
+  else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end, stream);
 }
 
 void gather(const IndexPlan& plan, double* out, const double* small,
