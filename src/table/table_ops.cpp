@@ -563,7 +563,8 @@ void apply_factors(double* large, bool rebuild, std::span<const SweepFactor> fac
 // block in a buffer and streamed to the table past the caches: a table of
 // the collect is read again only by the distribute, after it has left
 // them, and a plain store would first read each of its lines from memory.
-// Against 64 KB, 1 MB, 2 MB and 16 MB, diabetes was fastest with this.
+// Against 64 KB, 1 MB, 2 MB, 16 MB and never, diabetes was fastest with
+// this.
 constexpr std::uint64_t kStreamLeast = std::uint64_t{1} << 15;
 
 // to[0 .. n-1] := from[0 .. n-1], the lines of `to` wholly covered written
