@@ -273,6 +273,21 @@ template <class Update, std::uint64_t C>
     double* __restrict p, const double* __restrict q, std::uint64_t tiles, std::uint64_t rows,
     std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
   const std::uint64_t step = rows * (C != 0 ? C : c);
+  if constexpr (C == 2 && Update::kVectors) {
+    if (row_ss == 0) {
+      // Every run of a tile meets the same two small entries: the loop over
+      // tiles without update_rows_body's choice of case per tile.
+      const std::uint64_t pairs = rows / 2;
+      for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss) {
+        const V2 v = {q[0], q[ss]};
+        const V4 two = __builtin_shufflevector(v, v, 0, 1, 0, 1);
+        double* e = p;
+        for (std::uint64_t k = 0; k < pairs; ++k, e += 4) update_vector_at<Update>(e, two);
+        if (rows % 2 == 1) update_vector_at<Update>(e, v);
+      }
+      return;
+    }
+  }
   for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss)
     update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
 }
