@@ -164,9 +164,8 @@ template <class Update, class V>
 template <class Update, std::uint64_t C, std::size_t... K>
 [[gnu::always_inline]] inline void update_four_runs(double* p, const V4& s,
                                                     std::index_sequence<K...>) noexcept {
-  (update_vector_at<Update>(p + 4 * K,
-                            __builtin_shufflevector(s, s, (4 * K) / C, (4 * K + 1) / C,
-                                                    (4 * K + 2) / C, (4 * K + 3) / C)),
+  (update_vector_at<Update>(p + 4 * K, __builtin_shufflevector(s, s, (4 * K) / C, (4 * K + 1) / C,
+                                                               (4 * K + 2) / C, (4 * K + 3) / C)),
    ...);
 }
 
