@@ -134,11 +134,10 @@ bool separator_leads(const IndexPlan& plan) noexcept {
 constexpr std::uint64_t kSmallClique = 512;
 
 // out[i] := separator_quotient(fresh[i], old[i]) for i < n, dividing by 1
-// where the old value is not positive (x / 1 is x): a loop without
-// branches, which vectorises.
+// where the old value is not positive (x / 1 is x), in vector steps.
 void quotients_into(double* __restrict out, const double* fresh, const double* old,
                     std::uint64_t n) noexcept {
-  for (std::uint64_t i = 0; i < n; ++i) out[i] = fresh[i] / (old[i] > 0.0 ? old[i] : 1.0);
+  quotient_entries(out, fresh, old, n);
 }
 
 // Multiplies large entries [begin, end) by the quotients of the separator

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <numeric>
 #include <type_traits>
+#include <utility>
 
 #include "network/domain.h"
 #include "platform/worker_pool.h"
@@ -149,6 +150,25 @@ template <class Update, class V>
   std::memcpy(p, &x, sizeof x);
 }
 
+// Applies Update to the entries of a vector from p, lane by lane, with the
+// small entries of a vector from q.
+template <class Update, class V>
+[[gnu::always_inline]] inline void update_vector_from(double* p, const double* q) noexcept {
+  V s;
+  std::memcpy(&s, q, sizeof s);
+  update_vector_at<Update>(p, s);
+}
+
+// Applies Update to four runs of C entries from p, run r by lane r of s:
+// vector step k takes entries 4k to 4k + 3, whose runs are (4k + j) / C.
+template <class Update, std::uint64_t C, std::size_t... K>
+[[gnu::always_inline]] inline void update_four_runs(double* p, const V4& s,
+                                                    std::index_sequence<K...>) noexcept {
+  (update_vector_at<Update>(p + 4 * K, __builtin_shufflevector(s, s, (4 * K) / C, (4 * K + 1) / C,
+                                                               (4 * K + 2) / C, (4 * K + 3) / C)),
+   ...);
+}
+
 // Updates `rows` runs of `c` large entries (C when it is not 0): entry k of
 // run r is p[r * c + k], its small entry q[r * row_ss + k * ss].  The large
 // and small tables never overlap.
@@ -176,6 +196,24 @@ template <class Update, std::uint64_t C>
       return;
     }
   }
+  if constexpr (C != 0 && Update::kVectors) {
+    if (ss == 0 && row_ss == 1) {
+      // One small entry per run, the runs' entries contiguous (a separator
+      // leading the table): four runs from one vector of their small
+      // entries, each vector step's lanes picked from it.
+      std::uint64_t r = 0;
+      for (; r + 4 <= rows; r += 4, p += 4 * C, q += 4) {
+        V4 s;
+        std::memcpy(&s, q, sizeof s);
+        update_four_runs<Update, C>(p, s, std::make_index_sequence<C>{});
+      }
+      for (; r < rows; ++r, p += C, ++q) {
+        const double v = *q;
+        for (std::uint64_t k = 0; k < C; ++k) Update::apply(p[k], v);
+      }
+      return;
+    }
+  }
   if constexpr (C == 2 && Update::kVectors) {
     // Runs of two: two runs in one vector step of four entries, the small
     // entries loaded once where they repeat from run to run.
@@ -183,12 +221,35 @@ template <class Update, std::uint64_t C>
     if (row_ss == 0) {
       const V4 v = {q[0], q[ss], q[0], q[ss]};
       for (; r + 2 <= rows; r += 2, p += 4) update_vector_at<Update>(p, v);
+    } else if (ss == 1) {
+      // Both runs' small entries are pairs: two loads instead of four.
+      for (; r + 2 <= rows; r += 2, p += 4, q += 2 * row_ss) {
+        V2 a, b;
+        std::memcpy(&a, q, sizeof a);
+        std::memcpy(&b, q + row_ss, sizeof b);
+        update_vector_at<Update>(p, __builtin_shufflevector(a, b, 0, 1, 2, 3));
+      }
     } else {
       for (; r + 2 <= rows; r += 2, p += 4, q += 2 * row_ss)
         update_vector_at<Update>(p, V4{q[0], q[ss], q[row_ss], q[row_ss + ss]});
     }
     if (r < rows) update_vector_at<Update>(p, V2{q[0], q[ss]});
     return;
+  }
+  if constexpr (C > 2 && Update::kVectors) {
+    if (ss == 1) {
+      // Left to itself, GCC vectorises this loop across runs, with alias
+      // checks and a scalar fallback per call that cost more than the
+      // entries of a tile; one run at a time in vectors of 4, 2 and 1.
+      constexpr std::uint64_t kFours = C / 4;
+      for (std::uint64_t r = 0; r < rows; ++r, p += C, q += row_ss) {
+        for (std::uint64_t i = 0; i < kFours; ++i)
+          update_vector_from<Update, V4>(p + 4 * i, q + 4 * i);
+        if constexpr (C % 4 >= 2) update_vector_from<Update, V2>(p + 4 * kFours, q + 4 * kFours);
+        if constexpr (C % 2 == 1) Update::apply(p[C - 1], q[C - 1]);
+      }
+      return;
+    }
   }
   if (ss == 0) {
     for (std::uint64_t r = 0; r < rows; ++r, p += n, q += row_ss) {
@@ -211,6 +272,21 @@ template <class Update, std::uint64_t C>
     double* __restrict p, const double* __restrict q, std::uint64_t tiles, std::uint64_t rows,
     std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
   const std::uint64_t step = rows * (C != 0 ? C : c);
+  if constexpr (C == 2 && Update::kVectors) {
+    if (row_ss == 0) {
+      // Every run of a tile meets the same two small entries: the loop over
+      // tiles without update_rows_body's choice of case per tile.
+      const std::uint64_t pairs = rows / 2;
+      for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss) {
+        const V2 v = {q[0], q[ss]};
+        const V4 two = __builtin_shufflevector(v, v, 0, 1, 0, 1);
+        double* e = p;
+        for (std::uint64_t k = 0; k < pairs; ++k, e += 4) update_vector_at<Update>(e, two);
+        if (rows % 2 == 1) update_vector_at<Update>(e, v);
+      }
+      return;
+    }
+  }
   for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss)
     update_rows_body<Update, C>(p, q, rows, c, ss, row_ss);
 }
@@ -268,6 +344,35 @@ template <class Fold, std::uint64_t C>
                                             std::uint64_t c, std::uint64_t ss,
                                             std::uint64_t row_ss) noexcept {
   fold_rows_body<Fold, C>(p, q, rows, c, ss, row_ss);
+}
+#endif
+
+// out[i] := num[i] / divisor(den[i]), a vector of V's lanes at a time.  GCC
+// turns the scalar loop's division by 1 back into a branch, which keeps it
+// from vectorising; the vector form divides every lane, and x / 1 is x, so
+// the bits are those of the scalar loop.
+template <class V>
+[[gnu::always_inline]] inline void quotient_entries_body(double* __restrict out,
+                                                         const double* __restrict num,
+                                                         const double* __restrict den,
+                                                         std::uint64_t n) noexcept {
+  constexpr std::uint64_t kLanes = sizeof(V) / sizeof(double);
+  std::uint64_t i = 0;
+  for (; i + kLanes <= n; i += kLanes) {
+    V a, b;
+    std::memcpy(&a, num + i, sizeof a);
+    std::memcpy(&b, den + i, sizeof b);
+    const V d = b > V{} ? b : V{} + 1.0;
+    a /= d;
+    std::memcpy(out + i, &a, sizeof a);
+  }
+  for (; i < n; ++i) out[i] = num[i] / divisor(den[i]);
+}
+
+#ifdef KELVA_WIDE_ROWS
+[[gnu::target("avx2")]] void quotient_entries_wide(double* out, const double* num,
+                                                   const double* den, std::uint64_t n) noexcept {
+  quotient_entries_body<V4>(out, num, den, n);
 }
 #endif
 
@@ -804,11 +909,19 @@ void quotient(double* out, const double* num, const double* den, std::uint64_t c
               const Parallelism& parallelism) {
   const std::uint64_t pieces = piece_count(count, parallelism);
   auto body = [&](std::uint64_t j) {
+    const std::uint64_t start = piece_start(count, pieces, j);
     const std::uint64_t end = piece_start(count, pieces, j + 1);
-    for (std::uint64_t i = piece_start(count, pieces, j); i < end; ++i)
-      out[i] = num[i] / divisor(den[i]);
+    quotient_entries(out + start, num + start, den + start, end - start);
   };
   run_pieces(pieces, parallelism.threads, body);
+}
+
+void quotient_entries(double* out, const double* num, const double* den,
+                      std::uint64_t count) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return quotient_entries_wide(out, num, den, count);
+#endif
+  quotient_entries_body<V2>(out, num, den, count);
 }
 
 void marginalize(const Table& from, Table& to, Reduce how) {
