@@ -1303,9 +1303,10 @@ KELVA_API k_status_t k_domain_save_case(k_domain_t domain, const char *file_name
  *  contains no cases".  On failure the stored cases are as before. */
 KELVA_API k_status_t k_domain_parse_cases(k_domain_t domain, const char *file_name,
                                           k_parse_error_handler_t handler, void *data);
-/** Reads a multi-case data file from `text` in memory (NUL-terminated) as
- *  k_domain_parse_cases reads a file; positions given to `handler` are
- *  counts of characters consumed.  "usage" for a null text. */
+/** Reads a multi-case data file from `text` in memory (NUL-terminated)
+ *  exactly as k_domain_parse_cases reads a file with those contents
+ *  (numbers too, by the file's "%lg" rules); positions given to `handler`
+ *  are line numbers.  "usage" for a null text. */
 KELVA_API k_status_t k_domain_parse_cases_string(k_domain_t domain, const char *text,
                                                  k_parse_error_handler_t handler, void *data);
 /** Writes stored cases as a multi-case data file: the columns `nodes` (a

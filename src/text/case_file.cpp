@@ -7,7 +7,9 @@
 #include <cfloat>
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <unordered_set>
 #include <utility>
@@ -435,8 +437,15 @@ void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handl
 }
 
 void read_cases(Domain& domain, const char* text, k_parse_error_handler_t handler, void* data) {
-  Lexer lexer(text, handler, data);
-  read_cases_from(domain, lexer);
+  require(text != nullptr);
+  // A stream over the text, so that numbers are read by the file's rules
+  // ("%lg" takes a dangling exponent and hexadecimal; strtod does not) and
+  // messages give lines: a piece of a file read from memory gives exactly
+  // what the file gives.
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
+      fmemopen(const_cast<char*>(text), std::strlen(text), "r"), &std::fclose);
+  if (stream == nullptr) throw Error(K_ERROR_NO_MEMORY);
+  read_cases(domain, stream.get(), handler, data);
 }
 
 void write_case(Domain& domain, TextSink& sink) {

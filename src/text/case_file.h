@@ -29,8 +29,8 @@ void write_case(Domain& domain, TextSink& sink);
 /// domain's stored cases.  On any failure the stored cases are exactly as
 /// before.  Throws Error as read_case.
 void read_cases(Domain& domain, std::FILE* stream, k_parse_error_handler_t handler, void* data);
-/// The same from a NUL-terminated string (message positions are characters
-/// consumed).
+/// The same from a NUL-terminated string, read by the same rules as a file
+/// (message positions are line numbers).
 void read_cases(Domain& domain, const char* text, k_parse_error_handler_t handler, void* data);
 
 /// What write_cases writes: the columns, the cases (every case when

@@ -339,6 +339,18 @@ TEST_F(CaseFiles, DataFileItems) {
   ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
   ASSERT_EQ(parse_cases("X\n1\n1\n"), 0);
   EXPECT_EQ(k_domain_count_cases(d), 2.0);
+  // Numbers as "%lg" reads them (a dangling exponent is taken, hexadecimal
+  // converts), from memory as from a file.
+  for (int memory = 0; memory < 2; ++memory) {
+    const char* text = "X\n8E\n25e+\n0x10\n";
+    ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
+    ASSERT_EQ(memory ? k_domain_parse_cases_string(d, text, nullptr, nullptr) : parse_cases(text),
+              0);
+    ASSERT_EQ(k_domain_get_number_of_cases(d), 3u);
+    EXPECT_EQ(k_node_get_case_value(x, 0), 8.0);
+    EXPECT_EQ(k_node_get_case_value(x, 1), 25.0);
+    EXPECT_EQ(k_node_get_case_value(x, 2), 16.0);
+  }
 
   // No case lines: a warning, and success.
   ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
@@ -393,10 +405,10 @@ TEST_F(CaseFiles, DataFileRefusalsLeaveTheStoredCases) {
     }
     EXPECT_EQ(k_error_code(), K_ERROR_PARSE) << text;
     EXPECT_EQ(stored(), before) << text;
-    // From memory: refused as well, with a message.
+    // From memory: refused as well, with the same messages and lines.
     messages.clear();
     EXPECT_FAILS(k_domain_parse_cases_string(d, text, collect, &messages), K_ERROR_PARSE);
-    EXPECT_FALSE(messages.empty()) << text;
+    EXPECT_EQ(messages, expected) << text;
     EXPECT_EQ(stored(), before) << text;
   }
   EXPECT_FAILS(k_domain_parse_cases_string(d, nullptr, collect, &messages), K_ERROR_USAGE);
