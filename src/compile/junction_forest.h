@@ -212,6 +212,9 @@ class JunctionTree : public Object {
   /// Whether the next collect rebuilds each clique from its node tables
   /// (set with the evidence it multiplies in; see the inference layer).
   bool sweep_rebuild = false;
+  /// Whether the next collect multiplies in each home node's entered
+  /// evidence, made as its clique is swept (else the waiting factors).
+  bool sweep_entered = false;
   /// The continuous part (null without continuous nodes, until the first
   /// propagation).
   CgTreePtr cg;
