@@ -119,14 +119,12 @@ namespace {
 std::span<SweepFold> distribute_folds(JunctionTree& tree, Clique& clique, std::size_t first,
                                       std::size_t end) {
   auto& folds = clique.sweep_folds;
-  // Room for all was reserved (prepare_sweeps): the folds are written in
-  // place, without a check per fold.
-  folds.resize(end - first + clique.homed.size());
-  SweepFold* f = folds.data();
-  for (const JunctionTree::Message* link = tree.schedule.data() + first;
-       link != tree.schedule.data() + end; ++link)
-    *f++ = {link->inner_plan, link->separator->scratch.data()};
-  for (NodeSlot* slot : clique.homed) *f++ = {&slot->home_plan, slot->marginal.data()};
+  folds.clear();
+  for (std::size_t j = first; j < end; ++j) {
+    const JunctionTree::Message& link = tree.schedule[j];
+    folds.push_back({link.inner_plan, link.separator->scratch.data()});
+  }
+  for (NodeSlot* slot : clique.homed) folds.push_back({&slot->home_plan, slot->marginal.data()});
   return folds;
 }
 
