@@ -104,6 +104,9 @@ class Clique : public Object {
   /// clique (see the inference layer); kept by propagation so that it
   /// allocates nothing after the first.
   std::vector<NodeSlot*> homed;
+  /// The records of the members whose tables are assigned to this clique,
+  /// in the members' order (kept with `homed`).
+  std::vector<const NodeSlot*> assigned_nodes;
   std::vector<SweepFactor> sweep_factors;
   std::vector<SweepFold> sweep_folds;
 

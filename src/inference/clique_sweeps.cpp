@@ -32,7 +32,12 @@ void prepare_sweeps(JunctionTree& tree) {
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
     Clique& clique = **c;
     std::size_t members = 0;
-    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) ++members;
+    clique.assigned_nodes.clear();
+    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
+      ++members;
+      const NodeSlot* slot = forest.slot(**m);
+      if (slot != nullptr && slot->assigned == &clique) clique.assigned_nodes.push_back(slot);
+    }
     const std::size_t factors =
         members + forest.components.size() + clique.homed.size() + clique.links.size() + 1;
     clique.sweep_factors.reserve(factors);
@@ -75,10 +80,10 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
     // A node's table is assigned to a clique that holds the node, so the
     // members' records name every table assigned here.
     Forest& forest = *tree.domain->forest();
-    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
-      const NodeSlot* slot = forest.slot(**m);
-      if (slot == nullptr || slot->assigned != &clique || !is_node_factor(**m)) continue;
-      if (const Table* own = (*m)->table()) factors.push_back({&slot->assigned_plan, own->data()});
+    for (const NodeSlot* slot : clique.assigned_nodes) {
+      if (!is_node_factor(*slot->node)) continue;
+      if (const Table* own = slot->node->table())
+        factors.push_back({&slot->assigned_plan, own->data()});
     }
     for (const ComponentSlot& slot : forest.components)
       if (slot.assigned == &clique)
