@@ -104,6 +104,9 @@ class Clique : public Object {
   /// clique (see the inference layer); kept by propagation so that it
   /// allocates nothing after the first.
   std::vector<NodeSlot*> homed;
+  /// The records of the members whose tables are assigned to this clique,
+  /// in the members' order (kept with `homed`).
+  std::vector<const NodeSlot*> assigned_nodes;
   std::vector<SweepFactor> sweep_factors;
   std::vector<SweepFold> sweep_folds;
 
@@ -212,6 +215,9 @@ class JunctionTree : public Object {
   /// Whether the next collect rebuilds each clique from its node tables
   /// (set with the evidence it multiplies in; see the inference layer).
   bool sweep_rebuild = false;
+  /// Whether the next collect multiplies in each home node's entered
+  /// evidence, made as its clique is swept (else the waiting factors).
+  bool sweep_entered = false;
   /// The continuous part (null without continuous nodes, until the first
   /// propagation).
   CgTreePtr cg;

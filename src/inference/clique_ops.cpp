@@ -35,15 +35,6 @@ double evidence_entry(std::int64_t code, const std::vector<double>& vector,
   return 1.0;
 }
 
-bool is_node_factor(const Node& node) noexcept {
-  if (!node.is_discrete()) return false;
-  const k_category_t c = node.category();
-  // A decision taken by hand is an intervention: its policy plays no part
-  // (the entered choice alone, multiplied in as evidence, does).
-  if (c == K_CATEGORY_DECISION) return node.evidence.entered_code < 0;
-  return c == K_CATEGORY_CHANCE || c == K_CATEGORY_FUNCTION;
-}
-
 namespace {
 
 // Whether the tree's tables are compressed: each step below then takes the

@@ -5,11 +5,10 @@
 #include <vector>
 
 #include "compile/junction_forest.h"
+#include "network/node.h"
 #include "table/table_ops.h"
 
 namespace kelva {
-
-class Node;
 
 // The clique-level steps of propagation.  Every operation on clique and
 // separator data goes through these functions; a compressed representation
@@ -28,7 +27,12 @@ double evidence_entry(std::int64_t code, const std::vector<double>& vector, std:
 /// Whether a node's table is a factor of the joint distribution: discrete
 /// chance and function nodes, and decision nodes without an entered choice
 /// (a decision taken by hand is an intervention; its policy plays no part).
-bool is_node_factor(const Node& node) noexcept;
+inline bool is_node_factor(const Node& node) noexcept {
+  if (!node.is_discrete()) return false;
+  const k_category_t c = node.category();
+  if (c == K_CATEGORY_DECISION) return node.evidence.entered_code < 0;
+  return c == K_CATEGORY_CHANCE || c == K_CATEGORY_FUNCTION;
+}
 
 /// Sets every separator table of `tree` to ones and every clique table to
 /// the product of the tables assigned

@@ -32,7 +32,12 @@ void prepare_sweeps(JunctionTree& tree) {
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
     Clique& clique = **c;
     std::size_t members = 0;
-    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) ++members;
+    clique.assigned_nodes.clear();
+    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
+      ++members;
+      const NodeSlot* slot = forest.slot(**m);
+      if (slot != nullptr && slot->assigned == &clique) clique.assigned_nodes.push_back(slot);
+    }
     const std::size_t factors =
         members + forest.components.size() + clique.homed.size() + clique.links.size() + 1;
     clique.sweep_factors.reserve(factors);
@@ -42,20 +47,19 @@ void prepare_sweeps(JunctionTree& tree) {
 
 void stage_sweeps(JunctionTree& tree, bool rebuild, Waiting evidence) {
   tree.sweep_rebuild = rebuild;
+  // The entered evidence is made into each factor by the clique's collect
+  // sweep, so cliques restored from the collect memo make none.
+  tree.sweep_entered = evidence == Waiting::entered;
+  if (tree.sweep_entered) return;
   for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) {
     for (NodeSlot* slot : (*c)->homed) {
       const Evidence& ev = slot->node->evidence;
       double* f = slot->evidence_factor.data();
       const std::size_t n = slot->evidence_factor.size();
-      if (evidence != Waiting::change) {
-        slot->factor_waiting = evidence == Waiting::entered && ev.entered_code != Evidence::kNone;
-        if (slot->factor_waiting) evidence_vector(ev.entered_code, ev.entered_vector, n, f);
-      } else {
-        slot->factor_waiting = evidence_to_propagate(*slot->node);
-        for (std::size_t i = 0; slot->factor_waiting && i < n; ++i) {
-          const double o = evidence_entry(ev.propagated_code, ev.propagated_vector, i);
-          f[i] = o != 0.0 ? evidence_entry(ev.entered_code, ev.entered_vector, i) / o : 0.0;
-        }
+      slot->factor_waiting = evidence == Waiting::change && evidence_to_propagate(*slot->node);
+      for (std::size_t i = 0; slot->factor_waiting && i < n; ++i) {
+        const double o = evidence_entry(ev.propagated_code, ev.propagated_vector, i);
+        f[i] = o != 0.0 ? evidence_entry(ev.entered_code, ev.entered_vector, i) / o : 0.0;
       }
     }
   }
@@ -76,19 +80,29 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
     // A node's table is assigned to a clique that holds the node, so the
     // members' records name every table assigned here.
     Forest& forest = *tree.domain->forest();
-    for (Node* const* m = clique.members.data(); *m != nullptr; ++m) {
-      const NodeSlot* slot = forest.slot(**m);
-      if (slot == nullptr || slot->assigned != &clique || !is_node_factor(**m)) continue;
-      if (const Table* own = (*m)->table()) factors.push_back({&slot->assigned_plan, own->data()});
+    for (const NodeSlot* slot : clique.assigned_nodes) {
+      if (!is_node_factor(*slot->node)) continue;
+      if (const Table* own = slot->node->table())
+        factors.push_back({&slot->assigned_plan, own->data()});
     }
     for (const ComponentSlot& slot : forest.components)
       if (slot.assigned == &clique)
         factors.push_back({&slot.assigned_plan, slot.component->table->data()});
   }
-  for (NodeSlot* slot : clique.homed) {
-    if (!slot->factor_waiting) continue;
-    factors.push_back({&slot->home_plan, slot->evidence_factor.data()});
-    slot->factor_waiting = false;
+  if (tree.sweep_entered) {
+    for (NodeSlot* slot : clique.homed) {
+      const Evidence& ev = slot->node->evidence;
+      if (ev.entered_code == Evidence::kNone) continue;
+      double* f = slot->evidence_factor.data();
+      evidence_vector(ev.entered_code, ev.entered_vector, slot->evidence_factor.size(), f);
+      factors.push_back({&slot->home_plan, f});
+    }
+  } else {
+    for (NodeSlot* slot : clique.homed) {
+      if (!slot->factor_waiting) continue;
+      factors.push_back({&slot->home_plan, slot->evidence_factor.data()});
+      slot->factor_waiting = false;
+    }
   }
   // After a rebuild, unscaled, a child's message is its new separator
   // table itself (see first_message).
@@ -220,18 +234,19 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   const double* fresh = sep.table->data();
   double* old = sep.scratch.data();
   const std::uint64_t n = sep.table->size();
-  if (!split_sweep_fits(clique.table->size(), parallelism) &&
-      clique.table->size() <= kSmallClique) {
+  const std::uint64_t size = clique.table->size();
+  const bool split = split_sweep_fits(size, parallelism);
+  if (!split && size <= kSmallClique) {
     // A small clique: the quotients of the whole separator (no larger than
     // the clique) go to the stack, and one sweep multiplies and folds.
     double quotients[kSmallClique];
     quotients_into(quotients, fresh, old, n);
     const SweepFactor by{link.outer_plan, quotients};
-    sweep(clique.table->data(), clique.table->size(), false, std::span<const SweepFactor>(&by, 1),
+    sweep(clique.table->data(), size, false, std::span<const SweepFactor>(&by, 1),
           distribute_folds(tree, clique, first, end), how, parallelism);
     return;
   }
-  if (!split_sweep_fits(clique.table->size(), parallelism) && separator_leads(*link.outer_plan)) {
+  if (!split && separator_leads(*link.outer_plan)) {
     sweep_by_quotients(clique, *link.outer_plan, fresh, old,
                        distribute_folds(tree, clique, first, end), how, parallelism);
     return;

@@ -47,8 +47,9 @@ void first_message(double* fresh, double* quotient, std::uint64_t n, double* sca
 /// The collect sweep of `clique`: its children's messages are in the
 /// separators of schedule links [first, end) (their scratch, or their table
 /// after a rebuild unscaled), and its marginal goes to `out` through
-/// `out_plan` (none when null, at the root).  Clears the waiting evidence
-/// of its home nodes.
+/// `out_plan` (none when null, at the root).  Multiplies in the entered
+/// evidence of its home nodes when so staged, else their waiting factors
+/// (and clears them).
 void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::size_t end,
                    const IndexPlan* out_plan, double* out, Reduce how,
                    const Parallelism& parallelism);

@@ -111,7 +111,8 @@ bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
   const double* from = data_.get() + link.base + places_[link.slots + at] * copy_size(message);
   std::memcpy(clique.data(), from, clique.size() * sizeof(double));
   std::memcpy(separator.data(), from + clique.size(), separator.size() * sizeof(double));
-  for (NodeSlot* slot : message.outer->homed) slot->factor_waiting = false;
+  // The memo serves collects after a rebuild with the entered evidence,
+  // whose factors are made as each clique is swept: none waits here.
   return true;
 }
 

@@ -195,11 +195,6 @@ void run_parts(std::uint64_t parts, std::uint64_t threads, Body& body) {
 
 }  // namespace
 
-bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism) noexcept {
-  return parallelism.threads >= 2 &&
-         size / kSplitSweepGrains >= std::max<std::uint64_t>(parallelism.grain, 1);
-}
-
 void split_sweep(double* large, std::uint64_t size, bool rebuild,
                  std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
                  const Parallelism& parallelism) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <span>
 
@@ -54,7 +55,10 @@ void clear_folds(std::span<const SweepFold> folds, Reduce how) noexcept;
 /// Whether sweep() shares `size` entries between threads: with two
 /// threads or more and at least kSplitSweepGrains grains of entries.
 inline constexpr std::uint64_t kSplitSweepGrains = 1;
-bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism) noexcept;
+inline bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism) noexcept {
+  return parallelism.threads >= 2 &&
+         size / kSplitSweepGrains >= std::max<std::uint64_t>(parallelism.grain, 1);
+}
 
 /// sweep() on up to `parallelism.threads` threads (split_sweep.cpp): the
 /// large table is cut by the values of a block of its axes present in as
