@@ -1,6 +1,7 @@
 // NET class files: every message of the class grammar at its line, a failed parse leaving the
 // collection as it was, the class-loading call-back, and byte-identical round trips.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
@@ -97,7 +98,8 @@ TEST(ClassFiles, EveryGrammarMessageAtItsLineLeavesTheCollectionAsItWas) {
   k_class_collection_t cc = k_new_class_collection();
   k_cc_new_class(cc, "Kept");
   const std::string before = text_of(cc);
-  const std::string path = testing::TempDir() + "class_file_test.net";
+  const std::string path =
+      testing::TempDir() + "class_file_test_" + std::to_string(::getpid()) + ".net";
   for (const Case& c : cases) {
     Messages messages;
     std::FILE* f = std::fopen(path.c_str(), "w");
@@ -152,11 +154,12 @@ TEST(ClassFiles, CallBackLoadsMissingClassesAndRoundTripsAreByteIdentical) {
       << first;
   EXPECT_EQ(text_of(again), first);
   // Saved to a file, the same text; an unwritable path is an I/O error.
-  const std::string path = testing::TempDir() + "classes.net";
+  const std::string path = testing::TempDir() + "classes_" + std::to_string(::getpid()) + ".net";
   ASSERT_EQ(k_cc_save_as_net(cc, path.c_str()), 0);
   k_class_collection_t saved = k_new_class_collection();
   ASSERT_EQ(k_net_parse_classes(path.c_str(), saved, nullptr, nullptr, nullptr, nullptr), 0);
   EXPECT_EQ(text_of(saved), first);
+  std::remove(path.c_str());
   EXPECT_NE(k_cc_save_as_net(cc, "/nonexistent/classes.net"), 0);
   EXPECT_EQ(k_error_code(), K_ERROR_IO);
   k_cc_delete(saved);

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <clocale>
 #include <cstdio>
@@ -251,7 +252,8 @@ TEST_F(Nodes, StatesLabelsValuesAndBooleans) {
 }
 
 TEST_F(Nodes, LogFileOpensAppendsAndReportsIo) {
-  const std::string path = ::testing::TempDir() + "kelva_log_test.txt";
+  const std::string path =
+      ::testing::TempDir() + "kelva_log_test_" + std::to_string(::getpid()) + ".txt";
   std::remove(path.c_str());
   EXPECT_EQ(k_domain_set_log_file(d, path.c_str(), 0), 0);
   EXPECT_EQ(k_domain_set_log_file(d, nullptr, 0), 0);  // closes

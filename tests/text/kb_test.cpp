@@ -2,8 +2,10 @@
 // loads with the same beliefs and clique tables, a class collection keeps
 // its NET text and exact tables, and damaged, truncated, protected and
 // mistyped files of both kinds give their error codes.
+#include <unistd.h>
 #include <zlib.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -173,7 +175,7 @@ TEST(KbFiles, ClassCollectionKeepsItsNetTextAndExactTables) {
   ASSERT_EQ(k_table_set_data_item(class_table(cc, "Leaf", "u"), 0, third), 0);
   ASSERT_EQ(k_domain_set_net_digits(reinterpret_cast<k_domain_t>(k_cc_get_members(cc)[0]), 3), 0);
   const std::string text = classes_text(cc);
-  const std::string path = testing::TempDir() + "classes.kb";
+  const std::string path = testing::TempDir() + "classes_" + std::to_string(::getpid()) + ".kb";
   for (const char* password : {static_cast<const char*>(nullptr), "p\xC3\xA4ss"}) {
     ASSERT_EQ(k_cc_save_as_kb(cc, path.c_str(), password), 0);
     k_class_collection_t back = k_kb_load_class_collection(path.c_str(), password);
@@ -184,6 +186,7 @@ TEST(KbFiles, ClassCollectionKeepsItsNetTextAndExactTables) {
     k_cc_delete(back);
   }
   EXPECT_NULL_WITH(k_kb_load_class_collection(path.c_str(), "pass"), K_ERROR_BAD_KB_PASSWORD);
+  std::remove(path.c_str());
   EXPECT_FAILS(k_cc_save_as_kb(cc, "/nonexistent/x.kb", nullptr), K_ERROR_IO);
   EXPECT_NULL_WITH(k_kb_load_class_collection_from_memory(nullptr, 1, nullptr), K_ERROR_USAGE);
   k_cc_delete(cc);

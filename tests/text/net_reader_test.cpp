@@ -412,7 +412,8 @@ TEST(NetReader, FilesAndTheOlderFormat) {
 TEST(NetReader, ReadErrorsAreNotEndOfFile) {
   // A directory opens as a file but reads with EISDIR: every reader fails
   // with "io" instead of reading nothing.
-  const std::string dir = ::testing::TempDir() + "read_error_dir.net";
+  const std::string dir =
+      ::testing::TempDir() + "read_error_dir_" + std::to_string(::getpid()) + ".net";
   ASSERT_TRUE(mkdir(dir.c_str(), 0700) == 0 || errno == EEXIST);
   EXPECT_EQ(k_net_parse_domain(dir.c_str(), nullptr, nullptr), nullptr);
   EXPECT_EQ(k_error_code(), K_ERROR_IO);
