@@ -59,6 +59,68 @@ template <class Fold, std::uint64_t C>
   return pair;
 }
 
+// s[k] := the fold of s[k] and the k-th entry of each of `runs` runs of n
+// entries (C when it is not 0) from p, in order: runs whose small entries are
+// contiguous and shared (the row axis is absent from the small table).  The
+// small entries stay in registers over the runs; each still meets its large
+// entries one at a time in index order.
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline void fold_shared_runs(const double* __restrict p,
+                                                    double* __restrict s, std::uint64_t runs,
+                                                    std::uint64_t c) noexcept {
+  if constexpr (C != 0) {
+    // The whole run in registers: blocks of four, then two, then one.
+    constexpr std::uint64_t kFours = C / 4, kTwo = C % 4 / 2, kOne = C % 2;
+    V4 a[kFours > 0 ? kFours : 1], x;
+    V2 b, y;
+    double d = 0;
+#pragma GCC unroll 4
+    for (std::uint64_t i = 0; i < kFours; ++i) load_into(a[i], s + 4 * i);
+    if constexpr (kTwo) std::memcpy(&b, s + 4 * kFours, sizeof b);
+    if constexpr (kOne) d = s[C - 1];
+#pragma GCC unroll 2
+    for (std::uint64_t r = 0; r < runs; ++r, p += C) {
+#pragma GCC unroll 4
+      for (std::uint64_t i = 0; i < kFours; ++i) {
+        load_into(x, p + 4 * i);
+        fold_into<Fold>(a[i], x);
+      }
+      if constexpr (kTwo) {
+        std::memcpy(&y, p + 4 * kFours, sizeof y);
+        fold_into<Fold>(b, y);
+      }
+      if constexpr (kOne) d = Fold::fold(d, p[C - 1]);
+    }
+#pragma GCC unroll 4
+    for (std::uint64_t i = 0; i < kFours; ++i) std::memcpy(s + 4 * i, &a[i], sizeof a[i]);
+    if constexpr (kTwo) std::memcpy(s + 4 * kFours, &b, sizeof b);
+    if constexpr (kOne) s[C - 1] = d;
+  } else if (runs == 1) {
+#pragma GCC unroll 4
+    for (std::uint64_t k = 0; k < c; ++k) s[k] = Fold::fold(s[k], p[k]);
+  } else {
+    // Blocks of 16 entries in registers over the runs, the rest one by one.
+    std::uint64_t k = 0;
+    for (; k + 16 <= c; k += 16) {
+      V4 a[4], x;
+#pragma GCC unroll 4
+      for (std::uint64_t i = 0; i < 4; ++i) load_into(a[i], s + k + 4 * i);
+      const double* q = p + k;
+      for (std::uint64_t r = 0; r < runs; ++r, q += c) {
+#pragma GCC unroll 4
+        for (std::uint64_t i = 0; i < 4; ++i) {
+          load_into(x, q + 4 * i);
+          fold_into<Fold>(a[i], x);
+        }
+      }
+#pragma GCC unroll 4
+      for (std::uint64_t i = 0; i < 4; ++i) std::memcpy(s + k + 4 * i, &a[i], sizeof a[i]);
+    }
+    for (std::uint64_t r = 0; r < runs; ++r, p += c)
+      for (std::uint64_t j = k; j < c; ++j) s[j] = Fold::fold(s[j], p[j]);
+  }
+}
+
 // `tiles` tiles of `rows` runs of n entries (C when it is not 0) from p:
 // run r of tile t starts at small entry q + t * tile_ss + r * row_ss and
 // steps it by ss per entry (S says how).
@@ -69,6 +131,14 @@ template <class Fold, std::uint64_t C, RunStep S>
                                                    std::uint64_t row_ss,
                                                    std::uint64_t tile_ss) noexcept {
   const std::uint64_t n = C != 0 ? C : c;
+  if constexpr (S == RunStep::contiguous) {
+    if (row_ss == 0) {
+      if (tile_ss == 0) return fold_shared_runs<Fold, C>(p, q, tiles * rows, c);
+      for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss, p += rows * n)
+        fold_shared_runs<Fold, C>(p, q, rows, c);
+      return;
+    }
+  }
   for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss) {
     double* s = q;
     for (std::uint64_t r = 0; r < rows; ++r, p += n, s += row_ss) {
