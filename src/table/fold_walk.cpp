@@ -134,12 +134,11 @@ template <class Fold, std::uint64_t C>
   x[3] = __builtin_shufflevector(t1, t3, 2, 3, 6, 7);
 }
 
-// s[0 .. 3] := the folds of s[j] and of the run of C entries (2 to 15) at
-// p + j * C: the four runs in the four lanes, each grouped as fold_run
-// groups it (blocks of four into four accumulators, the rest into the
-// first, then (a0 + a1) + (a2 + a3)).
+// out := the folds of the four runs of C entries (2 to 15) at p + j * C,
+// run j in lane j, each grouped as fold_run groups it (blocks of four into
+// four accumulators, the rest into the first, then (a0 + a1) + (a2 + a3)).
 template <class Fold, std::uint64_t C>
-[[gnu::always_inline]] inline void fold_four_runs(const double* p, double* s) noexcept {
+[[gnu::always_inline]] inline void fold_four_runs(const double* p, V4& out) noexcept {
   constexpr double kId = Fold::identity();
   V4 a[4] = {{kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}};
   for (std::uint64_t b = 0; b + 4 <= C; b += 4) {
@@ -183,9 +182,16 @@ template <class Fold, std::uint64_t C>
     fold_into<Fold>(a[2], a[3]);
     fold_into<Fold>(a[0], a[2]);
   }
-  V4 old;
+  out = a[0];
+}
+
+// s[0 .. 3] := the folds of s[j] and of the run of C entries at p + j * C.
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline void fold_four_runs_into(const double* p, double* s) noexcept {
+  V4 runs, old;
+  fold_four_runs<Fold, C>(p, runs);
   load_into(old, s);
-  fold_into<Fold>(old, a[0]);
+  fold_into<Fold>(old, runs);
   std::memcpy(s, &old, sizeof old);
 }
 
@@ -207,13 +213,28 @@ template <class Fold, std::uint64_t C, RunStep S, bool Wide>
       return;
     }
   }
+  if constexpr (Wide && S == RunStep::constant && C >= 2) {
+    if (rows == 2 && row_ss == 1 && tile_ss == 0 && tiles >= 2) {
+      // Every tile's two runs into the same two small entries: two tiles
+      // per four-run step, the pair of small entries kept in registers.
+      V2 pair;
+      std::memcpy(&pair, q, sizeof pair);
+      for (; tiles >= 2; tiles -= 2, p += 4 * C) {
+        V4 runs;
+        fold_four_runs<Fold, C>(p, runs);
+        fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 0, 1)));
+        fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 2, 3)));
+      }
+      std::memcpy(q, &pair, sizeof pair);
+    }
+  }
   for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss) {
     double* s = q;
     std::uint64_t r = 0;
     if constexpr (Wide && S == RunStep::constant && C >= 2) {
       // Runs into neighbouring small entries, four at a time.
       if (row_ss == 1)
-        for (; r + 4 <= rows; r += 4, p += 4 * C, s += 4) fold_four_runs<Fold, C>(p, s);
+        for (; r + 4 <= rows; r += 4, p += 4 * C, s += 4) fold_four_runs_into<Fold, C>(p, s);
     }
     for (; r < rows; ++r, p += n, s += row_ss) {
       if constexpr (S == RunStep::constant && C >= 4) {
