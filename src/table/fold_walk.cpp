@@ -140,7 +140,8 @@ template <class Fold, std::uint64_t C>
 template <class Fold, std::uint64_t C>
 [[gnu::always_inline]] inline void fold_four_runs(const double* p, V4& out) noexcept {
   constexpr double kId = Fold::identity();
-  V4 a[4] = {{kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}};
+  V4 a[4] = {
+      {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}};
   for (std::uint64_t b = 0; b + 4 <= C; b += 4) {
     V4 r0, r1, r2, r3, x[4];
     load_into(r0, p + b);
@@ -173,8 +174,7 @@ template <class Fold, std::uint64_t C>
     fold_into<Fold>(a[0], V4(__builtin_shufflevector(y02, y13, 1, 5, 3, 7)));
     k += 2;
   }
-  if constexpr (C % 2 != 0)
-    fold_into<Fold>(a[0], V4{p[k], p[C + k], p[2 * C + k], p[3 * C + k]});
+  if constexpr (C % 2 != 0) fold_into<Fold>(a[0], V4{p[k], p[C + k], p[2 * C + k], p[3 * C + k]});
   // Under four entries, lanes 1 to 3 hold the identity, and folding it in
   // leaves a0 as it is (a0 is never -0: it starts as 0 + x).
   if constexpr (C >= 4) {
