@@ -59,19 +59,184 @@ template <class Fold, std::uint64_t C>
   return pair;
 }
 
+// s[k] := the fold of s[k] and the k-th entry of each of `runs` runs of n
+// entries (C when it is not 0) from p, in order: runs whose small entries are
+// contiguous and shared (the row axis is absent from the small table).  The
+// small entries stay in registers over the runs; each still meets its large
+// entries one at a time in index order.
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline void fold_shared_runs(const double* __restrict p,
+                                                    double* __restrict s, std::uint64_t runs,
+                                                    std::uint64_t c) noexcept {
+  if constexpr (C != 0) {
+    // The whole run in registers: blocks of four, then two, then one.
+    constexpr std::uint64_t kFours = C / 4, kTwo = C % 4 / 2, kOne = C % 2;
+    V4 a[kFours > 0 ? kFours : 1], x;
+    V2 b, y;
+    double d = 0;
+#pragma GCC unroll 4
+    for (std::uint64_t i = 0; i < kFours; ++i) load_into(a[i], s + 4 * i);
+    if constexpr (kTwo) std::memcpy(&b, s + 4 * kFours, sizeof b);
+    if constexpr (kOne) d = s[C - 1];
+#pragma GCC unroll 2
+    for (std::uint64_t r = 0; r < runs; ++r, p += C) {
+#pragma GCC unroll 4
+      for (std::uint64_t i = 0; i < kFours; ++i) {
+        load_into(x, p + 4 * i);
+        fold_into<Fold>(a[i], x);
+      }
+      if constexpr (kTwo) {
+        std::memcpy(&y, p + 4 * kFours, sizeof y);
+        fold_into<Fold>(b, y);
+      }
+      if constexpr (kOne) d = Fold::fold(d, p[C - 1]);
+    }
+#pragma GCC unroll 4
+    for (std::uint64_t i = 0; i < kFours; ++i) std::memcpy(s + 4 * i, &a[i], sizeof a[i]);
+    if constexpr (kTwo) std::memcpy(s + 4 * kFours, &b, sizeof b);
+    if constexpr (kOne) s[C - 1] = d;
+  } else if (runs == 1) {
+#pragma GCC unroll 4
+    for (std::uint64_t k = 0; k < c; ++k) s[k] = Fold::fold(s[k], p[k]);
+  } else {
+    // Blocks of 16 entries in registers over the runs, the rest one by one.
+    std::uint64_t k = 0;
+    for (; k + 16 <= c; k += 16) {
+      V4 a[4], x;
+#pragma GCC unroll 4
+      for (std::uint64_t i = 0; i < 4; ++i) load_into(a[i], s + k + 4 * i);
+      const double* q = p + k;
+      for (std::uint64_t r = 0; r < runs; ++r, q += c) {
+#pragma GCC unroll 4
+        for (std::uint64_t i = 0; i < 4; ++i) {
+          load_into(x, q + 4 * i);
+          fold_into<Fold>(a[i], x);
+        }
+      }
+#pragma GCC unroll 4
+      for (std::uint64_t i = 0; i < 4; ++i) std::memcpy(s + k + 4 * i, &a[i], sizeof a[i]);
+    }
+    for (std::uint64_t r = 0; r < runs; ++r, p += c)
+      for (std::uint64_t j = k; j < c; ++j) s[j] = Fold::fold(s[j], p[j]);
+  }
+}
+
+// x[i] := the i-th entries of the four rows r0 .. r3, lane j from row j.
+[[gnu::always_inline]] inline void transpose_into(V4 (&x)[4], const V4& r0, const V4& r1,
+                                                  const V4& r2, const V4& r3) noexcept {
+  const V4 t0 = __builtin_shufflevector(r0, r1, 0, 4, 2, 6);
+  const V4 t1 = __builtin_shufflevector(r0, r1, 1, 5, 3, 7);
+  const V4 t2 = __builtin_shufflevector(r2, r3, 0, 4, 2, 6);
+  const V4 t3 = __builtin_shufflevector(r2, r3, 1, 5, 3, 7);
+  x[0] = __builtin_shufflevector(t0, t2, 0, 1, 4, 5);
+  x[1] = __builtin_shufflevector(t1, t3, 0, 1, 4, 5);
+  x[2] = __builtin_shufflevector(t0, t2, 2, 3, 6, 7);
+  x[3] = __builtin_shufflevector(t1, t3, 2, 3, 6, 7);
+}
+
+// out := the folds of the four runs of C entries (2 to 15) at p + j * C,
+// run j in lane j, each grouped as fold_run groups it (blocks of four into
+// four accumulators, the rest into the first, then (a0 + a1) + (a2 + a3)).
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline void fold_four_runs(const double* p, V4& out) noexcept {
+  constexpr double kId = Fold::identity();
+  V4 a[4] = {
+      {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}};
+  for (std::uint64_t b = 0; b + 4 <= C; b += 4) {
+    V4 r0, r1, r2, r3, x[4];
+    load_into(r0, p + b);
+    load_into(r1, p + C + b);
+    load_into(r2, p + 2 * C + b);
+    load_into(r3, p + 3 * C + b);
+    transpose_into(x, r0, r1, r2, r3);
+#pragma GCC unroll 4
+    for (int i = 0; i < 4; ++i) fold_into<Fold>(a[i], x[i]);
+  }
+  std::uint64_t k = C / 4 * 4;
+  if constexpr (C == 2) {
+    // The eight entries in two loads: lanes of runs 0, 2, 1, 3 until the end.
+    V4 l0, l1;
+    load_into(l0, p);
+    load_into(l1, p + 4);
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(l0, l1, 0, 4, 2, 6)));
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(l0, l1, 1, 5, 3, 7)));
+    a[0] = __builtin_shufflevector(a[0], a[0], 0, 2, 1, 3);
+  } else if constexpr (C % 4 >= 2) {
+    // Pairs of the runs' next two entries, then their lanes split.
+    V2 h0, h1, h2, h3;
+    std::memcpy(&h0, p + k, sizeof h0);
+    std::memcpy(&h1, p + C + k, sizeof h1);
+    std::memcpy(&h2, p + 2 * C + k, sizeof h2);
+    std::memcpy(&h3, p + 3 * C + k, sizeof h3);
+    const V4 y02 = __builtin_shufflevector(h0, h2, 0, 1, 2, 3);
+    const V4 y13 = __builtin_shufflevector(h1, h3, 0, 1, 2, 3);
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(y02, y13, 0, 4, 2, 6)));
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(y02, y13, 1, 5, 3, 7)));
+    k += 2;
+  }
+  if constexpr (C % 2 != 0) fold_into<Fold>(a[0], V4{p[k], p[C + k], p[2 * C + k], p[3 * C + k]});
+  // Under four entries, lanes 1 to 3 hold the identity, and folding it in
+  // leaves a0 as it is (a0 is never -0: it starts as 0 + x).
+  if constexpr (C >= 4) {
+    fold_into<Fold>(a[0], a[1]);
+    fold_into<Fold>(a[2], a[3]);
+    fold_into<Fold>(a[0], a[2]);
+  }
+  out = a[0];
+}
+
+// s[0 .. 3] := the folds of s[j] and of the run of C entries at p + j * C.
+template <class Fold, std::uint64_t C>
+[[gnu::always_inline]] inline void fold_four_runs_into(const double* p, double* s) noexcept {
+  V4 runs, old;
+  fold_four_runs<Fold, C>(p, runs);
+  load_into(old, s);
+  fold_into<Fold>(old, runs);
+  std::memcpy(s, &old, sizeof old);
+}
+
 // `tiles` tiles of `rows` runs of n entries (C when it is not 0) from p:
 // run r of tile t starts at small entry q + t * tile_ss + r * row_ss and
 // steps it by ss per entry (S says how).
-template <class Fold, std::uint64_t C, RunStep S>
+template <class Fold, std::uint64_t C, RunStep S, bool Wide>
 [[gnu::always_inline]] inline void fold_tiles_body(const double* __restrict p, double* __restrict q,
                                                    std::uint64_t tiles, std::uint64_t rows,
                                                    std::uint64_t c, std::uint64_t ss,
                                                    std::uint64_t row_ss,
                                                    std::uint64_t tile_ss) noexcept {
   const std::uint64_t n = C != 0 ? C : c;
+  if constexpr (S == RunStep::contiguous) {
+    if (row_ss == 0) {
+      if (tile_ss == 0) return fold_shared_runs<Fold, C>(p, q, tiles * rows, c);
+      for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss, p += rows * n)
+        fold_shared_runs<Fold, C>(p, q, rows, c);
+      return;
+    }
+  }
+  if constexpr (Wide && S == RunStep::constant && C >= 2) {
+    if (rows == 2 && row_ss == 1 && tile_ss == 0 && tiles >= 2) {
+      // Every tile's two runs into the same two small entries: two tiles
+      // per four-run step, the pair of small entries kept in registers.
+      V2 pair;
+      std::memcpy(&pair, q, sizeof pair);
+      for (; tiles >= 2; tiles -= 2, p += 4 * C) {
+        V4 runs;
+        fold_four_runs<Fold, C>(p, runs);
+        fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 0, 1)));
+        fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 2, 3)));
+      }
+      std::memcpy(q, &pair, sizeof pair);
+    }
+  }
   for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss) {
     double* s = q;
-    for (std::uint64_t r = 0; r < rows; ++r, p += n, s += row_ss) {
+    std::uint64_t r = 0;
+    if constexpr (Wide && S == RunStep::constant && C >= 2) {
+      // Runs into neighbouring small entries, four at a time.
+      if (row_ss == 1)
+        for (; r + 4 <= rows; r += 4, p += 4 * C, s += 4) fold_four_runs_into<Fold, C>(p, s);
+    }
+    for (; r < rows; ++r, p += n, s += row_ss) {
       if constexpr (S == RunStep::constant && C >= 4) {
         if (r + 2 <= rows) {
           // Two runs at a time.
@@ -103,7 +268,7 @@ template <class Fold, std::uint64_t C, RunStep S>
 void fold_tiles_narrow(const double* p, double* q, std::uint64_t tiles, std::uint64_t rows,
                        std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss,
                        std::uint64_t tile_ss) noexcept {
-  fold_tiles_body<Fold, C, S>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
+  fold_tiles_body<Fold, C, S, false>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
 }
 
 #if defined(__x86_64__) && defined(__GNUC__)
@@ -114,7 +279,7 @@ template <class Fold, std::uint64_t C, RunStep S>
 [[gnu::target("avx2")]] void fold_tiles_wide(const double* p, double* q, std::uint64_t tiles,
                                              std::uint64_t rows, std::uint64_t c, std::uint64_t ss,
                                              std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
-  fold_tiles_body<Fold, C, S>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
+  fold_tiles_body<Fold, C, S, true>(p, q, tiles, rows, c, ss, row_ss, tile_ss);
 }
 #endif
 
