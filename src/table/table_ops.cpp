@@ -666,6 +666,8 @@ template <class Update>
   // undefined vector that the compiler warns about.
   const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
   std::uint64_t i = begin;
+  // Two gathers per turn: half the loop's own instructions.
+#pragma GCC unroll 2
   for (; i + 4 <= end; i += 4) {
     std::uint64_t four = 0;
     std::memcpy(&four, m + i, sizeof four);
