@@ -430,6 +430,7 @@ template <class Fold, std::uint64_t C>
     // fold_run's other three lanes would stay at the identity, and folding
     // them in leaves its first lane as it is (a sum that starts at +0 is
     // never -0), so the first lane alone is the same bits.
+#pragma GCC unroll 2
     for (std::uint64_t i = begin; i < end; i += C) {
       double a = Fold::identity();
       for (std::uint64_t k = 0; k < C; ++k) a = Fold::fold(a, large[i + k]);
@@ -484,6 +485,7 @@ template <class Fold, std::uint64_t C>
     __m128d pairs[C / 2];
     for (std::uint64_t k = 0; k < C / 2; ++k) pairs[k] = _mm_loadu_pd(small + 2 * k);
     double last = small[C - 1];
+#pragma GCC unroll 2
     for (; i + C <= end; i += C) {
       for (std::uint64_t k = 0; k < C / 2; ++k)
         pairs[k] = _mm_add_pd(pairs[k], _mm_loadu_pd(large + i + 2 * k));
