@@ -566,6 +566,10 @@ void fold_mapped(const IndexPlan& plan, const double* large, double* small, std:
       return fold_mapped_runs<Fold, 5>(large, small, m, begin, end);
     case 6:
       return fold_mapped_runs<Fold, 6>(large, small, m, begin, end);
+    case 8:
+      return fold_mapped_runs<Fold, 8>(large, small, m, begin, end);
+    case 9:
+      return fold_mapped_runs<Fold, 9>(large, small, m, begin, end);
     default:
       for (std::uint64_t i = begin; i < end; i += run)
         small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, run));
