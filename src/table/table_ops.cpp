@@ -425,7 +425,7 @@ void fold_rows(const double* p, double* q, std::uint64_t rows, std::uint64_t c, 
 // index order.
 template <class Fold, std::uint64_t C>
 [[gnu::noinline]] void fold_mapped_runs(const double* large, double* small, const std::uint16_t* m,
-                      std::uint64_t begin, std::uint64_t end) noexcept {
+                                        std::uint64_t begin, std::uint64_t end) noexcept {
   if constexpr (C < 4) {
     // fold_run's other three lanes would stay at the identity, and folding
     // them in leaves its first lane as it is (a sum that starts at +0 is
@@ -462,8 +462,9 @@ void fold_run_into(double* s, const double* l) noexcept {
 // (at the ends of the range) go one by one, so every small entry receives
 // its folds in index order, as entry by entry.
 template <class Fold, std::uint64_t C>
-[[gnu::noinline]] void fold_mapped_contiguous(const double* large, double* small, const std::uint16_t* m,
-                            std::uint64_t begin, std::uint64_t end) noexcept {
+[[gnu::noinline]] void fold_mapped_contiguous(const double* large, double* small,
+                                              const std::uint16_t* m, std::uint64_t begin,
+                                              std::uint64_t end) noexcept {
   std::uint64_t i = begin;
   for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
   for (; i + C <= end; i += C) fold_run_into<Fold, C>(small + m[i], large + i);
@@ -476,8 +477,9 @@ template <class Fold, std::uint64_t C>
 // Each still receives the same folds in index order, so the bits are the
 // same.
 template <class Fold, std::uint64_t C>
-[[gnu::noinline]] void fold_mapped_columns(const double* large, double* small, const std::uint16_t* m,
-                         std::uint64_t begin, std::uint64_t end) noexcept {
+[[gnu::noinline]] void fold_mapped_columns(const double* large, double* small,
+                                           const std::uint16_t* m, std::uint64_t begin,
+                                           std::uint64_t end) noexcept {
   std::uint64_t i = begin;
   for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
 #if defined(__x86_64__) && defined(__GNUC__)
