@@ -49,6 +49,7 @@ constexpr std::size_t kChunk = 16;
 struct Chunked {
   explicit Chunked(std::string s) : size(s.size()), text(std::move(s)) {
     text.append(kChunk, '\0');
+    if (text.size() < 2 * kChunk) text.resize(2 * kChunk, '\0');
   }
   std::size_t size;
   std::string text;
@@ -58,6 +59,15 @@ struct Chunked {
 /// block) to `p`; returns the end.
 char* put(char* p, const char* from, std::size_t n) noexcept {
   for (std::size_t i = 0; i < n; i += kChunk) std::memcpy(p + i, from + i, kChunk);
+  return p + n;
+}
+
+/// As put(), the first two blocks copied whatever `n` (case numbers and
+/// most line prefixes fit them, so that their copy is a few moves without a
+/// loop): `from` is readable, and `p` writable, to two blocks at least.
+char* put_short(char* p, const char* from, std::size_t n) noexcept {
+  std::memcpy(p, from, 2 * kChunk);
+  for (std::size_t i = 2 * kChunk; i < n; i += kChunk) std::memcpy(p + i, from + i, kChunk);
   return p + n;
 }
 
@@ -207,8 +217,8 @@ static_assert(kNumberText >= std::numeric_limits<k_size_t>::digits10 + 2);
 /// (as "%.17g" writes it) and a newline at `p`; returns the end.
 char* write_line(char* p, const char* number, std::size_t number_size, const Chunked& middle,
                  double x) noexcept {
-  p = put(p, number, number_size);
-  p = put(p, middle.text.data(), middle.size);
+  p = put_short(p, number, number_size);
+  p = put_short(p, middle.text.data(), middle.size);
   p = write_g17(p, x);
   *p++ = '\n';
   return p;
@@ -290,12 +300,17 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
                   const std::vector<k_node_t>& cases, k_size_t row, k_size_t number,
                   const std::vector<Reported>& reported, bool only_unobserved) {
   // Every case is propagated from the node tables with its evidence in the
-  // first pass, as `kelva beliefs` propagates, whatever came before.
-  checked(k_domain_retract_findings(w.domain.get()));
+  // first pass, as `kelva beliefs` propagates, whatever came before.  The
+  // evidence of the case before is replaced item by item: a node the case
+  // leaves missing is retracted only if the case before observed it, which
+  // costs less than retracting every node.
   checked(k_domain_initialize(w.domain.get()));
   std::vector<char>& observed = w.observed;
-  for (std::size_t i = 0; i < cases.size(); ++i)
-    observed[i] = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    const bool now = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
+    if (!now && observed[i]) checked(k_node_retract_findings(w.nodes[i]));
+    observed[i] = now;
+  }
   char digits[kNumberText] = {};
   char* end = std::to_chars(digits, digits + sizeof digits - 1, number + 1).ptr;
   *end++ = '\t';
