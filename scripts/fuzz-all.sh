@@ -45,8 +45,10 @@ fuzz_one() {
   if [[ -d fuzz/corpus/$name ]]; then
     cp -r "fuzz/corpus/$name/." "$run/corpus/"
   fi
-  # The NET reader is also seeded with the shared networks, read in place
-  # (libFuzzer writes new inputs to the first folder only).
+  # The NET reader is also seeded with the shared networks of at most 64 KiB,
+  # linked in place (libFuzzer writes new inputs to the first folder only).
+  # The large ones would take most of a short run to parse and make every
+  # mutation slow, without reaching parser code the small ones miss.
   local seeds=()
   local shared=${KELVA_SHARED_DIR:-$(cd .. && pwd)/shared}
   # The KB reader's seeds are binary, so they are written from NET files here.
@@ -58,7 +60,12 @@ fuzz_one() {
     "$build/kb_seeds" "$run/corpus" "${nets[@]}"
   fi
   if [[ $name == net && -d $shared/nets ]]; then
-    seeds+=("$shared/nets")
+    local net
+    mkdir -p "$run/shared"
+    for net in "$shared"/nets/*.net; do
+      if (($(stat -c %s "$net") <= 65536)); then ln -s "$(cd "$(dirname "$net")" && pwd)/$(basename "$net")" "$run/shared/"; fi
+    done
+    seeds+=("$run/shared")
   fi
   local status=0 runs coverage artifact
   "$build/${name}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
