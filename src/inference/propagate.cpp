@@ -32,6 +32,9 @@ thread_local bool skip_state_utilities = false;
 // Whether trees that fit take the sweeps of clique_sweeps.h.
 std::atomic<bool> fused_sweeps{true};
 
+// Whether one-thread sweeps go through the tree's SweepPlan.
+std::atomic<bool> sweep_plans{true};
+
 // The root total must be a normal, finite double.  A negative total (only
 // tables holding negative numbers give one) is let through; the total's
 // computation itself never fails.  NaN is overflow.
@@ -727,7 +730,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     log_scale = collect_split(tree, how, par, scaled);
   } else {
     // One thread sweeps the tree: through its plan of kernels.
-    if (fused && par.threads < 2) {
+    if (fused && par.threads < 2 && sweep_plans.load(std::memory_order_relaxed)) {
       if (!tree.sweep_plan) tree.sweep_plan.reset(new SweepPlan);
       plan = tree.sweep_plan.get();
       plan->ready(tree, how);
@@ -1061,6 +1064,8 @@ void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mo
 void initialise_domain(Domain& domain) { unpropagate(compiled_forest(domain)); }
 
 void set_fused_sweeps(bool on) noexcept { fused_sweeps.store(on, std::memory_order_relaxed); }
+
+void set_sweep_plans(bool on) noexcept { sweep_plans.store(on, std::memory_order_relaxed); }
 
 void reset_inference_engine(Domain& domain) {
   Forest& forest = compiled_forest(domain);
