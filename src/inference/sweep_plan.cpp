@@ -52,8 +52,8 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
     if (!node.is_discrete() || node.table() == nullptr) continue;
     const k_category_t c = node.category();
     if (c != K_CATEGORY_CHANCE && c != K_CATEGORY_FUNCTION && c != K_CATEGORY_DECISION) continue;
-    tables_.push_back({update_of(slot->assigned_plan), node.table(),
-                       c == K_CATEGORY_DECISION ? &node : nullptr});
+    tables_.push_back(
+        {update_of(slot->assigned_plan), node.table(), c == K_CATEGORY_DECISION ? &node : nullptr});
   }
   for (const ComponentSlot& slot : forest.components)
     if (slot.assigned == &clique)
@@ -92,8 +92,7 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
   children_.clear();
   const auto& schedule = tree.schedule;
   for (const JunctionTree::Message& link : schedule)
-    children_.push_back(
-        {link.separator, update_of(*link.inner_plan), fold_of(*link.inner_plan)});
+    children_.push_back({link.separator, update_of(*link.inner_plan), fold_of(*link.inner_plan)});
   for (std::size_t i = 0; i < schedule.size(); ++i)
     links_.push_back(steps_of(tree, *schedule[i].outer, i));
   root_ = steps_of(tree, *tree.schedule_root, JunctionTree::kNoLink);
@@ -184,12 +183,11 @@ void SweepPlan::fold(const Steps& s, const double* large, const Parallelism& par
       marginalize(*homes_[k].fold.plan, large, homes_[k].slot->marginal.data(), how_, par);
 }
 
-void SweepPlan::distribute_root(JunctionTree& tree, const double* factor,
-                                const Parallelism& par) {
+void SweepPlan::distribute_root(JunctionTree& tree, const double* factor, const Parallelism& par) {
   Clique& root = *root_.clique;
   if (!root_.collect) {
-    return distribute_sweep(tree, root, root.total_plan, factor, root_.children,
-                            root_.children_end, how_, par);
+    return distribute_sweep(tree, root, root.total_plan, factor, root_.children, root_.children_end,
+                            how_, par);
   }
   double* large = root.table->data();
   root_.in.multiply(*root_.in.plan, large, factor, 0, root.table->size());

@@ -70,10 +70,10 @@ class SweepPlan {
     std::size_t tables = 0, tables_end = 0;
     std::size_t homes = 0, homes_end = 0;
     std::size_t children = 0, children_end = 0;  // schedule links leaving the clique
-    Fold out;                                     // onto the separator towards the root
-    Update in;                                    // by the message from the root's side
-    bool collect = false;                         // small enough for the planned collect
-    bool receive = false;                         // small enough for the planned distribute
+    Fold out;                                    // onto the separator towards the root
+    Update in;                                   // by the message from the root's side
+    bool collect = false;                        // small enough for the planned collect
+    bool receive = false;                        // small enough for the planned distribute
   };
 
   static Update update_of(const IndexPlan& plan) noexcept;

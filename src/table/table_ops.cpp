@@ -480,8 +480,7 @@ template <class Fold, std::uint64_t C>
 // same.
 template <class Fold, std::uint64_t C>
 [[gnu::noinline]] void fold_mapped_columns(const IndexPlan& plan, const double* large,
-                                           double* small, std::uint64_t begin,
-                                           std::uint64_t end) {
+                                           double* small, std::uint64_t begin, std::uint64_t end) {
   const std::uint16_t* m = plan.map();
   std::uint64_t i = begin;
   for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
@@ -670,8 +669,8 @@ void update_mapped_body(double* __restrict large, const double* __restrict small
 // the same rounded multiplication, so the bits are the baseline's.
 template <class Update>
 [[gnu::target("avx2")]] void update_mapped_wide(const IndexPlan& plan, double* __restrict large,
-                                                const double* __restrict small,
-                                                std::uint64_t begin, std::uint64_t end) {
+                                                const double* __restrict small, std::uint64_t begin,
+                                                std::uint64_t end) {
   const std::uint16_t* m = plan.map();
   // The masked form, with every lane taken: the plain one reads an
   // undefined vector that the compiler warns about.
