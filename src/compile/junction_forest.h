@@ -25,6 +25,7 @@ class Clique;
 class JunctionTree;
 class CgTree;
 class CollectMemo;
+class SweepPlan;
 struct NodeSlot;
 
 /// The CG state of a tree, made and destroyed by the inference layer.
@@ -224,6 +225,9 @@ class JunctionTree : public Object {
   /// Collected cliques by the evidence that made them (see the inference
   /// layer); null until a case-by-case propagation first needs it.
   Owned<CollectMemo> collect_memo;
+  /// The sweeps' kernels chosen once (see the inference layer); null until
+  /// a one-thread propagation with the sweeps first needs it.
+  Owned<SweepPlan> sweep_plan;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "jtPeer"

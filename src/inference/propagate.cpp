@@ -13,6 +13,7 @@
 #include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "inference/policy_update.h"
+#include "inference/sweep_plan.h"
 #include "inference/tree_values.h"
 #include "network/domain.h"
 #include "network/error.h"
@@ -30,6 +31,9 @@ thread_local bool skip_state_utilities = false;
 
 // Whether trees that fit take the sweeps of clique_sweeps.h.
 std::atomic<bool> fused_sweeps{true};
+
+// Whether one-thread sweeps go through the tree's SweepPlan.
+std::atomic<bool> sweep_plans{true};
 
 // The root total must be a normal, finite double.  A negative total (only
 // tables holding negative numbers give one) is let through; the total's
@@ -317,14 +321,15 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
 // `fused`, the outer clique is made in one sweep (clique_sweeps.h) and its
 // marginal passed on; the inner clique takes it in its own sweep.
 void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                  double* scale, bool fused) {
+                  double* scale, bool fused, SweepPlan* plan = nullptr) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
   if (fused) {
     const auto [first, end] = tree.link_children(i);
     Separator& sep = *link.separator;
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
-    collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
+    if (plan != nullptr) plan->collect(tree, i, fresh, par);
+    else collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
     if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
     const std::uint64_t n = link.outer_plan->small_size();
     if (tree.sweep_rebuild) {
@@ -348,9 +353,10 @@ void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Paralleli
 // sender's marginal was made by its own sweep, and the receiver's sweep
 // makes those of all its children.
 void distribute_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                     bool fused) {
+                     bool fused, SweepPlan* plan = nullptr) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
+  if (plan != nullptr) return plan->receive(tree, i, par);
   if (fused) {
     const auto [first, end] = tree.link_children(i);
     receive_sweep(tree, i, first, end, how, par);
@@ -715,6 +721,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     split = tree.split_starts.size() > 1;
   }
   double log_scale = 0.0;
+  SweepPlan* plan = nullptr;
   if (shared) {
     SharedPass pass(tree, entries, true, how, par, scaled);
     pass.run();
@@ -722,6 +729,12 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   } else if (split) {
     log_scale = collect_split(tree, how, par, scaled);
   } else {
+    // One thread sweeps the tree: through its plan of kernels.
+    if (fused && par.threads < 2 && sweep_plans.load(std::memory_order_relaxed)) {
+      if (!tree.sweep_plan) tree.sweep_plan.reset(new SweepPlan);
+      plan = tree.sweep_plan.get();
+      plan->ready(tree, how);
+    }
     CollectMemo* memo = nullptr;
     if (remember) {
       if (!tree.collect_memo) tree.collect_memo.reset(new CollectMemo);
@@ -731,18 +744,20 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     double scale = 1.0;
     for (std::size_t i = schedule.size(); i-- > 0;) {
       if (memo != nullptr && memo->restore(tree, i)) continue;
-      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused);
+      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused, plan);
       if (memo != nullptr) memo->keep(tree, i);
       if (scaled) log_scale += std::log(scale);
     }
   }
   Clique& root = *tree.schedule_root;
   const auto [first, end] = tree.link_children(JunctionTree::kNoLink);
-  if (fused) collect_sweep(tree, root, first, end, nullptr, nullptr, how, par);
+  if (plan != nullptr) plan->collect(tree, JunctionTree::kNoLink, nullptr, par);
+  else if (fused) collect_sweep(tree, root, first, end, nullptr, nullptr, how, par);
   double x = clique_total(root, how, par);
   verify_total(x);
   const double inverse = 1.0 / x;
-  if (fused) distribute_sweep(tree, root, root.total_plan, &inverse, first, end, how, par);
+  if (plan != nullptr) plan->distribute_root(tree, &inverse, par);
+  else if (fused) distribute_sweep(tree, root, root.total_plan, &inverse, first, end, how, par);
   else scale_clique(root, inverse, par);
   tree.log_normalization_constant += std::log(x) + log_scale;
   if (scaled) {
@@ -758,7 +773,8 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   } else if (split) {
     distribute_split(tree, how, par);
   } else {
-    for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par, fused);
+    for (std::size_t i = 0; i < schedule.size(); ++i)
+      distribute_link(tree, i, how, par, fused, plan);
   }
   return x;
 }
@@ -1048,6 +1064,8 @@ void propagate_domain(Domain& domain, k_equilibrium_t equilibrium, k_evidence_mo
 void initialise_domain(Domain& domain) { unpropagate(compiled_forest(domain)); }
 
 void set_fused_sweeps(bool on) noexcept { fused_sweeps.store(on, std::memory_order_relaxed); }
+
+void set_sweep_plans(bool on) noexcept { sweep_plans.store(on, std::memory_order_relaxed); }
 
 void reset_inference_engine(Domain& domain) {
   Forest& forest = compiled_forest(domain);

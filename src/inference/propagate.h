@@ -44,4 +44,9 @@ void reset_inference_engine(Domain& domain);
 /// bits.  For tests and measurements.
 void set_fused_sweeps(bool on) noexcept;
 
+/// Whether one-thread sweeps go through the tree's SweepPlan (the default)
+/// or choose their kernels sweep by sweep; both give the same bits.  For
+/// tests and measurements.
+void set_sweep_plans(bool on) noexcept;
+
 }  // namespace kelva

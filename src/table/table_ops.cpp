@@ -424,8 +424,9 @@ void fold_rows(const double* p, double* q, std::uint64_t rows, std::uint64_t c, 
 // one small entry are folded by fold_run first, other entries one by one in
 // index order.
 template <class Fold, std::uint64_t C>
-[[gnu::noinline]] void fold_mapped_runs(const double* large, double* small, const std::uint16_t* m,
-                                        std::uint64_t begin, std::uint64_t end) noexcept {
+[[gnu::noinline]] void fold_mapped_runs(const IndexPlan& plan, const double* large, double* small,
+                                        std::uint64_t begin, std::uint64_t end) {
+  const std::uint16_t* m = plan.map();
   if constexpr (C < 4) {
     // fold_run's other three lanes would stay at the identity, and folding
     // them in leaves its first lane as it is (a sum that starts at +0 is
@@ -462,9 +463,10 @@ void fold_run_into(double* s, const double* l) noexcept {
 // (at the ends of the range) go one by one, so every small entry receives
 // its folds in index order, as entry by entry.
 template <class Fold, std::uint64_t C>
-[[gnu::noinline]] void fold_mapped_contiguous(const double* large, double* small,
-                                              const std::uint16_t* m, std::uint64_t begin,
-                                              std::uint64_t end) noexcept {
+[[gnu::noinline]] void fold_mapped_contiguous(const IndexPlan& plan, const double* large,
+                                              double* small, std::uint64_t begin,
+                                              std::uint64_t end) {
+  const std::uint16_t* m = plan.map();
   std::uint64_t i = begin;
   for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
   for (; i + C <= end; i += C) fold_run_into<Fold, C>(small + m[i], large + i);
@@ -477,9 +479,9 @@ template <class Fold, std::uint64_t C>
 // Each still receives the same folds in index order, so the bits are the
 // same.
 template <class Fold, std::uint64_t C>
-[[gnu::noinline]] void fold_mapped_columns(const double* large, double* small,
-                                           const std::uint16_t* m, std::uint64_t begin,
-                                           std::uint64_t end) noexcept {
+[[gnu::noinline]] void fold_mapped_columns(const IndexPlan& plan, const double* large,
+                                           double* small, std::uint64_t begin, std::uint64_t end) {
+  const std::uint16_t* m = plan.map();
   std::uint64_t i = begin;
   for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
 #if defined(__x86_64__) && defined(__GNUC__)
@@ -507,75 +509,75 @@ template <class Fold, std::uint64_t C>
   for (; i < end; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
 }
 
+// Entry by entry, each large entry folded into the small entry the map gives.
+template <class Fold>
+void fold_mapped_entries(const IndexPlan& plan, const double* large, double* small,
+                         std::uint64_t begin, std::uint64_t end) {
+  const std::uint16_t* m = plan.map();
+#pragma GCC unroll 4
+  for (std::uint64_t i = begin; i < end; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
+}
+
+// Runs of a length without a kind of its own that each fold into one small
+// entry.
+template <class Fold>
+void fold_mapped_any_runs(const IndexPlan& plan, const double* large, double* small,
+                          std::uint64_t begin, std::uint64_t end) {
+  const std::uint16_t* m = plan.map();
+  const std::uint64_t run = plan.axes().back().count;
+  for (std::uint64_t i = begin; i < end; i += run)
+    small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, run));
+}
+
+// The kind of fold for an inner run of C entries: folding into one small
+// entry (small stride 0), into the whole small table, or into C consecutive
+// small entries.
+template <class Fold, std::uint64_t C>
+FoldKernel fold_mapped_of_length(std::uint64_t ss, bool whole) noexcept {
+  if (ss == 0) {
+    if constexpr (C == 12) return fold_mapped_any_runs<Fold>;
+    else return fold_mapped_runs<Fold, C>;
+  }
+  if constexpr (C == 5) return fold_mapped_entries<Fold>;
+  else return whole ? fold_mapped_columns<Fold, C> : fold_mapped_contiguous<Fold, C>;
+}
+
+// The fold through the plan's map: by the inner run's small stride and
+// length, chosen once.
+template <class Fold>
+FoldKernel fold_mapped_kind(const IndexPlan& plan) noexcept {
+  const std::uint64_t ss = plan.inner_small_stride();
+  const std::uint64_t run = plan.axes().back().count;
+  if (ss <= 1) {
+    const bool whole = ss == 1 && run == plan.small_size();
+    switch (run) {
+      case 2:
+        return fold_mapped_of_length<Fold, 2>(ss, whole);
+      case 3:
+        return fold_mapped_of_length<Fold, 3>(ss, whole);
+      case 4:
+        return fold_mapped_of_length<Fold, 4>(ss, whole);
+      case 5:
+        return fold_mapped_of_length<Fold, 5>(ss, whole);
+      case 6:
+        return fold_mapped_of_length<Fold, 6>(ss, whole);
+      case 8:
+        return fold_mapped_of_length<Fold, 8>(ss, whole);
+      case 9:
+        return fold_mapped_of_length<Fold, 9>(ss, whole);
+      case 12:
+        return fold_mapped_of_length<Fold, 12>(ss, whole);
+      default:
+        break;
+    }
+  }
+  return ss == 0 ? fold_mapped_any_runs<Fold> : fold_mapped_entries<Fold>;
+}
+
 template <class Fold>
 void fold_mapped(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
-                 std::uint64_t end) noexcept {
-  const std::uint16_t* m = plan.map();
-  if (plan.inner_small_stride() == 1 && plan.axes().back().count == plan.small_size()) {
-    switch (plan.small_size()) {
-      case 2:
-        return fold_mapped_columns<Fold, 2>(large, small, m, begin, end);
-      case 3:
-        return fold_mapped_columns<Fold, 3>(large, small, m, begin, end);
-      case 4:
-        return fold_mapped_columns<Fold, 4>(large, small, m, begin, end);
-      case 6:
-        return fold_mapped_columns<Fold, 6>(large, small, m, begin, end);
-      case 8:
-        return fold_mapped_columns<Fold, 8>(large, small, m, begin, end);
-      case 9:
-        return fold_mapped_columns<Fold, 9>(large, small, m, begin, end);
-      case 12:
-        return fold_mapped_columns<Fold, 12>(large, small, m, begin, end);
-      default:
-        break;
-    }
-  }
-  if (plan.inner_small_stride() == 1) {
-    switch (plan.axes().back().count) {
-      case 2:
-        return fold_mapped_contiguous<Fold, 2>(large, small, m, begin, end);
-      case 3:
-        return fold_mapped_contiguous<Fold, 3>(large, small, m, begin, end);
-      case 4:
-        return fold_mapped_contiguous<Fold, 4>(large, small, m, begin, end);
-      case 6:
-        return fold_mapped_contiguous<Fold, 6>(large, small, m, begin, end);
-      case 8:
-        return fold_mapped_contiguous<Fold, 8>(large, small, m, begin, end);
-      case 9:
-        return fold_mapped_contiguous<Fold, 9>(large, small, m, begin, end);
-      case 12:
-        return fold_mapped_contiguous<Fold, 12>(large, small, m, begin, end);
-      default:
-        break;
-    }
-  }
-  if (plan.inner_small_stride() != 0) {
-#pragma GCC unroll 4
-    for (std::uint64_t i = begin; i < end; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
-    return;
-  }
-  const std::uint64_t run = plan.axes().back().count;
-  switch (run) {
-    case 2:
-      return fold_mapped_runs<Fold, 2>(large, small, m, begin, end);
-    case 3:
-      return fold_mapped_runs<Fold, 3>(large, small, m, begin, end);
-    case 4:
-      return fold_mapped_runs<Fold, 4>(large, small, m, begin, end);
-    case 5:
-      return fold_mapped_runs<Fold, 5>(large, small, m, begin, end);
-    case 6:
-      return fold_mapped_runs<Fold, 6>(large, small, m, begin, end);
-    case 8:
-      return fold_mapped_runs<Fold, 8>(large, small, m, begin, end);
-    case 9:
-      return fold_mapped_runs<Fold, 9>(large, small, m, begin, end);
-    default:
-      for (std::uint64_t i = begin; i < end; i += run)
-        small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, run));
-  }
+                 std::uint64_t end) {
+  fold_mapped_kind<Fold>(plan)(plan, large, small, begin, end);
 }
 
 // Folds large entries [begin, end) into the small table, run by run (by
@@ -666,10 +668,10 @@ void update_mapped_body(double* __restrict large, const double* __restrict small
 // small entries are gathered by their indexes at a time.  Each product is
 // the same rounded multiplication, so the bits are the baseline's.
 template <class Update>
-[[gnu::target("avx2")]] void update_mapped_wide(double* __restrict large,
-                                                const double* __restrict small,
-                                                const std::uint16_t* m, std::uint64_t begin,
-                                                std::uint64_t end) noexcept {
+[[gnu::target("avx2")]] void update_mapped_wide(const IndexPlan& plan, double* __restrict large,
+                                                const double* __restrict small, std::uint64_t begin,
+                                                std::uint64_t end) {
+  const std::uint16_t* m = plan.map();
   // The masked form, with every lane taken: the plain one reads an
   // undefined vector that the compiler warns about.
   const __m256d all = _mm256_castsi256_pd(_mm256_set1_epi64x(-1));
@@ -689,13 +691,19 @@ template <class Update>
 #endif
 
 template <class Update>
-void update_mapped(double* large, const double* small, const std::uint16_t* m, std::uint64_t begin,
-                   std::uint64_t end) noexcept {
+void update_mapped_plain(const IndexPlan& plan, double* large, const double* small,
+                         std::uint64_t begin, std::uint64_t end) {
+  update_mapped_body<Update>(large, small, plan.map(), begin, end);
+}
+
+// The kind of update through the plan's map, chosen once.
+template <class Update>
+UpdateKernel update_mapped_kind() noexcept {
 #ifdef KELVA_WIDE_ROWS
   if constexpr (!std::is_same_v<Update, DivideUpdate>)
-    if (wide_rows()) return update_mapped_wide<Update>(large, small, m, begin, end);
+    if (wide_rows()) return update_mapped_wide<Update>;
 #endif
-  update_mapped_body<Update>(large, small, m, begin, end);
+  return update_mapped_plain<Update>;
 }
 
 // Turns of the two innermost axes shorter than this are walked by tiles.
@@ -708,8 +716,7 @@ constexpr std::uint64_t kTiledTurnsBelow = 256;
 template <class Update>
 void update_walk(const IndexPlan& plan, double* large, const double* small, std::uint64_t begin,
                  std::uint64_t end) {
-  if (const std::uint16_t* m = plan.map())
-    return update_mapped<Update>(large, small, m, begin, end);
+  if (plan.map() != nullptr) return update_mapped_kind<Update>()(plan, large, small, begin, end);
   const auto axes = plan.axes();
   const std::size_t a = axes.size();
   const std::uint64_t ss = axes[a - 1].small_stride;
@@ -962,6 +969,32 @@ void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> facto
                  Reduce how, bool stream) {
   if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end, stream);
   else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end, stream);
+}
+
+namespace {
+
+template <class Update>
+void update_walk_kernel(const IndexPlan& plan, double* large, const double* small,
+                        std::uint64_t begin, std::uint64_t end) {
+  update_walk<Update>(plan, large, small, begin, end);
+}
+
+}  // namespace
+
+UpdateKernel multiply_kernel(const IndexPlan& plan) noexcept {
+  if (plan.map() != nullptr) return update_mapped_kind<MultiplyUpdate>();
+  return update_walk_kernel<MultiplyUpdate>;
+}
+
+UpdateKernel copy_kernel(const IndexPlan& plan) noexcept {
+  if (plan.map() != nullptr) return update_mapped_kind<CopyUpdate>();
+  return update_walk_kernel<CopyUpdate>;
+}
+
+FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept {
+  if (plan.map() != nullptr)
+    return how == Reduce::sum ? fold_mapped_kind<SumFold>(plan) : fold_mapped_kind<MaxFold>(plan);
+  return how == Reduce::sum ? fold_tiles_sum : fold_tiles_max;
 }
 
 void gather(const IndexPlan& plan, double* out, const double* small,

@@ -66,6 +66,19 @@ void quotient_entries(double* out, const double* num, const double* den,
 void multiply_runs(double* large, const double* per_run, std::uint64_t m, std::uint64_t begin,
                    std::uint64_t end) noexcept;
 
+/// A product, copy or fold through `plan` over large entries [begin, end)
+/// (whole inner runs), its way of walking chosen once for the plan: the
+/// bits of multiply(), gather() or marginalize() over those entries, where
+/// a fold adds to the small entries as they are (the caller clears them).
+using UpdateKernel = void (*)(const IndexPlan& plan, double* large, const double* small,
+                              std::uint64_t begin, std::uint64_t end);
+using FoldKernel = void (*)(const IndexPlan& plan, const double* large, double* small,
+                            std::uint64_t begin, std::uint64_t end);
+UpdateKernel multiply_kernel(const IndexPlan& plan) noexcept;
+UpdateKernel copy_kernel(const IndexPlan& plan) noexcept;
+/// For plans onto more than one small entry.
+FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept;
+
 /// Whether the kernels may run their row loops on 256-bit vectors where the
 /// processor has them (the default).  Both forms give the same bits; tests
 /// switch this off to compare them.

@@ -118,6 +118,49 @@ TEST(Sweeps, SameBitsAsOneKernelPerOperation) {
   }
 }
 
+// Sweeps through a tree's plan give the bits of sweeps that choose their
+// kernels as they go: the series, then case after case (through the
+// collect memo, or absorbing the new evidence), sum and max, with a node
+// table changed halfway.
+TEST(Sweeps, PlannedSameBitsAsUnplanned) {
+  for (unsigned seed = 0; seed < 30; ++seed) {
+    SCOPED_TRACE(seed);
+    std::mt19937 rng(seed);
+    TestNet net;
+    random_network(net, rng, 6 + seed % 12, 1 + seed % 4, true, seed % 3 == 0 ? 0.3 : 0.0);
+    ASSERT_EQ(compile_for_test(net.d()), 0);
+    const k_domain_t d = net.domain;
+    std::vector<k_node_t> nodes;
+    for (k_node_t n = k_domain_get_first_node(d); n; n = k_node_get_next(n))
+      if (k_node_get_kind(n) == K_KIND_DISCRETE && k_node_get_category(n) == K_CATEGORY_CHANCE)
+        nodes.push_back(n);
+    const k_table_t table = k_node_get_table(nodes[seed % nodes.size()]);
+    std::vector<double> original(k_table_get_size(table));
+    ASSERT_EQ(k_table_get_data(table, original.data(), original.size(), 0, original.size()), 0);
+    std::vector<double> changed = original;
+    for (std::size_t i = 0; i < changed.size(); i += 2) changed[i] *= 0.5;
+    std::vector<std::uint64_t> seen[2];
+    for (int planned = 0; planned < 2; ++planned) {
+      set_sweep_plans(planned == 1);
+      seen[planned] = run_series(d, nodes, 1);
+      std::mt19937 cases(seed);
+      for (int row = 0; row < 16; ++row) {
+        if (row == 8) k_table_set_data(table, changed.data(), changed.size(), 0, changed.size());
+        for (k_node_t n : nodes) {
+          const std::size_t pick = cases() % (2 * k_node_get_number_of_states(n));
+          if (pick < k_node_get_number_of_states(n)) k_node_select_state(n, pick);
+          else if (pick % 3 == 0) k_node_retract_findings(n);
+        }
+        const k_equilibrium_t eq = row % 4 == 3 ? K_EQUILIBRIUM_MAX : K_EQUILIBRIUM_SUM;
+        record_state(d, nodes, k_domain_propagate(d, eq, K_MODE_NORMAL), seen[planned]);
+      }
+      k_table_set_data(table, original.data(), original.size(), 0, original.size());
+    }
+    set_sweep_plans(true);
+    EXPECT_EQ(seen[0], seen[1]);
+  }
+}
+
 // Paths the series does not take: new evidence absorbed in scaled mode,
 // and every clique as the root, where a separator need not lead the table
 // of the clique it reaches.

@@ -1,0 +1,210 @@
+#include "inference/sweep_plan.h"
+
+#include <algorithm>
+
+#include "inference/clique_ops.h"
+#include "inference/clique_sweeps.h"
+#include "inference/evidence.h"
+#include "network/domain.h"
+#include "network/node.h"
+#include "table/factor_walk.h"
+#include "table/fold_walk.h"
+#include "table/table.h"
+
+namespace kelva {
+
+namespace {
+
+// A sweep of fewer entries than this is one block: its factors are applied
+// to the whole clique, then its folds made (larger ones go by blocks).
+constexpr std::uint64_t kOneBlock = 1024;
+// Cliques of at most this many entries take their quotients from a buffer
+// on the stack when a message reaches them.
+constexpr std::uint64_t kStackQuotients = 512;
+
+double identity(Reduce how) noexcept {
+  return how == Reduce::sum ? SumFold::identity() : MaxFold::identity();
+}
+
+}  // namespace
+
+SweepPlan::SweepPlan() {
+  Destroy<SweepPlan>::registered = [](SweepPlan* plan) noexcept { delete plan; };
+}
+
+SweepPlan::Update SweepPlan::update_of(const IndexPlan& plan) noexcept {
+  return {copy_kernel(plan), multiply_kernel(plan), &plan};
+}
+
+SweepPlan::Fold SweepPlan::fold_of(const IndexPlan& plan) const noexcept {
+  return {plan.small_size() > 1 ? fold_kernel(plan, how_) : nullptr, &plan};
+}
+
+SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, std::size_t i) {
+  const Forest& forest = *tree.domain->forest();
+  Steps s;
+  s.clique = &clique;
+  s.tables = tables_.size();
+  // The node tables as collect_sweep takes them: the members' records in
+  // order, then the chain-graph components.
+  for (const NodeSlot* slot : clique.assigned_nodes) {
+    const Node& node = *slot->node;
+    if (!node.is_discrete() || node.table() == nullptr) continue;
+    const k_category_t c = node.category();
+    if (c != K_CATEGORY_CHANCE && c != K_CATEGORY_FUNCTION && c != K_CATEGORY_DECISION) continue;
+    tables_.push_back(
+        {update_of(slot->assigned_plan), node.table(), c == K_CATEGORY_DECISION ? &node : nullptr});
+  }
+  for (const ComponentSlot& slot : forest.components)
+    if (slot.assigned == &clique)
+      tables_.push_back({update_of(slot.assigned_plan), slot.component->table.get(), nullptr});
+  s.tables_end = tables_.size();
+  s.homes = homes_.size();
+  for (NodeSlot* slot : clique.homed)
+    homes_.push_back({slot, update_of(slot->home_plan), fold_of(slot->home_plan)});
+  s.homes_end = homes_.size();
+  const auto [first, end] = tree.link_children(i);
+  s.children = first;
+  s.children_end = end;
+  if (i != JunctionTree::kNoLink) {
+    s.out = fold_of(*tree.schedule[i].outer_plan);
+    s.in = update_of(*tree.schedule[i].outer_plan);
+  } else {
+    s.in = update_of(clique.total_plan);
+  }
+  const std::uint64_t size = clique.table->size();
+  s.collect = size < kOneBlock;
+  s.receive = size <= kStackQuotients;
+  return s;
+}
+
+void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
+  const std::uint64_t changes = tree.domain->table_changes();
+  const bool wide = wide_rows();
+  if (made_ && root_clique_ == tree.schedule_root && links_count_ == tree.schedule.size() &&
+      table_changes_ == changes && how_ == how && wide_ == wide)
+    return;
+  made_ = false;
+  how_ = how;
+  links_.clear();
+  tables_.clear();
+  homes_.clear();
+  children_.clear();
+  const auto& schedule = tree.schedule;
+  for (const JunctionTree::Message& link : schedule)
+    children_.push_back({link.separator, update_of(*link.inner_plan), fold_of(*link.inner_plan)});
+  for (std::size_t i = 0; i < schedule.size(); ++i)
+    links_.push_back(steps_of(tree, *schedule[i].outer, i));
+  root_ = steps_of(tree, *tree.schedule_root, JunctionTree::kNoLink);
+  root_clique_ = tree.schedule_root;
+  links_count_ = schedule.size();
+  table_changes_ = changes;
+  wide_ = wide;
+  made_ = true;
+}
+
+void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par) {
+  const Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
+  Clique& clique = *s.clique;
+  if (!s.collect) {
+    const auto [first, end] = tree.link_children(i);
+    const IndexPlan* out_plan = i == JunctionTree::kNoLink ? nullptr : s.out.plan;
+    return collect_sweep(tree, clique, first, end, out_plan, out, how_, par);
+  }
+  double* large = clique.table->data();
+  const std::uint64_t n = clique.table->size();
+  // After a rebuild the first factor is copied in (1 * x is x).
+  bool copy = tree.sweep_rebuild;
+  auto apply = [&](const Update& u, const double* data) {
+    (copy ? u.copy : u.multiply)(*u.plan, large, data, 0, n);
+    copy = false;
+  };
+  if (tree.sweep_rebuild) {
+    for (std::size_t k = s.tables; k < s.tables_end; ++k) {
+      const TableFactor& t = tables_[k];
+      if (t.decision != nullptr && !is_node_factor(*t.decision)) continue;
+      apply(t.update, t.table->data());
+    }
+  }
+  if (tree.sweep_entered) {
+    for (std::size_t k = s.homes; k < s.homes_end; ++k) {
+      NodeSlot& slot = *homes_[k].slot;
+      const Evidence& ev = slot.node->evidence;
+      if (ev.entered_code == Evidence::kNone) continue;
+      double* f = slot.evidence_factor.data();
+      evidence_vector(ev.entered_code, ev.entered_vector, slot.evidence_factor.size(), f);
+      apply(homes_[k].update, f);
+    }
+  } else {
+    for (std::size_t k = s.homes; k < s.homes_end; ++k) {
+      NodeSlot& slot = *homes_[k].slot;
+      if (!slot.factor_waiting) continue;
+      apply(homes_[k].update, slot.evidence_factor.data());
+      slot.factor_waiting = false;
+    }
+  }
+  // After a rebuild, unscaled, a child's message is its new separator table.
+  const bool direct = tree.sweep_rebuild && !tree.domain->scaled_propagation;
+  for (std::size_t j = s.children_end; j-- > s.children;) {
+    Separator& sep = *children_[j].separator;
+    apply(children_[j].update, direct ? sep.table->data() : sep.scratch.data());
+  }
+  if (copy) std::fill(large, large + n, 1.0);
+  if (out == nullptr) return;
+  if (s.out.kernel == nullptr) return marginalize(*s.out.plan, large, out, how_, par);
+  std::fill(out, out + s.out.plan->small_size(), identity(how_));
+  s.out.kernel(*s.out.plan, large, out, 0, n);
+}
+
+void SweepPlan::fold(const Steps& s, const double* large, const Parallelism& par) {
+  const std::uint64_t n = s.clique->table->size();
+  const double start = identity(how_);
+  bool totals = false;
+  auto into = [&](const Fold& f, double* data) {
+    if (f.kernel == nullptr) {
+      totals = true;
+      return;
+    }
+    std::fill(data, data + f.plan->small_size(), start);
+    f.kernel(*f.plan, large, data, 0, n);
+  };
+  for (std::size_t j = s.children; j < s.children_end; ++j)
+    into(children_[j].fold, children_[j].separator->scratch.data());
+  for (std::size_t k = s.homes; k < s.homes_end; ++k)
+    into(homes_[k].fold, homes_[k].slot->marginal.data());
+  if (!totals) return;
+  // Totals are folded after the other folds, as sweep() folds them.
+  for (std::size_t j = s.children; j < s.children_end; ++j)
+    if (children_[j].fold.kernel == nullptr)
+      marginalize(*children_[j].fold.plan, large, children_[j].separator->scratch.data(), how_,
+                  par);
+  for (std::size_t k = s.homes; k < s.homes_end; ++k)
+    if (homes_[k].fold.kernel == nullptr)
+      marginalize(*homes_[k].fold.plan, large, homes_[k].slot->marginal.data(), how_, par);
+}
+
+void SweepPlan::distribute_root(JunctionTree& tree, const double* factor, const Parallelism& par) {
+  Clique& root = *root_.clique;
+  if (!root_.collect) {
+    return distribute_sweep(tree, root, root.total_plan, factor, root_.children, root_.children_end,
+                            how_, par);
+  }
+  double* large = root.table->data();
+  root_.in.multiply(*root_.in.plan, large, factor, 0, root.table->size());
+  fold(root_, large, par);
+}
+
+void SweepPlan::receive(JunctionTree& tree, std::size_t i, const Parallelism& par) {
+  const Steps& s = links_[i];
+  if (!s.receive) return receive_sweep(tree, i, s.children, s.children_end, how_, par);
+  Separator& sep = *tree.schedule[i].separator;
+  // The new values become the table's; the old ones are left in the scratch.
+  sep.table->swap_data(sep.scratch);
+  double quotients[kStackQuotients];
+  quotient_entries(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
+  double* large = s.clique->table->data();
+  s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
+  fold(s, large, par);
+}
+
+}  // namespace kelva

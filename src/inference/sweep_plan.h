@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "compile/junction_forest.h"
+#include "table/table_ops.h"
+
+namespace kelva {
+
+/// The sweeps of clique_sweeps.h for small cliques with the kernel of every
+/// product, copy and fold chosen once per plan.  A sweep of a clique of a
+/// few dozen entries spends most of its time choosing how to walk each
+/// table and gathering the lists of factors and folds; here both are made
+/// once for the tree's schedule, and a sweep calls its kernels one after
+/// the other.  The operations, their order and so the bits are those of
+/// collect_sweep, distribute_sweep and receive_sweep on one thread; larger
+/// cliques are left to those.  Made again when the schedule's root, the
+/// tables, the reduction or the row loops' vector width change.
+class SweepPlan {
+ public:
+  SweepPlan();
+
+  /// Makes the plan for `tree` as it is now unless it is made already.
+  void ready(const JunctionTree& tree, Reduce how);
+
+  /// collect_sweep of the outer clique of schedule link `i` (the root for
+  /// JunctionTree::kNoLink), its marginal to `out`.
+  void collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par);
+
+  /// distribute_sweep of the root by `factor` through its total plan.
+  void distribute_root(JunctionTree& tree, const double* factor, const Parallelism& par);
+
+  /// receive_sweep of schedule link `i`.
+  void receive(JunctionTree& tree, std::size_t i, const Parallelism& par);
+
+ private:
+  struct Update {
+    UpdateKernel copy = nullptr;
+    UpdateKernel multiply = nullptr;
+    const IndexPlan* plan = nullptr;
+  };
+  /// A fold into a small table; `kernel` is null for a total (one entry),
+  /// which is folded after the others, as sweep() does.
+  struct Fold {
+    FoldKernel kernel = nullptr;
+    const IndexPlan* plan = nullptr;
+  };
+  /// A node or component table multiplied into a rebuilt clique; a
+  /// decision node's table only while it is a factor (is_node_factor).
+  struct TableFactor {
+    Update update;
+    const Table* table;
+    const Node* decision;
+  };
+  struct Home {
+    NodeSlot* slot;
+    Update update;
+    Fold fold;
+  };
+  /// The separator of a schedule link seen from its inner clique.
+  struct Child {
+    Separator* separator;
+    Update update;
+    Fold fold;
+  };
+  struct Steps {
+    Clique* clique = nullptr;
+    std::size_t tables = 0, tables_end = 0;
+    std::size_t homes = 0, homes_end = 0;
+    std::size_t children = 0, children_end = 0;  // schedule links leaving the clique
+    Fold out;                                    // onto the separator towards the root
+    Update in;                                   // by the message from the root's side
+    bool collect = false;                        // small enough for the planned collect
+    bool receive = false;                        // small enough for the planned distribute
+  };
+
+  static Update update_of(const IndexPlan& plan) noexcept;
+  Fold fold_of(const IndexPlan& plan) const noexcept;
+  Steps steps_of(const JunctionTree& tree, Clique& clique, std::size_t i);
+  void fold(const Steps& s, const double* large, const Parallelism& par);
+
+  std::vector<Steps> links_;  // per schedule link, its outer clique
+  Steps root_;
+  std::vector<TableFactor> tables_;
+  std::vector<Home> homes_;
+  std::vector<Child> children_;  // per schedule link
+  const Clique* root_clique_ = nullptr;
+  std::size_t links_count_ = 0;
+  std::uint64_t table_changes_ = 0;
+  Reduce how_ = Reduce::sum;
+  bool wide_ = false;
+  bool made_ = false;
+};
+
+}  // namespace kelva
