@@ -265,6 +265,55 @@ template <class Update, std::uint64_t C>
   }
 }
 
+// GCC takes the arrays of vectors below, built whole by their initializers,
+// for possibly uninitialized once the loops are unrolled.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
+#endif
+// Updates `rows` runs of C entries from p that all meet the same C
+// contiguous small entries from q: the four runs' C vectors of small entries
+// are built once and kept in registers; the last one to three runs take the
+// first of them, then a pair and a single entry.
+template <class Update, std::uint64_t C, std::size_t... K>
+[[gnu::always_inline]] inline void update_periodic_runs(double* p, const double* q,
+                                                        std::uint64_t rows,
+                                                        std::index_sequence<K...>) noexcept {
+  // Vector K's lane j is q[(4K + j) % C].
+  const V4 v[] = {
+      V4{q[(4 * K) % C], q[(4 * K + 1) % C], q[(4 * K + 2) % C], q[(4 * K + 3) % C]}...};
+  std::uint64_t r = 0;
+  for (; r + 4 <= rows; r += 4, p += 4 * C) (update_vector_at<Update>(p + 4 * K, v[K]), ...);
+  const std::uint64_t m = (rows - r) * C;
+  const auto tail = [&](std::uint64_t k, const V4& s) {
+    if (4 * k + 4 <= m) {
+      update_vector_at<Update>(p + 4 * k, s);
+    } else if (4 * k < m) {
+      const std::uint64_t left = m - 4 * k;
+      if (left >= 2) update_vector_at<Update>(p + 4 * k, V2{s[0], s[1]});
+      if (left % 2 == 1) Update::apply(p[m - 1], left == 1 ? s[0] : s[2]);
+    }
+  };
+  (tail(K, v[K]), ...);
+}
+
+// Updates `tiles` tiles of two runs of C (even) entries, run j meeting small
+// entry q[j] in every tile: the tile's C / 2 vectors of small entries are
+// built once.
+template <class Update, std::uint64_t C, std::size_t... K>
+[[gnu::always_inline]] inline void update_pair_tiles(double* p, const double* q,
+                                                     std::uint64_t tiles,
+                                                     std::index_sequence<K...>) noexcept {
+  const V4 v[] = {
+      V4{q[(4 * K) / C], q[(4 * K + 1) / C], q[(4 * K + 2) / C], q[(4 * K + 3) / C]}...};
+  for (std::uint64_t t = 0; t < tiles; ++t, p += 2 * C)
+    (update_vector_at<Update>(p + 4 * K, v[K]), ...);
+}
+
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
+
 // update_rows_body over `tiles` tiles of `rows` runs, the small start moving
 // by tile_ss per tile.
 template <class Update, std::uint64_t C>
@@ -284,6 +333,21 @@ template <class Update, std::uint64_t C>
         for (std::uint64_t k = 0; k < pairs; ++k, e += 4) update_vector_at<Update>(e, two);
         if (rows % 2 == 1) update_vector_at<Update>(e, v);
       }
+      return;
+    }
+  }
+  if constexpr ((C == 3 || C == 5 || C == 6 || C == 7) && Update::kVectors) {
+    if (ss == 1 && row_ss == 0) {
+      // Every run of a tile meets the same C contiguous small entries.
+      for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss)
+        update_periodic_runs<Update, C>(p, q, rows, std::make_index_sequence<C>{});
+      return;
+    }
+  }
+  if constexpr (C != 0 && C % 2 == 0 && C <= 8 && Update::kVectors) {
+    if (ss == 0 && row_ss == 1 && tile_ss == 0 && rows == 2) {
+      // Two runs of one small entry each, the same two in every tile.
+      update_pair_tiles<Update, C>(p, q, tiles, std::make_index_sequence<C / 2>{});
       return;
     }
   }
