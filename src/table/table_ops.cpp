@@ -265,25 +265,18 @@ template <class Update, std::uint64_t C>
   }
 }
 
-// GCC takes the arrays of vectors below, built whole by their initializers,
-// for possibly uninitialized once the loops are unrolled.
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
-#endif
 // Updates `rows` runs of C entries from p that all meet the same C
-// contiguous small entries from q: the four runs' C vectors of small entries
-// are built once and kept in registers; the last one to three runs take the
-// first of them, then a pair and a single entry.
-template <class Update, std::uint64_t C, std::size_t... K>
-[[gnu::always_inline]] inline void update_periodic_runs(double* p, const double* q,
-                                                        std::uint64_t rows,
-                                                        std::index_sequence<K...>) noexcept {
-  // Vector K's lane j is q[(4K + j) % C].
-  const V4 v[] = {
-      V4{q[(4 * K) % C], q[(4 * K + 1) % C], q[(4 * K + 2) % C], q[(4 * K + 3) % C]}...};
+// contiguous small entries, vector K of v holding entries 4K to 4K + 3 of
+// the four runs' period: built once and kept in registers; the last one to
+// three runs take the first of them, then a pair and a single entry.  The
+// vectors come as a pack of arguments rather than an array, which GCC would
+// take for possibly uninitialized once the loops are unrolled.
+template <class Update, std::uint64_t C, std::size_t... K, class... S>
+[[gnu::always_inline]] inline void update_periodic_runs_from(double* p, std::uint64_t rows,
+                                                             std::index_sequence<K...>,
+                                                             const S&... v) noexcept {
   std::uint64_t r = 0;
-  for (; r + 4 <= rows; r += 4, p += 4 * C) (update_vector_at<Update>(p + 4 * K, v[K]), ...);
+  for (; r + 4 <= rows; r += 4, p += 4 * C) (update_vector_at<Update>(p + 4 * K, v), ...);
   const std::uint64_t m = (rows - r) * C;
   const auto tail = [&](std::uint64_t k, const V4& s) {
     if (4 * k + 4 <= m) {
@@ -294,25 +287,38 @@ template <class Update, std::uint64_t C, std::size_t... K>
       if (left % 2 == 1) Update::apply(p[m - 1], left == 1 ? s[0] : s[2]);
     }
   };
-  (tail(K, v[K]), ...);
+  (tail(K, v), ...);
+}
+
+// update_periodic_runs_from with the small entries from q: vector K's lane
+// j is q[(4K + j) % C].
+template <class Update, std::uint64_t C, std::size_t... K>
+[[gnu::always_inline]] inline void update_periodic_runs(double* p, const double* q,
+                                                        std::uint64_t rows,
+                                                        std::index_sequence<K...> seq) noexcept {
+  update_periodic_runs_from<Update, C>(
+      p, rows, seq,
+      V4{q[(4 * K) % C], q[(4 * K + 1) % C], q[(4 * K + 2) % C], q[(4 * K + 3) % C]}...);
 }
 
 // Updates `tiles` tiles of two runs of C (even) entries, run j meeting small
-// entry q[j] in every tile: the tile's C / 2 vectors of small entries are
-// built once.
+// entry q[j] in every tile, vector K of v holding entries 4K to 4K + 3 of a
+// tile: built once.
+template <class Update, std::uint64_t C, std::size_t... K, class... S>
+[[gnu::always_inline]] inline void update_pair_tiles_from(double* p, std::uint64_t tiles,
+                                                          std::index_sequence<K...>,
+                                                          const S&... v) noexcept {
+  for (std::uint64_t t = 0; t < tiles; ++t, p += 2 * C) (update_vector_at<Update>(p + 4 * K, v), ...);
+}
+
 template <class Update, std::uint64_t C, std::size_t... K>
 [[gnu::always_inline]] inline void update_pair_tiles(double* p, const double* q,
                                                      std::uint64_t tiles,
-                                                     std::index_sequence<K...>) noexcept {
-  const V4 v[] = {
-      V4{q[(4 * K) / C], q[(4 * K + 1) / C], q[(4 * K + 2) / C], q[(4 * K + 3) / C]}...};
-  for (std::uint64_t t = 0; t < tiles; ++t, p += 2 * C)
-    (update_vector_at<Update>(p + 4 * K, v[K]), ...);
+                                                     std::index_sequence<K...> seq) noexcept {
+  update_pair_tiles_from<Update, C>(
+      p, tiles, seq,
+      V4{q[(4 * K) / C], q[(4 * K + 1) / C], q[(4 * K + 2) / C], q[(4 * K + 3) / C]}...);
 }
-
-#if defined(__GNUC__) && !defined(__clang__)
-#pragma GCC diagnostic pop
-#endif
 
 // update_rows_body over `tiles` tiles of `rows` runs, the small start moving
 // by tile_ss per tile.
