@@ -320,6 +320,36 @@ template <class Update, std::uint64_t C, std::size_t... K>
       V4{q[(4 * K) / C], q[(4 * K + 1) / C], q[(4 * K + 2) / C], q[(4 * K + 3) / C]}...);
 }
 
+// Updates `tiles` tiles of an odd number `rows` of runs of two (P runs
+// pairs when P is not 0), every run of a tile meeting its two small
+// entries, the next tile's two following them: two tiles fill `rows` whole
+// vectors, their four small entries one load; the vector between the
+// tiles' pairs takes all four.
+template <class Update, std::uint64_t P>
+[[gnu::always_inline]] inline void update_odd_pair_tiles(double* __restrict p,
+                                                         const double* __restrict q,
+                                                         std::uint64_t tiles,
+                                                         std::uint64_t rows) noexcept {
+  const std::uint64_t pairs = P != 0 ? P : rows / 2;
+  std::uint64_t t = 0;
+  for (; t + 2 <= tiles; t += 2, q += 4) {
+    V4 s;
+    std::memcpy(&s, q, sizeof s);
+    const V4 first = __builtin_shufflevector(s, s, 0, 1, 0, 1);
+    const V4 second = __builtin_shufflevector(s, s, 2, 3, 2, 3);
+    for (std::uint64_t k = 0; k < pairs; ++k, p += 4) update_vector_at<Update>(p, first);
+    update_vector_at<Update>(p, s);
+    p += 4;
+    for (std::uint64_t k = 0; k < pairs; ++k, p += 4) update_vector_at<Update>(p, second);
+  }
+  if (t < tiles) {
+    const V2 v = {q[0], q[1]};
+    const V4 two = __builtin_shufflevector(v, v, 0, 1, 0, 1);
+    for (std::uint64_t k = 0; k < pairs; ++k, p += 4) update_vector_at<Update>(p, two);
+    update_vector_at<Update>(p, v);
+  }
+}
+
 // update_rows_body over `tiles` tiles of `rows` runs, the small start moving
 // by tile_ss per tile.
 template <class Update, std::uint64_t C>
@@ -328,6 +358,14 @@ template <class Update, std::uint64_t C>
     std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
   const std::uint64_t step = rows * (C != 0 ? C : c);
   if constexpr (C == 2 && Update::kVectors) {
+    if (row_ss == 0 && ss == 1 && tile_ss == 2 && rows % 2 == 1) {
+      // Seven runs, the commonest (munin2), with the loops unrolled.
+      if (rows == 7)
+        update_odd_pair_tiles<Update, 3>(p, q, tiles, rows);
+      else
+        update_odd_pair_tiles<Update, 0>(p, q, tiles, rows);
+      return;
+    }
     if (row_ss == 0) {
       // Every run of a tile meets the same two small entries: the loop over
       // tiles without update_rows_body's choice of case per tile.
