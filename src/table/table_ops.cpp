@@ -308,7 +308,8 @@ template <class Update, std::uint64_t C, std::size_t... K, class... S>
 [[gnu::always_inline]] inline void update_pair_tiles_from(double* p, std::uint64_t tiles,
                                                           std::index_sequence<K...>,
                                                           const S&... v) noexcept {
-  for (std::uint64_t t = 0; t < tiles; ++t, p += 2 * C) (update_vector_at<Update>(p + 4 * K, v), ...);
+  for (std::uint64_t t = 0; t < tiles; ++t, p += 2 * C)
+    (update_vector_at<Update>(p + 4 * K, v), ...);
 }
 
 template <class Update, std::uint64_t C, std::size_t... K>
@@ -360,10 +361,8 @@ template <class Update, std::uint64_t C>
   if constexpr (C == 2 && Update::kVectors) {
     if (row_ss == 0 && ss == 1 && tile_ss == 2 && rows % 2 == 1) {
       // Seven runs, the commonest (munin2), with the loops unrolled.
-      if (rows == 7)
-        update_odd_pair_tiles<Update, 3>(p, q, tiles, rows);
-      else
-        update_odd_pair_tiles<Update, 0>(p, q, tiles, rows);
+      if (rows == 7) update_odd_pair_tiles<Update, 3>(p, q, tiles, rows);
+      else update_odd_pair_tiles<Update, 0>(p, q, tiles, rows);
       return;
     }
     if (row_ss == 0) {
