@@ -265,6 +265,92 @@ template <class Update, std::uint64_t C>
   }
 }
 
+// Updates `rows` runs of C entries from p that all meet the same C
+// contiguous small entries, vector K of v holding entries 4K to 4K + 3 of
+// the four runs' period: built once and kept in registers; the last one to
+// three runs take the first of them, then a pair and a single entry.  The
+// vectors come as a pack of arguments rather than an array, which GCC would
+// take for possibly uninitialized once the loops are unrolled.
+template <class Update, std::uint64_t C, std::size_t... K, class... S>
+[[gnu::always_inline]] inline void update_periodic_runs_from(double* p, std::uint64_t rows,
+                                                             std::index_sequence<K...>,
+                                                             const S&... v) noexcept {
+  std::uint64_t r = 0;
+  for (; r + 4 <= rows; r += 4, p += 4 * C) (update_vector_at<Update>(p + 4 * K, v), ...);
+  const std::uint64_t m = (rows - r) * C;
+  const auto tail = [&](std::uint64_t k, const V4& s) {
+    if (4 * k + 4 <= m) {
+      update_vector_at<Update>(p + 4 * k, s);
+    } else if (4 * k < m) {
+      const std::uint64_t left = m - 4 * k;
+      if (left >= 2) update_vector_at<Update>(p + 4 * k, V2{s[0], s[1]});
+      if (left % 2 == 1) Update::apply(p[m - 1], left == 1 ? s[0] : s[2]);
+    }
+  };
+  (tail(K, v), ...);
+}
+
+// update_periodic_runs_from with the small entries from q: vector K's lane
+// j is q[(4K + j) % C].
+template <class Update, std::uint64_t C, std::size_t... K>
+[[gnu::always_inline]] inline void update_periodic_runs(double* p, const double* q,
+                                                        std::uint64_t rows,
+                                                        std::index_sequence<K...> seq) noexcept {
+  update_periodic_runs_from<Update, C>(
+      p, rows, seq,
+      V4{q[(4 * K) % C], q[(4 * K + 1) % C], q[(4 * K + 2) % C], q[(4 * K + 3) % C]}...);
+}
+
+// Updates `tiles` tiles of two runs of C (even) entries, run j meeting small
+// entry q[j] in every tile, vector K of v holding entries 4K to 4K + 3 of a
+// tile: built once.
+template <class Update, std::uint64_t C, std::size_t... K, class... S>
+[[gnu::always_inline]] inline void update_pair_tiles_from(double* p, std::uint64_t tiles,
+                                                          std::index_sequence<K...>,
+                                                          const S&... v) noexcept {
+  for (std::uint64_t t = 0; t < tiles; ++t, p += 2 * C)
+    (update_vector_at<Update>(p + 4 * K, v), ...);
+}
+
+template <class Update, std::uint64_t C, std::size_t... K>
+[[gnu::always_inline]] inline void update_pair_tiles(double* p, const double* q,
+                                                     std::uint64_t tiles,
+                                                     std::index_sequence<K...> seq) noexcept {
+  update_pair_tiles_from<Update, C>(
+      p, tiles, seq,
+      V4{q[(4 * K) / C], q[(4 * K + 1) / C], q[(4 * K + 2) / C], q[(4 * K + 3) / C]}...);
+}
+
+// Updates `tiles` tiles of an odd number `rows` of runs of two (P runs
+// pairs when P is not 0), every run of a tile meeting its two small
+// entries, the next tile's two following them: two tiles fill `rows` whole
+// vectors, their four small entries one load; the vector between the
+// tiles' pairs takes all four.
+template <class Update, std::uint64_t P>
+[[gnu::always_inline]] inline void update_odd_pair_tiles(double* __restrict p,
+                                                         const double* __restrict q,
+                                                         std::uint64_t tiles,
+                                                         std::uint64_t rows) noexcept {
+  const std::uint64_t pairs = P != 0 ? P : rows / 2;
+  std::uint64_t t = 0;
+  for (; t + 2 <= tiles; t += 2, q += 4) {
+    V4 s;
+    std::memcpy(&s, q, sizeof s);
+    const V4 first = __builtin_shufflevector(s, s, 0, 1, 0, 1);
+    const V4 second = __builtin_shufflevector(s, s, 2, 3, 2, 3);
+    for (std::uint64_t k = 0; k < pairs; ++k, p += 4) update_vector_at<Update>(p, first);
+    update_vector_at<Update>(p, s);
+    p += 4;
+    for (std::uint64_t k = 0; k < pairs; ++k, p += 4) update_vector_at<Update>(p, second);
+  }
+  if (t < tiles) {
+    const V2 v = {q[0], q[1]};
+    const V4 two = __builtin_shufflevector(v, v, 0, 1, 0, 1);
+    for (std::uint64_t k = 0; k < pairs; ++k, p += 4) update_vector_at<Update>(p, two);
+    update_vector_at<Update>(p, v);
+  }
+}
+
 // update_rows_body over `tiles` tiles of `rows` runs, the small start moving
 // by tile_ss per tile.
 template <class Update, std::uint64_t C>
@@ -273,6 +359,12 @@ template <class Update, std::uint64_t C>
     std::uint64_t c, std::uint64_t ss, std::uint64_t row_ss, std::uint64_t tile_ss) noexcept {
   const std::uint64_t step = rows * (C != 0 ? C : c);
   if constexpr (C == 2 && Update::kVectors) {
+    if (row_ss == 0 && ss == 1 && tile_ss == 2 && rows % 2 == 1) {
+      // Seven runs, the commonest (munin2), with the loops unrolled.
+      if (rows == 7) update_odd_pair_tiles<Update, 3>(p, q, tiles, rows);
+      else update_odd_pair_tiles<Update, 0>(p, q, tiles, rows);
+      return;
+    }
     if (row_ss == 0) {
       // Every run of a tile meets the same two small entries: the loop over
       // tiles without update_rows_body's choice of case per tile.
@@ -284,6 +376,21 @@ template <class Update, std::uint64_t C>
         for (std::uint64_t k = 0; k < pairs; ++k, e += 4) update_vector_at<Update>(e, two);
         if (rows % 2 == 1) update_vector_at<Update>(e, v);
       }
+      return;
+    }
+  }
+  if constexpr ((C == 3 || C == 5 || C == 6 || C == 7) && Update::kVectors) {
+    if (ss == 1 && row_ss == 0) {
+      // Every run of a tile meets the same C contiguous small entries.
+      for (std::uint64_t t = 0; t < tiles; ++t, p += step, q += tile_ss)
+        update_periodic_runs<Update, C>(p, q, rows, std::make_index_sequence<C>{});
+      return;
+    }
+  }
+  if constexpr (C != 0 && C % 2 == 0 && C <= 8 && Update::kVectors) {
+    if (ss == 0 && row_ss == 1 && tile_ss == 0 && rows == 2) {
+      // Two runs of one small entry each, the same two in every tile.
+      update_pair_tiles<Update, C>(p, q, tiles, std::make_index_sequence<C / 2>{});
       return;
     }
   }
