@@ -40,6 +40,12 @@ TEST(NumberText, WritesWhatPrintfWrites) {
     check(whole + 0.25);
     check(whole + 0.75);
   }
+  // Both ends of each binary exponent, where the first guess of the decimal
+  // exponent is right at one end and one short at the other.
+  for (int e = -130; e <= 130; ++e) {
+    check(std::ldexp(1.0, e));
+    check(std::nextafter(std::ldexp(1.0, e + 1), 0.0));
+  }
   for (int e = -20; e <= 20; ++e) {
     const double p = std::pow(10.0, e);
     check(p);

@@ -29,43 +29,52 @@ struct Powers {
 };
 constexpr Powers kPowers;
 
-/// The 17 significant digits of m * 2^e2 (m < 2^53) for decimal exponent
-/// `x10` (the value times 10^(16 - x10)), truncated, with the bits cut off
-/// as `rest` over `half` twice; false when they do not fit 128 bits.
+/// The 17 significant digits of m * 2^e2 (m < 2^53), truncated, and how
+/// the bits cut off compare with half a unit of the last digit.
 struct Scaled {
   std::uint64_t q = 0;
+  int x10 = 0;  // the decimal exponent of the first digit
   bool above_half = false;
   bool at_half = false;
 };
 
-bool scale(std::uint64_t m, int e2, int x10, Scaled& s) {
+/// Scales m * 2^e2 by 10^(16 - x10) for `x10` the decimal exponent or one
+/// less, so that one product gives 17 or 18 digits; with 18 the last one
+/// is dropped and joins the bits cut off.  False when the product does
+/// not fit 128 bits or the estimate was off.
+bool scale(std::uint64_t m, int e2, int x10, Scaled& s) noexcept {
   const int p = 16 - x10;
   if (p < 0 || p > kMaxPower) return false;
   const Wide n = static_cast<Wide>(m) * kPowers.of_five[p];  // < 2^128
   const int shift = e2 + p;                                  // times 2^shift
+  Wide v = 0;
+  Wide frac = 0;  // the bits cut off, from the top bit down
   if (shift >= 0) {
     if (shift > 10) return false;  // would leave the digit range anyway
-    const Wide v = n << shift;
-    if (v >= kHigh) {
-      s.q = kHigh;  // tells the caller the exponent is too small
-      return true;
-    }
+    v = n << shift;
+  } else {
+    const int cut = -shift;
+    if (cut >= 127) return false;
+    v = n >> cut;
+    frac = n << (128 - cut);
+  }
+  constexpr Wide kHalf = static_cast<Wide>(1) << 127;
+  if (v < kLow) return false;
+  if (v < kHigh) {
     s.q = static_cast<std::uint64_t>(v);
-    s.above_half = s.at_half = false;
+    s.x10 = x10;
+    s.above_half = frac > kHalf;
+    s.at_half = frac == kHalf;
     return true;
   }
-  const int cut = -shift;
-  if (cut >= 127) return false;
-  const Wide v = n >> cut;
-  if (v >= kHigh) {
-    s.q = kHigh;
-    return true;
-  }
-  const Wide rest = n & ((static_cast<Wide>(1) << cut) - 1);
-  const Wide half = static_cast<Wide>(1) << (cut - 1);
-  s.q = static_cast<std::uint64_t>(v);
-  s.above_half = rest > half;
-  s.at_half = rest == half;
+  if (v >= 10 * kHigh) return false;
+  // 18 digits: the last one over 5 (or 5 with bits after it) is above half.
+  const auto w = static_cast<std::uint64_t>(v);
+  const std::uint64_t last = w % 10;
+  s.q = w / 10;
+  s.x10 = x10 + 1;
+  s.above_half = last > 5 || (last == 5 && frac != 0);
+  s.at_half = last == 5 && frac == 0;
   return true;
 }
 
@@ -133,16 +142,11 @@ char* write_g17(char* out, double x) noexcept {
   if (biased == 0 || biased == 0x7ff) return slow(out, x);
   const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
   const int e2 = biased - 1075;
-  // floor(log10(2) * (e2 + 52)), the decimal exponent or one less.
-  int x10 = ((e2 + 52) * 78913) >> 18;
+  // floor(log10(2) * (e2 + 52)): the decimal exponent or one less.
   Scaled s;
-  for (int tries = 0;; ++tries) {
-    if (tries == 3 || !scale(m, e2, x10, s)) return slow(out, x);
-    if (s.q < kLow) --x10;
-    else if (s.q >= kHigh) ++x10;
-    else break;
-  }
+  if (!scale(m, e2, ((e2 + 52) * 78913) >> 18, s)) return slow(out, x);
   std::uint64_t q = s.q;
+  int x10 = s.x10;
   if (s.above_half || (s.at_half && (q & 1) != 0)) ++q;
   if (q == kHigh) {
     q = kLow;
@@ -179,7 +183,7 @@ char* write_g17(char* out, double x) noexcept {
   *p++ = digits[0];
   if (used > 1) {
     *p++ = '.';
-    std::memcpy(p, digits + 1, static_cast<std::size_t>(used - 1));
+    std::memcpy(p, digits + 1, 16);  // all of them: the room holds them
     p += used - 1;
   }
   *p++ = 'e';
