@@ -647,8 +647,15 @@ void fold_mapped_any_runs(const IndexPlan& plan, const double* large, double* sm
 template <class Fold, FoldKernel Kernel>
 void fold_fresh(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                 std::uint64_t end) {
+  // Stored here rather than through memset, whose call costs more than a
+  // few entries: the empty asm keeps the loop a loop.
   const std::uint64_t n = plan.small_size();
-  for (std::uint64_t k = 0; k < n; ++k) small[k] = Fold::identity();
+  for (std::uint64_t k = 0; k < n; ++k) {
+    small[k] = Fold::identity();
+#if defined(__GNUC__)
+    asm("" : : "r"(small) : "memory");
+#endif
+  }
   Kernel(plan, large, small, begin, end);
 }
 
