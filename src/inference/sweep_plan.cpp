@@ -22,10 +22,6 @@ constexpr std::uint64_t kOneBlock = 1024;
 // on the stack when a message reaches them.
 constexpr std::uint64_t kStackQuotients = 512;
 
-double identity(Reduce how) noexcept {
-  return how == Reduce::sum ? SumFold::identity() : MaxFold::identity();
-}
-
 }  // namespace
 
 SweepPlan::SweepPlan() {
@@ -37,7 +33,7 @@ SweepPlan::Update SweepPlan::update_of(const IndexPlan& plan) noexcept {
 }
 
 SweepPlan::Fold SweepPlan::fold_of(const IndexPlan& plan) const noexcept {
-  return {plan.small_size() > 1 ? fold_kernel(plan, how_) : nullptr, &plan};
+  return {plan.small_size() > 1 ? fresh_fold_kernel(plan, how_) : nullptr, &plan};
 }
 
 SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, std::size_t i) {
@@ -72,6 +68,10 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   } else {
     s.in = update_of(clique.total_plan);
   }
+  for (std::size_t j = first; j < end; ++j)
+    s.totals = s.totals || children_[j].fold.kernel == nullptr;
+  for (std::size_t k = s.homes; k < s.homes_end; ++k)
+    s.totals = s.totals || homes_[k].fold.kernel == nullptr;
   const std::uint64_t size = clique.table->size();
   s.collect = size < kOneBlock;
   s.receive = size <= kStackQuotients;
@@ -152,27 +152,21 @@ void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Pa
   if (copy) std::fill(large, large + n, 1.0);
   if (out == nullptr) return;
   if (s.out.kernel == nullptr) return marginalize(*s.out.plan, large, out, how_, par);
-  std::fill(out, out + s.out.plan->small_size(), identity(how_));
   s.out.kernel(*s.out.plan, large, out, 0, n);
 }
 
 void SweepPlan::fold(const Steps& s, const double* large, const Parallelism& par) {
   const std::uint64_t n = s.clique->table->size();
-  const double start = identity(how_);
-  bool totals = false;
-  auto into = [&](const Fold& f, double* data) {
-    if (f.kernel == nullptr) {
-      totals = true;
-      return;
-    }
-    std::fill(data, data + f.plan->small_size(), start);
-    f.kernel(*f.plan, large, data, 0, n);
-  };
-  for (std::size_t j = s.children; j < s.children_end; ++j)
-    into(children_[j].fold, children_[j].separator->scratch.data());
-  for (std::size_t k = s.homes; k < s.homes_end; ++k)
-    into(homes_[k].fold, homes_[k].slot->marginal.data());
-  if (!totals) return;
+  // Each kernel clears its small table before folding into it.
+  for (std::size_t j = s.children; j < s.children_end; ++j) {
+    const Fold& f = children_[j].fold;
+    if (f.kernel != nullptr) f.kernel(*f.plan, large, children_[j].separator->scratch.data(), 0, n);
+  }
+  for (std::size_t k = s.homes; k < s.homes_end; ++k) {
+    const Fold& f = homes_[k].fold;
+    if (f.kernel != nullptr) f.kernel(*f.plan, large, homes_[k].slot->marginal.data(), 0, n);
+  }
+  if (!s.totals) return;
   // Totals are folded after the other folds, as sweep() folds them.
   for (std::size_t j = s.children; j < s.children_end; ++j)
     if (children_[j].fold.kernel == nullptr)

@@ -41,8 +41,9 @@ class SweepPlan {
     UpdateKernel multiply = nullptr;
     const IndexPlan* plan = nullptr;
   };
-  /// A fold into a small table; `kernel` is null for a total (one entry),
-  /// which is folded after the others, as sweep() does.
+  /// A fold into a small table, its kernel clearing the table first;
+  /// `kernel` is null for a total (one entry), which is folded after the
+  /// others, as sweep() does.
   struct Fold {
     FoldKernel kernel = nullptr;
     const IndexPlan* plan = nullptr;
@@ -74,6 +75,7 @@ class SweepPlan {
     Update in;                                   // by the message from the root's side
     bool collect = false;                        // small enough for the planned collect
     bool receive = false;                        // small enough for the planned distribute
+    bool totals = false;                         // a child or home fold is a total
   };
 
   static Update update_of(const IndexPlan& plan) noexcept;

@@ -585,17 +585,22 @@ template <class Fold, std::uint64_t C>
 // registers over the whole runs instead of being read and written per run.
 // Each still receives the same folds in index order, so the bits are the
 // same.
-template <class Fold, std::uint64_t C>
+// With `Fresh` the small entries start from the fold's identity instead of
+// their values (the same bits as clearing them first: runs are whole, so
+// every entry is folded in the registers).
+template <class Fold, std::uint64_t C, bool Fresh = false>
 [[gnu::noinline]] void fold_mapped_columns(const IndexPlan& plan, const double* large,
                                            double* small, std::uint64_t begin, std::uint64_t end) {
   const std::uint16_t* m = plan.map();
   std::uint64_t i = begin;
-  for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
+  if constexpr (!Fresh)
+    for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
 #if defined(__x86_64__) && defined(__GNUC__)
   if constexpr (std::is_same_v<Fold, SumFold>) {
     __m128d pairs[C / 2];
-    for (std::uint64_t k = 0; k < C / 2; ++k) pairs[k] = _mm_loadu_pd(small + 2 * k);
-    double last = small[C - 1];
+    for (std::uint64_t k = 0; k < C / 2; ++k)
+      pairs[k] = Fresh ? _mm_set1_pd(Fold::identity()) : _mm_loadu_pd(small + 2 * k);
+    double last = Fresh ? Fold::identity() : small[C - 1];
 #pragma GCC unroll 2
     for (; i + C <= end; i += C) {
       for (std::uint64_t k = 0; k < C / 2; ++k)
@@ -608,7 +613,8 @@ template <class Fold, std::uint64_t C>
 #endif
   {
     double held[C];
-    std::copy_n(small, C, held);
+    if constexpr (Fresh) std::fill_n(held, C, Fold::identity());
+    else std::copy_n(small, C, held);
     for (; i + C <= end; i += C)
       for (std::uint64_t k = 0; k < C; ++k) held[k] = Fold::fold(held[k], large[i + k]);
     std::copy_n(held, C, small);
@@ -636,22 +642,48 @@ void fold_mapped_any_runs(const IndexPlan& plan, const double* large, double* sm
     small[m[i]] = Fold::fold(small[m[i]], fold_run<Fold>(large + i, run));
 }
 
+// A fold kernel that first sets the small table to the fold's identity,
+// so that a caller clears and folds in one call.
+template <class Fold, FoldKernel Kernel>
+void fold_fresh(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
+                std::uint64_t end) {
+  // Stored here rather than through memset, whose call costs more than a
+  // few entries: the empty asm keeps the loop a loop.
+  const std::uint64_t n = plan.small_size();
+  for (std::uint64_t k = 0; k < n; ++k) {
+    small[k] = Fold::identity();
+#if defined(__GNUC__)
+    asm("" : : "r"(small) : "memory");
+#endif
+  }
+  Kernel(plan, large, small, begin, end);
+}
+
+template <class Fold, bool Fresh, FoldKernel Kernel>
+constexpr FoldKernel maybe_fresh() noexcept {
+  if constexpr (Fresh) return fold_fresh<Fold, Kernel>;
+  else return Kernel;
+}
+
 // The kind of fold for an inner run of C entries: folding into one small
 // entry (small stride 0), into the whole small table, or into C consecutive
 // small entries.
-template <class Fold, std::uint64_t C>
+template <class Fold, std::uint64_t C, bool Fresh>
 FoldKernel fold_mapped_of_length(std::uint64_t ss, bool whole) noexcept {
   if (ss == 0) {
-    if constexpr (C == 12) return fold_mapped_any_runs<Fold>;
-    else return fold_mapped_runs<Fold, C>;
+    if constexpr (C == 12) return maybe_fresh<Fold, Fresh, fold_mapped_any_runs<Fold>>();
+    else return maybe_fresh<Fold, Fresh, fold_mapped_runs<Fold, C>>();
   }
-  if constexpr (C == 5) return fold_mapped_entries<Fold>;
-  else return whole ? fold_mapped_columns<Fold, C> : fold_mapped_contiguous<Fold, C>;
+  if constexpr (C == 5) return maybe_fresh<Fold, Fresh, fold_mapped_entries<Fold>>();
+  else
+    return whole ? fold_mapped_columns<Fold, C, Fresh>
+                 : maybe_fresh<Fold, Fresh, fold_mapped_contiguous<Fold, C>>();
 }
 
 // The fold through the plan's map: by the inner run's small stride and
-// length, chosen once.
-template <class Fold>
+// length, chosen once.  With `Fresh` the kernel clears the small table
+// first.
+template <class Fold, bool Fresh = false>
 FoldKernel fold_mapped_kind(const IndexPlan& plan) noexcept {
   const std::uint64_t ss = plan.inner_small_stride();
   const std::uint64_t run = plan.axes().back().count;
@@ -659,26 +691,27 @@ FoldKernel fold_mapped_kind(const IndexPlan& plan) noexcept {
     const bool whole = ss == 1 && run == plan.small_size();
     switch (run) {
       case 2:
-        return fold_mapped_of_length<Fold, 2>(ss, whole);
+        return fold_mapped_of_length<Fold, 2, Fresh>(ss, whole);
       case 3:
-        return fold_mapped_of_length<Fold, 3>(ss, whole);
+        return fold_mapped_of_length<Fold, 3, Fresh>(ss, whole);
       case 4:
-        return fold_mapped_of_length<Fold, 4>(ss, whole);
+        return fold_mapped_of_length<Fold, 4, Fresh>(ss, whole);
       case 5:
-        return fold_mapped_of_length<Fold, 5>(ss, whole);
+        return fold_mapped_of_length<Fold, 5, Fresh>(ss, whole);
       case 6:
-        return fold_mapped_of_length<Fold, 6>(ss, whole);
+        return fold_mapped_of_length<Fold, 6, Fresh>(ss, whole);
       case 8:
-        return fold_mapped_of_length<Fold, 8>(ss, whole);
+        return fold_mapped_of_length<Fold, 8, Fresh>(ss, whole);
       case 9:
-        return fold_mapped_of_length<Fold, 9>(ss, whole);
+        return fold_mapped_of_length<Fold, 9, Fresh>(ss, whole);
       case 12:
-        return fold_mapped_of_length<Fold, 12>(ss, whole);
+        return fold_mapped_of_length<Fold, 12, Fresh>(ss, whole);
       default:
         break;
     }
   }
-  return ss == 0 ? fold_mapped_any_runs<Fold> : fold_mapped_entries<Fold>;
+  return ss == 0 ? maybe_fresh<Fold, Fresh, fold_mapped_any_runs<Fold>>()
+                 : maybe_fresh<Fold, Fresh, fold_mapped_entries<Fold>>();
 }
 
 template <class Fold>
@@ -1102,6 +1135,14 @@ FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept {
   if (plan.map() != nullptr)
     return how == Reduce::sum ? fold_mapped_kind<SumFold>(plan) : fold_mapped_kind<MaxFold>(plan);
   return how == Reduce::sum ? fold_tiles_sum : fold_tiles_max;
+}
+
+FoldKernel fresh_fold_kernel(const IndexPlan& plan, Reduce how) noexcept {
+  if (plan.map() != nullptr)
+    return how == Reduce::sum ? fold_mapped_kind<SumFold, true>(plan)
+                              : fold_mapped_kind<MaxFold, true>(plan);
+  return how == Reduce::sum ? fold_fresh<SumFold, fold_tiles_sum>
+                            : fold_fresh<MaxFold, fold_tiles_max>;
 }
 
 void gather(const IndexPlan& plan, double* out, const double* small,

@@ -78,6 +78,10 @@ UpdateKernel multiply_kernel(const IndexPlan& plan) noexcept;
 UpdateKernel copy_kernel(const IndexPlan& plan) noexcept;
 /// For plans onto more than one small entry.
 FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept;
+/// As fold_kernel, the kernel first setting the small table to the fold's
+/// identity (what the caller would clear it to), for [begin, end) from the
+/// first large entry on.
+FoldKernel fresh_fold_kernel(const IndexPlan& plan, Reduce how) noexcept;
 
 /// Whether the kernels may run their row loops on 256-bit vectors where the
 /// processor has them (the default).  Both forms give the same bits; tests
