@@ -78,6 +78,37 @@ bool scale(std::uint64_t m, int e2, int x10, Scaled& s) noexcept {
   return true;
 }
 
+/// scale() where fewer than 64 bits are cut off (numbers from about 1e-11
+/// to 1e15, beliefs among them): the 128-bit shifts become 64-bit ones.
+[[gnu::always_inline]] inline bool scale_short(std::uint64_t m, int e2, int x10,
+                                               Scaled& s) noexcept {
+  const int p = 16 - x10;
+  const int cut = -(e2 + p);
+  if (p < 0 || p > kMaxPower || cut <= 0 || cut >= 64) return scale(m, e2, x10, s);
+  const Wide n = static_cast<Wide>(m) * kPowers.of_five[p];
+  const auto high = static_cast<std::uint64_t>(n >> 64);
+  const auto low = static_cast<std::uint64_t>(n);
+  if ((high >> cut) != 0) return false;  // 2^64 and above: more than 18 digits
+  const std::uint64_t v = (high << (64 - cut)) | (low >> cut);
+  const std::uint64_t frac = low << (64 - cut);  // the bits cut off (those below are zero)
+  constexpr std::uint64_t kHalf = std::uint64_t{1} << 63;
+  if (v < kLow) return false;
+  if (v < kHigh) {
+    s.q = v;
+    s.x10 = x10;
+    s.above_half = frac > kHalf;
+    s.at_half = frac == kHalf;
+    return true;
+  }
+  if (v >= 10 * kHigh) return false;
+  const std::uint64_t last = v % 10;
+  s.q = v / 10;
+  s.x10 = x10 + 1;
+  s.above_half = last > 5 || (last == 5 && frac != 0);
+  s.at_half = last == 5 && frac == 0;
+  return true;
+}
+
 /// Two digits per step from a table of 00..99.
 struct Pairs {
   char text[200];
@@ -110,8 +141,10 @@ char* write_pairs(char* p, std::uint64_t f, int pairs) noexcept {
 }
 
 /// The 17 digits of `q` (< 10^17), leading zeros included: 9 then 8,
-/// each group by multiplications with a fixed-point reciprocal.
-void write_digits(char* digits, std::uint64_t q) noexcept {
+/// each group by multiplications with a fixed-point reciprocal; returns
+/// how many there are without the trailing zeros (at least one).  Inlined:
+/// a call, and the registers it saves, cost as much as a third of it.
+[[gnu::always_inline]] inline int write_digits(char* digits, std::uint64_t q) noexcept {
   const std::uint64_t high = q / 100'000'000;  // 9 digits
   const std::uint64_t low = q % 100'000'000;   // 8 digits
   // high * 2^64 / 10^8: the first digit above, the other eight below.
@@ -122,10 +155,34 @@ void write_digits(char* digits, std::uint64_t q) noexcept {
   const Wide l = static_cast<Wide>(low) * reciprocal(1'000'000);
   std::memcpy(digits + 9, kPairs.text + 2 * static_cast<std::size_t>(l >> 64), 2);
   write_pairs(digits + 11, static_cast<std::uint64_t>(l), 3);
+  int used = 17;
+  while (used > 1 && digits[used - 1] == '0') --used;
+  return used;
 }
 
 char* slow(char* out, double x) noexcept {
   return std::to_chars(out, out + kNumberRoom, x, std::chars_format::general, 17).ptr;
+}
+
+/// Writes the rounded digits `q` of a number of decimal exponent `x10` in
+/// exponent notation at `p` (after any sign); returns the end.  Out of
+/// line: few numbers take it, and its registers would cost the others.
+[[gnu::noinline]] char* write_exponent(char* p, std::uint64_t q, int x10) noexcept {
+  char digits[kNumberRoom];
+  const int used = write_digits(digits, q);
+  *p++ = digits[0];
+  if (used > 1) {
+    *p++ = '.';
+    std::memcpy(p, digits + 1, 16);  // all of them: the room holds them
+    p += used - 1;
+  }
+  *p++ = 'e';
+  *p++ = x10 < 0 ? '-' : '+';
+  const int e = x10 < 0 ? -x10 : x10;
+  if (e >= 100) *p++ = static_cast<char>('0' + e / 100);
+  *p++ = static_cast<char>('0' + e / 10 % 10);
+  *p++ = static_cast<char>('0' + e % 10);
+  return p;
 }
 
 }  // namespace
@@ -144,7 +201,7 @@ char* write_g17(char* out, double x) noexcept {
   const int e2 = biased - 1075;
   // floor(log10(2) * (e2 + 52)): the decimal exponent or one less.
   Scaled s;
-  if (!scale(m, e2, ((e2 + 52) * 78913) >> 18, s)) return slow(out, x);
+  if (!scale_short(m, e2, ((e2 + 52) * 78913) >> 18, s)) return slow(out, x);
   std::uint64_t q = s.q;
   int x10 = s.x10;
   if (s.above_half || (s.at_half && (q & 1) != 0)) ++q;
@@ -155,44 +212,23 @@ char* write_g17(char* out, double x) noexcept {
   char* p = out;
   if ((bits >> 63) != 0) *p++ = '-';
   // Fixed notation: the 17 digits are written in place (the room holds
-  // them) and the end is moved back over the trailing zeros.
+  // them) and the end put after the last that is not a zero.
   if (x10 >= -4 && x10 < 0) {
     std::memcpy(p, "0.000000", 8);  // "0." and the zeros after the point
     p += 1 - x10;
-    write_digits(p, q);
-    int used = 17;
-    while (used > 1 && p[used - 1] == '0') --used;
-    return p + used;
+    return p + write_digits(p, q);
   }
   if (x10 >= 0 && x10 < 17) {
     // The digits one place to the right, then the whole part moved left
     // over that place and the point put after it.
-    write_digits(p + 1, q);
-    int used = 17;
-    while (used > 1 && p[used] == '0') --used;
+    const int used = write_digits(p + 1, q);
     const int whole = x10 + 1;
     for (int i = 0; i < whole; ++i) p[i] = p[i + 1];
     if (used <= whole) return p + whole;
     p[whole] = '.';
     return p + used + 1;
   }
-  char digits[17];
-  write_digits(digits, q);
-  int used = 17;
-  while (used > 1 && digits[used - 1] == '0') --used;
-  *p++ = digits[0];
-  if (used > 1) {
-    *p++ = '.';
-    std::memcpy(p, digits + 1, 16);  // all of them: the room holds them
-    p += used - 1;
-  }
-  *p++ = 'e';
-  *p++ = x10 < 0 ? '-' : '+';
-  const int e = x10 < 0 ? -x10 : x10;
-  if (e >= 100) *p++ = static_cast<char>('0' + e / 100);
-  *p++ = static_cast<char>('0' + e / 10 % 10);
-  *p++ = static_cast<char>('0' + e % 10);
-  return p;
+  return write_exponent(p, q, x10);
 }
 
 }  // namespace kelva::cli
