@@ -29,13 +29,11 @@ struct Powers {
 };
 constexpr Powers kPowers;
 
-/// The 17 significant digits of m * 2^e2 (m < 2^53), truncated, and how
-/// the bits cut off compare with half a unit of the last digit.
+/// The 17 significant digits of m * 2^e2 (m < 2^53), rounded to nearest
+/// with ties to even (10^17 when they all round up).
 struct Scaled {
   std::uint64_t q = 0;
   int x10 = 0;  // the decimal exponent of the first digit
-  bool above_half = false;
-  bool at_half = false;
 };
 
 /// Scales m * 2^e2 by 10^(16 - x10) for `x10` the decimal exponent or one
@@ -61,30 +59,34 @@ bool scale(std::uint64_t m, int e2, int x10, Scaled& s) noexcept {
   constexpr Wide kHalf = static_cast<Wide>(1) << 127;
   if (v < kLow) return false;
   if (v < kHigh) {
-    s.q = static_cast<std::uint64_t>(v);
+    const auto q = static_cast<std::uint64_t>(v);
+    s.q = q + (frac > kHalf || (frac == kHalf && (q & 1) != 0) ? 1 : 0);
     s.x10 = x10;
-    s.above_half = frac > kHalf;
-    s.at_half = frac == kHalf;
     return true;
   }
   if (v >= 10 * kHigh) return false;
   // 18 digits: the last one over 5 (or 5 with bits after it) is above half.
   const auto w = static_cast<std::uint64_t>(v);
   const std::uint64_t last = w % 10;
-  s.q = w / 10;
+  const std::uint64_t q = w / 10;
+  s.q = q + (last > 5 || (last == 5 && (frac != 0 || (q & 1) != 0)) ? 1 : 0);
   s.x10 = x10 + 1;
-  s.above_half = last > 5 || (last == 5 && frac != 0);
-  s.at_half = last == 5 && frac == 0;
   return true;
 }
 
-/// scale() where fewer than 64 bits are cut off (numbers from about 1e-11
-/// to 1e15, beliefs among them): the 128-bit shifts become 64-bit ones.
+/// Whether scale_short() applies: fewer than 64 bits are cut off (numbers
+/// from about 1e-11 to 1e15, beliefs among them).
+constexpr bool short_cut(int e2, int x10) noexcept {
+  const int p = 16 - x10;
+  const int cut = -(e2 + p);
+  return p >= 0 && p <= kMaxPower && cut > 0 && cut < 64;
+}
+
+/// scale() where short_cut() holds: the 128-bit shifts become 64-bit ones.
 [[gnu::always_inline]] inline bool scale_short(std::uint64_t m, int e2, int x10,
                                                Scaled& s) noexcept {
   const int p = 16 - x10;
   const int cut = -(e2 + p);
-  if (p < 0 || p > kMaxPower || cut <= 0 || cut >= 64) return scale(m, e2, x10, s);
   const Wide n = static_cast<Wide>(m) * kPowers.of_five[p];
   const auto high = static_cast<std::uint64_t>(n >> 64);
   const auto low = static_cast<std::uint64_t>(n);
@@ -94,18 +96,17 @@ bool scale(std::uint64_t m, int e2, int x10, Scaled& s) noexcept {
   constexpr std::uint64_t kHalf = std::uint64_t{1} << 63;
   if (v < kLow) return false;
   if (v < kHigh) {
-    s.q = v;
+    // frac is even (a zero was shifted in), so frac + (v & 1) is above half
+    // when frac is, or is half and v odd: ties go to even.
+    s.q = v + ((frac | (v & 1)) > kHalf ? 1 : 0);
     s.x10 = x10;
-    s.above_half = frac > kHalf;
-    s.at_half = frac == kHalf;
     return true;
   }
   if (v >= 10 * kHigh) return false;
   const std::uint64_t last = v % 10;
-  s.q = v / 10;
+  const std::uint64_t q = v / 10;
+  s.q = q + (last > 5 || (last == 5 && (frac != 0 || (q & 1) != 0)) ? 1 : 0);
   s.x10 = x10 + 1;
-  s.above_half = last > 5 || (last == 5 && frac != 0);
-  s.at_half = last == 5 && frac == 0;
   return true;
 }
 
@@ -185,32 +186,17 @@ char* slow(char* out, double x) noexcept {
   return p;
 }
 
-}  // namespace
-
-char* write_g17(char* out, double x) noexcept {
-  std::uint64_t bits;
-  std::memcpy(&bits, &x, sizeof bits);
-  const int biased = static_cast<int>((bits >> 52) & 0x7ff);
-  if (bits == 0) {  // +0, frequent among beliefs
-    *out = '0';
-    return out + 1;
-  }
-  // Zeros, subnormals, infinities and NaN: the library's way.
-  if (biased == 0 || biased == 0x7ff) return slow(out, x);
-  const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
-  const int e2 = biased - 1075;
-  // floor(log10(2) * (e2 + 52)): the decimal exponent or one less.
-  Scaled s;
-  if (!scale_short(m, e2, ((e2 + 52) * 78913) >> 18, s)) return slow(out, x);
+/// Writes the number of rounded digits `s` (a minus sign first when
+/// `negative`) at `out` as "%.17g" does; returns the end.
+[[gnu::always_inline]] inline char* write_rounded(char* out, bool negative, Scaled s) noexcept {
   std::uint64_t q = s.q;
   int x10 = s.x10;
-  if (s.above_half || (s.at_half && (q & 1) != 0)) ++q;
   if (q == kHigh) {
     q = kLow;
     ++x10;
   }
   char* p = out;
-  if ((bits >> 63) != 0) *p++ = '-';
+  if (negative) *p++ = '-';
   // Fixed notation: the 17 digits are written in place (the room holds
   // them) and the end put after the last that is not a zero.
   if (x10 >= -4 && x10 < 0) {
@@ -229,6 +215,38 @@ char* write_g17(char* out, double x) noexcept {
     return p + used + 1;
   }
   return write_exponent(p, q, x10);
+}
+
+/// write_g17() of the numbers that scale_short() does not take, out of
+/// line so that the common case saves no registers for them.
+[[gnu::noinline]] char* write_long(char* out, double x, std::uint64_t m, int e2, int x10) noexcept {
+  Scaled s;
+  std::uint64_t bits;
+  std::memcpy(&bits, &x, sizeof bits);
+  if (!scale(m, e2, x10, s)) return slow(out, x);
+  return write_rounded(out, (bits >> 63) != 0, s);
+}
+
+}  // namespace
+
+char* write_g17(char* out, double x) noexcept {
+  std::uint64_t bits;
+  std::memcpy(&bits, &x, sizeof bits);
+  const int biased = static_cast<int>((bits >> 52) & 0x7ff);
+  if (bits == 0) {  // +0, frequent among beliefs
+    *out = '0';
+    return out + 1;
+  }
+  // Zeros, subnormals, infinities and NaN: the library's way.
+  if (biased == 0 || biased == 0x7ff) return slow(out, x);
+  const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
+  const int e2 = biased - 1075;
+  // floor(log10(2) * (e2 + 52)): the decimal exponent or one less.
+  const int x10 = ((e2 + 52) * 78913) >> 18;
+  if (!short_cut(e2, x10)) return write_long(out, x, m, e2, x10);
+  Scaled s;
+  if (!scale_short(m, e2, x10, s)) return slow(out, x);
+  return write_rounded(out, (bits >> 63) != 0, s);
 }
 
 }  // namespace kelva::cli
