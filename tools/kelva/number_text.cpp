@@ -110,7 +110,7 @@ constexpr bool short_cut(int e2, int x10) noexcept {
   return true;
 }
 
-/// Two digits per step from a table of 00..99.
+/// Two digits from a table of 00..99.
 struct Pairs {
   char text[200];
   constexpr Pairs() : text() {
@@ -122,40 +122,55 @@ struct Pairs {
 };
 constexpr Pairs kPairs;
 
+/// Three digits per step from a table of 000..999, four bytes an entry so
+/// that one load and one store move them (the fourth byte is written over
+/// by what follows, or lies in the room past the digits).
+struct Triples {
+  char text[4000];
+  constexpr Triples() : text() {
+    for (int i = 0; i < 1000; ++i) {
+      text[4 * i] = static_cast<char>('0' + i / 100);
+      text[4 * i + 1] = static_cast<char>('0' + i / 10 % 10);
+      text[4 * i + 2] = static_cast<char>('0' + i % 10);
+    }
+  }
+};
+constexpr Triples kTriples;
+
 /// ceil(2^64 / d).
 constexpr std::uint64_t reciprocal(std::uint64_t d) {
   return static_cast<std::uint64_t>((static_cast<Wide>(1) << 64) / d) + 1;
 }
 
-/// Writes the `pairs` digit pairs after the leading part of a fraction:
-/// `f` is frac * 2^64, a little above its exact value, and each product
-/// by 100 moves the next two digits into the high word.  The excess stays
-/// below one unit of the last pair, so no digit is off.
-char* write_pairs(char* p, std::uint64_t f, int pairs) noexcept {
-  for (int i = 0; i < pairs; ++i) {
-    const Wide t = static_cast<Wide>(f) * 100;
-    std::memcpy(p, kPairs.text + 2 * static_cast<std::size_t>(t >> 64), 2);
-    p += 2;
+/// Writes the six digits of a fraction after its leading part, as two
+/// triples: `f` is frac * 2^64, a little above its exact value (by less
+/// than 10^9 units), and each product by 1000 moves the next three digits
+/// into the high word.  The excess stays far below one unit of the last
+/// digit, so none is off.
+[[gnu::always_inline]] inline void write_six(char* p, std::uint64_t f) noexcept {
+  for (int i = 0; i < 2; ++i) {
+    const Wide t = static_cast<Wide>(f) * 1000;
+    std::memcpy(p + 3 * i, kTriples.text + 4 * static_cast<std::size_t>(t >> 64), 4);
     f = static_cast<std::uint64_t>(t);
   }
-  return p;
 }
 
-/// The 17 digits of `q` (< 10^17), leading zeros included: 9 then 8,
-/// each group by multiplications with a fixed-point reciprocal; returns
-/// how many there are without the trailing zeros (at least one).  Inlined:
-/// a call, and the registers it saves, cost as much as a third of it.
+/// The 17 digits of `q` (< 10^17), leading zeros included, at `digits`
+/// (with a byte of room after them): 8 then 9, each group by products with
+/// a fixed-point reciprocal; returns how many there are without the
+/// trailing zeros (at least one).  Inlined: a call, and the registers it
+/// saves, cost as much as a third of it.
 [[gnu::always_inline]] inline int write_digits(char* digits, std::uint64_t q) noexcept {
-  const std::uint64_t high = q / 100'000'000;  // 9 digits
-  const std::uint64_t low = q % 100'000'000;   // 8 digits
-  // high * 2^64 / 10^8: the first digit above, the other eight below.
-  const Wide h = static_cast<Wide>(high) * reciprocal(100'000'000);
-  digits[0] = static_cast<char>('0' + static_cast<int>(h >> 64));
-  write_pairs(digits + 1, static_cast<std::uint64_t>(h), 4);
-  // low * 2^64 / 10^6: the first pair above, three below.
+  const std::uint64_t high = q / 1'000'000'000;  // 8 digits
+  const std::uint64_t low = q % 1'000'000'000;   // 9 digits
+  // high * 2^64 / 10^6: the first pair above, six digits below.
+  const Wide h = static_cast<Wide>(high) * reciprocal(1'000'000);
+  std::memcpy(digits, kPairs.text + 2 * static_cast<std::size_t>(h >> 64), 2);
+  write_six(digits + 2, static_cast<std::uint64_t>(h));
+  // low * 2^64 / 10^6: the first triple above, six digits below.
   const Wide l = static_cast<Wide>(low) * reciprocal(1'000'000);
-  std::memcpy(digits + 9, kPairs.text + 2 * static_cast<std::size_t>(l >> 64), 2);
-  write_pairs(digits + 11, static_cast<std::uint64_t>(l), 3);
+  std::memcpy(digits + 8, kTriples.text + 4 * static_cast<std::size_t>(l >> 64), 4);
+  write_six(digits + 11, static_cast<std::uint64_t>(l));
   int used = 17;
   while (used > 1 && digits[used - 1] == '0') --used;
   return used;

@@ -304,11 +304,16 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
   // evidence of the case before is replaced item by item: a node the case
   // leaves missing is retracted only if the case before observed it, which
   // costs less than retracting every node.
-  checked(k_domain_initialize(w.domain.get()));
-  std::vector<char>& observed = w.observed;
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    const bool now = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
-    if (!now && observed[i] && k_node_retract_findings(w.nodes[i]) != 0)
+  if (k_domain_initialize(w.domain.get()) != 0) throw ApiError(k_error_code());
+  // Plain pointers: the vectors are not reread after every call.
+  const k_node_t* const items = cases.data();
+  const k_node_t* const nodes = w.nodes.data();
+  const char* const continuous = w.continuous.data();
+  char* const observed = w.observed.data();
+  const std::size_t count = cases.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    const bool now = enter_item(items[i], row, nodes[i], continuous[i] != 0);
+    if (!now && observed[i] && k_node_retract_findings(nodes[i]) != 0)
       throw ApiError(k_error_code());
     observed[i] = now;
   }
@@ -328,7 +333,7 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
   }
   for (const Reported& r : reported) {
     if (only_unobserved && observed[r.index]) continue;
-    const k_node_t node = w.nodes[r.index];
+    const k_node_t node = nodes[r.index];
     const Chunked* prefix = r.prefixes.data();
     if (r.continuous) {
       p = write_line(p, digits, number_size, prefix[0], checked(k_node_get_mean(node)));
