@@ -11,8 +11,9 @@ k_error_t k_error_set(k_error_t code) {
 }
 
 k_error_t k_error_code(void) {
-  const void*& slot = kelva::platform::error_slot();
-  if (slot == nullptr) slot = kelva::find_error(K_ERROR_NONE);
+  // Null is "none" (every function starts with it), read without the table.
+  const void* slot = kelva::platform::error_slot();
+  if (slot == nullptr) return K_ERROR_NONE;
   return static_cast<k_error_t>(static_cast<const kelva::ErrorEntry*>(slot)->code);
 }
 

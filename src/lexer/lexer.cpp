@@ -327,6 +327,24 @@ bool Lexer::take_case_item(std::size_t states, std::int64_t& index) noexcept {
   return true;
 }
 
+bool Lexer::buffered_line(const char*& first, const char*& newline) {
+  if (pushed_count_ > 0 || reader_ != TokenReader::basic) return false;
+  for (std::size_t searched = 0;;) {
+    const auto unread = static_cast<std::size_t>(end_ - pos_);
+    const void* found = std::memchr(pos_ + searched, '\n', unread - searched);
+    if (found != nullptr) {
+      first = pos_;
+      newline = static_cast<const char*>(found);
+      return true;
+    }
+    // refill() keeps the unread bytes, though perhaps elsewhere.  A line
+    // that long is left to the tokens, which need no room for all of it.
+    constexpr std::size_t kLongestLine = std::size_t{1} << 20;
+    searched = unread;
+    if (stream_ == nullptr || unread >= kLongestLine || !refill()) return false;
+  }
+}
+
 // blanks: (white space | `%` any-but-newline* (newline | end of input))*
 // Returns the first character after them.
 int Lexer::skip_blanks() {

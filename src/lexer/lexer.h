@@ -78,6 +78,18 @@ class Lexer {
   /// otherwise, having consumed no more than spaces and tabs: next_token
   /// then reads the item.
   bool take_case_item(std::size_t states, std::int64_t& index) noexcept;
+  /// The fast path of whole data file lines: with no token held back and the
+  /// basic reader, the rest of the current line, refilling the buffer until
+  /// its newline is in it.  True with its characters at [first, newline)
+  /// (`*newline` is the newline); false (nothing consumed) when a token is
+  /// held back, another reader is installed or the input ends first.
+  /// Throws Error(io) on a read error of the stream.
+  bool buffered_line(const char*& first, const char*& newline);
+  /// Consumes the line that buffered_line() gave, its newline included.
+  void take_line(const char* newline) noexcept {
+    pos_ = newline + 1;
+    ++line_;
+  }
   /// Gives a token back (at most two are held); the last one given back is
   /// returned first.
   void push_back(int token) noexcept;

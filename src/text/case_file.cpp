@@ -308,6 +308,7 @@ class DataFileReader : CaseReader {
       Node& n = node_named();
       if (!listed.insert(&n).second) fail(net_message("node `%s' listed twice", n.name().c_str()));
       columns_.push_back(&n);
+      limits_.push_back(index_limit(n));
     }
     return t;
   }
@@ -322,12 +323,12 @@ class DataFileReader : CaseReader {
     // Reads on to the item of column `next`: a missing item or a state
     // index the lexer takes whole, or the next token.
     auto after_item = [&](std::size_t next) {
-      if (next < columns_.size() && lx_.take_case_item(index_limit(*columns_[next]), taken)) {
+      if (next < columns_.size() && lx_.take_case_item(limits_[next], taken)) {
         t = kTaken;
         comma = false;
         return;
       }
-      t = lx_.next_token();
+      t = next < columns_.size() ? lx_.next_token() : next_line_token();
       comma = t == ',' && lx_.line() == line;
       if (comma) t = lx_.next_token();
     };
@@ -365,6 +366,89 @@ class DataFileReader : CaseReader {
     return t;
   }
 
+  // After the last item of a line: when blanks alone end it, takes the
+  // simple lines after it whole (simple_line()); returns the next token.
+  int next_line_token() {
+    const char* p = nullptr;
+    const char* newline = nullptr;
+    if (!counts_ && !columns_.empty() && lx_.buffered_line(p, newline)) {
+      while (is_blank(*p)) ++p;
+      if (p == newline) {
+        lx_.take_line(newline);
+        while (simple_line()) {
+        }
+        store_taken();
+      }
+    }
+    return lx_.next_token();
+  }
+
+  static bool is_blank(char c) noexcept { return c == ' ' || c == '\t' || c == '\r'; }
+
+  // Takes the next line whole when it holds one item per column, each `*`,
+  // `?` or `#` and a state index below the column's limit, between blanks,
+  // and nothing else; its states wait in taken_ for store_taken().  False,
+  // having consumed nothing, for any other line: the tokens then read it,
+  // with their messages.
+  bool simple_line() {
+    const char* first = nullptr;
+    const char* newline = nullptr;
+    if (!lx_.buffered_line(first, newline)) return false;
+    const char* p = first;  // in a register, not through the call's reference
+    if (taken_.empty()) taken_.resize(kTakenLines * columns_.size());
+    std::int16_t* states = taken_.data() + taken_lines_ * columns_.size();
+    // Every loop below stops at the newline, which ends no item early.
+    const std::size_t last = columns_.size() - 1;
+    while (is_blank(*p)) ++p;
+    for (std::size_t k = 0;; ++k) {
+      if (*p == '*' || *p == '?') {
+        states[k] = static_cast<std::int16_t>(CaseColumn::kUnset);
+        ++p;
+      } else if (*p == '#') {
+        // At most nine digits: a longer index is never below a limit.
+        const char* const digits = ++p;
+        std::size_t state = 0;
+        for (unsigned digit = 0;
+             (digit = static_cast<unsigned char>(*p) - 0x30u) < 10 && p - digits < 9; ++p)
+          state = 10 * state + digit;
+        if (p == digits || state >= limits_[k]) return false;
+        states[k] = static_cast<std::int16_t>(state);
+      } else {
+        return false;
+      }
+      if (k == last) break;
+      // Blanks, then the next item.
+      if (!is_blank(*p)) return false;
+      do ++p;
+      while (is_blank(*p));
+    }
+    while (is_blank(*p)) ++p;
+    if (p != newline) return false;
+    lx_.take_line(newline);
+    if (++taken_lines_ == kTakenLines) store_taken();
+    return true;
+  }
+
+  // Adds the cases of the lines simple_line() took.  Each column is given
+  // its last state first, so that it grows once.
+  void store_taken() {
+    const std::size_t width = columns_.size();
+    const std::size_t rows = taken_lines_;
+    if (rows == 0) return;
+    const std::size_t first = domain_.cases.size();
+    for (std::size_t r = 0; r < rows; ++r) domain_.cases.add();
+    for (std::size_t k = 0; k < width; ++k) {
+      CaseColumn& column = columns_[k]->cases;
+      std::size_t r = rows;
+      while (r > 0 && taken_[(r - 1) * width + k] < 0) --r;
+      for (; r > 0; --r) {
+        const std::int16_t state = taken_[(r - 1) * width + k];
+        if (state >= 0) column.set_state(first + r - 1, state);
+      }
+    }
+    taken_lines_ = 0;
+  }
+
   void store(Node& n, std::size_t c, const Finding& f) {
     if (f.kind == Finding::Kind::value) {
       n.cases.set_value(c, f.value);
@@ -385,8 +469,14 @@ class DataFileReader : CaseReader {
     return std::min<std::size_t>(n.state_count(), CaseColumn::kMaxState + std::size_t{1});
   }
 
+  // Taken lines held back at most.
+  static constexpr std::size_t kTakenLines = 512;
+
   std::vector<Node*> columns_;
+  std::vector<std::size_t> limits_;  // index_limit() of each column
   bool counts_ = false;
+  std::vector<std::int16_t> taken_;  // per taken line, a state per column
+  std::size_t taken_lines_ = 0;
 };
 
 std::string likelihood_text(const Node& n) {

@@ -352,6 +352,25 @@ TEST_F(CaseFiles, DataFileItems) {
     EXPECT_EQ(k_node_get_case_value(x, 2), 16.0);
   }
 
+  // Many lines: those of indexes and missing items between blanks are taken
+  // whole, in batches, and the others read by tokens between them; every
+  // case lands in its place.
+  ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
+  std::string many = "L N\n";
+  for (int c = 0; c < 1300; ++c) {
+    if (c % 600 == 5) many += "high *\n";
+    else
+      many.append(1, '#')
+          .append(1, static_cast<char>('0' + c % 3))
+          .append(c % 2 ? " *\n" : "\t#1 \n");
+  }
+  ASSERT_EQ(parse_cases(many), 0) << messages;
+  ASSERT_EQ(k_domain_get_number_of_cases(d), 1300u);
+  for (k_size_t c = 0; c < 1300; ++c) {
+    EXPECT_EQ(k_node_get_case_state(level, c), c % 600 == 5 ? 2u : c % 3) << c;
+    EXPECT_EQ(k_node_case_is_set(number, c), c % 600 != 5 && c % 2 == 0) << c;
+  }
+
   // No case lines: a warning, and success.
   ASSERT_EQ(k_domain_set_number_of_cases(d, 0), 0);
   EXPECT_EQ(parse_cases("L B\n\n% none\n"), 0);
@@ -382,6 +401,10 @@ TEST_F(CaseFiles, DataFileRefusalsLeaveTheStoredCases) {
       {"L X\nlow #0\n", "2:state index can only be specified for discrete nodes"},
       {"L N B\nlow *x\n", "2:state of boolean node should be `false' or `true'"},
       {"L N\nlow #1 #0\n", "2:the case has extra stuff at the end"},
+      // The same after lines taken whole.
+      {"L N\nlow #0\n#0 #1\n* #1\n#0 #3\n", "5:`#' must be followed by a valid state index"},
+      {"L N\nlow #0\n#0 #1\n#0 #1 #0\n", "4:the case has extra stuff at the end"},
+      {"L N\nlow #0\n#0 #1\n#0\n#1 #1\n", "4:line is incomplete"},
       {"L N\nlow #1", ""},  // (accepted: the item ends the file)
       {"# L\nlow\n", "2:case count expected"},
       {"# L\n-1 low\n", "2:case counts must be nonnegative"},

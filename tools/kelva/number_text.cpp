@@ -29,13 +29,11 @@ struct Powers {
 };
 constexpr Powers kPowers;
 
-/// The 17 significant digits of m * 2^e2 (m < 2^53), truncated, and how
-/// the bits cut off compare with half a unit of the last digit.
+/// The 17 significant digits of m * 2^e2 (m < 2^53), rounded to nearest
+/// with ties to even (10^17 when they all round up).
 struct Scaled {
   std::uint64_t q = 0;
   int x10 = 0;  // the decimal exponent of the first digit
-  bool above_half = false;
-  bool at_half = false;
 };
 
 /// Scales m * 2^e2 by 10^(16 - x10) for `x10` the decimal exponent or one
@@ -61,24 +59,58 @@ bool scale(std::uint64_t m, int e2, int x10, Scaled& s) noexcept {
   constexpr Wide kHalf = static_cast<Wide>(1) << 127;
   if (v < kLow) return false;
   if (v < kHigh) {
-    s.q = static_cast<std::uint64_t>(v);
+    const auto q = static_cast<std::uint64_t>(v);
+    s.q = q + (frac > kHalf || (frac == kHalf && (q & 1) != 0) ? 1 : 0);
     s.x10 = x10;
-    s.above_half = frac > kHalf;
-    s.at_half = frac == kHalf;
     return true;
   }
   if (v >= 10 * kHigh) return false;
   // 18 digits: the last one over 5 (or 5 with bits after it) is above half.
   const auto w = static_cast<std::uint64_t>(v);
   const std::uint64_t last = w % 10;
-  s.q = w / 10;
+  const std::uint64_t q = w / 10;
+  s.q = q + (last > 5 || (last == 5 && (frac != 0 || (q & 1) != 0)) ? 1 : 0);
   s.x10 = x10 + 1;
-  s.above_half = last > 5 || (last == 5 && frac != 0);
-  s.at_half = last == 5 && frac == 0;
   return true;
 }
 
-/// Two digits per step from a table of 00..99.
+/// Whether scale_short() applies: fewer than 64 bits are cut off (numbers
+/// from about 1e-11 to 1e15, beliefs among them).
+constexpr bool short_cut(int e2, int x10) noexcept {
+  const int p = 16 - x10;
+  const int cut = -(e2 + p);
+  return p >= 0 && p <= kMaxPower && cut > 0 && cut < 64;
+}
+
+/// scale() where short_cut() holds: the 128-bit shifts become 64-bit ones.
+[[gnu::always_inline]] inline bool scale_short(std::uint64_t m, int e2, int x10,
+                                               Scaled& s) noexcept {
+  const int p = 16 - x10;
+  const int cut = -(e2 + p);
+  const Wide n = static_cast<Wide>(m) * kPowers.of_five[p];
+  const auto high = static_cast<std::uint64_t>(n >> 64);
+  const auto low = static_cast<std::uint64_t>(n);
+  if ((high >> cut) != 0) return false;  // 2^64 and above: more than 18 digits
+  const std::uint64_t v = (high << (64 - cut)) | (low >> cut);
+  const std::uint64_t frac = low << (64 - cut);  // the bits cut off (those below are zero)
+  constexpr std::uint64_t kHalf = std::uint64_t{1} << 63;
+  if (v < kLow) return false;
+  if (v < kHigh) {
+    // frac is even (a zero was shifted in), so frac + (v & 1) is above half
+    // when frac is, or is half and v odd: ties go to even.
+    s.q = v + ((frac | (v & 1)) > kHalf ? 1 : 0);
+    s.x10 = x10;
+    return true;
+  }
+  if (v >= 10 * kHigh) return false;
+  const std::uint64_t last = v % 10;
+  const std::uint64_t q = v / 10;
+  s.q = q + (last > 5 || (last == 5 && (frac != 0 || (q & 1) != 0)) ? 1 : 0);
+  s.x10 = x10 + 1;
+  return true;
+}
+
+/// Two digits from a table of 00..99.
 struct Pairs {
   char text[200];
   constexpr Pairs() : text() {
@@ -90,42 +122,124 @@ struct Pairs {
 };
 constexpr Pairs kPairs;
 
+/// Three digits per step from a table of 000..999, four bytes an entry so
+/// that one load and one store move them (the fourth byte is written over
+/// by what follows, or lies in the room past the digits).
+struct Triples {
+  char text[4000];
+  constexpr Triples() : text() {
+    for (int i = 0; i < 1000; ++i) {
+      text[4 * i] = static_cast<char>('0' + i / 100);
+      text[4 * i + 1] = static_cast<char>('0' + i / 10 % 10);
+      text[4 * i + 2] = static_cast<char>('0' + i % 10);
+    }
+  }
+};
+constexpr Triples kTriples;
+
 /// ceil(2^64 / d).
 constexpr std::uint64_t reciprocal(std::uint64_t d) {
   return static_cast<std::uint64_t>((static_cast<Wide>(1) << 64) / d) + 1;
 }
 
-/// Writes the `pairs` digit pairs after the leading part of a fraction:
-/// `f` is frac * 2^64, a little above its exact value, and each product
-/// by 100 moves the next two digits into the high word.  The excess stays
-/// below one unit of the last pair, so no digit is off.
-char* write_pairs(char* p, std::uint64_t f, int pairs) noexcept {
-  for (int i = 0; i < pairs; ++i) {
-    const Wide t = static_cast<Wide>(f) * 100;
-    std::memcpy(p, kPairs.text + 2 * static_cast<std::size_t>(t >> 64), 2);
-    p += 2;
+/// Writes the six digits of a fraction after its leading part, as two
+/// triples: `f` is frac * 2^64, a little above its exact value (by less
+/// than 10^9 units), and each product by 1000 moves the next three digits
+/// into the high word.  The excess stays far below one unit of the last
+/// digit, so none is off.
+[[gnu::always_inline]] inline void write_six(char* p, std::uint64_t f) noexcept {
+  for (int i = 0; i < 2; ++i) {
+    const Wide t = static_cast<Wide>(f) * 1000;
+    std::memcpy(p + 3 * i, kTriples.text + 4 * static_cast<std::size_t>(t >> 64), 4);
     f = static_cast<std::uint64_t>(t);
   }
-  return p;
 }
 
-/// The 17 digits of `q` (< 10^17), leading zeros included: 9 then 8,
-/// each group by multiplications with a fixed-point reciprocal.
-void write_digits(char* digits, std::uint64_t q) noexcept {
-  const std::uint64_t high = q / 100'000'000;  // 9 digits
-  const std::uint64_t low = q % 100'000'000;   // 8 digits
-  // high * 2^64 / 10^8: the first digit above, the other eight below.
-  const Wide h = static_cast<Wide>(high) * reciprocal(100'000'000);
-  digits[0] = static_cast<char>('0' + static_cast<int>(h >> 64));
-  write_pairs(digits + 1, static_cast<std::uint64_t>(h), 4);
-  // low * 2^64 / 10^6: the first pair above, three below.
+/// The 17 digits of `q` (< 10^17), leading zeros included, at `digits`
+/// (with a byte of room after them): 8 then 9, each group by products with
+/// a fixed-point reciprocal; returns how many there are without the
+/// trailing zeros (at least one).  Inlined: a call, and the registers it
+/// saves, cost as much as a third of it.
+[[gnu::always_inline]] inline int write_digits(char* digits, std::uint64_t q) noexcept {
+  const std::uint64_t high = q / 1'000'000'000;  // 8 digits
+  const std::uint64_t low = q % 1'000'000'000;   // 9 digits
+  // high * 2^64 / 10^6: the first pair above, six digits below.
+  const Wide h = static_cast<Wide>(high) * reciprocal(1'000'000);
+  std::memcpy(digits, kPairs.text + 2 * static_cast<std::size_t>(h >> 64), 2);
+  write_six(digits + 2, static_cast<std::uint64_t>(h));
+  // low * 2^64 / 10^6: the first triple above, six digits below.
   const Wide l = static_cast<Wide>(low) * reciprocal(1'000'000);
-  std::memcpy(digits + 9, kPairs.text + 2 * static_cast<std::size_t>(l >> 64), 2);
-  write_pairs(digits + 11, static_cast<std::uint64_t>(l), 3);
+  std::memcpy(digits + 8, kTriples.text + 4 * static_cast<std::size_t>(l >> 64), 4);
+  write_six(digits + 11, static_cast<std::uint64_t>(l));
+  int used = 17;
+  while (used > 1 && digits[used - 1] == '0') --used;
+  return used;
 }
 
 char* slow(char* out, double x) noexcept {
   return std::to_chars(out, out + kNumberRoom, x, std::chars_format::general, 17).ptr;
+}
+
+/// Writes the rounded digits `q` of a number of decimal exponent `x10` in
+/// exponent notation at `p` (after any sign); returns the end.  Out of
+/// line: few numbers take it, and its registers would cost the others.
+[[gnu::noinline]] char* write_exponent(char* p, std::uint64_t q, int x10) noexcept {
+  char digits[kNumberRoom];
+  const int used = write_digits(digits, q);
+  *p++ = digits[0];
+  if (used > 1) {
+    *p++ = '.';
+    std::memcpy(p, digits + 1, 16);  // all of them: the room holds them
+    p += used - 1;
+  }
+  *p++ = 'e';
+  *p++ = x10 < 0 ? '-' : '+';
+  const int e = x10 < 0 ? -x10 : x10;
+  if (e >= 100) *p++ = static_cast<char>('0' + e / 100);
+  *p++ = static_cast<char>('0' + e / 10 % 10);
+  *p++ = static_cast<char>('0' + e % 10);
+  return p;
+}
+
+/// Writes the number of rounded digits `s` (a minus sign first when
+/// `negative`) at `out` as "%.17g" does; returns the end.
+[[gnu::always_inline]] inline char* write_rounded(char* out, bool negative, Scaled s) noexcept {
+  std::uint64_t q = s.q;
+  int x10 = s.x10;
+  if (q == kHigh) {
+    q = kLow;
+    ++x10;
+  }
+  char* p = out;
+  if (negative) *p++ = '-';
+  // Fixed notation: the 17 digits are written in place (the room holds
+  // them) and the end put after the last that is not a zero.
+  if (x10 >= -4 && x10 < 0) {
+    std::memcpy(p, "0.000000", 8);  // "0." and the zeros after the point
+    p += 1 - x10;
+    return p + write_digits(p, q);
+  }
+  if (x10 >= 0 && x10 < 17) {
+    // The digits one place to the right, then the whole part moved left
+    // over that place and the point put after it.
+    const int used = write_digits(p + 1, q);
+    const int whole = x10 + 1;
+    for (int i = 0; i < whole; ++i) p[i] = p[i + 1];
+    if (used <= whole) return p + whole;
+    p[whole] = '.';
+    return p + used + 1;
+  }
+  return write_exponent(p, q, x10);
+}
+
+/// write_g17() of the numbers that scale_short() does not take, out of
+/// line so that the common case saves no registers for them.
+[[gnu::noinline]] char* write_long(char* out, double x, std::uint64_t m, int e2, int x10) noexcept {
+  Scaled s;
+  std::uint64_t bits;
+  std::memcpy(&bits, &x, sizeof bits);
+  if (!scale(m, e2, x10, s)) return slow(out, x);
+  return write_rounded(out, (bits >> 63) != 0, s);
 }
 
 }  // namespace
@@ -143,56 +257,11 @@ char* write_g17(char* out, double x) noexcept {
   const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
   const int e2 = biased - 1075;
   // floor(log10(2) * (e2 + 52)): the decimal exponent or one less.
+  const int x10 = ((e2 + 52) * 78913) >> 18;
+  if (!short_cut(e2, x10)) return write_long(out, x, m, e2, x10);
   Scaled s;
-  if (!scale(m, e2, ((e2 + 52) * 78913) >> 18, s)) return slow(out, x);
-  std::uint64_t q = s.q;
-  int x10 = s.x10;
-  if (s.above_half || (s.at_half && (q & 1) != 0)) ++q;
-  if (q == kHigh) {
-    q = kLow;
-    ++x10;
-  }
-  char* p = out;
-  if ((bits >> 63) != 0) *p++ = '-';
-  // Fixed notation: the 17 digits are written in place (the room holds
-  // them) and the end is moved back over the trailing zeros.
-  if (x10 >= -4 && x10 < 0) {
-    std::memcpy(p, "0.000000", 8);  // "0." and the zeros after the point
-    p += 1 - x10;
-    write_digits(p, q);
-    int used = 17;
-    while (used > 1 && p[used - 1] == '0') --used;
-    return p + used;
-  }
-  if (x10 >= 0 && x10 < 17) {
-    // The digits one place to the right, then the whole part moved left
-    // over that place and the point put after it.
-    write_digits(p + 1, q);
-    int used = 17;
-    while (used > 1 && p[used] == '0') --used;
-    const int whole = x10 + 1;
-    for (int i = 0; i < whole; ++i) p[i] = p[i + 1];
-    if (used <= whole) return p + whole;
-    p[whole] = '.';
-    return p + used + 1;
-  }
-  char digits[17];
-  write_digits(digits, q);
-  int used = 17;
-  while (used > 1 && digits[used - 1] == '0') --used;
-  *p++ = digits[0];
-  if (used > 1) {
-    *p++ = '.';
-    std::memcpy(p, digits + 1, 16);  // all of them: the room holds them
-    p += used - 1;
-  }
-  *p++ = 'e';
-  *p++ = x10 < 0 ? '-' : '+';
-  const int e = x10 < 0 ? -x10 : x10;
-  if (e >= 100) *p++ = static_cast<char>('0' + e / 100);
-  *p++ = static_cast<char>('0' + e / 10 % 10);
-  *p++ = static_cast<char>('0' + e % 10);
-  return p;
+  if (!scale_short(m, e2, x10, s)) return slow(out, x);
+  return write_rounded(out, (bits >> 63) != 0, s);
 }
 
 }  // namespace kelva::cli

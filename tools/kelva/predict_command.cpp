@@ -304,11 +304,17 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
   // evidence of the case before is replaced item by item: a node the case
   // leaves missing is retracted only if the case before observed it, which
   // costs less than retracting every node.
-  checked(k_domain_initialize(w.domain.get()));
-  std::vector<char>& observed = w.observed;
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    const bool now = enter_item(cases[i], row, w.nodes[i], w.continuous[i]);
-    if (!now && observed[i]) checked(k_node_retract_findings(w.nodes[i]));
+  if (k_domain_initialize(w.domain.get()) != 0) throw ApiError(k_error_code());
+  // Plain pointers: the vectors are not reread after every call.
+  const k_node_t* const items = cases.data();
+  const k_node_t* const nodes = w.nodes.data();
+  const char* const continuous = w.continuous.data();
+  char* const observed = w.observed.data();
+  const std::size_t count = cases.size();
+  for (std::size_t i = 0; i < count; ++i) {
+    const bool now = enter_item(items[i], row, nodes[i], continuous[i] != 0);
+    if (!now && observed[i] && k_node_retract_findings(nodes[i]) != 0)
+      throw ApiError(k_error_code());
     observed[i] = now;
   }
   char digits[kNumberText] = {};
@@ -327,17 +333,19 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
   }
   for (const Reported& r : reported) {
     if (only_unobserved && observed[r.index]) continue;
-    const k_node_t node = w.nodes[r.index];
-    for (std::size_t s = 0; s < r.prefixes.size(); ++s) {
-      double value = 0.0;
-      if (!r.continuous) {
-        // Beliefs are never negative: -1 is an error.
-        value = k_node_get_belief(node, s);
-        if (value < 0.0) throw ApiError(k_error_code());
-      } else {
-        value = s == 0 ? checked(k_node_get_mean(node)) : checked(k_node_get_variance(node));
-      }
-      p = write_line(p, digits, number_size, r.prefixes[s], value);
+    const k_node_t node = nodes[r.index];
+    const Chunked* prefix = r.prefixes.data();
+    if (r.continuous) {
+      p = write_line(p, digits, number_size, prefix[0], checked(k_node_get_mean(node)));
+      p = write_line(p, digits, number_size, prefix[1], checked(k_node_get_variance(node)));
+      continue;
+    }
+    const std::size_t states = r.prefixes.size();
+    for (std::size_t s = 0; s < states; ++s) {
+      // Beliefs are never negative: -1 is an error.
+      const double value = k_node_get_belief(node, s);
+      if (value < 0.0) throw ApiError(k_error_code());
+      p = write_line(p, digits, number_size, prefix[s], value);
     }
   }
   p = write_line(p, digits, number_size, log_line,
@@ -470,6 +478,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
         if (!ring.wait(slot.free_for, c)) return;
         slot.text.clear();
         const ChunkPlace& place = places[c];
+        slot.text.reserve(room * place.count);  // grown once, with nothing to copy
         for (k_size_t i = 0; i < place.count; ++i)
           predict_case(w, slot.text, room, log_line, *sources[place.source], place.first + i,
                        place.number + i, reported, only_unobserved);
