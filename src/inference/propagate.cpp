@@ -353,10 +353,9 @@ void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Paralleli
 // sender's marginal was made by its own sweep, and the receiver's sweep
 // makes those of all its children.
 void distribute_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                     bool fused, SweepPlan* plan = nullptr) {
+                     bool fused) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
-  if (plan != nullptr) return plan->receive(tree, i, par);
   if (fused) {
     const auto [first, end] = tree.link_children(i);
     receive_sweep(tree, i, first, end, how, par);
@@ -772,9 +771,10 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     SharedPass(tree, entries, false, how, par, scaled).run();
   } else if (split) {
     distribute_split(tree, how, par);
+  } else if (plan != nullptr) {
+    plan->distribute(tree, par);
   } else {
-    for (std::size_t i = 0; i < schedule.size(); ++i)
-      distribute_link(tree, i, how, par, fused, plan);
+    for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par, fused);
   }
   return x;
 }
@@ -820,7 +820,10 @@ void set_conditional_utilities(JunctionTree& tree, const Parallelism& par) {
 // With `fused`, the sweeps have left the discrete nodes' marginals.
 void set_results(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
   Forest& forest = *tree.domain->forest();
-  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+  const bool utilities = tree.domain->count(K_CATEGORY_UTILITY) > 0;
+  // Swept discrete nodes have their marginals already: without utility
+  // nodes the loop has nothing left to do (a pass per row of a batch).
+  for (Node* const* p = tree.nodes.data(); (utilities || !fused) && *p != nullptr; ++p) {
     NodeSlot* slot = forest.slot(**p);
     if (slot == nullptr) continue;
     if ((*p)->is_discrete() && slot->home != nullptr) {
@@ -831,7 +834,7 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
   }
   cg_set_moments(tree, par);
   // Utility nodes come with sum equilibrium only.
-  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum && !skip_state_utilities)
+  if (utilities && how == Reduce::sum && !skip_state_utilities)
     set_conditional_utilities(tree, par);
 }
 

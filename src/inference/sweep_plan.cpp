@@ -86,6 +86,7 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
     return;
   made_ = false;
   how_ = how;
+  quotient_ = quotient_kernel();
   links_.clear();
   tables_.clear();
   homes_.clear();
@@ -155,7 +156,9 @@ void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Pa
   s.out.kernel(*s.out.plan, large, out, 0, n);
 }
 
-void SweepPlan::fold(const Steps& s, const double* large, const Parallelism& par) {
+// Inlined into the distribute pass, which calls it once per link.
+[[gnu::always_inline]] inline void SweepPlan::fold(const Steps& s, const double* large,
+                                                   const Parallelism& par) {
   const std::uint64_t n = s.clique->table->size();
   // Each kernel clears its small table before folding into it.
   for (std::size_t j = s.children; j < s.children_end; ++j) {
@@ -188,17 +191,22 @@ void SweepPlan::distribute_root(JunctionTree& tree, const double* factor, const 
   fold(root_, large, par);
 }
 
-void SweepPlan::receive(JunctionTree& tree, std::size_t i, const Parallelism& par) {
+[[gnu::always_inline]] inline void SweepPlan::receive(JunctionTree& tree, std::size_t i,
+                                                      const Parallelism& par) {
   const Steps& s = links_[i];
   if (!s.receive) return receive_sweep(tree, i, s.children, s.children_end, how_, par);
   Separator& sep = *tree.schedule[i].separator;
   // The new values become the table's; the old ones are left in the scratch.
   sep.table->swap_data(sep.scratch);
   double quotients[kStackQuotients];
-  quotient_entries(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
+  quotient_(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
   double* large = s.clique->table->data();
   s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
   fold(s, large, par);
+}
+
+void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
+  for (std::size_t i = 0; i < links_.size(); ++i) receive(tree, i, par);
 }
 
 }  // namespace kelva

@@ -32,8 +32,9 @@ class SweepPlan {
   /// distribute_sweep of the root by `factor` through its total plan.
   void distribute_root(JunctionTree& tree, const double* factor, const Parallelism& par);
 
-  /// receive_sweep of schedule link `i`.
-  void receive(JunctionTree& tree, std::size_t i, const Parallelism& par);
+  /// receive_sweep of every schedule link in order: the distribute pass
+  /// after distribute_root.
+  void distribute(JunctionTree& tree, const Parallelism& par);
 
  private:
   struct Update {
@@ -82,6 +83,7 @@ class SweepPlan {
   Fold fold_of(const IndexPlan& plan) const noexcept;
   Steps steps_of(const JunctionTree& tree, Clique& clique, std::size_t i);
   void fold(const Steps& s, const double* large, const Parallelism& par);
+  void receive(JunctionTree& tree, std::size_t i, const Parallelism& par);
 
   std::vector<Steps> links_;  // per schedule link, its outer clique
   Steps root_;
@@ -91,6 +93,7 @@ class SweepPlan {
   const Clique* root_clique_ = nullptr;
   std::size_t links_count_ = 0;
   std::uint64_t table_changes_ = 0;
+  QuotientKernel quotient_ = nullptr;
   Reduce how_ = Reduce::sum;
   bool wide_ = false;
   bool made_ = false;

@@ -1161,12 +1161,28 @@ void quotient(double* out, const double* num, const double* den, std::uint64_t c
   run_pieces(pieces, parallelism.threads, body);
 }
 
+namespace {
+
+void quotient_entries_plain(double* out, const double* num, const double* den,
+                            std::uint64_t count) noexcept {
+  quotient_entries_body<V2>(out, num, den, count);
+}
+
+}  // namespace
+
 void quotient_entries(double* out, const double* num, const double* den,
                       std::uint64_t count) noexcept {
 #ifdef KELVA_WIDE_ROWS
   if (wide_rows()) return quotient_entries_wide(out, num, den, count);
 #endif
-  quotient_entries_body<V2>(out, num, den, count);
+  quotient_entries_plain(out, num, den, count);
+}
+
+QuotientKernel quotient_kernel() noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return quotient_entries_wide;
+#endif
+  return quotient_entries_plain;
 }
 
 void marginalize(const Table& from, Table& to, Reduce how) {

@@ -60,6 +60,10 @@ void quotient(double* out, const double* num, const double* den, std::uint64_t c
 /// one thread: quotient()'s bits, two or four entries per vector step.
 void quotient_entries(double* out, const double* num, const double* den,
                       std::uint64_t count) noexcept;
+/// quotient_entries with its vector width chosen once (by wide_rows() now).
+using QuotientKernel = void (*)(double* out, const double* num, const double* den,
+                                std::uint64_t count) noexcept;
+QuotientKernel quotient_kernel() noexcept;
 
 /// large[i] := large[i] * per_run[i / m - begin / m] for i in [begin, end):
 /// runs of m entries each multiplied by one factor, in the row loops.
