@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cmath>
 #include <cstring>
 #include <numeric>
@@ -593,6 +594,9 @@ template <class Fold, std::uint64_t C, bool Fresh = false>
                                            double* small, std::uint64_t begin, std::uint64_t end) {
   const std::uint16_t* m = plan.map();
   std::uint64_t i = begin;
+  // A fresh fold starts its registers at the identity, so its range must
+  // start on a whole run: no partial run is folded into the table first.
+  if constexpr (Fresh) assert(begin % C == 0);
   if constexpr (!Fresh)
     for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
 #if defined(__x86_64__) && defined(__GNUC__)
