@@ -35,16 +35,6 @@ std::atomic<bool> fused_sweeps{true};
 // Whether one-thread sweeps go through the tree's SweepPlan.
 std::atomic<bool> sweep_plans{true};
 
-// The root total must be a normal, finite double.  A negative total (only
-// tables holding negative numbers give one) is let through; the total's
-// computation itself never fails.  NaN is overflow.
-void verify_total(double x) {
-  if (x < 0.0) return;
-  if (x >= DBL_MIN && x < DBL_MAX) return;
-  if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
-  throw Error(K_ERROR_OVERFLOW);
-}
-
 bool is_chance_only(const Domain& domain) noexcept {
   return domain.count(K_CATEGORY_DECISION) == 0 && domain.count(K_CATEGORY_UTILITY) == 0 &&
          domain.count(K_CATEGORY_FUNCTION) == 0;
@@ -321,15 +311,14 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
 // `fused`, the outer clique is made in one sweep (clique_sweeps.h) and its
 // marginal passed on; the inner clique takes it in its own sweep.
 void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                  double* scale, bool fused, SweepPlan* plan = nullptr) {
+                  double* scale, bool fused) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
   if (fused) {
     const auto [first, end] = tree.link_children(i);
     Separator& sep = *link.separator;
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
-    if (plan != nullptr) plan->collect(tree, i, fresh, par);
-    else collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
+    collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
     if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
     const std::uint64_t n = link.outer_plan->small_size();
     if (tree.sweep_rebuild) {
@@ -741,16 +730,17 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
       memo->start(tree);
     }
     double scale = 1.0;
-    for (std::size_t i = schedule.size(); i-- > 0;) {
+    if (plan != nullptr) log_scale = plan->collect_links(tree, memo, par);
+    for (std::size_t i = schedule.size(); plan == nullptr && i-- > 0;) {
       if (memo != nullptr && memo->restore(tree, i)) continue;
-      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused, plan);
+      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused);
       if (memo != nullptr) memo->keep(tree, i);
       if (scaled) log_scale += std::log(scale);
     }
   }
   Clique& root = *tree.schedule_root;
   const auto [first, end] = tree.link_children(JunctionTree::kNoLink);
-  if (plan != nullptr) plan->collect(tree, JunctionTree::kNoLink, nullptr, par);
+  if (plan != nullptr) plan->collect_root(tree, par);
   else if (fused) collect_sweep(tree, root, first, end, nullptr, nullptr, how, par);
   double x = clique_total(root, how, par);
   verify_total(x);

@@ -1,9 +1,11 @@
 #include "inference/sweep_plan.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
+#include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "network/domain.h"
 #include "network/node.h"
@@ -104,7 +106,9 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
   made_ = true;
 }
 
-void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par) {
+// Inlined into the collect pass, which calls it once per link.
+[[gnu::always_inline]] inline void SweepPlan::collect(JunctionTree& tree, std::size_t i,
+                                                      double* out, const Parallelism& par) {
   const Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
   Clique& clique = *s.clique;
   if (!s.collect) {
@@ -154,6 +158,36 @@ void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Pa
   if (out == nullptr) return;
   if (s.out.kernel == nullptr) return marginalize(*s.out.plan, large, out, how_, par);
   s.out.kernel(*s.out.plan, large, out, 0, n);
+}
+
+void SweepPlan::collect_root(JunctionTree& tree, const Parallelism& par) {
+  collect(tree, JunctionTree::kNoLink, nullptr, par);
+}
+
+double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Parallelism& par) {
+  const bool scaled = tree.domain->scaled_propagation;
+  double log_scale = 0.0;
+  double scale = 1.0;
+  for (std::size_t i = links_.size(); i-- > 0;) {
+    if (memo != nullptr && memo->restore(tree, i)) continue;
+    const JunctionTree::Message& link = tree.schedule[i];
+    Separator& sep = *link.separator;
+    double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
+    collect(tree, i, fresh, par);
+    if (how_ == Reduce::max) verify_total(clique_total(*link.outer, how_, par));
+    const std::uint64_t n = link.outer_plan->small_size();
+    if (tree.sweep_rebuild) {
+      // Unscaled, the new separator table is the message as it is.
+      if (scaled) first_message(fresh, sep.scratch.data(), n, &scale);
+    } else {
+      // The new values become the table; the quotients replace the old ones.
+      sep.table->swap_data(sep.scratch);
+      separator_quotients(sep.table->data(), sep.scratch.data(), n, scaled ? &scale : nullptr);
+    }
+    if (memo != nullptr) memo->keep(tree, i);
+    if (scaled) log_scale += std::log(scale);
+  }
+  return log_scale;
 }
 
 // Inlined into the distribute pass, which calls it once per link.
