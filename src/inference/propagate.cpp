@@ -1010,15 +1010,13 @@ Forest& compiled_forest(Domain& domain) {
 // Forgets the propagated evidence of the forest's nodes and recounts what
 // is waiting; every tree ends in equilibrium none.
 void unpropagate(Forest& forest) noexcept {
-  for (NodeSlot& slot : forest.nodes)
-    if (slot.node != nullptr) slot.node->evidence.forget_propagated();
+  forget_propagated_evidence(forest);
   for (auto& tree : forest.trees) {
     reset_tree(*tree);
     tree->evidence_propagated = tree->likelihood_propagated = tree->cg_evidence_propagated = false;
     tree->normalization_constant = 1.0;
     tree->log_normalization_constant = 0.0;
     tree->conflict = 1.0;
-    tree->evidence_to_propagate = count_evidence_to_propagate(*tree);
   }
 }
 
