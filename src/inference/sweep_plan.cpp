@@ -67,6 +67,7 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   if (i != JunctionTree::kNoLink) {
     s.out = fold_of(*tree.schedule[i].outer_plan);
     s.in = update_of(*tree.schedule[i].outer_plan);
+    s.quotient_in = quotient_product_kernel(*tree.schedule[i].outer_plan);
   } else {
     s.in = update_of(clique.total_plan);
   }
@@ -232,15 +233,21 @@ void SweepPlan::distribute_root(JunctionTree& tree, const double* factor, const 
   Separator& sep = *tree.schedule[i].separator;
   // The new values become the table's; the old ones are left in the scratch.
   sep.table->swap_data(sep.scratch);
-  double quotients[kStackQuotients];
-  quotient_(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
   double* large = s.clique->table->data();
-  s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
+  if (s.quotient_in != nullptr) {
+    s.quotient_in(*s.in.plan, large, sep.table->data(), sep.scratch.data(),
+                  s.clique->table->size());
+  } else {
+    double quotients[kStackQuotients];
+    quotient_(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
+    s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
+  }
   fold(s, large, par);
 }
 
 void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
-  for (std::size_t i = 0; i < links_.size(); ++i) receive(tree, i, par);
+  const std::size_t count = links_.size();
+  for (std::size_t i = 0; i < count; ++i) receive(tree, i, par);
 }
 
 }  // namespace kelva

@@ -82,6 +82,7 @@ class SweepPlan {
     std::size_t children = 0, children_end = 0;  // schedule links leaving the clique
     Fold out;                                    // onto the separator towards the root
     Update in;                                   // by the message from the root's side
+    QuotientProductKernel quotient_in = nullptr;  // the message's quotients and `in` at once
     bool collect = false;                        // small enough for the planned collect
     bool receive = false;                        // small enough for the planned distribute
     bool totals = false;                         // a child or home fold is a total
