@@ -61,9 +61,8 @@ void CollectMemo::plan(const JunctionTree& tree) {
   }
 }
 
-void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
+void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   Link& link = links_[i];
-  if (link.radix == 0 || link.count >= link.room) return;
   const JunctionTree::Message& message = tree.schedule[i];
   const Table& clique = *message.outer->table;
   const Table& separator = *message.separator->table;

@@ -79,6 +79,9 @@ class CollectMemo {
     const std::int64_t* code;
     std::uint64_t base;
   };
+  /// keep() where the link is remembered and has room.
+  void store(const JunctionTree& tree, std::size_t i);
+
   /// Finds each link's digits, children and shape radix.
   void plan(const JunctionTree& tree);
 
@@ -154,6 +157,11 @@ inline bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
   // The memo serves collects after a rebuild with the entered evidence,
   // whose factors are made as each clique is swept: none waits here.
   return true;
+}
+
+inline void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
+  const Link& link = links_[i];
+  if (link.radix != 0 && link.count < link.room) store(tree, i);
 }
 
 }  // namespace kelva

@@ -692,9 +692,11 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   // threads together, pass by pass, and the root is swept between the
   // passes; smaller ones with more than one clique by one thread.
   Parallelism par = threads;
-  const std::uint64_t entries = tree_entries(tree);
+  // Counted only where two threads may share the passes.
+  std::uint64_t entries = 0;
   bool shared = false;
   if (fused && par.threads >= 2 && schedule.size() >= 2) {
+    entries = tree_entries(tree);
     shared = entries / kSharedPassGrains >= std::max<std::uint64_t>(par.grain, 1);
     if (!shared) par.threads = 1;
   }
@@ -883,7 +885,6 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
 
   const Reduce how = equilibrium == K_EQUILIBRIUM_MAX ? Reduce::max : Reduce::sum;
   const Parallelism par = Parallelism::of(domain);
-  const bool has_decisions = domain.count(K_CATEGORY_DECISION) > 0;
 
   // A tree rebuilt anyway (as after initialising, case by case) needs no
   // test of whether the new evidence can be multiplied in.
@@ -924,7 +925,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     }
   }
   const bool reinitialise = rebuilt || (mode != tree.mode && involved) || (waiting && !absorbs) ||
-                            (has_decisions && decision_changed) ||
+                            (decision_changed && domain.count(K_CATEGORY_DECISION) > 0) ||
                             (waiting && mode == K_MODE_FAST_RETRACTION);
   if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
 
