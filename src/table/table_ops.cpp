@@ -1169,11 +1169,34 @@ void update_walk_kernel(const IndexPlan& plan, double* large, const double* smal
   update_walk<Update>(plan, large, small, begin, end);
 }
 
+// Plans of one axis (a table of a few entries, such as a node's own table
+// in its clique): the small table is the large one's layout or a single
+// value, so the row walk's setup is skipped.  Each entry takes the same
+// update, so the bits are update_walk's.
+template <class Update>
+void update_line_kernel(const IndexPlan& plan, double* __restrict large,
+                        const double* __restrict small, std::uint64_t begin, std::uint64_t end) {
+  if (plan.axes()[0].small_stride == 0) {
+    const double s = small[0];
+    for (std::uint64_t i = begin; i < end; ++i) Update::apply(large[i], s);
+    return;
+  }
+  for (std::uint64_t i = begin; i < end; ++i) Update::apply(large[i], small[i]);
+}
+
+// The walk of a plan without a map.
+template <class Update>
+UpdateKernel update_walk_kind(const IndexPlan& plan) noexcept {
+  const auto axes = plan.axes();
+  if (axes.size() == 1 && axes[0].small_stride <= 1) return update_line_kernel<Update>;
+  return update_walk_kernel<Update>;
+}
+
 }  // namespace
 
 UpdateKernel multiply_kernel(const IndexPlan& plan) noexcept {
   if (plan.map() != nullptr) return update_mapped_kind<MultiplyUpdate>();
-  return update_walk_kernel<MultiplyUpdate>;
+  return update_walk_kind<MultiplyUpdate>(plan);
 }
 
 QuotientProductKernel quotient_product_kernel(const IndexPlan& plan) noexcept {
@@ -1187,7 +1210,7 @@ QuotientProductKernel quotient_product_kernel(const IndexPlan& plan) noexcept {
 
 UpdateKernel copy_kernel(const IndexPlan& plan) noexcept {
   if (plan.map() != nullptr) return update_mapped_kind<CopyUpdate>();
-  return update_walk_kernel<CopyUpdate>;
+  return update_walk_kind<CopyUpdate>(plan);
 }
 
 FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept {
