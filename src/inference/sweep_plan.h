@@ -79,13 +79,13 @@ class SweepPlan {
     Clique* clique = nullptr;
     std::size_t tables = 0, tables_end = 0;
     std::size_t homes = 0, homes_end = 0;
-    std::size_t children = 0, children_end = 0;  // schedule links leaving the clique
-    Fold out;                                    // onto the separator towards the root
-    Update in;                                   // by the message from the root's side
+    std::size_t children = 0, children_end = 0;   // schedule links leaving the clique
+    Fold out;                                     // onto the separator towards the root
+    Update in;                                    // by the message from the root's side
     QuotientProductKernel quotient_in = nullptr;  // the message's quotients and `in` at once
-    bool collect = false;                        // small enough for the planned collect
-    bool receive = false;                        // small enough for the planned distribute
-    bool totals = false;                         // a child or home fold is a total
+    bool collect = false;                         // small enough for the planned collect
+    bool receive = false;                         // small enough for the planned distribute
+    bool totals = false;                          // a child or home fold is a total
   };
 
   static Update update_of(const IndexPlan& plan) noexcept;
