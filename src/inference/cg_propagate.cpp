@@ -179,6 +179,7 @@ bool cg_evidence_waiting(const JunctionTree& tree) noexcept {
 
 void cg_initialise(JunctionTree& tree) {
   if (tree.cg == nullptr) {
+    if (tree.domain->continuous_count() == 0) return;
     bool continuous = false;
     for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p)
       continuous = continuous || (*p)->is_continuous();

@@ -1,15 +1,24 @@
 #include "inference/clique_ops.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 
 #include "inference/compressed_ops.h"
 #include "network/domain.h"
+#include "network/error.h"
 #include "network/node.h"
 #include "platform/worker_pool.h"
 #include "table/table.h"
 
 namespace kelva {
+
+void verify_total(double x) {
+  if (x < 0.0) return;
+  if (x >= DBL_MIN && x < DBL_MAX) return;
+  if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
+  throw Error(K_ERROR_OVERFLOW);
+}
 
 void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::size_t states,
                      double* out) noexcept {

@@ -24,6 +24,11 @@ void evidence_vector(std::int64_t code, const std::vector<double>& vector, std::
 /// evidence_vector).
 double evidence_entry(std::int64_t code, const std::vector<double>& vector, std::size_t i) noexcept;
 
+/// Throws unless `x`, a clique's total, is a normal, finite double (or
+/// negative, which only tables holding negative numbers give):
+/// Error(inconsistency_or_underflow) below, Error(overflow) above or NaN.
+void verify_total(double x);
+
 /// Whether a node's table is a factor of the joint distribution: discrete
 /// chance and function nodes, and decision nodes without an entered choice
 /// (a decision taken by hand is an intervention; its policy plays no part).

@@ -8,26 +8,6 @@
 
 namespace kelva {
 
-namespace {
-
-// The slot of `key` in the kMemoSlots slots at `keys`, or the free slot
-// where its probe ends.  The table is never more than half full, so a
-// probe always ends.
-std::size_t find(const std::uint64_t* keys, std::uint64_t key) noexcept {
-  static_assert((kMemoSlots & (kMemoSlots - 1)) == 0);
-  std::size_t at = static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & (kMemoSlots - 1);
-  while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & (kMemoSlots - 1);
-  return at;
-}
-
-// Entries of one copy of link `message`: its outer clique, then its
-// separator.
-std::size_t copy_size(const JunctionTree::Message& message) noexcept {
-  return message.outer->table->size() + message.separator->table->size();
-}
-
-}  // namespace
-
 CollectMemo::CollectMemo(std::size_t budget) : budget_(budget) {
   Destroy<CollectMemo>::registered = [](CollectMemo* memo) noexcept { delete memo; };
 }
@@ -81,44 +61,8 @@ void CollectMemo::plan(const JunctionTree& tree) {
   }
 }
 
-bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
+void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   Link& link = links_[i];
-  link.radix = 0;
-  if (link.shape_radix == 0) return false;
-  // Each home node is one digit: 0 without evidence, state + 1 selected;
-  // the shape's radix bounds the key, so it cannot overflow.
-  std::uint64_t key = 0;
-  for (const Digit* d = digits_.data() + link.digits; d != digits_.data() + link.digits_end; ++d) {
-    const std::int64_t code = *d->code;
-    if (code == Evidence::kVector) return false;
-    key = key * d->base + static_cast<std::uint64_t>(code + 1);
-  }
-  const JunctionTree::Message& message = tree.schedule[i];
-  for (std::size_t j = message.first_child; j < link.children_end; ++j) {
-    const Link& child = links_[j];
-    if (child.radix == 0) return false;
-    key = key * child.radix + child.key;
-  }
-  link.key = key;
-  link.radix = link.shape_radix;
-  if (link.room == 0) return false;
-  const std::uint64_t* keys = keys_.data() + link.slots;
-  const std::size_t at = find(keys, key);
-  if (keys[at] == 0) return false;
-  // Hit: the clique and its message are those of the first computation.
-  Table& clique = *message.outer->table;
-  Table& separator = *message.separator->table;
-  const double* from = data_.get() + link.base + places_[link.slots + at] * copy_size(message);
-  std::memcpy(clique.data(), from, clique.size() * sizeof(double));
-  std::memcpy(separator.data(), from + clique.size(), separator.size() * sizeof(double));
-  // The memo serves collects after a rebuild with the entered evidence,
-  // whose factors are made as each clique is swept: none waits here.
-  return true;
-}
-
-void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
-  Link& link = links_[i];
-  if (link.radix == 0 || link.count >= link.room) return;
   const JunctionTree::Message& message = tree.schedule[i];
   const Table& clique = *message.outer->table;
   const Table& separator = *message.separator->table;

@@ -2,10 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <vector>
 
 #include "compile/junction_forest.h"
+#include "network/evidence.h"
+#include "table/table.h"
 
 namespace kelva {
 
@@ -76,8 +79,28 @@ class CollectMemo {
     const std::int64_t* code;
     std::uint64_t base;
   };
+  /// keep() where the link is remembered and has room.
+  void store(const JunctionTree& tree, std::size_t i);
+
   /// Finds each link's digits, children and shape radix.
   void plan(const JunctionTree& tree);
+
+  /// The slot of `key` in the kMemoSlots slots at `keys`, or the free slot
+  /// where its probe ends.  The table is never more than half full, so a
+  /// probe always ends.
+  static std::size_t find(const std::uint64_t* keys, std::uint64_t key) noexcept {
+    static_assert((kMemoSlots & (kMemoSlots - 1)) == 0);
+    std::size_t at =
+        static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & (kMemoSlots - 1);
+    while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & (kMemoSlots - 1);
+    return at;
+  }
+
+  /// Entries of one copy of link `message`: its outer clique, then its
+  /// separator.
+  static std::size_t copy_size(const JunctionTree::Message& message) noexcept {
+    return message.outer->table->size() + message.separator->table->size();
+  }
 
   /// Gives every link that can be remembered its room, all at once, so
   /// that later collects allocate nothing; on failure nothing is kept.
@@ -99,5 +122,46 @@ class CollectMemo {
   /// so that a tree propagated once (as after compiling) holds no copies.
   std::uint64_t collects_ = 0;
 };
+
+// Inline: the collect calls it for every link of every case.
+inline bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
+  Link& link = links_[i];
+  link.radix = 0;
+  if (link.shape_radix == 0) return false;
+  // Each home node is one digit: 0 without evidence, state + 1 selected;
+  // the shape's radix bounds the key, so it cannot overflow.
+  std::uint64_t key = 0;
+  for (const Digit* d = digits_.data() + link.digits; d != digits_.data() + link.digits_end; ++d) {
+    const std::int64_t code = *d->code;
+    if (code == Evidence::kVector) return false;
+    key = key * d->base + static_cast<std::uint64_t>(code + 1);
+  }
+  const JunctionTree::Message& message = tree.schedule[i];
+  for (std::size_t j = message.first_child; j < link.children_end; ++j) {
+    const Link& child = links_[j];
+    if (child.radix == 0) return false;
+    key = key * child.radix + child.key;
+  }
+  link.key = key;
+  link.radix = link.shape_radix;
+  if (link.room == 0) return false;
+  const std::uint64_t* keys = keys_.data() + link.slots;
+  const std::size_t at = find(keys, key);
+  if (keys[at] == 0) return false;
+  // Hit: the clique and its message are those of the first computation.
+  Table& clique = *message.outer->table;
+  Table& separator = *message.separator->table;
+  const double* from = data_.get() + link.base + places_[link.slots + at] * copy_size(message);
+  std::memcpy(clique.data(), from, clique.size() * sizeof(double));
+  std::memcpy(separator.data(), from + clique.size(), separator.size() * sizeof(double));
+  // The memo serves collects after a rebuild with the entered evidence,
+  // whose factors are made as each clique is swept: none waits here.
+  return true;
+}
+
+inline void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
+  const Link& link = links_[i];
+  if (link.radix != 0 && link.count < link.room) store(tree, i);
+}
 
 }  // namespace kelva

@@ -145,6 +145,16 @@ std::uint64_t count_evidence_to_propagate(const JunctionTree& tree) noexcept {
   return count;
 }
 
+void forget_propagated_evidence(Forest& forest) noexcept {
+  for (auto& tree : forest.trees) tree->evidence_to_propagate = 0;
+  // A tree's nodes are the slots that name it.
+  for (NodeSlot& slot : forest.nodes) {
+    if (slot.node == nullptr) continue;
+    slot.node->evidence.forget_propagated();
+    if (slot.tree != nullptr && to_propagate(*slot.node)) ++slot.tree->evidence_to_propagate;
+  }
+}
+
 double entered_finding(const Node& node, std::size_t state) noexcept {
   return finding_of(node.evidence.entered_code, node.evidence.entered_vector, state);
 }

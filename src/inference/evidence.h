@@ -10,6 +10,7 @@ namespace kelva {
 
 class Domain;
 class JunctionTree;
+class Forest;
 class Node;
 
 /// Whether nodes of `domain` take evidence now.  A domain always does; a
@@ -28,6 +29,11 @@ bool evidence_to_propagate(const Node& node) noexcept;
 /// The number of nodes of `tree` whose evidence is to be propagated (what
 /// the tree's count holds when it is up to date).
 std::uint64_t count_evidence_to_propagate(const JunctionTree& tree) noexcept;
+
+/// Forgets the propagated evidence of every node of `forest` and sets each
+/// tree's count to match (its nodes with evidence entered), in one pass
+/// over the nodes.
+void forget_propagated_evidence(Forest& forest) noexcept;
 
 /// The entered and the propagated finding of state `state` of a discrete
 /// node: 1 for every state without evidence, 1 and 0 around a selected

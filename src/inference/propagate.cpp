@@ -35,16 +35,6 @@ std::atomic<bool> fused_sweeps{true};
 // Whether one-thread sweeps go through the tree's SweepPlan.
 std::atomic<bool> sweep_plans{true};
 
-// The root total must be a normal, finite double.  A negative total (only
-// tables holding negative numbers give one) is let through; the total's
-// computation itself never fails.  NaN is overflow.
-void verify_total(double x) {
-  if (x < 0.0) return;
-  if (x >= DBL_MIN && x < DBL_MAX) return;
-  if (x < DBL_MIN) throw Error(K_ERROR_INCONSISTENCY_OR_UNDERFLOW);
-  throw Error(K_ERROR_OVERFLOW);
-}
-
 bool is_chance_only(const Domain& domain) noexcept {
   return domain.count(K_CATEGORY_DECISION) == 0 && domain.count(K_CATEGORY_UTILITY) == 0 &&
          domain.count(K_CATEGORY_FUNCTION) == 0;
@@ -321,15 +311,14 @@ void build_split(JunctionTree& tree, std::uint64_t grain) {
 // `fused`, the outer clique is made in one sweep (clique_sweeps.h) and its
 // marginal passed on; the inner clique takes it in its own sweep.
 void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                  double* scale, bool fused, SweepPlan* plan = nullptr) {
+                  double* scale, bool fused) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
   if (fused) {
     const auto [first, end] = tree.link_children(i);
     Separator& sep = *link.separator;
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
-    if (plan != nullptr) plan->collect(tree, i, fresh, par);
-    else collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
+    collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
     if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
     const std::uint64_t n = link.outer_plan->small_size();
     if (tree.sweep_rebuild) {
@@ -353,10 +342,9 @@ void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Paralleli
 // sender's marginal was made by its own sweep, and the receiver's sweep
 // makes those of all its children.
 void distribute_link(JunctionTree& tree, std::size_t i, Reduce how, const Parallelism& par,
-                     bool fused, SweepPlan* plan = nullptr) {
+                     bool fused) {
   const auto& schedule = tree.schedule;
   const JunctionTree::Message& link = schedule[i];
-  if (plan != nullptr) return plan->receive(tree, i, par);
   if (fused) {
     const auto [first, end] = tree.link_children(i);
     receive_sweep(tree, i, first, end, how, par);
@@ -704,9 +692,11 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   // threads together, pass by pass, and the root is swept between the
   // passes; smaller ones with more than one clique by one thread.
   Parallelism par = threads;
-  const std::uint64_t entries = tree_entries(tree);
+  // Counted only where two threads may share the passes.
+  std::uint64_t entries = 0;
   bool shared = false;
   if (fused && par.threads >= 2 && schedule.size() >= 2) {
+    entries = tree_entries(tree);
     shared = entries / kSharedPassGrains >= std::max<std::uint64_t>(par.grain, 1);
     if (!shared) par.threads = 1;
   }
@@ -742,16 +732,17 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
       memo->start(tree);
     }
     double scale = 1.0;
-    for (std::size_t i = schedule.size(); i-- > 0;) {
+    if (plan != nullptr) log_scale = plan->collect_links(tree, memo, par);
+    for (std::size_t i = schedule.size(); plan == nullptr && i-- > 0;) {
       if (memo != nullptr && memo->restore(tree, i)) continue;
-      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused, plan);
+      collect_link(tree, i, how, par, scaled ? &scale : nullptr, fused);
       if (memo != nullptr) memo->keep(tree, i);
       if (scaled) log_scale += std::log(scale);
     }
   }
   Clique& root = *tree.schedule_root;
   const auto [first, end] = tree.link_children(JunctionTree::kNoLink);
-  if (plan != nullptr) plan->collect(tree, JunctionTree::kNoLink, nullptr, par);
+  if (plan != nullptr) plan->collect_root(tree, par);
   else if (fused) collect_sweep(tree, root, first, end, nullptr, nullptr, how, par);
   double x = clique_total(root, how, par);
   verify_total(x);
@@ -772,9 +763,10 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
     SharedPass(tree, entries, false, how, par, scaled).run();
   } else if (split) {
     distribute_split(tree, how, par);
+  } else if (plan != nullptr) {
+    plan->distribute(tree, par);
   } else {
-    for (std::size_t i = 0; i < schedule.size(); ++i)
-      distribute_link(tree, i, how, par, fused, plan);
+    for (std::size_t i = 0; i < schedule.size(); ++i) distribute_link(tree, i, how, par, fused);
   }
   return x;
 }
@@ -820,7 +812,10 @@ void set_conditional_utilities(JunctionTree& tree, const Parallelism& par) {
 // With `fused`, the sweeps have left the discrete nodes' marginals.
 void set_results(JunctionTree& tree, Reduce how, const Parallelism& par, bool fused) {
   Forest& forest = *tree.domain->forest();
-  for (Node* const* p = tree.nodes.data(); *p != nullptr; ++p) {
+  const bool utilities = tree.domain->count(K_CATEGORY_UTILITY) > 0;
+  // Swept discrete nodes have their marginals already: without utility
+  // nodes the loop has nothing left to do (a pass per row of a batch).
+  for (Node* const* p = tree.nodes.data(); (utilities || !fused) && *p != nullptr; ++p) {
     NodeSlot* slot = forest.slot(**p);
     if (slot == nullptr) continue;
     if ((*p)->is_discrete() && slot->home != nullptr) {
@@ -831,7 +826,7 @@ void set_results(JunctionTree& tree, Reduce how, const Parallelism& par, bool fu
   }
   cg_set_moments(tree, par);
   // Utility nodes come with sum equilibrium only.
-  if (tree.domain->count(K_CATEGORY_UTILITY) > 0 && how == Reduce::sum && !skip_state_utilities)
+  if (utilities && how == Reduce::sum && !skip_state_utilities)
     set_conditional_utilities(tree, par);
 }
 
@@ -890,7 +885,6 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
 
   const Reduce how = equilibrium == K_EQUILIBRIUM_MAX ? Reduce::max : Reduce::sum;
   const Parallelism par = Parallelism::of(domain);
-  const bool has_decisions = domain.count(K_CATEGORY_DECISION) > 0;
 
   // A tree rebuilt anyway (as after initialising, case by case) needs no
   // test of whether the new evidence can be multiplied in.
@@ -931,7 +925,7 @@ void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,
     }
   }
   const bool reinitialise = rebuilt || (mode != tree.mode && involved) || (waiting && !absorbs) ||
-                            (has_decisions && decision_changed) ||
+                            (decision_changed && domain.count(K_CATEGORY_DECISION) > 0) ||
                             (waiting && mode == K_MODE_FAST_RETRACTION);
   if (!reinitialise && !waiting && tree.equilibrium == equilibrium && tree.mode == mode) return;
 
@@ -1017,15 +1011,13 @@ Forest& compiled_forest(Domain& domain) {
 // Forgets the propagated evidence of the forest's nodes and recounts what
 // is waiting; every tree ends in equilibrium none.
 void unpropagate(Forest& forest) noexcept {
-  for (NodeSlot& slot : forest.nodes)
-    if (slot.node != nullptr) slot.node->evidence.forget_propagated();
+  forget_propagated_evidence(forest);
   for (auto& tree : forest.trees) {
     reset_tree(*tree);
     tree->evidence_propagated = tree->likelihood_propagated = tree->cg_evidence_propagated = false;
     tree->normalization_constant = 1.0;
     tree->log_normalization_constant = 0.0;
     tree->conflict = 1.0;
-    tree->evidence_to_propagate = count_evidence_to_propagate(*tree);
   }
 }
 

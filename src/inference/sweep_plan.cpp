@@ -1,9 +1,11 @@
 #include "inference/sweep_plan.h"
 
 #include <algorithm>
+#include <cmath>
 
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
+#include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "network/domain.h"
 #include "network/node.h"
@@ -65,6 +67,7 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   if (i != JunctionTree::kNoLink) {
     s.out = fold_of(*tree.schedule[i].outer_plan);
     s.in = update_of(*tree.schedule[i].outer_plan);
+    s.quotient_in = quotient_product_kernel(*tree.schedule[i].outer_plan);
   } else {
     s.in = update_of(clique.total_plan);
   }
@@ -86,6 +89,7 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
     return;
   made_ = false;
   how_ = how;
+  quotient_ = quotient_kernel();
   links_.clear();
   tables_.clear();
   homes_.clear();
@@ -103,7 +107,9 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
   made_ = true;
 }
 
-void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par) {
+// Inlined into the collect pass, which calls it once per link.
+[[gnu::always_inline]] inline void SweepPlan::collect(JunctionTree& tree, std::size_t i,
+                                                      double* out, const Parallelism& par) {
   const Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
   Clique& clique = *s.clique;
   if (!s.collect) {
@@ -155,7 +161,39 @@ void SweepPlan::collect(JunctionTree& tree, std::size_t i, double* out, const Pa
   s.out.kernel(*s.out.plan, large, out, 0, n);
 }
 
-void SweepPlan::fold(const Steps& s, const double* large, const Parallelism& par) {
+void SweepPlan::collect_root(JunctionTree& tree, const Parallelism& par) {
+  collect(tree, JunctionTree::kNoLink, nullptr, par);
+}
+
+double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Parallelism& par) {
+  const bool scaled = tree.domain->scaled_propagation;
+  double log_scale = 0.0;
+  double scale = 1.0;
+  for (std::size_t i = links_.size(); i-- > 0;) {
+    if (memo != nullptr && memo->restore(tree, i)) continue;
+    const JunctionTree::Message& link = tree.schedule[i];
+    Separator& sep = *link.separator;
+    double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
+    collect(tree, i, fresh, par);
+    if (how_ == Reduce::max) verify_total(clique_total(*link.outer, how_, par));
+    const std::uint64_t n = link.outer_plan->small_size();
+    if (tree.sweep_rebuild) {
+      // Unscaled, the new separator table is the message as it is.
+      if (scaled) first_message(fresh, sep.scratch.data(), n, &scale);
+    } else {
+      // The new values become the table; the quotients replace the old ones.
+      sep.table->swap_data(sep.scratch);
+      separator_quotients(sep.table->data(), sep.scratch.data(), n, scaled ? &scale : nullptr);
+    }
+    if (memo != nullptr) memo->keep(tree, i);
+    if (scaled) log_scale += std::log(scale);
+  }
+  return log_scale;
+}
+
+// Inlined into the distribute pass, which calls it once per link.
+[[gnu::always_inline]] inline void SweepPlan::fold(const Steps& s, const double* large,
+                                                   const Parallelism& par) {
   const std::uint64_t n = s.clique->table->size();
   // Each kernel clears its small table before folding into it.
   for (std::size_t j = s.children; j < s.children_end; ++j) {
@@ -188,17 +226,28 @@ void SweepPlan::distribute_root(JunctionTree& tree, const double* factor, const 
   fold(root_, large, par);
 }
 
-void SweepPlan::receive(JunctionTree& tree, std::size_t i, const Parallelism& par) {
+[[gnu::always_inline]] inline void SweepPlan::receive(JunctionTree& tree, std::size_t i,
+                                                      const Parallelism& par) {
   const Steps& s = links_[i];
   if (!s.receive) return receive_sweep(tree, i, s.children, s.children_end, how_, par);
   Separator& sep = *tree.schedule[i].separator;
   // The new values become the table's; the old ones are left in the scratch.
   sep.table->swap_data(sep.scratch);
-  double quotients[kStackQuotients];
-  quotient_entries(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
   double* large = s.clique->table->data();
-  s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
+  if (s.quotient_in != nullptr) {
+    s.quotient_in(*s.in.plan, large, sep.table->data(), sep.scratch.data(),
+                  s.clique->table->size());
+  } else {
+    double quotients[kStackQuotients];
+    quotient_(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
+    s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
+  }
   fold(s, large, par);
+}
+
+void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
+  const std::size_t count = links_.size();
+  for (std::size_t i = 0; i < count; ++i) receive(tree, i, par);
 }
 
 }  // namespace kelva

@@ -9,6 +9,8 @@
 
 namespace kelva {
 
+class CollectMemo;
+
 /// The sweeps of clique_sweeps.h for small cliques with the kernel of every
 /// product, copy and fold chosen once per plan.  A sweep of a clique of a
 /// few dozen entries spends most of its time choosing how to walk each
@@ -25,15 +27,22 @@ class SweepPlan {
   /// Makes the plan for `tree` as it is now unless it is made already.
   void ready(const JunctionTree& tree, Reduce how);
 
-  /// collect_sweep of the outer clique of schedule link `i` (the root for
-  /// JunctionTree::kNoLink), its marginal to `out`.
-  void collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par);
+  /// collect_sweep of the root, after collect_links.
+  void collect_root(JunctionTree& tree, const Parallelism& par);
+
+  /// The collect over every schedule link, leaves first: each outer
+  /// clique swept and its message sent on, or both restored from `memo`
+  /// (when not null), which then keeps what was swept.  Returns the sum of
+  /// the logarithms of the messages' scales (0 unless the tree's
+  /// propagation is scaled).
+  double collect_links(JunctionTree& tree, CollectMemo* memo, const Parallelism& par);
 
   /// distribute_sweep of the root by `factor` through its total plan.
   void distribute_root(JunctionTree& tree, const double* factor, const Parallelism& par);
 
-  /// receive_sweep of schedule link `i`.
-  void receive(JunctionTree& tree, std::size_t i, const Parallelism& par);
+  /// receive_sweep of every schedule link in order: the distribute pass
+  /// after distribute_root.
+  void distribute(JunctionTree& tree, const Parallelism& par);
 
  private:
   struct Update {
@@ -70,18 +79,21 @@ class SweepPlan {
     Clique* clique = nullptr;
     std::size_t tables = 0, tables_end = 0;
     std::size_t homes = 0, homes_end = 0;
-    std::size_t children = 0, children_end = 0;  // schedule links leaving the clique
-    Fold out;                                    // onto the separator towards the root
-    Update in;                                   // by the message from the root's side
-    bool collect = false;                        // small enough for the planned collect
-    bool receive = false;                        // small enough for the planned distribute
-    bool totals = false;                         // a child or home fold is a total
+    std::size_t children = 0, children_end = 0;   // schedule links leaving the clique
+    Fold out;                                     // onto the separator towards the root
+    Update in;                                    // by the message from the root's side
+    QuotientProductKernel quotient_in = nullptr;  // the message's quotients and `in` at once
+    bool collect = false;                         // small enough for the planned collect
+    bool receive = false;                         // small enough for the planned distribute
+    bool totals = false;                          // a child or home fold is a total
   };
 
   static Update update_of(const IndexPlan& plan) noexcept;
   Fold fold_of(const IndexPlan& plan) const noexcept;
   Steps steps_of(const JunctionTree& tree, Clique& clique, std::size_t i);
+  void collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par);
   void fold(const Steps& s, const double* large, const Parallelism& par);
+  void receive(JunctionTree& tree, std::size_t i, const Parallelism& par);
 
   std::vector<Steps> links_;  // per schedule link, its outer clique
   Steps root_;
@@ -91,6 +103,7 @@ class SweepPlan {
   const Clique* root_clique_ = nullptr;
   std::size_t links_count_ = 0;
   std::uint64_t table_changes_ = 0;
+  QuotientKernel quotient_ = nullptr;
   Reduce how_ = Reduce::sum;
   bool wide_ = false;
   bool made_ = false;

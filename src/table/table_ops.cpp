@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cassert>
 #include <cmath>
 #include <cstring>
 #include <numeric>
@@ -593,6 +594,9 @@ template <class Fold, std::uint64_t C, bool Fresh = false>
                                            double* small, std::uint64_t begin, std::uint64_t end) {
   const std::uint16_t* m = plan.map();
   std::uint64_t i = begin;
+  // A fresh fold starts its registers at the identity, so its range must
+  // start on a whole run: no partial run is folded into the table first.
+  if constexpr (Fresh) assert(begin % C == 0);
   if constexpr (!Fresh)
     for (; i < end && i % C != 0; ++i) small[m[i]] = Fold::fold(small[m[i]], large[i]);
 #if defined(__x86_64__) && defined(__GNUC__)
@@ -648,9 +652,18 @@ template <class Fold, FoldKernel Kernel>
 void fold_fresh(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                 std::uint64_t end) {
   // Stored here rather than through memset, whose call costs more than a
-  // few entries: the empty asm keeps the loop a loop.
+  // few entries: the empty asm keeps the loop a loop.  Two entries a store
+  // where SSE2 is there (every x86-64).
   const std::uint64_t n = plan.small_size();
-  for (std::uint64_t k = 0; k < n; ++k) {
+  std::uint64_t k = 0;
+#if defined(__x86_64__) && defined(__GNUC__)
+  const __m128d identity = _mm_set1_pd(Fold::identity());
+  for (; k + 2 <= n; k += 2) {
+    _mm_storeu_pd(small + k, identity);
+    asm("" : : "r"(small) : "memory");
+  }
+#endif
+  for (; k < n; ++k) {
     small[k] = Fold::identity();
 #if defined(__GNUC__)
     asm("" : : "r"(small) : "memory");
@@ -827,6 +840,43 @@ template <class Update>
     else _mm256_storeu_pd(large + i, _mm256_mul_pd(_mm256_loadu_pd(large + i), s));
   }
   update_mapped_body<Update>(large, small, m, i, end);
+}
+#endif
+
+#ifdef KELVA_WIDE_ROWS
+// The most quotients quotient_product_mapped_wide makes on its stack.
+constexpr std::uint64_t kStackQuotients = 512;
+
+// large[i] *= q[m[i]] for i < n, where q := fresh / old by quotient_entries'
+// rule over the small table: quotient_entries_wide and
+// update_mapped_wide<MultiplyUpdate> in one call, the quotients on the
+// stack.  The last one to three quotients are made by masked lanes, which
+// read nothing and whose results are never used; each quotient and product
+// is the same rounded operation, so the bits are those of the two kernels.
+[[gnu::target("avx2")]] void quotient_product_mapped_wide(const IndexPlan& plan,
+                                                          double* __restrict large,
+                                                          const double* fresh, const double* old,
+                                                          std::uint64_t n) {
+  alignas(32) double q[kStackQuotients];
+  const std::uint64_t k = plan.small_size();
+  const __m256d zero = _mm256_setzero_pd();
+  const __m256d one = _mm256_set1_pd(1.0);
+  std::uint64_t j = 0;
+  for (; j + 4 <= k; j += 4) {
+    const __m256d b = _mm256_loadu_pd(old + j);
+    const __m256d d = _mm256_blendv_pd(one, b, _mm256_cmp_pd(b, zero, _CMP_GT_OQ));
+    _mm256_store_pd(q + j, _mm256_div_pd(_mm256_loadu_pd(fresh + j), d));
+  }
+  if (j < k) {
+    // Lanes below k - j are taken (their sign bit set).
+    const __m256i lane = _mm256_setr_epi64x(0, 1, 2, 3);
+    const __m256i mask =
+        _mm256_cmpgt_epi64(_mm256_set1_epi64x(static_cast<long long>(k - j)), lane);
+    const __m256d b = _mm256_maskload_pd(old + j, mask);
+    const __m256d d = _mm256_blendv_pd(one, b, _mm256_cmp_pd(b, zero, _CMP_GT_OQ));
+    _mm256_store_pd(q + j, _mm256_div_pd(_mm256_maskload_pd(fresh + j, mask), d));
+  }
+  update_mapped_wide<MultiplyUpdate>(plan, large, q, 0, n);
 }
 #endif
 
@@ -1119,16 +1169,48 @@ void update_walk_kernel(const IndexPlan& plan, double* large, const double* smal
   update_walk<Update>(plan, large, small, begin, end);
 }
 
+// Plans of one axis (a table of a few entries, such as a node's own table
+// in its clique): the small table is the large one's layout or a single
+// value, so the row walk's setup is skipped.  Each entry takes the same
+// update, so the bits are update_walk's.
+template <class Update>
+void update_line_kernel(const IndexPlan& plan, double* __restrict large,
+                        const double* __restrict small, std::uint64_t begin, std::uint64_t end) {
+  if (plan.axes()[0].small_stride == 0) {
+    const double s = small[0];
+    for (std::uint64_t i = begin; i < end; ++i) Update::apply(large[i], s);
+    return;
+  }
+  for (std::uint64_t i = begin; i < end; ++i) Update::apply(large[i], small[i]);
+}
+
+// The walk of a plan without a map.
+template <class Update>
+UpdateKernel update_walk_kind(const IndexPlan& plan) noexcept {
+  const auto axes = plan.axes();
+  if (axes.size() == 1 && axes[0].small_stride <= 1) return update_line_kernel<Update>;
+  return update_walk_kernel<Update>;
+}
+
 }  // namespace
 
 UpdateKernel multiply_kernel(const IndexPlan& plan) noexcept {
   if (plan.map() != nullptr) return update_mapped_kind<MultiplyUpdate>();
-  return update_walk_kernel<MultiplyUpdate>;
+  return update_walk_kind<MultiplyUpdate>(plan);
+}
+
+QuotientProductKernel quotient_product_kernel(const IndexPlan& plan) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (plan.map() != nullptr && plan.small_size() <= kStackQuotients && wide_rows())
+    return quotient_product_mapped_wide;
+#endif
+  (void)plan;
+  return nullptr;
 }
 
 UpdateKernel copy_kernel(const IndexPlan& plan) noexcept {
   if (plan.map() != nullptr) return update_mapped_kind<CopyUpdate>();
-  return update_walk_kernel<CopyUpdate>;
+  return update_walk_kind<CopyUpdate>(plan);
 }
 
 FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept {
@@ -1161,12 +1243,28 @@ void quotient(double* out, const double* num, const double* den, std::uint64_t c
   run_pieces(pieces, parallelism.threads, body);
 }
 
+namespace {
+
+void quotient_entries_plain(double* out, const double* num, const double* den,
+                            std::uint64_t count) noexcept {
+  quotient_entries_body<V2>(out, num, den, count);
+}
+
+}  // namespace
+
 void quotient_entries(double* out, const double* num, const double* den,
                       std::uint64_t count) noexcept {
 #ifdef KELVA_WIDE_ROWS
   if (wide_rows()) return quotient_entries_wide(out, num, den, count);
 #endif
-  quotient_entries_body<V2>(out, num, den, count);
+  quotient_entries_plain(out, num, den, count);
+}
+
+QuotientKernel quotient_kernel() noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows()) return quotient_entries_wide;
+#endif
+  return quotient_entries_plain;
 }
 
 void marginalize(const Table& from, Table& to, Reduce how) {

@@ -60,6 +60,10 @@ void quotient(double* out, const double* num, const double* den, std::uint64_t c
 /// one thread: quotient()'s bits, two or four entries per vector step.
 void quotient_entries(double* out, const double* num, const double* den,
                       std::uint64_t count) noexcept;
+/// quotient_entries with its vector width chosen once (by wide_rows() now).
+using QuotientKernel = void (*)(double* out, const double* num, const double* den,
+                                std::uint64_t count) noexcept;
+QuotientKernel quotient_kernel() noexcept;
 
 /// large[i] := large[i] * per_run[i / m - begin / m] for i in [begin, end):
 /// runs of m entries each multiplied by one factor, in the row loops.
@@ -76,6 +80,13 @@ using FoldKernel = void (*)(const IndexPlan& plan, const double* large, double* 
                             std::uint64_t begin, std::uint64_t end);
 UpdateKernel multiply_kernel(const IndexPlan& plan) noexcept;
 UpdateKernel copy_kernel(const IndexPlan& plan) noexcept;
+/// large := large * q through `plan` over its n large entries, where q is
+/// quotient_entries(fresh, old) over the small table: the bits of both
+/// steps in one call.  Null where the plan has no such kernel (the caller
+/// then takes both steps).
+using QuotientProductKernel = void (*)(const IndexPlan& plan, double* large, const double* fresh,
+                                       const double* old, std::uint64_t n);
+QuotientProductKernel quotient_product_kernel(const IndexPlan& plan) noexcept;
 /// For plans onto more than one small entry.
 FoldKernel fold_kernel(const IndexPlan& plan, Reduce how) noexcept;
 /// As fold_kernel, the kernel first setting the small table to the fold's

@@ -39,6 +39,14 @@ void record_state(k_domain_t domain, const std::vector<k_node_t>& nodes, k_statu
   seen.push_back(hash);
 }
 
+// The random network of seed `seed` for the series, some of its tables
+// with zeros so that some evidence is impossible; compile_for_test's result.
+k_status_t compile_random_net(TestNet& net, unsigned seed) {
+  std::mt19937 rng(seed);
+  random_network(net, rng, 6 + seed % 12, 1 + seed % 4, true, seed % 3 == 0 ? 0.3 : 0.0);
+  return compile_for_test(net.d());
+}
+
 // Runs a fixed series of propagations on `domain` (evidence entered, added,
 // a likelihood, max, fast retraction, scaled, two threads), all of them on
 // `threads` threads (their sweeps split down to small cliques), and records
@@ -100,11 +108,8 @@ void expect_same_bits(k_domain_t domain) {
 TEST(Sweeps, SameBitsAsOneKernelPerOperation) {
   for (unsigned seed = 0; seed < 40; ++seed) {
     SCOPED_TRACE(seed);
-    std::mt19937 rng(seed);
     TestNet net;
-    // Some tables with zeros, so that some evidence is impossible.
-    random_network(net, rng, 6 + seed % 12, 1 + seed % 4, true, seed % 3 == 0 ? 0.3 : 0.0);
-    ASSERT_EQ(compile_for_test(net.d()), 0);
+    ASSERT_EQ(compile_random_net(net, seed), 0);
     expect_same_bits(net.domain);
   }
   for (const auto& file : shared_nets_for_sweeps()) {
@@ -125,10 +130,8 @@ TEST(Sweeps, SameBitsAsOneKernelPerOperation) {
 TEST(Sweeps, PlannedSameBitsAsUnplanned) {
   for (unsigned seed = 0; seed < 30; ++seed) {
     SCOPED_TRACE(seed);
-    std::mt19937 rng(seed);
     TestNet net;
-    random_network(net, rng, 6 + seed % 12, 1 + seed % 4, true, seed % 3 == 0 ? 0.3 : 0.0);
-    ASSERT_EQ(compile_for_test(net.d()), 0);
+    ASSERT_EQ(compile_random_net(net, seed), 0);
     const k_domain_t d = net.domain;
     std::vector<k_node_t> nodes;
     for (k_node_t n = k_domain_get_first_node(d); n; n = k_node_get_next(n))

@@ -76,6 +76,20 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
         EXPECT_TRUE(m == 1 || (s1 == sum && s2 == max)) << wide << par.threads;
         EXPECT_TRUE(t1 == prod && g == copy) << wide << par.threads;
       }
+      // The kernels a plan chooses once: products, copies, and the
+      // quotients of a message with its product in one call (old entries
+      // of 0 divide by 1; every small size leaves a different tail).
+      std::vector<double> t2 = large, g2(n), t3 = large, t4 = large, q(m), old = small;
+      multiply_kernel(plan)(plan, t2.data(), small.data(), 0, n);
+      copy_kernel(plan)(plan, g2.data(), small.data(), 0, n);
+      EXPECT_TRUE(t2 == prod && g2 == copy) << wide;
+      for (std::size_t j = 0; j < m; j += 3) old[j] = 0.0;
+      if (const QuotientProductKernel both = quotient_product_kernel(plan)) {
+        quotient_entries(q.data(), large.data(), old.data(), m);
+        multiply_kernel(plan)(plan, t3.data(), q.data(), 0, n);
+        both(plan, t4.data(), large.data(), old.data(), n);
+        EXPECT_TRUE(t3 == t4) << wide;
+      }
       // A fold whose runs spread over the small table, in two ranges cut
       // anywhere (inside a run too), as the blocks of a large sweep are.
       if (ss != 0 && m > 1) {
