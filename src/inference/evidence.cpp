@@ -160,7 +160,7 @@ void forget_propagated_evidence(Forest& forest) noexcept {
     e.forget_propagated();
     if (slot.tree == nullptr) continue;
     if (node->is_discrete()) {
-      const std::uint64_t quiet = node->state_count() == 1 ? 1 : 0;
+      const std::uint64_t quiet = slot.one_state;
       slot.tree->evidence_to_propagate += static_cast<std::uint64_t>(e.entered_code + 1) > quiet;
     } else if (node->is_continuous()) {
       slot.tree->evidence_to_propagate += e.entered;
