@@ -25,6 +25,7 @@ void make_node_slots(Forest& forest) {
     if (n->kind() == K_KIND_OTHER && n->category() != K_CATEGORY_UTILITY) continue;
     forest.nodes.push_back(NodeSlot{});
     forest.nodes.back().node = n;
+    forest.nodes.back().one_state = n->is_discrete() && n->state_count() == 1;
     n->forest_slot = forest.nodes.size() - 1;
   }
 }

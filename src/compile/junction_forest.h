@@ -258,6 +258,9 @@ struct NodeSlot {
   /// collect, when `factor_waiting`.
   std::vector<double> evidence_factor;
   bool factor_waiting = false;
+  /// A discrete node of one state, whose only state says nothing new
+  /// when selected (the count of evidence to propagate skips it).
+  bool one_state = false;
   /// Expected utilities as of the last propagation when the domain has
   /// utility nodes: one per state of a discrete node, a single one for a
   /// utility node; empty otherwise.

@@ -2,6 +2,7 @@
 
 #include <cfloat>
 #include <cmath>
+#include <cstdint>
 
 #include "compile/junction_forest.h"
 #include "network/domain.h"
@@ -147,11 +148,23 @@ std::uint64_t count_evidence_to_propagate(const JunctionTree& tree) noexcept {
 
 void forget_propagated_evidence(Forest& forest) noexcept {
   for (auto& tree : forest.trees) tree->evidence_to_propagate = 0;
-  // A tree's nodes are the slots that name it.
+  // A tree's nodes are the slots that name it.  With nothing propagated,
+  // to_propagate() is: a discrete node has evidence other than the only
+  // state of a one-state node (codes above -1 + 1, or above -1 + 0), a
+  // continuous node has a value.  Whether a node has evidence changes
+  // from case to case, so it is counted without a branch on it.
   for (NodeSlot& slot : forest.nodes) {
-    if (slot.node == nullptr) continue;
-    slot.node->evidence.forget_propagated();
-    if (slot.tree != nullptr && to_propagate(*slot.node)) ++slot.tree->evidence_to_propagate;
+    Node* node = slot.node;
+    if (node == nullptr) continue;
+    Evidence& e = node->evidence;
+    e.forget_propagated();
+    if (slot.tree == nullptr) continue;
+    if (node->is_discrete()) {
+      const std::uint64_t quiet = slot.one_state;
+      slot.tree->evidence_to_propagate += static_cast<std::uint64_t>(e.entered_code + 1) > quiet;
+    } else if (node->is_continuous()) {
+      slot.tree->evidence_to_propagate += e.entered;
+    }
   }
 }
 

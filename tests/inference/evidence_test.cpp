@@ -434,6 +434,7 @@ TEST(EvidenceInAForest, CountsAndFlagsFollowPropagation) {
   ASSERT_EQ(k_domain_initialize(net.domain), 0);
   EXPECT_EQ(k_node_evidence_to_propagate(handle_of(b)), 1);
   EXPECT_EQ(net.d().forest()->slot(*b)->tree->evidence_to_propagate, 1u);
+  EXPECT_EQ(net.d().forest()->slot(*one)->tree->evidence_to_propagate, 0u);  // the only state
   ASSERT_EQ(k_node_retract_findings(handle_of(b)), 0);
   EXPECT_EQ(net.d().forest()->slot(*b)->tree->evidence_to_propagate, 0u);
 }
