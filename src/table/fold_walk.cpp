@@ -255,6 +255,13 @@ template <class Fold, std::uint64_t C, RunStep S, bool Wide>
         fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 0, 1)));
         fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 2, 3)));
       }
+      if constexpr (C >= 4) {
+        // An odd last tile as the loop below would fold it.
+        if (tiles == 1) {
+          fold_into<Fold>(pair, fold_run_pair<Fold, C>(p));
+          tiles = 0;
+        }
+      }
       std::memcpy(q, &pair, sizeof pair);
     }
   }
