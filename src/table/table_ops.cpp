@@ -494,11 +494,11 @@ bool wide_rows_supported() noexcept {
 #endif
 }
 
-const bool wide_rows_possible = wide_rows_supported();
+const bool kWideRowsPossible = wide_rows_supported();
 
 }  // namespace
 
-std::atomic<bool> wide_rows_on{wide_rows_possible};
+std::atomic<bool> wide_rows_on{kWideRowsPossible};
 
 namespace {
 
@@ -1082,7 +1082,7 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
 }  // namespace
 
 void set_wide_rows(bool allowed) noexcept {
-  wide_rows_on.store(allowed && wide_rows_possible, std::memory_order_relaxed);
+  wide_rows_on.store(allowed && kWideRowsPossible, std::memory_order_relaxed);
 }
 
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
