@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -47,7 +48,11 @@ void apply_joint(const JointPlan& plan, double* large, bool rebuild,
                  std::span<const SweepFactor> factors, std::uint64_t begin,
                  std::uint64_t end) noexcept;
 
-/// Whether the row loops run on 256-bit vectors (table_ops.cpp).
-bool wide_rows() noexcept;
+/// Set once the processor is known and by set_wide_rows (table_ops.cpp).
+extern std::atomic<bool> wide_rows_on;
+
+/// Whether the row loops run on 256-bit vectors.  Read per tile walk, so a
+/// load rather than a call.
+inline bool wide_rows() noexcept { return wide_rows_on.load(std::memory_order_relaxed); }
 
 }  // namespace kelva

@@ -142,6 +142,36 @@ template <class Fold, std::uint64_t C>
   constexpr double kId = Fold::identity();
   V4 a[4] = {
       {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}, {kId, kId, kId, kId}};
+  if constexpr (C == 6) {
+    // The 24 entries are six vectors l0 .. l5; runs 0 and 1 lie in l0 .. l2
+    // as runs 2 and 3 lie in l3 .. l5.  Joining the matching 128-bit halves
+    // of l_i and l_i+3, then splitting their lanes, gives the vector of each
+    // entry of the four runs in two shuffles.
+    V4 l0, l1, l2, l3, l4, l5;
+    load_into(l0, p);
+    load_into(l1, p + 4);
+    load_into(l2, p + 8);
+    load_into(l3, p + 12);
+    load_into(l4, p + 16);
+    load_into(l5, p + 20);
+    const V4 t03lo = __builtin_shufflevector(l0, l3, 0, 1, 4, 5);  // entries 0, 1
+    const V4 t03hi = __builtin_shufflevector(l0, l3, 2, 3, 6, 7);  // entries 2, 3
+    const V4 t14lo = __builtin_shufflevector(l1, l4, 0, 1, 4, 5);  // entries 4, 5
+    const V4 t14hi = __builtin_shufflevector(l1, l4, 2, 3, 6, 7);  // 0, 1 of runs 1, 3
+    const V4 t25lo = __builtin_shufflevector(l2, l5, 0, 1, 4, 5);  // 2, 3 of runs 1, 3
+    const V4 t25hi = __builtin_shufflevector(l2, l5, 2, 3, 6, 7);  // 4, 5 of runs 1, 3
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(t03lo, t14hi, 0, 4, 2, 6)));
+    fold_into<Fold>(a[1], V4(__builtin_shufflevector(t03lo, t14hi, 1, 5, 3, 7)));
+    fold_into<Fold>(a[2], V4(__builtin_shufflevector(t03hi, t25lo, 0, 4, 2, 6)));
+    fold_into<Fold>(a[3], V4(__builtin_shufflevector(t03hi, t25lo, 1, 5, 3, 7)));
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(t14lo, t25hi, 0, 4, 2, 6)));
+    fold_into<Fold>(a[0], V4(__builtin_shufflevector(t14lo, t25hi, 1, 5, 3, 7)));
+    fold_into<Fold>(a[0], a[1]);
+    fold_into<Fold>(a[2], a[3]);
+    fold_into<Fold>(a[0], a[2]);
+    out = a[0];
+    return;
+  }
   for (std::uint64_t b = 0; b + 4 <= C; b += 4) {
     V4 r0, r1, r2, r3, x[4];
     load_into(r0, p + b);
@@ -224,6 +254,13 @@ template <class Fold, std::uint64_t C, RunStep S, bool Wide>
         fold_four_runs<Fold, C>(p, runs);
         fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 0, 1)));
         fold_into<Fold>(pair, V2(__builtin_shufflevector(runs, runs, 2, 3)));
+      }
+      if constexpr (C >= 4) {
+        // An odd last tile as the loop below would fold it.
+        if (tiles == 1) {
+          fold_into<Fold>(pair, fold_run_pair<Fold, C>(p));
+          tiles = 0;
+        }
       }
       std::memcpy(q, &pair, sizeof pair);
     }

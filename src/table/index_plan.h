@@ -160,38 +160,44 @@ class IndexPlan {
     for (;;) {
       std::uint64_t len = std::min(span - off, remaining);
       remaining -= len;
-      std::uint64_t t = 0, r = 0, e = 0;
-      if (off != 0) {
-        t = off / tile;
-        r = (off - t * tile) / c;
-        e = off - t * tile - r * c;
+      if (len == span) {
+        // A whole span, the common case: placed without divisions.
+        tiles(l, base, count, rows, c, std::true_type{});
+        l += span;
+      } else {
+        std::uint64_t t = 0, r = 0, e = 0;
+        if (off != 0) {
+          t = off / tile;
+          r = (off - t * tile) / c;
+          e = off - t * tile - r * c;
+        }
+        auto go = [&](std::uint64_t n, std::uint64_t m, std::uint64_t entries, auto whole) {
+          tiles(l, base + t * tile_ss + r * row_ss + e * ss, n, m, entries, whole);
+          l += n * m * entries;
+          len -= n * m * entries;
+        };
+        if (e != 0) {
+          // The end of a run.
+          go(1, 1, std::min(c - e, len), std::false_type{});
+          e = 0;
+          if (++r == rows) r = 0, ++t;
+        }
+        if (r != 0 && len >= c) {
+          // The last runs of a tile.
+          const std::uint64_t m = std::min(rows - r, len / c);
+          go(1, m, c, std::true_type{});
+          if ((r += m) == rows) r = 0, ++t;
+        }
+        if (const std::uint64_t n = len / tile; n > 0) {
+          go(n, rows, c, std::true_type{});
+          t += n;
+        }
+        if (const std::uint64_t m = len / c; m > 0) {
+          go(1, m, c, std::true_type{});
+          r += m;
+        }
+        if (len > 0) go(1, 1, len, std::false_type{});
       }
-      auto go = [&](std::uint64_t n, std::uint64_t m, std::uint64_t entries, auto whole) {
-        tiles(l, base + t * tile_ss + r * row_ss + e * ss, n, m, entries, whole);
-        l += n * m * entries;
-        len -= n * m * entries;
-      };
-      if (e != 0) {
-        // The end of a run.
-        go(1, 1, std::min(c - e, len), std::false_type{});
-        e = 0;
-        if (++r == rows) r = 0, ++t;
-      }
-      if (r != 0 && len >= c) {
-        // The last runs of a tile.
-        const std::uint64_t m = std::min(rows - r, len / c);
-        go(1, m, c, std::true_type{});
-        if ((r += m) == rows) r = 0, ++t;
-      }
-      if (const std::uint64_t n = len / tile; n > 0) {
-        go(n, rows, c, std::true_type{});
-        t += n;
-      }
-      if (const std::uint64_t m = len / c; m > 0) {
-        go(1, m, c, std::true_type{});
-        r += m;
-      }
-      if (len > 0) go(1, 1, len, std::false_type{});
       if (remaining == 0) return;
       off = 0;
       for (std::size_t i = outer; i-- > 0;) {

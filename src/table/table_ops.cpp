@@ -484,18 +484,21 @@ template <class V>
 }
 #endif
 
-std::atomic<bool> wide_rows_allowed{true};
-
-}  // namespace
-
-bool wide_rows() noexcept {
+bool wide_rows_supported() noexcept {
 #ifdef KELVA_WIDE_ROWS
-  static const bool supported = __builtin_cpu_supports("avx2") != 0;
-  return supported && wide_rows_allowed.load(std::memory_order_relaxed);
+  // Initializers may run before libgcc's own, hence the explicit init.
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx2") != 0;
 #else
   return false;
 #endif
 }
+
+const bool kWideRowsPossible = wide_rows_supported();
+
+}  // namespace
+
+std::atomic<bool> wide_rows_on{kWideRowsPossible};
 
 namespace {
 
@@ -1079,7 +1082,7 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
 }  // namespace
 
 void set_wide_rows(bool allowed) noexcept {
-  wide_rows_allowed.store(allowed, std::memory_order_relaxed);
+  wide_rows_on.store(allowed && kWideRowsPossible, std::memory_order_relaxed);
 }
 
 void marginalize(const IndexPlan& plan, const double* large, double* small, Reduce how,
