@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "compile/junction_forest.h"
+#include "inference/clique_ops.h"
 #include "table/table_ops.h"
 
 namespace kelva {
@@ -43,6 +44,23 @@ void stage_sweeps(JunctionTree& tree, bool rebuild, Waiting evidence);
 /// With `scale`, `quotient` receives them divided by the largest, which is
 /// left in *scale; without, the receiver reads the separator table.
 void first_message(double* fresh, double* quotient, std::uint64_t n, double* scale) noexcept;
+
+/// Hands the message that a link's collect sweep left in `fresh` (n
+/// entries: the separator's table after a rebuild, its scratch otherwise)
+/// to the separator: after a rebuild as its first message; otherwise the
+/// new values become the table and the quotients replace the old ones.
+/// With `scale`, the quotients are scaled and the divisor left in *scale.
+/// Inline: it runs once per link and case, mostly rebuilt and unscaled,
+/// where it does nothing.
+inline void take_collected(Separator& sep, double* fresh, std::uint64_t n, bool rebuilt,
+                           double* scale) noexcept {
+  if (rebuilt) {
+    if (scale != nullptr) first_message(fresh, sep.scratch.data(), n, scale);
+    return;
+  }
+  sep.table->swap_data(sep.scratch);
+  separator_quotients(sep.table->data(), sep.scratch.data(), n, scale);
+}
 
 /// The collect sweep of `clique`: its children's messages are in the
 /// separators of schedule links [first, end) (their scratch, or their table

@@ -320,14 +320,7 @@ void collect_link(JunctionTree& tree, std::size_t i, Reduce how, const Paralleli
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
     collect_sweep(tree, *link.outer, first, end, link.outer_plan, fresh, how, par);
     if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));
-    const std::uint64_t n = link.outer_plan->small_size();
-    if (tree.sweep_rebuild) {
-      first_message(fresh, sep.scratch.data(), n, scale);
-    } else {
-      // The new values become the table; the quotients replace the old ones.
-      sep.table->swap_data(sep.scratch);
-      separator_quotients(sep.table->data(), sep.scratch.data(), n, scale);
-    }
+    take_collected(sep, fresh, link.outer_plan->small_size(), tree.sweep_rebuild, scale);
     return;
   }
   if (how == Reduce::max) verify_total(clique_total(*link.outer, how, par));

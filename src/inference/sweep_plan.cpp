@@ -176,15 +176,8 @@ double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Par
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
     collect(tree, i, fresh, par);
     if (how_ == Reduce::max) verify_total(clique_total(*link.outer, how_, par));
-    const std::uint64_t n = link.outer_plan->small_size();
-    if (tree.sweep_rebuild) {
-      // Unscaled, the new separator table is the message as it is.
-      if (scaled) first_message(fresh, sep.scratch.data(), n, &scale);
-    } else {
-      // The new values become the table; the quotients replace the old ones.
-      sep.table->swap_data(sep.scratch);
-      separator_quotients(sep.table->data(), sep.scratch.data(), n, scaled ? &scale : nullptr);
-    }
+    take_collected(sep, fresh, link.outer_plan->small_size(), tree.sweep_rebuild,
+                   scaled ? &scale : nullptr);
     if (memo != nullptr) memo->keep(tree, i);
     if (scaled) log_scale += std::log(scale);
   }
