@@ -18,19 +18,16 @@ trap 'rm -rf "$work"' EXIT
 "$kelva" sample "$net" -n "$rows" -o "$work/cases.dat" --hide 0.5 --seed 3 --quiet
 echo "alarm, $rows rows, half the items hidden; load: $(cut -d' ' -f1-3 /proc/loadavg)"
 
-# Prints "WALL CPU" of the fastest of $runs runs with `--threads $1`.
-best() {
-  local fastest="" cpu=""
-  for ((r = 0; r < runs; r++)); do
-    /usr/bin/time -o "$work/time" -f '%e %U %S' "$kelva" predict "$net" "$work/cases.dat" \
-      -o "$work/out.tsv" --threads "$1" --quiet
-    read -r wall user system <"$work/time"
-    if [[ -z $fastest ]] || awk -v a="$wall" -v b="$fastest" 'BEGIN { exit !(a < b) }'; then
-      fastest=$wall
-      cpu=$(awk -v u="$user" -v s="$system" 'BEGIN { print u + s }')
-    fi
-  done
-  echo "$fastest $cpu"
+# One timed run with `--threads $1`: "WALL CPU".  Each run starts with no
+# output file and nothing of the last run's waiting to be written, so that
+# it pays neither for truncating that file nor for its write-back.
+timed() {
+  rm -f "$work/out.tsv"
+  sync
+  /usr/bin/time -o "$work/time" -f '%e %U %S' "$kelva" predict "$net" "$work/cases.dat" \
+    -o "$work/out.tsv" --threads "$1" --quiet
+  read -r wall user system <"$work/time"
+  echo "$wall $(awk -v u="$user" -v s="$system" 'BEGIN { print u + s }')"
 }
 
 # The closing note of one more run with `--threads $1`: each thread's
@@ -40,8 +37,19 @@ threads_note() {
     /dev/null | grep -o 'processor time.*' | tr -d '\r' || true
 }
 
-read -r one one_cpu < <(best 1)
-read -r two two_cpu < <(best 2)
+# One and two threads take turns, so that both meet the same spells of a
+# shared machine's load; the fastest run of each counts.
+one="" two=""
+for ((r = 0; r < runs; r++)); do
+  read -r wall cpu < <(timed 1)
+  if [[ -z $one ]] || awk -v a="$wall" -v b="$one" 'BEGIN { exit !(a < b) }'; then
+    one=$wall one_cpu=$cpu
+  fi
+  read -r wall cpu < <(timed 2)
+  if [[ -z $two ]] || awk -v a="$wall" -v b="$two" 'BEGIN { exit !(a < b) }'; then
+    two=$wall two_cpu=$cpu
+  fi
+done
 awk -v n="$rows" -v a="$one" -v ac="$one_cpu" -v b="$two" -v bc="$two_cpu" 'BEGIN {
   printf "threads 1: %.3f s wall, %.3f s cpu, %.0f rows/s\n", a, ac, n / a
   printf "threads 2: %.3f s wall, %.3f s cpu, %.0f rows/s, %.2fx one thread\n", b, bc, n / b, a / b
