@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
@@ -44,18 +45,24 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   s.clique = &clique;
   s.tables = tables_.size();
   // The node tables as collect_sweep takes them: the members' records in
-  // order, then the chain-graph components.
+  // order, then the chain-graph components.  Their product is kept when
+  // every one is a chance or function node's table, which changes only
+  // with the domain's count of table changes.
+  bool fixed = true;
   for (const NodeSlot* slot : clique.assigned_nodes) {
     const Node& node = *slot->node;
     if (!node.is_discrete() || node.table() == nullptr) continue;
     const k_category_t c = node.category();
     if (c != K_CATEGORY_CHANCE && c != K_CATEGORY_FUNCTION && c != K_CATEGORY_DECISION) continue;
+    fixed = fixed && c != K_CATEGORY_DECISION;
     tables_.push_back(
         {update_of(slot->assigned_plan), node.table(), c == K_CATEGORY_DECISION ? &node : nullptr});
   }
-  for (const ComponentSlot& slot : forest.components)
-    if (slot.assigned == &clique)
-      tables_.push_back({update_of(slot.assigned_plan), slot.component->table.get(), nullptr});
+  for (const ComponentSlot& slot : forest.components) {
+    if (slot.assigned != &clique) continue;
+    fixed = false;
+    tables_.push_back({update_of(slot.assigned_plan), slot.component->table.get(), nullptr});
+  }
   s.tables_end = tables_.size();
   s.homes = homes_.size();
   for (NodeSlot* slot : clique.homed)
@@ -78,6 +85,10 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   const std::uint64_t size = clique.table->size();
   s.collect = size < kOneBlock;
   s.receive = size <= kStackQuotients;
+  if (s.collect && fixed && s.tables_end > s.tables) {
+    s.base = bases_size_;
+    bases_size_ += size;
+  }
   return s;
 }
 
@@ -94,12 +105,17 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
   tables_.clear();
   homes_.clear();
   children_.clear();
+  bases_size_ = 0;
   const auto& schedule = tree.schedule;
   for (const JunctionTree::Message& link : schedule)
     children_.push_back({link.separator, update_of(*link.inner_plan), fold_of(*link.inner_plan)});
   for (std::size_t i = 0; i < schedule.size(); ++i)
     links_.push_back(steps_of(tree, *schedule[i].outer, i));
   root_ = steps_of(tree, *tree.schedule_root, JunctionTree::kNoLink);
+  if (bases_size_ > bases_room_) {  // another root may need more room, never less
+    bases_.reset(new double[bases_size_]);
+    bases_room_ = bases_size_;
+  }
   root_clique_ = tree.schedule_root;
   links_count_ = schedule.size();
   table_changes_ = changes;
@@ -110,7 +126,7 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
 // Inlined into the collect pass, which calls it once per link.
 [[gnu::always_inline]] inline void SweepPlan::collect(JunctionTree& tree, std::size_t i,
                                                       double* out, const Parallelism& par) {
-  const Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
+  Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
   Clique& clique = *s.clique;
   if (!s.collect) {
     const auto [first, end] = tree.link_children(i);
@@ -126,10 +142,21 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
     copy = false;
   };
   if (tree.sweep_rebuild) {
-    for (std::size_t k = s.tables; k < s.tables_end; ++k) {
-      const TableFactor& t = tables_[k];
-      if (t.decision != nullptr && !is_node_factor(*t.decision)) continue;
-      apply(t.update, t.table->data());
+    double* base = s.base == kNoBase ? nullptr : bases_.get() + s.base;
+    if (base != nullptr && s.base_made) {
+      // The same products as the first rebuild made, in the same order.
+      std::memcpy(large, base, n * sizeof(double));
+      copy = false;
+    } else {
+      for (std::size_t k = s.tables; k < s.tables_end; ++k) {
+        const TableFactor& t = tables_[k];
+        if (t.decision != nullptr && !is_node_factor(*t.decision)) continue;
+        apply(t.update, t.table->data());
+      }
+      if (base != nullptr) {
+        std::memcpy(base, large, n * sizeof(double));
+        s.base_made = true;
+      }
     }
   }
   if (tree.sweep_entered) {

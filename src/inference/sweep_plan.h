@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "compile/junction_forest.h"
@@ -45,6 +46,7 @@ class SweepPlan {
   void distribute(JunctionTree& tree, const Parallelism& par);
 
  private:
+  static constexpr std::size_t kNoBase = ~std::size_t{0};
   struct Update {
     UpdateKernel copy = nullptr;
     UpdateKernel multiply = nullptr;
@@ -86,6 +88,10 @@ class SweepPlan {
     bool collect = false;                         // small enough for the planned collect
     bool receive = false;                         // small enough for the planned distribute
     bool totals = false;                          // a child or home fold is a total
+    /// Where the product of the node tables lies in bases_ (kNoBase: the
+    /// tables are multiplied in at every rebuild), and whether it is made.
+    std::size_t base = kNoBase;
+    bool base_made = false;
   };
 
   static Update update_of(const IndexPlan& plan) noexcept;
@@ -100,6 +106,12 @@ class SweepPlan {
   std::vector<TableFactor> tables_;
   std::vector<Home> homes_;
   std::vector<Child> children_;  // per schedule link
+  /// Per clique whose tables are all chance or function node tables, their
+  /// product as a rebuild makes it: the same until a table changes, when
+  /// the plan is made again.
+  std::unique_ptr<double[]> bases_;
+  std::size_t bases_size_ = 0;
+  std::size_t bases_room_ = 0;
   const Clique* root_clique_ = nullptr;
   std::size_t links_count_ = 0;
   std::uint64_t table_changes_ = 0;
