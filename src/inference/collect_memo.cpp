@@ -37,26 +37,32 @@ void CollectMemo::plan(const JunctionTree& tree) {
   // The radix of each subtree from the tree's shape alone, leaves first.
   const auto& schedule = tree.schedule;
   digits_.clear();
-  // Room for the home nodes of every clique, whichever is the root, so
-  // that a new root allocates nothing.
+  // Room for the home nodes of every clique and a digit per link,
+  // whichever is the root, so that a new root allocates nothing.
   std::size_t homed = tree.schedule_root != nullptr ? tree.schedule_root->homed.size() : 0;
   for (const JunctionTree::Message& message : schedule) homed += message.outer->homed.size();
-  digits_.reserve(homed);
+  digits_.reserve(homed + schedule.size());
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& message = schedule[i];
     Link& link = links_[i];
     link.digits = digits_.size();
+    // Each digit with its base first; the bases become weights below.
     for (const NodeSlot* slot : message.outer->homed)
       digits_.push_back({&slot->node->evidence.entered_code, slot->marginal.size() + 1});
+    const std::size_t homes_end = digits_.size();
+    const std::size_t children_end = tree.link_children(i).second;
+    for (std::size_t j = message.first_child; j < children_end; ++j)
+      digits_.push_back({&links_[j].key, links_[j].shape_radix});
     link.digits_end = digits_.size();
-    link.children_end = tree.link_children(i).second;
     std::uint64_t r = 1;
     bool fits = message.outer->table->size() <= kMemoCliqueLimit;
-    for (std::size_t d = link.digits; d < link.digits_end; ++d)
-      fits = fits && !__builtin_mul_overflow(r, digits_[d].base, &r);
-    for (std::size_t j = message.first_child; j < link.children_end; ++j)
-      fits = fits && links_[j].shape_radix != 0 &&
-             !__builtin_mul_overflow(r, links_[j].shape_radix, &r);
+    link.offset = 0;
+    for (std::size_t d = link.digits_end; d-- > link.digits;) {
+      const std::uint64_t base = digits_[d].weight;
+      digits_[d].weight = r;
+      if (d < homes_end) link.offset += r;
+      fits = fits && base != 0 && !__builtin_mul_overflow(r, base, &r);
+    }
     link.shape_radix = fits ? r : 0;
   }
 }
@@ -71,8 +77,9 @@ void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   std::memcpy(to + clique.size(), separator.data(), separator.size() * sizeof(double));
   // restore() found the key missing, so its probe ends on a free slot.
   std::uint64_t* keys = keys_.data() + link.slots;
-  const std::size_t at = find(keys, link.key);
-  keys[at] = link.key + 1;
+  const auto key = static_cast<std::uint64_t>(link.key);
+  const std::size_t at = find(keys, key);
+  keys[at] = key + 1;
   places_[link.slots + at] = static_cast<std::uint32_t>(link.count);
   ++link.count;
   held_ += copy_size(message);
