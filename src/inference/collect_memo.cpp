@@ -1,6 +1,7 @@
 #include "inference/collect_memo.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "network/domain.h"
@@ -78,7 +79,7 @@ void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   // restore() found the key missing, so its probe ends on a free slot.
   std::uint64_t* keys = keys_.data() + link.slots;
   const auto key = static_cast<std::uint64_t>(link.key);
-  const std::size_t at = find(keys, key);
+  const std::size_t at = find(keys, link.mask, key);
   keys[at] = key + 1;
   places_[link.slots + at] = static_cast<std::uint32_t>(link.count);
   ++link.count;
@@ -89,7 +90,7 @@ void CollectMemo::make_room(const JunctionTree& tree) noexcept {
   // Leaves first, as the collect goes, so that the budget goes to the
   // links nearest the leaves.
   const auto& schedule = tree.schedule;
-  std::size_t remembered = 0;
+  std::size_t slots = 0;
   std::size_t doubles = 0;
   try {
     for (std::size_t i = schedule.size(); i-- > 0;) {
@@ -99,13 +100,15 @@ void CollectMemo::make_room(const JunctionTree& tree) noexcept {
           static_cast<std::size_t>(std::min<std::uint64_t>(link.shape_radix, kMemoPerLink));
       const std::size_t need = copies * copy_size(schedule[i]);
       if (doubles + need > budget_) continue;
-      link.slots = remembered++ * kMemoSlots;
+      link.slots = slots;
+      link.mask = std::bit_ceil(2 * copies) - 1;
+      slots += link.mask + 1;
       link.base = doubles;
       link.room = copies;
       doubles += need;
     }
-    keys_.assign(remembered * kMemoSlots, 0);
-    places_.assign(remembered * kMemoSlots, 0);
+    keys_.assign(slots, 0);
+    places_.assign(slots, 0);
     data_.reset(new double[doubles]);
   } catch (...) {
     // Without room the memo keeps nothing until it is dropped.

@@ -14,12 +14,12 @@ namespace kelva {
 
 /// Cliques of more entries are not remembered (a sweep of them costs far
 /// more than its bookkeeping); a tree's memo holds at most kMemoBudget
-/// doubles, and kMemoPerLink evidence combinations per link in a table of
-/// kMemoSlots slots.
+/// doubles, and at most kMemoPerLink evidence combinations per link in a
+/// table of twice as many slots or more (a power of two).  Links near the
+/// root meet thousands of combinations in a batch of cases.
 inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
 inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
-inline constexpr std::size_t kMemoPerLink = 256;
-inline constexpr std::size_t kMemoSlots = 2 * kMemoPerLink;
+inline constexpr std::size_t kMemoPerLink = 2048;
 
 /// Collected cliques remembered by the evidence that made them.  After a
 /// rebuild, the table a clique holds at the end of the collect, and the
@@ -68,8 +68,10 @@ class CollectMemo {
     /// home node's digit is its code + 1).
     std::uint64_t offset = 0;
     /// Where this link's slots and copies start in keys_/places_ and
-    /// data_, and how many copies fit there (0: not remembered).
+    /// data_, the number of slots less one, and how many copies fit there
+    /// (0: not remembered).
     std::size_t slots = 0;
+    std::size_t mask = 0;
     std::size_t base = 0;
     std::size_t room = 0;
     std::size_t count = 0;
@@ -92,14 +94,12 @@ class CollectMemo {
   /// Finds each link's digits, children and shape radix.
   void plan(const JunctionTree& tree);
 
-  /// The slot of `key` in the kMemoSlots slots at `keys`, or the free slot
+  /// The slot of `key` in the mask + 1 slots at `keys`, or the free slot
   /// where its probe ends.  The table is never more than half full, so a
   /// probe always ends.
-  static std::size_t find(const std::uint64_t* keys, std::uint64_t key) noexcept {
-    static_assert((kMemoSlots & (kMemoSlots - 1)) == 0);
-    std::size_t at =
-        static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & (kMemoSlots - 1);
-    while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & (kMemoSlots - 1);
+  static std::size_t find(const std::uint64_t* keys, std::size_t mask, std::uint64_t key) noexcept {
+    std::size_t at = static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & mask;
+    while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & mask;
     return at;
   }
 
@@ -113,7 +113,7 @@ class CollectMemo {
   /// that later collects allocate nothing; on failure nothing is kept.
   void make_room(const JunctionTree& tree) noexcept;
 
-  /// Per remembered link, an open-addressed table of kMemoSlots slots:
+  /// Per remembered link, an open-addressed table of slots:
   /// key + 1 (0 when free) and the number of the copy, which lies at
   /// base + number * (clique + separator entries) in data_.
   std::vector<std::uint64_t> keys_;
@@ -151,7 +151,7 @@ inline bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
   if (link.room == 0) return false;
   const JunctionTree::Message& message = tree.schedule[i];
   const std::uint64_t* keys = keys_.data() + link.slots;
-  const std::size_t at = find(keys, key);
+  const std::size_t at = find(keys, link.mask, key);
   if (keys[at] == 0) return false;
   // Hit: the clique and its message are those of the first computation.
   Table& clique = *message.outer->table;
