@@ -91,15 +91,15 @@ class SweepPlan {
     Separator* separator = nullptr;  // towards the root (none at the root)
     std::size_t tables = 0, tables_end = 0;
     std::size_t homes = 0, homes_end = 0;
-    std::size_t children = 0, children_end = 0;   // schedule links leaving the clique
+    std::size_t children = 0, children_end = 0;        // schedule links leaving the clique
     std::size_t child_folds = 0, child_folds_end = 0;  // in child_folds_
     std::size_t home_folds = 0, home_folds_end = 0;    // in home_folds_
-    Fold out;                                     // onto the separator towards the root
-    Update in;                                    // by the message from the root's side
-    QuotientProductKernel quotient_in = nullptr;  // the message's quotients and `in` at once
-    bool collect = false;                         // small enough for the planned collect
-    bool receive = false;                         // small enough for the planned distribute
-    bool totals = false;                          // a child or home fold is a total
+    Fold out;                                          // onto the separator towards the root
+    Update in;                                         // by the message from the root's side
+    QuotientProductKernel quotient_in = nullptr;       // the message's quotients and `in` at once
+    bool collect = false;                              // small enough for the planned collect
+    bool receive = false;                              // small enough for the planned distribute
+    bool totals = false;                               // a child or home fold is a total
     /// Where the product of the node tables lies in bases_ (kNoBase: the
     /// tables are multiplied in at every rebuild), and whether it is made.
     std::size_t base = kNoBase;

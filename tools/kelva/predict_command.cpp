@@ -407,7 +407,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
       for (k_node_t n : w.nodes) {
         const k_kind_t kind = checked(k_node_get_kind(n));
         w.continuous.push_back(kind == K_KIND_CONTINUOUS);
-        w.cases_enterable = w.cases_enterable && (kind == K_KIND_DISCRETE || kind == K_KIND_CONTINUOUS);
+        w.cases_enterable =
+            w.cases_enterable && (kind == K_KIND_DISCRETE || kind == K_KIND_CONTINUOUS);
       }
       w.observed.assign(w.nodes.size(), false);
       if (!cut) return;
@@ -438,8 +439,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   std::vector<const std::vector<k_node_t>*> sources;
   // One worker reading a data file whole stores the cases in its own
   // compiled copy, which enters each case by one call.
-  const bool own = !cut && workers.size() == 1 && !options.data.ends_with(".csv") &&
-                   workers[0].cases_enterable;
+  const bool own =
+      !cut && workers.size() == 1 && !options.data.ends_with(".csv") && workers[0].cases_enterable;
   if (cut && !cut_failed.load()) {
     for (const Worker& w : workers) sources.push_back(&w.store_nodes);
   } else {
@@ -502,8 +503,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
         const ChunkPlace& place = places[c];
         slot.text.reserve(room * place.count);  // grown once, with nothing to copy
         for (k_size_t i = 0; i < place.count; ++i)
-          predict_case(w, slot.text, room, log_line, *sources[place.source], own,
-                       place.first + i, place.number + i, reported, only_unobserved);
+          predict_case(w, slot.text, room, log_line, *sources[place.source], own, place.first + i,
+                       place.number + i, reported, only_unobserved);
         ring.publish(slot.ready, c);
       }
     } catch (...) {
