@@ -1,6 +1,7 @@
 #include "inference/collect_memo.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "network/domain.h"
@@ -37,26 +38,32 @@ void CollectMemo::plan(const JunctionTree& tree) {
   // The radix of each subtree from the tree's shape alone, leaves first.
   const auto& schedule = tree.schedule;
   digits_.clear();
-  // Room for the home nodes of every clique, whichever is the root, so
-  // that a new root allocates nothing.
+  // Room for the home nodes of every clique and a digit per link,
+  // whichever is the root, so that a new root allocates nothing.
   std::size_t homed = tree.schedule_root != nullptr ? tree.schedule_root->homed.size() : 0;
   for (const JunctionTree::Message& message : schedule) homed += message.outer->homed.size();
-  digits_.reserve(homed);
+  digits_.reserve(homed + schedule.size());
   for (std::size_t i = schedule.size(); i-- > 0;) {
     const JunctionTree::Message& message = schedule[i];
     Link& link = links_[i];
     link.digits = digits_.size();
+    // Each digit with its base first; the bases become weights below.
     for (const NodeSlot* slot : message.outer->homed)
       digits_.push_back({&slot->node->evidence.entered_code, slot->marginal.size() + 1});
+    const std::size_t homes_end = digits_.size();
+    const std::size_t children_end = tree.link_children(i).second;
+    for (std::size_t j = message.first_child; j < children_end; ++j)
+      digits_.push_back({&links_[j].key, links_[j].shape_radix});
     link.digits_end = digits_.size();
-    link.children_end = tree.link_children(i).second;
     std::uint64_t r = 1;
     bool fits = message.outer->table->size() <= kMemoCliqueLimit;
-    for (std::size_t d = link.digits; d < link.digits_end; ++d)
-      fits = fits && !__builtin_mul_overflow(r, digits_[d].base, &r);
-    for (std::size_t j = message.first_child; j < link.children_end; ++j)
-      fits = fits && links_[j].shape_radix != 0 &&
-             !__builtin_mul_overflow(r, links_[j].shape_radix, &r);
+    link.offset = 0;
+    for (std::size_t d = link.digits_end; d-- > link.digits;) {
+      const std::uint64_t base = digits_[d].weight;
+      digits_[d].weight = r;
+      if (d < homes_end) link.offset += r;
+      fits = fits && base != 0 && !__builtin_mul_overflow(r, base, &r);
+    }
     link.shape_radix = fits ? r : 0;
   }
 }
@@ -71,8 +78,9 @@ void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   std::memcpy(to + clique.size(), separator.data(), separator.size() * sizeof(double));
   // restore() found the key missing, so its probe ends on a free slot.
   std::uint64_t* keys = keys_.data() + link.slots;
-  const std::size_t at = find(keys, link.key);
-  keys[at] = link.key + 1;
+  const auto key = static_cast<std::uint64_t>(link.key);
+  const std::size_t at = find(keys, link.mask, key);
+  keys[at] = key + 1;
   places_[link.slots + at] = static_cast<std::uint32_t>(link.count);
   ++link.count;
   held_ += copy_size(message);
@@ -82,7 +90,7 @@ void CollectMemo::make_room(const JunctionTree& tree) noexcept {
   // Leaves first, as the collect goes, so that the budget goes to the
   // links nearest the leaves.
   const auto& schedule = tree.schedule;
-  std::size_t remembered = 0;
+  std::size_t slots = 0;
   std::size_t doubles = 0;
   try {
     for (std::size_t i = schedule.size(); i-- > 0;) {
@@ -92,13 +100,15 @@ void CollectMemo::make_room(const JunctionTree& tree) noexcept {
           static_cast<std::size_t>(std::min<std::uint64_t>(link.shape_radix, kMemoPerLink));
       const std::size_t need = copies * copy_size(schedule[i]);
       if (doubles + need > budget_) continue;
-      link.slots = remembered++ * kMemoSlots;
+      link.slots = slots;
+      link.mask = std::bit_ceil(2 * copies) - 1;
+      slots += link.mask + 1;
       link.base = doubles;
       link.room = copies;
       doubles += need;
     }
-    keys_.assign(remembered * kMemoSlots, 0);
-    places_.assign(remembered * kMemoSlots, 0);
+    keys_.assign(slots, 0);
+    places_.assign(slots, 0);
     data_.reset(new double[doubles]);
   } catch (...) {
     // Without room the memo keeps nothing until it is dropped.

@@ -14,12 +14,12 @@ namespace kelva {
 
 /// Cliques of more entries are not remembered (a sweep of them costs far
 /// more than its bookkeeping); a tree's memo holds at most kMemoBudget
-/// doubles, and kMemoPerLink evidence combinations per link in a table of
-/// kMemoSlots slots.
+/// doubles, and at most kMemoPerLink evidence combinations per link in a
+/// table of twice as many slots or more (a power of two).  Links near the
+/// root meet thousands of combinations in a batch of cases.
 inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
 inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
-inline constexpr std::size_t kMemoPerLink = 256;
-inline constexpr std::size_t kMemoSlots = 2 * kMemoPerLink;
+inline constexpr std::size_t kMemoPerLink = 2048;
 
 /// Collected cliques remembered by the evidence that made them.  After a
 /// rebuild, the table a clique holds at the end of the collect, and the
@@ -54,30 +54,39 @@ class CollectMemo {
 
  private:
   struct Link {
-    /// This collect's key, and its radix: the number of evidence
-    /// combinations of the subtree's home nodes (0 when they do not fit 64
-    /// bits, or a node has soft evidence: not remembered).
-    std::uint64_t key = 0;
-    std::uint64_t radix = 0;
-    /// The radix the tree's shape gives (0: never remembered), and the
-    /// link's digits in digits_ (its home nodes) and after them its child
-    /// links (end of the links that hang below it).
+    /// This collect's key: a number below the radix, or kNoKey when the
+    /// subtree is not remembered (its evidence combinations do not fit 64
+    /// bits, or a node has soft evidence).
+    std::int64_t key = kNoKey;
+    /// The number of evidence combinations of the subtree's home nodes
+    /// (0: never remembered), and the link's digits in digits_: its home
+    /// nodes, then its child links.
     std::uint64_t shape_radix = 0;
     std::size_t digits = 0;
     std::size_t digits_end = 0;
-    std::size_t children_end = 0;
+    /// The key's part that does not depend on the digits' values (each
+    /// home node's digit is its code + 1).
+    std::uint64_t offset = 0;
     /// Where this link's slots and copies start in keys_/places_ and
-    /// data_, and how many copies fit there (0: not remembered).
+    /// data_, the number of slots less one, and how many copies fit there
+    /// (0: not remembered).
     std::size_t slots = 0;
+    std::size_t mask = 0;
     std::size_t base = 0;
     std::size_t room = 0;
     std::size_t count = 0;
   };
-  /// One digit of a key: the home node's entered code, and its base
-  /// (states + 1).
+  /// Soft evidence on a home node, or a child link not remembered: the
+  /// value that keeps a key from being made (Evidence::kVector, so that a
+  /// node's code is a digit as it is).
+  static constexpr std::int64_t kNoKey = Evidence::kVector;
+  /// One digit of a key: a home node's entered code (the digit is the code
+  /// + 1) or a child link's key, and its weight in the key, the product of
+  /// the bases of the digits after it (states + 1 for a home node, the
+  /// shape radix for a child link).
   struct Digit {
-    const std::int64_t* code;
-    std::uint64_t base;
+    const std::int64_t* value;
+    std::uint64_t weight;
   };
   /// keep() where the link is remembered and has room.
   void store(const JunctionTree& tree, std::size_t i);
@@ -85,14 +94,12 @@ class CollectMemo {
   /// Finds each link's digits, children and shape radix.
   void plan(const JunctionTree& tree);
 
-  /// The slot of `key` in the kMemoSlots slots at `keys`, or the free slot
+  /// The slot of `key` in the mask + 1 slots at `keys`, or the free slot
   /// where its probe ends.  The table is never more than half full, so a
   /// probe always ends.
-  static std::size_t find(const std::uint64_t* keys, std::uint64_t key) noexcept {
-    static_assert((kMemoSlots & (kMemoSlots - 1)) == 0);
-    std::size_t at =
-        static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & (kMemoSlots - 1);
-    while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & (kMemoSlots - 1);
+  static std::size_t find(const std::uint64_t* keys, std::size_t mask, std::uint64_t key) noexcept {
+    std::size_t at = static_cast<std::size_t>((key * 0x9e3779b97f4a7c15ULL) >> 40) & mask;
+    while (keys[at] != 0 && keys[at] != key + 1) at = (at + 1) & mask;
     return at;
   }
 
@@ -106,7 +113,7 @@ class CollectMemo {
   /// that later collects allocate nothing; on failure nothing is kept.
   void make_room(const JunctionTree& tree) noexcept;
 
-  /// Per remembered link, an open-addressed table of kMemoSlots slots:
+  /// Per remembered link, an open-addressed table of slots:
   /// key + 1 (0 when free) and the number of the copy, which lies at
   /// base + number * (clique + separator entries) in data_.
   std::vector<std::uint64_t> keys_;
@@ -126,27 +133,25 @@ class CollectMemo {
 // Inline: the collect calls it for every link of every case.
 inline bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
   Link& link = links_[i];
-  link.radix = 0;
+  link.key = kNoKey;
   if (link.shape_radix == 0) return false;
   // Each home node is one digit: 0 without evidence, state + 1 selected;
-  // the shape's radix bounds the key, so it cannot overflow.
-  std::uint64_t key = 0;
-  for (const Digit* d = digits_.data() + link.digits; d != digits_.data() + link.digits_end; ++d) {
-    const std::int64_t code = *d->code;
-    if (code == Evidence::kVector) return false;
-    key = key * d->base + static_cast<std::uint64_t>(code + 1);
+  // each child link one more, its key.  The shape's radix bounds the key,
+  // so that no product or sum overflows.
+  std::uint64_t key = link.offset;
+  bool unkeyed = false;
+  const Digit* const end = digits_.data() + link.digits_end;
+  for (const Digit* d = digits_.data() + link.digits; d != end; ++d) {
+    const std::int64_t value = *d->value;
+    unkeyed |= value == kNoKey;
+    key += static_cast<std::uint64_t>(value) * d->weight;
   }
-  const JunctionTree::Message& message = tree.schedule[i];
-  for (std::size_t j = message.first_child; j < link.children_end; ++j) {
-    const Link& child = links_[j];
-    if (child.radix == 0) return false;
-    key = key * child.radix + child.key;
-  }
-  link.key = key;
-  link.radix = link.shape_radix;
+  if (unkeyed || static_cast<std::int64_t>(key) == kNoKey) return false;
+  link.key = static_cast<std::int64_t>(key);
   if (link.room == 0) return false;
+  const JunctionTree::Message& message = tree.schedule[i];
   const std::uint64_t* keys = keys_.data() + link.slots;
-  const std::size_t at = find(keys, key);
+  const std::size_t at = find(keys, link.mask, key);
   if (keys[at] == 0) return false;
   // Hit: the clique and its message are those of the first computation.
   Table& clique = *message.outer->table;
@@ -161,7 +166,7 @@ inline bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
 
 inline void CollectMemo::keep(const JunctionTree& tree, std::size_t i) {
   const Link& link = links_[i];
-  if (link.radix != 0 && link.count < link.room) store(tree, i);
+  if (link.key != kNoKey && link.count < link.room) store(tree, i);
 }
 
 }  // namespace kelva

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "inference/clique_ops.h"
 #include "inference/clique_sweeps.h"
@@ -44,18 +45,24 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   s.clique = &clique;
   s.tables = tables_.size();
   // The node tables as collect_sweep takes them: the members' records in
-  // order, then the chain-graph components.
+  // order, then the chain-graph components.  Their product is kept when
+  // every one is a chance or function node's table, which changes only
+  // with the domain's count of table changes.
+  bool fixed = true;
   for (const NodeSlot* slot : clique.assigned_nodes) {
     const Node& node = *slot->node;
     if (!node.is_discrete() || node.table() == nullptr) continue;
     const k_category_t c = node.category();
     if (c != K_CATEGORY_CHANCE && c != K_CATEGORY_FUNCTION && c != K_CATEGORY_DECISION) continue;
+    fixed = fixed && c != K_CATEGORY_DECISION;
     tables_.push_back(
         {update_of(slot->assigned_plan), node.table(), c == K_CATEGORY_DECISION ? &node : nullptr});
   }
-  for (const ComponentSlot& slot : forest.components)
-    if (slot.assigned == &clique)
-      tables_.push_back({update_of(slot.assigned_plan), slot.component->table.get(), nullptr});
+  for (const ComponentSlot& slot : forest.components) {
+    if (slot.assigned != &clique) continue;
+    fixed = false;
+    tables_.push_back({update_of(slot.assigned_plan), slot.component->table.get(), nullptr});
+  }
   s.tables_end = tables_.size();
   s.homes = homes_.size();
   for (NodeSlot* slot : clique.homed)
@@ -65,19 +72,34 @@ SweepPlan::Steps SweepPlan::steps_of(const JunctionTree& tree, Clique& clique, s
   s.children = first;
   s.children_end = end;
   if (i != JunctionTree::kNoLink) {
+    s.separator = tree.schedule[i].separator;
     s.out = fold_of(*tree.schedule[i].outer_plan);
     s.in = update_of(*tree.schedule[i].outer_plan);
     s.quotient_in = quotient_product_kernel(*tree.schedule[i].outer_plan);
   } else {
     s.in = update_of(clique.total_plan);
   }
-  for (std::size_t j = first; j < end; ++j)
-    s.totals = s.totals || children_[j].fold.kernel == nullptr;
-  for (std::size_t k = s.homes; k < s.homes_end; ++k)
-    s.totals = s.totals || homes_[k].fold.kernel == nullptr;
+  s.child_folds = child_folds_.size();
+  for (std::size_t j = first; j < end; ++j) {
+    const Fold& f = children_[j].fold;
+    if (f.kernel == nullptr) s.totals = true;
+    else child_folds_.push_back({f.kernel, f.plan, &children_[j].separator->scratch});
+  }
+  s.child_folds_end = child_folds_.size();
+  s.home_folds = home_folds_.size();
+  for (std::size_t k = s.homes; k < s.homes_end; ++k) {
+    const Fold& f = homes_[k].fold;
+    if (f.kernel == nullptr) s.totals = true;
+    else home_folds_.push_back({f.kernel, f.plan, &homes_[k].slot->marginal});
+  }
+  s.home_folds_end = home_folds_.size();
   const std::uint64_t size = clique.table->size();
   s.collect = size < kOneBlock;
   s.receive = size <= kStackQuotients;
+  if (s.collect && fixed && s.tables_end > s.tables) {
+    s.base = bases_size_;
+    bases_size_ += size;
+  }
   return s;
 }
 
@@ -94,12 +116,19 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
   tables_.clear();
   homes_.clear();
   children_.clear();
+  child_folds_.clear();
+  home_folds_.clear();
+  bases_size_ = 0;
   const auto& schedule = tree.schedule;
   for (const JunctionTree::Message& link : schedule)
     children_.push_back({link.separator, update_of(*link.inner_plan), fold_of(*link.inner_plan)});
   for (std::size_t i = 0; i < schedule.size(); ++i)
     links_.push_back(steps_of(tree, *schedule[i].outer, i));
   root_ = steps_of(tree, *tree.schedule_root, JunctionTree::kNoLink);
+  if (bases_size_ > bases_room_) {  // another root may need more room, never less
+    bases_.reset(new double[bases_size_]);
+    bases_room_ = bases_size_;
+  }
   root_clique_ = tree.schedule_root;
   links_count_ = schedule.size();
   table_changes_ = changes;
@@ -110,7 +139,7 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
 // Inlined into the collect pass, which calls it once per link.
 [[gnu::always_inline]] inline void SweepPlan::collect(JunctionTree& tree, std::size_t i,
                                                       double* out, const Parallelism& par) {
-  const Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
+  Steps& s = i == JunctionTree::kNoLink ? root_ : links_[i];
   Clique& clique = *s.clique;
   if (!s.collect) {
     const auto [first, end] = tree.link_children(i);
@@ -126,10 +155,21 @@ void SweepPlan::ready(const JunctionTree& tree, Reduce how) {
     copy = false;
   };
   if (tree.sweep_rebuild) {
-    for (std::size_t k = s.tables; k < s.tables_end; ++k) {
-      const TableFactor& t = tables_[k];
-      if (t.decision != nullptr && !is_node_factor(*t.decision)) continue;
-      apply(t.update, t.table->data());
+    double* base = s.base == kNoBase ? nullptr : bases_.get() + s.base;
+    if (base != nullptr && s.base_made) {
+      // The same products as the first rebuild made, in the same order.
+      std::memcpy(large, base, n * sizeof(double));
+      copy = false;
+    } else {
+      for (std::size_t k = s.tables; k < s.tables_end; ++k) {
+        const TableFactor& t = tables_[k];
+        if (t.decision != nullptr && !is_node_factor(*t.decision)) continue;
+        apply(t.update, t.table->data());
+      }
+      if (base != nullptr) {
+        std::memcpy(base, large, n * sizeof(double));
+        s.base_made = true;
+      }
     }
   }
   if (tree.sweep_entered) {
@@ -184,20 +224,22 @@ double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Par
   return log_scale;
 }
 
-// Inlined into the distribute pass, which calls it once per link.
+// Inlined into the distribute pass, which calls it once per link, with the
+// lists' starts held in registers across the kernels' calls.
 [[gnu::always_inline]] inline void SweepPlan::fold(const Steps& s, const double* large,
+                                                   std::uint64_t n, const Folds& folds,
                                                    const Parallelism& par) {
-  const std::uint64_t n = s.clique->table->size();
   // Each kernel clears its small table before folding into it.
-  for (std::size_t j = s.children; j < s.children_end; ++j) {
-    const Fold& f = children_[j].fold;
-    if (f.kernel != nullptr) f.kernel(*f.plan, large, children_[j].separator->scratch.data(), 0, n);
-  }
-  for (std::size_t k = s.homes; k < s.homes_end; ++k) {
-    const Fold& f = homes_[k].fold;
-    if (f.kernel != nullptr) f.kernel(*f.plan, large, homes_[k].slot->marginal.data(), 0, n);
-  }
-  if (!s.totals) return;
+  const auto* const child_end = folds.children + s.child_folds_end;
+  for (const auto* f = folds.children + s.child_folds; f != child_end; ++f)
+    f->kernel(*f->plan, large, f->to->data(), 0, n);
+  const auto* const home_end = folds.homes + s.home_folds_end;
+  for (const auto* f = folds.homes + s.home_folds; f != home_end; ++f)
+    f->kernel(*f->plan, large, f->to->data(), 0, n);
+  if (s.totals) fold_totals(s, large, par);
+}
+
+void SweepPlan::fold_totals(const Steps& s, const double* large, const Parallelism& par) {
   // Totals are folded after the other folds, as sweep() folds them.
   for (std::size_t j = s.children; j < s.children_end; ++j)
     if (children_[j].fold.kernel == nullptr)
@@ -215,32 +257,35 @@ void SweepPlan::distribute_root(JunctionTree& tree, const double* factor, const 
                             how_, par);
   }
   double* large = root.table->data();
-  root_.in.multiply(*root_.in.plan, large, factor, 0, root.table->size());
-  fold(root_, large, par);
-}
-
-[[gnu::always_inline]] inline void SweepPlan::receive(JunctionTree& tree, std::size_t i,
-                                                      const Parallelism& par) {
-  const Steps& s = links_[i];
-  if (!s.receive) return receive_sweep(tree, i, s.children, s.children_end, how_, par);
-  Separator& sep = *tree.schedule[i].separator;
-  // The new values become the table's; the old ones are left in the scratch.
-  sep.table->swap_data(sep.scratch);
-  double* large = s.clique->table->data();
-  if (s.quotient_in != nullptr) {
-    s.quotient_in(*s.in.plan, large, sep.table->data(), sep.scratch.data(),
-                  s.clique->table->size());
-  } else {
-    double quotients[kStackQuotients];
-    quotient_(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
-    s.in.multiply(*s.in.plan, large, quotients, 0, s.clique->table->size());
-  }
-  fold(s, large, par);
+  const std::uint64_t n = root.table->size();
+  root_.in.multiply(*root_.in.plan, large, factor, 0, n);
+  fold(root_, large, n, {child_folds_.data(), home_folds_.data()}, par);
 }
 
 void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
-  const std::size_t count = links_.size();
-  for (std::size_t i = 0; i < count; ++i) receive(tree, i, par);
+  const Folds folds{child_folds_.data(), home_folds_.data()};
+  const Steps* const end = links_.data() + links_.size();
+  std::size_t i = 0;
+  for (const Steps* s = links_.data(); s != end; ++s, ++i) {
+    if (!s->receive) {
+      receive_sweep(tree, i, s->children, s->children_end, how_, par);
+      continue;
+    }
+    Separator& sep = *s->separator;
+    // The new values become the table's; the old ones are left in the scratch.
+    sep.table->swap_data(sep.scratch);
+    Table& clique = *s->clique->table;
+    double* large = clique.data();
+    const std::uint64_t n = clique.size();
+    if (s->quotient_in != nullptr) {
+      s->quotient_in(*s->in.plan, large, sep.table->data(), sep.scratch.data(), n);
+    } else {
+      double quotients[kStackQuotients];
+      quotient_(quotients, sep.table->data(), sep.scratch.data(), sep.table->size());
+      s->in.multiply(*s->in.plan, large, quotients, 0, n);
+    }
+    fold(*s, large, n, folds, par);
+  }
 }
 
 }  // namespace kelva

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 #include "compile/junction_forest.h"
@@ -45,6 +46,7 @@ class SweepPlan {
   void distribute(JunctionTree& tree, const Parallelism& par);
 
  private:
+  static constexpr std::size_t kNoBase = ~std::size_t{0};
   struct Update {
     UpdateKernel copy = nullptr;
     UpdateKernel multiply = nullptr;
@@ -69,6 +71,15 @@ class SweepPlan {
     Update update;
     Fold fold;
   };
+  /// A fold of the distribute pass that is not a total, with where it
+  /// goes: a separator's scratch (the buffer changes at every message) or a
+  /// home node's marginal.
+  template <class To>
+  struct FoldTo {
+    FoldKernel kernel;
+    const IndexPlan* plan;
+    To* to;
+  };
   /// The separator of a schedule link seen from its inner clique.
   struct Child {
     Separator* separator;
@@ -77,29 +88,51 @@ class SweepPlan {
   };
   struct Steps {
     Clique* clique = nullptr;
+    Separator* separator = nullptr;  // towards the root (none at the root)
     std::size_t tables = 0, tables_end = 0;
     std::size_t homes = 0, homes_end = 0;
-    std::size_t children = 0, children_end = 0;   // schedule links leaving the clique
-    Fold out;                                     // onto the separator towards the root
-    Update in;                                    // by the message from the root's side
-    QuotientProductKernel quotient_in = nullptr;  // the message's quotients and `in` at once
-    bool collect = false;                         // small enough for the planned collect
-    bool receive = false;                         // small enough for the planned distribute
-    bool totals = false;                          // a child or home fold is a total
+    std::size_t children = 0, children_end = 0;        // schedule links leaving the clique
+    std::size_t child_folds = 0, child_folds_end = 0;  // in child_folds_
+    std::size_t home_folds = 0, home_folds_end = 0;    // in home_folds_
+    Fold out;                                          // onto the separator towards the root
+    Update in;                                         // by the message from the root's side
+    QuotientProductKernel quotient_in = nullptr;       // the message's quotients and `in` at once
+    bool collect = false;                              // small enough for the planned collect
+    bool receive = false;                              // small enough for the planned distribute
+    bool totals = false;                               // a child or home fold is a total
+    /// Where the product of the node tables lies in bases_ (kNoBase: the
+    /// tables are multiplied in at every rebuild), and whether it is made.
+    std::size_t base = kNoBase;
+    bool base_made = false;
   };
 
   static Update update_of(const IndexPlan& plan) noexcept;
   Fold fold_of(const IndexPlan& plan) const noexcept;
   Steps steps_of(const JunctionTree& tree, Clique& clique, std::size_t i);
   void collect(JunctionTree& tree, std::size_t i, double* out, const Parallelism& par);
-  void fold(const Steps& s, const double* large, const Parallelism& par);
-  void receive(JunctionTree& tree, std::size_t i, const Parallelism& par);
+  /// Where the distribute pass's folds start.
+  struct Folds {
+    const FoldTo<DoubleBuffer>* children;
+    const FoldTo<std::vector<double>>* homes;
+  };
+  void fold(const Steps& s, const double* large, std::uint64_t n, const Folds& folds,
+            const Parallelism& par);
+  void fold_totals(const Steps& s, const double* large, const Parallelism& par);
 
   std::vector<Steps> links_;  // per schedule link, its outer clique
   Steps root_;
   std::vector<TableFactor> tables_;
   std::vector<Home> homes_;
   std::vector<Child> children_;  // per schedule link
+  /// The distribute pass's folds other than totals, clique by clique.
+  std::vector<FoldTo<DoubleBuffer>> child_folds_;
+  std::vector<FoldTo<std::vector<double>>> home_folds_;
+  /// Per clique whose tables are all chance or function node tables, their
+  /// product as a rebuild makes it: the same until a table changes, when
+  /// the plan is made again.
+  std::unique_ptr<double[]> bases_;
+  std::size_t bases_size_ = 0;
+  std::size_t bases_room_ = 0;
   const Clique* root_clique_ = nullptr;
   std::size_t links_count_ = 0;
   std::uint64_t table_changes_ = 0;

@@ -242,6 +242,9 @@ struct alignas(64) Worker {
   /// observes it (bytes, not bits: read and written per item).
   std::vector<char> continuous;
   std::vector<char> observed;
+  /// Whether every node can hold evidence (is discrete or continuous), so
+  /// that a stored case can be entered whole.
+  bool cases_enterable = true;
   std::exception_ptr failure;
   /// The worker's processor time, for the closing note.
   double seconds = 0.0;
@@ -293,29 +296,36 @@ bool enter_item(k_node_t item, k_size_t row, k_node_t node, bool continuous) {
 }
 
 /// Enters case `row` of `cases` (the nodes of the domain holding the stored
-/// cases), the file's case `number` (from 0), into the worker's domain,
-/// propagates and appends its lines to `text`, which has `room` characters
-/// of room for them; `log_line` is the last line's middle.
+/// cases: the worker's own domain when `own`), the file's case `number`
+/// (from 0), into the worker's domain, propagates and appends its lines to
+/// `text`, which has `room` characters of room for them; `log_line` is the
+/// last line's middle.
 void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& log_line,
-                  const std::vector<k_node_t>& cases, k_size_t row, k_size_t number,
+                  const std::vector<k_node_t>& cases, bool own, k_size_t row, k_size_t number,
                   const std::vector<Reported>& reported, bool only_unobserved) {
   // Every case is propagated from the node tables with its evidence in the
-  // first pass, as `kelva beliefs` propagates, whatever came before.  The
-  // evidence of the case before is replaced item by item: a node the case
-  // leaves missing is retracted only if the case before observed it, which
-  // costs less than retracting every node.
+  // first pass, as `kelva beliefs` propagates, whatever came before.
   if (k_domain_initialize(w.domain.get()) != 0) throw ApiError(k_error_code());
   // Plain pointers: the vectors are not reread after every call.
-  const k_node_t* const items = cases.data();
   const k_node_t* const nodes = w.nodes.data();
-  const char* const continuous = w.continuous.data();
   char* const observed = w.observed.data();
-  const std::size_t count = cases.size();
-  for (std::size_t i = 0; i < count; ++i) {
-    const bool now = enter_item(items[i], row, nodes[i], continuous[i] != 0);
-    if (!now && observed[i] && k_node_retract_findings(nodes[i]) != 0)
-      throw ApiError(k_error_code());
-    observed[i] = now;
+  if (own) {
+    // One call replaces the evidence of the case before; what the case
+    // observes is asked of the reported nodes alone, below.
+    if (k_domain_enter_case(w.domain.get(), row) != 0) throw ApiError(k_error_code());
+  } else {
+    // The evidence of the case before is replaced item by item: a node the
+    // case leaves missing is retracted only if the case before observed it,
+    // which costs less than retracting every node.
+    const k_node_t* const items = cases.data();
+    const char* const continuous = w.continuous.data();
+    const std::size_t count = cases.size();
+    for (std::size_t i = 0; i < count; ++i) {
+      const bool now = enter_item(items[i], row, nodes[i], continuous[i] != 0);
+      if (!now && observed[i] && k_node_retract_findings(nodes[i]) != 0)
+        throw ApiError(k_error_code());
+      observed[i] = now;
+    }
   }
   char digits[kNumberText] = {};
   char* end = std::to_chars(digits, digits + sizeof digits - 1, number + 1).ptr;
@@ -332,8 +342,12 @@ void predict_case(Worker& w, TextBuffer& text, std::size_t room, const Chunked& 
     return;
   }
   for (const Reported& r : reported) {
-    if (only_unobserved && observed[r.index]) continue;
     const k_node_t node = nodes[r.index];
+    if (only_unobserved) {
+      k_bool_t seen = observed[r.index];
+      if (own && (seen = k_node_evidence_is_entered(node)) < 0) throw ApiError(k_error_code());
+      if (seen != 0) continue;
+    }
     const Chunked* prefix = r.prefixes.data();
     if (r.continuous) {
       p = write_line(p, digits, number_size, prefix[0], checked(k_node_get_mean(node)));
@@ -390,8 +404,12 @@ void run_predict(std::FILE* standard_output, const Options& options) {
       if (options.scaled) checked(k_domain_set_scaled_propagation(w.domain.get(), 1));
       compile_network(w.domain.get(), source_name(options.source), notes);
       w.nodes = nodes_of(w.domain.get());
-      for (k_node_t n : w.nodes)
-        w.continuous.push_back(checked(k_node_get_kind(n)) == K_KIND_CONTINUOUS);
+      for (k_node_t n : w.nodes) {
+        const k_kind_t kind = checked(k_node_get_kind(n));
+        w.continuous.push_back(kind == K_KIND_CONTINUOUS);
+        w.cases_enterable =
+            w.cases_enterable && (kind == K_KIND_DISCRETE || kind == K_KIND_CONTINUOUS);
+      }
       w.observed.assign(w.nodes.size(), false);
       if (!cut) return;
       w.store = open_network(options.source, quiet);
@@ -419,12 +437,17 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   // Where each chunk's cases are: in the workers' copies, or (the file read
   // whole, which also gives any message with its line) in the first copy.
   std::vector<const std::vector<k_node_t>*> sources;
+  // One worker reading a data file whole stores the cases in its own
+  // compiled copy, which enters each case by one call.
+  const bool own =
+      !cut && workers.size() == 1 && !options.data.ends_with(".csv") && workers[0].cases_enterable;
   if (cut && !cut_failed.load()) {
     for (const Worker& w : workers) sources.push_back(&w.store_nodes);
   } else {
-    read_cases(first.get(), options);
-    sources.push_back(&first_nodes);
-    const k_size_t cases = checked(k_domain_get_number_of_cases(first.get()));
+    const k_domain_t store = own ? workers[0].domain.get() : first.get();
+    read_cases(store, options);
+    sources.push_back(own ? &workers[0].nodes : &first_nodes);
+    const k_size_t cases = checked(k_domain_get_number_of_cases(store));
     places.assign((cases + kChunkCases - 1) / kChunkCases, ChunkPlace{});
     for (std::size_t c = 0; c < places.size(); ++c)
       places[c] = {0, c * kChunkCases, std::min<k_size_t>(kChunkCases, cases - c * kChunkCases), 0};
@@ -480,7 +503,7 @@ void run_predict(std::FILE* standard_output, const Options& options) {
         const ChunkPlace& place = places[c];
         slot.text.reserve(room * place.count);  // grown once, with nothing to copy
         for (k_size_t i = 0; i < place.count; ++i)
-          predict_case(w, slot.text, room, log_line, *sources[place.source], place.first + i,
+          predict_case(w, slot.text, room, log_line, *sources[place.source], own, place.first + i,
                        place.number + i, reported, only_unobserved);
         ring.publish(slot.ready, c);
       }
