@@ -238,6 +238,26 @@ template <class Fold, std::uint64_t C, RunStep S, bool Wide>
   if constexpr (S == RunStep::contiguous) {
     if (row_ss == 0) {
       if (tile_ss == 0) return fold_shared_runs<Fold, C>(p, q, tiles * rows, c);
+      if constexpr (Wide && C == 2) {
+        // Runs of two whose tiles' pairs of small entries follow each other:
+        // two tiles share a vector (lanes 0 and 1, then 2 and 3), each pair
+        // still meeting its runs in order.
+        if (tile_ss == 2) {
+          for (; tiles >= 2; tiles -= 2, q += 4, p += 4 * rows) {
+            V4 pairs;
+            load_into(pairs, q);
+            const std::uint64_t next = 2 * rows;
+#pragma GCC unroll 2
+            for (const double* a = p; a != p + next; a += 2) {
+              V2 x, y;
+              std::memcpy(&x, a, sizeof x);
+              std::memcpy(&y, a + next, sizeof y);
+              fold_into<Fold>(pairs, V4(__builtin_shufflevector(x, y, 0, 1, 2, 3)));
+            }
+            std::memcpy(q, &pairs, sizeof pairs);
+          }
+        }
+      }
       for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss, p += rows * n)
         fold_shared_runs<Fold, C>(p, q, rows, c);
       return;
