@@ -238,6 +238,26 @@ template <class Fold, std::uint64_t C, RunStep S, bool Wide>
   if constexpr (S == RunStep::contiguous) {
     if (row_ss == 0) {
       if (tile_ss == 0) return fold_shared_runs<Fold, C>(p, q, tiles * rows, c);
+      if constexpr (Wide && C == 2) {
+        // Runs of two whose tiles' pairs of small entries follow each other:
+        // two tiles share a vector (lanes 0 and 1, then 2 and 3), each pair
+        // still meeting its runs in order.
+        if (tile_ss == 2) {
+          for (; tiles >= 2; tiles -= 2, q += 4, p += 4 * rows) {
+            V4 pairs;
+            load_into(pairs, q);
+            const std::uint64_t next = 2 * rows;
+#pragma GCC unroll 2
+            for (const double* a = p; a != p + next; a += 2) {
+              V2 x, y;
+              std::memcpy(&x, a, sizeof x);
+              std::memcpy(&y, a + next, sizeof y);
+              fold_into<Fold>(pairs, V4(__builtin_shufflevector(x, y, 0, 1, 2, 3)));
+            }
+            std::memcpy(q, &pairs, sizeof pairs);
+          }
+        }
+      }
       for (std::uint64_t t = 0; t < tiles; ++t, q += tile_ss, p += rows * n)
         fold_shared_runs<Fold, C>(p, q, rows, c);
       return;
@@ -343,6 +363,58 @@ FoldTiles fold_tiles_for(std::uint64_t c, RunStep step, bool wide) noexcept {
   return kTables[(wide ? 3 : 0) + static_cast<std::size_t>(step)][c < 16 ? c : 0];
 }
 
+// s[r] := the fold of the identity and of the r-th of `runs` runs of n
+// entries (C when it is not 0) from p: the bits of a cleared entry into
+// which its run is folded, without the clearing.
+template <class Fold, std::uint64_t C, bool Wide>
+[[gnu::always_inline]] inline void store_runs_body(const double* __restrict p, double* __restrict s,
+                                                   std::uint64_t runs, std::uint64_t c) noexcept {
+  const std::uint64_t n = C != 0 ? C : c;
+  std::uint64_t r = 0;
+  if constexpr (Wide && C >= 2) {
+    constexpr double kId = Fold::identity();
+    for (; r + 4 <= runs; r += 4, p += 4 * C) {
+      V4 folded, out = {kId, kId, kId, kId};
+      fold_four_runs<Fold, C>(p, folded);
+      fold_into<Fold>(out, folded);
+      std::memcpy(s + r, &out, sizeof out);
+    }
+  }
+  for (; r < runs; ++r, p += n) s[r] = Fold::fold(Fold::identity(), fold_run<Fold>(p, n));
+}
+
+using StoreRuns = void (*)(const double*, double*, std::uint64_t, std::uint64_t) noexcept;
+
+template <class Fold, std::uint64_t C>
+void store_runs_narrow(const double* p, double* s, std::uint64_t runs, std::uint64_t c) noexcept {
+  store_runs_body<Fold, C, false>(p, s, runs, c);
+}
+
+#ifdef KELVA_WIDE_FOLDS
+template <class Fold, std::uint64_t C>
+[[gnu::target("avx2")]] void store_runs_wide(const double* p, double* s, std::uint64_t runs,
+                                             std::uint64_t c) noexcept {
+  store_runs_body<Fold, C, true>(p, s, runs, c);
+}
+#endif
+
+template <class Fold, bool Wide, std::size_t... C>
+constexpr std::array<StoreRuns, 16> store_table(std::index_sequence<C...>) noexcept {
+#ifdef KELVA_WIDE_FOLDS
+  if constexpr (Wide) return {store_runs_wide < Fold, C < 2 ? 0 : C > ...};
+#endif
+  return {store_runs_narrow < Fold, C < 2 ? 0 : C > ...};
+}
+
+template <class Fold>
+void store_runs(const double* large, double* small, std::uint64_t c, std::uint64_t first,
+                std::uint64_t count) noexcept {
+  using Lengths = std::make_index_sequence<16>;
+  static constexpr std::array<std::array<StoreRuns, 16>, 2> kTables = {
+      store_table<Fold, false>(Lengths{}), store_table<Fold, true>(Lengths{})};
+  kTables[wide_rows() ? 1 : 0][c < 16 ? c : 0](large + first * c, small + first, count, c);
+}
+
 template <class Fold>
 void fold_tiles(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                 std::uint64_t end) noexcept {
@@ -368,6 +440,16 @@ void fold_tiles(const IndexPlan& plan, const double* large, double* small, std::
 }
 
 }  // namespace
+
+void store_runs_sum(const double* large, double* small, std::uint64_t c, std::uint64_t first,
+                    std::uint64_t count) noexcept {
+  store_runs<SumFold>(large, small, c, first, count);
+}
+
+void store_runs_max(const double* large, double* small, std::uint64_t c, std::uint64_t first,
+                    std::uint64_t count) noexcept {
+  store_runs<MaxFold>(large, small, c, first, count);
+}
 
 void fold_tiles_sum(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                     std::uint64_t end) noexcept {

@@ -58,4 +58,13 @@ void fold_tiles_sum(const IndexPlan& plan, const double* large, double* small, s
 void fold_tiles_max(const IndexPlan& plan, const double* large, double* small, std::uint64_t begin,
                     std::uint64_t end) noexcept;
 
+/// small[r] := the fold of the identity and of run r, for the `count` runs
+/// of c entries from run `first` (run r at large + r * c), each by
+/// fold_run: the bits of clearing small[r] and folding its run into it, for
+/// a plan whose small table is the large one without its inner axis.
+void store_runs_sum(const double* large, double* small, std::uint64_t c, std::uint64_t first,
+                    std::uint64_t count) noexcept;
+void store_runs_max(const double* large, double* small, std::uint64_t c, std::uint64_t first,
+                    std::uint64_t count) noexcept;
+
 }  // namespace kelva

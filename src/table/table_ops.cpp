@@ -1020,15 +1020,42 @@ void stream_copy(double* to, const double* from, std::uint64_t n) noexcept {
 void stream_fence() noexcept {}
 #endif
 
+// Whether small entry r takes inner run r alone: the small table is the
+// large one without its inner axis, in the same order (two merged axes).
+bool one_run_per_entry(const IndexPlan& plan) noexcept {
+  const auto axes = plan.axes();
+  return axes.size() == 2 && axes[0].small_stride == 1 && axes[1].small_stride == 0;
+}
+
+// Folds large entries [begin, end), on whole inner runs, into the fold's
+// small table; with `stored`, a fold of one run per entry stores its runs'
+// folds instead (the bits of clearing the entries and folding into them),
+// so that its table need not be cleared first.
+template <class Fold>
+void fold_block(const SweepFold& f, const double* large, std::uint64_t begin, std::uint64_t end,
+                bool stored) {
+  const IndexPlan& plan = *f.plan;
+  if (plan.small_size() <= 1) return;
+  if (stored && one_run_per_entry(plan)) {
+    const std::uint64_t c = plan.inner_count();
+    if constexpr (std::is_same_v<Fold, SumFold>)
+      store_runs_sum(large, f.data, c, begin / c, (end - begin) / c);
+    else store_runs_max(large, f.data, c, begin / c, (end - begin) / c);
+    return;
+  }
+  fold_range<Fold>(plan, large, f.data, begin, end);
+}
+
 // Applies the factors to large entries [begin, end) and folds them into
 // every fold with more than one entry, in blocks that each stay in the
 // first-level cache.  `begin` and `end` lie on whole inner runs of every
 // fold, and so do the blocks (their least common multiple), so each run is
-// folded as a whole walk would fold it.
+// folded as a whole walk would fold it.  With `stored`, folds of one run
+// per entry are stored, not added to (fold_block).
 template <class Fold>
 void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
                   std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                  bool stream) {
+                  bool stream, bool stored = false) {
   constexpr std::uint64_t kBlock = 2048;
   // Small ranges (small cliques) are not worth planning a joint walk for.
   constexpr std::uint64_t kJointLeast = 1024;
@@ -1037,8 +1064,7 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   static_assert(kJointLeast <= kBlock / 2);
   if (end - begin < kJointLeast) {
     apply_factors(large, rebuild, factors, begin, end);
-    for (const SweepFold& f : folds)
-      if (f.plan->small_size() > 1) fold_range<Fold>(*f.plan, large, f.data, begin, end);
+    for (const SweepFold& f : folds) fold_block<Fold>(f, large, begin, end, stored);
     return;
   }
   const std::uint64_t run = folded_run(folds);
@@ -1059,8 +1085,7 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
       at = buffer + reinterpret_cast<std::uintptr_t>(large + a) % 32 / sizeof(double) - a;
     if (jointly) apply_joint(joint, at, rebuild, factors, a, b);
     else apply_factors(at, rebuild, factors, a, b);
-    for (const SweepFold& f : folds)
-      if (f.plan->small_size() > 1) fold_range<Fold>(*f.plan, at, f.data, a, b);
+    for (const SweepFold& f : folds) fold_block<Fold>(f, at, a, b, stored);
     if (streamed) stream_copy(large + a, at + a, b - a);
   }
   if (streamed) stream_fence();
@@ -1069,12 +1094,15 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
 template <class Fold>
 void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
                 std::span<const SweepFold> folds, const Parallelism& par) {
-  // Totals (one entry) are summed in blocks of their own, after the sweep.
-  clear_folds(folds, std::is_same_v<Fold, SumFold> ? Reduce::sum : Reduce::max);
+  // Totals (one entry) are summed in blocks of their own, after the sweep;
+  // folds of one run per entry are stored by the sweep, so not cleared.
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1 && !one_run_per_entry(*f.plan))
+      std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
   // A total reads the table again: it is then kept in the caches.
   const bool stream = std::none_of(folds.begin(), folds.end(),
                                    [](const SweepFold& f) { return f.plan->small_size() == 1; });
-  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n, stream);
+  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n, stream, true);
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
 }
