@@ -103,6 +103,12 @@ err=$("$kelva" predict --example asia "$work/cases.csv" --nodes lung,nosuch 2>&1
 err=$("$kelva" predict --example asia "$work/cases.csv" -o /nonexistent/dir/x.tsv 2>&1) &&
   fail "an unwritable output accepted"
 [[ $err == *"/nonexistent/dir/x.tsv"* ]] || fail "output error names no file: $err"
+# An influence diagram is refused by its utility node's name.
+printf 'net {}\ndecision D { states = ("a" "b"); }\nutility U {}\npotential (U | D) { data = (1 2); }\n' \
+  >"$work/id.net"
+printf 'D\na\n' >"$work/id.csv"
+err=$("$kelva" predict "$work/id.net" "$work/id.csv" 2>&1) && fail "an influence diagram accepted"
+[[ $err == *"node 'U' is a utility node"* ]] || fail "utility node message: $err"
 # A write that fails stops the workers too (no hang) and names the file.
 if [[ -w /dev/full ]]; then
   err=$(timeout 60 "$kelva" predict --example asia "$work/asia.dat" -o /dev/full --threads 2 2>&1) &&

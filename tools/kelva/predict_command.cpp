@@ -383,6 +383,14 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   // file is read whole.
   DomainHandle first = open_network(options.source, progress);
   const std::vector<k_node_t> first_nodes = nodes_of(first.get());
+  // A utility node holds no evidence and has no beliefs: influence
+  // diagrams are refused here, by the node's name, not by the first call
+  // that cannot take it.
+  for (k_node_t n : first_nodes)
+    if (checked(k_node_get_category(n)) == K_CATEGORY_UTILITY)
+      throw UsageError("node '" + std::string(checked(k_node_get_name(n))) +
+                       "' is a utility node: predict scores networks without utilities "
+                       "(influence diagrams: 'kelva decide')");
   const std::vector<Reported> reported = reported_nodes(first_nodes, options);
   // With several workers, a data file is cut into chunks of lines that
   // they read at the same time, each into a copy of its own; one worker
