@@ -41,10 +41,18 @@ std::unique_ptr<CutCases> CutCases::cut(const std::string& name, std::size_t lin
   if (at == size) return nullptr;
   while (at < size) {
     cut->starts_.push_back(at);
+    std::size_t cases = 0;
     for (std::size_t l = 0; l < lines && at < size; ++l) {
       const auto* end = static_cast<const char*>(std::memchr(data + at, '\n', size - at));
-      at = end == nullptr ? size : static_cast<std::size_t>(end - data) + 1;
+      const std::size_t next = end == nullptr ? size : static_cast<std::size_t>(end - data) + 1;
+      // The reader's blanks; a line of blanks and a comment holds no case.
+      while (at < next &&
+             (data[at] == ' ' || (data[at] >= '\t' && data[at] <= '\r' && data[at] != '\n')))
+        ++at;
+      cases += at < next && data[at] != '\n' && data[at] != '%';
+      at = next;
     }
+    cut->cases_.push_back(cases);
   }
   cut->starts_.push_back(size);
   return cut;
@@ -52,9 +60,9 @@ std::unique_ptr<CutCases> CutCases::cut(const std::string& name, std::size_t lin
 
 CutCases::~CutCases() { ::munmap(const_cast<char*>(data_), size_); }
 
-bool CutCases::read(k_domain_t domain, std::size_t c, std::string& text) const {
+bool CutCases::read(k_domain_t domain, std::size_t c, std::size_t end, std::string& text) const {
   text.assign(header_);
-  text.append(data_ + starts_[c], starts_[c + 1] - starts_[c]);
+  text.append(data_ + starts_[c], starts_[end] - starts_[c]);
   int messages = 0;
   return k_domain_parse_cases_string(domain, text.c_str(), count_message, &messages) == 0 &&
          messages == 0;

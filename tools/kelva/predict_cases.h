@@ -25,13 +25,16 @@ class CutCases {
   CutCases& operator=(const CutCases&) = delete;
 
   std::size_t chunks() const noexcept { return starts_.size() - 1; }
+  /// The case lines of chunk `c`: those holding anything but blanks and a
+  /// comment.  read() gives as many cases when the file has one case a line.
+  std::size_t cases(std::size_t c) const noexcept { return cases_[c]; }
 
-  /// Appends the cases of chunk `c` to the stored cases of `domain`, read
-  /// as the whole file would read them (the header, then the chunk's
-  /// lines) with `text` as room.  False when the reader reported anything,
-  /// an error or a warning: the file is then read whole, so that messages
-  /// name its lines.
-  bool read(k_domain_t domain, std::size_t c, std::string& text) const;
+  /// Appends the cases of chunks `c` to `end` (not included) to the stored
+  /// cases of `domain`, read as the whole file would read them (the header,
+  /// then the chunks' lines) with `text` as room.  False when the reader
+  /// reported anything, an error or a warning: the file is then read whole,
+  /// so that messages name its lines.
+  bool read(k_domain_t domain, std::size_t c, std::size_t end, std::string& text) const;
 
  private:
   CutCases(const char* data, std::size_t size) : data_(data), size_(size) {}
@@ -40,6 +43,7 @@ class CutCases {
   std::string_view header_;
   /// Chunk c is the text from starts_[c] to starts_[c + 1].
   std::vector<std::size_t> starts_;
+  std::vector<std::size_t> cases_;
 };
 
 }  // namespace kelva::cli

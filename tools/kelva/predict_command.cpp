@@ -26,6 +26,7 @@
 #include "network_source.h"
 #include "number_text.h"
 #include "predict_cases.h"
+#include "predict_output.h"
 #include "report_writers.h"
 
 namespace kelva::cli {
@@ -34,12 +35,16 @@ namespace {
 /// Cases a worker takes at a time: few enough that the writer finds their
 /// text still in the cache, enough that taking one costs nothing.
 constexpr k_size_t kChunkCases = 64;
+/// Chunks a worker reads from a cut data file at a time: each read of the
+/// file's text costs as much again as a few dozen lines.
+constexpr std::size_t kReadChunks = 4;
 /// Chunks in flight per worker: a worker that runs this far ahead of the
 /// writer waits, so memory does not grow with the file.
 constexpr std::size_t kSlotsPerThread = 8;
 /// A progress note every so many cases.
 constexpr std::uint64_t kNoteCases = 4096;
 static_assert(kNoteCases % kChunkCases == 0);
+static_assert(kSlotsPerThread >= 2 * kReadChunks);
 
 /// Text copied in blocks of kChunk characters, which the compiler makes a
 /// few moves instead of a call per copy: the source holds its size rounded
@@ -234,8 +239,8 @@ std::size_t line_room(const Chunked& middle) noexcept {
 struct alignas(64) Worker {
   DomainHandle domain;
   std::vector<k_node_t> nodes;
-  /// An uncompiled copy holding the cases of the chunks this worker read,
-  /// and its nodes.
+  /// An uncompiled copy holding the cases of the chunk this worker read,
+  /// when they cannot be entered whole, and its nodes.
   DomainHandle store;
   std::vector<k_node_t> store_nodes;
   /// Per node, whether it is continuous; and whether the current case
@@ -250,11 +255,10 @@ struct alignas(64) Worker {
   double seconds = 0.0;
 };
 
-/// Where the cases of a chunk are: which source (a worker's copy, or the
-/// first copy), the first stored case, how many, and the number of cases
-/// before the chunk in the file.
+/// Where the cases of a chunk are: the first stored case (counted from the
+/// first chunk of its read, when a worker reads it), how many, and the
+/// number of cases before the chunk in the file.
 struct ChunkPlace {
-  std::size_t source = 0;
   k_size_t first = 0;
   k_size_t count = 0;
   k_size_t number = 0;
@@ -373,16 +377,16 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   const Progress progress(options.quiet);
   const Progress quiet(true);
   // -o names the output file; it is opened before the long work starts.
-  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(nullptr, &std::fclose);
-  if (!options.output.empty()) {
-    file.reset(std::fopen(options.output.c_str(), "w"));
-    if (!file) throw io_error(options.output, FileUse::write);
-  }
-  std::FILE* out = file ? file.get() : standard_output;
-  // The first copy names the reported nodes, and holds the cases when the
-  // file is read whole.
-  DomainHandle first = open_network(options.source, progress);
-  const std::vector<k_node_t> first_nodes = nodes_of(first.get());
+  // Its blocks go past the page cache when the writer shares the
+  // processors with several workers; with one, the writer's copy into the
+  // cache takes the time of a processor that is idle anyway.
+  const std::unique_ptr<PredictOutput> out =
+      options.output.empty() ? std::make_unique<PredictOutput>(standard_output)
+                             : std::make_unique<PredictOutput>(options.output, options.threads > 1);
+  // The first worker's copy, read here, names the reported nodes.
+  std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
+  workers[0].domain = open_network(options.source, progress);
+  const std::vector<k_node_t> first_nodes = nodes_of(workers[0].domain.get());
   // A utility node holds no evidence and has no beliefs: influence
   // diagrams are refused here, by the node's name, not by the first call
   // that cannot take it.
@@ -392,23 +396,20 @@ void run_predict(std::FILE* standard_output, const Options& options) {
                        "' is a utility node: predict scores networks without utilities "
                        "(influence diagrams: 'kelva decide')");
   const std::vector<Reported> reported = reported_nodes(first_nodes, options);
-  // With several workers, a data file is cut into chunks of lines that
-  // they read at the same time, each into a copy of its own; one worker
-  // reads it whole (which costs less per case), and so is a data set file.
-  const std::unique_ptr<CutCases> cut = options.threads == 1 || options.data.ends_with(".csv")
-                                            ? nullptr
-                                            : CutCases::cut(options.data, kChunkCases);
+  // With several workers, a data file is cut into chunks of lines: the
+  // worker that takes a chunk reads it into its own compiled copy and
+  // enters its cases whole.  One worker reads the file whole (which costs
+  // less per case), and so is a data set file.
+  const bool csv = options.data.ends_with(".csv");
+  const std::unique_ptr<CutCases> cut =
+      options.threads == 1 || csv ? nullptr : CutCases::cut(options.data, kChunkCases);
 
-  // Each worker compiles its copy and reads its share of the chunks (every
-  // T-th) on its own thread.
-  std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
-  std::vector<ChunkPlace> places(cut ? cut->chunks() : 0);
-  std::atomic<bool> cut_failed{false};
+  // Each worker compiles its copy on its own thread.
   auto prepare = [&](std::size_t t) {
     Worker& w = workers[t];
     try {
       const Progress& notes = t == 0 ? progress : quiet;
-      w.domain = open_network(options.source, notes);
+      if (t != 0) w.domain = open_network(options.source, notes);
       if (options.scaled) checked(k_domain_set_scaled_propagation(w.domain.get(), 1));
       compile_network(w.domain.get(), source_name(options.source), notes);
       w.nodes = nodes_of(w.domain.get());
@@ -419,21 +420,14 @@ void run_predict(std::FILE* standard_output, const Options& options) {
             w.cases_enterable && (kind == K_KIND_DISCRETE || kind == K_KIND_CONTINUOUS);
       }
       w.observed.assign(w.nodes.size(), false);
-      if (!cut) return;
-      w.store = open_network(options.source, quiet);
-      w.store_nodes = nodes_of(w.store.get());
-      std::string text;
-      for (std::size_t c = t; c < places.size() && !cut_failed.load(); c += workers.size()) {
-        const k_size_t before = checked(k_domain_get_number_of_cases(w.store.get()));
-        if (!cut->read(w.store.get(), c, text)) {
-          cut_failed.store(true);
-          return;
-        }
-        places[c] = {t, before, checked(k_domain_get_number_of_cases(w.store.get())) - before, 0};
+      if (cut && !w.cases_enterable) {
+        w.store = open_network(options.source, quiet);
+        w.store_nodes = nodes_of(w.store.get());
       }
     } catch (...) {
       w.failure = std::current_exception();
     }
+    if (t != 0) w.seconds = thread_seconds();
   };
   {
     std::vector<std::jthread> threads;
@@ -442,28 +436,43 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   }
   for (Worker& w : workers)
     if (w.failure) std::rethrow_exception(w.failure);
-  // Where each chunk's cases are: in the workers' copies, or (the file read
-  // whole, which also gives any message with its line) in the first copy.
-  std::vector<const std::vector<k_node_t>*> sources;
-  // One worker reading a data file whole stores the cases in its own
-  // compiled copy, which enters each case by one call.
-  const bool own =
-      !cut && workers.size() == 1 && !options.data.ends_with(".csv") && workers[0].cases_enterable;
-  if (cut && !cut_failed.load()) {
-    for (const Worker& w : workers) sources.push_back(&w.store_nodes);
-  } else {
-    const k_domain_t store = own ? workers[0].domain.get() : first.get();
-    read_cases(store, options);
-    sources.push_back(own ? &workers[0].nodes : &first_nodes);
-    const k_size_t cases = checked(k_domain_get_number_of_cases(store));
-    places.assign((cases + kChunkCases - 1) / kChunkCases, ChunkPlace{});
-    for (std::size_t c = 0; c < places.size(); ++c)
-      places[c] = {0, c * kChunkCases, std::min<k_size_t>(kChunkCases, cases - c * kChunkCases), 0};
-  }
+
+  // The chunks: those of the cut, or chunks of the cases of the file read
+  // whole, into the one worker's copy (a case entered by one call) or into
+  // an uncompiled copy, whose cases are entered item by item.
+  const bool own_whole = !cut && workers.size() == 1 && !csv && workers[0].cases_enterable;
+  DomainHandle items;
+  std::vector<k_node_t> items_nodes;
+  k_domain_t whole = nullptr;
+  const std::vector<k_node_t>* whole_nodes = nullptr;
+  std::vector<ChunkPlace> places;
   k_size_t count = 0;
-  for (ChunkPlace& place : places) {
-    place.number = count;
-    count += place.count;
+  auto read_whole = [&] {
+    if (!own_whole) {
+      items = open_network(options.source, quiet);
+      items_nodes = nodes_of(items.get());
+    }
+    whole = own_whole ? workers[0].domain.get() : items.get();
+    whole_nodes = own_whole ? &workers[0].nodes : &items_nodes;
+    read_cases(whole, options);
+    count = checked(k_domain_get_number_of_cases(whole));
+  };
+  auto whole_places = [&](k_size_t from) {
+    places.clear();
+    for (k_size_t at = from; at < count; at += kChunkCases)
+      places.push_back({at, std::min<k_size_t>(kChunkCases, count - at), at});
+  };
+  if (cut) {
+    // A chunk's first case among those of its read.
+    k_size_t read_first = 0;
+    for (std::size_t c = 0; c < cut->chunks(); ++c) {
+      if (c % kReadChunks == 0) read_first = count;
+      places.push_back({count - read_first, cut->cases(c), count});
+      count += cut->cases(c);
+    }
+  } else {
+    read_whole();
+    whole_places(0);
   }
   const bool only_unobserved = options.map_nodes.empty();
   // The most text one case writes.
@@ -472,77 +481,128 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   for (const Reported& r : reported)
     for (const Chunked& prefix : r.prefixes) room += line_room(prefix);
 
-  // The workers take chunks in turn; the writer thread writes them in case
-  // order as each is done, so that writing overlaps the propagations and
-  // reads text still in the cache.
-  const std::uint64_t chunks = places.size();
-  ChunkRing ring(kSlotsPerThread * workers.size());
-  std::atomic<std::uint64_t> next_chunk{0};
-  std::exception_ptr write_failure;
+  // The workers take the chunks in turn; the writer thread writes them in
+  // case order as each is done, so that writing overlaps the propagations
+  // and reads text still in the cache.  A chunk that read alone gives a
+  // message, or other cases than its lines, stops every thread.  Returns
+  // the chunks written.
+  std::atomic<bool> chunk_failed{false};
   double write_seconds = 0.0;
-  auto write_chunks = [&] {
-    try {
-      for (std::uint64_t c = 0; c < chunks; ++c) {
-        Slot& slot = ring.slot(c);
-        if (!ring.wait(slot.ready, c)) return;
-        const TextBuffer& text = slot.text;
-        if (std::fwrite(text.data(), 1, text.size(), out) != text.size())
-          throw options.output.empty() ? ApiError(K_ERROR_IO, "cannot write the output")
-                                       : io_error(options.output, FileUse::write);
-        ring.publish(slot.free_for, c + ring.size());
-        const std::uint64_t done = places[c].number + places[c].count;
-        if (done / kNoteCases != places[c].number / kNoteCases || done == count)
-          progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(done),
-                        static_cast<unsigned long long>(count));
+  auto run = [&](bool chunked) {
+    const std::uint64_t chunks = places.size();
+    ChunkRing ring(kSlotsPerThread * workers.size());
+    std::atomic<std::uint64_t> next_chunk{0};
+    std::size_t written = 0;
+    std::exception_ptr write_failure;
+    auto write_chunks = [&] {
+      try {
+        for (std::uint64_t c = 0; c < chunks; ++c) {
+          Slot& slot = ring.slot(c);
+          if (!ring.wait(slot.ready, c)) break;
+          out->write(slot.text.data(), slot.text.size());
+          written = c + 1;
+          ring.publish(slot.free_for, c + ring.size());
+          const std::uint64_t done = places[c].number + places[c].count;
+          if (done / kNoteCases != places[c].number / kNoteCases || done == count)
+            progress.note("predicted %llu of %llu cases", static_cast<unsigned long long>(done),
+                          static_cast<unsigned long long>(count));
+        }
+      } catch (...) {
+        write_failure = std::current_exception();
+        ring.abort();
       }
-    } catch (...) {
-      write_failure = std::current_exception();
-      ring.abort();
-    }
-    write_seconds = thread_seconds();
-  };
-  auto work = [&](std::size_t t) {
-    Worker& w = workers[t];
-    try {
-      for (std::uint64_t c = next_chunk.fetch_add(1); c < chunks; c = next_chunk.fetch_add(1)) {
+      write_seconds += thread_seconds();
+    };
+    auto work = [&](std::size_t t) {
+      Worker& w = workers[t];
+      // Where this worker finds the cases, and whether they are entered
+      // whole.
+      const bool enter_whole = chunked ? w.cases_enterable : own_whole;
+      const k_domain_t store = !chunked ? whole : w.store ? w.store.get() : w.domain.get();
+      const std::vector<k_node_t>& cases = !chunked  ? *whole_nodes
+                                           : w.store ? w.store_nodes
+                                                     : w.nodes;
+      std::string text;
+      // A worker takes kReadChunks chunks at a time from a cut file, one
+      // from a file read whole.
+      const std::uint64_t take = chunked ? kReadChunks : 1;
+      // Predicts chunk c; false once the ring is aborted.
+      auto predict_chunk = [&](std::uint64_t c) {
         Slot& slot = ring.slot(c);
-        if (!ring.wait(slot.free_for, c)) return;
+        if (!ring.wait(slot.free_for, c)) return false;
         slot.text.clear();
         const ChunkPlace& place = places[c];
         slot.text.reserve(room * place.count);  // grown once, with nothing to copy
         for (k_size_t i = 0; i < place.count; ++i)
-          predict_case(w, slot.text, room, log_line, *sources[place.source], own, place.first + i,
+          predict_case(w, slot.text, room, log_line, cases, enter_whole, place.first + i,
                        place.number + i, reported, only_unobserved);
         ring.publish(slot.ready, c);
+        return true;
+      };
+      try {
+        for (std::uint64_t from = next_chunk.fetch_add(take); from < chunks;
+             from = next_chunk.fetch_add(take)) {
+          const std::uint64_t end = std::min(from + take, chunks);
+          if (chunked) {
+            // The chunks' cases replace those of the last take.
+            const k_size_t wanted =
+                places[end - 1].number + places[end - 1].count - places[from].number;
+            if (k_domain_set_number_of_cases(store, 0) != 0) throw ApiError(k_error_code());
+            if (wanted > 0 && (!cut->read(store, from, end, text) ||
+                               checked(k_domain_get_number_of_cases(store)) != wanted)) {
+              chunk_failed.store(true);
+              ring.abort();
+              break;
+            }
+          }
+          std::uint64_t c = from;
+          while (c < end && predict_chunk(c)) ++c;
+          if (c < end) break;
+        }
+      } catch (...) {
+        w.failure = std::current_exception();
+        ring.abort();
       }
-    } catch (...) {
-      w.failure = std::current_exception();
-      ring.abort();
+      // The main thread's time is counted from the start.
+      w.seconds = t == 0 ? thread_seconds() : w.seconds + thread_seconds();
+    };
+    {
+      std::vector<std::jthread> threads;
+      try {
+        threads.emplace_back(write_chunks);
+        for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(work, t);
+      } catch (...) {
+        ring.abort();  // the threads started stop before they are joined
+        throw;
+      }
+      work(0);
     }
-    w.seconds = thread_seconds();
+    for (Worker& w : workers)
+      if (w.failure) std::rethrow_exception(w.failure);
+    if (write_failure) std::rethrow_exception(write_failure);
+    return written;
   };
-  {
-    std::vector<std::jthread> threads;
-    try {
-      threads.emplace_back(write_chunks);
-      for (std::size_t t = 1; t < workers.size(); ++t) threads.emplace_back(work, t);
-    } catch (...) {
-      ring.abort();  // the threads started stop before they are joined
-      throw;
+  const std::size_t written = run(cut != nullptr);
+  if (chunk_failed.load()) {
+    // The file read whole gives its messages with its lines: an error is
+    // thrown here, after the chunks before it were written.  Otherwise the
+    // cases after those written are predicted item by item.
+    const k_size_t done = written == 0 ? 0 : places[written - 1].number + places[written - 1].count;
+    read_whole();
+    for (Worker& w : workers) {
+      if (k_domain_retract_findings(w.domain.get()) != 0) throw ApiError(k_error_code());
+      w.observed.assign(w.nodes.size(), false);
     }
-    work(0);
+    whole_places(done);
+    run(false);
   }
-  for (Worker& w : workers)
-    if (w.failure) std::rethrow_exception(w.failure);
-  if (write_failure) std::rethrow_exception(write_failure);
   // Where the processor time went (each worker's includes its compilation
-  // and its share of the reading).
+  // and the reading of its chunks).
   std::string times;
   for (std::size_t t = 0; t < workers.size(); ++t)
     times += "worker " + std::to_string(t + 1) + " " + seconds_text(workers[t].seconds) + ", ";
   progress.note("processor time: %swriter %s", times.c_str(), seconds_text(write_seconds).c_str());
-  if (file && (std::ferror(out) != 0 || std::fclose(file.release()) != 0))
-    throw io_error(options.output, FileUse::write);
+  out->finish();
 }
 
 }  // namespace kelva::cli
