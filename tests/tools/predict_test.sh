@@ -60,6 +60,16 @@ if [[ -n $shared && -f $shared/nets/alarm.net ]]; then
   cmp -s "$work/alarm1.tsv" "$work/alarm2.tsv" || fail "alarm: two threads write other bytes"
   "$kelva" predict "$alarm" "$work/alarm.dat" -o "$work/alarm3.tsv" --threads 3 --quiet
   cmp -s "$work/alarm1.tsv" "$work/alarm3.tsv" || fail "alarm: three threads write other bytes"
+  # Files that take no blocks past the page cache: a pipe, and tmpfs where
+  # the system refuses them.
+  "$kelva" predict "$alarm" "$work/alarm.dat" -o /dev/stdout --threads 2 --quiet |
+    cmp -s "$work/alarm1.tsv" - || fail "alarm: two threads into a pipe write other bytes"
+  if [[ -d /dev/shm && -w /dev/shm ]]; then
+    shm=$(mktemp /dev/shm/predict.XXXXXX)
+    "$kelva" predict "$alarm" "$work/alarm.dat" -o "$shm" --threads 2 --quiet
+    cmp -s "$work/alarm1.tsv" "$shm" || fail "alarm: two threads into tmpfs write other bytes"
+    rm -f "$shm"
+  fi
   for k in 1 299 300 600; do
     same_as_beliefs "$work/alarm.dat" "$work/alarm2.tsv" "$k" "$alarm"
   done
@@ -77,6 +87,14 @@ if [[ -n $shared && -f $shared/nets/alarm.net ]]; then
   err=$("$kelva" predict "$alarm" "$work/bad.dat" -o "$work/bad.tsv" --threads 2 2>&1) &&
     fail "alarm: a bad item accepted"
   [[ $err == *"bad.dat:501:"* ]] || fail "alarm: a bad item's line: $err"
+  # A bad line amid the file stops two threads with one thread's message,
+  # after the cases before it were written.
+  sed '300s/^[^ ]*/#9/' "$work/alarm.dat" >"$work/bad.dat"
+  want=$("$kelva" predict "$alarm" "$work/bad.dat" -o "$work/bad.tsv" 2>&1) &&
+    fail "alarm: a bad item amid the file accepted"
+  err=$("$kelva" predict "$alarm" "$work/bad.dat" -o "$work/bad.tsv" --threads 2 2>&1) &&
+    fail "alarm: a bad item amid the file accepted by two threads"
+  [[ $err == "$want" && $err == *"bad.dat:300:"* ]] || fail "alarm: a bad item amid the file: $err"
 fi
 
 # Other networks: read whole (one thread) or in chunks (two), the same
