@@ -37,10 +37,10 @@ namespace {
 constexpr k_size_t kChunkCases = 64;
 /// Chunks a worker reads from a cut data file at a time: each read of the
 /// file's text costs as much again as a few dozen lines.
-constexpr std::size_t kReadChunks = 4;
+constexpr std::size_t kReadChunks = 8;
 /// Chunks in flight per worker: a worker that runs this far ahead of the
 /// writer waits, so memory does not grow with the file.
-constexpr std::size_t kSlotsPerThread = 8;
+constexpr std::size_t kSlotsPerThread = 16;
 /// A progress note every so many cases.
 constexpr std::uint64_t kNoteCases = 4096;
 static_assert(kNoteCases % kChunkCases == 0);
