@@ -239,7 +239,7 @@ std::size_t line_room(const Chunked& middle) noexcept {
 struct alignas(64) Worker {
   DomainHandle domain;
   std::vector<k_node_t> nodes;
-  /// An uncompiled copy holding the cases of the chunk this worker read,
+  /// An uncompiled copy holding the cases of the chunks this worker read,
   /// when they cannot be entered whole, and its nodes.
   DomainHandle store;
   std::vector<k_node_t> store_nodes;
@@ -483,8 +483,8 @@ void run_predict(std::FILE* standard_output, const Options& options) {
 
   // The workers take the chunks in turn; the writer thread writes them in
   // case order as each is done, so that writing overlaps the propagations
-  // and reads text still in the cache.  A chunk that read alone gives a
-  // message, or other cases than its lines, stops every thread.  Returns
+  // and reads text still in the cache.  A read of chunks that gives a
+  // message, or other cases than their lines, stops every thread.  Returns
   // the chunks written.
   std::atomic<bool> chunk_failed{false};
   double write_seconds = 0.0;
