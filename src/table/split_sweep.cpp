@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/worker_pool.h"
+#include "table/fold_walk.h"
 #include "table/sweep.h"
 
 namespace kelva {
@@ -211,6 +212,37 @@ void run_parts(std::uint64_t parts, std::uint64_t threads, Body& body) {
   platform::WorkerPool::shared().run(parts, std::min(threads, parts), task);
 }
 
+// Sets the folds with more than one entry to the identity of the fold, in
+// parts of at least this many entries taken by the threads: munin1's
+// 78.4 M-entry distribute folds onto 12.4 M separator entries, which one
+// thread took 8 to 15 ms to clear while the other waited.
+constexpr std::uint64_t kClearedPart = std::uint64_t{1} << 17;
+
+void clear_shared(std::span<const SweepFold> folds, Reduce how, std::uint64_t threads) {
+  std::uint64_t total = 0;
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1) total += f.plan->small_size();
+  const std::uint64_t parts = std::min<std::uint64_t>(total / kClearedPart, 64);
+  if (parts < 2) {
+    clear_folds(folds, how);
+    return;
+  }
+  const double identity = how == Reduce::sum ? SumFold::identity() : MaxFold::identity();
+  // Part j clears entries [lo, hi) of the folds' entries laid end to end.
+  auto part = [&](std::uint64_t j) {
+    const std::uint64_t lo = part_start(total, parts, j), hi = part_start(total, parts, j + 1);
+    std::uint64_t at = 0;
+    for (const SweepFold& f : folds) {
+      const std::uint64_t n = f.plan->small_size();
+      if (n <= 1) continue;
+      const std::uint64_t from = std::max(lo, at), to = std::min(hi, at + n);
+      if (from < to) std::fill(f.data + (from - at), f.data + (to - at), identity);
+      at += n;
+    }
+  };
+  run_parts(parts, threads, part);
+}
+
 }  // namespace
 
 void split_sweep(double* large, std::uint64_t size, bool rebuild,
@@ -228,7 +260,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
       std::partition(rest, end, [](const SweepFold& f) { return f.plan->small_size() > 1; });
   const std::span<const SweepFold> covered(first, rest);
   const std::span<const SweepFold> others(rest, totals);
-  clear_folds(std::span<const SweepFold>(first, totals), how);
+  clear_shared(std::span<const SweepFold>(first, totals), how, parallelism.threads);
 
   const std::uint64_t span = cut.stride * cut.count;
   const bool in_order =
