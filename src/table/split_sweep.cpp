@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/worker_pool.h"
+#include "table/fold_walk.h"
 #include "table/sweep.h"
 
 namespace kelva {
@@ -177,20 +178,69 @@ constexpr std::uint64_t kMostOuterTurns = 8;
 // Most pieces of a cut dealt as (group of outer values, range of values).
 constexpr std::uint64_t kMaxGroupedPieces = 64;
 
-// Groups of outer values for a cut whose pieces would each span every
-// outer value: enough for 16 pieces or more per cut (at most
-// kMaxGroupedPieces), each of at least InOrder::kPieceEntries entries.
-std::uint64_t outer_groups(const Cut& cut) noexcept {
-  const std::uint64_t piece = cut.stride * cut.count / cut.pieces;  // under one outer value
-  const std::uint64_t wanted = (16 + cut.pieces - 1) / cut.pieces;
-  return std::max<std::uint64_t>(1, std::min({cut.outer, wanted, kMaxGroupedPieces / cut.pieces,
-                                              cut.outer * piece / InOrder::kPieceEntries}));
+// How a cut's values and outer values are dealt into pieces: ranges of
+// `values` parts of the cut's values, each under `groups` groups of
+// consecutive outer values.
+struct Deal {
+  std::uint64_t values = 1;
+  std::uint64_t groups = 1;
+};
+
+// Pieces of about InOrder::kPieceEntries entries, at most
+// kMaxGroupedPieces and at least the cut's (and 16 where outer values are
+// grouped): threads claim them from a counter, so a thread that joins late
+// or runs slower than the other (the two cores of a shared machine do)
+// leaves the other one small piece to wait for at the end, not an eighth
+// of the sweep.  The cut's values are dealt finer only where the outer
+// values are too few to group (each range of them costs a walk start under
+// every outer value); groups add pieces at no extra walk start.
+Deal deal(const Cut& cut, std::uint64_t size) noexcept {
+  const std::uint64_t fine = std::min(size / InOrder::kPieceEntries, kMaxGroupedPieces);
+  Deal d;
+  d.values = std::min(cut.count, std::max(cut.pieces, (fine + cut.outer - 1) / cut.outer));
+  const std::uint64_t piece = cut.stride * cut.count / d.values;  // under one outer value
+  const std::uint64_t wanted = std::max<std::uint64_t>(fine, 16);
+  d.groups = std::max<std::uint64_t>(
+      1, std::min({cut.outer, (wanted + d.values - 1) / d.values, kMaxGroupedPieces / d.values,
+                   cut.outer * piece / InOrder::kPieceEntries}));
+  return d;
 }
 
 template <class Body>
 void run_parts(std::uint64_t parts, std::uint64_t threads, Body& body) {
   auto task = [&body](std::size_t j) noexcept { body(j); };
   platform::WorkerPool::shared().run(parts, std::min(threads, parts), task);
+}
+
+// Sets the folds with more than one entry to the identity of the fold, in
+// parts of at least this many entries taken by the threads: munin1's
+// 78.4 M-entry distribute folds onto 12.4 M separator entries, which one
+// thread took 8 to 15 ms to clear while the other waited.
+constexpr std::uint64_t kClearedPart = std::uint64_t{1} << 17;
+
+void clear_shared(std::span<const SweepFold> folds, Reduce how, std::uint64_t threads) {
+  std::uint64_t total = 0;
+  for (const SweepFold& f : folds)
+    if (f.plan->small_size() > 1) total += f.plan->small_size();
+  const std::uint64_t parts = std::min<std::uint64_t>(total / kClearedPart, 64);
+  if (parts < 2) {
+    clear_folds(folds, how);
+    return;
+  }
+  const double identity = how == Reduce::sum ? SumFold::identity() : MaxFold::identity();
+  // Part j clears entries [lo, hi) of the folds' entries laid end to end.
+  auto part = [&](std::uint64_t j) {
+    const std::uint64_t lo = part_start(total, parts, j), hi = part_start(total, parts, j + 1);
+    std::uint64_t at = 0;
+    for (const SweepFold& f : folds) {
+      const std::uint64_t n = f.plan->small_size();
+      if (n <= 1) continue;
+      const std::uint64_t from = std::max(lo, at), to = std::min(hi, at + n);
+      if (from < to) std::fill(f.data + (from - at), f.data + (to - at), identity);
+      at += n;
+    }
+  };
+  run_parts(parts, threads, part);
 }
 
 }  // namespace
@@ -210,7 +260,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
       std::partition(rest, end, [](const SweepFold& f) { return f.plan->small_size() > 1; });
   const std::span<const SweepFold> covered(first, rest);
   const std::span<const SweepFold> others(rest, totals);
-  clear_folds(std::span<const SweepFold>(first, totals), how);
+  clear_shared(std::span<const SweepFold>(first, totals), how, parallelism.threads);
 
   const std::uint64_t span = cut.stride * cut.count;
   const bool in_order =
@@ -254,7 +304,8 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
     // values under one group before those under the next: a piece starts
     // once the piece of its range in the group before is finished (claimed
     // earlier, so the wait is short and rare).
-    const std::uint64_t groups = outer_groups(cut);
+    const Deal d = deal(cut, size);
+    const std::uint64_t groups = d.groups, values = d.values;
     const bool in_turn = groups > 1 && std::any_of(first, rest, [&](const SweepFold& f) {
                            return !covers(*f.plan, span, size);
                          });
@@ -263,17 +314,17 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
     // finished table again.
     const bool stream = others.empty() && totals == end;
     auto sweep_part = [&](std::uint64_t k) {
-      const std::uint64_t g = k / cut.pieces, j = k % cut.pieces;
-      const std::uint64_t lo = part_start(cut.count, cut.pieces, j) * cut.stride;
-      const std::uint64_t hi = part_start(cut.count, cut.pieces, j + 1) * cut.stride;
+      const std::uint64_t g = k / values, j = k % values;
+      const std::uint64_t lo = part_start(cut.count, values, j) * cut.stride;
+      const std::uint64_t hi = part_start(cut.count, values, j + 1) * cut.stride;
       if (in_turn && g > 0)
-        while (!done[k - cut.pieces].load(std::memory_order_acquire)) platform::relax();
+        while (!done[k - values].load(std::memory_order_acquire)) platform::relax();
       const std::uint64_t stop = part_start(cut.outer, groups, g + 1) * span;
       for (std::uint64_t base = part_start(cut.outer, groups, g) * span; base < stop; base += span)
         sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how, stream);
       if (in_turn) done[k].store(true, std::memory_order_release);
     };
-    run_parts(groups * cut.pieces, parallelism.threads, sweep_part);
+    run_parts(groups * values, parallelism.threads, sweep_part);
     // The other folds, each whole on one thread over the finished table
     // (several in one pass); a single one is split along its own axes.
     if (others.size() == 1) {

@@ -92,30 +92,35 @@ TEST(SplitSweep, MissedFoldsFollowThePiecesInIndexOrder) {
   }
 }
 
-// A cut of six values under six outer values is dealt as pieces of a
-// group of outer values each; the fold that lacks the outer axis still gets
-// one group's values before the next group's when a thread falls behind.
+// A cut's values under few outer values are dealt as pieces of a group of
+// outer values each (and of finer ranges than the cut's); the fold that
+// lacks the outer axis still gets one group's values before the next
+// group's when a thread falls behind.
 TEST(SplitSweep, GroupedPiecesFollowTheOuterValuesInOrder) {
-  const std::vector<std::size_t> counts{6, 6, 16, 16, 16, 16}, digit{1}, outer{0, 1},
-      rest{2, 3, 4, 5};
-  const IndexPlan inner(counts, digit), both(counts, outer), factor(counts, rest);
-  std::mt19937 rng(11);
-  std::vector<double> by(factor.small_size());
-  for (double& x : by) x = 0.5 + static_cast<double>(rng() % 1000) * 1e-3;
-  const SweepFactor factors[] = {{&factor, by.data()}};
-  const std::uint64_t n = inner.large_size();
-  std::vector<double> start(n);
-  for (double& x : start) x = static_cast<double>(rng() % 100000) * 1e-5;
-  std::vector<double> expected;
-  for (int run = 0; run < 25; ++run) {
-    const std::uint64_t threads = run == 0 ? 1 : 2;
-    std::vector<double> large = start, a(inner.small_size()), b(both.small_size());
-    SweepFold folds[] = {{&inner, a.data()}, {&both, b.data()}};
-    sweep(large.data(), n, false, factors, folds, Reduce::sum, Parallelism{threads, 1});
-    large.insert(large.end(), a.begin(), a.end());
-    large.insert(large.end(), b.begin(), b.end());
-    if (threads == 1) expected = large;
-    else ASSERT_EQ(large, expected) << "run " << run;
+  // Six values under six outer values; then 48 under two, dealt finer than
+  // the cut's eight ranges so that each piece holds about 131,072 entries.
+  for (const std::vector<std::size_t>& counts :
+       {std::vector<std::size_t>{6, 6, 16, 16, 16, 16}, {2, 48, 8, 16, 16, 16}}) {
+    const std::vector<std::size_t> digit{1}, outer{0, 1}, rest{2, 3, 4, 5};
+    const IndexPlan inner(counts, digit), both(counts, outer), factor(counts, rest);
+    std::mt19937 rng(11);
+    std::vector<double> by(factor.small_size());
+    for (double& x : by) x = 0.5 + static_cast<double>(rng() % 1000) * 1e-3;
+    const SweepFactor factors[] = {{&factor, by.data()}};
+    const std::uint64_t n = inner.large_size();
+    std::vector<double> start(n);
+    for (double& x : start) x = static_cast<double>(rng() % 100000) * 1e-5;
+    std::vector<double> expected;
+    for (int run = 0; run < 25; ++run) {
+      const std::uint64_t threads = run == 0 ? 1 : 2;
+      std::vector<double> large = start, a(inner.small_size()), b(both.small_size());
+      SweepFold folds[] = {{&inner, a.data()}, {&both, b.data()}};
+      sweep(large.data(), n, false, factors, folds, Reduce::sum, Parallelism{threads, 1});
+      large.insert(large.end(), a.begin(), a.end());
+      large.insert(large.end(), b.begin(), b.end());
+      if (threads == 1) expected = large;
+      else ASSERT_EQ(large, expected) << counts[1] << " values, run " << run;
+    }
   }
 }
 
