@@ -74,20 +74,35 @@ bool scale(std::uint64_t m, int e2, int x10, Scaled& s) noexcept {
   return true;
 }
 
-/// Whether scale_short() applies: fewer than 64 bits are cut off (numbers
-/// from about 1e-11 to 1e15, beliefs among them).
+/// The largest power of five below 2^64.
+constexpr int kMaxShortPower = 27;
+
+/// 5^p for p in [0, kMaxShortPower], one word each.
+struct ShortPowers {
+  std::uint64_t of_five[kMaxShortPower + 1];
+  constexpr ShortPowers() : of_five() {
+    for (int p = 0; p <= kMaxShortPower; ++p)
+      of_five[p] = static_cast<std::uint64_t>(power_of_five(p));
+  }
+};
+constexpr ShortPowers kShortPowers;
+
+/// Whether scale_short() applies: the power of five fits a word and fewer
+/// than 64 bits are cut off (numbers from about 1e-11 to 1e15, beliefs
+/// among them).
 constexpr bool short_cut(int e2, int x10) noexcept {
   const int p = 16 - x10;
   const int cut = -(e2 + p);
-  return p >= 0 && p <= kMaxPower && cut > 0 && cut < 64;
+  return p >= 0 && p <= kMaxShortPower && cut > 0 && cut < 64;
 }
 
-/// scale() where short_cut() holds: the 128-bit shifts become 64-bit ones.
+/// scale() where short_cut() holds: one 64-bit product, and 64-bit shifts
+/// instead of 128-bit ones.
 [[gnu::always_inline]] inline bool scale_short(std::uint64_t m, int e2, int x10,
                                                Scaled& s) noexcept {
   const int p = 16 - x10;
   const int cut = -(e2 + p);
-  const Wide n = static_cast<Wide>(m) * kPowers.of_five[p];
+  const Wide n = static_cast<Wide>(m) * kShortPowers.of_five[p];
   const auto high = static_cast<std::uint64_t>(n >> 64);
   const auto low = static_cast<std::uint64_t>(n);
   if ((high >> cut) != 0) return false;  // 2^64 and above: more than 18 digits
@@ -253,7 +268,7 @@ char* write_g17(char* out, double x) noexcept {
     return out + 1;
   }
   // Zeros, subnormals, infinities and NaN: the library's way.
-  if (biased == 0 || biased == 0x7ff) return slow(out, x);
+  if (static_cast<unsigned>(biased - 1) >= 0x7fe) return slow(out, x);
   const std::uint64_t m = (bits & ((1ULL << 52) - 1)) | (1ULL << 52);
   const int e2 = biased - 1075;
   // floor(log10(2) * (e2 + 52)): the decimal exponent or one less.
