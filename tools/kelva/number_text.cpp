@@ -138,8 +138,10 @@ struct Pairs {
 constexpr Pairs kPairs;
 
 /// Three digits per step from a table of 000..999, four bytes an entry so
-/// that one load and one store move them (the fourth byte is written over
-/// by what follows, or lies in the room past the digits).
+/// that one load and one store move them.  The fourth byte, written over
+/// by what follows or lying in the room past the digits, counts the digits
+/// up to the last that is not a zero (0 for 000), so that the last triple
+/// tells where most numbers end.
 struct Triples {
   char text[4000];
   constexpr Triples() : text() {
@@ -147,6 +149,7 @@ struct Triples {
       text[4 * i] = static_cast<char>('0' + i / 100);
       text[4 * i + 1] = static_cast<char>('0' + i / 10 % 10);
       text[4 * i + 2] = static_cast<char>('0' + i % 10);
+      text[4 * i + 3] = static_cast<char>(i % 10 != 0 ? 3 : i % 100 != 0 ? 2 : i != 0 ? 1 : 0);
     }
   }
 };
@@ -162,12 +165,16 @@ constexpr std::uint64_t reciprocal(std::uint64_t d) {
 /// than 10^9 units), and each product by 1000 moves the next three digits
 /// into the high word.  The excess stays far below one unit of the last
 /// digit, so none is off.
-[[gnu::always_inline]] inline void write_six(char* p, std::uint64_t f) noexcept {
+/// Returns the table index of the second triple.
+[[gnu::always_inline]] inline std::size_t write_six(char* p, std::uint64_t f) noexcept {
+  std::size_t index = 0;
   for (int i = 0; i < 2; ++i) {
     const Wide t = static_cast<Wide>(f) * 1000;
-    std::memcpy(p + 3 * i, kTriples.text + 4 * static_cast<std::size_t>(t >> 64), 4);
+    index = static_cast<std::size_t>(t >> 64);
+    std::memcpy(p + 3 * i, kTriples.text + 4 * index, 4);
     f = static_cast<std::uint64_t>(t);
   }
+  return index;
 }
 
 /// The 17 digits of `q` (< 10^17), leading zeros included, at `digits`
@@ -185,8 +192,10 @@ constexpr std::uint64_t reciprocal(std::uint64_t d) {
   // low * 2^64 / 10^6: the first triple above, six digits below.
   const Wide l = static_cast<Wide>(low) * reciprocal(1'000'000);
   std::memcpy(digits + 8, kTriples.text + 4 * static_cast<std::size_t>(l >> 64), 4);
-  write_six(digits + 11, static_cast<std::uint64_t>(l));
-  int used = 17;
+  const std::size_t last = write_six(digits + 11, static_cast<std::uint64_t>(l));
+  const int kept = kTriples.text[4 * last + 3];
+  if (kept != 0) return 14 + kept;
+  int used = 14;
   while (used > 1 && digits[used - 1] == '0') --used;
   return used;
 }
