@@ -468,8 +468,10 @@ K<TAB>log_normalization_constant<TAB>LOG-P(E); numbers with "%.17g", so each
 line is the line of kelva beliefs --format tsv for that evidence, with K in
 front.  A case that is impossible (or whose P(e) is below the smallest
 double) gets only its log P(e), -inf.  With --threads T, T copies of the
-compiled network share the cases; the output is the same.  A network
-with utility nodes is refused (influence diagrams: kelva decide).
+compiled network share the cases; the output is the same.  A bad line
+in DATA stops predict with the reader's message; with T above 1 the lines
+of the cases before it may already be in OUT.  A network with utility
+nodes is refused (influence diagrams: kelva decide).
 )TXT",
      "kelva predict --example asia asia.dat --nodes lung,bronc --threads 2"},
     {Command::filter, "filter",
