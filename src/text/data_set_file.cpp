@@ -17,6 +17,11 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "dataset/data_set.h"
 #include "network/error.h"
@@ -104,6 +109,111 @@ class FieldReader {
     return true;
   }
 
+  // Reads the rows after the header into `rows`, each of `columns` cells
+  // (fewer given are missing), until the end of input.  The usual field
+  // (unquoted, starting with no white space, ending at the separator or
+  // the newline, no NUL) is taken in a loop that keeps the input and the
+  // row in locals and finds field ends from a mask of the stop characters
+  // of 16 bytes at a time, so one mask serves several fields.  Any other
+  // field, one near the end of the buffer and one that needs more room
+  // goes through read_usual() and read() as they stand.
+  void read_rows(ArenaRowWriter& row, std::vector<DataRow>& rows, std::size_t columns) {
+    const unsigned char* p = p_;
+    const unsigned char* end = end_;
+    const unsigned char* base = p;  // the bytes the mask stands for
+    const unsigned char* next = p;  // where the next mask starts
+    std::uint32_t mask = 0;         // stops at or after p from base on
+    row.begin();
+    char* offsets = row.offsets();
+    char* texts = row.texts();
+    char* cursor = row.cursor();
+    char* limit = row.limit();
+    std::size_t count = 0;
+    bool first = true;
+    for (;;) {
+      bool ended = false;
+      for (;;) {  // the fast path; leaves with `ended` set, or breaks to the general one
+        while (mask == 0) {
+          if (end - next < 16) break;
+          mask = stops(next);
+          base = next;
+          next += 16;
+        }
+        if (mask == 0) break;
+        const unsigned char* const stop = base + __builtin_ctz(mask);
+        const unsigned char c = *stop;
+        if ((unusual_start_[*p] & (first ? 3 : 1)) != 0 || c == '"' || c == '\0' ||
+            count == columns)
+          break;
+        auto length = static_cast<std::size_t>(stop - p);
+        while (length > 0 && is_blank(p[length - 1])) --length;
+        std::uint32_t offset = DataRow::kMissing;
+        if (length > 0) {
+          const auto used = static_cast<std::size_t>(cursor - texts);
+          if (length >= 0x7FFFFFFFu - used || static_cast<std::size_t>(limit - cursor) <= length + 16)
+            break;
+          offset = static_cast<std::uint32_t>(used);
+          if (length < 16 && end - p >= 16) {
+            std::uint64_t words[2];
+            std::memcpy(words, p, 16);
+            std::memcpy(cursor, words, 16);
+          } else {
+            std::memcpy(cursor, p, length);
+          }
+          cursor[length] = '\0';
+          cursor += length + 1;
+        }
+        std::memcpy(offsets + 4 * count++, &offset, 4);
+        mask &= mask - 1;
+        p = stop + 1;
+        if (first) ++line_;
+        first = false;
+        if (c == '\n') {
+          ended = true;
+          break;
+        }
+      }
+      if (!ended) {
+        // One field through the general path, as before.
+        p_ = p;
+        row.resume(cursor, count);
+        std::string_view text;
+        bool present = false;
+        if (read_usual(first, text, ended)) {
+          present = !text.empty();
+        } else {
+          const Field field = read(first);
+          if (field == Field::end_of_file) return;
+          present = field == Field::present;
+          text = text_;
+          ended = line_ended_;
+        }
+        if (row.size() == columns) fail("too many fields");
+        if (present) row.add(text.data(), text.size(), readable(text.data()));
+        else row.add_missing();
+        first = false;
+        p = next = p_;
+        end = end_;
+        mask = 0;
+        offsets = row.offsets();
+        texts = row.texts();
+        cursor = row.cursor();
+        limit = row.limit();
+        count = row.size();
+        if (!ended) continue;
+      }
+      row.resume(cursor, count);
+      rows.push_back(row.finish());
+      row.begin();
+      offsets = row.offsets();
+      texts = row.texts();
+      cursor = row.cursor();
+      limit = row.limit();
+      count = 0;
+      first = true;
+    }
+  }
+
   // How many bytes from `text` on lie in the input's buffer (0 for a text
   // gathered elsewhere).
   std::size_t readable(const char* text) const noexcept {
@@ -133,6 +243,9 @@ class FieldReader {
     blank_[separator] = false;
     plain_stop_[separator] = plain_stop_['\n'] = plain_stop_['"'] = plain_stop_['\0'] = true;
     quoted_stop_['\n'] = quoted_stop_['"'] = quoted_stop_['\0'] = true;
+    for (int c = 0; c < 256; ++c) unusual_start_[c] = blank_[c] ? 1 : 0;
+    unusual_start_['"'] = 1;
+    unusual_start_['\n'] = 2;
     constexpr std::uint64_t kOnes = 0x0101010101010101u;
     repeated_[0] = kOnes * '\n';
     repeated_[1] = kOnes * '"';
@@ -234,6 +347,24 @@ class FieldReader {
     return p;
   }
 
+  // A bit for each of the 16 bytes from `p` that ends a run of an unquoted
+  // field: the separator, the newline, the double quote or the NUL.
+  std::uint32_t stops(const unsigned char* p) const noexcept {
+#if defined(__SSE2__)
+    const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    const __m128i found =
+        _mm_or_si128(_mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8(static_cast<char>(separator_))),
+                                  _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\n'))),
+                     _mm_or_si128(_mm_cmpeq_epi8(bytes, _mm_set1_epi8('"')),
+                                  _mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+    return static_cast<std::uint32_t>(_mm_movemask_epi8(found));
+#else
+    std::uint32_t mask = 0;
+    for (int k = 0; k < 16; ++k) mask |= static_cast<std::uint32_t>(plain_stop_[p[k]]) << k;
+    return mask;
+#endif
+  }
+
   // Moves the run [run, p_) into scratch_ before the buffer changes.
   void gather(bool& gathered, const unsigned char* run) {
     if (!gathered) scratch_.clear();
@@ -307,6 +438,9 @@ class FieldReader {
   CharTable blank_{};               // skippable white space: never the separator
   CharTable plain_stop_{};          // ends a run of an unquoted field
   CharTable quoted_stop_{};         // ends a run of a quoted field
+  // Characters a field of read_rows' fast path may not start with: 1 for
+  // white space and the double quote, 2 for the newline (a blank line).
+  std::array<unsigned char, 256> unusual_start_{};
   std::uint64_t repeated_[3] = {};  // newline, quote, separator in every byte
   std::string scratch_;
   std::string_view text_;
@@ -330,31 +464,9 @@ std::unique_ptr<DataSet> read(FieldReader& in) {
 
   // Each row's cells are written straight into its block in the data set's
   // arena; the fields not given are missing.
-  const std::size_t columns = data_set->columns.size();
-  ArenaRowWriter row(data_set->arena, columns);
-  for (;;) {
-    row.begin();
-    bool first = true;
-    for (;; first = false) {
-      std::string_view text;
-      bool ended = false;
-      bool present = false;
-      if (in.read_usual(first, text, ended)) {
-        present = !text.empty();
-      } else {
-        field = in.read(first);
-        if (field == Field::end_of_file) return data_set;
-        present = field == Field::present;
-        text = in.text();
-        ended = in.line_ended();
-      }
-      if (row.size() == columns) in.fail("too many fields");
-      if (present) row.add(text.data(), text.size(), in.readable(text.data()));
-      else row.add_missing();
-      if (ended) break;
-    }
-    data_set->rows.push_back(row.finish());
-  }
+  ArenaRowWriter row(data_set->arena, data_set->columns.size());
+  in.read_rows(row, data_set->rows, data_set->columns.size());
+  return data_set;
 }
 
 // Appends `text` as one field: as it stands, or quoted when the reader
