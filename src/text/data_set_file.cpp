@@ -126,8 +126,8 @@ class FieldReader {
     const unsigned char* base = p;  // the bytes the mask stands for
     const unsigned char* next = p;  // where the next mask starts
     std::uint64_t mask = 0;         // stops at or after p from base on
-    char* offsets = nullptr;  // the row's first cell offset
-    char* slot = nullptr;     // the next cell's offset
+    char* offsets = nullptr;        // the row's first cell offset
+    char* slot = nullptr;           // the next cell's offset
     char* slots_end = nullptr;
     char* texts = nullptr;
     char* cursor = nullptr;
@@ -476,9 +476,9 @@ class FieldReader {
   void* data_;
   std::uint64_t line_ = 0;  // goes up at the start of every line
   unsigned char separator_ = ',';
-  CharTable blank_{};               // skippable white space: never the separator
-  CharTable plain_stop_{};          // ends a run of an unquoted field
-  CharTable quoted_stop_{};         // ends a run of a quoted field
+  CharTable blank_{};        // skippable white space: never the separator
+  CharTable plain_stop_{};   // ends a run of an unquoted field
+  CharTable quoted_stop_{};  // ends a run of a quoted field
   // Characters that start no unquoted field of read_rows' fast path: white
   // space, the double quote, the newline.
   CharTable unusual_start_{};
