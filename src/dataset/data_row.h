@@ -158,6 +158,21 @@ class ArenaRowWriter {
     cursor_ = to + length + 1;
   }
   void add_missing() noexcept { set(2 + count_++, DataRow::kMissing); }
+
+  /// For a reader that writes offsets and texts itself in its inner loop,
+  /// keeping them in locals (a store of a text byte may alias any member,
+  /// which would force their reload at every cell): where cell offsets and
+  /// texts start, the next text's place and the end of the room.  They stay
+  /// valid until add() or begin(); resume() takes back the next text's place
+  /// and the number of cells written.
+  char* offsets() const noexcept { return row_ + 8; }
+  char* texts() const noexcept { return row_ + head_; }
+  char* cursor() const noexcept { return cursor_; }
+  char* limit() const noexcept { return limit_; }
+  void resume(char* cursor, std::size_t count) noexcept {
+    cursor_ = cursor;
+    count_ = count;
+  }
   /// The row, its cells not added missing; its block is the arena's.
   DataRow finish() noexcept;
 

@@ -10,6 +10,7 @@
 // character.
 #include "text/data_set_file.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -17,6 +18,11 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "dataset/data_set.h"
 #include "network/error.h"
@@ -104,6 +110,145 @@ class FieldReader {
     return true;
   }
 
+  // Reads the rows after the header into `rows`, each of `columns` cells
+  // (fewer given are missing), until the end of input.  The usual fields
+  // (unquoted, starting with no white space, or quoted with no doubled
+  // quote; ending at the separator or the newline; no NUL) are taken in a
+  // loop that keeps the input and the row in locals and finds field ends
+  // from a mask of the stop characters of 64 bytes, so one mask serves
+  // several fields.  Any other field, one near the end of the buffer and
+  // one that needs more room go through read_usual() and read() as they
+  // stand.
+  void read_rows(ArenaRowWriter& row, std::vector<DataRow>& rows, std::size_t columns) {
+    const unsigned char separator = separator_;
+    const unsigned char* p = p_;
+    const unsigned char* end = end_;
+    const unsigned char* base = p;  // the bytes the mask stands for
+    const unsigned char* next = p;  // where the next mask starts
+    std::uint64_t mask = 0;         // stops at or after p from base on
+    char* offsets = nullptr;        // the row's first cell offset
+    char* slot = nullptr;           // the next cell's offset
+    char* slots_end = nullptr;
+    char* texts = nullptr;
+    char* cursor = nullptr;
+    std::uintptr_t room_end = 0;  // texts end before it (room, and offsets below 2 GiB)
+    auto take_row = [&] {
+      offsets = row.offsets();
+      slot = offsets + 4 * row.size();
+      slots_end = offsets + 4 * columns;
+      texts = row.texts();
+      cursor = row.cursor();
+      room_end = std::min(reinterpret_cast<std::uintptr_t>(row.limit()),
+                          reinterpret_cast<std::uintptr_t>(texts) + 0x7FFFFFF0u);
+    };
+    auto count = [&] { return static_cast<std::size_t>(slot - offsets) / 4; };
+    row.begin();
+    take_row();
+    // The line counter goes up as a row starts rather than with its first
+    // field; the general path, which counts it itself, takes it back.
+    ++line_;
+    for (;;) {
+      bool ended = false;
+      for (;;) {  // the fast path; leaves with `ended` set, or breaks to the general one
+        while (mask == 0) {
+          // 64 bytes for the mask and 16 more, so that a short text can be
+          // copied as two words.
+          if (end - next < 80) break;
+          mask = stops(next, separator);
+          base = next;
+          next += 64;
+        }
+        if (mask == 0) break;
+        std::uint64_t at = mask;  // its lowest bit: the stop after the field
+        const unsigned char* stop = base + __builtin_ctzll(at);
+        unsigned char kind = usual_end_[*stop];
+        const unsigned char* text = p;
+        std::size_t length = 0;
+        bool present = true;
+        if (kind != 0 && !unusual_start_[*p]) {
+          length = static_cast<std::size_t>(stop - p);
+          while (length > 0 && is_blank(p[length - 1])) --length;
+          present = length > 0;
+        } else if (*p == '\n' && slot != offsets) {
+          present = false;  // an empty last field; at a row's start, a blank line
+        } else if (*p == '"') {
+          // The closing quote among the next stops (separators before it
+          // are text), followed right away by the separator or the newline.
+          at &= at - 1;
+          while (at != 0 && base[__builtin_ctzll(at)] == separator) at &= at - 1;
+          if (at == 0) break;
+          const unsigned char* const close = base + __builtin_ctzll(at);
+          if (*close != '"') break;
+          // The next stop is right after it when that is one; it must be in
+          // this mask, or the next mask would start before p.
+          at &= at - 1;
+          if (at == 0) break;
+          stop = close + 1;
+          kind = usual_end_[*stop];
+          if (kind == 0) break;
+          text = p + 1;
+          length = static_cast<std::size_t>(close - text);
+        } else {
+          break;
+        }
+        if (slot == slots_end) break;
+        std::uint32_t offset = DataRow::kMissing;
+        if (present) {
+          if (reinterpret_cast<std::uintptr_t>(cursor) + length + 16 >= room_end) break;
+          offset = static_cast<std::uint32_t>(cursor - texts);
+          if (length < 16) {
+            std::uint64_t words[2];
+            std::memcpy(words, text, 16);
+            std::memcpy(cursor, words, 16);
+          } else {
+            std::memcpy(cursor, text, length);
+          }
+          cursor[length] = '\0';
+          cursor += length + 1;
+        }
+        std::memcpy(slot, &offset, 4);
+        slot += 4;
+        mask = at & (at - 1);
+        p = stop + 1;
+        if (kind == 2) {
+          ended = true;
+          break;
+        }
+      }
+      if (!ended) {
+        // One field through the general path, as before.
+        p_ = p;
+        row.resume(cursor, count());
+        const bool first = slot == offsets;
+        if (first) --line_;
+        std::string_view text;
+        bool present = false;
+        if (read_usual(first, text, ended)) {
+          present = !text.empty();
+        } else {
+          const Field field = read(first);
+          if (field == Field::end_of_file) return;
+          present = field == Field::present;
+          text = text_;
+          ended = line_ended_;
+        }
+        if (row.size() == columns) fail("too many fields");
+        if (present) row.add(text.data(), text.size(), readable(text.data()));
+        else row.add_missing();
+        p = next = p_;
+        end = end_;
+        mask = 0;
+        take_row();
+        if (!ended) continue;
+      }
+      row.resume(cursor, count());
+      rows.push_back(row.finish());
+      row.begin();
+      take_row();
+      ++line_;
+    }
+  }
+
   // How many bytes from `text` on lie in the input's buffer (0 for a text
   // gathered elsewhere).
   std::size_t readable(const char* text) const noexcept {
@@ -133,6 +278,10 @@ class FieldReader {
     blank_[separator] = false;
     plain_stop_[separator] = plain_stop_['\n'] = plain_stop_['"'] = plain_stop_['\0'] = true;
     quoted_stop_['\n'] = quoted_stop_['"'] = quoted_stop_['\0'] = true;
+    unusual_start_ = blank_;
+    unusual_start_['"'] = unusual_start_['\n'] = 1;
+    usual_end_[separator] = 1;
+    usual_end_['\n'] = 2;
     constexpr std::uint64_t kOnes = 0x0101010101010101u;
     repeated_[0] = kOnes * '\n';
     repeated_[1] = kOnes * '"';
@@ -234,6 +383,29 @@ class FieldReader {
     return p;
   }
 
+  // A bit for each of the 64 bytes from `p` that ends a run of an unquoted
+  // field: the separator, the newline, the double quote or the NUL.
+  std::uint64_t stops(const unsigned char* p, unsigned char separator) const noexcept {
+    std::uint64_t mask = 0;
+#if defined(__SSE2__)
+    const __m128i sep = _mm_set1_epi8(static_cast<char>(separator));
+    const __m128i newline = _mm_set1_epi8('\n');
+    const __m128i quote = _mm_set1_epi8('"');
+    for (int k = 0; k < 4; ++k) {
+      const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+      const __m128i found = _mm_or_si128(
+          _mm_or_si128(_mm_cmpeq_epi8(bytes, sep), _mm_cmpeq_epi8(bytes, newline)),
+          _mm_or_si128(_mm_cmpeq_epi8(bytes, quote), _mm_cmpeq_epi8(bytes, _mm_setzero_si128())));
+      mask |= static_cast<std::uint64_t>(static_cast<std::uint32_t>(_mm_movemask_epi8(found)))
+              << (16 * k);
+    }
+#else
+    (void)separator;
+    for (int k = 0; k < 64; ++k) mask |= static_cast<std::uint64_t>(plain_stop_[p[k]]) << k;
+#endif
+    return mask;
+  }
+
   // Moves the run [run, p_) into scratch_ before the buffer changes.
   void gather(bool& gathered, const unsigned char* run) {
     if (!gathered) scratch_.clear();
@@ -304,9 +476,15 @@ class FieldReader {
   void* data_;
   std::uint64_t line_ = 0;  // goes up at the start of every line
   unsigned char separator_ = ',';
-  CharTable blank_{};               // skippable white space: never the separator
-  CharTable plain_stop_{};          // ends a run of an unquoted field
-  CharTable quoted_stop_{};         // ends a run of a quoted field
+  CharTable blank_{};        // skippable white space: never the separator
+  CharTable plain_stop_{};   // ends a run of an unquoted field
+  CharTable quoted_stop_{};  // ends a run of a quoted field
+  // Characters that start no unquoted field of read_rows' fast path: white
+  // space, the double quote, the newline.
+  CharTable unusual_start_{};
+  // What a stop character ends for the fast path: 1 a field (the
+  // separator), 2 a field and its record (the newline), 0 neither.
+  std::array<unsigned char, 256> usual_end_{};
   std::uint64_t repeated_[3] = {};  // newline, quote, separator in every byte
   std::string scratch_;
   std::string_view text_;
@@ -330,31 +508,9 @@ std::unique_ptr<DataSet> read(FieldReader& in) {
 
   // Each row's cells are written straight into its block in the data set's
   // arena; the fields not given are missing.
-  const std::size_t columns = data_set->columns.size();
-  ArenaRowWriter row(data_set->arena, columns);
-  for (;;) {
-    row.begin();
-    bool first = true;
-    for (;; first = false) {
-      std::string_view text;
-      bool ended = false;
-      bool present = false;
-      if (in.read_usual(first, text, ended)) {
-        present = !text.empty();
-      } else {
-        field = in.read(first);
-        if (field == Field::end_of_file) return data_set;
-        present = field == Field::present;
-        text = in.text();
-        ended = in.line_ended();
-      }
-      if (row.size() == columns) in.fail("too many fields");
-      if (present) row.add(text.data(), text.size(), in.readable(text.data()));
-      else row.add_missing();
-      if (ended) break;
-    }
-    data_set->rows.push_back(row.finish());
-  }
+  ArenaRowWriter row(data_set->arena, data_set->columns.size());
+  in.read_rows(row, data_set->rows, data_set->columns.size());
+  return data_set;
 }
 
 // Appends `text` as one field: as it stands, or quoted when the reader

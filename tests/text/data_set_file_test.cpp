@@ -131,7 +131,9 @@ TEST(DataSetFile, WriteThenReadGivesTheSameCells) {
       const std::size_t columns = 2 + random() % 5;
       Cells cells(1);
       for (std::size_t c = 0; c < columns; ++c) cells[0].push_back(text(6));
-      for (std::size_t r = random() % 8; r > 0; --r) {
+      // Up to 40 rows, so that most rows are read by the fast path, which
+      // needs 80 bytes ahead.
+      for (std::size_t r = random() % 40; r > 0; --r) {
         auto& row = cells.emplace_back();
         for (std::size_t c = 0; c < columns; ++c) {
           if (random() % 4 == 0) {
@@ -231,13 +233,30 @@ TEST(DataSetFile, MessagesAndPositions) {
       {"a,b\n\"1\" x,2\n", 2, 9, "unexpected character: `x'"},
       {"\"a\"\"\"b\n", 1, 6, "unexpected character: `b'"},
   };
+  // Each row case again after 20 good rows and, unless it ends the input,
+  // before 20 more: found in the middle of a long input rather than near
+  // its end.
+  const std::string good = "12,\"q,r\"\n";
+  std::string filler;
+  for (int k = 0; k < 20; ++k) filler += good;
   for (const Case& c : cases) {
-    Parsed file(c.text, ',', false);
-    EXPECT_EQ(file.code, K_ERROR_PARSE) << c.text;
-    EXPECT_EQ(file.messages, std::to_string(c.line) + ':' + c.message) << c.text;
-    Parsed string(c.text, ',', true);
-    EXPECT_EQ(string.code, K_ERROR_PARSE) << c.text;
-    EXPECT_EQ(string.messages, std::to_string(c.consumed) + ':' + c.message) << c.text;
+    for (bool padded : {false, true}) {
+      std::string text = c.text;
+      int line = c.line, consumed = c.consumed;
+      if (padded) {
+        if (text.rfind("a,b\n", 0) != 0) continue;
+        text.insert(4, filler);
+        line += 20;
+        consumed += static_cast<int>(filler.size());
+        if (std::string(c.message).find("end-of-file") == std::string::npos) text += filler;
+      }
+      Parsed file(text, ',', false);
+      EXPECT_EQ(file.code, K_ERROR_PARSE) << text;
+      EXPECT_EQ(file.messages, std::to_string(line) + ':' + c.message) << text;
+      Parsed string(text, ',', true);
+      EXPECT_EQ(string.code, K_ERROR_PARSE) << text;
+      EXPECT_EQ(string.messages, std::to_string(consumed) + ':' + c.message) << text;
+    }
   }
 
   // Without a handler the failure shows only in the code.
