@@ -119,6 +119,23 @@ class RowArena {
   std::size_t chunk_size_ = std::size_t{1} << 16;
 };
 
+/// Copies a cell's `length` bytes from `text` to `to` with its closing NUL
+/// and returns the end.  With `two_words` (16 bytes readable at `text`,
+/// writable at `to`) a short text is copied as two words rather than by a
+/// call.
+inline char* put_cell_text(char* to, const char* text, std::size_t length,
+                           bool two_words) noexcept {
+  if (length < 16 && two_words) {
+    std::uint64_t words[2];
+    std::memcpy(words, text, 16);
+    std::memcpy(to, words, 16);
+  } else {
+    std::memcpy(to, text, length);
+  }
+  to[length] = '\0';
+  return to + length + 1;
+}
+
 /// Writes rows of a fixed number of cells straight into an arena: each
 /// text goes to its place in the row's block as it is added, so a reader
 /// copies each byte once and keeps no row of its own.
@@ -145,17 +162,8 @@ class ArenaRowWriter {
     const auto used = static_cast<std::size_t>(cursor_ - row_ - head_);
     if (length >= 0x7FFFFFFFu - used) too_large();
     if (static_cast<std::size_t>(limit_ - cursor_) <= length + 16) grow(length + 17);
-    char* const to = cursor_;
     set(2 + count_++, static_cast<std::uint32_t>(used));
-    if (length < 16 && readable >= 16) {
-      std::uint64_t words[2];
-      std::memcpy(words, text, 16);
-      std::memcpy(to, words, 16);
-    } else {
-      std::memcpy(to, text, length);
-    }
-    to[length] = '\0';
-    cursor_ = to + length + 1;
+    cursor_ = put_cell_text(cursor_, text, length, readable >= 16);
   }
   void add_missing() noexcept { set(2 + count_++, DataRow::kMissing); }
 

@@ -196,15 +196,7 @@ class FieldReader {
         if (present) {
           if (reinterpret_cast<std::uintptr_t>(cursor) + length + 16 >= room_end) break;
           offset = static_cast<std::uint32_t>(cursor - texts);
-          if (length < 16) {
-            std::uint64_t words[2];
-            std::memcpy(words, text, 16);
-            std::memcpy(cursor, words, 16);
-          } else {
-            std::memcpy(cursor, text, length);
-          }
-          cursor[length] = '\0';
-          cursor += length + 1;
+          cursor = put_cell_text(cursor, reinterpret_cast<const char*>(text), length, true);
         }
         std::memcpy(slot, &offset, 4);
         slot += 4;
