@@ -377,12 +377,9 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   const Progress progress(options.quiet);
   const Progress quiet(true);
   // -o names the output file; it is opened before the long work starts.
-  // Its blocks go past the page cache when the writer shares the
-  // processors with several workers; with one, the writer's copy into the
-  // cache takes the time of a processor that is idle anyway.
   const std::unique_ptr<PredictOutput> out =
       options.output.empty() ? std::make_unique<PredictOutput>(standard_output)
-                             : std::make_unique<PredictOutput>(options.output, options.threads > 1);
+                             : std::make_unique<PredictOutput>(options.output);
   // The first worker's copy, read here, names the reported nodes.
   std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
   workers[0].domain = open_network(options.source, progress);
