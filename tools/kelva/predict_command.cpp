@@ -377,9 +377,9 @@ void run_predict(std::FILE* standard_output, const Options& options) {
   const Progress progress(options.quiet);
   const Progress quiet(true);
   // -o names the output file; it is opened before the long work starts.
-  const std::unique_ptr<PredictOutput> out =
-      options.output.empty() ? std::make_unique<PredictOutput>(standard_output)
-                             : std::make_unique<PredictOutput>(options.output);
+  const std::unique_ptr<PredictOutput> out = options.output.empty()
+                                                 ? std::make_unique<PredictOutput>(standard_output)
+                                                 : std::make_unique<PredictOutput>(options.output);
   // The first worker's copy, read here, names the reported nodes.
   std::vector<Worker> workers(static_cast<std::size_t>(options.threads));
   workers[0].domain = open_network(options.source, progress);
