@@ -8,10 +8,10 @@
 namespace kelva::cli {
 
 /// The output of `kelva predict`: the text goes to the file or stream as it
-/// comes, in the writer thread's chunks.  A file is written with write(2)
-/// straight from those chunks, through the page cache: writes past the
-/// cache (O_DIRECT) wait for the device, and the workers then wait for the
-/// writer.
+/// comes, in the writer thread's chunks.  A file named by -o is unbuffered,
+/// so that each chunk goes out with one write(2) straight from its slot,
+/// through the page cache (writes past the cache, O_DIRECT, wait for the
+/// device, and the workers then wait for the writer).
 class PredictOutput {
  public:
   /// Creates or truncates the file `path`; throws an error naming it.
@@ -23,15 +23,14 @@ class PredictOutput {
   PredictOutput& operator=(const PredictOutput&) = delete;
 
   void write(const char* data, std::size_t size);
-  /// Closes the file; throws on failure.
+  /// Closes the file opened here; throws on failure.
   void finish();
 
  private:
   [[noreturn]] void fail() const;
 
   std::FILE* stream_ = nullptr;
-  std::string path_;
-  int fd_ = -1;
+  std::string path_;  ///< empty for a stream not opened here
 };
 
 }  // namespace kelva::cli
