@@ -57,20 +57,15 @@ using V2u = double __attribute__((vector_size(16), aligned(8), may_alias));
 // Entries [o, o + W) of one run: loaded once (or made from the first
 // factor), multiplied by each of the K factors (f.count when K is 0) in
 // order, stored once; in registers.
-template <std::uint64_t W, std::size_t K>
-[[gnu::always_inline]] inline void joint_chunk(double* __restrict p, const RunFactors& f,
-                                               bool rebuild, std::uint64_t o) noexcept {
+template <std::uint64_t W, std::size_t K, class F>
+[[gnu::always_inline]] inline void joint_chunk(double* __restrict p, const F& f, bool rebuild,
+                                               std::uint64_t o) noexcept {
   constexpr std::uint64_t kFours = W / 4, kRoom = kFours > 0 ? kFours : 1;
   constexpr bool kPair = W % 4 >= 2, kSingle = W % 2 == 1;
   V4 a4[kRoom];
   V2 a2;
   double a1;
-  std::size_t j = 0;
-  const double* from = p + o;
-  if (rebuild) {
-    from = f.q[0] + o;
-    j = 1;
-  }
+  const double* from = rebuild ? f.q[0] + o : p + o;
   if (rebuild && f.ss[0] == 0) {
     const double x = f.q[0][0];
     for (std::uint64_t i = 0; i < kRoom; ++i) a4[i] = V4{x, x, x, x};
@@ -82,7 +77,12 @@ template <std::uint64_t W, std::size_t K>
     a2 = kPair ? *reinterpret_cast<const V2u*>(from + 4 * kFours) : V2{};
     a1 = kSingle ? from[W - 1] : 0.0;
   }
-  for (; j < (K != 0 ? K : f.count); ++j) {
+  // Every index a constant once the loop is unrolled (K fixed), so the
+  // factors' pointers stay in registers; the first factor was taken above
+  // when the entries are rebuilt.
+#pragma GCC unroll 8
+  for (std::size_t j = 0; j < (K != 0 ? K : f.count); ++j) {
+    if (j == 0 && rebuild) continue;
     const double* x = f.q[j];
     if (f.ss[j] == 0) {
       const double v = x[0];
@@ -106,18 +106,14 @@ template <std::uint64_t W, std::size_t K>
 #endif
 
 // Entries [o, n) of one run, entry by entry.
-template <std::size_t K>
-[[gnu::always_inline]] inline void joint_tail(double* __restrict p, const RunFactors& f,
-                                              bool rebuild, std::uint64_t o,
-                                              std::uint64_t n) noexcept {
+template <std::size_t K, class F>
+[[gnu::always_inline]] inline void joint_tail(double* __restrict p, const F& f, bool rebuild,
+                                              std::uint64_t o, std::uint64_t n) noexcept {
   for (std::uint64_t i = o; i < n; ++i) {
-    std::size_t j = 0;
-    double x = p[i];
-    if (rebuild) {
-      x = f.q[0][i * f.ss[0]];
-      j = 1;
-    }
-    for (; j < (K != 0 ? K : f.count); ++j) x *= f.q[j][i * f.ss[j]];
+    double x = rebuild ? f.q[0][i * f.ss[0]] : p[i];
+#pragma GCC unroll 8
+    for (std::size_t j = 0; j < (K != 0 ? K : f.count); ++j)
+      if (j != 0 || !rebuild) x *= f.q[j][i * f.ss[j]];
     p[i] = x;
   }
 }
@@ -129,8 +125,25 @@ template <std::uint64_t C, std::size_t K>
 [[gnu::always_inline]] inline void joint_rows_body(double* p, const RunFactors& from, bool rebuild,
                                                    std::uint64_t tiles, std::uint64_t rows,
                                                    std::uint64_t n) noexcept {
-  RunFactors f = from;
-  const std::size_t k = K != 0 ? K : f.count;
+  // The factors the loops use, copied into arrays of their own size: with
+  // K fixed every index is a constant, so the pointers stay in registers
+  // instead of being reloaded from a copy of the whole record per run.
+  constexpr std::size_t kRoom = K != 0 ? K : kMaxJointFactors;
+  const std::size_t k = K != 0 ? K : from.count;
+  struct {
+    std::size_t count;
+    const double* q[kRoom];
+    std::uint64_t ss[kRoom];
+    std::int64_t row[kRoom];
+    std::int64_t tile[kRoom];
+  } f;
+  f.count = k;
+  for (std::size_t j = 0; j < k; ++j) {
+    f.q[j] = from.q[j];
+    f.ss[j] = from.ss[j];
+    f.row[j] = from.row[j];
+    f.tile[j] = from.tile[j];
+  }
   for (std::uint64_t t = 0; t < tiles; ++t) {
     for (std::uint64_t r = 0; r < rows; ++r) {
       if constexpr (C != 0) {
