@@ -271,8 +271,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
     // The missed folds' passes over the finished table would take the
     // slower thread about as long as one thread's sweep: one thread sweeps
     // (barley's 1.06 M distribute took 1.9 to 2.1 ms shared, 1.8 alone).
-    sweep_range(large, rebuild, factors, std::span<const SweepFold>(first, totals), 0, size, how,
-                totals == end);
+    sweep_range(large, rebuild, factors, std::span<const SweepFold>(first, totals), 0, size, how);
   } else if (in_order) {
     // The missed folds follow contiguous pieces in index order (InOrder),
     // one outer value after the other: a covered fold's entry then gets
@@ -282,9 +281,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
       InOrder in_order(cut);
       auto part = [&](std::uint64_t j) {
         auto swept = [&](std::uint64_t lo, std::uint64_t hi, bool every) {
-          // Kept in the caches for the missed folds that follow.
-          sweep_range(large, rebuild, factors, every ? all : covered, base + lo, base + hi, how,
-                      false);
+          sweep_range(large, rebuild, factors, every ? all : covered, base + lo, base + hi, how);
         };
         auto fold = [&](std::uint64_t lo, std::uint64_t hi) {
           sweep_range(large, false, {}, others, base + lo, base + hi, how);
@@ -310,9 +307,6 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
                            return !covers(*f.plan, span, size);
                          });
     std::array<std::atomic<bool>, kMaxGroupedPieces> done{};
-    // Rebuilt pieces are written past the caches unless a fold reads the
-    // finished table again.
-    const bool stream = others.empty() && totals == end;
     auto sweep_part = [&](std::uint64_t k) {
       const std::uint64_t g = k / values, j = k % values;
       const std::uint64_t lo = part_start(cut.count, values, j) * cut.stride;
@@ -321,7 +315,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
         while (!done[k - values].load(std::memory_order_acquire)) platform::relax();
       const std::uint64_t stop = part_start(cut.outer, groups, g + 1) * span;
       for (std::uint64_t base = part_start(cut.outer, groups, g) * span; base < stop; base += span)
-        sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how, stream);
+        sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
       if (in_turn) done[k].store(true, std::memory_order_release);
     };
     run_parts(groups * values, parallelism.threads, sweep_part);

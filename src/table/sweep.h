@@ -36,12 +36,10 @@ void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const Swee
 /// The factors and folds of sweep() over large entries [begin, end) only,
 /// in the same blocks: the folds with more than one entry (others are
 /// skipped) are added to, not cleared.  `begin` and `end` must lie on whole
-/// inner runs of every fold whose inner run folds into one entry.  With
-/// `stream`, a long rebuilt range is written past the caches, for a table
-/// that is not read again soon (its stores are finished on return).
+/// inner runs of every fold whose inner run folds into one entry.
 void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                 Reduce how, bool stream = true);
+                 Reduce how);
 
 /// The least common multiple of the inner runs of the folds with more
 /// than one entry whose inner run folds into one entry: blocks of a sweep

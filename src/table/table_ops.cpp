@@ -973,50 +973,6 @@ void apply_factors(double* large, bool rebuild, std::span<const SweepFactor> fac
     update_walk<MultiplyUpdate>(*factors[k].plan, large, factors[k].data, begin, end);
 }
 
-// Rebuilt ranges of at least this many entries (256 KB) are made block by
-// block in a buffer and streamed to the table past the caches: a table of
-// the collect is read again only by the distribute, after it has left
-// them, and a plain store would first read each of its lines from memory.
-// Against 64 KB, 1 MB, 2 MB, 16 MB and never, diabetes was fastest with
-// this.
-constexpr std::uint64_t kStreamLeast = std::uint64_t{1} << 15;
-
-// to[0 .. n-1] := from[0 .. n-1], the lines of `to` wholly covered written
-// with non-temporal stores; `from` and `to` are equally aligned modulo 32
-// bytes.  The stores are ordered with later ones by stream_fence().
-#if defined(__x86_64__) && defined(__GNUC__)
-[[gnu::target("avx2")]] void stream_copy_wide(double* to, const double* from,
-                                              std::uint64_t n) noexcept {
-  std::uint64_t i = 0;
-  for (; i < n && reinterpret_cast<std::uintptr_t>(to + i) % 32 != 0; ++i) to[i] = from[i];
-  // Two lines per turn: a quarter of the loop's counting and branching.
-  for (; i + 16 <= n; i += 16) {
-    _mm256_stream_pd(to + i, _mm256_load_pd(from + i));
-    _mm256_stream_pd(to + i + 4, _mm256_load_pd(from + i + 4));
-    _mm256_stream_pd(to + i + 8, _mm256_load_pd(from + i + 8));
-    _mm256_stream_pd(to + i + 12, _mm256_load_pd(from + i + 12));
-  }
-  for (; i + 4 <= n; i += 4) _mm256_stream_pd(to + i, _mm256_load_pd(from + i));
-  for (; i < n; ++i) to[i] = from[i];
-}
-
-void stream_copy(double* to, const double* from, std::uint64_t n) noexcept {
-  if (wide_rows()) return stream_copy_wide(to, from, n);
-  std::uint64_t i = 0;
-  for (; i < n && reinterpret_cast<std::uintptr_t>(to + i) % 16 != 0; ++i) to[i] = from[i];
-  for (; i + 2 <= n; i += 2) _mm_stream_pd(to + i, _mm_load_pd(from + i));
-  for (; i < n; ++i) to[i] = from[i];
-}
-
-void stream_fence() noexcept { _mm_sfence(); }
-#else
-void stream_copy(double* to, const double* from, std::uint64_t n) noexcept {
-  std::memcpy(to, from, n * sizeof(double));
-}
-
-void stream_fence() noexcept {}
-#endif
-
 // Whether small entry r takes inner run r alone: the small table is the
 // large one without its inner axis, in the same order (two merged axes).
 bool one_run_per_entry(const IndexPlan& plan) noexcept {
@@ -1052,7 +1008,7 @@ void fold_block(const SweepFold& f, const double* large, std::uint64_t begin, st
 template <class Fold>
 void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
                   std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                  bool stream, bool stored = false) {
+                  bool stored = false) {
   constexpr std::uint64_t kBlock = 2048;
   // Small ranges (small cliques) are not worth planning a joint walk for.
   constexpr std::uint64_t kJointLeast = 1024;
@@ -1069,23 +1025,12 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   JointPlan joint;
   const bool jointly = end - begin >= kJointLeast && make_joint_plan(factors, joint) &&
                        joint_pays(joint, factors, rebuild);
-  // A rebuilt block is made and folded in `buffer`, then streamed to the
-  // table: the same operations on the same values, in another place.  The
-  // kernels index the table from 0, so they are given the buffer moved back
-  // by the block's start (`at`), at the table's alignment modulo 32 bytes.
-  alignas(32) double buffer[kBlock + 4];
-  const bool streamed = stream && rebuild && end - begin >= kStreamLeast && block <= kBlock;
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
-    double* at = large;
-    if (streamed)
-      at = buffer + reinterpret_cast<std::uintptr_t>(large + a) % 32 / sizeof(double) - a;
-    if (jointly) apply_joint(joint, at, rebuild, factors, a, b);
-    else apply_factors(at, rebuild, factors, a, b);
-    for (const SweepFold& f : folds) fold_block<Fold>(f, at, a, b, stored);
-    if (streamed) stream_copy(large + a, at + a, b - a);
+    if (jointly) apply_joint(joint, large, rebuild, factors, a, b);
+    else apply_factors(large, rebuild, factors, a, b);
+    for (const SweepFold& f : folds) fold_block<Fold>(f, large, a, b, stored);
   }
-  if (streamed) stream_fence();
 }
 
 template <class Fold>
@@ -1096,10 +1041,7 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
   for (const SweepFold& f : folds)
     if (f.plan->small_size() > 1 && !one_run_per_entry(*f.plan))
       std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
-  // A total reads the table again: it is then kept in the caches.
-  const bool stream = std::none_of(folds.begin(), folds.end(),
-                                   [](const SweepFold& f) { return f.plan->small_size() == 1; });
-  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n, stream, true);
+  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n, true);
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
 }
@@ -1184,9 +1126,9 @@ void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const Swee
 
 void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                 Reduce how, bool stream) {
-  if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end, stream);
-  else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end, stream);
+                 Reduce how) {
+  if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end);
+  else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end);
 }
 
 namespace {
