@@ -822,10 +822,9 @@ void update_mapped_body(double* __restrict large, const double* __restrict small
 #ifdef KELVA_WIDE_ROWS
 // update_mapped_body for products and copies with 256-bit vectors: four
 // small entries are loaded one by one by their indexes and put together,
-// which takes 0.26 ns an entry where the processor's gather instruction
-// took 0.68 (a 512-entry clique from a 100-entry table in the first-level
-// cache, on a processor whose gathers are split into single loads anyway).
-// Each product is the same rounded multiplication, so the bits are the
+// which took 0.26 ns an entry where the gather instruction took 0.68 (a
+// 512-entry clique from a 100-entry table in the first-level cache).  Each
+// product is the same rounded multiplication, so the bits are the
 // baseline's.
 template <class Update>
 [[gnu::target("avx2")]] void update_mapped_wide(const IndexPlan& plan, double* __restrict large,
