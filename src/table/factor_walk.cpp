@@ -31,14 +31,17 @@ std::uint64_t small_stride_at(const IndexPlan& plan, std::uint64_t stride) noexc
 
 // The factors' small entries along one run: factor j's entry i is
 // q[j][i * ss[j]], ss[j] 0 (constant) or 1 (contiguous); after each run
-// q[j] moves by row[j], after each tile of runs by tile[j] more.
-struct RunFactors {
+// q[j] moves by row[j], after each tile of runs by tile[j] more; room for
+// N factors.
+template <std::size_t N>
+struct RunFactorsOf {
   std::size_t count;
-  const double* q[kMaxJointFactors];
-  std::uint64_t ss[kMaxJointFactors];
-  std::int64_t row[kMaxJointFactors];
-  std::int64_t tile[kMaxJointFactors];
+  const double* q[N];
+  std::uint64_t ss[N];
+  std::int64_t row[N];
+  std::int64_t tile[N];
 };
+using RunFactors = RunFactorsOf<kMaxJointFactors>;
 
 // Vectors of 4 and 2 doubles: each lane is multiplied as a double is, so
 // the products are those of a scalar loop.  The unaligned forms load and
@@ -128,15 +131,8 @@ template <std::uint64_t C, std::size_t K>
   // The factors the loops use, copied into arrays of their own size: with
   // K fixed every index is a constant, so the pointers stay in registers
   // instead of being reloaded from a copy of the whole record per run.
-  constexpr std::size_t kRoom = K != 0 ? K : kMaxJointFactors;
   const std::size_t k = K != 0 ? K : from.count;
-  struct {
-    std::size_t count;
-    const double* q[kRoom];
-    std::uint64_t ss[kRoom];
-    std::int64_t row[kRoom];
-    std::int64_t tile[kRoom];
-  } f;
+  RunFactorsOf<K != 0 ? K : kMaxJointFactors> f;
   f.count = k;
   for (std::size_t j = 0; j < k; ++j) {
     f.q[j] = from.q[j];
