@@ -21,6 +21,13 @@ inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
 inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
 inline constexpr std::size_t kMemoPerLink = 2048;
 
+/// Frees a memo's copies as they were allocated: from huge pages when
+/// `bytes` is set.
+struct MemoDataFree {
+  std::size_t bytes = 0;
+  void operator()(double* data) const noexcept;
+};
+
 /// Collected cliques remembered by the evidence that made them.  After a
 /// rebuild, the table a clique holds at the end of the collect, and the
 /// message it sends towards the root, depend only on the node tables and
@@ -118,7 +125,9 @@ class CollectMemo {
   /// base + number * (clique + separator entries) in data_.
   std::vector<std::uint64_t> keys_;
   std::vector<std::uint32_t> places_;
-  std::unique_ptr<double[]> data_;  // not cleared: only kept copies are read
+  /// Room for `doubles` (throws std::bad_alloc when there is none).
+  static std::unique_ptr<double[], MemoDataFree> allocate(std::size_t doubles);
+  std::unique_ptr<double[], MemoDataFree> data_;  // not cleared: only kept copies are read
   std::vector<Link> links_;
   std::vector<Digit> digits_;
   std::uint64_t table_changes_ = 0;
