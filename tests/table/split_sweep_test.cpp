@@ -58,37 +58,48 @@ TEST(SplitSweep, SameBitsAsOneThread) {
   }
 }
 
+// Sweeps a table of `counts` (random entries) by a random factor on
+// `factor_axes`, folding onto `first` and `second`, `runs` times: run 0 on
+// one thread, run r on threads(r).  Every run must give run 0's bits.
+template <class Threads>
+void expect_runs_agree(const std::vector<std::size_t>& counts,
+                       const std::vector<std::size_t>& first,
+                       const std::vector<std::size_t>& second,
+                       const std::vector<std::size_t>& factor_axes, int runs, Threads threads) {
+  const IndexPlan one(counts, first), two(counts, second), factor(counts, factor_axes);
+  std::mt19937 rng(7);
+  std::vector<double> by(factor.small_size());
+  for (double& x : by) x = 0.5 + static_cast<double>(rng() % 1000) * 1e-3;
+  const SweepFactor factors[] = {{&factor, by.data()}};
+  const std::uint64_t n = one.large_size();
+  std::vector<double> start(n);
+  for (double& x : start) x = static_cast<double>(rng() % 100000) * 1e-5;
+  std::vector<double> expected;
+  for (int run = 0; run < runs; ++run) {
+    std::vector<double> large = start, a(one.small_size()), b(two.small_size());
+    SweepFold folds[] = {{&one, a.data()}, {&two, b.data()}};
+    sweep(large.data(), n, false, factors, folds, Reduce::sum,
+          Parallelism{run == 0 ? std::uint64_t{1} : threads(run), 1});
+    large.insert(large.end(), a.begin(), a.end());
+    large.insert(large.end(), b.begin(), b.end());
+    if (run == 0) expected = large;
+    else ASSERT_EQ(large, expected) << "run " << run;
+  }
+}
+
 // Large tables cut on axes that one fold has and another misses: the
 // threads sweep pieces concurrently and finish them in any order, and the
 // missed fold still receives them in index order.  In the second shape the
 // cut lies under an outer axis that no fold has.
 TEST(SplitSweep, MissedFoldsFollowThePiecesInIndexOrder) {
-  struct Shape {
-    std::vector<std::size_t> counts, covered, missed, factor;
-  };
-  const Shape shapes[] = {{{8, 8, 8, 8, 8, 8}, {0, 1}, {5, 4}, {2, 3}},
-                          {{2, 8, 8, 8, 8, 8, 8}, {1, 2}, {6, 5}, {3, 4, 0}}};
-  std::mt19937 rng(7);
-  for (const Shape& shape : shapes) {
-    const IndexPlan covered(shape.counts, shape.covered), missed(shape.counts, shape.missed),
-        factor(shape.counts, shape.factor);
-    std::vector<double> by(factor.small_size());
-    for (double& x : by) x = 0.5 + static_cast<double>(rng() % 1000) * 1e-3;
-    const SweepFactor factors[] = {{&factor, by.data()}};
-    const std::uint64_t n = covered.large_size();
-    std::vector<double> start(n);
-    for (double& x : start) x = static_cast<double>(rng() % 100000) * 1e-5;
-    std::vector<double> expected;
-    for (int run = 0; run < 24; ++run) {
-      std::vector<double> large = start, a(covered.small_size()), b(missed.small_size());
-      SweepFold folds[] = {{&missed, b.data()}, {&covered, a.data()}};
-      sweep(large.data(), n, false, factors, folds, Reduce::sum,
-            Parallelism{run == 0 ? 1u : 2u + run % 2, 1});
-      large.insert(large.end(), a.begin(), a.end());
-      large.insert(large.end(), b.begin(), b.end());
-      if (run == 0) expected = large;
-      else ASSERT_EQ(large, expected) << "run " << run;
-    }
+  auto two_or_three = [](int run) { return std::uint64_t{2} + run % 2; };
+  {
+    SCOPED_TRACE("six axes");
+    expect_runs_agree({8, 8, 8, 8, 8, 8}, {5, 4}, {0, 1}, {2, 3}, 24, two_or_three);
+  }
+  {
+    SCOPED_TRACE("an outer axis no fold has");
+    expect_runs_agree({2, 8, 8, 8, 8, 8, 8}, {6, 5}, {1, 2}, {3, 4, 0}, 24, two_or_three);
   }
 }
 
@@ -97,30 +108,16 @@ TEST(SplitSweep, MissedFoldsFollowThePiecesInIndexOrder) {
 // lacks the outer axis still gets one group's values before the next
 // group's when a thread falls behind.
 TEST(SplitSweep, GroupedPiecesFollowTheOuterValuesInOrder) {
+  auto two = [](int) { return std::uint64_t{2}; };
   // Six values under six outer values; then 48 under two, dealt finer than
   // the cut's eight ranges so that each piece holds about 131,072 entries.
-  for (const std::vector<std::size_t>& counts :
-       {std::vector<std::size_t>{6, 6, 16, 16, 16, 16}, {2, 48, 8, 16, 16, 16}}) {
-    const std::vector<std::size_t> digit{1}, outer{0, 1}, rest{2, 3, 4, 5};
-    const IndexPlan inner(counts, digit), both(counts, outer), factor(counts, rest);
-    std::mt19937 rng(11);
-    std::vector<double> by(factor.small_size());
-    for (double& x : by) x = 0.5 + static_cast<double>(rng() % 1000) * 1e-3;
-    const SweepFactor factors[] = {{&factor, by.data()}};
-    const std::uint64_t n = inner.large_size();
-    std::vector<double> start(n);
-    for (double& x : start) x = static_cast<double>(rng() % 100000) * 1e-5;
-    std::vector<double> expected;
-    for (int run = 0; run < 25; ++run) {
-      const std::uint64_t threads = run == 0 ? 1 : 2;
-      std::vector<double> large = start, a(inner.small_size()), b(both.small_size());
-      SweepFold folds[] = {{&inner, a.data()}, {&both, b.data()}};
-      sweep(large.data(), n, false, factors, folds, Reduce::sum, Parallelism{threads, 1});
-      large.insert(large.end(), a.begin(), a.end());
-      large.insert(large.end(), b.begin(), b.end());
-      if (threads == 1) expected = large;
-      else ASSERT_EQ(large, expected) << counts[1] << " values, run " << run;
-    }
+  {
+    SCOPED_TRACE("six values under six");
+    expect_runs_agree({6, 6, 16, 16, 16, 16}, {1}, {0, 1}, {2, 3, 4, 5}, 25, two);
+  }
+  {
+    SCOPED_TRACE("48 values under two");
+    expect_runs_agree({2, 48, 8, 16, 16, 16}, {1}, {0, 1}, {2, 3, 4, 5}, 25, two);
   }
 }
 
