@@ -27,7 +27,7 @@ void DataRow::move(std::size_t from, std::size_t to) noexcept {
 
 namespace {
 
-constexpr std::size_t kHugeChunk = std::size_t{1} << 21;
+constexpr std::size_t kHugeChunk = platform::kHugePageBytes;
 constexpr std::size_t kLargestChunk = std::size_t{1} << 23;
 
 }  // namespace
@@ -55,7 +55,7 @@ char* RowArena::add_chunk(std::size_t chunk) {
 void RowArena::start_chunk(std::size_t size) {
   std::size_t chunk = chunk_size_;
   while (chunk < size) chunk *= 2;
-  if (chunk >= kHugeChunk) chunk = (chunk + kHugeChunk - 1) & ~(kHugeChunk - 1);
+  if (chunk >= kHugeChunk) chunk = platform::whole_huge_pages(chunk);
   char* base = add_chunk(chunk);
   next_ = base;
   end_ = base + chunk;

@@ -95,10 +95,9 @@ void MemoDataFree::operator()(double* data) const noexcept {
 std::unique_ptr<double[], MemoDataFree> CollectMemo::allocate(std::size_t doubles) {
   // A memo of megabytes fills a page at a time over the first cases; on
   // huge pages that is a fault per 2 MiB instead of one per 4 KiB.
-  constexpr std::size_t kHuge = std::size_t{1} << 21;
   const std::size_t bytes = doubles * sizeof(double);
-  if (bytes >= kHuge) {
-    const std::size_t rounded = (bytes + kHuge - 1) & ~(kHuge - 1);
+  if (bytes >= platform::kHugePageBytes) {
+    const std::size_t rounded = platform::whole_huge_pages(bytes);
     if (void* pages = platform::allocate_huge_pages(rounded))
       return {static_cast<double*>(pages), MemoDataFree{rounded}};
   }

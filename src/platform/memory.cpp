@@ -26,16 +26,16 @@ bool allocation_possible(std::uint64_t bytes) noexcept {
 }
 
 void* allocate_huge_pages(std::size_t bytes) noexcept {
-  constexpr std::size_t kHuge = std::size_t{1} << 21;
   // Map 2 MiB more and cut the ends so that the rest starts on 2 MiB.
-  void* mapped =
-      mmap(nullptr, bytes + kHuge, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* mapped = mmap(nullptr, bytes + kHugePageBytes, PROT_READ | PROT_WRITE,
+                      MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) return nullptr;
   const auto start = reinterpret_cast<std::uintptr_t>(mapped);
-  const std::uintptr_t aligned = (start + kHuge - 1) & ~(std::uintptr_t{kHuge} - 1);
+  const std::uintptr_t aligned =
+      (start + kHugePageBytes - 1) & ~(std::uintptr_t{kHugePageBytes} - 1);
   if (aligned > start) munmap(mapped, aligned - start);
-  if (aligned - start < kHuge)
-    munmap(reinterpret_cast<void*>(aligned + bytes), kHuge - (aligned - start));
+  if (aligned - start < kHugePageBytes)
+    munmap(reinterpret_cast<void*>(aligned + bytes), kHugePageBytes - (aligned - start));
   // Only advice: without huge pages the memory works as well, only slower.
   madvise(reinterpret_cast<void*>(aligned), bytes, MADV_HUGEPAGE);
   return reinterpret_cast<void*>(aligned);
