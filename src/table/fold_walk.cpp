@@ -59,6 +59,60 @@ template <class Fold, std::uint64_t C>
   return pair;
 }
 
+// s[k] := the fold of s[k] and the k-th entry of each of `runs` runs, run r
+// at p + r * stride, for k under 4 * Fours + 2 * Two + One: the small
+// entries kept in registers over the runs (blocks of four, then two, then
+// one), each meeting its large entries one at a time in index order.
+template <class Fold, std::uint64_t Fours, bool Two, bool One>
+[[gnu::always_inline]] inline void fold_shared_block(const double* __restrict p,
+                                                     double* __restrict s, std::uint64_t runs,
+                                                     std::uint64_t stride) noexcept {
+  constexpr std::uint64_t kTwoAt = 4 * Fours, kOneAt = kTwoAt + (Two ? 2 : 0);
+  V4 a[Fours > 0 ? Fours : 1], x;
+  V2 b, y;
+  double d = 0;
+#pragma GCC unroll 4
+  for (std::uint64_t i = 0; i < Fours; ++i) load_into(a[i], s + 4 * i);
+  if constexpr (Two) std::memcpy(&b, s + kTwoAt, sizeof b);
+  if constexpr (One) d = s[kOneAt];
+#pragma GCC unroll 2
+  for (std::uint64_t r = 0; r < runs; ++r, p += stride) {
+#pragma GCC unroll 4
+    for (std::uint64_t i = 0; i < Fours; ++i) {
+      load_into(x, p + 4 * i);
+      fold_into<Fold>(a[i], x);
+    }
+    if constexpr (Two) {
+      std::memcpy(&y, p + kTwoAt, sizeof y);
+      fold_into<Fold>(b, y);
+    }
+    if constexpr (One) d = Fold::fold(d, p[kOneAt]);
+  }
+#pragma GCC unroll 4
+  for (std::uint64_t i = 0; i < Fours; ++i) std::memcpy(s + 4 * i, &a[i], sizeof a[i]);
+  if constexpr (Two) std::memcpy(s + kTwoAt, &b, sizeof b);
+  if constexpr (One) s[kOneAt] = d;
+}
+
+// fold_shared_block over the first W entries of runs `stride` apart, when
+// `width` is W.
+template <class Fold, std::uint64_t W>
+[[gnu::always_inline]] inline bool fold_shared_width(const double* p, double* s, std::uint64_t runs,
+                                                     std::uint64_t stride,
+                                                     std::uint64_t width) noexcept {
+  if (width != W) return false;
+  fold_shared_block<Fold, W / 4, W % 4 / 2 != 0, W % 2 != 0>(p, s, runs, stride);
+  return true;
+}
+
+// The same for a width of 1 to 15 (nothing for another).
+template <class Fold, std::size_t... W>
+[[gnu::always_inline]] inline void fold_shared_rest(const double* p, double* s, std::uint64_t runs,
+                                                    std::uint64_t stride, std::uint64_t width,
+                                                    std::index_sequence<W...>) noexcept {
+  (void)(fold_shared_width<Fold, W + 1>(p, s, runs, stride, width) || ...);
+}
+
 // s[k] := the fold of s[k] and the k-th entry of each of `runs` runs of n
 // entries (C when it is not 0) from p, in order: runs whose small entries are
 // contiguous and shared (the row axis is absent from the small table).  The
@@ -69,55 +123,15 @@ template <class Fold, std::uint64_t C>
                                                     double* __restrict s, std::uint64_t runs,
                                                     std::uint64_t c) noexcept {
   if constexpr (C != 0) {
-    // The whole run in registers: blocks of four, then two, then one.
-    constexpr std::uint64_t kFours = C / 4, kTwo = C % 4 / 2, kOne = C % 2;
-    V4 a[kFours > 0 ? kFours : 1], x;
-    V2 b, y;
-    double d = 0;
-#pragma GCC unroll 4
-    for (std::uint64_t i = 0; i < kFours; ++i) load_into(a[i], s + 4 * i);
-    if constexpr (kTwo) std::memcpy(&b, s + 4 * kFours, sizeof b);
-    if constexpr (kOne) d = s[C - 1];
-#pragma GCC unroll 2
-    for (std::uint64_t r = 0; r < runs; ++r, p += C) {
-#pragma GCC unroll 4
-      for (std::uint64_t i = 0; i < kFours; ++i) {
-        load_into(x, p + 4 * i);
-        fold_into<Fold>(a[i], x);
-      }
-      if constexpr (kTwo) {
-        std::memcpy(&y, p + 4 * kFours, sizeof y);
-        fold_into<Fold>(b, y);
-      }
-      if constexpr (kOne) d = Fold::fold(d, p[C - 1]);
-    }
-#pragma GCC unroll 4
-    for (std::uint64_t i = 0; i < kFours; ++i) std::memcpy(s + 4 * i, &a[i], sizeof a[i]);
-    if constexpr (kTwo) std::memcpy(s + 4 * kFours, &b, sizeof b);
-    if constexpr (kOne) s[C - 1] = d;
+    fold_shared_block<Fold, C / 4, C % 4 / 2 != 0, C % 2 != 0>(p, s, runs, C);
   } else if (runs == 1) {
 #pragma GCC unroll 4
     for (std::uint64_t k = 0; k < c; ++k) s[k] = Fold::fold(s[k], p[k]);
   } else {
-    // Blocks of 16 entries in registers over the runs, the rest one by one.
+    // Blocks of 16 entries, then the rest of fewer, in registers over the runs.
     std::uint64_t k = 0;
-    for (; k + 16 <= c; k += 16) {
-      V4 a[4], x;
-#pragma GCC unroll 4
-      for (std::uint64_t i = 0; i < 4; ++i) load_into(a[i], s + k + 4 * i);
-      const double* q = p + k;
-      for (std::uint64_t r = 0; r < runs; ++r, q += c) {
-#pragma GCC unroll 4
-        for (std::uint64_t i = 0; i < 4; ++i) {
-          load_into(x, q + 4 * i);
-          fold_into<Fold>(a[i], x);
-        }
-      }
-#pragma GCC unroll 4
-      for (std::uint64_t i = 0; i < 4; ++i) std::memcpy(s + k + 4 * i, &a[i], sizeof a[i]);
-    }
-    for (std::uint64_t r = 0; r < runs; ++r, p += c)
-      for (std::uint64_t j = k; j < c; ++j) s[j] = Fold::fold(s[j], p[j]);
+    for (; k + 16 <= c; k += 16) fold_shared_block<Fold, 4, false, false>(p + k, s + k, runs, c);
+    fold_shared_rest<Fold>(p + k, s + k, runs, c, c - k, std::make_index_sequence<15>{});
   }
 }
 
