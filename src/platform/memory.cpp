@@ -31,8 +31,7 @@ void* allocate_huge_pages(std::size_t bytes) noexcept {
                       MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (mapped == MAP_FAILED) return nullptr;
   const auto start = reinterpret_cast<std::uintptr_t>(mapped);
-  const std::uintptr_t aligned =
-      (start + kHugePageBytes - 1) & ~(std::uintptr_t{kHugePageBytes} - 1);
+  const std::uintptr_t aligned = whole_huge_pages(start);
   if (aligned > start) munmap(mapped, aligned - start);
   if (aligned - start < kHugePageBytes)
     munmap(reinterpret_cast<void*>(aligned + bytes), kHugePageBytes - (aligned - start));
