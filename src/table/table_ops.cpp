@@ -477,11 +477,56 @@ template <class V>
   for (; i < n; ++i) out[i] = num[i] / divisor(den[i]);
 }
 
+// den[i] := num[i] / divisor(den[i]) in place, as quotient_entries_body.
+template <class V>
+[[gnu::always_inline]] inline void quotient_in_place_body(const double* __restrict num,
+                                                          double* __restrict den,
+                                                          std::uint64_t n) noexcept {
+  constexpr std::uint64_t kLanes = sizeof(V) / sizeof(double);
+  std::uint64_t i = 0;
+  for (; i + kLanes <= n; i += kLanes) {
+    V a, b;
+    std::memcpy(&a, num + i, sizeof a);
+    std::memcpy(&b, den + i, sizeof b);
+    const V d = b > V{} ? b : V{} + 1.0;
+    a /= d;
+    std::memcpy(den + i, &a, sizeof a);
+  }
+  for (; i < n; ++i) den[i] = num[i] / divisor(den[i]);
+}
+
 #ifdef KELVA_WIDE_ROWS
+using V8 = double __attribute__((vector_size(64)));
+
 [[gnu::target("avx2")]] void quotient_entries_wide(double* out, const double* num,
                                                    const double* den, std::uint64_t n) noexcept {
   quotient_entries_body<V4>(out, num, den, n);
 }
+
+[[gnu::target("avx2")]] void quotient_in_place_wide(const double* num, double* den,
+                                                    std::uint64_t n) noexcept {
+  quotient_in_place_body<V4>(num, den, n);
+}
+
+// The same for 512-bit vectors (AVX-512F), where the processor's divider
+// takes eight lanes in about the time it takes four.
+[[gnu::target("avx512f")]] void quotient_entries_widest(double* out, const double* num,
+                                                        const double* den,
+                                                        std::uint64_t n) noexcept {
+  quotient_entries_body<V8>(out, num, den, n);
+}
+
+[[gnu::target("avx512f")]] void quotient_in_place_widest(const double* num, double* den,
+                                                         std::uint64_t n) noexcept {
+  quotient_in_place_body<V8>(num, den, n);
+}
+
+bool widest_quotients_supported() noexcept {
+  __builtin_cpu_init();
+  return __builtin_cpu_supports("avx512f") != 0;
+}
+
+const bool kWidestQuotients = widest_quotients_supported();
 #endif
 
 bool wide_rows_supported() noexcept {
@@ -1221,19 +1266,24 @@ void quotient_entries_plain(double* out, const double* num, const double* den,
 
 }  // namespace
 
-void quotient_entries(double* out, const double* num, const double* den,
-                      std::uint64_t count) noexcept {
-#ifdef KELVA_WIDE_ROWS
-  if (wide_rows()) return quotient_entries_wide(out, num, den, count);
-#endif
-  quotient_entries_plain(out, num, den, count);
-}
-
 QuotientKernel quotient_kernel() noexcept {
 #ifdef KELVA_WIDE_ROWS
-  if (wide_rows()) return quotient_entries_wide;
+  if (wide_rows()) return kWidestQuotients ? quotient_entries_widest : quotient_entries_wide;
 #endif
   return quotient_entries_plain;
+}
+
+void quotient_entries(double* out, const double* num, const double* den,
+                      std::uint64_t count) noexcept {
+  quotient_kernel()(out, num, den, count);
+}
+
+void quotient_in_place(const double* num, double* den, std::uint64_t count) noexcept {
+#ifdef KELVA_WIDE_ROWS
+  if (wide_rows())
+    return (kWidestQuotients ? quotient_in_place_widest : quotient_in_place_wide)(num, den, count);
+#endif
+  quotient_in_place_body<V2>(num, den, count);
 }
 
 void marginalize(const Table& from, Table& to, Reduce how) {

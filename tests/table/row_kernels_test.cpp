@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <random>
 
 #include "table/factor_walk.h"
@@ -100,6 +101,36 @@ TEST(RowKernels, SameBitsAsThePlainOdometerWalk) {
         sweep_range(large.data(), false, {}, {&fold, 1}, cut, n, Reduce::sum);
         EXPECT_TRUE(s3 == sum) << wide << " cut at " << cut;
       }
+    }
+  }
+  set_wide_rows(true);
+}
+
+// Separator quotients divide by every entry above 0 and by 1 elsewhere (0,
+// -0, negatives, NaN), the same bits at every vector width and tail length,
+// into a new table or in place.
+TEST(RowKernels, QuotientsDivideByOneWhereTheOldEntryIsNotPositive) {
+  const double nan = std::nan("");
+  const double dens[] = {0.25, 0.0, -0.0, -2.0, nan, 3.0, 1e-300, HUGE_VAL};
+  const double nums[] = {0.5, -0.0, 7.0, nan, 1e-310, 2.0, 0.0, 1.0, 9.0};
+  const auto same = [](double a, double b) {
+    return (std::isnan(a) && std::isnan(b)) || std::memcmp(&a, &b, sizeof a) == 0;
+  };
+  for (bool wide : {true, false}) {
+    set_wide_rows(wide);
+    for (std::size_t n = 0; n < 40; ++n) {
+      std::vector<double> num(n), den(n), want(n), out(n, 5.0);
+      for (std::size_t i = 0; i < n; ++i) {
+        num[i] = nums[(i * 7 + n) % 9];
+        den[i] = dens[(i * 5 + n) % 8];
+        want[i] = den[i] > 0.0 ? num[i] / den[i] : num[i];
+      }
+      quotient_entries(out.data(), num.data(), den.data(), n);
+      std::vector<double> in_place = den;
+      quotient_in_place(num.data(), in_place.data(), n);
+      for (std::size_t i = 0; i < n; ++i)
+        EXPECT_TRUE(same(out[i], want[i]) && same(in_place[i], want[i]))
+            << wide << " n " << n << " at " << i << ": " << num[i] << " / " << den[i];
     }
   }
   set_wide_rows(true);

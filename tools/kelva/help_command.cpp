@@ -289,7 +289,8 @@ marginal written once),
 bytes_per_entry (those bytes over total_clique_size), effective_gbps (those
 bytes over propagate_seconds), with --threads T above 1 one_thread_propagate_seconds
 and threads_speedup (the same propagations on one thread, each run in turn
-with one on T threads, and the median's ratio to T threads'), and stream_gbps (the best rate of the triad a[i] = b[i] +
+with one on T threads, and the median's ratio to T threads'; each timed run
+follows an untimed one on the same threads), and stream_gbps (the best rate of the triad a[i] = b[i] +
 s*c[i] over arrays far larger than the last-level cache, counting 24 bytes
 per index, on T threads), with T above 1 one_thread_stream_gbps (the same on
 one thread), then one_thread_best_seconds (the best of one thread's N
