@@ -458,11 +458,11 @@ template <class Fold, std::uint64_t C>
 // out[i] := num[i] / divisor(den[i]), a vector of V's lanes at a time.  GCC
 // turns the scalar loop's division by 1 back into a branch, which keeps it
 // from vectorising; the vector form divides every lane, and x / 1 is x, so
-// the bits are those of the scalar loop.
+// the bits are those of the scalar loop.  Each step reads its entries
+// before it writes them, so `out` may be `num` or `den`.
 template <class V>
-[[gnu::always_inline]] inline void quotient_entries_body(double* __restrict out,
-                                                         const double* __restrict num,
-                                                         const double* __restrict den,
+[[gnu::always_inline]] inline void quotient_entries_body(double* out, const double* num,
+                                                         const double* den,
                                                          std::uint64_t n) noexcept {
   constexpr std::uint64_t kLanes = sizeof(V) / sizeof(double);
   std::uint64_t i = 0;
@@ -477,24 +477,6 @@ template <class V>
   for (; i < n; ++i) out[i] = num[i] / divisor(den[i]);
 }
 
-// den[i] := num[i] / divisor(den[i]) in place, as quotient_entries_body.
-template <class V>
-[[gnu::always_inline]] inline void quotient_in_place_body(const double* __restrict num,
-                                                          double* __restrict den,
-                                                          std::uint64_t n) noexcept {
-  constexpr std::uint64_t kLanes = sizeof(V) / sizeof(double);
-  std::uint64_t i = 0;
-  for (; i + kLanes <= n; i += kLanes) {
-    V a, b;
-    std::memcpy(&a, num + i, sizeof a);
-    std::memcpy(&b, den + i, sizeof b);
-    const V d = b > V{} ? b : V{} + 1.0;
-    a /= d;
-    std::memcpy(den + i, &a, sizeof a);
-  }
-  for (; i < n; ++i) den[i] = num[i] / divisor(den[i]);
-}
-
 #ifdef KELVA_WIDE_ROWS
 using V8 = double __attribute__((vector_size(64)));
 
@@ -503,22 +485,12 @@ using V8 = double __attribute__((vector_size(64)));
   quotient_entries_body<V4>(out, num, den, n);
 }
 
-[[gnu::target("avx2")]] void quotient_in_place_wide(const double* num, double* den,
-                                                    std::uint64_t n) noexcept {
-  quotient_in_place_body<V4>(num, den, n);
-}
-
 // The same for 512-bit vectors (AVX-512F), where the processor's divider
 // takes eight lanes in about the time it takes four.
 [[gnu::target("avx512f")]] void quotient_entries_widest(double* out, const double* num,
                                                         const double* den,
                                                         std::uint64_t n) noexcept {
   quotient_entries_body<V8>(out, num, den, n);
-}
-
-[[gnu::target("avx512f")]] void quotient_in_place_widest(const double* num, double* den,
-                                                         std::uint64_t n) noexcept {
-  quotient_in_place_body<V8>(num, den, n);
 }
 
 bool widest_quotients_supported() noexcept {
@@ -1279,11 +1251,7 @@ void quotient_entries(double* out, const double* num, const double* den,
 }
 
 void quotient_in_place(const double* num, double* den, std::uint64_t count) noexcept {
-#ifdef KELVA_WIDE_ROWS
-  if (wide_rows())
-    return (kWidestQuotients ? quotient_in_place_widest : quotient_in_place_wide)(num, den, count);
-#endif
-  quotient_in_place_body<V2>(num, den, count);
+  quotient_kernel()(den, num, den, count);
 }
 
 void marginalize(const Table& from, Table& to, Reduce how) {
