@@ -120,7 +120,7 @@ void separator_quotients(const double* fresh, double* old, std::uint64_t n,
   const double inverse = message_inverse(fresh, n, scale);
   // separator_quotient's bits, a vector at a time; then each quotient times
   // the inverse, as one expression rounds them (x * 1 is x).
-  quotient_in_place(fresh, old, n);
+  quotient_entries(old, fresh, old, n);
   if (scale != nullptr)
     for (std::uint64_t i = 0; i < n; ++i) old[i] *= inverse;
 }

@@ -1250,10 +1250,6 @@ void quotient_entries(double* out, const double* num, const double* den,
   quotient_kernel()(out, num, den, count);
 }
 
-void quotient_in_place(const double* num, double* den, std::uint64_t count) noexcept {
-  quotient_kernel()(den, num, den, count);
-}
-
 void marginalize(const Table& from, Table& to, Reduce how) {
   const IndexPlan plan = IndexPlan::between(from, to);
   const double* large = from.data();

@@ -61,9 +61,6 @@ void quotient(double* out, const double* num, const double* den, std::uint64_t c
 /// `out` may be `num` or `den`; otherwise the three must not overlap.
 void quotient_entries(double* out, const double* num, const double* den,
                       std::uint64_t count) noexcept;
-/// den[i] := num[i] / den[i] where den[i] > 0, else num[i], for i < count:
-/// quotient_entries into its own divisors.
-void quotient_in_place(const double* num, double* den, std::uint64_t count) noexcept;
 /// quotient_entries with its vector width chosen once (by wide_rows() now).
 using QuotientKernel = void (*)(double* out, const double* num, const double* den,
                                 std::uint64_t count) noexcept;

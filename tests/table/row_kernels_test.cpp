@@ -127,7 +127,7 @@ TEST(RowKernels, QuotientsDivideByOneWhereTheOldEntryIsNotPositive) {
       }
       quotient_entries(out.data(), num.data(), den.data(), n);
       std::vector<double> in_place = den;
-      quotient_in_place(num.data(), in_place.data(), n);
+      quotient_entries(in_place.data(), num.data(), in_place.data(), n);
       for (std::size_t i = 0; i < n; ++i)
         EXPECT_TRUE(same(out[i], want[i]) && same(in_place[i], want[i]))
             << wide << " n " << n << " at " << i << ": " << num[i] << " / " << den[i];

@@ -188,11 +188,11 @@ void run_bench(std::FILE* out, const Options& options) {
 
   // Full propagations from the node tables, without evidence; with threads,
   // each run alternates with one on one thread, so that both see the same
-  // machine (a loaded machine slows runs in bursts, not evenly).  After a
-  // change of threads an untimed run goes first: the run after a change
-  // would otherwise also pay for fetching the tables from the caches of the
-  // processors the other mode left them in, which no steady use of either
-  // mode pays.
+  // machine (a loaded machine slows runs in bursts, not evenly).  Each
+  // timed run follows an untimed one on the same threads: a run after a
+  // change of threads would otherwise also pay for fetching the tables from
+  // the caches of the processors the other mode left them in, which no
+  // steady use of either mode pays.
   progress.note("propagating (%d runs without evidence, %d with)", repeat, repeat);
   const auto propagate_once = [&] {
     ok(k_domain_initialize(domain));  // the propagation rebuilds the cliques once
@@ -206,18 +206,14 @@ void run_bench(std::FILE* out, const Options& options) {
     propagate_once();
     return timings(1, propagate_once).front();
   };
+  const auto threads = static_cast<k_size_t>(options.threads);
   std::vector<double> propagate_times;
   std::vector<double> one_thread_times;
   for (int i = 0; i < repeat; ++i) {
-    if (options.threads > 1) {
-      propagate_times.push_back(settled_run(static_cast<k_size_t>(options.threads)));
-      one_thread_times.push_back(settled_run(1));
-    } else {
-      const StayOnProcessor stay;
-      propagate_times.push_back(timings(1, propagate_once).front());
-    }
+    propagate_times.push_back(settled_run(threads));
+    if (threads > 1) one_thread_times.push_back(settled_run(1));
   }
-  ok(k_domain_set_concurrency_level(domain, static_cast<k_size_t>(options.threads)));
+  ok(k_domain_set_concurrency_level(domain, threads));
 
   // Propagations of random evidence from the equilibrium without evidence.
   std::vector<k_node_t> chance;
