@@ -9,18 +9,38 @@
 
 namespace kelva {
 
+namespace {
+
+// Buffers of at least a huge page come straight from the system on 2 MiB
+// pages, already zero: a propagation walks every entry of its tables, and
+// on 4 KiB pages a virtual machine's host made some runs several times
+// slower than others (munin1 on one thread: 0.29 to 2.1 s, against 0.27
+// to 0.38 s on 2 MiB pages).
+bool on_huge_pages(std::uint64_t bytes) noexcept { return bytes >= platform::kHugePageBytes; }
+
+}  // namespace
+
 DoubleBuffer DoubleBuffer::zeros(std::uint64_t count) {
   DoubleBuffer b;
   if (count == 0) return b;
   const std::uint64_t bytes = sat_mul(count, sizeof(double));
   if (!platform::allocation_possible(bytes)) throw Error(K_ERROR_NO_MEMORY);
-  b.data_ = new (std::nothrow) double[static_cast<std::size_t>(count)]();
+  if (on_huge_pages(bytes)) {
+    const std::size_t mapped = platform::whole_huge_pages(static_cast<std::size_t>(bytes));
+    b.data_ = static_cast<double*>(platform::allocate_huge_pages(mapped));
+  } else {
+    b.data_ = new (std::nothrow) double[static_cast<std::size_t>(count)]();
+  }
   if (b.data_ == nullptr) throw Error(K_ERROR_NO_MEMORY);
   b.size_ = count;
   return b;
 }
 
-DoubleBuffer::~DoubleBuffer() { delete[] data_; }
+DoubleBuffer::~DoubleBuffer() {
+  const std::uint64_t bytes = size_ * sizeof(double);
+  if (on_huge_pages(bytes)) platform::free_huge_pages(data_, platform::whole_huge_pages(bytes));
+  else delete[] data_;
+}
 
 DoubleBuffer DoubleBuffer::copy() const {
   DoubleBuffer b = zeros(size_);

@@ -7,6 +7,8 @@
 
 #include "fixture.h"
 #include "network/error.h"
+#include "platform/memory.h"
+#include "table/buffer.h"
 #include "table/index_plan.h"
 #include "table/size.h"
 
@@ -176,6 +178,38 @@ TEST(Table, ArraysTooLargeToAllocateFailWithoutChange) {
   EXPECT_EQ(huge.size(), kSizeTooLarge);
   const Table scalar(net.domain(), {}, TableRole::free, nullptr);
   EXPECT_EQ(code_of([&] { IndexPlan::between(huge, scalar); }), K_ERROR_NO_MEMORY);
+}
+
+// Buffers of a huge page or more come from the system rather than the heap;
+// each kind must start at zero, copy, and be freed by its own path after
+// swaps and moves between the kinds (the sanitizer build reports a wrong one).
+TEST(DoubleBuffer, HeapAndHugePageBuffersZeroCopyAndSwap) {
+  const std::uint64_t page = platform::kHugePageBytes / sizeof(double);
+  std::vector<DoubleBuffer> buffers;
+  for (std::uint64_t count : {std::uint64_t{1}, page - 1, page, page + 1, 2 * page + 3}) {
+    DoubleBuffer b = DoubleBuffer::zeros(count);
+    ASSERT_EQ(b.size(), count);
+    for (std::uint64_t i = 0; i < count; i += 4096) ASSERT_EQ(b[i], 0.0) << count;
+    EXPECT_EQ(b[count - 1], 0.0);
+    b[0] = 1.5;
+    b[count - 1] = static_cast<double>(count);
+    buffers.push_back(std::move(b));
+  }
+  for (const DoubleBuffer& b : buffers) {
+    const DoubleBuffer c = b.copy();
+    ASSERT_EQ(c.size(), b.size());
+    EXPECT_EQ(c[0], b[0]);
+    EXPECT_EQ(c[c.size() - 1], static_cast<double>(b.size()));
+  }
+  buffers[0].swap(buffers[3]);  // a heap buffer and a mapped one trade places
+  EXPECT_EQ(buffers[0].size(), page + 1);
+  EXPECT_EQ(buffers[3].size(), 1u);
+  EXPECT_EQ(buffers[0][0], 1.5);
+  buffers[1] = std::move(buffers[4]);  // frees a heap buffer, takes a mapped one
+  EXPECT_EQ(buffers[1].size(), 2 * page + 3);
+  EXPECT_TRUE(buffers[4].empty());
+  buffers[2] = DoubleBuffer::zeros(3);  // frees a mapped buffer
+  EXPECT_EQ(buffers[2][2], 0.0);
 }
 
 }  // namespace
