@@ -14,8 +14,8 @@ namespace {
 // Buffers of at least a huge page come straight from the system on 2 MiB
 // pages, already zero: a propagation walks every entry of its tables, and
 // on 4 KiB pages a virtual machine's host made some runs several times
-// slower than others (munin1 on one thread: 0.29 to 2.1 s, against 0.27
-// to 0.38 s on 2 MiB pages).
+// slower than others (munin1 on one thread: 0.28 to 2.4 s, against 0.27
+// to 0.44 s on 2 MiB pages).
 bool on_huge_pages(std::uint64_t bytes) noexcept { return bytes >= platform::kHugePageBytes; }
 
 }  // namespace

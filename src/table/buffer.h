@@ -6,7 +6,8 @@
 namespace kelva {
 
 /// An owned array of doubles, zero-filled when made.  Empty when it holds
-/// nothing.
+/// nothing.  Arrays of 2 MiB or more are mapped on huge pages
+/// (platform::allocate_huge_pages), smaller ones come from the heap.
 class DoubleBuffer {
  public:
   DoubleBuffer() noexcept = default;
