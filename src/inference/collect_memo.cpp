@@ -6,7 +6,6 @@
 
 #include "network/domain.h"
 #include "network/node.h"
-#include "platform/memory.h"
 
 namespace kelva {
 
@@ -28,7 +27,7 @@ void CollectMemo::start(const JunctionTree& tree) {
   plan(tree);
   keys_ = {};
   places_ = {};
-  data_ = {};
+  data_ = DoubleBuffer();
   root_ = tree.schedule_root;
   table_changes_ = changes;
   held_ = 0;
@@ -74,7 +73,7 @@ void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   const JunctionTree::Message& message = tree.schedule[i];
   const Table& clique = *message.outer->table;
   const Table& separator = *message.separator->table;
-  double* to = data_.get() + link.base + link.count * copy_size(message);
+  double* to = data_.data() + link.base + link.count * copy_size(message);
   std::memcpy(to, clique.data(), clique.size() * sizeof(double));
   std::memcpy(to + clique.size(), separator.data(), separator.size() * sizeof(double));
   // restore() found the key missing, so its probe ends on a free slot.
@@ -85,23 +84,6 @@ void CollectMemo::store(const JunctionTree& tree, std::size_t i) {
   places_[link.slots + at] = static_cast<std::uint32_t>(link.count);
   ++link.count;
   held_ += copy_size(message);
-}
-
-void MemoDataFree::operator()(double* data) const noexcept {
-  if (bytes != 0) platform::free_huge_pages(data, bytes);
-  else delete[] data;
-}
-
-std::unique_ptr<double[], MemoDataFree> CollectMemo::allocate(std::size_t doubles) {
-  // A memo of megabytes fills a page at a time over the first cases; on
-  // huge pages that is a fault per 2 MiB instead of one per 4 KiB.
-  const std::size_t bytes = doubles * sizeof(double);
-  if (bytes >= platform::kHugePageBytes) {
-    const std::size_t rounded = platform::whole_huge_pages(bytes);
-    if (void* pages = platform::allocate_huge_pages(rounded))
-      return {static_cast<double*>(pages), MemoDataFree{rounded}};
-  }
-  return {new double[doubles], MemoDataFree{}};
 }
 
 void CollectMemo::make_room(const JunctionTree& tree) noexcept {
@@ -127,13 +109,13 @@ void CollectMemo::make_room(const JunctionTree& tree) noexcept {
     }
     keys_.assign(slots, 0);
     places_.assign(slots, 0);
-    data_ = allocate(doubles);
+    data_ = DoubleBuffer::zeros(doubles);
   } catch (...) {
     // Without room the memo keeps nothing until it is dropped.
     for (Link& link : links_) link.room = 0;
     keys_ = {};
     places_ = {};
-    data_ = {};
+    data_ = DoubleBuffer();
   }
 }
 

@@ -3,11 +3,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <vector>
 
 #include "compile/junction_forest.h"
 #include "network/evidence.h"
+#include "table/buffer.h"
 #include "table/table.h"
 
 namespace kelva {
@@ -20,13 +20,6 @@ namespace kelva {
 inline constexpr std::uint64_t kMemoCliqueLimit = std::uint64_t{1} << 14;
 inline constexpr std::size_t kMemoBudget = std::size_t{1} << 20;
 inline constexpr std::size_t kMemoPerLink = 2048;
-
-/// Frees a memo's copies as they were allocated: from huge pages when
-/// `bytes` is set.
-struct MemoDataFree {
-  std::size_t bytes = 0;
-  void operator()(double* data) const noexcept;
-};
 
 /// Collected cliques remembered by the evidence that made them.  After a
 /// rebuild, the table a clique holds at the end of the collect, and the
@@ -125,9 +118,9 @@ class CollectMemo {
   /// base + number * (clique + separator entries) in data_.
   std::vector<std::uint64_t> keys_;
   std::vector<std::uint32_t> places_;
-  /// Room for `doubles` (throws std::bad_alloc when there is none).
-  static std::unique_ptr<double[], MemoDataFree> allocate(std::size_t doubles);
-  std::unique_ptr<double[], MemoDataFree> data_;  // not cleared: only kept copies are read
+  /// The copies; a memo of 2 MiB or more lies on huge pages, so that
+  /// filling it over the first cases faults once per 2 MiB, not per 4 KiB.
+  DoubleBuffer data_;
   std::vector<Link> links_;
   std::vector<Digit> digits_;
   std::uint64_t table_changes_ = 0;
@@ -165,7 +158,7 @@ inline bool CollectMemo::restore(JunctionTree& tree, std::size_t i) {
   // Hit: the clique and its message are those of the first computation.
   Table& clique = *message.outer->table;
   Table& separator = *message.separator->table;
-  const double* from = data_.get() + link.base + places_[link.slots + at] * copy_size(message);
+  const double* from = data_.data() + link.base + places_[link.slots + at] * copy_size(message);
   std::memcpy(clique.data(), from, clique.size() * sizeof(double));
   std::memcpy(separator.data(), from + clique.size(), separator.size() * sizeof(double));
   // The memo serves collects after a rebuild with the entered evidence,
