@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
-# Builds the libFuzzer targets of fuzz/ with clang into build/fuzz (warnings
-# are errors) and runs each for a short time on a copy of its seed corpus
+# Builds the libFuzzer targets of fuzz/ in the sanitize preset's tree
+# (build/sanitize: clang, AddressSanitizer and UndefinedBehaviorSanitizer,
+# warnings are errors; after scripts/test-all.sh they are already built) and
+# runs each for a short time on a copy of its seed corpus
 # (fuzz/corpus/<name>/), so the checked-in corpus never changes.  Runs
 # KELVA_JOBS targets at a time, prints one line per target and exits
 # non-zero when any target crashed, leaked, timed out or produced a
@@ -13,11 +15,12 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
 seconds=${KELVA_FUZZ_SECONDS:-30}
 jobs=${KELVA_JOBS:-2}
+programs=build/sanitize/fuzz
 build=build/fuzz
 
 mkdir -p "$build"
-if ! { cmake -S fuzz -B "$build" -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DKELVA_WERROR=ON &&
-  cmake --build "$build" -j"$jobs"; } >"$build/build.log" 2>&1; then
+if ! { cmake --preset sanitize -DKELVA_WERROR=ON &&
+  cmake --build --preset sanitize -j"$jobs" --target fuzzers; } >"$build/build.log" 2>&1; then
   tail -n 40 "$build/build.log"
   echo "fuzz: build failed (log $build/build.log)"
   exit 1
@@ -57,7 +60,7 @@ fuzz_one() {
     for net in asia rats-deal id-example-unbbayes; do
       if [[ -f $shared/nets/$net.net ]]; then nets+=("$shared/nets/$net.net"); fi
     done
-    "$build/kb_seeds" "$run/corpus" "${nets[@]}"
+    "$programs/kb_seeds" "$run/corpus" "${nets[@]}"
   fi
   if [[ $name == net && -d $shared/nets ]]; then
     local net
@@ -68,7 +71,7 @@ fuzz_one() {
     seeds+=("$run/shared")
   fi
   local status=0 runs coverage artifact
-  "$build/${name}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+  "$programs/${name}_fuzzer" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
     -artifact_prefix="$run/" "$run/corpus" "${seeds[@]}" >"$run/log" 2>&1 || status=$?
   runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$run/log" | tail -n 1)
   coverage=$(grep -o 'cov: [0-9]*' "$run/log" | tail -n 1 || true)

@@ -45,11 +45,12 @@ using RunFactors = RunFactorsOf<kMaxJointFactors>;
 
 // Vectors of 4 and 2 doubles: each lane is multiplied as a double is, so
 // the products are those of a scalar loop.  The unaligned forms load and
-// store them from tables of doubles.
+// store them from tables of doubles.  (Clang lowers the alignment only
+// in a typedef of a vector type already made.)
 using V4 = double __attribute__((vector_size(32)));
 using V2 = double __attribute__((vector_size(16)));
-using V4u = double __attribute__((vector_size(32), aligned(8), may_alias));
-using V2u = double __attribute__((vector_size(16), aligned(8), may_alias));
+typedef V4 V4u __attribute__((aligned(8), may_alias));
+typedef V2 V2u __attribute__((aligned(8), may_alias));
 
 // GCC takes the whole-vector stores into a4 below for partial ones and
 // warns that the rest may be read uninitialised; every lane is written.

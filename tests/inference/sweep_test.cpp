@@ -15,7 +15,7 @@ namespace {
 
 // The largest forests compared; under the sanitizers the larger ones took
 // most of the suite's time, and the release build checks them.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KELVA_TEST_SANITIZED)
 constexpr std::uint64_t kMostEntries = 5'000'000;
 #else
 constexpr std::uint64_t kMostEntries = 50'000'000;

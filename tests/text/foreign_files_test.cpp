@@ -66,7 +66,7 @@ void expect_near(const std::vector<double>& a, const std::vector<double>& b, dou
 // Beliefs are compared for networks whose junction forest holds at most this
 // many table entries: under the sanitizers the biggest (munin1-3, link,
 // barley, diabetes, mildew, water) are read and written back only.
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(KELVA_TEST_SANITIZED)
 constexpr k_size_t kBeliefsForestLimit = 3'000'000;
 #else
 constexpr k_size_t kBeliefsForestLimit = ~k_size_t{0};
