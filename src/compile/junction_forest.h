@@ -110,6 +110,10 @@ class Clique : public Object {
   std::vector<const NodeSlot*> assigned_nodes;
   std::vector<SweepFactor> sweep_factors;
   std::vector<SweepFold> sweep_folds;
+  /// Set by a collect sweep that only folded the rebuilt table and left the
+  /// clique's entries as they were: the distribute sweep rebuilds them from
+  /// the collect's factors (still in sweep_factors) before it multiplies.
+  bool rebuild_pending = false;
 
   void* backpointer = nullptr;
   PeerRef peer = nullptr;  ///< "cliquePeer"
@@ -219,6 +223,9 @@ class JunctionTree : public Object {
   /// Whether the next collect multiplies in each home node's entered
   /// evidence, made as its clique is swept (else the waiting factors).
   bool sweep_entered = false;
+  /// Whether two threads walk the passes together (set by each
+  /// propagation; see the inference layer).
+  bool sweep_shared = false;
   /// The continuous part (null without continuous nodes, until the first
   /// propagation).
   CgTreePtr cg;

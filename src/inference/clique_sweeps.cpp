@@ -6,12 +6,32 @@
 #include <span>
 
 #include "inference/clique_ops.h"
+#include "inference/collect_memo.h"
 #include "inference/evidence.h"
 #include "network/domain.h"
 #include "network/node.h"
 #include "table/sweep.h"
 
 namespace kelva {
+
+namespace {
+
+// Two threads walking a tree together share the memory's bandwidth, so a
+// large rebuilt clique costs them more in the table's traffic than in its
+// factors' products: the collect then only folds it (the rebuilt blocks
+// are made in a buffer), and its distribute sweep makes it again from the
+// same factors and writes it once, with no write in the collect and no
+// read in the distribute.  Cliques of at least kRebuiltTwice entries (a
+// table that leaves the second-level cache) and at most kMostFactorsTwice
+// factors: link's two-thread propagations took 6 to 10% less time, and
+// with munin1's 78 M-entry clique of three factors the products cost more
+// than the traffic saved (see docs/decisions/fused_sweeps.md).
+constexpr std::uint64_t kRebuiltTwice = std::uint64_t{1} << 17;
+constexpr std::size_t kMostFactorsTwice = 2;
+// The collect memo copies no clique this large, so none that is only folded.
+static_assert(kRebuiltTwice > kMemoCliqueLimit);
+
+}  // namespace
 
 bool sweeps_fit(const JunctionTree& tree) noexcept {
   const Domain& domain = *tree.domain;
@@ -113,8 +133,18 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
         {tree.schedule[j].inner_plan, direct ? sep.table->data() : sep.scratch.data()});
   }
   SweepFold fold{out_plan, out};
-  sweep(clique.table->data(), clique.table->size(), tree.sweep_rebuild, factors,
-        std::span<SweepFold>(&fold, out != nullptr ? 1 : 0), how, parallelism);
+  const std::span<SweepFold> folds(&fold, out != nullptr ? 1 : 0);
+  const std::uint64_t size = clique.table->size();
+  // A large rebuilt clique that sends a sum, on two threads, is only folded
+  // (see kRebuiltTwice); a max propagation checks each clique's total.
+  clique.rebuild_pending = false;
+  if (tree.sweep_rebuild && tree.sweep_shared && direct && how == Reduce::sum && out != nullptr &&
+      size >= kRebuiltTwice && factors.size() <= kMostFactorsTwice) {
+    clique.rebuild_pending =
+        sweep_folds_only(clique.table->data(), size, factors, folds, how, parallelism);
+    return;
+  }
+  sweep(clique.table->data(), size, tree.sweep_rebuild, factors, folds, how, parallelism);
 }
 
 namespace {
@@ -235,6 +265,17 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   double* old = sep.scratch.data();
   const std::uint64_t n = sep.table->size();
   const std::uint64_t size = clique.table->size();
+  if (clique.rebuild_pending) {
+    // The collect's product of factors, then the quotients, entry by entry:
+    // the bits of the table the collect would have written, multiplied.
+    clique.rebuild_pending = false;
+    separator_quotients(fresh, old, n, parallelism);
+    auto& factors = clique.sweep_factors;
+    factors.push_back({link.outer_plan, old});
+    sweep(clique.table->data(), size, true, factors, distribute_folds(tree, clique, first, end),
+          how, parallelism);
+    return;
+  }
   const bool split = split_sweep_fits(size, parallelism);
   if (!split && size <= kSmallClique) {
     // A small clique: the quotients of the whole separator (no larger than

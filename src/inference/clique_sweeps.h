@@ -67,7 +67,10 @@ inline void take_collected(Separator& sep, double* fresh, std::uint64_t n, bool 
 /// after a rebuild unscaled), and its marginal goes to `out` through
 /// `out_plan` (none when null, at the root).  Multiplies in the entered
 /// evidence of its home nodes when so staged, else their waiting factors
-/// (and clears them).
+/// (and clears them).  A large rebuilt clique with few factors, swept while
+/// two threads share the passes, may only be folded (rebuild_pending): its
+/// table is then made by its receive_sweep, from the factors this sweep
+/// leaves in its sweep_factors.
 void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::size_t end,
                    const IndexPlan* out_plan, double* out, Reduce how,
                    const Parallelism& parallelism);
@@ -87,8 +90,9 @@ void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
 /// the separator leads the clique's table and the sweep is not shared
 /// between threads, each quotient is made from the two buffers as the
 /// sweep reaches its entries; otherwise the quotients are written to the
-/// scratch first.  The bits are those of exchange_separator followed by
-/// distribute_sweep.
+/// scratch first.  A clique whose collect sweep only folded it is rebuilt
+/// from the collect's factors, the quotients last.  The bits are those of
+/// exchange_separator followed by distribute_sweep.
 void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::size_t end,
                    Reduce how, const Parallelism& parallelism);
 

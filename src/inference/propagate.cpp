@@ -705,6 +705,7 @@ double calibrate(JunctionTree& tree, Reduce how, const Parallelism& threads, boo
   }
   double log_scale = 0.0;
   SweepPlan* plan = nullptr;
+  tree.sweep_shared = shared;
   if (shared) {
     SharedPass pass(tree, entries, true, how, par, scaled);
     pass.run();
@@ -867,6 +868,9 @@ void scale_by_density(JunctionTree& tree) {
 void reset_tree(JunctionTree& tree) noexcept {
   tree.needs_initialisation = true;
   tree.equilibrium = K_EQUILIBRIUM_NONE;
+  // A pass that failed between the collect and the distribute leaves no
+  // clique waiting to be made again.
+  for (Clique* const* c = tree.cliques.data(); *c != nullptr; ++c) (*c)->rebuild_pending = false;
 }
 
 void run_tree(JunctionTree& tree, Clique* root, k_equilibrium_t equilibrium,

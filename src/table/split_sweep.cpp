@@ -245,9 +245,9 @@ void clear_shared(std::span<const SweepFold> folds, Reduce how, std::uint64_t th
 
 }  // namespace
 
-void split_sweep(double* large, std::uint64_t size, bool rebuild,
+bool split_sweep(double* large, std::uint64_t size, bool rebuild,
                  std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
-                 const Parallelism& parallelism) {
+                 const Parallelism& parallelism, bool discard) {
   const Cut cut = choose_cut(size, folds, factors.size(), parallelism.threads);
   // Folds the cut covers first, then the other folds with more than one
   // entry, then the totals.
@@ -261,6 +261,8 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
   const std::span<const SweepFold> covered(first, rest);
   const std::span<const SweepFold> others(rest, totals);
   clear_shared(std::span<const SweepFold>(first, totals), how, parallelism.threads);
+  // Folds made over the finished table need it written.
+  discard = discard && rest == end;
 
   const std::uint64_t span = cut.stride * cut.count;
   const bool in_order =
@@ -315,7 +317,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
         while (!done[k - values].load(std::memory_order_acquire)) platform::relax();
       const std::uint64_t stop = part_start(cut.outer, groups, g + 1) * span;
       for (std::uint64_t base = part_start(cut.outer, groups, g) * span; base < stop; base += span)
-        sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how);
+        sweep_range(large, rebuild, factors, covered, base + lo, base + hi, how, discard);
       if (in_turn) done[k].store(true, std::memory_order_release);
     };
     run_parts(groups * values, parallelism.threads, sweep_part);
@@ -335,6 +337,7 @@ void split_sweep(double* large, std::uint64_t size, bool rebuild,
   }
   for (const SweepFold* f = totals; f != end; ++f)
     marginalize(*f->plan, large, f->data, how, parallelism);
+  return discard;
 }
 
 }  // namespace kelva

@@ -33,13 +33,25 @@ struct SweepFold {
 void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const SweepFactor> factors,
            std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism = {});
 
+/// sweep() of a rebuild whose folds alone are wanted: where the folds
+/// allow, each block is made in a buffer and folded there, the large table
+/// is left as it was (neither read nor written), and true is returned.
+/// Otherwise the table is written as by sweep() and false returned: where
+/// a fold reads the finished table (a total, or with threads a fold that
+/// the cut misses) or a fold's inner run is longer than the buffer.  The
+/// folds get sweep()'s bits either way.
+bool sweep_folds_only(double* large, std::uint64_t size, std::span<const SweepFactor> factors,
+                      std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism = {});
+
 /// The factors and folds of sweep() over large entries [begin, end) only,
 /// in the same blocks: the folds with more than one entry (others are
 /// skipped) are added to, not cleared.  `begin` and `end` must lie on whole
-/// inner runs of every fold whose inner run folds into one entry.
+/// inner runs of every fold whose inner run folds into one entry.  With
+/// `discard` (a rebuild whose folds' inner runs fit sweep_folds_only's
+/// buffer), the blocks are made in that buffer and the table is untouched.
 void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                 Reduce how);
+                 Reduce how, bool discard = false);
 
 /// The least common multiple of the inner runs of the folds with more
 /// than one entry whose inner run folds into one entry: blocks of a sweep
@@ -65,9 +77,11 @@ inline bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism)
 /// made behind the pieces in index order where the pieces are contiguous
 /// ranges, else afterwards over the finished table, each by one thread.  Every
 /// small entry receives the same additions in the same order as in one
-/// thread's sweep.  Moves the folds that the cut covers to the front.
-void split_sweep(double* large, std::uint64_t size, bool rebuild,
+/// thread's sweep.  Moves the folds that the cut covers to the front.  With
+/// `discard` (as sweep_folds_only gives it), the pieces leave the table as
+/// it was where the cut covers every fold; returns whether they did.
+bool split_sweep(double* large, std::uint64_t size, bool rebuild,
                  std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
-                 const Parallelism& parallelism);
+                 const Parallelism& parallelism, bool discard = false);
 
 }  // namespace kelva

@@ -1015,13 +1015,24 @@ void fold_block(const SweepFold& f, const double* large, std::uint64_t begin, st
   fold_range<Fold>(plan, large, f.data, begin, end);
 }
 
+// Entries of the buffer a discarding sweep builds its blocks in (on the
+// stack), with room to give each block the table's alignment modulo 64
+// bytes.
+constexpr std::uint64_t kDiscardBlock = 4096;
+constexpr std::uint64_t kDiscardSlack = 8;
+
 // Applies the factors to large entries [begin, end) and folds them into
 // every fold with more than one entry, in blocks that each stay in the
 // first-level cache.  `begin` and `end` lie on whole inner runs of every
 // fold, and so do the blocks (their least common multiple), so each run is
 // folded as a whole walk would fold it.  With `stored`, folds of one run
-// per entry are stored, not added to (fold_block).
-template <class Fold>
+// per entry are stored, not added to (fold_block).  With `Discard` (a
+// rebuild whose folded run fits kDiscardBlock), each block is built in a
+// buffer instead of the table, which is left as it was: the kernels get
+// the buffer moved back by the block's start, so they index it as the
+// table, at the table's alignment modulo 64 bytes.  The same operations on
+// the same values, so the folds get the same bits.
+template <class Fold, bool Discard = false>
 void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> factors,
                   std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
                   bool stored = false) {
@@ -1030,10 +1041,19 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
   constexpr std::uint64_t kJointLeast = 1024;
   // A block holds more than kBlock / 2 entries whatever the runs, so a
   // smaller range is one block.
-  static_assert(kJointLeast <= kBlock / 2);
+  static_assert(kJointLeast <= kBlock / 2 && kBlock <= kDiscardBlock);
+  alignas(64) double buffer[Discard ? kDiscardBlock + kDiscardSlack : 1];
+  // The block [a, b) in the table, or in the buffer moved back by a.
+  auto place = [&](std::uint64_t a) {
+    if (!Discard) return large;
+    const auto at = reinterpret_cast<std::uintptr_t>(large + a);
+    const std::uintptr_t start = reinterpret_cast<std::uintptr_t>(buffer) + (at & 63);
+    return reinterpret_cast<double*>(start - a * sizeof(double));
+  };
   if (end - begin < kJointLeast) {
-    apply_factors(large, rebuild, factors, begin, end);
-    for (const SweepFold& f : folds) fold_block<Fold>(f, large, begin, end, stored);
+    double* to = place(begin);
+    apply_factors(to, rebuild, factors, begin, end);
+    for (const SweepFold& f : folds) fold_block<Fold>(f, to, begin, end, stored);
     return;
   }
   const std::uint64_t run = folded_run(folds);
@@ -1043,13 +1063,14 @@ void sweep_blocks(double* large, bool rebuild, std::span<const SweepFactor> fact
                        joint_pays(joint, factors, rebuild);
   for (std::uint64_t a = begin; a < end; a += block) {
     const std::uint64_t b = std::min(end, a + block);
-    if (jointly) apply_joint(joint, large, rebuild, factors, a, b);
-    else apply_factors(large, rebuild, factors, a, b);
-    for (const SweepFold& f : folds) fold_block<Fold>(f, large, a, b, stored);
+    double* to = place(a);
+    if (jointly) apply_joint(joint, to, rebuild, factors, a, b);
+    else apply_factors(to, rebuild, factors, a, b);
+    for (const SweepFold& f : folds) fold_block<Fold>(f, to, a, b, stored);
   }
 }
 
-template <class Fold>
+template <class Fold, bool Discard = false>
 void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const SweepFactor> factors,
                 std::span<const SweepFold> folds, const Parallelism& par) {
   // Totals (one entry) are summed in blocks of their own, after the sweep;
@@ -1057,7 +1078,7 @@ void sweep_with(double* large, std::uint64_t n, bool rebuild, std::span<const Sw
   for (const SweepFold& f : folds)
     if (f.plan->small_size() > 1 && !one_run_per_entry(*f.plan))
       std::fill(f.data, f.data + f.plan->small_size(), Fold::identity());
-  sweep_blocks<Fold>(large, rebuild, factors, folds, 0, n, true);
+  sweep_blocks<Fold, Discard>(large, rebuild, factors, folds, 0, n, true);
   for (const SweepFold& f : folds)
     if (f.plan->small_size() == 1) fold_plan<Fold>(*f.plan, large, f.data, par);
 }
@@ -1140,11 +1161,34 @@ void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const Swee
   }
 }
 
+bool sweep_folds_only(double* large, std::uint64_t size, std::span<const SweepFactor> factors,
+                      std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism) {
+  // A total reads the finished table, and a block holds a folded run whole.
+  bool discard = folded_run(folds) <= kDiscardBlock;
+  for (const SweepFold& f : folds) discard = discard && f.plan->small_size() > 1;
+  if (split_sweep_fits(size, parallelism))
+    return split_sweep(large, size, true, factors, folds, how, parallelism, discard);
+  if (!discard) {
+    sweep(large, size, true, factors, folds, how, parallelism);
+  } else if (how == Reduce::sum) {
+    sweep_with<SumFold, true>(large, size, true, factors, folds, parallelism);
+  } else {
+    sweep_with<MaxFold, true>(large, size, true, factors, folds, parallelism);
+  }
+  return discard;
+}
+
 void sweep_range(double* large, bool rebuild, std::span<const SweepFactor> factors,
                  std::span<const SweepFold> folds, std::uint64_t begin, std::uint64_t end,
-                 Reduce how) {
-  if (how == Reduce::sum) sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end);
-  else sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end);
+                 Reduce how, bool discard) {
+  if (discard) {
+    if (how == Reduce::sum) sweep_blocks<SumFold, true>(large, rebuild, factors, folds, begin, end);
+    else sweep_blocks<MaxFold, true>(large, rebuild, factors, folds, begin, end);
+  } else if (how == Reduce::sum) {
+    sweep_blocks<SumFold>(large, rebuild, factors, folds, begin, end);
+  } else {
+    sweep_blocks<MaxFold>(large, rebuild, factors, folds, begin, end);
+  }
 }
 
 namespace {

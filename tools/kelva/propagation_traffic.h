@@ -39,6 +39,9 @@ struct ForestShape {
 ///    child's table (another root), has the quotients written to the
 ///    scratch and read back (2S more);
 ///  - each discrete node's marginal writes one entry per state.
+/// Two threads walking the passes together save more: a large clique of
+/// at most two factors is only folded by the collect and written by the
+/// distribute (1C instead of 3C); the model counts one thread's path.
 /// Continuous members and CG parts are not counted.  Throws ApiError.
 ForestShape read_forest_shape(k_domain_t domain);
 
