@@ -107,7 +107,7 @@ class Clique : public Object {
   std::vector<NodeSlot*> homed;
   /// The records of the members whose tables are assigned to this clique,
   /// in the members' order (kept with `homed`).
-  std::vector<const NodeSlot*> assigned_nodes;
+  std::vector<NodeSlot*> assigned_nodes;
   std::vector<SweepFactor> sweep_factors;
   std::vector<SweepFold> sweep_folds;
   /// Set by a collect sweep that only folded the rebuilt table and left the
@@ -251,6 +251,15 @@ struct NodeSlot {
   /// without a table of their own (decision nodes, chain-graph members).
   Clique* assigned = nullptr;
   IndexPlan assigned_plan;
+  /// Where the assigned clique's inner run would read the node's table by
+  /// a stride and the clique is much larger than the table: a copy of the
+  /// table with its nodes in the clique's member order, made again by
+  /// every rebuild (`order_plan`: copy -> node table), and the plan from
+  /// the clique's table onto it, which then reads contiguous runs (inference
+  /// layer; empty otherwise).
+  DoubleBuffer ordered;
+  IndexPlan order_plan;
+  IndexPlan ordered_plan;
   /// For discrete and continuous nodes: the clique from which the node's
   /// marginal is read and into which its evidence is multiplied (the
   /// smallest clique holding the node), and the plan from that clique's
