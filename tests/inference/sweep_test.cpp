@@ -68,10 +68,9 @@ void change_tables(const std::vector<k_node_t>& nodes, std::vector<std::vector<d
 
 // Runs a fixed series of propagations on `domain` (evidence entered, added,
 // a likelihood, max, fast retraction, scaled, two threads, changed node
-// tables), all of them on
-// `threads` threads (their sweeps split down to small cliques), and records
-// every status, log constant and belief, and a hash of the bits of every
-// clique table.
+// tables), all of them on `threads` threads (their sweeps split down to
+// small cliques), and records every status, log constant and belief, and a
+// hash of the bits of every clique table.
 std::vector<std::uint64_t> run_series(k_domain_t domain, const std::vector<k_node_t>& nodes,
                                       std::size_t threads) {
   std::vector<std::uint64_t> seen;
