@@ -25,6 +25,44 @@ constexpr std::uint64_t kOneBlock = 1024;
 // on the stack when a message reaches them.
 constexpr std::uint64_t kStackQuotients = 512;
 
+// The records of the links a pass comes to next lie far apart, and the
+// large sweeps between have pushed them out of the caches: each pass
+// starts fetching them a few links ahead, a level at a time (the records
+// three links ahead, the tables they point to two ahead, the data of the
+// next link), so that the fetches overlap the work instead of following
+// one another.  Hints only: they read nothing the pass does not read.
+constexpr std::uint64_t kFetchedBytes = 4096;  // of a small clique's data
+
+void fetch(const void* p) noexcept { __builtin_prefetch(p); }
+
+void fetch_plan(const IndexPlan& plan) noexcept {
+  fetch(plan.axes().data());
+  if (plan.map() != nullptr) fetch(plan.map());
+}
+
+// The first kFetchedBytes of a table's data, if it has any, to be read
+// (or written, with Write).
+template <bool Write>
+void fetch_data(const Table& table) noexcept {
+  if (!table.has_data()) return;
+  const char* d = reinterpret_cast<const char*>(table.data());
+  const std::uint64_t bytes = std::min(table.size() * sizeof(double), kFetchedBytes);
+  for (std::uint64_t b = 0; b < bytes; b += 64) __builtin_prefetch(d + b, Write ? 1 : 0);
+}
+
+// A distribute fold's plan and small table, then the plan's axes and the
+// table's entries.
+template <class Fold>
+void fetch_fold_record(const Fold& f) noexcept {
+  fetch(f.plan);
+  fetch(f.to);
+}
+template <class Fold>
+void fetch_fold_tables(const Fold& f) noexcept {
+  fetch_plan(*f.plan);
+  fetch(f.to->data());
+}
+
 }  // namespace
 
 SweepPlan::SweepPlan() {
@@ -209,7 +247,23 @@ double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Par
   const bool scaled = tree.domain->scaled_propagation;
   double log_scale = 0.0;
   double scale = 1.0;
+  const auto& schedule = tree.schedule;
   for (std::size_t i = links_.size(); i-- > 0;) {
+    // The collect goes from the last link to the first (see fetch()).
+    if (i >= 3) {
+      fetch(&schedule[i - 3].outer->table);
+      fetch(&schedule[i - 3].separator->table);
+      if (memo != nullptr) memo->prefetch_record(i - 3);
+    }
+    if (i >= 2) {
+      schedule[i - 2].outer->table->prefetch();
+      schedule[i - 2].separator->table->prefetch();
+      if (memo != nullptr) memo->prefetch_copy(i - 2);
+    }
+    if (i >= 1) {
+      if (links_[i - 1].collect) fetch_data<true>(*schedule[i - 1].outer->table);
+      fetch_data<true>(*schedule[i - 1].separator->table);
+    }
     if (memo != nullptr && memo->restore(tree, i)) continue;
     const JunctionTree::Message& link = tree.schedule[i];
     Separator& sep = *link.separator;
@@ -267,6 +321,33 @@ void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
   const Steps* const end = links_.data() + links_.size();
   std::size_t i = 0;
   for (const Steps* s = links_.data(); s != end; ++s, ++i) {
+    // See fetch(): the records, the tables, then the data.
+    if (end - s > 3) {
+      const Steps& n = s[3];
+      fetch(&n.separator->table);
+      fetch(&n.separator->scratch);
+      fetch(&n.clique->table);
+      fetch(n.in.plan);
+      for (std::size_t k = n.child_folds; k < n.child_folds_end; ++k)
+        fetch_fold_record(folds.children[k]);
+      for (std::size_t k = n.home_folds; k < n.home_folds_end; ++k)
+        fetch_fold_record(folds.homes[k]);
+    }
+    if (end - s > 2) {
+      const Steps& n = s[2];
+      n.separator->table->prefetch();
+      n.clique->table->prefetch();
+      fetch(n.separator->scratch.data());
+      fetch_plan(*n.in.plan);
+      for (std::size_t k = n.child_folds; k < n.child_folds_end; ++k)
+        fetch_fold_tables(folds.children[k]);
+      for (std::size_t k = n.home_folds; k < n.home_folds_end; ++k)
+        fetch_fold_tables(folds.homes[k]);
+    }
+    if (end - s > 1 && s[1].receive) {
+      fetch_data<false>(*s[1].separator->table);
+      fetch_data<true>(*s[1].clique->table);
+    }
     if (!s->receive) {
       receive_sweep(tree, i, s->children, s->children_end, how_, par);
       continue;

@@ -128,6 +128,12 @@ class Table : public Object {
   /// Exchanges everything but identity (domain, role, owner, peer,
   /// backpointer) with `other`: nodes, size, data, CG part, cached plans.
   void swap_contents(Table& other) noexcept;
+  /// Starts fetching the table's size and the record of where its data lie
+  /// into the caches, for a pass that reads them shortly (a hint only).
+  void prefetch() const noexcept {
+    __builtin_prefetch(&size_);
+    __builtin_prefetch(&data_);
+  }
   /// Exchanges the discrete data with `other`, which holds size() entries:
   /// propagation keeps a separator's new values this way instead of copying
   /// them.  Nothing else of the table changes.
