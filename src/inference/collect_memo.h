@@ -46,16 +46,24 @@ class CollectMemo {
   /// table and the separator's message and returns true.
   bool restore(JunctionTree& tree, std::size_t i);
 
-  /// Start fetching what restore(tree, i) reads, for a collect that comes
-  /// to link `i` shortly (hints only): the link's record, then its first
-  /// slots and the start of its first copy.
+  /// These start fetching what restore(tree, i) reads, for a collect that comes
+  /// to link `i` shortly, a level at a time (hints only): the link's
+  /// record; its digits, first slots and the start of its first copy; the
+  /// digits' values.
   void prefetch_record(std::size_t i) const noexcept { __builtin_prefetch(&links_[i]); }
   void prefetch_copy(std::size_t i) const noexcept {
     const Link& link = links_[i];
     if (link.room == 0 || data_.empty()) return;
+    __builtin_prefetch(digits_.data() + link.digits);
     __builtin_prefetch(keys_.data() + link.slots);
     const char* from = reinterpret_cast<const char*>(data_.data() + link.base);
     for (std::size_t b = 0; b < kPrefetchedBytes; b += 64) __builtin_prefetch(from + b);
+  }
+  void prefetch_digits(std::size_t i) const noexcept {
+    const Link& link = links_[i];
+    if (link.room == 0) return;
+    const Digit* const end = digits_.data() + link.digits_end;
+    for (const Digit* d = digits_.data() + link.digits; d != end; ++d) __builtin_prefetch(d->value);
   }
 
   /// Keeps what the collect over link `i` just made, while there is room.

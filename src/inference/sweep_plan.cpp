@@ -263,6 +263,7 @@ double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Par
     if (i >= 1) {
       if (links_[i - 1].collect) fetch_data<true>(*schedule[i - 1].outer->table);
       fetch_data<true>(*schedule[i - 1].separator->table);
+      if (memo != nullptr) memo->prefetch_digits(i - 1);
     }
     if (memo != nullptr && memo->restore(tree, i)) continue;
     const JunctionTree::Message& link = tree.schedule[i];
