@@ -140,7 +140,7 @@ class CollectMemo {
   /// base + number * (clique + separator entries) in data_.
   std::vector<std::uint64_t> keys_;
   std::vector<std::uint32_t> places_;
-  /// The copies; a memo of 2 MiB or more lies on huge pages, so that
+  /// The copies; a memo of 1 MiB or more lies on huge pages, so that
   /// filling it over the first cases faults once per 2 MiB, not per 4 KiB.
   DoubleBuffer data_;
   std::vector<Link> links_;

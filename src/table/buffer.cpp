@@ -11,12 +11,14 @@ namespace kelva {
 
 namespace {
 
-// Buffers of at least a huge page come straight from the system on 2 MiB
-// pages, already zero: a propagation walks every entry of its tables, and
-// on 4 KiB pages a virtual machine's host made some runs several times
-// slower than others (munin1 on one thread: 0.28 to 2.4 s, against 0.27
-// to 0.44 s on 2 MiB pages).
-bool on_huge_pages(std::uint64_t bytes) noexcept { return bytes >= platform::kHugePageBytes; }
+// Buffers of at least half a huge page come straight from the system on
+// 2 MiB pages, already zero: a propagation walks every entry of its
+// tables, and on 4 KiB pages a virtual machine's host made some runs
+// several times slower than others (munin1 on one thread: 0.28 to 2.4 s,
+// against 0.27 to 0.44 s on 2 MiB pages), and the sweeps of tables of 1 to
+// 2 MiB walked a page table entry every 4 KiB (munin2 and munin3 took 3 to
+// 5% longer).  A buffer under 2 MiB leaves the rest of its page unused.
+bool on_huge_pages(std::uint64_t bytes) noexcept { return bytes >= DoubleBuffer::kMappedBytes; }
 
 }  // namespace
 

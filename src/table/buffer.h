@@ -6,10 +6,14 @@
 namespace kelva {
 
 /// An owned array of doubles, zero-filled when made.  Empty when it holds
-/// nothing.  Arrays of 2 MiB or more are mapped on huge pages
+/// nothing.  Arrays of kMappedBytes or more are mapped on whole huge pages
 /// (platform::allocate_huge_pages), smaller ones come from the heap.
 class DoubleBuffer {
  public:
+  /// Arrays of at least this many bytes (1 MiB) are mapped: at most half
+  /// of the huge pages an array is given goes unused.
+  static constexpr std::uint64_t kMappedBytes = std::uint64_t{1} << 20;
+
   DoubleBuffer() noexcept = default;
   /// `count` zeros (empty for 0); throws Error(no_memory) when the byte
   /// count saturates, exceeds physical memory (refused without asking the

@@ -180,13 +180,15 @@ TEST(Table, ArraysTooLargeToAllocateFailWithoutChange) {
   EXPECT_EQ(code_of([&] { IndexPlan::between(huge, scalar); }), K_ERROR_NO_MEMORY);
 }
 
-// Buffers of a huge page or more come from the system rather than the heap;
-// each kind must start at zero, copy, and be freed by its own path after
-// swaps and moves between the kinds (the sanitizer build reports a wrong one).
+// Buffers of kMappedBytes or more come from the system rather than the
+// heap, on whole huge pages; each kind must start at zero, copy, and be
+// freed by its own path after swaps and moves between the kinds (the
+// sanitizer build reports a wrong one).
 TEST(DoubleBuffer, HeapAndHugePageBuffersZeroCopyAndSwap) {
   const std::uint64_t page = platform::kHugePageBytes / sizeof(double);
+  const std::uint64_t least = DoubleBuffer::kMappedBytes / sizeof(double);
   std::vector<DoubleBuffer> buffers;
-  for (std::uint64_t count : {std::uint64_t{1}, page - 1, page, page + 1, 2 * page + 3}) {
+  for (std::uint64_t count : {std::uint64_t{1}, least - 1, least, least + 1, 2 * page + 3}) {
     DoubleBuffer b = DoubleBuffer::zeros(count);
     ASSERT_EQ(b.size(), count);
     for (std::uint64_t i = 0; i < count; i += 4096) ASSERT_EQ(b[i], 0.0) << count;
@@ -202,7 +204,7 @@ TEST(DoubleBuffer, HeapAndHugePageBuffersZeroCopyAndSwap) {
     EXPECT_EQ(c[c.size() - 1], static_cast<double>(b.size()));
   }
   buffers[0].swap(buffers[3]);  // a heap buffer and a mapped one trade places
-  EXPECT_EQ(buffers[0].size(), page + 1);
+  EXPECT_EQ(buffers[0].size(), least + 1);
   EXPECT_EQ(buffers[3].size(), 1u);
   EXPECT_EQ(buffers[0][0], 1.5);
   buffers[1] = std::move(buffers[4]);  // frees a heap buffer, takes a mapped one
