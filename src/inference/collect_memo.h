@@ -7,6 +7,7 @@
 
 #include "compile/junction_forest.h"
 #include "network/evidence.h"
+#include "platform/memory.h"
 #include "table/buffer.h"
 #include "table/table.h"
 
@@ -56,8 +57,7 @@ class CollectMemo {
     if (link.room == 0 || data_.empty()) return;
     __builtin_prefetch(digits_.data() + link.digits);
     __builtin_prefetch(keys_.data() + link.slots);
-    const char* from = reinterpret_cast<const char*>(data_.data() + link.base);
-    for (std::size_t b = 0; b < kPrefetchedBytes; b += 64) __builtin_prefetch(from + b);
+    platform::prefetch_bytes(data_.data() + link.base, kPrefetchedBytes);
   }
   void prefetch_digits(std::size_t i) const noexcept {
     const Link& link = links_[i];

@@ -10,6 +10,7 @@
 #include "inference/evidence.h"
 #include "network/domain.h"
 #include "network/node.h"
+#include "platform/memory.h"
 #include "table/factor_walk.h"
 #include "table/fold_walk.h"
 #include "table/table.h"
@@ -44,23 +45,9 @@ void fetch_plan(const IndexPlan& plan) noexcept {
 // (or written, with Write).
 template <bool Write>
 void fetch_data(const Table& table) noexcept {
-  if (!table.has_data()) return;
-  const char* d = reinterpret_cast<const char*>(table.data());
-  const std::uint64_t bytes = std::min(table.size() * sizeof(double), kFetchedBytes);
-  for (std::uint64_t b = 0; b < bytes; b += 64) __builtin_prefetch(d + b, Write ? 1 : 0);
-}
-
-// A distribute fold's plan and small table, then the plan's axes and the
-// table's entries.
-template <class Fold>
-void fetch_fold_record(const Fold& f) noexcept {
-  fetch(f.plan);
-  fetch(f.to);
-}
-template <class Fold>
-void fetch_fold_tables(const Fold& f) noexcept {
-  fetch_plan(*f.plan);
-  fetch(f.to->data());
+  if (table.has_data())
+    platform::prefetch_bytes<Write>(table.data(),
+                                    std::min(table.size() * sizeof(double), kFetchedBytes));
 }
 
 }  // namespace
@@ -321,6 +308,11 @@ void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
   const Folds folds{child_folds_.data(), home_folds_.data()};
   const Steps* const end = links_.data() + links_.size();
   std::size_t i = 0;
+  // Calls fetch_one on each fold of the distribute sweep of `n` but totals.
+  auto each_fold = [folds](const Steps& n, auto fetch_one) {
+    for (std::size_t k = n.child_folds; k < n.child_folds_end; ++k) fetch_one(folds.children[k]);
+    for (std::size_t k = n.home_folds; k < n.home_folds_end; ++k) fetch_one(folds.homes[k]);
+  };
   for (const Steps* s = links_.data(); s != end; ++s, ++i) {
     // See fetch(): the records, the tables, then the data.
     if (end - s > 3) {
@@ -329,10 +321,10 @@ void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
       fetch(&n.separator->scratch);
       fetch(&n.clique->table);
       fetch(n.in.plan);
-      for (std::size_t k = n.child_folds; k < n.child_folds_end; ++k)
-        fetch_fold_record(folds.children[k]);
-      for (std::size_t k = n.home_folds; k < n.home_folds_end; ++k)
-        fetch_fold_record(folds.homes[k]);
+      each_fold(n, [](const auto& f) {
+        fetch(f.plan);
+        fetch(f.to);
+      });
     }
     if (end - s > 2) {
       const Steps& n = s[2];
@@ -340,10 +332,10 @@ void SweepPlan::distribute(JunctionTree& tree, const Parallelism& par) {
       n.clique->table->prefetch();
       fetch(n.separator->scratch.data());
       fetch_plan(*n.in.plan);
-      for (std::size_t k = n.child_folds; k < n.child_folds_end; ++k)
-        fetch_fold_tables(folds.children[k]);
-      for (std::size_t k = n.home_folds; k < n.home_folds_end; ++k)
-        fetch_fold_tables(folds.homes[k]);
+      each_fold(n, [](const auto& f) {
+        fetch_plan(*f.plan);
+        fetch(f.to->data());
+      });
     }
     if (end - s > 1 && s[1].receive) {
       fetch_data<false>(*s[1].separator->table);

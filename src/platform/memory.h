@@ -25,4 +25,12 @@ inline constexpr std::size_t whole_huge_pages(std::size_t bytes) noexcept {
 void* allocate_huge_pages(std::size_t bytes) noexcept;
 void free_huge_pages(void* memory, std::size_t bytes) noexcept;
 
+/// Starts fetching the cache lines of the `bytes` bytes at `p` into the
+/// caches, to be written when `Write` (a hint: it reads and faults nothing).
+template <bool Write = false>
+inline void prefetch_bytes(const void* p, std::size_t bytes) noexcept {
+  const char* const start = static_cast<const char*>(p);
+  for (std::size_t b = 0; b < bytes; b += 64) __builtin_prefetch(start + b, Write ? 1 : 0);
+}
+
 }  // namespace kelva::platform
