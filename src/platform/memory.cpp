@@ -5,6 +5,18 @@
 
 #include <cstdint>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define KELVA_ADDRESS_SANITIZER 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#define KELVA_ADDRESS_SANITIZER 1
+#endif
+#if KELVA_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace kelva::platform {
 
 namespace {
@@ -41,5 +53,21 @@ void* allocate_huge_pages(std::size_t bytes) noexcept {
 }
 
 void free_huge_pages(void* memory, std::size_t bytes) noexcept { munmap(memory, bytes); }
+
+#if KELVA_ADDRESS_SANITIZER
+void forbid_access(const void* p, std::size_t bytes) noexcept {
+  __asan_poison_memory_region(p, bytes);
+}
+void allow_access(const void* p, std::size_t bytes) noexcept {
+  __asan_unpoison_memory_region(p, bytes);
+}
+bool access_forbidden(const void* p) noexcept { return __asan_address_is_poisoned(p) != 0; }
+bool access_checked() noexcept { return true; }
+#else
+void forbid_access(const void*, std::size_t) noexcept {}
+void allow_access(const void*, std::size_t) noexcept {}
+bool access_forbidden(const void*) noexcept { return false; }
+bool access_checked() noexcept { return false; }
+#endif
 
 }  // namespace kelva::platform

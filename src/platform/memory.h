@@ -25,6 +25,18 @@ inline constexpr std::size_t whole_huge_pages(std::size_t bytes) noexcept {
 void* allocate_huge_pages(std::size_t bytes) noexcept;
 void free_huge_pages(void* memory, std::size_t bytes) noexcept;
 
+/// Under AddressSanitizer, makes any access to the `bytes` bytes at `p` an
+/// error that it reports (the unused end of a mapping, which the heap's
+/// guard zones do not cover), or, with allow_access, usable again (before
+/// the memory is given back); nothing in other builds.
+void forbid_access(const void* p, std::size_t bytes) noexcept;
+void allow_access(const void* p, std::size_t bytes) noexcept;
+/// Whether AddressSanitizer reports an access to the byte at `p` (false in
+/// other builds).
+bool access_forbidden(const void* p) noexcept;
+/// Whether this build runs under AddressSanitizer.
+bool access_checked() noexcept;
+
 /// Starts fetching the cache lines of the `bytes` bytes at `p` into the
 /// caches, to be written when `Write` (a hint: it reads and faults nothing).
 template <bool Write = false>
