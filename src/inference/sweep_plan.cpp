@@ -253,7 +253,7 @@ double SweepPlan::collect_links(JunctionTree& tree, CollectMemo* memo, const Par
       if (memo != nullptr) memo->prefetch_digits(i - 1);
     }
     if (memo != nullptr && memo->restore(tree, i)) continue;
-    const JunctionTree::Message& link = tree.schedule[i];
+    const JunctionTree::Message& link = schedule[i];
     Separator& sep = *link.separator;
     double* fresh = tree.sweep_rebuild ? sep.table->data() : sep.scratch.data();
     collect(tree, i, fresh, par);

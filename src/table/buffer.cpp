@@ -20,6 +20,11 @@ namespace {
 // 5% longer).  A buffer under 2 MiB leaves the rest of its page unused.
 bool on_huge_pages(std::uint64_t bytes) noexcept { return bytes >= DoubleBuffer::kMappedBytes; }
 
+// The bytes mapped for a buffer of `bytes` on huge pages.
+std::size_t mapped_bytes(std::uint64_t bytes) noexcept {
+  return platform::whole_huge_pages(static_cast<std::size_t>(bytes));
+}
+
 }  // namespace
 
 DoubleBuffer DoubleBuffer::zeros(std::uint64_t count) {
@@ -28,7 +33,7 @@ DoubleBuffer DoubleBuffer::zeros(std::uint64_t count) {
   const std::uint64_t bytes = sat_mul(count, sizeof(double));
   if (!platform::allocation_possible(bytes)) throw Error(K_ERROR_NO_MEMORY);
   if (on_huge_pages(bytes)) {
-    const std::size_t mapped = platform::whole_huge_pages(static_cast<std::size_t>(bytes));
+    const std::size_t mapped = mapped_bytes(bytes);
     b.data_ = static_cast<double*>(platform::allocate_huge_pages(mapped));
     // The rest of the last page is outside the array: an access there is
     // reported under the address sanitizer, as past a heap block.
@@ -44,7 +49,7 @@ DoubleBuffer DoubleBuffer::zeros(std::uint64_t count) {
 DoubleBuffer::~DoubleBuffer() {
   const std::uint64_t bytes = size_ * sizeof(double);
   if (on_huge_pages(bytes)) {
-    const std::size_t mapped = platform::whole_huge_pages(static_cast<std::size_t>(bytes));
+    const std::size_t mapped = mapped_bytes(bytes);
     platform::allow_access(data_ + size_, mapped - bytes);
     platform::free_huge_pages(data_, mapped);
   } else {
