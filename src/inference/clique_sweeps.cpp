@@ -191,18 +191,43 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
 
 namespace {
 
+// The first of schedule links [first, j) whose separator the clique folds
+// onto exactly as onto link j's (the same members in the same order), or
+// j.  A clique whose children hang on the same separator members (in
+// munin3, up to eight of them) then folds once; the others' messages are
+// copies, the bits the same folds would give.
+std::size_t twin_of(const JunctionTree& tree, std::size_t first, std::size_t j) noexcept {
+  const IndexPlan& plan = *tree.schedule[j].inner_plan;
+  for (std::size_t k = first; k < j; ++k)
+    if (tree.schedule[k].inner_plan->same_walk(plan)) return k;
+  return j;
+}
+
 // The folds of a distribute sweep of `clique`: the separator scratch of
-// schedule links [first, end) and the marginals of its home nodes.
+// schedule links [first, end) but twins (see copy_twins) and the marginals
+// of its home nodes.
 std::span<SweepFold> distribute_folds(JunctionTree& tree, Clique& clique, std::size_t first,
                                       std::size_t end) {
   auto& folds = clique.sweep_folds;
   folds.clear();
   for (std::size_t j = first; j < end; ++j) {
     const JunctionTree::Message& link = tree.schedule[j];
-    folds.push_back({link.inner_plan, link.separator->scratch.data()});
+    if (twin_of(tree, first, j) == j)
+      folds.push_back({link.inner_plan, link.separator->scratch.data()});
   }
   for (NodeSlot* slot : clique.homed) folds.push_back({&slot->home_plan, slot->marginal.data()});
   return folds;
+}
+
+// Gives each link of [first, end) left out of the distribute's folds the
+// message its twin received.
+void copy_twins(JunctionTree& tree, std::size_t first, std::size_t end) noexcept {
+  for (std::size_t j = first; j < end; ++j) {
+    const std::size_t k = twin_of(tree, first, j);
+    if (k == j) continue;
+    const DoubleBuffer& from = tree.schedule[k].separator->scratch;
+    std::copy_n(from.data(), from.size(), tree.schedule[j].separator->scratch.data());
+  }
 }
 
 // Whether `plan` takes large entry i to small entry i / m (m = large size
@@ -294,9 +319,12 @@ void distribute_sweep(JunctionTree& tree, Clique& clique, const IndexPlan& plan,
   const SweepFactor by{&plan, factor};
   sweep(clique.table->data(), clique.table->size(), false, std::span<const SweepFactor>(&by, 1),
         distribute_folds(tree, clique, first, end), how, parallelism);
+  copy_twins(tree, first, end);
 }
 
-void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::size_t end,
+namespace {
+
+void receive_folds(JunctionTree& tree, std::size_t i, std::size_t first, std::size_t end,
                    Reduce how, const Parallelism& parallelism) {
   const JunctionTree::Message& link = tree.schedule[i];
   Separator& sep = *link.separator;
@@ -337,7 +365,17 @@ void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   // A shared sweep, or a separator inside the clique's axes (another root):
   // the quotients go to the scratch first.
   separator_quotients(fresh, old, n, parallelism);
-  distribute_sweep(tree, clique, *link.outer_plan, old, first, end, how, parallelism);
+  const SweepFactor by{link.outer_plan, old};
+  sweep(clique.table->data(), size, false, std::span<const SweepFactor>(&by, 1),
+        distribute_folds(tree, clique, first, end), how, parallelism);
+}
+
+}  // namespace
+
+void receive_sweep(JunctionTree& tree, std::size_t i, std::size_t first, std::size_t end,
+                   Reduce how, const Parallelism& parallelism) {
+  receive_folds(tree, i, first, end, how, parallelism);
+  copy_twins(tree, first, end);
 }
 
 }  // namespace kelva

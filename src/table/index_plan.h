@@ -20,6 +20,8 @@ struct PlanAxis {
   std::uint64_t small_stride;  ///< step in the small table (0: absent there)
   std::uint64_t large_back;    ///< large_stride * (count - 1): undoes a full turn
   std::uint64_t small_back;    ///< small_stride * (count - 1)
+
+  bool operator==(const PlanAxis&) const noexcept = default;
 };
 
 /// Most axes a plan can have.  Merged axes have at least 2 values each, and
@@ -48,6 +50,13 @@ class IndexPlan {
   /// The plan between two tables: every discrete node of `small` must be a
   /// discrete node of `large` with the same state count (Error(usage)).
   static IndexPlan between(const Table& large, const Table& small);
+
+  /// Whether both plans take every large entry to the same small entry,
+  /// so that a walk of either visits the same entries in the same order.
+  bool same_walk(const IndexPlan& other) const noexcept {
+    return large_size_ == other.large_size_ && small_size_ == other.small_size_ &&
+           axes_ == other.axes_;
+  }
 
   /// Entries of the large table.
   std::uint64_t large_size() const noexcept { return large_size_; }
