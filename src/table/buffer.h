@@ -1,13 +1,16 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <utility>
+#include <vector>
 
 namespace kelva {
 
 /// An owned array of doubles, zero-filled when made.  Empty when it holds
 /// nothing.  Arrays of kMappedBytes or more are mapped on whole huge pages
-/// (platform::allocate_huge_pages), smaller ones come from the heap.
+/// (platform::allocate_huge_pages), smaller ones come from the heap or,
+/// made by zeros_together, share one mapping with others.
 class DoubleBuffer {
  public:
   /// Arrays of at least this many bytes (1 MiB) are mapped: at most half
@@ -20,7 +23,18 @@ class DoubleBuffer {
   /// allocator, which may overcommit or, under sanitizers, abort) or the
   /// allocation fails.
   static DoubleBuffer zeros(std::uint64_t count);
+  /// Arrays of at least this many bytes (64 KiB) and under kMappedBytes
+  /// share huge pages when made together.
+  static constexpr std::uint64_t kSharedLeast = std::uint64_t{1} << 16;
+  /// `counts[i]` zeros each, as zeros() makes them, except that the arrays
+  /// of kSharedLeast to kMappedBytes bytes lie side by side in one mapping
+  /// on huge pages when they fill at least kMappedBytes together; the
+  /// mapping is given back with the last of them.  Error(no_memory) as for
+  /// zeros(), with nothing made.
+  static std::vector<DoubleBuffer> zeros_together(std::span<const std::uint64_t> counts);
   DoubleBuffer(DoubleBuffer&& other) noexcept { swap(other); }
+  DoubleBuffer(const DoubleBuffer&) = delete;
+  DoubleBuffer& operator=(const DoubleBuffer&) = delete;
   DoubleBuffer& operator=(DoubleBuffer&& other) noexcept {
     DoubleBuffer(std::move(other)).swap(*this);
     return *this;
@@ -44,11 +58,17 @@ class DoubleBuffer {
   void swap(DoubleBuffer& other) noexcept {
     std::swap(data_, other.data_);
     std::swap(size_, other.size_);
+    std::swap(shared_, other.shared_);
   }
 
+  /// Whether the array shares its mapping with others (zeros_together).
+  bool shares_pages() const noexcept { return shared_ != nullptr; }
+
  private:
+  struct Shared;
   double* data_ = nullptr;
   std::uint64_t size_ = 0;
+  Shared* shared_ = nullptr;  // the mapping, when shared
 };
 
 }  // namespace kelva

@@ -220,5 +220,50 @@ TEST(DoubleBuffer, HeapAndHugePageBuffersZeroCopyAndSwap) {
   EXPECT_EQ(buffers[2][2], 0.0);
 }
 
+// Arrays made together: those of 64 KiB to 1 MiB share one mapping when
+// they fill 1 MiB, each on its own cache lines with a guarded line after
+// it, and the mapping outlives every array but the last, whichever order
+// they go in.  Others are made as zeros() makes them.
+TEST(DoubleBuffer, ArraysMadeTogetherSharePagesUntilTheLastGoes) {
+  const std::uint64_t least = DoubleBuffer::kSharedLeast / sizeof(double);
+  const std::uint64_t most = DoubleBuffer::kMappedBytes / sizeof(double) - 1;
+  const std::vector<std::uint64_t> counts = {least, 3, most, 0, least + 1, most + 1, most - 7};
+  std::vector<DoubleBuffer> made = DoubleBuffer::zeros_together(counts);
+  ASSERT_EQ(made.size(), counts.size());
+  const std::vector<bool> shared = {true, false, true, false, true, false, true};
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    ASSERT_EQ(made[i].size(), counts[i]) << i;
+    EXPECT_EQ(made[i].shares_pages(), shared[i]) << i;
+    if (counts[i] == 0) continue;
+    for (std::uint64_t k = 0; k < counts[i]; k += 512) ASSERT_EQ(made[i][k], 0.0);
+    EXPECT_EQ(made[i][counts[i] - 1], 0.0);
+    made[i][counts[i] - 1] = static_cast<double>(i);
+    if (shared[i]) {
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(made[i].data()) % 64, 0u) << i;
+      EXPECT_EQ(platform::access_forbidden(made[i].data() + counts[i]), platform::access_checked())
+          << i;
+    }
+  }
+  for (std::size_t i = 0; i < made.size(); ++i) {
+    if (counts[i] == 0) continue;
+    EXPECT_EQ(made[i][counts[i] - 1], static_cast<double>(i)) << i;
+  }
+  // The arrays go one by one, a moved one last; the others stay whole.
+  DoubleBuffer last = std::move(made[4]);
+  made[0] = DoubleBuffer();
+  made[6].swap(made[1]);
+  made.clear();
+  EXPECT_TRUE(last.shares_pages());
+  EXPECT_EQ(last[least], 4.0);
+  // Shared arrays that fill less than 1 MiB are made on their own.
+  const std::vector<std::uint64_t> few = {least, least};
+  for (const DoubleBuffer& b : DoubleBuffer::zeros_together(few)) {
+    EXPECT_FALSE(b.shares_pages());
+  }
+  // A size whose bytes overflow is refused, and what was made goes back.
+  const std::vector<std::uint64_t> huge = {most, most, ~std::uint64_t{0}};
+  EXPECT_THROW(DoubleBuffer::zeros_together(huge), Error);
+}
+
 }  // namespace
 }  // namespace kelva
