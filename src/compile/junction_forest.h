@@ -180,6 +180,10 @@ class JunctionTree : public Object {
     std::size_t first_child;
     /// This is the first link leaving `inner`.
     bool first_out;
+    /// The first link leaving `inner` whose plan from it is this link's
+    /// (the same separator members in the same order), or this link's own
+    /// position: `inner` folds once onto such twins (inference layer).
+    std::size_t twin;
   };
   static constexpr std::size_t kNoLink = static_cast<std::size_t>(-1);
   /// Links [first, end) of the schedule: those leaving the outer clique of

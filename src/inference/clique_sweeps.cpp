@@ -191,29 +191,18 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
 
 namespace {
 
-// The first of schedule links [first, j) whose separator the clique folds
-// onto exactly as onto link j's (the same members in the same order), or
-// j.  A clique whose children hang on the same separator members (in
-// munin3, up to eight of them) then folds once; the others' messages are
-// copies, the bits the same folds would give.
-std::size_t twin_of(const JunctionTree& tree, std::size_t first, std::size_t j) noexcept {
-  const IndexPlan& plan = *tree.schedule[j].inner_plan;
-  for (std::size_t k = first; k < j; ++k)
-    if (tree.schedule[k].inner_plan->same_walk(plan)) return k;
-  return j;
-}
-
 // The folds of a distribute sweep of `clique`: the separator scratch of
-// schedule links [first, end) but twins (see copy_twins) and the marginals
-// of its home nodes.
+// schedule links [first, end) but twins (Message::twin, see copy_twins)
+// and the marginals of its home nodes.  A clique whose children hang on
+// the same separator members (in munin3, up to seven of them) folds once;
+// the others' messages are copies, the bits the same folds would give.
 std::span<SweepFold> distribute_folds(JunctionTree& tree, Clique& clique, std::size_t first,
                                       std::size_t end) {
   auto& folds = clique.sweep_folds;
   folds.clear();
   for (std::size_t j = first; j < end; ++j) {
     const JunctionTree::Message& link = tree.schedule[j];
-    if (twin_of(tree, first, j) == j)
-      folds.push_back({link.inner_plan, link.separator->scratch.data()});
+    if (link.twin == j) folds.push_back({link.inner_plan, link.separator->scratch.data()});
   }
   for (NodeSlot* slot : clique.homed) folds.push_back({&slot->home_plan, slot->marginal.data()});
   return folds;
@@ -223,7 +212,7 @@ std::span<SweepFold> distribute_folds(JunctionTree& tree, Clique& clique, std::s
 // message its twin received.
 void copy_twins(JunctionTree& tree, std::size_t first, std::size_t end) noexcept {
   for (std::size_t j = first; j < end; ++j) {
-    const std::size_t k = twin_of(tree, first, j);
+    const std::size_t k = tree.schedule[j].twin;
     if (k == j) continue;
     const DoubleBuffer& from = tree.schedule[k].separator->scratch;
     std::copy_n(from.data(), from.size(), tree.schedule[j].separator->scratch.data());

@@ -75,13 +75,19 @@ void build_schedule(JunctionTree& tree, Clique* root) {
   auto& schedule = tree.schedule;
   schedule.clear();
   auto push_links = [&schedule](Clique* clique, const Clique* from, std::size_t parent) {
-    bool first = true;
+    const std::size_t start = schedule.size();
     for (const Clique::Link& link : clique->links) {
       if (link.neighbour == from) continue;
-      schedule.push_back({clique, link.neighbour, link.separator, plan_of(clique, *link.separator),
+      const IndexPlan* inner_plan = plan_of(clique, *link.separator);
+      std::size_t twin = schedule.size();
+      for (std::size_t k = start; k < schedule.size(); ++k)
+        if (schedule[k].inner_plan->same_walk(*inner_plan)) {
+          twin = k;
+          break;
+        }
+      schedule.push_back({clique, link.neighbour, link.separator, inner_plan,
                           plan_of(link.neighbour, *link.separator), parent, JunctionTree::kNoLink,
-                          first});
-      first = false;
+                          schedule.size() == start, twin});
     }
   };
   push_links(root, nullptr, JunctionTree::kNoLink);
@@ -165,15 +171,8 @@ void prepare(JunctionTree& tree) {
   if (!forest.compressed) make_tables_together(tree);
   for (Clique* const* c = tree.cliques.data(); *c != nullptr && !forest.compressed; ++c) {
     Clique& clique = **c;
-    clique.table->data();
     if (clique.total_plan.large_size() != clique.table->size())
       clique.total_plan = IndexPlan(clique.table->state_counts(), {});
-    for (const Clique::Link& link : clique.links) {
-      Separator& sep = *link.separator;
-      sep.table->data();
-      if (sep.scratch.size() != sep.table->size())
-        sep.scratch = DoubleBuffer::zeros(sep.table->size());
-    }
   }
   const bool utilities = tree.domain->count(K_CATEGORY_UTILITY) > 0;
   std::uint64_t largest = 0;
