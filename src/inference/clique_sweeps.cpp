@@ -16,17 +16,16 @@ namespace kelva {
 
 namespace {
 
-// Two threads walking a tree together share the memory's bandwidth, so a
-// large rebuilt clique costs them more in the table's traffic than in its
+// A large rebuilt clique costs more in its table's traffic than in its
 // factors' products: the collect then only folds it (the rebuilt blocks
 // are made in a buffer), and its distribute sweep makes it again from the
-// same factors and writes it once, with no write in the collect and no
-// read in the distribute.  Cliques of at least kRebuiltTwice entries (a
-// table that leaves the second-level cache) and at most kMostFactorsTwice
-// factors: link's two-thread propagations took 6 to 10% less time, and
-// with munin1's 78 M-entry clique of three factors the products cost more
-// than the traffic saved (see docs/decisions/fused_sweeps.md).
-constexpr std::uint64_t kRebuiltTwice = std::uint64_t{1} << 17;
+// same factors and the parent's quotients, folds it and drops it too.  The
+// table is left with the product deferred (Table::defer_product), made
+// only if something reads it before the next rebuild.  Cliques of at
+// least kRebuiltTwice entries and at most kMostFactorsTwice factors: with
+// munin1's 78 M-entry clique of three factors the products cost more than
+// the traffic saved (see docs/decisions/fused_sweeps.md).
+constexpr std::uint64_t kRebuiltTwice = std::uint64_t{1} << 15;
 constexpr std::size_t kMostFactorsTwice = 2;
 // The collect memo copies no clique this large, so none that is only folded.
 static_assert(kRebuiltTwice > kMemoCliqueLimit);
@@ -132,6 +131,19 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
                    const Parallelism& parallelism) {
   auto& factors = clique.sweep_factors;
   factors.clear();
+  // A rebuild writes or folds every entry: a product the last propagation
+  // deferred is not wanted.  Otherwise a deferred product's factors come
+  // first and the sweep rebuilds from them, so the table is written once:
+  // the same products in the same order as making it, then multiplying.
+  Table& table = *clique.table;
+  bool rebuild = tree.sweep_rebuild;
+  if (rebuild) {
+    table.drop_deferred();
+  } else if (table.deferred()) {
+    const auto product = table.deferred_factors();
+    factors.assign(product.begin(), product.end());
+    rebuild = true;
+  }
   if (tree.sweep_rebuild) {
     // A node's table is assigned to a clique that holds the node, so the
     // members' records name every table assigned here.
@@ -177,16 +189,19 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
   SweepFold fold{out_plan, out};
   const std::span<SweepFold> folds(&fold, out != nullptr ? 1 : 0);
   const std::uint64_t size = clique.table->size();
-  // A large rebuilt clique that sends a sum, on two threads, is only folded
-  // (see kRebuiltTwice); a max propagation checks each clique's total.
+  // A large rebuilt clique that sends a sum is only folded (see
+  // kRebuiltTwice); a max propagation checks each clique's total.
   clique.rebuild_pending = false;
-  if (tree.sweep_rebuild && tree.sweep_shared && direct && how == Reduce::sum && out != nullptr &&
+  if (tree.sweep_rebuild && direct && how == Reduce::sum && out != nullptr &&
       size >= kRebuiltTwice && factors.size() <= kMostFactorsTwice) {
     clique.rebuild_pending =
         sweep_folds_only(clique.table->data(), size, factors, folds, how, parallelism);
     return;
   }
-  sweep(clique.table->data(), size, tree.sweep_rebuild, factors, folds, how, parallelism);
+  // The data of a deferred product, left as they were: every entry is
+  // written by the rebuild below.
+  double* large = rebuild ? table.undeferred_data() : table.data();
+  sweep(large, size, rebuild, factors, folds, how, parallelism);
 }
 
 namespace {
@@ -327,12 +342,15 @@ void receive_folds(JunctionTree& tree, std::size_t i, std::size_t first, std::si
   if (clique.rebuild_pending) {
     // The collect's product of factors, then the quotients, entry by entry:
     // the bits of the table the collect would have written, multiplied.
+    // Where the folds allow, the product is folded and deferred, not
+    // written.
     clique.rebuild_pending = false;
     separator_quotients(fresh, old, n, parallelism);
     auto& factors = clique.sweep_factors;
     factors.push_back({link.outer_plan, old});
-    sweep(clique.table->data(), size, true, factors, distribute_folds(tree, clique, first, end),
-          how, parallelism);
+    if (sweep_folds_only(clique.table->data(), size, factors,
+                         distribute_folds(tree, clique, first, end), how, parallelism))
+      clique.table->defer_product(factors.data(), factors.size());
     return;
   }
   const bool split = split_sweep_fits(size, parallelism);

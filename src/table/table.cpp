@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "network/domain.h"
@@ -9,6 +10,7 @@
 #include "network/node.h"
 #include "table/index_plan.h"
 #include "table/size.h"
+#include "table/sweep.h"
 #include "table/table_ops.h"
 
 namespace kelva {
@@ -129,7 +131,52 @@ Table::~Table() { drop_peer(domain_->peers(), PeerField::table, peer); }
 
 void Table::allocate_zeros() const { data_ = DoubleBuffer::zeros(size_); }
 
+struct Table::Product {
+  std::vector<IndexPlan> plans;
+  std::vector<std::vector<double>> smalls;
+  std::vector<SweepFactor> factors;  // into plans and smalls
+};
+
+void Table::settle() const {
+  if (data_.empty()) allocate_zeros();
+  if (!deferred_) return;
+  sweep(data_.data(), size_, true, product_->factors, {}, Reduce::sum);
+  deferred_ = false;
+}
+
+std::span<const SweepFactor> Table::deferred_factors() const noexcept {
+  if (!deferred_) return {};
+  return product_->factors;
+}
+
+void Table::defer_product(const SweepFactor* factors, std::size_t count) {
+  if (data_.empty()) allocate_zeros();
+  for (std::size_t k = 0; k < count; ++k) require(factors[k].plan->large_size() == size_);
+  deferred_ = false;  // until every copy is made
+  try {
+    if (product_ == nullptr) product_ = std::make_unique<Product>();
+    Product& p = *product_;
+    p.plans.resize(count);
+    p.smalls.resize(count);
+    p.factors.resize(count);
+    for (std::size_t k = 0; k < count; ++k) {
+      const IndexPlan& plan = *factors[k].plan;
+      // Plans repeat from propagation to propagation: copied (with their
+      // maps) only when they differ.
+      if (!p.plans[k].same_walk(plan)) p.plans[k] = plan;
+      p.smalls[k].assign(factors[k].data, factors[k].data + plan.small_size());
+      p.factors[k] = {&p.plans[k], p.smalls[k].data()};
+    }
+  } catch (const std::bad_alloc&) {
+    // No room for the copies: the product is made now instead.
+    sweep(data_.data(), size_, true, std::span<const SweepFactor>(factors, count), {}, Reduce::sum);
+    return;
+  }
+  deferred_ = true;
+}
+
 void Table::allocate() {
+  if (deferred_) settle();
   DoubleBuffer data = data_.empty() ? DoubleBuffer::zeros(size_) : DoubleBuffer();
   if (cg_dimension() > 0) ensure_cg();
   if (!data.empty()) data_.swap(data);
@@ -197,6 +244,7 @@ void Table::remap_all(Shape& s, std::uint64_t outer, std::size_t old_count, std:
 }
 
 void Table::insert_discrete_front(Node* node) {
+  if (deferred_) settle();
   if (nodes_.contains(node)) return;
   const std::size_t count = node->state_count();
   Shape s{nodes_, counts_, discrete_count_ + 1, {}, {}, {}, {}};
@@ -209,6 +257,7 @@ void Table::insert_discrete_front(Node* node) {
 }
 
 void Table::append_continuous(Node* node) {
+  if (deferred_) settle();
   if (nodes_.contains(node)) return;
   Shape s{nodes_, counts_, discrete_count_, {}, {}, {}, {}};
   s.nodes.push_back(node);
@@ -223,6 +272,7 @@ void Table::append_continuous(Node* node) {
 }
 
 void Table::remove_node(Node* node) {
+  if (deferred_) settle();
   const std::size_t pos = nodes_.index_of(node);
   if (pos == NodeList::npos) return;
   Shape s{nodes_, counts_, discrete_count_, {}, {}, {}, {}};
@@ -266,6 +316,7 @@ AxisSpan span_of(const std::vector<std::size_t>& counts, std::size_t pos) {
 }  // namespace
 
 void Table::change_state_count(Node* node, std::size_t /*old_count*/, std::size_t count) {
+  if (deferred_) settle();
   // The table's own record of the count is the one its data are laid out by.
   const std::size_t pos = nodes_.index_of(node);
   if (pos == NodeList::npos || pos >= discrete_count_ || counts_[pos] == count) return;
@@ -280,6 +331,7 @@ void Table::change_state_count(Node* node, std::size_t /*old_count*/, std::size_
 }
 
 void Table::permute_states(Node* node, const std::vector<std::size_t>& new_to_old) {
+  if (deferred_) settle();
   const std::size_t pos = nodes_.index_of(node);
   if (pos == NodeList::npos || pos >= discrete_count_) return;
   const std::size_t count = counts_[pos];
@@ -297,6 +349,7 @@ void Table::replace_node(Node* node, Node* replacement) noexcept {
 }
 
 void Table::reorder(const std::vector<Node*>& order) {
+  if (deferred_) settle();
   const std::size_t n = nodes_.size();
   require(order.size() == n);
   // old_pos[i]: where the i-th node of the new order is now.
@@ -339,17 +392,20 @@ void Table::reorder(const std::vector<Node*>& order) {
 void Table::assign_contents(const Table& other) {
   require(other.size_ == size_ && other.cg_dimension() == cg_dimension());
   if (&other == this) return;
+  if (other.deferred_) other.settle();
   DoubleBuffer data = other.data_.copy();
   DoubleBuffer means = other.means_.copy();
   DoubleBuffer covariances = other.covariances_.copy();
   DoubleBuffer coefficients = other.coefficients_.copy();
   data_.swap(data);
+  deferred_ = false;
   means_.swap(means);
   covariances_.swap(covariances);
   coefficients_.swap(coefficients);
 }
 
 std::unique_ptr<Table> Table::clone() const {
+  if (deferred_) settle();
   auto copy = std::make_unique<Table>(*domain_, std::vector<Node*>{}, TableRole::free, nullptr);
   Shape s{nodes_,
           counts_,
@@ -368,6 +424,8 @@ void Table::swap_contents(Table& other) noexcept {
   std::swap(discrete_count_, other.discrete_count_);
   std::swap(size_, other.size_);
   data_.swap(other.data_);
+  product_.swap(other.product_);
+  std::swap(deferred_, other.deferred_);
   means_.swap(other.means_);
   covariances_.swap(other.covariances_);
   coefficients_.swap(other.coefficients_);

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "kelva/kelva.h"
@@ -14,6 +15,7 @@ namespace kelva {
 
 class Domain;
 class Node;
+struct SweepFactor;
 
 /// What a table is for.  Experience (2) and fading (3) are fixed numbers.
 enum class TableRole : int {
@@ -63,17 +65,43 @@ class Table : public Object {
   /// True once the discrete data have been allocated.
   bool has_data() const noexcept { return !data_.empty(); }
 
-  /// The discrete data, allocated (all 0) on first access; throws
-  /// Error(no_memory) when the size cannot be allocated.
+  /// The discrete data, allocated (all 0) on first access, or made from a
+  /// deferred product (defer_product); throws Error(no_memory) when the
+  /// size cannot be allocated.
   double* data() {
-    if (data_.empty()) [[unlikely]]
-      allocate_zeros();
+    if (data_.empty() || deferred_) [[unlikely]]
+      settle();
     return data_.data();
   }
   const double* data() const {
-    if (data_.empty()) [[unlikely]]
-      allocate_zeros();
+    if (data_.empty() || deferred_) [[unlikely]]
+      settle();
     return data_.data();
+  }
+  /// Leaves the discrete data to be made when they are next read: each
+  /// entry the product of the `count` factors' matching entries in the
+  /// order given, the first copied (a rebuilding sweep without folds, so
+  /// the bits such a sweep gives).  The factors' plans and small tables are
+  /// copied now, so later changes to them do not reach the table.  A
+  /// propagation that has just folded a clique's product without storing
+  /// it leaves the table this way; a clique that nobody reads before it is
+  /// rebuilt is never written.  Without room for the copies, the product
+  /// is made at once.  Throws Error(no_memory) only where the data cannot
+  /// be allocated.
+  void defer_product(const SweepFactor* factors, std::size_t count);
+  /// Forgets a deferred product without making it: for a caller about to
+  /// write every entry.  The data hold the values before the deferral.
+  void drop_deferred() noexcept { deferred_ = false; }
+  /// Whether the data wait for a deferred product.
+  bool deferred() const noexcept { return deferred_; }
+  /// The deferred product's factors (copies; valid while it is deferred).
+  std::span<const SweepFactor> deferred_factors() const noexcept;
+  /// The data without making a deferred product, which is forgotten: for
+  /// a caller about to write every entry, perhaps from deferred_factors()
+  /// (which stay valid until the next defer_product).  Allocates as data().
+  double* undeferred_data() {
+    deferred_ = false;
+    return data();
   }
   /// Allocates the discrete data and, for a table with continuous nodes,
   /// the CG part now, so that later use allocates nothing; throws
@@ -148,6 +176,11 @@ class Table : public Object {
  private:
   // The discrete data, all 0, on first access (Error(no_memory)).
   void allocate_zeros() const;
+  // Allocates the discrete data, or makes a deferred product in them.
+  void settle() const;
+  // A deferred product's copied factors (kept between deferrals, so that
+  // their room is reused).
+  struct Product;
   Domain* domain_;
   TableRole role_;
   Node* owner_;
@@ -166,7 +199,9 @@ class Table : public Object {
 
   std::vector<std::size_t> counts_;  // per discrete node
   mutable DoubleBuffer data_;        // empty until first access
-  DoubleBuffer means_;               // CG part, see the class comment
+  mutable std::unique_ptr<Product> product_;
+  mutable bool deferred_ = false;  // data_ waits for *product_
+  DoubleBuffer means_;             // CG part, see the class comment
   DoubleBuffer covariances_;
   DoubleBuffer coefficients_;
 };

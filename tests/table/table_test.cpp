@@ -11,6 +11,7 @@
 #include "table/buffer.h"
 #include "table/index_plan.h"
 #include "table/size.h"
+#include "table/sweep.h"
 
 namespace kelva {
 namespace {
@@ -178,6 +179,65 @@ TEST(Table, ArraysTooLargeToAllocateFailWithoutChange) {
   EXPECT_EQ(huge.size(), kSizeTooLarge);
   const Table scalar(net.domain(), {}, TableRole::free, nullptr);
   EXPECT_EQ(code_of([&] { IndexPlan::between(huge, scalar); }), K_ERROR_NO_MEMORY);
+}
+
+// A deferred product is made on the first read, from copies of its
+// factors taken when it was deferred; dropping it leaves the data as they
+// were, and copies, shape changes and swaps take the product along.
+TEST(Table, DeferredProductIsMadeWhenFirstRead) {
+  Net net;
+  k_node_t a = net.discrete(2), b = net.discrete(3), c = net.discrete(2);
+  k_table_t h = net.table({a, b, c}, std::vector<double>(12, 7.0));
+  Table& t = test::table(h);
+  const std::vector<std::size_t> counts{2, 3, 2};
+  const IndexPlan over_a(counts, std::vector<std::size_t>{0});
+  const IndexPlan over_cb(counts, std::vector<std::size_t>{2, 1});  // entry c * 3 + b
+  std::vector<double> fa{0.5, 3.0}, fcb{1, 2, 3, 4, 5, 6};
+  const SweepFactor factors[2] = {{&over_a, fa.data()}, {&over_cb, fcb.data()}};
+  std::vector<double> product;
+  for (std::size_t ia = 0; ia < 2; ++ia)
+    for (std::size_t ib = 0; ib < 3; ++ib)
+      for (std::size_t ic = 0; ic < 2; ++ic) product.push_back(fa[ia] * fcb[ic * 3 + ib]);
+
+  t.defer_product(factors, 2);
+  fa[0] = 99.0;  // the factors were copied
+  fcb[5] = 99.0;
+  EXPECT_TRUE(t.deferred());
+  EXPECT_EQ(values(h), product);
+  EXPECT_FALSE(t.deferred());
+
+  t.defer_product(factors, 2);  // now with the changed factors
+  t.drop_deferred();
+  EXPECT_EQ(values(h), product);
+
+  t.defer_product(factors, 2);
+  const std::unique_ptr<Table> copy = t.clone();
+  std::vector<double> changed;
+  for (std::size_t ia = 0; ia < 2; ++ia)
+    for (std::size_t ib = 0; ib < 3; ++ib)
+      for (std::size_t ic = 0; ic < 2; ++ic) changed.push_back(fa[ia] * fcb[ic * 3 + ib]);
+  EXPECT_EQ(std::vector<double>(copy->data(), copy->data() + 12), changed);
+  EXPECT_FALSE(t.deferred());
+
+  // A reorder reorders the product; a swap takes it to the other table.
+  fa[0] = 0.5;
+  fcb[5] = 6.0;
+  t.defer_product(factors, 2);
+  t.reorder({test::node(c), test::node(a), test::node(b)});
+  const std::vector<double> reordered = values(h);
+  for (std::size_t ic = 0; ic < 2; ++ic)
+    for (std::size_t ia = 0; ia < 2; ++ia)
+      for (std::size_t ib = 0; ib < 3; ++ib)
+        EXPECT_EQ(reordered[ic * 6 + ia * 3 + ib], product[ia * 6 + ib * 2 + ic]);
+  t.reorder({test::node(a), test::node(b), test::node(c)});
+  Table other(net.domain(), {test::node(a), test::node(b), test::node(c)}, TableRole::free,
+              nullptr);
+  t.defer_product(factors, 2);
+  fa[1] = 0.0;
+  t.swap_contents(other);
+  EXPECT_FALSE(t.deferred());
+  EXPECT_TRUE(other.deferred());
+  EXPECT_EQ(std::vector<double>(other.data(), other.data() + 12), product);
 }
 
 // Buffers of kMappedBytes or more come from the system rather than the
