@@ -137,13 +137,12 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
   // the same products in the same order as making it, then multiplying.
   Table& table = *clique.table;
   bool rebuild = tree.sweep_rebuild;
-  if (rebuild) {
-    table.drop_deferred();
-  } else if (table.deferred()) {
+  if (!rebuild && table.deferred()) {
     const auto product = table.deferred_factors();
     factors.assign(product.begin(), product.end());
     rebuild = true;
   }
+  table.drop_deferred();
   if (tree.sweep_rebuild) {
     // A node's table is assigned to a clique that holds the node, so the
     // members' records name every table assigned here.
@@ -194,14 +193,10 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
   clique.rebuild_pending = false;
   if (tree.sweep_rebuild && direct && how == Reduce::sum && out != nullptr &&
       size >= kRebuiltTwice && factors.size() <= kMostFactorsTwice) {
-    clique.rebuild_pending =
-        sweep_folds_only(clique.table->data(), size, factors, folds, how, parallelism);
+    clique.rebuild_pending = sweep_folds_only(table.data(), size, factors, folds, how, parallelism);
     return;
   }
-  // The data of a deferred product, left as they were: every entry is
-  // written by the rebuild below.
-  double* large = rebuild ? table.undeferred_data() : table.data();
-  sweep(large, size, rebuild, factors, folds, how, parallelism);
+  sweep(table.data(), size, rebuild, factors, folds, how, parallelism);
 }
 
 namespace {

@@ -94,15 +94,9 @@ class Table : public Object {
   void drop_deferred() noexcept { deferred_ = false; }
   /// Whether the data wait for a deferred product.
   bool deferred() const noexcept { return deferred_; }
-  /// The deferred product's factors (copies; valid while it is deferred).
+  /// The deferred product's factors (copies, which stay valid after
+  /// drop_deferred until the next defer_product), or none.
   std::span<const SweepFactor> deferred_factors() const noexcept;
-  /// The data without making a deferred product, which is forgotten: for
-  /// a caller about to write every entry, perhaps from deferred_factors()
-  /// (which stay valid until the next defer_product).  Allocates as data().
-  double* undeferred_data() {
-    deferred_ = false;
-    return data();
-  }
   /// Allocates the discrete data and, for a table with continuous nodes,
   /// the CG part now, so that later use allocates nothing; throws
   /// Error(no_memory) and leaves the table as it was.
