@@ -37,9 +37,8 @@ void sweep(double* large, std::uint64_t size, bool rebuild, std::span<const Swee
 /// allow, each block is made in a buffer and folded there, the large table
 /// is left as it was (neither read nor written), and true is returned.
 /// Otherwise the table is written as by sweep() and false returned: where
-/// a fold reads the finished table (a total, or with threads a fold that
-/// the cut misses) or a fold's inner run is longer than the buffer.  The
-/// folds get sweep()'s bits either way.
+/// a fold reads the finished table (a total) or a fold's inner run is
+/// longer than the buffer.  The folds get sweep()'s bits either way.
 bool sweep_folds_only(double* large, std::uint64_t size, std::span<const SweepFactor> factors,
                       std::span<SweepFold> folds, Reduce how, const Parallelism& parallelism = {});
 
@@ -79,7 +78,9 @@ inline bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism)
 /// small entry receives the same additions in the same order as in one
 /// thread's sweep.  Moves the folds that the cut covers to the front.  With
 /// `discard` (as sweep_folds_only gives it), the pieces leave the table as
-/// it was where the cut covers every fold; returns whether they did.
+/// it was, and the folds the cut misses get split sweeps of their own that
+/// make the product again, where the cut covers some fold; returns whether
+/// the table was left as it was.
 bool split_sweep(double* large, std::uint64_t size, bool rebuild,
                  std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
                  const Parallelism& parallelism, bool discard = false);
