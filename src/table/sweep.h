@@ -77,12 +77,18 @@ inline bool split_sweep_fits(std::uint64_t size, const Parallelism& parallelism)
 /// ranges, else afterwards over the finished table, each by one thread.  Every
 /// small entry receives the same additions in the same order as in one
 /// thread's sweep.  Moves the folds that the cut covers to the front.  With
-/// `discard` (as sweep_folds_only gives it), the pieces leave the table as
-/// it was, and the folds the cut misses get split sweeps of their own that
-/// make the product again, where the cut covers some fold; returns whether
-/// the table was left as it was.
+/// `discard` (as sweep_folds_only gives it), where the cut covers some
+/// fold, the table is left as it was: the pieces are made in buffers, and
+/// the folds the cut misses read them or make the product again; returns
+/// whether the table was left as it was.
 bool split_sweep(double* large, std::uint64_t size, bool rebuild,
                  std::span<const SweepFactor> factors, std::span<SweepFold> folds, Reduce how,
                  const Parallelism& parallelism, bool discard = false);
+
+/// Sets how many buffers (4 unless set) a split sweep with `discard` makes
+/// its pieces in where the cut misses folds, for the missed folds to read;
+/// a piece that finds none free has its product made again.  For tests of
+/// that path: 0 leaves every piece without one.
+void set_piece_buffers(unsigned count) noexcept;
 
 }  // namespace kelva

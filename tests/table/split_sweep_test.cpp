@@ -58,9 +58,14 @@ TEST(SplitSweep, SameBitsAsOneThread) {
     }
     ASSERT_EQ(results[0], results[1]);
     // A rebuild whose folds alone are wanted gives the same folds; the
-    // table is left as it was when the sweep says so, else written.
+    // table is left as it was when the sweep says so, else written.  The
+    // pieces of a cut that misses folds are made in buffers for them, in
+    // too few buffers for the pieces, or in none.
     if (trial % 2 != 0) continue;
-    for (std::uint64_t threads : {1, 2 + trial % 2}) {
+    const std::uint64_t many = 2 + trial % 2;
+    for (auto [threads, buffers] :
+         {std::pair{std::uint64_t{1}, 4u}, {many, 4u}, {many, 1u}, {many, 0u}}) {
+      set_piece_buffers(buffers);
       std::vector<double> large(n, 0.5);
       std::vector<SweepFold> folds;
       for (std::size_t k = factor_count; k < plans.size(); ++k)
@@ -74,8 +79,10 @@ TEST(SplitSweep, SameBitsAsOneThread) {
       }
       for (std::size_t k = factor_count; k < plans.size(); ++k)
         large.insert(large.end(), small[k].begin(), small[k].end());
-      ASSERT_EQ(large, results[0]) << threads << " threads, untouched " << untouched;
+      ASSERT_EQ(large, results[0])
+          << threads << " threads, " << buffers << " buffers, untouched " << untouched;
     }
+    set_piece_buffers(4);
   }
 }
 
