@@ -338,14 +338,15 @@ void receive_folds(JunctionTree& tree, std::size_t i, std::size_t first, std::si
     // The collect's product of factors, then the quotients, entry by entry:
     // the bits of the table the collect would have written, multiplied.
     // Where the folds allow, the product is folded and deferred, not
-    // written.
+    // written; the quotients, which the next collect overwrites unread,
+    // go to the deferred product without a copy.
     clique.rebuild_pending = false;
     separator_quotients(fresh, old, n, parallelism);
     auto& factors = clique.sweep_factors;
     factors.push_back({link.outer_plan, old});
     if (sweep_folds_only(clique.table->data(), size, factors,
                          distribute_folds(tree, clique, first, end), how, parallelism))
-      clique.table->defer_product(factors.data(), factors.size());
+      clique.table->defer_product(factors.data(), factors.size(), sep.scratch);
     return;
   }
   const bool split = split_sweep_fits(size, parallelism);

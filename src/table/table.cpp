@@ -134,7 +134,8 @@ void Table::allocate_zeros() const { data_ = DoubleBuffer::zeros(size_); }
 struct Table::Product {
   std::vector<IndexPlan> plans;
   std::vector<std::vector<double>> smalls;
-  std::vector<SweepFactor> factors;  // into plans and smalls
+  DoubleBuffer taken;                // a last factor taken, not copied
+  std::vector<SweepFactor> factors;  // into plans, smalls and taken
 };
 
 void Table::settle() const {
@@ -150,24 +151,46 @@ std::span<const SweepFactor> Table::deferred_factors() const noexcept {
 }
 
 void Table::defer_product(const SweepFactor* factors, std::size_t count) {
+  defer_copies(factors, count, nullptr);
+}
+
+void Table::defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer& last) {
+  require(count > 0 && factors[count - 1].data == last.data());
+  defer_copies(factors, count, &last);
+}
+
+void Table::defer_copies(const SweepFactor* factors, std::size_t count, DoubleBuffer* last) {
   if (data_.empty()) allocate_zeros();
   for (std::size_t k = 0; k < count; ++k) require(factors[k].plan->large_size() == size_);
   deferred_ = false;  // until every copy is made
+  bool made_now = false;
   try {
     if (product_ == nullptr) product_ = std::make_unique<Product>();
     Product& p = *product_;
+    // The array handed back for the last factor, made before anything is
+    // taken, so that a failure leaves `last` as it was.
+    if (last != nullptr && p.taken.size() != last->size())
+      p.taken = DoubleBuffer::zeros(last->size());
     p.plans.resize(count);
     p.smalls.resize(count);
     p.factors.resize(count);
+    const std::size_t copied = last != nullptr ? count - 1 : count;
     for (std::size_t k = 0; k < count; ++k) {
       const IndexPlan& plan = *factors[k].plan;
       // Plans repeat from propagation to propagation: copied (with their
       // maps) only when they differ.
       if (!p.plans[k].same_walk(plan)) p.plans[k] = plan;
-      p.smalls[k].assign(factors[k].data, factors[k].data + plan.small_size());
-      p.factors[k] = {&p.plans[k], p.smalls[k].data()};
+      if (k < copied) p.smalls[k].assign(factors[k].data, factors[k].data + plan.small_size());
     }
+    if (last != nullptr) p.taken.swap(*last);
+    for (std::size_t k = 0; k < count; ++k)
+      p.factors[k] = {&p.plans[k], k < copied ? p.smalls[k].data() : p.taken.data()};
   } catch (const std::bad_alloc&) {
+    made_now = true;
+  } catch (const Error&) {  // no room for the array handed back
+    made_now = true;
+  }
+  if (made_now) {
     // No room for the copies: the product is made now instead.
     sweep(data_.data(), size_, true, std::span<const SweepFactor>(factors, count), {}, Reduce::sum);
     return;

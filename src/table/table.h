@@ -89,6 +89,12 @@ class Table : public Object {
   /// is made at once.  Throws Error(no_memory) only where the data cannot
   /// be allocated.
   void defer_product(const SweepFactor* factors, std::size_t count);
+  /// defer_product() whose last factor's small table is the array of
+  /// `last` (factors[count - 1].data == last.data()), taken instead of
+  /// copied: `last` receives another array of its size, whose entries are
+  /// left unspecified.  For a propagation's quotients, which would be
+  /// overwritten before they are read again.
+  void defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer& last);
   /// Forgets a deferred product without making it: for a caller about to
   /// write every entry.  The data hold the values before the deferral.
   void drop_deferred() noexcept { deferred_ = false; }
@@ -172,6 +178,8 @@ class Table : public Object {
   void allocate_zeros() const;
   // Allocates the discrete data, or makes a deferred product in them.
   void settle() const;
+  // defer_product, taking the last factor's array from `last` if given.
+  void defer_copies(const SweepFactor* factors, std::size_t count, DoubleBuffer* last);
   // A deferred product's copied factors (kept between deferrals, so that
   // their room is reused).
   struct Product;

@@ -2,7 +2,9 @@
 // failure without change when arrays are too large.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
+#include <numeric>
 #include <vector>
 
 #include "fixture.h"
@@ -238,6 +240,26 @@ TEST(Table, DeferredProductIsMadeWhenFirstRead) {
   EXPECT_FALSE(t.deferred());
   EXPECT_TRUE(other.deferred());
   EXPECT_EQ(std::vector<double>(other.data(), other.data() + 12), product);
+
+  // A last factor handed over is taken, not copied: its buffer gets
+  // another array of its size, and the next deferral hands that back.
+  fa[1] = 3.0;
+  DoubleBuffer last = DoubleBuffer::zeros(6);
+  std::iota(last.data(), last.data() + 6, 1.0);
+  const double* given = last.data();
+  const SweepFactor handed[2] = {{&over_a, fa.data()}, {&over_cb, last.data()}};
+  EXPECT_THROW(t.defer_product(factors, 2, last), Error);  // not last's array
+  EXPECT_FALSE(t.deferred());
+  t.defer_product(handed, 2, last);
+  EXPECT_EQ(last.size(), 6u);
+  EXPECT_NE(last.data(), given);
+  std::fill(last.data(), last.data() + 6, 99.0);
+  EXPECT_EQ(values(h), product);
+  std::iota(last.data(), last.data() + 6, 1.0);
+  const SweepFactor again[2] = {{&over_a, fa.data()}, {&over_cb, last.data()}};
+  t.defer_product(again, 2, last);
+  EXPECT_EQ(last.data(), given);
+  EXPECT_EQ(values(h), product);
 }
 
 // Buffers of kMappedBytes or more come from the system rather than the
