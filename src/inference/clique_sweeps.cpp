@@ -194,6 +194,9 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
   if (tree.sweep_rebuild && direct && how == Reduce::sum && out != nullptr &&
       size >= kRebuiltTwice && factors.size() <= kMostFactorsTwice) {
     clique.rebuild_pending = sweep_folds_only(table.data(), size, factors, folds, how, parallelism);
+    // The distribute defers the product: its factors are copied now, while
+    // in the caches (at the distribute they took 3.5 times as long).
+    if (clique.rebuild_pending) table.keep_factors(factors.data(), factors.size());
     return;
   }
   sweep(table.data(), size, rebuild, factors, folds, how, parallelism);

@@ -136,7 +136,28 @@ struct Table::Product {
   std::vector<std::vector<double>> smalls;
   DoubleBuffer taken;                // a last factor taken, not copied
   std::vector<SweepFactor> factors;  // into plans, smalls and taken
+  std::vector<SweepFactor> kept;     // the originals of copies made ahead (keep_factors)
 };
+
+void Table::keep_factors(const SweepFactor* factors, std::size_t count) noexcept {
+  if (deferred_) return;  // its copies are in use
+  try {
+    if (product_ == nullptr) product_ = std::make_unique<Product>();
+    Product& p = *product_;
+    p.kept.clear();
+    if (p.plans.size() < count) p.plans.resize(count);
+    if (p.smalls.size() < count) p.smalls.resize(count);
+    for (std::size_t k = 0; k < count; ++k) {
+      const IndexPlan& plan = *factors[k].plan;
+      if (!p.plans[k].same_walk(plan)) p.plans[k] = plan;
+      p.smalls[k].assign(factors[k].data, factors[k].data + plan.small_size());
+    }
+    p.kept.assign(factors, factors + count);
+  } catch (const std::bad_alloc&) {
+    // Copied when deferred instead.
+    if (product_ != nullptr) product_->kept.clear();
+  }
+}
 
 void Table::settle() const {
   if (data_.empty()) allocate_zeros();
@@ -171,11 +192,17 @@ void Table::defer_copies(const SweepFactor* factors, std::size_t count, DoubleBu
     // taken, so that a failure leaves `last` as it was.
     if (last != nullptr && p.taken.size() != last->size())
       p.taken = DoubleBuffer::zeros(last->size());
+    const std::size_t copied = last != nullptr ? count - 1 : count;
+    // Factors that keep_factors copied from the same arrays through the
+    // same plans are not copied again.
+    std::size_t ahead = p.kept.size() == copied ? copied : 0;
+    for (std::size_t k = 0; k < ahead; ++k)
+      if (p.kept[k].plan != factors[k].plan || p.kept[k].data != factors[k].data) ahead = 0;
+    p.kept.clear();
     p.plans.resize(count);
     p.smalls.resize(count);
     p.factors.resize(count);
-    const std::size_t copied = last != nullptr ? count - 1 : count;
-    for (std::size_t k = 0; k < count; ++k) {
+    for (std::size_t k = ahead; k < count; ++k) {
       const IndexPlan& plan = *factors[k].plan;
       // Plans repeat from propagation to propagation: copied (with their
       // maps) only when they differ.

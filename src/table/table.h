@@ -95,6 +95,14 @@ class Table : public Object {
   /// left unspecified.  For a propagation's quotients, which would be
   /// overwritten before they are read again.
   void defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer& last);
+  /// Copies the factors of a product that a later defer_product() with
+  /// `last` is expected to defer, now, while they are in the caches: that
+  /// call then takes these copies instead of copying factors
+  /// [0, count - 1) itself, where they are the same arrays through the same
+  /// plans (their contents must not change in between).  Does nothing
+  /// while a product is deferred; without room, the copies wait for
+  /// defer_product().
+  void keep_factors(const SweepFactor* factors, std::size_t count) noexcept;
   /// Forgets a deferred product without making it: for a caller about to
   /// write every entry.  The data hold the values before the deferral.
   void drop_deferred() noexcept { deferred_ = false; }

@@ -260,6 +260,32 @@ TEST(Table, DeferredProductIsMadeWhenFirstRead) {
   t.defer_product(again, 2, last);
   EXPECT_EQ(last.data(), given);
   EXPECT_EQ(values(h), product);
+
+  // Factors kept ahead are what a deferral of the same arrays takes; a
+  // deferral of other arrays copies them then, and nothing is kept while
+  // a product is deferred.
+  auto with = [&](double* a) {
+    std::iota(last.data(), last.data() + 6, 1.0);
+    return std::vector<SweepFactor>{{&over_a, a}, {&over_cb, last.data()}};
+  };
+  auto f = with(fa.data());
+  t.defer_product(f.data(), 2, last);
+  t.keep_factors(f.data(), 1);  // deferred: ignored
+  fa[0] = 2.0;
+  EXPECT_EQ(values(h), product);
+  f = with(fa.data());
+  t.keep_factors(f.data(), 1);
+  fa[0] = 0.5;  // after the copy: not seen
+  t.defer_product(f.data(), 2, last);
+  std::vector<double> kept = product;
+  for (std::size_t k = 0; k < 6; ++k) kept[k] *= 4.0;  // fa[0] was 2 when kept
+  EXPECT_EQ(values(h), kept);
+  std::vector<double> other_a{2.0, 3.0};
+  f = with(fa.data());
+  t.keep_factors(f.data(), 1);
+  f[0].data = other_a.data();
+  t.defer_product(f.data(), 2, last);
+  EXPECT_EQ(values(h), kept);
 }
 
 // Buffers of kMappedBytes or more come from the system rather than the
