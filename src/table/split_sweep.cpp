@@ -13,9 +13,10 @@
 
 namespace kelva {
 
-std::atomic<unsigned> piece_buffers{4};
-
 namespace {
+
+// Buffers a PieceBuffers may hold (set_piece_buffers).
+std::atomic<unsigned> piece_buffers{4};
 
 // Start of part j of `parts` equal parts of [0, total).
 std::uint64_t part_start(std::uint64_t total, std::uint64_t parts, std::uint64_t j) noexcept {
