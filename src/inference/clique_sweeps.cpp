@@ -349,7 +349,7 @@ void receive_folds(JunctionTree& tree, std::size_t i, std::size_t first, std::si
     factors.push_back({link.outer_plan, old});
     if (sweep_folds_only(clique.table->data(), size, factors,
                          distribute_folds(tree, clique, first, end), how, parallelism))
-      clique.table->defer_product(factors.data(), factors.size(), sep.scratch);
+      clique.table->defer_product(factors.data(), factors.size(), &sep.scratch);
     return;
   }
   const bool split = split_sweep_fits(size, parallelism);

@@ -356,15 +356,15 @@ bool split_sweep(double* large, std::uint64_t size, bool rebuild,
   // again under its own cut.  Link's 16.8 M-entry distribute took 11.3 ms
   // with the table written, 7.1 made twice and 5.3 in buffers.  Where the
   // cut covers no fold, the table is written as for any other sweep.
-  bool again = discard && !others.empty() && first != rest;
-  discard = discard && (rest == end || again);
+  const bool unwritten = discard && !others.empty() && first != rest;
+  discard = discard && (rest == end || unwritten);
 
   const std::uint64_t span = cut.stride * cut.count;
   const bool in_order =
       !others.empty() && cut.stride % folded_run(others) == 0 &&
       (cut.outer == 1 || (cut.outer <= kMostOuterTurns && span >= 2 * InOrder::kPieceEntries));
-  const bool buffered = in_order && again;
-  again = again && !buffered;
+  const bool buffered = unwritten && in_order;
+  const bool again = unwritten && !in_order;
   if (!again && !in_order && !others.empty() &&
       20 * cut.cost * cut.pieces >= 19 * parallelism.threads * size) {
     // The missed folds' passes over the finished table would take the

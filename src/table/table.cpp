@@ -137,6 +137,14 @@ struct Table::Product {
   DoubleBuffer taken;                // a last factor taken, not copied
   std::vector<SweepFactor> factors;  // into plans, smalls and taken
   std::vector<SweepFactor> kept;     // the originals of copies made ahead (keep_factors)
+
+  // Copies factor k's plan (with its maps, only where it differs: plans
+  // repeat from propagation to propagation) and, with `small`, its small
+  // table.
+  void copy(std::size_t k, const SweepFactor& f, bool small) {
+    if (!plans[k].same_walk(*f.plan)) plans[k] = *f.plan;
+    if (small) smalls[k].assign(f.data, f.data + f.plan->small_size());
+  }
 };
 
 void Table::keep_factors(const SweepFactor* factors, std::size_t count) noexcept {
@@ -147,11 +155,7 @@ void Table::keep_factors(const SweepFactor* factors, std::size_t count) noexcept
     p.kept.clear();
     if (p.plans.size() < count) p.plans.resize(count);
     if (p.smalls.size() < count) p.smalls.resize(count);
-    for (std::size_t k = 0; k < count; ++k) {
-      const IndexPlan& plan = *factors[k].plan;
-      if (!p.plans[k].same_walk(plan)) p.plans[k] = plan;
-      p.smalls[k].assign(factors[k].data, factors[k].data + plan.small_size());
-    }
+    for (std::size_t k = 0; k < count; ++k) p.copy(k, factors[k], true);
     p.kept.assign(factors, factors + count);
   } catch (const std::bad_alloc&) {
     // Copied when deferred instead.
@@ -171,16 +175,8 @@ std::span<const SweepFactor> Table::deferred_factors() const noexcept {
   return product_->factors;
 }
 
-void Table::defer_product(const SweepFactor* factors, std::size_t count) {
-  defer_copies(factors, count, nullptr);
-}
-
-void Table::defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer& last) {
-  require(count > 0 && factors[count - 1].data == last.data());
-  defer_copies(factors, count, &last);
-}
-
-void Table::defer_copies(const SweepFactor* factors, std::size_t count, DoubleBuffer* last) {
+void Table::defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer* last) {
+  require(last == nullptr || (count > 0 && factors[count - 1].data == last->data()));
   if (data_.empty()) allocate_zeros();
   for (std::size_t k = 0; k < count; ++k) require(factors[k].plan->large_size() == size_);
   deferred_ = false;  // until every copy is made
@@ -202,13 +198,7 @@ void Table::defer_copies(const SweepFactor* factors, std::size_t count, DoubleBu
     p.plans.resize(count);
     p.smalls.resize(count);
     p.factors.resize(count);
-    for (std::size_t k = ahead; k < count; ++k) {
-      const IndexPlan& plan = *factors[k].plan;
-      // Plans repeat from propagation to propagation: copied (with their
-      // maps) only when they differ.
-      if (!p.plans[k].same_walk(plan)) p.plans[k] = plan;
-      if (k < copied) p.smalls[k].assign(factors[k].data, factors[k].data + plan.small_size());
-    }
+    for (std::size_t k = ahead; k < count; ++k) p.copy(k, factors[k], k < copied);
     if (last != nullptr) p.taken.swap(*last);
     for (std::size_t k = 0; k < count; ++k)
       p.factors[k] = {&p.plans[k], k < copied ? p.smalls[k].data() : p.taken.data()};

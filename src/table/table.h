@@ -87,14 +87,12 @@ class Table : public Object {
   /// it leaves the table this way; a clique that nobody reads before it is
   /// rebuilt is never written.  Without room for the copies, the product
   /// is made at once.  Throws Error(no_memory) only where the data cannot
-  /// be allocated.
-  void defer_product(const SweepFactor* factors, std::size_t count);
-  /// defer_product() whose last factor's small table is the array of
-  /// `last` (factors[count - 1].data == last.data()), taken instead of
+  /// be allocated.  With `last`, the last factor's small table is its
+  /// array (factors[count - 1].data == last->data()), taken instead of
   /// copied: `last` receives another array of its size, whose entries are
   /// left unspecified.  For a propagation's quotients, which would be
   /// overwritten before they are read again.
-  void defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer& last);
+  void defer_product(const SweepFactor* factors, std::size_t count, DoubleBuffer* last = nullptr);
   /// Copies the factors of a product that a later defer_product() with
   /// `last` is expected to defer, now, while they are in the caches: that
   /// call then takes these copies instead of copying factors
@@ -186,8 +184,6 @@ class Table : public Object {
   void allocate_zeros() const;
   // Allocates the discrete data, or makes a deferred product in them.
   void settle() const;
-  // defer_product, taking the last factor's array from `last` if given.
-  void defer_copies(const SweepFactor* factors, std::size_t count, DoubleBuffer* last);
   // A deferred product's copied factors (kept between deferrals, so that
   // their room is reused).
   struct Product;

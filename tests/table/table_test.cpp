@@ -248,16 +248,16 @@ TEST(Table, DeferredProductIsMadeWhenFirstRead) {
   std::iota(last.data(), last.data() + 6, 1.0);
   const double* given = last.data();
   const SweepFactor handed[2] = {{&over_a, fa.data()}, {&over_cb, last.data()}};
-  EXPECT_THROW(t.defer_product(factors, 2, last), Error);  // not last's array
+  EXPECT_THROW(t.defer_product(factors, 2, &last), Error);  // not last's array
   EXPECT_FALSE(t.deferred());
-  t.defer_product(handed, 2, last);
+  t.defer_product(handed, 2, &last);
   EXPECT_EQ(last.size(), 6u);
   EXPECT_NE(last.data(), given);
   std::fill(last.data(), last.data() + 6, 99.0);
   EXPECT_EQ(values(h), product);
   std::iota(last.data(), last.data() + 6, 1.0);
   const SweepFactor again[2] = {{&over_a, fa.data()}, {&over_cb, last.data()}};
-  t.defer_product(again, 2, last);
+  t.defer_product(again, 2, &last);
   EXPECT_EQ(last.data(), given);
   EXPECT_EQ(values(h), product);
 
@@ -269,14 +269,14 @@ TEST(Table, DeferredProductIsMadeWhenFirstRead) {
     return std::vector<SweepFactor>{{&over_a, a}, {&over_cb, last.data()}};
   };
   auto f = with(fa.data());
-  t.defer_product(f.data(), 2, last);
+  t.defer_product(f.data(), 2, &last);
   t.keep_factors(f.data(), 1);  // deferred: ignored
   fa[0] = 2.0;
   EXPECT_EQ(values(h), product);
   f = with(fa.data());
   t.keep_factors(f.data(), 1);
   fa[0] = 0.5;  // after the copy: not seen
-  t.defer_product(f.data(), 2, last);
+  t.defer_product(f.data(), 2, &last);
   std::vector<double> kept = product;
   for (std::size_t k = 0; k < 6; ++k) kept[k] *= 4.0;  // fa[0] was 2 when kept
   EXPECT_EQ(values(h), kept);
@@ -284,7 +284,7 @@ TEST(Table, DeferredProductIsMadeWhenFirstRead) {
   f = with(fa.data());
   t.keep_factors(f.data(), 1);
   f[0].data = other_a.data();
-  t.defer_product(f.data(), 2, last);
+  t.defer_product(f.data(), 2, &last);
   EXPECT_EQ(values(h), kept);
 }
 
