@@ -24,9 +24,12 @@ namespace {
 // only if something reads it before the next rebuild.  Cliques of at
 // least kRebuiltTwice entries and at most kMostFactorsTwice factors: with
 // munin1's 78 M-entry clique of three factors the products cost more than
-// the traffic saved (see docs/decisions/fused_sweeps.md).
+// the traffic saved (see docs/decisions/fused_sweeps.md).  A sweep shared
+// by two threads has half the memory bandwidth per thread, so one more
+// factor pays there (barley's 6.35 M-entry clique of three).
 constexpr std::uint64_t kRebuiltTwice = std::uint64_t{1} << 15;
 constexpr std::size_t kMostFactorsTwice = 2;
+constexpr std::size_t kMostFactorsTwiceShared = 3;
 // The collect memo copies no clique this large, so none that is only folded.
 static_assert(kRebuiltTwice > kMemoCliqueLimit);
 
@@ -191,8 +194,10 @@ void collect_sweep(JunctionTree& tree, Clique& clique, std::size_t first, std::s
   // A large rebuilt clique that sends a sum is only folded (see
   // kRebuiltTwice); a max propagation checks each clique's total.
   clique.rebuild_pending = false;
+  const std::size_t most =
+      split_sweep_fits(size, parallelism) ? kMostFactorsTwiceShared : kMostFactorsTwice;
   if (tree.sweep_rebuild && direct && how == Reduce::sum && out != nullptr &&
-      size >= kRebuiltTwice && factors.size() <= kMostFactorsTwice) {
+      size >= kRebuiltTwice && factors.size() <= most) {
     clique.rebuild_pending = sweep_folds_only(table.data(), size, factors, folds, how, parallelism);
     // The distribute defers the product: its factors are copied now, while
     // in the caches (at the distribute they took 3.5 times as long).
