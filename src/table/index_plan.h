@@ -73,8 +73,11 @@ class IndexPlan {
   /// then moves the odometer once per few entries, which costs more than the
   /// entries, and a table of indexes is read at the cost of a quarter of an
   /// entry.  Larger turns are cheaper by rows, except in tables of at most
-  /// 128 entries, which always keep a map (build_map).
-  static constexpr std::uint64_t kMapMaxLarge = std::uint64_t{1} << 16;
+  /// 128 entries, which always keep a map (build_map).  Each pass reads
+  /// the maps of a clique's factors and folds afresh; past 64 KiB (2^15
+  /// entries) they took longer than the row walk's turns (munin2 and
+  /// munin3 were 3 to 7% slower with maps up to 2^16 entries).
+  static constexpr std::uint64_t kMapMaxLarge = std::uint64_t{1} << 15;
   static constexpr std::uint64_t kMapMaxTile = 32;
   /// The small index of each large entry, or null when the plan keeps none.
   const std::uint16_t* map() const noexcept { return map_.empty() ? nullptr : map_.data(); }
